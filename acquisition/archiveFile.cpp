@@ -1,0 +1,187 @@
+#include "acquisition/archiveFile.h"
+
+#include "agent/debugLog.h"
+#include "agent/errorExit.h"
+#include "support/handles.h"
+#include "support/systemPaths.h"
+#include "support/wholeFile.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace obrin {
+namespace {
+
+constexpr std::size_t blockSize = 32768;
+
+/// A tail without a line feed that is longer than this is no torn line of ours, and is left alone.
+constexpr off_t longestTornLine = off_t{16} << 20;
+
+void logFailure(const char* what, const std::string& path, int error) {
+    DEBUGMSG("Archive file %s: %s: %s\n", path.c_str(), what, std::strerror(error));
+}
+
+/// Offset just behind the last line feed within the last longestTornLine bytes before `size`; 0 for the start
+/// of the file, -1 when there is none or the file cannot be read.
+off_t endOfLastWholeLine(int fd, off_t size) {
+    std::vector<char> block(blockSize);
+    off_t end = size;
+    while (end > 0 && size - end < longestTornLine) {
+        const off_t begin = std::max<off_t>(0, end - static_cast<off_t>(blockSize));
+        const auto length = static_cast<std::size_t>(end - begin);
+        if (::pread(fd, block.data(), length, begin) != static_cast<ssize_t>(length))
+            return -1;
+        const auto* feed = static_cast<const char*>(::memrchr(block.data(), '\n', length));
+        if (feed != nullptr)
+            return begin + (feed - block.data()) + 1;
+        end = begin;
+    }
+    return end == 0 ? 0 : -1;
+}
+
+/// Cuts off what an earlier death left of a line that was being written. True when the file now ends with a
+/// whole line.
+bool cutTornTail(int fd, const std::string& path, off_t& size) {
+    const off_t whole = endOfLastWholeLine(fd, size);
+    if (whole == size)
+        return true;
+    if (whole < 0 || ::ftruncate(fd, whole) != 0)
+        return false;
+    DEBUGMSG("Archive file %s: dropped %lld bytes of an unfinished last line\n", path.c_str(),
+             static_cast<long long>(size - whole));
+    size = whole;
+    return true;
+}
+
+} // namespace
+
+bool appendArchiveLine(const std::string& path, std::string_view line) {
+    // O_NONBLOCK: a FIFO in the archive's place is refused instead of waited for.
+    Descriptor file = Descriptor::open(path, O_RDWR | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY);
+    struct stat state;
+    if (!file || ::fstat(file.get(), &state) != 0) {
+        logFailure("cannot be opened", path, errno);
+        return false;
+    }
+    off_t size = S_ISREG(state.st_mode) ? state.st_size : 0;
+    std::string text;
+    if (!cutTornTail(file.get(), path, size))
+        text.push_back('\n');
+    text.append(line);
+    if (!writeAll(file.get(), text.data(), text.size())) {
+        const int error = errno;
+        if (S_ISREG(state.st_mode) && ::ftruncate(file.get(), size) != 0)
+            logFailure("half a line cannot be taken back", path, errno);
+        logFailure("cannot be written", path, error);
+        return false;
+    }
+    if (file.close() != 0) {
+        logFailure("cannot be closed", path, errno);
+        return false;
+    }
+    return true;
+}
+
+namespace {
+
+bool skipToNextLine(int fd, off_t from) {
+    std::vector<char> block(blockSize);
+    off_t at = from;
+    for (;;) {
+        const ssize_t got = ::pread(fd, block.data(), block.size(), at);
+        if (got < 0)
+            return false;
+        const auto* feed =
+            got == 0 ? nullptr
+                     : static_cast<const char*>(::memchr(block.data(), '\n', static_cast<std::size_t>(got)));
+        at += feed == nullptr ? got : feed - block.data() + 1;
+        if (feed != nullptr || got == 0)
+            return ::lseek(fd, at, SEEK_SET) == at;
+    }
+}
+
+/// Copies from the current place to the end. False with errno when a read or a write fails.
+bool copyRest(int from, int to) {
+    std::vector<char> block(blockSize);
+    for (;;) {
+        const ssize_t got = ::read(from, block.data(), block.size());
+        if (got < 0)
+            return false;
+        if (got == 0)
+            return true;
+        if (!writeAll(to, block.data(), static_cast<std::size_t>(got)))
+            return false;
+    }
+}
+
+enum class Kept { done, noWorkFile, failed };
+
+/// Puts the newest `limit` bytes of `archive`, from a whole line on, into `workFile` and renames that over
+/// `target`.
+Kept keepNewest(int archive, const struct stat& state, off_t limit, const std::string& workFile,
+                const std::string& target) {
+    Descriptor work = Descriptor::open(workFile, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW);
+    if (!work)
+        return Kept::noWorkFile;
+    if (::fchmod(work.get(), state.st_mode & 07777) == 0 && skipToNextLine(archive, state.st_size - limit) &&
+        copyRest(archive, work.get()) && ::fsync(work.get()) == 0 && work.close() == 0 &&
+        ::rename(workFile.c_str(), target.c_str()) == 0)
+        return Kept::done;
+    const int error = errno;
+    ::unlink(workFile.c_str());
+    errno = error;
+    return Kept::failed;
+}
+
+} // namespace
+
+int trim(const std::string& path, int megabytes) {
+    const std::int64_t size = getfilesize(path);
+    const std::int64_t limit = std::int64_t{std::max(megabytes, 0)} << 20;
+    if (size < 0 || static_cast<double>(size) <= static_cast<double>(limit) * 1.1)
+        return 1;
+    const std::string target = linkTarget(path);
+    Descriptor archive = Descriptor::open(target, O_RDONLY | O_NONBLOCK);
+    struct stat state;
+    if (!archive || ::fstat(archive.get(), &state) != 0 || !S_ISREG(state.st_mode)) {
+        error_exit("fatal", "Cannot Open Database File For Database Trimming");
+        return 1;
+    }
+    Kept kept = keepNewest(archive.get(), state, limit, systemPaths().trimWorkFile, target);
+    if (kept == Kept::failed &&
+        errno == EXDEV) // the archive lies on another file system than the working directory
+        kept = keepNewest(archive.get(), state, limit, target + ".new", target);
+    if (kept == Kept::noWorkFile)
+        error_exit("fatal", "Cannot Open Temp File For Database Trimming");
+    else if (kept == Kept::failed)
+        logFailure("cannot be trimmed", path, errno);
+    return 1;
+}
+
+std::int64_t getfilesize(const std::string& path) {
+    struct stat state;
+    if (::stat(path.c_str(), &state) == 0)
+        return state.st_size;
+    error_exit("fatal", ("Cannot Get Filesize of " + path).c_str());
+    return -1;
+}
+
+int smart_mkdir(const std::string& path) {
+    DEBUGMSG("smart_mkdir: drive is %s\n", "");
+    DEBUGMSG("smart_mkdir: directory is %s\n", path.c_str());
+    // The first character is passed over, so the root of an absolute path is never made by itself.
+    for (std::size_t slash = path.find('/', 1); slash != std::string::npos;
+         slash = path.find('/', slash + 1)) {
+        const std::string prefix = path.substr(0, slash + 1);
+        DEBUGMSG("smart_mkdir: making %s\n", prefix.c_str());
+        ::mkdir(prefix.c_str(), 0766);
+    }
+    return 1;
+}
+
+} // namespace obrin

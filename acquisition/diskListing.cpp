@@ -1,0 +1,256 @@
+#include "acquisition/diskListing.h"
+
+#include "acquisition/textForms.h"
+#include "support/childProcess.h"
+#include "support/systemPaths.h"
+#include "support/wholeFile.h"
+
+#include <algorithm>
+#include <charconv>
+#include <csignal>
+#include <limits>
+
+namespace obrin {
+
+namespace {
+
+using Clock = ChildProcess::Clock;
+
+// --- the text of a listing
+// ---------------------------------------------------------------------------------------
+
+bool isDigit(char byte) {
+    return byte >= '0' && byte <= '9';
+}
+
+/// A whole column as a number; nothing for anything else. What only an unsigned number holds is as good as
+/// the largest.
+std::optional<std::int64_t> columnNumber(std::string_view column) {
+    std::int64_t value = 0;
+    std::uint64_t wide = 0;
+    const char* end = column.data() + column.size();
+    if (auto [after, error] = std::from_chars(column.data(), end, value);
+        error == std::errc{} && after == end)
+        return value;
+    if (auto [after, error] = std::from_chars(column.data(), end, wide); error == std::errc{} && after == end)
+        return std::numeric_limits<std::int64_t>::max();
+    return std::nullopt;
+}
+
+bool isPercentage(std::string_view column) {
+    if (column == "-")
+        return true;
+    return column.size() >= 2 && column.back() == '%' &&
+           std::all_of(column.begin(), column.end() - 1, isDigit);
+}
+
+/// The words of a line with their places in it.
+std::vector<std::string_view> wordsOf(std::string_view line) {
+    std::vector<std::string_view> words;
+    std::size_t begin = line.find_first_not_of(' ');
+    while (begin != std::string_view::npos) {
+        const std::size_t end = std::min(line.find(' ', begin), line.size());
+        words.push_back(line.substr(begin, end - begin));
+        begin = line.find_first_not_of(' ', end);
+    }
+    return words;
+}
+
+/// The line taken apart with the percentage column at word `percentage`; nothing when it does not fit there.
+std::optional<DiskLine> splitAt(std::string_view line, const std::vector<std::string_view>& words,
+                                std::size_t percentage) {
+    if (!isPercentage(words[percentage]) || words[percentage + 1].front() != '/')
+        return std::nullopt;
+    const std::string_view totalColumn = words[percentage - 3];
+    const auto total = totalColumn == "-" ? std::optional<std::int64_t>(-1) : columnNumber(totalColumn);
+    const auto used = columnNumber(words[percentage - 2]);
+    const auto available = columnNumber(words[percentage - 1]);
+    if (!total || !used || !available)
+        return std::nullopt;
+    const char* deviceEnd = words[percentage - 4].data() + words[percentage - 4].size();
+    const char* mountPoint = words[percentage + 1].data();
+    DiskLine parsed;
+    parsed.device.assign(words.front().data(), deviceEnd);
+    parsed.total = *total;
+    parsed.used = *used;
+    parsed.available = *available;
+    parsed.mountPoint.assign(mountPoint, line.data() + line.size());
+    return parsed;
+}
+
+// --- taking one
+// ----------------------------------------------------------------------------------------------------
+
+/// Past the deadline the killed command has this long to go before it counts as stuck.
+constexpr std::chrono::milliseconds timeToDie{500};
+
+/// Listings longer than this are cut; 10,000 mounts with the longest names need less.
+constexpr std::size_t longestListing = wholeFileLimit;
+
+struct ListingState {
+    std::chrono::milliseconds deadline{10000};
+    Clock::duration budget = std::chrono::seconds(1); ///< for all listings of a cycle
+    Clock::duration used{};
+    bool gaveUp = false; ///< a deadline passed in this cycle
+    std::optional<TakenListing> newest[2];
+    std::optional<ChildProcess> stuck; ///< killed, and not gone yet
+};
+
+/// Never destroyed: the agent may be in the middle of a listing when another thread ends the process.
+ListingState& state() {
+    static ListingState* const only = std::make_unique<ListingState>().release();
+    return *only;
+}
+
+/// The path as a shell word; the real one needs no quotes.
+std::string shellWord(const std::string& path) {
+    const auto plain = [](char byte) {
+        return isDigit(byte) || (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
+               std::string_view("./_-").find(byte) != std::string_view::npos;
+    };
+    if (std::all_of(path.begin(), path.end(), plain))
+        return path;
+    std::string quoted = "'";
+    for (char byte : path)
+        quoted += byte == '\'' ? std::string("'\\''") : std::string(1, byte);
+    return quoted + "'";
+}
+
+ChildCommand shellCommand(const std::string& text, bool captureOutput) {
+    // Units and names must be the same whoever started the agent: blocks of 1024 bytes, names as bytes.
+    ChildCommand command{
+        "/bin/sh",
+        {"sh", "-c", text},
+        environmentWithout({"LC_ALL", "DF_BLOCK_SIZE", "BLOCK_SIZE", "BLOCKSIZE", "POSIXLY_CORRECT"}),
+        captureOutput};
+    command.environment.push_back("LC_ALL=C");
+    return command;
+}
+
+struct Outcome {
+    bool started = false;
+    int status = commandNotRun; ///< as system(3) returns it
+    std::string output;
+};
+
+/// Runs a command to its end or to the deadline. Past it, its group is killed, and nothing more is started in
+/// this cycle.
+Outcome run(const ChildCommand& command, Clock::time_point deadline) {
+    std::optional<ChildProcess> child = ChildProcess::start(command);
+    if (!child)
+        return {};
+    Outcome outcome{true, SIGKILL, child->takeOutput(deadline, longestListing)};
+    if (outcome.output.size() >= longestListing)
+        child->kill(); // what it still has to say is not read any more
+    if (const auto status = child->wait(deadline)) {
+        outcome.status = *status;
+        return outcome;
+    }
+    state().gaveUp = true;
+    child->kill();
+    const Clock::time_point patience = Clock::now() + timeToDie;
+    outcome.status = child->wait(patience).value_or(SIGKILL);
+    if (child->alive())
+        state().stuck = std::move(child);
+    return outcome;
+}
+
+/// A listing of that text; null when there is not even a heading.
+std::shared_ptr<const DiskListing> listingOf(const std::string& text) {
+    auto listing = std::make_shared<const DiskListing>(text);
+    return listing->hasHeading() ? listing : nullptr;
+}
+
+TakenListing takeFresh(const std::string& command) {
+    const Clock::time_point deadline = Clock::now() + state().deadline;
+    const std::string& path = systemPaths().diskListing;
+    const Outcome written = run(shellCommand(command + " > " + shellWord(path), false), deadline);
+    TakenListing taken{written.status, nullptr};
+    if (!written.started || written.status == commandNotRun || state().gaveUp)
+        return taken;
+    if (written.status == 0) {
+        // Only a command that succeeded is known to have replaced the file and filled it to the end.
+        const std::string text = readWholeFile(path).value_or("");
+        if (!text.empty() && text.back() == '\n') {
+            taken.listing = listingOf(text);
+            return taken;
+        }
+    }
+    // It said on standard error what was wrong the first time.
+    const Outcome piped = run(shellCommand(command + " 2>/dev/null", true), deadline);
+    if (piped.started && !state().gaveUp)
+        taken.listing = listingOf(piped.output);
+    return taken;
+}
+
+/// Whether a command of an earlier call is still there although it was killed.
+bool stillStuck() {
+    if (state().stuck && !state().stuck->alive())
+        state().stuck.reset();
+    return state().stuck.has_value();
+}
+
+} // namespace
+
+std::optional<DiskLine> parseDiskLine(std::string_view line) {
+    std::optional<DiskLine> parsed;
+    if (line.find('\0') != std::string_view::npos)
+        return parsed;
+    const std::vector<std::string_view> words = wordsOf(line);
+    for (std::size_t percentage = 4; percentage + 1 < words.size(); ++percentage) {
+        std::optional<DiskLine> split = splitAt(line, words, percentage);
+        if (split && parsed)
+            return std::nullopt;
+        if (split)
+            parsed = std::move(split);
+    }
+    return parsed;
+}
+
+DiskListing::DiskListing(std::string_view text) {
+    for (std::size_t end = text.find('\n'); end != std::string_view::npos; end = text.find('\n')) {
+        const bool heading = lineFeeds_++ == 0;
+        if (auto parsed = heading ? std::nullopt : parseDiskLine(text.substr(0, end))) {
+            byCleanedName_.emplace(cleanfilename(parsed->device + " " + parsed->mountPoint), lines_.size());
+            lines_.push_back(std::move(*parsed));
+        }
+        text.remove_prefix(end + 1);
+    }
+}
+
+const DiskLine* DiskListing::find(const std::string& cleanedName) const {
+    const auto found = byCleanedName_.find(cleanedName);
+    return found == byCleanedName_.end() ? nullptr : &lines_[found->second];
+}
+
+void beginListingCycle(std::chrono::milliseconds samplePeriod) {
+    ListingState& cycle = state();
+    cycle.budget = std::max<Clock::duration>(samplePeriod / 4, std::chrono::seconds(1));
+    cycle.used = {};
+    cycle.gaveUp = false;
+    cycle.newest[0].reset();
+    cycle.newest[1].reset();
+}
+
+TakenListing takeDiskListing(DiskCounter counter) {
+    ListingState& cycle = state();
+    std::optional<TakenListing>& newest = cycle.newest[counter == DiskCounter::inodes ? 1 : 0];
+    if (stillStuck())
+        return {-1, nullptr};
+    if (cycle.gaveUp)
+        return newest.value_or(TakenListing{SIGKILL, nullptr});
+    if (cycle.used >= cycle.budget && newest)
+        return *newest;
+    const Clock::time_point begun = Clock::now();
+    TakenListing taken = takeFresh(counter == DiskCounter::inodes ? "df -i" : "df");
+    cycle.used += Clock::now() - begun;
+    if (taken.listing || !newest)
+        newest = taken;
+    return taken;
+}
+
+void setListingDeadline(std::chrono::milliseconds deadline) {
+    state().deadline = deadline;
+}
+
+} // namespace obrin

@@ -1,0 +1,67 @@
+#pragma once
+
+#include "support/fixedText.h"
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <unordered_set>
+#include <vector>
+
+namespace obrin {
+
+/// Name of a disk: "%s %s" of device and mount point, at most 511 bytes.
+using DiskName = FixedText<512>;
+
+/// Number of file systems in a fresh `df` listing, its lines whether well-formed or not; -1 when there is no
+/// listing (not even its heading). Agent thread.
+int GetNumberOfdisks();
+
+/// Fills `names` (emptied first) with at most `count` disks of a fresh listing, in its order, and returns how
+/// many; -1 when the listing cannot be had. A disk whose name does not fit is left out, with one log line a
+/// run. Agent thread.
+int Retrievedisks(int count, std::vector<DiskName>* names);
+
+/// Begins a run: a name that does not fit is logged once more. Agent thread.
+void beginInstanceRun();
+
+/// The mount points of the machine at one moment, so that thousands of disks are looked up without reading
+/// the table thousands of times. Octal escapes of the table are decoded.
+class MountTable {
+public:
+    /// Reads the table (systemPaths().mounts); a table that cannot be read holds every mount point. So does
+    /// one that is empty: a machine always has mounts, so nothing was read.
+    static MountTable read();
+    /// Takes the text of a table.
+    static MountTable parse(std::string_view text);
+
+    /// Whether something is mounted there. `mountPoint` is spelt as `df` prints it, which may put "?" for
+    /// bytes that it does not print; such a mark matches the bytes it stands for.
+    bool contains(std::string_view mountPoint) const;
+
+    /// The same for the whole name, device, blank, mount point, in the same spelling.
+    bool containsName(std::string_view instance) const;
+
+private:
+    void add(std::string_view entry);
+
+    bool readable_ = true;
+    std::unordered_set<std::string> mountPoints_; ///< in each spelling that a listing may use
+    std::unordered_set<std::string> names_;
+};
+
+/// 1 when the disk of that name is mounted (only the mount point decides: the text from the first blank
+/// before a "/" on; "_Total" and a name without a blank always are; so is every disk when the table cannot be
+/// read), else 0.
+int driveExists(const MountTable& table, std::string_view instance);
+
+/// As above, with a table read for this call.
+int driveExists(std::string_view instance);
+
+/// Number of processes of that name. On Linux always 0: process declarations have no instances here.
+int GetNumberOfPIDsPerProcess(const char* object, const char* instance);
+
+/// Writes at most `count` process identifiers and returns how many. On Linux always 0.
+int RetrievePIDsGivenProcess(const char* object, const char* instance, int count, std::int32_t* pids);
+
+} // namespace obrin

@@ -1,0 +1,170 @@
+#include "acquisition/samplingCycle.h"
+
+#include "acquisition/archiveFile.h"
+#include "acquisition/circularBuffers.h"
+#include "acquisition/counterReaders.h"
+#include "acquisition/diskListing.h"
+#include "acquisition/instances.h"
+#include "agent/agentState.h"
+#include "agent/debugLog.h"
+#include "resources/resourceChain.h"
+#include "resources/scratchPad.h"
+#include "support/numericLocale.h"
+#include "support/textScanner.h"
+#include "trendviewer/trendFiles.h"
+
+#include <algorithm>
+#include <ctime>
+#include <memory>
+#include <vector>
+
+namespace obrin {
+namespace {
+
+bool readLink(Link* link) {
+    const int result = ReadRawData(link);
+    if (result == -1)
+        DEBUGMSG("Failure of ReadRawData. Error Code %d\n", result);
+    return result != -1;
+}
+
+/// Puts the working copy of an instance into the chain unless it is there: under its old number when the
+/// scratch pad knows it, else under a new one and with its first reading. False when that reading failed
+/// severely.
+bool adopt(ScratchPad& scratchPad, Link* instance) {
+    if (CheckForDuplicateLinkInChain(instance) != -2)
+        return true;
+    std::int32_t knownRid = -2;
+    if (CheckForDuplicateLinkInFileAndGetRID(scratchPad, instance, &knownRid) == -2) {
+        if (GenerateNewRID(instance) != 1)
+            return true;
+        RecordLinkForRIDCollision(scratchPad, instance);
+        if (!readLink(instance))
+            return false;
+    } else {
+        instance->RID = knownRid;
+    }
+    CreateLinkInChainAndCopyData(instance);
+    return true;
+}
+
+bool expandProcessTemplate(ScratchPad& scratchPad, const Link* pattern) {
+    const int count = GetNumberOfPIDsPerProcess(pattern->Descriptor0.c_str(), pattern->Descriptor1.c_str());
+    if (count < 1)
+        return true;
+    std::vector<std::int32_t> pids(static_cast<std::size_t>(count));
+    const int found = RetrievePIDsGivenProcess(pattern->Descriptor0.c_str(), pattern->Descriptor1.c_str(),
+                                               count, pids.data());
+    std::unique_ptr<Link> instance;
+    if (found < 1 || CreateAndCopyType2Resource(&instance, pattern) != 1)
+        return true;
+    for (int i = 0; i < std::min(count, found); ++i) {
+        instance->Descriptor3.assign(std::to_string(pids[static_cast<std::size_t>(i)]));
+        if (!adopt(scratchPad, instance.get()))
+            return false;
+    }
+    DeleteType2Resource(std::move(instance));
+    return true;
+}
+
+bool expandDiskTemplate(ScratchPad& scratchPad, const Link* pattern) {
+    const int count = GetNumberOfdisks();
+    if (count < 1)
+        return true;
+    std::vector<DiskName> names;
+    const int found = Retrievedisks(count, &names);
+    if (found < 0) {
+        DEBUGMSG("Retrievedisks returned error code %d\n", found);
+        return true;
+    }
+    std::unique_ptr<Link> instance;
+    if (CreateAndCopyType2Resource(&instance, pattern) != 1)
+        return true;
+    for (const DiskName& name : names) {
+        instance->Descriptor3.assign("-2");
+        instance->Descriptor1.assign(name.view());
+        if (!adopt(scratchPad, instance.get()))
+            return false;
+    }
+    DeleteType2Resource(std::move(instance));
+    return true;
+}
+
+/// Reads every link and expands every template. New links stand behind their template, so the same walk
+/// reaches them.
+bool readChain(Clasp* clasp) {
+    static ScratchPad scratchPad{std::string()};
+    if (scratchPad.path() != clasp->ScratchPad)
+        scratchPad = ScratchPad(clasp->ScratchPad);
+    for (Link* link = clasp->pFirstLink; link != nullptr; link = link->pNextLink) {
+        bool done = true;
+        if (link->ResourceType == 1 || (link->ResourceType == 2 && !isTemplate(*link)))
+            done = readLink(link);
+        else if (isTemplate(*link) && link->Descriptor0 == "Process")
+            done = expandProcessTemplate(scratchPad, link);
+        else if (isTemplate(*link) && link->Descriptor0 == "LogicalDisk")
+            done = expandDiskTemplate(scratchPad, link);
+        if (!done)
+            return false;
+    }
+    return true;
+}
+
+void removeUnmountedDisks(Clasp* clasp) {
+    const MountTable mounted = MountTable::read();
+    for (Link* link = clasp->pFirstLink; link != nullptr;) {
+        Link* next = link->pNextLink;
+        if (link->ResourceType == 2 && !isTemplate(*link) && link->Descriptor0 == "LogicalDisk" &&
+            driveExists(mounted, link->Descriptor1.view()) == 0) {
+            deleteResourceTrendFilesSynchronized(link);
+            DeleteType2Resource(takeLinkFromChain(link));
+        }
+        link = next;
+    }
+}
+
+void appendTriple(std::string& line, const Link& link) {
+    char text[400]; // the widest double has 309 digits before the point
+    std::snprintf(text, sizeof text, "%d %d %.2f ", link.RID, link.SampleStatus, link.DataArray[0]);
+    line += text;
+}
+
+/// Pushes this cycle's samples and gives the archive line that holds them.
+std::string pushSamples(Clasp* clasp) {
+    const NumericLocale decimalPoint;
+    std::string line = std::to_string(TimeStamp) + " ";
+    for (Link* link = clasp->pFirstLink; link != nullptr; link = link->pNextLink) {
+        if (isTemplate(*link))
+            continue;
+        appendTriple(line, *link);
+        pushSample(*link, static_cast<double>(TimeStamp), link->DataArray[0]);
+    }
+    return line + "\n";
+}
+
+void stampCycle() {
+    const std::time_t now = std::time(nullptr);
+    TimeStamp = clampToInt32(now);
+    char text[32] = "";
+    ::ctime_r(&now, text);
+    DEBUGMSG("\n************ TimeStamp = %d = %s\n", TimeStamp, text);
+}
+
+} // namespace
+
+int RawDataRetrievalAndArchive(Clasp* clasp) {
+    const int refreshed = RefreshRawData();
+    if (refreshed != 1) {
+        DEBUGMSG("Failure of RefreshRawData at point A. Error Code %d\n", refreshed);
+        return -1;
+    }
+    stampCycle();
+    beginListingCycle(std::chrono::milliseconds(clasp->MillisecondsPerSample));
+    if (!readChain(clasp))
+        return -1;
+    removeUnmountedDisks(clasp);
+    const std::string line = pushSamples(clasp);
+    return appendArchiveLine(clasp->HardDriveArchive, line) ? 1 : -1;
+}
+
+} // namespace obrin

@@ -1,0 +1,150 @@
+#include "agent/agentRun.h"
+
+#include "acquisition/archiveFile.h"
+#include "acquisition/circularBuffers.h"
+#include "acquisition/samplingCycle.h"
+#include "agent/agentConfig.h"
+#include "agent/agentState.h"
+#include "agent/debugLog.h"
+#include "agent/errorExit.h"
+#include "agent/stopSync.h"
+#include "resources/resourceChain.h"
+#include "resources/resourceText.h"
+#include "resources/windowSizing.h"
+#include "support/wholeFile.h"
+#include "trendviewer/trendFiles.h"
+
+#include <clocale>
+#include <cstdio>
+#include <ctime>
+#include <memory>
+#include <unistd.h>
+
+namespace obrin {
+namespace {
+
+/// The run's control record, visible to readers on other threads for as long as it lives.
+class RunRecord {
+public:
+    RunRecord() : clasp_(std::make_unique<Clasp>()) { publish(clasp_.get()); }
+    RunRecord(const RunRecord&) = delete;
+    RunRecord& operator=(const RunRecord&) = delete;
+    ~RunRecord() {
+        if (clasp_->pLastLink != nullptr)
+            ScanUpChainDeletingAllLinks(clasp_.get());
+        publish(nullptr);
+    }
+
+    Clasp* get() const { return clasp_.get(); }
+
+private:
+    static void publish(Clasp* clasp) {
+        MutexLock lock(chainLock);
+        pResourceClasp = clasp;
+    }
+
+    std::unique_ptr<Clasp> clasp_;
+};
+
+/// Prints to standard output and to the log.
+void say(const std::string& text) {
+    std::fputs(text.c_str(), stdout);
+    std::fflush(stdout);
+    DEBUGMSG("%s", text.c_str());
+}
+
+/// A step that failed is logged and reported; `what` is the step's name.
+void reportFailedStep(const char* what) {
+    DEBUGMSG("%s failed...exiting\n", what);
+    error_exit("fatal", (std::string("Call To ") + what + " Failed").c_str());
+}
+
+void reportFailedCycleStep(const char* what, int result) {
+    DEBUGMSG("Failure of %s. Error Code %d...exiting.\n", what, result);
+    error_exit("fatal", (std::string("Call To ") + what + " Failed").c_str());
+}
+
+int cannotOpen(const std::string& configPath) {
+    const std::string text = "Cannot open " + configPath + " file. Use Configure Wizard.";
+    DEBUGMSG("\n%s\n\n", text.c_str());
+    error_exit("fatal", text.c_str());
+    DEBUGMSG("Obrinagent main(): before return;\n");
+    return 0;
+}
+
+/// Everything between the configuration and the first cycle. False when the run cannot go on; that has been
+/// reported.
+bool startUp(Clasp* clasp) {
+    if (validateResourceText(clasp) != 1) {
+        reportFailedStep("validateResourceText");
+        return false;
+    }
+    if (AutoSizeWindows(clasp) == -1) {
+        reportFailedStep("AutoSizeWindows");
+        return false;
+    }
+    if (SanityCheckChain(clasp) == -1) {
+        reportFailedStep("SanityCheckChain");
+        return false;
+    }
+    if (allocatecircularbuffers(clasp) != 1) // without rings the samples still reach the archive
+        reportFailedStep("allocatecircularbuffers");
+    deleteTrendFilesSynchronized(clasp);
+    return true;
+}
+
+void runOneCycle(Clasp* clasp, int maxfilesizeinMB) {
+    const int sampled = RawDataRetrievalAndArchive(clasp);
+    if (sampled != 1)
+        reportFailedCycleStep("RawDataRetrievalAndArchive", sampled);
+    update_autoresource_file(clasp);
+    trim(clasp->HardDriveArchive, maxfilesizeinMB);
+}
+
+int endRun() {
+    char now[32] = "";
+    const std::time_t seconds = std::time(nullptr);
+    ::ctime_r(&seconds, now);
+    DEBUGMSG("Ending prediction. timeOfDay=%s\n", now);
+    return closeLogFile();
+}
+
+void runWith(std::string_view configuration, const std::string& configPath) {
+    RunRecord record;
+    Clasp* clasp = record.get();
+    int maxfilesizeinMB = 0;
+    if (!readConfiguration(configuration, configPath, clasp, &maxfilesizeinMB) || !startUp(clasp))
+        return;
+    do {
+        runOneCycle(clasp, maxfilesizeinMB);
+        javaThreadSyncSleep(clasp->MillisecondsPerSample / 1000);
+    } while (continueExecuting != 0);
+    deleteTrendFilesSynchronized(clasp);
+}
+
+} // namespace
+
+void announceStart() {
+    initLogFile();
+    openLogFile();
+    ::sleep(1);
+    say("libObrinagent.so starting. Log file is open!\n");
+}
+
+int runAgent(int argumentCount, const std::string& programName, const std::string& configPath) {
+    beginExecuting();
+    ::tzset();
+    if (argumentCount != 2) {
+        say("\n\nusage: " + programName + " \t ..\\data\\AutoConfig.ini \n\n");
+        error_exit("fatal", "Improper Arguments");
+    }
+    const auto configuration = readWholeFile(configPath);
+    if (!configuration)
+        return cannotOpen(configPath);
+    const char* locale = std::setlocale(LC_ALL, nullptr);
+    say(std::string("agent locale(LC_ALL)=") + (locale == nullptr ? "" : locale) + "\n");
+    runWith(*configuration, configPath);
+    return endRun();
+}
+
+} // namespace obrin

@@ -1,0 +1,106 @@
+#include "agent/debugLog.h"
+
+#include "agent/argumentlessFormat.h"
+#include "support/handles.h"
+#include "support/mutex.h"
+#include "support/numericLocale.h"
+#include "support/systemPaths.h"
+
+#include <cstdarg>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+namespace obrin {
+namespace {
+
+Mutex logLock;
+FileStream fLog GUARDED_BY(logLock);
+
+void open(const char* mode) REQUIRES(logLock) {
+    if (fLog)
+        return;
+    fLog = openStream(systemPaths().log, mode);
+    // Writes go to the end wherever that is: a log that somebody else truncates gets no hole of NULs.
+    if (fLog)
+        ::fcntl(::fileno(fLog.get()), F_SETFL, O_APPEND);
+}
+
+int close() REQUIRES(logLock) {
+    return fLog ? std::fclose(fLog.release()) : 0;
+}
+
+void turnOver(const std::string& keptAs) REQUIRES(logLock) {
+    close();
+    std::remove(keptAs.c_str());
+    std::rename(systemPaths().log.c_str(), keptAs.c_str());
+    open("w+c");
+}
+
+/// Opens a log that is closed, or that was deleted under us, and turns over one that has grown too long.
+void prepare() REQUIRES(logLock) {
+    struct stat state;
+    if (fLog && ::fstat(::fileno(fLog.get()), &state) == 0 && state.st_nlink == 0)
+        close();
+    open("a+c");
+    if (fLog && ::fstat(::fileno(fLog.get()), &state) == 0 && state.st_size > logSizeLimit)
+        turnOver(systemPaths().logBackup);
+}
+
+int write(const std::string& text) REQUIRES(logLock) {
+    prepare();
+    return fLog && writeAll(::fileno(fLog.get()), text.data(), text.size()) ? 0 : EOF;
+}
+
+} // namespace
+
+void initLogFile() {
+    MutexLock lock(logLock);
+    close();
+}
+
+void openLogFile() {
+    MutexLock lock(logLock);
+    open("w+c");
+}
+
+void openLogFileAppend() {
+    MutexLock lock(logLock);
+    open("a+c");
+}
+
+int closeLogFile() {
+    MutexLock lock(logLock);
+    return close();
+}
+
+void backupFile() {
+    MutexLock lock(logLock);
+    turnOver(systemPaths().logBackup);
+}
+
+void keepEventLog() {
+    MutexLock lock(logLock);
+    turnOver(systemPaths().eventLog);
+    write("LumetraAgent.log.event saved. Opening new log file.\n");
+}
+
+int DEBUGMSG(const char* format, ...) {
+    char message[logMessageSize];
+    va_list arguments;
+    va_start(arguments, format);
+    {
+        NumericLocale decimalPoint;
+        std::vsnprintf(message, sizeof message, format, arguments);
+    }
+    va_end(arguments);
+    const std::string text = renderWithoutArguments(message, logMessageSize - 1);
+    MutexLock lock(logLock);
+    return write(text);
+}
+
+int DEBUGFLUSH() {
+    MutexLock lock(logLock);
+    return fLog ? std::fflush(fLog.get()) : 0;
+}
+
+} // namespace obrin

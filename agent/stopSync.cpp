@@ -1,0 +1,73 @@
+#include "agent/stopSync.h"
+
+#include "agent/debugLog.h"
+
+#include <cerrno>
+#include <ctime>
+#include <pthread.h>
+
+namespace obrin {
+
+std::atomic<int> continueExecuting{0};
+
+namespace {
+
+pthread_mutex_t mut = PTHREAD_MUTEX_INITIALIZER;
+pthread_cond_t pleaseStopCond = PTHREAD_COND_INITIALIZER;
+unsigned stopRequests = 0; ///< guarded by mut; tells a stop request from a wake-up without a cause
+
+class StopLock {
+public:
+    StopLock() { ::pthread_mutex_lock(&mut); }
+    StopLock(const StopLock&) = delete;
+    StopLock& operator=(const StopLock&) = delete;
+    ~StopLock() { ::pthread_mutex_unlock(&mut); }
+};
+
+timespec deadlineIn(int seconds) {
+    timespec deadline{};
+    ::clock_gettime(CLOCK_MONOTONIC, &deadline);
+    deadline.tv_sec += seconds;
+    return deadline;
+}
+
+void logUnexpected(int seconds, int result) {
+    char text[32] = "";
+    const std::time_t now = std::time(nullptr);
+    ::ctime_r(&now, text);
+    DEBUGMSG("javaThreadSyncSleep(%d) returned %d=0x%08x (ERROR). timeOfDay=%s", seconds, result,
+             static_cast<unsigned>(result), text);
+}
+
+} // namespace
+
+void beginExecuting() {
+    StopLock lock;
+    continueExecuting = 1;
+}
+
+bool stopRequested() {
+    StopLock lock;
+    return continueExecuting == 0;
+}
+
+int javaThreadSyncSleep(int seconds) {
+    StopLock lock;
+    const timespec deadline = deadlineIn(seconds);
+    const unsigned requestsBefore = stopRequests;
+    int result = 0;
+    while (result == 0 && stopRequests == requestsBefore)
+        result = ::pthread_cond_clockwait(&pleaseStopCond, &mut, CLOCK_MONOTONIC, &deadline);
+    if (result != 0 && result != ETIMEDOUT && result != EINTR)
+        logUnexpected(seconds, result);
+    return result;
+}
+
+int pleaseStop() {
+    StopLock lock;
+    continueExecuting = 0;
+    ++stopRequests;
+    return ::pthread_cond_broadcast(&pleaseStopCond);
+}
+
+} // namespace obrin

@@ -1,0 +1,272 @@
+package com.quorin.sysmgt.tavl.LumetraAgent;
+
+import java.io.IOException;
+import java.io.PrintStream;
+import java.nio.file.Files;
+import java.nio.file.InvalidPathException;
+import java.nio.file.Path;
+import java.time.Duration;
+import java.util.Optional;
+import java.util.concurrent.Callable;
+import java.util.concurrent.atomic.AtomicBoolean;
+import picocli.CommandLine;
+import picocli.CommandLine.Command;
+import picocli.CommandLine.IVersionProvider;
+import picocli.CommandLine.Model.CommandSpec;
+import picocli.CommandLine.Option;
+import picocli.CommandLine.ParameterException;
+import picocli.CommandLine.Spec;
+
+/**
+ * The program that runs the agent: starts it, shows what it sees, and ends it in order on Ctrl-C, on SIGTERM
+ * or after a given time.
+ *
+ * <p>Its working directory must be the directory "bin" of the agent's home, because the native library finds
+ * its log and its work files from there; {@code run-agent} sees to that.
+ */
+@Command(name = "run-agent", mixinStandardHelpOptions = true, versionProvider = AgentMain.Version.class,
+        description = "Samples this machine's process slots, swap space, file descriptors and file systems, "
+                + "and tells when one of them will run out.",
+        footerHeading = "%nExit codes:%n",
+        footer = {"  0  the agent ended as asked (Ctrl-C, SIGTERM, --for)",
+            "  1  the agent could not start, or ended by itself",
+            "  2  the command line is wrong",
+            "  3  packages are missing and cannot be installed (run-agent)",
+            "  4  the build failed (run-agent)%n"})
+public final class AgentMain implements Callable<Integer> {
+    /** The agent ended because it was asked to. */
+    static final int ENDED_AS_ASKED = 0;
+
+    /** The agent could not start, or ended by itself. */
+    static final int FAILED = 1;
+
+    private static final Duration LOOK_EVERY = Duration.ofMillis(500);
+    private static final Duration REMIND_EVERY = Duration.ofSeconds(30);
+
+    @Option(names = "--home", paramLabel = "DIR", defaultValue = "..",
+            description = "The agent's home; the program runs in its directory bin. "
+                    + "Default: the directory above.")
+    private String home;
+
+    @Option(names = "--config", paramLabel = "FILE", defaultValue = "../config/AutoConfig.ini",
+            description = "The configuration file. Default: config/AutoConfig.ini of the home.")
+    private String config;
+
+    @Option(names = "--for", paramLabel = "SECONDS", description = "End by itself after this many seconds.")
+    private Long seconds;
+
+    @Spec
+    private CommandSpec spec;
+
+    private final PrintStream out = System.out;
+    private final AtomicBoolean left = new AtomicBoolean();
+    private volatile AgentRun run;
+    private AgentMonitor monitor;
+    private Integer exitCode;
+    private volatile int hostCode;
+
+    /** Creates the program with its default options. */
+    public AgentMain() {
+        // picocli fills in the options
+    }
+
+    /**
+     * Runs the program and ends the process with its exit code.
+     *
+     * @param args the command line
+     */
+    public static void main(String[] args) {
+        AgentMain program = new AgentMain();
+        int code = commandLine(program).execute(args);
+        program.hostCode = code;
+        // a host that failed leaves an agent behind, which is stopped in order like on a signal
+        program.left.set(program.run == null || program.run.hasEnded());
+        System.exit(code);
+    }
+
+    /**
+     * The program's command line, which answers a mistake with one line and not with the whole usage text.
+     *
+     * @param program the program
+     * @return the command line, ready to be executed
+     */
+    static CommandLine commandLine(AgentMain program) {
+        return new CommandLine(program).setParameterExceptionHandler((mistake, args) -> {
+            mistake.getCommandLine().getErr().println("run-agent: " + Words.printable(mistake.getMessage()));
+            mistake.getCommandLine().getErr().println("Try ./run-agent --help");
+            return CommandLine.ExitCode.USAGE;
+        });
+    }
+
+    /**
+     * Runs the agent until it ends.
+     *
+     * @return the exit code
+     */
+    @Override
+    public Integer call() {
+        checkOptions();
+        try {
+            NativeLibrary.load();
+        } catch (NativeLibrary.Unavailable e) {
+            System.err.println(Words.printable(e.getMessage()));
+            return FAILED;
+        }
+        Optional<AgentConfiguration> read = AgentConfiguration.read(Path.of(config));
+        read.ifPresent(c -> monitor =
+                new AgentMonitor(c, MachineCapacities::ofThisMachine, out, System.nanoTime()));
+        run = new AgentRun(nativeAgent());
+        out.println("Lumetra Agent " + Version.text() + ", home " + Words.printable(homeText())
+                + ", configuration " + Words.printable(config)
+                + (seconds == null ? ". Ctrl-C stops it." : ", for " + seconds + " s."));
+        Runtime.getRuntime().addShutdownHook(new Thread(this::stopOnSignal, "lumetra-stop"));
+        run.start();
+        watch();
+        return leave();
+    }
+
+    private AgentRun.Agent nativeAgent() {
+        return new AgentRun.Agent() {
+            private final LumetraSubagent subagent = new LumetraSubagent();
+
+            @Override
+            public int run() {
+                return new ExecPrediction().research_main(new AgentEvents(), 2, "run-agent", config);
+            }
+
+            @Override
+            public int pleaseStop() {
+                return subagent.javaThreadSyncPleaseStop();
+            }
+        };
+    }
+
+    private void checkOptions() {
+        if (seconds != null && (seconds < 1 || seconds > Integer.MAX_VALUE)) {
+            throw new ParameterException(spec.commandLine(),
+                    "Invalid value for option '--for': expected at least 1 second and at most "
+                    + Integer.MAX_VALUE + ", got " + seconds);
+        }
+        try {
+            Path bin = Path.of(home).resolve("bin");
+            if (!Files.isDirectory(bin) || !Files.isSameFile(bin, Path.of(""))) {
+                throw new ParameterException(spec.commandLine(), "The working directory must be " + bin
+                        + "; start the agent with run-agent");
+            }
+            Path.of(config);
+        } catch (IOException | InvalidPathException e) {
+            throw new ParameterException(spec.commandLine(),
+                    "Cannot use the home " + home + " with the configuration " + config
+                            + ": " + e.getMessage());
+        }
+    }
+
+    private String homeText() {
+        return Path.of(home).toAbsolutePath().normalize().toString();
+    }
+
+    /** Shows what the agent does until it ends or its time is over. */
+    private void watch() {
+        long deadline = System.nanoTime() + (seconds == null ? 0 : Duration.ofSeconds(seconds).toNanos());
+        while (!run.awaitEnd(LOOK_EVERY)) {
+            long now = System.nanoTime();
+            if (seconds != null && now - deadline >= 0) {
+                stop();
+            } else if (monitor != null && !run.isStopping()) {
+                monitor.look(now);
+            }
+        }
+    }
+
+    private void stop() {
+        String most = monitor == null ? "one cycle and one period"
+                : "one cycle and one period of " + Words.ofDuration(monitor.plan().pause());
+        out.println("Stopping: waiting for the agent to finish, at most " + most + ".");
+        run.stop(() -> out.println("Still waiting for the agent to finish its cycle."), REMIND_EVERY);
+    }
+
+    /**
+     * Says how the run ended, once, and returns the exit code; the stopping thread and the main one both come
+     * here.
+     */
+    private synchronized int leave() {
+        if (exitCode != null) {
+            return exitCode;
+        }
+        if (monitor != null) {
+            monitor.countLast();
+        }
+        int code = exitCode(run, cycles(), AgentEvents.fatalCount());
+        String count = cycles() == 1 ? "1 cycle" : cycles() + " cycles";
+        if (code == ENDED_AS_ASKED) {
+            out.println("The agent has stopped after " + count + ".");
+        } else {
+            String hint = AgentEvents.fatalCount() > 0
+                    ? "; the reason stands above"
+                    : "; see log/LumetraAgent.log";
+            String why = run.failure().map(f -> ": " + Words.printable(f.toString())).orElse(hint);
+            System.err.println("The agent ended by itself after " + count + why + ".");
+        }
+        exitCode = code;
+        return code;
+    }
+
+    /**
+     * The exit code of a run that is over.
+     *
+     * @param run    the run
+     * @param cycles how many cycles it completed
+     * @param fatals how many failures it told
+     * @return 0 for an end that was asked for, 1 for any other, also for one in the middle of a failing start
+     */
+    static int exitCode(AgentRun run, long cycles, long fatals) {
+        boolean neverStarted = cycles == 0 && fatals > 0;
+        return run.endedAsAsked() && !neverStarted ? ENDED_AS_ASKED : FAILED;
+    }
+
+    private long cycles() {
+        return monitor == null ? 0 : monitor.cycles();
+    }
+
+    /**
+     * Runs when the process is told to end. A Java process would then report the signal as its exit code, so
+     * the code is set here, after the agent has ended.
+     */
+    private void stopOnSignal() {
+        if (left.get()) {
+            return; // the end of main, not a signal
+        }
+        if (!run.isStopping()) {
+            stop();
+        }
+        run.awaitEnd(Duration.ofDays(365));
+        int code = Math.max(leave(), hostCode);
+        out.flush();
+        System.err.flush();
+        Runtime.getRuntime().halt(code);
+    }
+
+    /** The version that the build wrote into the program's archive. */
+    static final class Version implements IVersionProvider {
+
+        /** Creates the provider; picocli does so by itself. */
+        Version() {
+            // nothing to hold
+        }
+
+        /**
+         * The version of the build.
+         *
+         * @return the number, or "(development)" outside an archive
+         */
+        static String text() {
+            String version = AgentMain.class.getPackage().getImplementationVersion();
+            return version == null ? "(development)" : version;
+        }
+
+        @Override
+        public String[] getVersion() {
+            return new String[] {"Lumetra Agent " + text()};
+        }
+    }
+}

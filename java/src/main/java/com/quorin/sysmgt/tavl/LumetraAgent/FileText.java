@@ -1,0 +1,50 @@
+package com.quorin.sysmgt.tavl.LumetraAgent;
+
+import java.io.IOException;
+import java.io.InputStream;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.InvalidPathException;
+import java.nio.file.Path;
+import java.util.Optional;
+
+/** Reads a whole small file as text of bytes. */
+final class FileText {
+
+    /** No file that the host reads whole is ordinarily near this size; a larger one is not read at all. */
+    static final int LARGEST = 32 * 1024 * 1024;
+
+    private FileText() {}
+
+    /**
+     * The path that a text of bytes names.
+     *
+     * @param bytes one character for each byte
+     * @return the path; one that cannot exist when Java cannot spell the name
+     */
+    static Path path(String bytes) {
+        try {
+            return Path.of(Words.toPathText(bytes));
+        } catch (InvalidPathException e) {
+            return Path.of("/dev/null/unreadable");
+        }
+    }
+
+    /**
+     * The file's content, one character per byte.
+     *
+     * @param file the file
+     * @return the content; empty when the file cannot be read or is larger than {@link #LARGEST}
+     */
+    static Optional<String> read(Path file) {
+        try (InputStream in = Files.newInputStream(file)) {
+            byte[] content = in.readNBytes(LARGEST + 1);
+            if (content.length > LARGEST) {
+                return Optional.empty();
+            }
+            return Optional.of(new String(content, StandardCharsets.ISO_8859_1));
+        } catch (IOException e) {
+            return Optional.empty();
+        }
+    }
+}

@@ -1,0 +1,97 @@
+package com.quorin.sysmgt.tavl.LumetraAgent;
+
+import java.nio.file.Path;
+import java.time.Duration;
+import java.util.List;
+import java.util.Optional;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
+
+/** How much of each resource this machine has, asked once for the report at the start. */
+final class MachineCapacities {
+
+    /** The object of the declaration for process slots. */
+    static final String PROCESSES = "PercentProcessesUsed";
+
+    /** The object of the declaration for swap space. */
+    static final String SWAP = "PercentSwapSpaceUsed";
+
+    /** The object of the declaration for file descriptors. */
+    static final String DESCRIPTORS = "PercentFileDescriptorsUsed";
+
+    /** The counter of a disk declaration for space; the other counter is for inodes. */
+    static final String SPACE = "PercentFreeSpaceUsed";
+
+    private static final double LARGEST_COUNTED_MEMORY_KB = 896000;
+
+    private final Path root;
+    private final DiskListing space;
+    private final DiskListing inodes;
+
+    /**
+     * Capacities from given sources.
+     *
+     * @param root   the directory that holds the kernel's files below "proc"
+     * @param space  the file systems in blocks of 1024 bytes
+     * @param inodes the file systems in inodes
+     */
+    MachineCapacities(Path root, DiskListing space, DiskListing inodes) {
+        this.root = root;
+        this.space = space;
+        this.inodes = inodes;
+    }
+
+    /**
+     * Capacities of this machine. Takes as long as the listings of the disks take, within their deadline.
+     *
+     * @return the capacities; those of the disks are missing when the listing does not come in time
+     */
+    static MachineCapacities ofThisMachine() {
+        Duration deadline = DiskListing.DEADLINE;
+        Optional<DiskListing> space = DiskListing.run(List.of("df"), deadline);
+        // a listing that did not come in time would not come in time the second time either
+        Optional<DiskListing> inodes = space.flatMap(s -> DiskListing.run(List.of("df", "-i"), deadline));
+        return new MachineCapacities(Path.of("/"), space.orElse(DiskListing.empty()),
+                inodes.orElse(DiskListing.empty()));
+    }
+
+    /**
+     * The measured capacity of a resource: tasks, kilobytes of swap, descriptors, disk blocks of 1024 bytes
+     * or inodes.
+     *
+     * @param resource       the resource
+     * @param upperLimitCalc the capacity that the agent wrote into the declarations, 0 when it has not yet
+     * @return the capacity; empty when it cannot be told
+     */
+    Optional<Double> measured(KnownResource resource, double upperLimitCalc) {
+        return switch (resource.object()) {
+            case PROCESSES -> upperLimitCalc > 0 ? Optional.of(upperLimitCalc) : processSlots();
+            case SWAP -> memory("SwapTotal");
+            case DESCRIPTORS -> firstMatch("proc/sys/fs/file-nr", "\\s*\\d+\\s+\\d+\\s+(\\d+)");
+            case DeclaredResource.DISK -> disks(resource.counter()).capacity(resource.instance());
+            default -> Optional.empty();
+        };
+    }
+
+    private DiskListing disks(String counter) {
+        return counter.equals(SPACE) ? space : inodes;
+    }
+
+    private Optional<Double> processSlots() {
+        Optional<Double> byMemory = memory("MemTotal")
+                .map(kb -> Math.floor(Math.min(kb, LARGEST_COUNTED_MEMORY_KB) / 32));
+        Optional<Double> byKernel = firstMatch("proc/sys/kernel/threads-max", "\\s*(\\d+)");
+        return byMemory.flatMap(m -> byKernel.map(k -> Math.min(m, k)));
+    }
+
+    private Optional<Double> memory(String entry) {
+        return firstMatch("proc/meminfo", "(?m)^" + entry + ":\\s*(\\d+)");
+    }
+
+    private Optional<Double> firstMatch(String file, String pattern) {
+        return FileText.read(root.resolve(file)).flatMap(text -> {
+            Matcher m = Pattern.compile(pattern).matcher(text);
+            return m.find() ? Optional.of(Double.parseDouble(m.group(1))) : Optional.empty();
+        });
+    }
+}

@@ -1,0 +1,49 @@
+package com.quorin.sysmgt.tavl.LumetraAgent;
+
+/** Loads the native library {@code libObrinagent.so} into this process. */
+public final class NativeLibrary {
+
+    /** The system property that holds the absolute path of the library. */
+    public static final String PATH_PROPERTY = "lumetra.library";
+
+    private static final String NAME = "Obrinagent";
+
+    private NativeLibrary() {}
+
+    /**
+     * Loads the library from the path in the system property {@value #PATH_PROPERTY}, or from the Java
+     * library path when the property is not set. Loading it a second time changes nothing.
+     *
+     * @throws Unavailable when the library cannot be loaded; the message says from where and why
+     */
+    public static void load() throws Unavailable {
+        String path = System.getProperty(PATH_PROPERTY, "");
+        try {
+            if (path.isEmpty()) {
+                System.loadLibrary(NAME);
+            } else {
+                System.load(path);
+            }
+        } catch (UnsatisfiedLinkError | SecurityException e) {
+            throw new Unavailable(reason(path, e.getMessage()), e);
+        }
+    }
+
+    private static String reason(String path, String detail) {
+        if (path.isEmpty()) {
+            return "Cannot load lib" + NAME + ".so from the Java library path ("
+                    + System.getProperty("java.library.path", "") + "): " + detail
+                    + ". Name the file with -D" + PATH_PROPERTY + "=/absolute/path/lib" + NAME + ".so";
+        }
+        return "Cannot load the native library " + path + " (named by -D" + PATH_PROPERTY + "): " + detail;
+    }
+
+    /** Says that the native library could not be loaded, and why. */
+    public static final class Unavailable extends Exception {
+        private static final long serialVersionUID = 1L;
+
+        private Unavailable(String message, Throwable cause) {
+            super(message, cause);
+        }
+    }
+}

@@ -1,0 +1,162 @@
+package com.quorin.sysmgt.tavl.LumetraAgent;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertTimeoutPreemptively;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import java.time.Duration;
+import java.util.concurrent.CountDownLatch;
+import java.util.concurrent.atomic.AtomicInteger;
+import org.junit.jupiter.api.Test;
+
+class AgentRunTest {
+
+    private static final Duration LONG = Duration.ofSeconds(20);
+
+    /**
+     * Stands in for the library: forgets the first requests, as an agent does that is still setting itself
+     * up.
+     */
+    private static final class Forgetful implements AgentRun.Agent {
+        private final CountDownLatch stopped;
+        private final AtomicInteger requests = new AtomicInteger();
+
+        Forgetful(int heeded) {
+            stopped = new CountDownLatch(heeded);
+        }
+
+        @Override
+        public int run() {
+            try {
+                stopped.await();
+            } catch (InterruptedException e) {
+                return -1;
+            }
+            return 0;
+        }
+
+        @Override
+        public int pleaseStop() {
+            requests.incrementAndGet();
+            stopped.countDown();
+            return 0;
+        }
+    }
+
+    private static AgentRun.Agent returning(int result) {
+        return new AgentRun.Agent() {
+            @Override
+            public int run() {
+                return result;
+            }
+
+            @Override
+            public int pleaseStop() {
+                return 0;
+            }
+        };
+    }
+
+    @Test
+    void aStopRequestIsMadeUntilTheAgentHasReturned() {
+        Forgetful agent = new Forgetful(4);
+        AgentRun run = new AgentRun(agent);
+        run.start();
+        assertTimeoutPreemptively(LONG, () -> run.stop(() -> { }, LONG));
+        assertEquals(4, agent.requests.get());
+        assertTrue(run.endedAsAsked());
+        assertEquals(AgentMain.ENDED_AS_ASKED, AgentMain.exitCode(run, 3, 0));
+    }
+
+    @Test
+    void aStopRequestBeforeTheStartIsNotLost() {
+        AgentRun run = new AgentRun(new Forgetful(2));
+        Thread stopper = new Thread(() -> run.stop(() -> { }, LONG));
+        stopper.start();
+        run.start();
+        assertTimeoutPreemptively(LONG, () -> stopper.join());
+        assertTrue(run.endedAsAsked());
+    }
+
+    @Test
+    void theWaitIsMentionedAgainAndAgain() {
+        AtomicInteger reminders = new AtomicInteger();
+        AgentRun run = new AgentRun(new Forgetful(5));
+        run.start();
+        assertTimeoutPreemptively(LONG, () -> run.stop(reminders::incrementAndGet, Duration.ofMillis(50)));
+        assertTrue(reminders.get() >= 1);
+    }
+
+    @Test
+    void anAgentThatEndsByItselfHasFailed() {
+        AgentRun run = new AgentRun(returning(0));
+        run.start();
+        assertTrue(run.awaitEnd(LONG));
+        assertFalse(run.endedAsAsked());
+        assertEquals(AgentMain.FAILED, AgentMain.exitCode(run, 0, 1));
+        assertEquals(AgentMain.FAILED, AgentMain.exitCode(run, 5, 0));
+    }
+
+    @Test
+    void stoppingAnAgentThatHasEndedByItselfDoesNotMakeItASuccess() {
+        AgentRun run = new AgentRun(returning(-1));
+        run.start();
+        assertTrue(run.awaitEnd(LONG));
+        run.stop(() -> { }, LONG);
+        assertFalse(run.endedAsAsked());
+        assertEquals(-1, run.result());
+    }
+
+    @Test
+    void aFailingStartThatIsStoppedMeanwhileHasFailed() {
+        AgentRun run = new AgentRun(new Forgetful(1));
+        run.start();
+        run.stop(() -> { }, LONG);
+        assertEquals(AgentMain.FAILED, AgentMain.exitCode(run, 0, 1));
+        assertEquals(AgentMain.ENDED_AS_ASKED, AgentMain.exitCode(run, 0, 0));
+        assertEquals(AgentMain.ENDED_AS_ASKED, AgentMain.exitCode(run, 7, 2));
+    }
+
+    @Test
+    void aMissingNativeMethodEndsTheRunWithItsReason() {
+        AgentRun run = new AgentRun(new AgentRun.Agent() {
+            @Override
+            public int run() {
+                throw new UnsatisfiedLinkError("research_main");
+            }
+
+            @Override
+            public int pleaseStop() {
+                throw new UnsatisfiedLinkError("javaThreadSyncPleaseStop");
+            }
+        });
+        run.start();
+        assertTrue(run.awaitEnd(LONG));
+        assertEquals("research_main", run.failure().get().getMessage());
+        assertEquals(AgentMain.FAILED, AgentMain.exitCode(run, 0, 0));
+    }
+
+    @Test
+    void aStopThatCannotBeAskedForDoesNotWaitForever() {
+        AgentRun run = new AgentRun(new AgentRun.Agent() {
+            @Override
+            public int run() {
+                try {
+                    Thread.sleep(60_000);
+                } catch (InterruptedException e) {
+                    return -1;
+                }
+                return 0;
+            }
+
+            @Override
+            public int pleaseStop() {
+                throw new UnsatisfiedLinkError("javaThreadSyncPleaseStop");
+            }
+        });
+        run.start();
+        assertTimeoutPreemptively(LONG, () -> run.stop(() -> { }, LONG));
+        assertFalse(run.endedAsAsked());
+    }
+}

@@ -1,0 +1,145 @@
+package com.quorin.sysmgt.tavl.LumetraAgent;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import java.io.IOException;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.nio.file.StandardCopyOption;
+import java.nio.file.StandardOpenOption;
+import java.util.Map;
+import org.junit.jupiter.api.BeforeEach;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
+
+class ArchiveTailTest {
+
+    @TempDir
+    Path directory;
+    private Path archive;
+
+    @BeforeEach
+    void nameTheArchive() {
+        archive = directory.resolve("LumetraArchive.txt");
+    }
+
+    private void append(String text) throws IOException {
+        Files.writeString(archive, text, StandardOpenOption.CREATE, StandardOpenOption.APPEND);
+    }
+
+    private void replace(String text) throws IOException {
+        Path temp = directory.resolve("temp");
+        Files.writeString(temp, text);
+        Files.move(temp, archive, StandardCopyOption.ATOMIC_MOVE, StandardCopyOption.REPLACE_EXISTING);
+    }
+
+    private static String line(int time) {
+        return time + " 1 0 " + time % 100 + ".50 \n";
+    }
+
+    @Test
+    void anArchiveThatDoesNotExistYetIsFollowedFromItsFirstLine() throws IOException {
+        ArchiveTail tail = new ArchiveTail(archive);
+        assertEquals(0, tail.poll());
+        append(line(1001));
+        assertEquals(1, tail.poll());
+        assertEquals(Map.of(1, 1.5), tail.newest().get().values());
+        assertEquals(Files.size(archive), tail.size());
+    }
+
+    @Test
+    void linesOfEarlierRunsDoNotCount() throws IOException {
+        append(line(1001) + line(1002));
+        ArchiveTail tail = new ArchiveTail(archive);
+        assertEquals(0, tail.poll());
+        assertTrue(tail.newest().isEmpty());
+        append(line(1003) + line(1004));
+        assertEquals(2, tail.poll());
+        assertEquals(1004, tail.newest().get().epochSeconds());
+        assertEquals(0, tail.poll());
+    }
+
+    @Test
+    void aLineCountsOnceItIsWhole() throws IOException {
+        ArchiveTail tail = new ArchiveTail(archive);
+        append("1001 1 0 1.");
+        assertEquals(0, tail.poll());
+        assertTrue(tail.newest().isEmpty());
+        append("50 \n");
+        assertEquals(1, tail.poll());
+        assertEquals(Map.of(1, 1.5), tail.newest().get().values());
+    }
+
+    @Test
+    void aTornTailOfAnEarlierRunMayBeCutBack() throws IOException {
+        append(line(1001) + "1002 1 0 4");
+        ArchiveTail tail = new ArchiveTail(archive);
+        Files.writeString(archive, line(1001));
+        append(line(1003));
+        assertEquals(1, tail.poll());
+        assertEquals(1003, tail.newest().get().epochSeconds());
+    }
+
+    @Test
+    void afterATrimOnlyNewerLinesCount() throws IOException {
+        append(line(1001) + line(1002));
+        ArchiveTail tail = new ArchiveTail(archive);
+        append(line(1003));
+        assertEquals(1, tail.poll());
+        append(line(1004));
+        replace(line(1003) + line(1004));
+        assertEquals(1, tail.poll());
+        append(line(1005));
+        assertEquals(1, tail.poll());
+        assertEquals(1005, tail.newest().get().epochSeconds());
+    }
+
+    @Test
+    void aTrimRightAfterTheStartDoesNotCountOldLines() throws IOException {
+        append(line(1001) + line(1002) + line(1003));
+        ArchiveTail tail = new ArchiveTail(archive);
+        replace(line(1003));
+        assertEquals(0, tail.poll());
+    }
+
+    @Test
+    void anArchiveThatIsRemovedAndMadeAnewIsFollowed() throws IOException {
+        append(line(1001) + line(1002));
+        ArchiveTail tail = new ArchiveTail(archive);
+        Files.delete(archive);
+        assertEquals(0, tail.poll());
+        append(line(1003));
+        assertEquals(1, tail.poll());
+    }
+
+    @Test
+    void linesLongerThanAReadingBlockAreWhole() throws IOException {
+        StringBuilder wide = new StringBuilder("1001 ");
+        for (int rid = 1; rid <= 20_000; rid++) {
+            wide.append(rid).append(" 0 12.34 ");
+        }
+        append(wide + "\n");
+        ArchiveTail tail = new ArchiveTail(archive);
+        append(wide.replace(0, 4, "1002") + "\n");
+        assertEquals(1, tail.poll());
+        assertEquals(20_000, tail.newest().get().values().size());
+    }
+
+    @Test
+    void damagedLinesCountAsCyclesAndLeaveTheLastSamples() throws IOException {
+        ArchiveTail tail = new ArchiveTail(archive);
+        append(line(1001) + "\u0000\u0001 rubbish\n");
+        assertEquals(2, tail.poll());
+        assertTrue(tail.newest().isEmpty());
+        append(line(1002));
+        assertEquals(1, tail.poll());
+        assertEquals(1002, tail.newest().get().epochSeconds());
+    }
+
+    @Test
+    void aDirectoryInTheArchivesPlaceIsNoArchive() throws IOException {
+        Files.createDirectory(archive);
+        assertEquals(0, new ArchiveTail(archive).poll());
+    }
+}

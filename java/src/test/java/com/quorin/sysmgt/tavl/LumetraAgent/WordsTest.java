@@ -1,0 +1,61 @@
+package com.quorin.sysmgt.tavl.LumetraAgent;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+
+import java.nio.charset.StandardCharsets;
+import java.time.Duration;
+import org.junit.jupiter.api.Test;
+
+class WordsTest {
+
+    private static String words(long seconds) {
+        return Words.ofDuration(Duration.ofSeconds(seconds));
+    }
+
+    @Test
+    void durationsAreRoundedToWhatMattersAtTheirSize() {
+        assertEquals("0 s", words(0));
+        assertEquals("0 s", words(-5));
+        assertEquals("119 s", words(119));
+        assertEquals("2 min", words(120));
+        assertEquals("33 min", words(2000));
+        assertEquals("119 min", words(7169));
+        assertEquals("2 h", words(7170));
+        assertEquals("2 h 15 min", words(8100));
+        assertEquals("2 days", words(172800));
+        assertEquals("3 days 4 h", words(273600));
+    }
+
+    @Test
+    void sizesHaveTheLargestUnitThatLeavesAtLeastOne() {
+        assertEquals("0 bytes", Words.ofBytes(0.0));
+        assertEquals("1023 bytes", Words.ofBytes(1023.0));
+        assertEquals("1.0 KiB", Words.ofBytes(1024.0));
+        assertEquals("5.0 GiB", Words.ofBytes(5.0 * 1024 * 1024 * 1024));
+        assertEquals("16.0 EiB", Words.ofBytes(Math.pow(2, 64)));
+    }
+
+    @Test
+    void controlCharactersAreShownAsEscapes() {
+        assertEquals("a\\nb\\r\\t\\x1b[2J\\x7f", Words.printable("a\nb\r\t\u001b[2J\u007f"));
+        assertEquals("\\u202egpj.exe", Words.printable("\u202egpj.exe"));
+        assertEquals("\\ud800", Words.printable("\ud800"));
+        assertEquals("", Words.printable(null));
+    }
+
+    @Test
+    void bytesThatAreValidTextAreDecoded() {
+        byte[] utf8 = "/mnt/Größe 日本".getBytes(StandardCharsets.UTF_8);
+        String bytes = new String(utf8, StandardCharsets.ISO_8859_1);
+        assertEquals("/mnt/Größe 日本", Words.ofBytes(bytes));
+        assertEquals("", Words.ofBytes(""));
+    }
+
+    @Test
+    void bytesThatAreNoTextAreShownAsEscapes() {
+        assertEquals("/mnt/\\xffx\\xc3", Words.ofBytes("/mnt/\u00ffx\u00c3"));
+        assertEquals("\\x1b\\x9b", Words.ofBytes("\u001b\u009b"));
+        String control = new String("\u009b".getBytes(StandardCharsets.UTF_8), StandardCharsets.ISO_8859_1);
+        assertEquals("\\x9b", Words.ofBytes(control));
+    }
+}

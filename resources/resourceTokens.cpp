@@ -1,0 +1,87 @@
+#include "resources/resourceTokens.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace obrin {
+
+namespace {
+
+constexpr std::array<std::pair<std::string_view, KeyCode>, 17> keywords{{
+    {BeginResourceDeclarationText, beginDeclarationKey},
+    {BeginResourceInputText, beginInputKey},
+    {FindObjectText, findObjectKey},
+    {FindInstanceText, findInstanceKey},
+    {FindCounterText, findCounterKey},
+    {WindowSizeText, windowSizeKey},
+    {NameIsText, nameIsKey},
+    {OpeningCommentText, openingCommentKey},
+    {ClosingCommentText, closingCommentKey},
+    {EndResourceDeclarationText, endDeclarationKey},
+    {EndResourceInputText, endInputKey},
+    {AnalyticalMethod, analyticalMethodKey},
+    {UpperLimitAbs, upperLimitAbsKey},
+    {UpperLimitCalc, upperLimitCalcKey},
+    {LowerLimitAbs, lowerLimitAbsKey},
+    {LowerLimitCalc, lowerLimitCalcKey},
+    {CulpritMarker, culpritMarkerKey},
+}};
+
+/// The argument reader ends at this byte as at the end of the file.
+constexpr char endByte = '\xFF';
+
+/// The text up to the next `wanted`, which is passed; false when the text ends first.
+bool takeUpTo(char wanted, TextScanner& text, std::string_view* taken) {
+    const std::string_view rest = text.rest();
+    const std::size_t found = std::min(rest.find(wanted), rest.size());
+    const std::size_t end = rest.substr(0, found).find(endByte);
+    if (found == rest.size() || end != rest.npos) {
+        text.moveTo(text.position() + std::min(end, rest.size()));
+        return false;
+    }
+    *taken = rest.substr(0, found);
+    text.moveTo(text.position() + found + 1);
+    return true;
+}
+
+} // namespace
+
+int ResourceDeclarationPiston(std::string_view token) {
+    const auto* found = std::find_if(keywords.begin(), keywords.end(),
+                                     [token](const auto& keyword) { return keyword.first == token; });
+    return found == keywords.end() ? noKey : found->second;
+}
+
+int ScanForKeyCode(int code, TextScanner& text, ParseLosses* losses) {
+    while (const auto token = text.word()) {
+        const int found = ResourceDeclarationPiston(*token);
+        if (found == code)
+            return 1;
+        if (CommentFunction(*token, text) == -1)
+            return -1;
+        const bool beginsInput = found == findObjectKey || (found == beginInputKey && code != findObjectKey);
+        if (beginsInput && losses != nullptr)
+            losses->input = true;
+    }
+    return -1;
+}
+
+int CommentFunction(std::string_view token, TextScanner& text) {
+    if (token != OpeningCommentText)
+        return 1;
+    return text.skipPastWord(ClosingCommentText) ? 1 : -1;
+}
+
+int RetrieveArgument(std::string* argument, TextScanner& text, ParseLosses* losses) {
+    std::string_view taken;
+    if (!takeUpTo('(', text, &taken) || !takeUpTo(')', text, &taken))
+        return -1;
+    const std::string_view kept = taken.substr(0, std::min(taken.find('\0'), longestArgument));
+    if (kept.size() < taken.size() && losses != nullptr)
+        losses->argument = true;
+    argument->assign(kept);
+    return 1;
+}
+
+} // namespace obrin

@@ -1,0 +1,80 @@
+#pragma once
+
+#include "support/textScanner.h"
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace obrin {
+
+// The words of the declaration file. A keyword is a word of its own between white space, case-sensitive; some
+// are followed by an argument in parentheses, some by a number. Each function works on a scanner over the
+// whole file's text.
+
+inline constexpr std::string_view BeginResourceDeclarationText = "BeginResourceDeclaration";
+inline constexpr std::string_view BeginResourceInputText = "BeginResourceInput";
+inline constexpr std::string_view FindObjectText = "FindObject";
+inline constexpr std::string_view FindInstanceText = "FindInstance";
+inline constexpr std::string_view FindCounterText = "FindCounter";
+inline constexpr std::string_view WindowSizeText = "WindowSize";
+inline constexpr std::string_view NameIsText = "NameIs";
+inline constexpr std::string_view OpeningCommentText = "/*";
+inline constexpr std::string_view ClosingCommentText = "*/";
+inline constexpr std::string_view EndResourceDeclarationText = "EndResourceDeclaration";
+inline constexpr std::string_view EndResourceInputText = "EndResourceInput";
+inline constexpr std::string_view AnalyticalMethod = "AnalyticalMethod";
+inline constexpr std::string_view UpperLimitAbs = "UpperLimitAbs";
+inline constexpr std::string_view UpperLimitCalc = "UpperLimitCalc";
+inline constexpr std::string_view LowerLimitAbs = "LowerLimitAbs";
+inline constexpr std::string_view LowerLimitCalc = "LowerLimitCalc";
+inline constexpr std::string_view CulpritMarker = "CulpritMarker";
+
+/// Key codes of the keywords.
+enum KeyCode : int {
+    noKey = 0,
+    beginDeclarationKey = 1,
+    beginInputKey = 2,
+    findObjectKey = 3,
+    findInstanceKey = 4,
+    findCounterKey = 5,
+    windowSizeKey = 6,
+    nameIsKey = 7,
+    openingCommentKey = 8,
+    closingCommentKey = 9,
+    endDeclarationKey = 10,
+    endInputKey = 11,
+    analyticalMethodKey = 12,
+    upperLimitAbsKey = 13,
+    upperLimitCalcKey = 14,
+    lowerLimitAbsKey = 15,
+    lowerLimitCalcKey = 16,
+    culpritMarkerKey = 17,
+};
+
+/// Longest argument in bytes; the rest of a longer one is read and dropped.
+inline constexpr std::size_t longestArgument = 127;
+
+/// What a reading passed over or dropped although a user may have meant it.
+struct ParseLosses {
+    bool input = false; ///< the beginning of a resource input was skipped in the search for another keyword
+    bool argument = false; ///< an argument was cut
+};
+
+/// The key code of a word; 0 for any other word.
+int ResourceDeclarationPiston(std::string_view token);
+
+/// Moves behind the next keyword of that code, skipping all other words and whole comments. 1; -1 at the end
+/// of the text or in a comment that is not closed. Notes in `losses`, when given, that an input's beginning
+/// was skipped.
+int ScanForKeyCode(int code, TextScanner& text, ParseLosses* losses = nullptr);
+
+/// When `token` is "/*", moves behind the next "*/". 1; -1 when there is none, at the end of the text then.
+int CommentFunction(std::string_view token, TextScanner& text);
+
+/// Puts what stands between the next "(" and the ")" after it into `argument`, at most longestArgument bytes,
+/// and moves behind the ")". 1; -1 when the text ends first, `argument` is then of no use. A byte of value
+/// 255 ends the text here.
+int RetrieveArgument(std::string* argument, TextScanner& text, ParseLosses* losses = nullptr);
+
+} // namespace obrin

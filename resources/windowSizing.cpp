@@ -1,0 +1,64 @@
+#include "resources/windowSizing.h"
+
+#include "agent/debugLog.h"
+#include "support/textScanner.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace obrin {
+
+namespace {
+
+constexpr double secondsPerHour = 3600.0;
+constexpr double samplesInLongestWindow = 300;
+
+double defaultWindow(const Clasp& clasp) {
+    return clasp.MaxForecastHours / 10.0;
+}
+
+} // namespace
+
+std::optional<std::uint32_t> windowSamples(double windowHours, std::int32_t millisecondsPerSample) {
+    if (millisecondsPerSample == 0)
+        return std::nullopt;
+    const double samples = std::trunc(windowHours * secondsPerHour * 1000 / millisecondsPerSample);
+    if (!std::isfinite(samples) || samples > std::numeric_limits<std::uint32_t>::max())
+        return std::nullopt;
+    return samples < 1 ? 1 : static_cast<std::uint32_t>(samples);
+}
+
+int AutoSizeWindows(Clasp* clasp) {
+    double largest = 0.0;
+    for (Link* link = clasp->pFirstLink; link != nullptr; link = link->pNextLink) {
+        if (link->WindowSize < 0)
+            link->WindowSize = defaultWindow(*clasp);
+        largest = std::max(largest, link->WindowSize);
+    }
+    if (clasp->MillisecondsPerSample == -1)
+        clasp->MillisecondsPerSample =
+            truncateToInt32(largest * secondsPerHour * 1000 / samplesInLongestWindow);
+    // The text says "min" although the value is the largest window: readers of old logs know it so.
+    DEBUGMSG("minwindowsize = %f, msecpersample = %d\n", largest, clasp->MillisecondsPerSample);
+    return 1;
+}
+
+int SanityCheckChain(Clasp* clasp) {
+    int result = 1;
+    const double period = clasp->MillisecondsPerSample / 1000.0;
+    for (Link* link = clasp->pFirstLink; link != nullptr; link = link->pNextLink) {
+        const double window = link->WindowSize * secondsPerHour;
+        if (!(period > window))
+            continue;
+        DEBUGMSG("***Error: Sample interval of %.2f sec is greater than window size of %.2f sec for %s %s %s",
+                 period, window, link->Descriptor0.c_str(), link->Descriptor1.c_str(),
+                 link->Descriptor2.c_str());
+        link->WindowSize = defaultWindow(*clasp);
+        DEBUGMSG(">>>>>>Setting window size to %.2f sec\n", link->WindowSize * secondsPerHour);
+        result = -2;
+    }
+    return result;
+}
+
+} // namespace obrin

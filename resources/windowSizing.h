@@ -1,0 +1,23 @@
+#pragma once
+
+#include "resources/resourceRecords.h"
+
+#include <cstdint>
+#include <optional>
+
+namespace obrin {
+
+/// Number of samples in a window: windowHours x 3600 x 1000 / millisecondsPerSample in double, truncated
+/// toward zero, never below 1. Nothing when the quotient is not finite or above 32 bits: such a ring cannot
+/// be had.
+std::optional<std::uint32_t> windowSamples(double windowHours, std::int32_t millisecondsPerSample);
+
+/// Gives every link with a negative window MaxForecastHours / 10 hours, and a period of -1 the length that
+/// puts 300 samples into the longest window. Always 1.
+int AutoSizeWindows(Clasp* clasp);
+
+/// Resets every window shorter than one sample period to MaxForecastHours / 10 hours, with two log texts
+/// each. 1 when nothing changed, else -2.
+int SanityCheckChain(Clasp* clasp);
+
+} // namespace obrin

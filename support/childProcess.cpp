@@ -1,0 +1,225 @@
+#include "support/childProcess.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace obrin {
+
+namespace {
+
+struct Pipe {
+    Descriptor readEnd;
+    Descriptor writeEnd;
+};
+
+/// The descriptor under a number above the standard three, so that it survives the child's own redirections.
+Descriptor aboveStandard(int fd) {
+    Descriptor original(fd);
+    if (fd > STDERR_FILENO)
+        return original;
+    return Descriptor(::fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+}
+
+std::optional<Pipe> makePipe() {
+    int ends[2];
+    if (::pipe2(ends, O_CLOEXEC) != 0)
+        return std::nullopt;
+    Pipe made{aboveStandard(ends[0]), aboveStandard(ends[1])};
+    if (!made.readEnd || !made.writeEnd)
+        return std::nullopt;
+    ::fcntl(made.readEnd.get(), F_SETFL, O_NONBLOCK);
+    return made;
+}
+
+class SpawnActions {
+public:
+    SpawnActions() { ok_ = ::posix_spawn_file_actions_init(&actions_) == 0; }
+    SpawnActions(const SpawnActions&) = delete;
+    SpawnActions& operator=(const SpawnActions&) = delete;
+    ~SpawnActions() { ::posix_spawn_file_actions_destroy(&actions_); }
+
+    /// The child has `fd` under the number `as`, no longer close-on-exec, also when both are the same.
+    void give(int fd, int as) { ok_ = ok_ && ::posix_spawn_file_actions_adddup2(&actions_, fd, as) == 0; }
+    bool ok() const { return ok_; }
+    const posix_spawn_file_actions_t* get() const { return &actions_; }
+
+private:
+    posix_spawn_file_actions_t actions_;
+    bool ok_ = false;
+};
+
+class SpawnAttributes {
+public:
+    SpawnAttributes() {
+        sigset_t none;
+        sigset_t all;
+        ::sigemptyset(&none);
+        ::sigfillset(&all);
+        ::sigdelset(&all, SIGKILL);
+        ::sigdelset(&all, SIGSTOP);
+        ok_ = ::posix_spawnattr_init(&attributes_) == 0 &&
+              ::posix_spawnattr_setsigmask(&attributes_, &none) == 0 &&
+              ::posix_spawnattr_setsigdefault(&attributes_, &all) == 0 &&
+              ::posix_spawnattr_setpgroup(&attributes_, 0) == 0 &&
+              ::posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF |
+                                                           POSIX_SPAWN_SETSIGMASK) == 0;
+    }
+    SpawnAttributes(const SpawnAttributes&) = delete;
+    SpawnAttributes& operator=(const SpawnAttributes&) = delete;
+    ~SpawnAttributes() { ::posix_spawnattr_destroy(&attributes_); }
+
+    bool ok() const { return ok_; }
+    const posix_spawnattr_t* get() const { return &attributes_; }
+
+private:
+    posix_spawnattr_t attributes_;
+    bool ok_ = false;
+};
+
+/// The null-terminated array of pointers that exec takes; valid as long as `texts` stands unchanged.
+std::vector<char*> pointersTo(std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    pointers.reserve(texts.size() + 1);
+    for (std::string& text : texts)
+        pointers.push_back(text.data());
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+/// Milliseconds until the deadline, at least 0, at most `most`.
+int millisecondsUntil(ChildProcess::Clock::time_point deadline, int most) {
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - ChildProcess::Clock::now()).count();
+    return static_cast<int>(std::clamp<decltype(left)>(left + 1, 0, most));
+}
+
+/// Longest wait for an event that may never come although the program has ended: something that it left
+/// running can hold its descriptors open.
+constexpr int lookAgain = 20;
+
+} // namespace
+
+ChildProcess::ChildProcess(pid_t pid, Descriptor lifeline, Descriptor output)
+    : pid_(pid), lifeline_(std::move(lifeline)), output_(std::move(output)) {}
+
+ChildProcess::ChildProcess(ChildProcess&& other) noexcept
+    : pid_(std::exchange(other.pid_, -1)), status_(other.status_), lifeline_(std::move(other.lifeline_)),
+      output_(std::move(other.output_)) {}
+
+ChildProcess& ChildProcess::operator=(ChildProcess&& other) noexcept {
+    if (this != &other) {
+        kill();
+        pid_ = std::exchange(other.pid_, -1);
+        status_ = other.status_;
+        lifeline_ = std::move(other.lifeline_);
+        output_ = std::move(other.output_);
+    }
+    return *this;
+}
+
+ChildProcess::~ChildProcess() {
+    kill();
+    if (pid_ > 0)
+        wait(Clock::time_point{});
+}
+
+std::optional<ChildProcess> ChildProcess::start(const ChildCommand& command) {
+    std::optional<Pipe> lifeline = makePipe();
+    std::optional<Pipe> output = command.captureOutput ? makePipe() : Pipe{};
+    if (!lifeline || !output)
+        return std::nullopt;
+    SpawnActions actions;
+    SpawnAttributes attributes;
+    actions.give(lifeline->writeEnd.get(), lifeline->writeEnd.get());
+    if (command.captureOutput)
+        actions.give(output->writeEnd.get(), STDOUT_FILENO);
+    if (!actions.ok() || !attributes.ok()) {
+        errno = ENOMEM;
+        return std::nullopt;
+    }
+    std::vector<std::string> arguments = command.arguments;
+    std::vector<std::string> environment = command.environment;
+    pid_t pid = -1;
+    const int error = ::posix_spawn(&pid, command.program.c_str(), actions.get(), attributes.get(),
+                                    pointersTo(arguments).data(), pointersTo(environment).data());
+    if (error != 0) {
+        errno = error;
+        return std::nullopt;
+    }
+    return ChildProcess(pid, std::move(lifeline->readEnd), std::move(output->readEnd));
+}
+
+std::optional<int> ChildProcess::wait(Clock::time_point deadline) {
+    while (!status_) {
+        int status = 0;
+        const pid_t ended = ::waitpid(pid_, &status, WNOHANG);
+        if (ended == pid_)
+            status_ = status;
+        else if (ended < 0 && errno != EINTR)
+            status_ = -1; // nobody kept a status: SIGCHLD is ignored, and the child is gone
+        if (status_ || Clock::now() >= deadline)
+            break;
+        // Its descriptors close a moment before a process can be waited for: from then on look often.
+        const bool closed = lifelineClosed();
+        pollfd waited{closed ? -1 : lifeline_.get(), POLLIN, 0};
+        ::poll(&waited, 1, millisecondsUntil(deadline, closed ? 1 : lookAgain));
+    }
+    return status_;
+}
+
+std::string ChildProcess::takeOutput(Clock::time_point deadline, std::size_t limit) {
+    std::string text;
+    char block[16384];
+    while (output_ && text.size() < limit) {
+        const ssize_t got = ::read(output_.get(), block, std::min(sizeof block, limit - text.size()));
+        if (got > 0) {
+            text.append(block, static_cast<std::size_t>(got));
+            continue;
+        }
+        if (got == 0 || (errno != EAGAIN && errno != EINTR) || Clock::now() >= deadline)
+            break;
+        const bool ended = wait(Clock::time_point{}).has_value();
+        pollfd waited{output_.get(), POLLIN, 0};
+        if (::poll(&waited, 1, millisecondsUntil(deadline, lookAgain)) == 0 && ended)
+            break;
+    }
+    output_.close();
+    return text;
+}
+
+void ChildProcess::kill() {
+    if (pid_ > 0 && alive())
+        ::kill(-pid_, SIGKILL);
+}
+
+bool ChildProcess::alive() {
+    if (pid_ <= 0)
+        return false;
+    if (!wait(Clock::time_point{}))
+        return true;
+    return !lifelineClosed() && ::kill(-pid_, 0) == 0;
+}
+
+bool ChildProcess::lifelineClosed() const {
+    char byte = 0;
+    return ::read(lifeline_.get(), &byte, 1) == 0;
+}
+
+std::vector<std::string> environmentWithout(const std::vector<std::string>& names) {
+    std::vector<std::string> kept;
+    for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+        const std::string variable = *entry;
+        const std::string name = variable.substr(0, variable.find('='));
+        if (std::find(names.begin(), names.end(), name) == names.end())
+            kept.push_back(variable);
+    }
+    return kept;
+}
+
+} // namespace obrin

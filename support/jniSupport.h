@@ -1,0 +1,38 @@
+#pragma once
+
+#include <jni.h>
+#include <optional>
+#include <string>
+
+namespace obrin {
+
+/// Local references made while it lives are gone when it goes, so a call that runs for months does not gather
+/// any.
+class LocalFrame {
+public:
+    explicit LocalFrame(JNIEnv* env, jint capacity = 16);
+    LocalFrame(const LocalFrame&) = delete;
+    LocalFrame& operator=(const LocalFrame&) = delete;
+    ~LocalFrame();
+
+    /// False when Java had no memory for it; its exception is then pending.
+    explicit operator bool() const { return pushed_; }
+
+private:
+    JNIEnv* env_;
+    bool pushed_;
+};
+
+/// A Java text of `text`, valid whatever its bytes; a null reference for an absent text. Null with an
+/// exception pending when Java has no memory.
+jstring makeJavaText(JNIEnv* env, const char* text);
+
+/// The characters of a Java text as UTF-8; empty for a null reference and when Java has no memory (the
+/// exception is then cleared). Characters that Java did not copy are not released.
+std::string takeJavaText(JNIEnv* env, jstring text);
+
+/// Looks for a pending exception and clears it. Its own text ("java.lang.IllegalStateException: why"), or a
+/// replacement when even that cannot be had; nothing when none was pending. Needs a local frame around it.
+std::optional<std::string> takePendingException(JNIEnv* env);
+
+} // namespace obrin

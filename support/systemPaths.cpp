@@ -1,0 +1,10 @@
+#include "support/systemPaths.h"
+
+namespace obrin {
+
+SystemPaths& systemPaths() {
+    static SystemPaths paths;
+    return paths;
+}
+
+} // namespace obrin

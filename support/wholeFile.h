@@ -1,0 +1,26 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace obrin {
+
+/// Largest text that readWholeFile takes; what the agent reads whole is a few kilobytes in practice.
+inline constexpr std::size_t wholeFileLimit = std::size_t{64} << 20;
+
+/// The bytes of a file, read to its end or to `limit` bytes. A file that is empty, or that opens but cannot
+/// be read (a directory, a FIFO nobody writes to), is an empty text; never waits for a writer. Nothing, with
+/// errno, when the file cannot be opened. Any thread.
+std::optional<std::string> readWholeFile(const std::string& path, std::size_t limit = wholeFileLimit);
+
+/// The file that `path` leads to through symbolic links; `path` itself when it is none or leads nowhere.
+std::string linkTarget(const std::string& path);
+
+/// Puts `content` in the place of the file: written beside it under "<path>.new", synchronised to the disk,
+/// and renamed over it, so the name opens to the old or to the new text whole, also after a power cut. A
+/// symbolic link stays one: its target is replaced. The old file's permission bits are kept. False with errno
+/// on failure; the old file is then untouched and nothing is left beside it.
+bool replaceWholeFile(const std::string& path, std::string_view content);
+
+} // namespace obrin

@@ -1,0 +1,265 @@
+#include "acquisition/archiveFile.h"
+
+#include "agent/debugLog.h"
+#include "support/systemPaths.h"
+#include "tests/support/recordingSink.h"
+#include "tests/support/temporaryDirectory.h"
+
+#include <csignal>
+#include <fcntl.h>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace obrin {
+namespace {
+
+using test::readFile;
+using test::writeFile;
+
+class ArchiveFile : public testing::Test {
+protected:
+    ArchiveFile() { systemPaths().trimWorkFile = directory.path("temp"); }
+    ~ArchiveFile() override { systemPaths().trimWorkFile = SystemPaths().trimWorkFile; }
+
+    /// Lines of 64 bytes that together have `size` bytes; the last line takes what is left.
+    static std::string lines(std::size_t size) {
+        std::string text;
+        for (int i = 0; text.size() + 128 <= size; ++i) {
+            std::string line = std::to_string(1700000000 + i) + " 1 0 41.27 ";
+            line.resize(63, '7');
+            text += line + "\n";
+        }
+        text.resize(size - 1, '8');
+        return text + "\n";
+    }
+
+    test::TemporaryDirectory directory;
+    test::CapturedLog log;
+    test::RecordingSink sink;
+    std::string archive = directory.path("archive.txt");
+};
+
+TEST_F(ArchiveFile, LinesAreAppendedWhole) {
+    EXPECT_TRUE(appendArchiveLine(archive, "1 3 0 41.27 \n"));
+    EXPECT_TRUE(appendArchiveLine(archive, "2 3 0 41.30 \n"));
+    EXPECT_EQ(readFile(archive), "1 3 0 41.27 \n2 3 0 41.30 \n");
+}
+
+TEST_F(ArchiveFile, TornTailOfAnyLengthIsCutBackToTheLastWholeLine) {
+    const std::string whole = "1 3 0 41.27 \n2 3 0 41.30 \n";
+    const std::string torn = "3 3 0 41.31 ";
+    for (std::size_t length = 1; length <= torn.size(); ++length) {
+        writeFile(archive, whole + torn.substr(0, length));
+        ASSERT_TRUE(appendArchiveLine(archive, "4 3 0 41.32 \n"));
+        ASSERT_EQ(readFile(archive), whole + "4 3 0 41.32 \n") << length;
+    }
+    EXPECT_NE(log.text().find("dropped 12 bytes of an unfinished last line"), std::string::npos);
+}
+
+TEST_F(ArchiveFile, TailOfZerosIsCutBack) {
+    writeFile(archive, "1 3 0 41.27 \n" + std::string(4096, '\0'));
+    ASSERT_TRUE(appendArchiveLine(archive, "2 3 0 41.30 \n"));
+    EXPECT_EQ(readFile(archive), "1 3 0 41.27 \n2 3 0 41.30 \n");
+}
+
+TEST_F(ArchiveFile, FileOfOneTornLineBecomesTheNewLine) {
+    writeFile(archive, "1 3 0 4");
+    ASSERT_TRUE(appendArchiveLine(archive, "2 3 0 41.30 \n"));
+    EXPECT_EQ(readFile(archive), "2 3 0 41.30 \n");
+}
+
+TEST_F(ArchiveFile, LineThatDoesNotFitIsTakenBack) {
+    writeFile(archive, "1 3 0 41.27 \n");
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        const rlimit limit{20, 20};
+        ::signal(SIGXFSZ, SIG_IGN);
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+        ::_exit(appendArchiveLine(archive, "2 3 0 41.30 \n") ? 1 : 0);
+    }
+    int status = -1;
+    ::waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(readFile(archive), "1 3 0 41.27 \n");
+    EXPECT_TRUE(appendArchiveLine(archive, "3 3 0 41.30 \n"));
+    EXPECT_EQ(readFile(archive), "1 3 0 41.27 \n3 3 0 41.30 \n");
+}
+
+TEST_F(ArchiveFile, ArchiveThatCannotBeWrittenIsNamedInTheLogWithTheReason) {
+    EXPECT_FALSE(appendArchiveLine("/dev/full", "1 3 0 41.27 \n"));
+    EXPECT_NE(log.text().find("Archive file /dev/full: cannot be written: No space left on device"),
+              std::string::npos);
+    EXPECT_FALSE(appendArchiveLine(directory.path("missing/archive"), "1 \n"));
+    EXPECT_NE(log.text().find("cannot be opened: No such file or directory"), std::string::npos);
+    EXPECT_FALSE(appendArchiveLine(directory.path(""), "1 \n"));
+}
+
+TEST_F(ArchiveFile, FifoInTheArchivesPlaceDoesNotHoldTheAgent) {
+    ASSERT_EQ(::mkfifo(archive.c_str(), 0600), 0);
+    appendArchiveLine(archive, "1 3 0 41.27 \n");
+    SUCCEED();
+}
+
+TEST_F(ArchiveFile, ArchiveOfExactlyATenthOverTheLimitIsLeftAloneAndOneByteMoreIsCut) {
+    const std::size_t limit = 10 << 20; // ten megabytes, so that a tenth of it is a whole number of bytes
+    const std::string text = lines(limit + limit / 10);
+    writeFile(archive, text);
+    EXPECT_EQ(trim(archive, 10), 1);
+    EXPECT_EQ(readFile(archive).size(), text.size());
+
+    const std::string longer = lines(limit + limit / 10 + 1);
+    writeFile(archive, longer);
+    EXPECT_EQ(trim(archive, 10), 1);
+    const std::string kept = readFile(archive);
+    EXPECT_LE(kept.size(), limit);
+    EXPECT_GT(kept.size(), limit - 128);
+    EXPECT_TRUE(longer.ends_with(kept));
+    EXPECT_EQ(longer[longer.size() - kept.size() - 1], '\n');
+    EXPECT_TRUE(sink.events.empty());
+    EXPECT_FALSE(std::filesystem::exists(directory.path("temp")));
+}
+
+TEST_F(ArchiveFile, LimitOfOneMegabyteKeepsAtMostThatManyBytesFromJustAfterALineFeed) {
+    const std::string text = lines(3000000);
+    writeFile(archive, text);
+    EXPECT_EQ(trim(archive, 1), 1);
+    const std::string kept = readFile(archive);
+    EXPECT_LE(kept.size(), 1048576U);
+    EXPECT_GT(kept.size(), 1048576U - 128);
+    EXPECT_TRUE(text.ends_with(kept));
+    EXPECT_EQ(text[text.size() - kept.size() - 1], '\n');
+}
+
+TEST_F(ArchiveFile, ArchiveWithoutALineFeedBehindTheCutBecomesEmpty) {
+    writeFile(archive, "line\n" + std::string(1200000, 'x'));
+    EXPECT_EQ(trim(archive, 1), 1);
+    EXPECT_EQ(readFile(archive), "");
+}
+
+TEST_F(ArchiveFile, PermissionsAndSymbolicLinkSurviveTheTrimming) {
+    const std::string real = directory.path("elsewhere.txt");
+    writeFile(real, lines(2000000));
+    ASSERT_EQ(::chmod(real.c_str(), 0640), 0);
+    ASSERT_EQ(::symlink(real.c_str(), archive.c_str()), 0);
+    EXPECT_EQ(trim(archive, 1), 1);
+    EXPECT_TRUE(std::filesystem::is_symlink(archive));
+    struct stat state;
+    ASSERT_EQ(::stat(real.c_str(), &state), 0);
+    EXPECT_LE(state.st_size, 1048576);
+    EXPECT_EQ(state.st_mode & 0777U, 0640U);
+}
+
+TEST_F(ArchiveFile, WorkFileOnAnotherFileSystemIsCopedWith) {
+    struct stat here;
+    struct stat there;
+    if (::stat("/dev/shm", &there) != 0 || ::stat(directory.path().c_str(), &here) != 0 ||
+        here.st_dev == there.st_dev)
+        GTEST_SKIP() << "no second file system at /dev/shm";
+    systemPaths().trimWorkFile = "/dev/shm/lumetra-trim-" + std::to_string(::getpid());
+    const std::string text = lines(2000000);
+    writeFile(archive, text);
+    EXPECT_EQ(trim(archive, 1), 1);
+    const std::string kept = readFile(archive);
+    EXPECT_LE(kept.size(), 1048576U);
+    EXPECT_TRUE(text.ends_with(kept));
+    EXPECT_GT(kept.size(), 0U);
+    EXPECT_FALSE(std::filesystem::exists(systemPaths().trimWorkFile));
+    EXPECT_FALSE(std::filesystem::exists(archive + ".new"));
+}
+
+TEST_F(ArchiveFile, WorkFileThatCannotBeMadeIsReportedAndTheArchiveStays) {
+    systemPaths().trimWorkFile = directory.path("missing/temp");
+    const std::string text = lines(2000000);
+    writeFile(archive, text);
+    EXPECT_EQ(trim(archive, 1), 1);
+    ASSERT_EQ(sink.events.size(), 1U);
+    EXPECT_EQ(sink.events[0].timeText, "fatal");
+    EXPECT_EQ(sink.events[0].name, "Cannot Open Temp File For Database Trimming");
+    EXPECT_EQ(readFile(archive), text);
+}
+
+TEST_F(ArchiveFile, WorkFileThatFillsUpLeavesTheArchive) {
+    const std::string text = lines(2000000);
+    writeFile(archive, text);
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        const rlimit limit{500000, 500000};
+        ::signal(SIGXFSZ, SIG_IGN);
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+        ::_exit(trim(archive, 1));
+    }
+    int status = -1;
+    ::waitpid(child, &status, 0);
+    EXPECT_EQ(WEXITSTATUS(status), 1);
+    EXPECT_EQ(readFile(archive), text);
+    EXPECT_FALSE(std::filesystem::exists(directory.path("temp")));
+    EXPECT_NE(log.text().find("cannot be trimmed: File too large"), std::string::npos) << log.text();
+}
+
+TEST_F(ArchiveFile, ArchiveThatCannotBeOpenedForTrimmingIsReported) {
+    const std::string text = lines(2000000);
+    writeFile(archive, text);
+    openLogFile(); // while there still is a descriptor for it
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit none{0, before.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    EXPECT_EQ(trim(archive, 1), 1);
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    ASSERT_EQ(sink.events.size(), 1U);
+    EXPECT_EQ(sink.events[0].name, "Cannot Open Database File For Database Trimming");
+    EXPECT_EQ(readFile(archive), text);
+}
+
+TEST_F(ArchiveFile, MissingArchiveIsAFatalEventThatNamesIt) {
+    EXPECT_EQ(trim(archive, 1), 1);
+    ASSERT_EQ(sink.events.size(), 1U);
+    EXPECT_EQ(sink.events[0].name, "Cannot Get Filesize of " + archive);
+    EXPECT_EQ(getfilesize(archive), -1);
+}
+
+TEST_F(ArchiveFile, SizeBeyondThirtyTwoBitsIsRightAndTheArchiveIsTrimmed) {
+    const off_t size = off_t{5} << 30;
+    writeFile(archive, "");
+    ASSERT_EQ(::truncate(archive.c_str(), size), 0);
+    {
+        const int fd = ::open(archive.c_str(), O_WRONLY);
+        const std::string newest = "\n1700000000 1 0 41.27 \n";
+        ASSERT_EQ(::pwrite(fd, newest.data(), newest.size(), size), static_cast<ssize_t>(newest.size()));
+        ::close(fd);
+    }
+    EXPECT_EQ(getfilesize(archive), size + 23);
+    EXPECT_EQ(trim(archive, 1), 1);
+    EXPECT_EQ(readFile(archive), "1700000000 1 0 41.27 \n");
+}
+
+TEST_F(ArchiveFile, DirectoriesAreMadeUpToTheLastSeparator) {
+    const std::string base = directory.path("a");
+    smart_mkdir(base + "/b/c/");
+    EXPECT_TRUE(std::filesystem::is_directory(base + "/b/c"));
+    smart_mkdir(base + "/x/y");
+    EXPECT_TRUE(std::filesystem::is_directory(base + "/x"));
+    EXPECT_FALSE(std::filesystem::exists(base + "/x/y"));
+}
+
+TEST_F(ArchiveFile, EachPrefixOfThePathIsLoggedInOrder) {
+    smart_mkdir("/proc/b/c/"); // nothing can be made there, which is ignored
+    EXPECT_EQ(log.text(),
+              "smart_mkdir: drive is \nsmart_mkdir: directory is /proc/b/c/\nsmart_mkdir: making /proc/\n"
+              "smart_mkdir: making /proc/b/\nsmart_mkdir: making /proc/b/c/\n");
+}
+
+TEST_F(ArchiveFile, OddPathsForDirectoriesAreHarmless) {
+    EXPECT_EQ(smart_mkdir(""), 1);
+    EXPECT_EQ(smart_mkdir("/"), 1);
+    EXPECT_EQ(smart_mkdir(std::string(100000, 'x') + "/"), 1);
+}
+
+} // namespace
+} // namespace obrin

@@ -1,0 +1,277 @@
+#include "acquisition/samplingCycle.h"
+
+#include "acquisition/circularBuffers.h"
+#include "agent/agentState.h"
+#include "agent/stopSync.h"
+#include "resources/resourceChain.h"
+#include "resources/resourceText.h"
+#include "resources/windowSizing.h"
+#include "support/systemPaths.h"
+#include "support/textScanner.h"
+#include "tests/support/recordingSink.h"
+#include "tests/support/temporaryDirectory.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+namespace obrin {
+namespace {
+
+using test::readFile;
+using test::writeFile;
+
+std::string declaration(const std::string& object, const std::string& counter, const std::string& name) {
+    return "BeginResourceInput\n FindObject (" + object + ") FindInstance (_Total) FindCounter (" + counter +
+           ") WindowSize -1. NameIs (" + name +
+           ") AnalyticalMethod 1 UpperLimitAbs 0 UpperLimitCalc 0 LowerLimitAbs 0 LowerLimitCalc 0 "
+           "CulpritMarker (none)\n"
+           "EndResourceInput\n";
+}
+
+/// A whole machine of text files: a home with the agent's folders, a `df` that prints what the test wrote, a
+/// mount table.
+class SamplingCycle : public testing::Test {
+protected:
+    SamplingCycle() {
+        for (const char* folder : {"bin", "tempdata", "data", "log", "path"})
+            std::filesystem::create_directory(home.path(folder));
+        before = std::filesystem::current_path();
+        std::filesystem::current_path(home.path("bin"));
+        writeFile(home.path("path/df"), "#!/bin/sh\nexec /bin/cat " + home.path("listing") + "\n");
+        std::filesystem::permissions(home.path("path/df"), std::filesystem::perms::owner_all);
+        pathBefore = ::getenv("PATH");
+        ::setenv("PATH", (home.path("path") + ":" + pathBefore).c_str(), 1);
+
+        systemPaths().mounts = home.path("mounts");
+        systemPaths().fileNr = home.path("file-nr");
+        systemPaths().meminfo = home.path("meminfo");
+        writeFile(systemPaths().fileNr, "1024 100 8192\n");
+        writeFile(systemPaths().meminfo, "SwapTotal: 1000 kB\nSwapFree: 250 kB\n");
+        clasp.ScratchPad = home.path("data/pad");
+        clasp.ResourceText = home.path("data/resources");
+        clasp.HardDriveArchive = home.path("data/archive");
+        clasp.DataHomeDirectory = home.path("data/");
+        clasp.MillisecondsPerSample = 1000;
+        clasp.MaxForecastHours = 10;
+        beginExecuting();
+    }
+
+    ~SamplingCycle() override {
+        if (clasp.pLastLink != nullptr)
+            ScanUpChainDeletingAllLinks(&clasp);
+        ::setenv("PATH", pathBefore.c_str(), 1);
+        std::filesystem::current_path(before);
+        systemPaths() = SystemPaths();
+    }
+
+    void mount(const std::vector<std::string>& points) {
+        std::string listing = "Filesystem 1K-blocks Used Available Use% Mounted on\n";
+        std::string table = "proc /proc proc rw 0 0\n";
+        for (const std::string& point : points) {
+            listing += "/dev" + point + " 1000 250 750 25% " + point + "\n";
+            table += "/dev" + point + " " + point + " ext4 rw 0 0\n";
+        }
+        writeFile(home.path("listing"), listing);
+        writeFile(home.path("mounts"), table);
+    }
+
+    void declare(const std::string& inputs) {
+        writeFile(clasp.ResourceText, "BeginResourceDeclaration\n" + inputs + "EndResourceDeclaration\n");
+        ASSERT_EQ(validateResourceText(&clasp), 1) << log.text();
+        AutoSizeWindows(&clasp);
+        ASSERT_EQ(allocatecircularbuffers(&clasp), 1);
+    }
+
+    /// The words of the archive's last line after the time stamp, joined by blanks; checks the line's end.
+    std::string lastLine() const {
+        const std::string text = readFile(clasp.HardDriveArchive);
+        EXPECT_TRUE(text.ends_with(" \n"));
+        const std::size_t begin = text.rfind('\n', text.size() - 2);
+        TextScanner words(std::string_view(text).substr(begin == std::string::npos ? 0 : begin + 1));
+        EXPECT_EQ(words.integer(), TimeStamp);
+        std::string joined;
+        while (auto word = words.word())
+            joined += (joined.empty() ? "" : " ") + std::string(*word);
+        return joined;
+    }
+
+    Link* find(const std::string& instance) const {
+        for (Link* link = clasp.pFirstLink; link != nullptr; link = link->pNextLink)
+            if (link->Descriptor1 == std::string_view(instance))
+                return link;
+        return nullptr;
+    }
+
+    std::size_t records() const {
+        const std::string pad = readFile(clasp.ScratchPad);
+        std::size_t count = 0;
+        for (std::size_t at = pad.find("Event:"); at != std::string::npos; at = pad.find("Event:", at + 1))
+            ++count;
+        return count;
+    }
+
+    test::TemporaryDirectory home;
+    test::CapturedLog log;
+    test::RecordingSink sink;
+    Clasp clasp;
+    std::filesystem::path before;
+    std::string pathBefore;
+};
+
+const std::string descriptors = declaration("PercentFileDescriptorsUsed", "x", "PercentFileDescriptorsUsed");
+const std::string swap = declaration("PercentSwapSpaceUsed", "x", "PercentSwapSpaceUsed");
+const std::string disks = declaration("LogicalDisk", "PercentFreeSpaceUsed", "PercentFreeSpaceUsed");
+
+TEST_F(SamplingCycle, OnlySinglyDeclaredResourcesGiveOneLinePerCycleWithOneTriplePerLinkInChainOrder) {
+    mount({});
+    declare(swap + descriptors);
+    EXPECT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(lastLine(), "1 0 75.00 2 0 11.28");
+    EXPECT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    const std::string archive = readFile(clasp.HardDriveArchive);
+    EXPECT_EQ(std::count(archive.begin(), archive.end(), '\n'), 2);
+}
+
+TEST_F(SamplingCycle, ArchiveReceivesTwoDecimalsAndTheRingTheValueUnrounded) {
+    mount({});
+    declare(descriptors);
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(clasp.pFirstLink->ValueBuffer[0], 11.279296875);
+    EXPECT_EQ(clasp.pFirstLink->TimeBuffer[0], static_cast<double>(TimeStamp));
+    EXPECT_EQ(clasp.pFirstLink->SampleCount, 1U);
+}
+
+TEST_F(SamplingCycle, ThreeNewFileSystemsBecomeThreeLinksAndRecordsAndTheTemplateIsNeverArchived) {
+    mount({});
+    declare(disks);
+    ASSERT_EQ(records(), 1U);
+    mount({"/a", "/b", "/c"});
+    EXPECT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(lastLine(), "2 0 25.00 3 0 25.00 4 0 25.00");
+    EXPECT_EQ(records(), 4U);
+    // Read once when it is made and again when the walk reaches it.
+    const std::string text = log.text();
+    std::size_t readings = 0;
+    for (std::size_t at = text.find(" before 9 fopen"); at != std::string::npos;
+         at = text.find(" before 9 fopen", at + 1))
+        ++readings;
+    EXPECT_EQ(readings, 6U);
+}
+
+TEST_F(SamplingCycle, KnownFileSystemsAreNotMadeAgainInTheNextCycle) {
+    mount({"/a", "/b", "/c"});
+    declare(disks);
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(lastLine(), "2 0 25.00 3 0 25.00 4 0 25.00");
+    EXPECT_EQ(records(), 4U);
+}
+
+TEST_F(SamplingCycle, UnmountedFileSystemGoesWithItsTrendFilesAndComesBackUnderItsOldNumber) {
+    mount({"/a", "/b"});
+    declare(disks);
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    const std::string trend = home.path("data/PercentFreeSpaceUsed_dev_a__aBM.ini");
+    writeFile(trend, "x");
+    mount({"/b"});
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(lastLine(), "3 0 25.00");
+    EXPECT_FALSE(std::filesystem::exists(trend));
+    EXPECT_EQ(find("/dev/a /a"), nullptr);
+    mount({"/a", "/b"});
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(lastLine(), "2 0 25.00 3 0 25.00");
+    EXPECT_EQ(records(), 3U);
+}
+
+TEST_F(SamplingCycle, RemovedLinkMayBeTheLastOfTheChain) {
+    mount({"/a", "/b"});
+    declare(disks);
+    mount({"/a"});
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(clasp.pLastLink, find("/dev/a /a"));
+    EXPECT_EQ(clasp.pLastLink->pNextLink, nullptr);
+    mount({});
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(clasp.pLastLink, clasp.pFirstLink);
+    EXPECT_EQ(lastLine(), "");
+}
+
+TEST_F(SamplingCycle, RemovedLinkMayBeTheFirstOfTheChain) {
+    // The template has the higher number because the scratch pad knew the disk before the declaration.
+    writeFile(clasp.ScratchPad, "\nEvent: ResourceDefinition - Informational \n"
+                                "2   1   (LogicalDisk)   (/dev/a /a)   (PercentFreeSpaceUsed)   -2   \n");
+    mount({"/a"});
+    declare(disks);
+    ASSERT_EQ(clasp.pFirstLink, find("/dev/a /a"));
+    mount({});
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    ASSERT_NE(clasp.pFirstLink, nullptr);
+    EXPECT_TRUE(isTemplate(*clasp.pFirstLink));
+    EXPECT_EQ(clasp.pFirstLink->pPrevLink, nullptr);
+    EXPECT_EQ(clasp.pFirstLink, clasp.pLastLink);
+}
+
+TEST_F(SamplingCycle, ResourceThatTheReadersDoNotKnowKeepsItsValueAndTheCycleSucceeds) {
+    mount({});
+    declare(declaration("Whatever", "x", "Whatever"));
+    EXPECT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(lastLine(), "1 0 0.00");
+}
+
+TEST_F(SamplingCycle, ReadingThatFailsArchivesTheValueBefore) {
+    mount({});
+    declare(swap);
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    writeFile(systemPaths().meminfo, "");
+    EXPECT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(lastLine(), "1 0 75.00");
+    EXPECT_EQ(clasp.pFirstLink->SampleCount, 2U);
+}
+
+TEST_F(SamplingCycle, ArchiveThatCannotBeWrittenFailsTheCycleAndFillsTheRingsAllTheSame) {
+    mount({});
+    clasp.HardDriveArchive = "/dev/full";
+    declare(swap);
+    EXPECT_EQ(RawDataRetrievalAndArchive(&clasp), -1);
+    EXPECT_EQ(clasp.pFirstLink->SampleCount, 1U);
+    EXPECT_EQ(clasp.pFirstLink->ValueBuffer[0], 75.0);
+    EXPECT_NE(log.text().find("Archive file /dev/full: cannot be written"), std::string::npos);
+}
+
+TEST_F(SamplingCycle, EmptyChainWritesALineOfItsTimeStamp) {
+    EXPECT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(readFile(clasp.HardDriveArchive), std::to_string(TimeStamp) + " \n");
+}
+
+TEST_F(SamplingCycle, CycleLogsItsTimeStampFirst) {
+    EXPECT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_TRUE(log.text().starts_with("\n************ TimeStamp = " + std::to_string(TimeStamp) + " = "))
+        << log.text();
+}
+
+TEST_F(SamplingCycle, ScratchPadThatCannotBeWrittenStillLetsTheDiskBeWatchedUnderANumberOfItsOwn) {
+    mount({"/a"});
+    clasp.ScratchPad = home.path("missing/pad");
+    declare(disks + swap);
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(lastLine(), "2 0 25.00 3 0 75.00");
+    mount({"/a", "/b"});
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(lastLine(), "2 0 25.00 3 0 75.00 4 0 25.00");
+}
+
+TEST_F(SamplingCycle, HugeAndNegativeValuesAreWrittenWhole) {
+    mount({});
+    declare(declaration("Whatever", "x", "Whatever"));
+    clasp.pFirstLink->DataArray[0] = -1e300;
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(lastLine().size(), std::string("1 0 -").size() + 301 + 3);
+}
+
+} // namespace
+} // namespace obrin

@@ -1,0 +1,78 @@
+#include "agent/argumentlessFormat.h"
+
+#include <cstdio>
+#include <gtest/gtest.h>
+
+namespace obrin {
+namespace {
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+#pragma GCC diagnostic ignored "-Wformat-security"
+std::string withZero(const std::string& format, char letter) {
+    char text[256];
+    if (std::string("diouxX").find(letter) != std::string::npos)
+        std::snprintf(text, sizeof text, format.c_str(), 0);
+    else if (letter == 's')
+        std::snprintf(text, sizeof text, format.c_str(), "");
+    else
+        std::snprintf(text, sizeof text, format.c_str(), 0.0);
+    return text;
+}
+#pragma GCC diagnostic pop
+
+TEST(ArgumentlessFormat, GivesWhatPrintfGivesForAZeroOrEmptyArgument) {
+    int compared = 0;
+    for (const char* flags : {"", "-", "+", " ", "0", "-0", "+0", "+ ", "-+", " 0"})
+        for (const char* width : {"", "1", "9", "20"})
+            for (const char* precision : {"", ".", ".0", ".3", ".12"})
+                for (char letter : std::string("diouxXeEfFgGaAs")) {
+                    const bool undefined =
+                        (letter == 's' && std::string(flags).find('0') != std::string::npos);
+                    if (undefined)
+                        continue;
+                    const std::string format = "<%" + std::string(flags) + width + precision + letter + ">";
+                    EXPECT_EQ(renderWithoutArguments(format, 1000), withZero(format, letter)) << format;
+                    ++compared;
+                }
+    EXPECT_GT(compared, 2000);
+}
+
+TEST(ArgumentlessFormat, AlternateFormsOfZero) {
+    for (const char* format : {"%#o", "%#.0o", "%#x", "%#.0f", "%#g", "%#.3g", "%#e"}) {
+        const char letter = std::string(format).back();
+        EXPECT_EQ(renderWithoutArguments(format, 1000), withZero(format, letter)) << format;
+    }
+}
+
+TEST(ArgumentlessFormat, DoubledPercentBecomesOne) {
+    EXPECT_EQ(renderWithoutArguments("100%% of it", 100), "100% of it");
+}
+
+TEST(ArgumentlessFormat, StoringConversionStoresNothingAndPrintsNothing) {
+    EXPECT_EQ(renderWithoutArguments("a%nb%hhnc%5nd", 100), "abcd");
+}
+
+TEST(ArgumentlessFormat, TextAndPointerConversionsAreEmpty) {
+    EXPECT_EQ(renderWithoutArguments("[%s][%5s][%-3c][%p][%m]", 100), "[][     ][   ][(nil)][]");
+}
+
+TEST(ArgumentlessFormat, PercentThatBeginsNoConversionStays) {
+    EXPECT_EQ(renderWithoutArguments("50%", 100), "50%");
+    EXPECT_EQ(renderWithoutArguments("50%\n", 100), "50%\n");
+    EXPECT_EQ(renderWithoutArguments("%k %", 100), "%k %");
+}
+
+TEST(ArgumentlessFormat, HugeWidthsAreCutAtTheLimit) {
+    EXPECT_EQ(renderWithoutArguments("%999999999999999999999d", 2047).size(), 2047U);
+    EXPECT_EQ(renderWithoutArguments("%.999999999f", 2047).size(), 2047U);
+    EXPECT_EQ(renderWithoutArguments("%*d|%.*f", 100), "0|0");
+}
+
+TEST(ArgumentlessFormat, NeverLongerThanAllowed) {
+    EXPECT_EQ(renderWithoutArguments("abcdef", 3), "abc");
+    EXPECT_EQ(renderWithoutArguments("ab%5d", 4), "ab  ");
+}
+
+} // namespace
+} // namespace obrin

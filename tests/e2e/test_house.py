@@ -1,0 +1,93 @@
+"""The rules of the house: floors, no circles, Java types in their rooms, no unsafe calls."""
+
+import pathlib
+import re
+import unittest
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+FOLDERS = ["support", "numeric", "agent", "resources", "acquisition", "prediction", "trendviewer", "diagnosis"]
+
+FLOORS = [
+    (1, r"support/.*|numeric/.*|agent/(debugLog|argumentlessFormat|stopSync)"),
+    (2, r"resources/(resourceRecords|resourceChain|chainReport|scratchPad.*|windowSizing)|agent/agentState"),
+    (3, r"prediction/(eventDelivery|javaEventSink)|agent/errorExit"),
+    (5, r"acquisition/samplingCycle|agent/agentConfig"),
+    (4, r"acquisition/.*|resources/.*|trendviewer/trendFiles"),
+    (6, r"agent/.*"),
+]
+
+JNI_ROOMS = {"agent/Obrinagent", "agent/agentState", "prediction/javaEventSink", "support/jniSupport"}
+
+
+def sources():
+    for folder in FOLDERS:
+        yield from sorted((ROOT / folder).glob("*.h"))
+        yield from sorted((ROOT / folder).glob("*.cpp"))
+
+
+def room(path):
+    return path.relative_to(ROOT).with_suffix("").as_posix()
+
+
+def includes(path):
+    for name in re.findall(r'^#include "([^"]+)"', path.read_text(), re.M):
+        yield ROOT / name
+
+
+def floor(name):
+    return next(number for number, rooms in FLOORS if re.fullmatch(rooms, name))
+
+
+class House(unittest.TestCase):
+    def test_there_is_something_to_check(self):
+        self.assertGreater(len(list(sources())), 40)
+
+    def test_a_file_includes_only_its_own_floor_or_a_lower_one(self):
+        for path in sources():
+            for included in includes(path):
+                self.assertTrue(included.exists(), f"{path} includes {included}")
+                self.assertLessEqual(floor(room(included)), floor(room(path)),
+                                     f"{room(path)} reaches up to {room(included)}")
+
+    def test_there_are_no_circles_between_headers(self):
+        state = {}
+
+        def visit(path, trail):
+            if state.get(path) == "done":
+                return
+            self.assertNotEqual(state.get(path), "open", f"circle: {trail + [path.name]}")
+            state[path] = "open"
+            for included in includes(path):
+                visit(included, trail + [path.name])
+            state[path] = "done"
+
+        for path in sources():
+            if path.suffix == ".h":
+                visit(path, [])
+
+    def test_java_types_appear_in_their_rooms_only(self):
+        rooms = {room(path) for path in sources() if re.search(r"<jni\.h>|\bJNIEnv\b|\bjstring\b|\bjobject\b",
+                                                              path.read_text())}
+        self.assertEqual(rooms - JNI_ROOMS, set())
+
+    def test_no_call_that_has_a_safer_form_here(self):
+        unsafe = re.compile(r"\b(chdir|system|popen|strcpy|strcat|sprintf|vsprintf|gets|tmpnam|mktemp)\s*\(")
+        for path in sources():
+            for line in path.read_text().splitlines():
+                code = re.sub(r'"(\\.|[^"\\])*"', '""', line.split("//")[0])
+                self.assertIsNone(unsafe.search(code), f"{path}: {line}")
+                if "setlocale" in code:
+                    self.assertIn("setlocale(LC_ALL, nullptr)", code, f"{path}: {line}")
+
+    def test_memory_and_files_are_taken_in_the_support_rooms_only(self):
+        naked = re.compile(r"\bnew\s+\w|\b(malloc|calloc|realloc|fopen|delete)\b\s*[(\w]")
+        for path in sources():
+            if path.parent.name == "support":
+                continue
+            for line in path.read_text().splitlines():
+                code = re.sub(r'"(\\.|[^"\\])*"', '""', line.split("//")[0])
+                self.assertIsNone(naked.search(code), f"{path}: {line}")
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,230 @@
+#include "trendviewer/trendFiles.h"
+
+#include "agent/debugLog.h"
+#include "agent/stopSync.h"
+#include "tests/support/recordingSink.h"
+#include "tests/support/temporaryDirectory.h"
+
+#include <chrono>
+#include <filesystem>
+#include <future>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <thread>
+
+namespace obrin {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+/// Holds the lock on another thread until it is told to let go.
+class LockHolder {
+public:
+    LockHolder() {
+        std::promise<void> taken;
+        auto ready = taken.get_future();
+        thread_ = std::thread([this, &taken] {
+            EXPECT_EQ(trendViewerLockFiles(), 0);
+            taken.set_value();
+            letGo_.get_future().wait();
+            trendViewerUnlockFiles();
+        });
+        ready.wait();
+    }
+    ~LockHolder() { release(); }
+    void release() {
+        if (thread_.joinable()) {
+            letGo_.set_value();
+            thread_.join();
+        }
+    }
+
+private:
+    std::promise<void> letGo_;
+    std::thread thread_;
+};
+
+class TrendFileLock : public testing::Test {
+protected:
+    TrendFileLock() { beginExecuting(); }
+};
+
+TEST_F(TrendFileLock, LockHeldElsewhereForLongerThanThreeSecondsIsRefusedAfterAboutThreeSeconds) {
+    LockHolder holder;
+    const auto start = Clock::now();
+    EXPECT_EQ(trendViewerLockFiles(), 5);
+    EXPECT_GE(Clock::now() - start, 2900ms);
+    EXPECT_LT(Clock::now() - start, 6s);
+}
+
+TEST_F(TrendFileLock, AfterAStopRequestTheLockIsRefusedAtOnceAndNotTouched) {
+    pleaseStop();
+    EXPECT_EQ(trendViewerLockFiles(), 2);
+    beginExecuting();
+    EXPECT_EQ(std::async(std::launch::async,
+                         [] {
+                             const int result = trendViewerLockFiles();
+                             trendViewerUnlockFiles();
+                             return result;
+                         })
+                  .get(),
+              0);
+}
+
+TEST_F(TrendFileLock, LockThatBecomesFreeJustBeforeTheFourthAttemptIsHeldAlthoughTheResultIsFive) {
+    LockHolder holder;
+    std::thread later([&] {
+        std::this_thread::sleep_for(2500ms);
+        holder.release();
+    });
+    EXPECT_EQ(trendViewerLockFiles(), 5);
+    later.join();
+    auto other = std::async(std::launch::async, [] { return trendViewerUnlockFiles(); }); // changes nothing
+    EXPECT_EQ(other.get(), 0);
+    auto refused = std::async(std::launch::async, [] { return trendViewerLockFiles(); });
+    EXPECT_EQ(refused.get(), 5);
+    EXPECT_EQ(trendViewerUnlockFiles(), 0);
+}
+
+TEST_F(TrendFileLock, LockThatBecomesFreeEarlierIsTakenWithResultZero) {
+    LockHolder holder;
+    std::thread later([&] {
+        std::this_thread::sleep_for(500ms);
+        holder.release();
+    });
+    EXPECT_EQ(trendViewerLockFiles(), 0);
+    EXPECT_EQ(trendViewerUnlockFiles(), 0);
+    later.join();
+}
+
+TEST_F(TrendFileLock, UnlockByAThreadThatDoesNotHoldItChangesNothing) {
+    LockHolder holder;
+    EXPECT_EQ(trendViewerUnlockFiles(), 0);
+    EXPECT_EQ(trendViewerLockFiles(), 5);
+}
+
+class TrendFileDeletion : public testing::Test {
+protected:
+    TrendFileDeletion() {
+        beginExecuting();
+        clasp.DataHomeDirectory = directory.path("");
+        link.pClasp = &clasp;
+    }
+    void make(const std::string& name) { test::writeFile(directory.path(name), "x"); }
+    bool exists(const std::string& name) const { return std::filesystem::exists(directory.path(name)); }
+
+    test::TemporaryDirectory directory;
+    test::CapturedLog log;
+    test::RecordingSink sink;
+    Clasp clasp;
+    Link link;
+};
+
+TEST_F(TrendFileDeletion, EmptyDataDirectoryIsASuccess) {
+    EXPECT_EQ(deleteTrendFiles(&clasp), 1);
+    deleteTrendFilesSynchronized(&clasp);
+    EXPECT_EQ(log.text(), "trendFiles: after deleteTrendFiles()  XStatus=1=0x00000001\n");
+}
+
+TEST_F(TrendFileDeletion, TrendAndCulpritFilesGoAndOthersStay) {
+    for (const char* name :
+         {"aBM.ini", "aBMPRD.gnp", "aBMSMP.gnp", "a.cul", "archive.txt", "ini", ".hidden.ini", "x.inix"})
+        make(name);
+    std::filesystem::create_directory(directory.path("folder.ini"));
+    EXPECT_EQ(deleteTrendFiles(&clasp), 1);
+    for (const char* name : {"aBM.ini", "aBMPRD.gnp", "aBMSMP.gnp", "a.cul"})
+        EXPECT_FALSE(exists(name)) << name;
+    for (const char* name : {"archive.txt", "ini", ".hidden.ini", "x.inix", "folder.ini"})
+        EXPECT_TRUE(exists(name)) << name;
+}
+
+TEST_F(TrendFileDeletion, TheRunsOwnFilesStayUnderAMatchingName) {
+    for (const char* name : {"AutoConfig.ini", "resources.ini", "pad.gnp", "archive.cul", "other.ini"})
+        make(name);
+    clasp.IniFile = directory.path("AutoConfig.ini");
+    clasp.ResourceText = directory.path("./resources.ini");
+    clasp.ScratchPad = directory.path("pad.gnp");
+    clasp.HardDriveArchive = directory.path("archive.cul");
+    EXPECT_EQ(deleteTrendFiles(&clasp), 1);
+    for (const char* name : {"AutoConfig.ini", "resources.ini", "pad.gnp", "archive.cul"})
+        EXPECT_TRUE(exists(name)) << name;
+    EXPECT_FALSE(exists("other.ini"));
+}
+
+TEST_F(TrendFileDeletion, EmptyHomeDirectoryTextDeletesNothing) {
+    clasp.DataHomeDirectory = "";
+    EXPECT_EQ(deleteTrendFiles(&clasp), 1);
+    EXPECT_EQ(deleteResourceTrendFiles(&link), 1);
+}
+
+TEST_F(TrendFileDeletion, MissingHomeDirectoryIsNoError) {
+    clasp.DataHomeDirectory = directory.path("none/");
+    EXPECT_EQ(deleteTrendFiles(&clasp), 1);
+    EXPECT_TRUE(sink.events.empty());
+}
+
+TEST_F(TrendFileDeletion, OneResourcesFilesGoAndItsNeighboursStay) {
+    link.NameIs.assign("PercentFreeSpaceUsed");
+    link.Descriptor1.assign("/dev/sda1 /home");
+    for (const char* name :
+         {"PercentFreeSpaceUsed_dev_sda1__homeBM.ini", "PercentFreeSpaceUsed_dev_sda1__homeBMPRD.gnp",
+          "PercentFreeSpaceUsed_dev_sda1__homeBMSMP.gnp", "PercentFreeSpaceUsed_dev_sda1__home2BM.ini",
+          "PercentFreeInodesUsed_dev_sda1__homeBM.ini"})
+        make(name);
+    deleteResourceTrendFilesSynchronized(&link);
+    EXPECT_FALSE(exists("PercentFreeSpaceUsed_dev_sda1__homeBM.ini"));
+    EXPECT_FALSE(exists("PercentFreeSpaceUsed_dev_sda1__homeBMPRD.gnp"));
+    EXPECT_FALSE(exists("PercentFreeSpaceUsed_dev_sda1__homeBMSMP.gnp"));
+    EXPECT_TRUE(exists("PercentFreeSpaceUsed_dev_sda1__home2BM.ini"));
+    EXPECT_TRUE(exists("PercentFreeInodesUsed_dev_sda1__homeBM.ini"));
+    EXPECT_EQ(log.text(), "");
+}
+
+TEST_F(TrendFileDeletion, ShellCharactersInNamesAreTextAndNothingElse) {
+    make("victim");
+    link.NameIs.assign("a; rm -f " + directory.path("victim") + " $(touch pwned) *");
+    link.Descriptor1.assign("`touch pwned` *");
+    EXPECT_EQ(deleteResourceTrendFiles(&link), 1);
+    EXPECT_TRUE(exists("victim"));
+    link.NameIs.assign("$(x) & *");
+    make("$(x) & *`touch_pwned`__BM.ini");
+    EXPECT_EQ(deleteResourceTrendFiles(&link), 1);
+    EXPECT_FALSE(exists("$(x) & *`touch_pwned`__BM.ini"));
+    EXPECT_TRUE(exists("victim"));
+}
+
+TEST_F(TrendFileDeletion, DisplayNameCannotLeadOutOfTheDataDirectory) {
+    std::filesystem::create_directory(directory.path("data"));
+    clasp.DataHomeDirectory = directory.path("data/");
+    make("outsideBM.ini");
+    link.NameIs.assign("../outside");
+    EXPECT_EQ(deleteResourceTrendFiles(&link), 1);
+    EXPECT_TRUE(exists("outsideBM.ini"));
+}
+
+TEST_F(TrendFileDeletion, WithoutDescriptorsTheFailureIsLoggedAndReported) {
+    openLogFile(); // while there still is a descriptor for it
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit none{0, before.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    deleteTrendFilesSynchronized(&clasp);
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    const std::string home = clasp.DataHomeDirectory;
+    const std::string text = "deleteTrendFiles(): system(\"rm -f " + home + "/*.cul " + home + "/*.ini " +
+                             home + "/*.gnp\") failed.  errno=24=0x00000018";
+    ASSERT_EQ(sink.events.size(), 1U);
+    EXPECT_EQ(sink.events[0].timeText, "fatal");
+    EXPECT_EQ(sink.events[0].name, text);
+    EXPECT_NE(log.text().find("\n" + text + "\n\n"), std::string::npos) << log.text();
+    EXPECT_NE(log.text().find("trendFiles deleteTrendFiles(): before return(errno);\n"
+                              "trendFiles: after deleteTrendFiles()  XStatus=24=0x00000018\n"
+                              "Failure of deleteTrendFiles. Error Code 24...exiting.\n"
+                              "trendFiles main(): before return;\n"),
+              std::string::npos)
+        << log.text();
+}
+
+} // namespace
+} // namespace obrin

@@ -1,0 +1,155 @@
+#include "trendviewer/trendFiles.h"
+
+#include "acquisition/textForms.h"
+#include "agent/debugLog.h"
+#include "agent/errorExit.h"
+#include "agent/stopSync.h"
+#include "support/handles.h"
+
+#include <cerrno>
+#include <functional>
+#include <pthread.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace obrin {
+namespace {
+
+// An unlock by a thread that does not hold this kind of lock is refused by the C library, not undefined.
+pthread_mutex_t tvmut = PTHREAD_ERRORCHECK_MUTEX_INITIALIZER_NP;
+
+constexpr int mostPauses = 2;
+
+} // namespace
+
+std::int32_t trendViewerLockFiles() {
+    if (stopRequested())
+        return 2;
+    int tries = 0;
+    while (::pthread_mutex_trylock(&tvmut) == EBUSY) {
+        const int before = tries++;
+        if (before > mostPauses)
+            break;
+        ::sleep(1);
+    }
+    return tries <= mostPauses ? 0 : 5;
+}
+
+std::int32_t trendViewerUnlockFiles() {
+    return ::pthread_mutex_unlock(&tvmut) == EINVAL ? 5 : 0;
+}
+
+namespace {
+
+/// The run's own files, which a deletion never touches even when they lie in the data directory under a
+/// matching name.
+class OwnFiles {
+public:
+    explicit OwnFiles(const Clasp& clasp) {
+        for (const std::string* path :
+             {&clasp.IniFile, &clasp.ResourceText, &clasp.ScratchPad, &clasp.HardDriveArchive}) {
+            struct stat state;
+            if (::stat(path->c_str(), &state) == 0)
+                files_.push_back(state);
+        }
+    }
+
+    bool contain(int directory, const char* name) const {
+        struct stat state;
+        if (::fstatat(directory, name, &state, 0) != 0)
+            return false;
+        for (const struct stat& own : files_)
+            if (own.st_dev == state.st_dev && own.st_ino == state.st_ino)
+                return true;
+        return false;
+    }
+
+private:
+    std::vector<struct stat> files_;
+};
+
+/// Removes what is called as `matches` wants from a directory. 1, or the error number when the agent lacks
+/// the means to search it; a directory that is not there or not ours to read holds nothing to remove.
+std::int32_t removeMatching(const std::string& path, const Clasp& clasp,
+                            const std::function<bool(std::string_view)>& matches) {
+    Directory directory(::opendir(path.c_str()));
+    if (!directory)
+        return errno == EMFILE || errno == ENFILE || errno == ENOMEM ? errno : 1;
+    const int fd = ::dirfd(directory.get());
+    const OwnFiles own(clasp);
+    while (const dirent* entry = ::readdir(directory.get()))
+        if (matches(entry->d_name) && !own.contain(fd, entry->d_name))
+            ::unlinkat(fd, entry->d_name, 0);
+    return 1;
+}
+
+/// Tells the log and Java that a deletion could not be made. `function` and `command` are named in the texts.
+std::int32_t deletionFailed(const char* function, const std::string& command, int error) {
+    char number[64];
+    std::snprintf(number, sizeof number, "errno=%d=0x%08x", error, static_cast<unsigned>(error));
+    const std::string text = std::string(function) + "(): system(\"" + command + "\") failed.  " + number;
+    DEBUGMSG("\n%s\n\n", text.c_str());
+    error_exit("fatal", text.c_str());
+    return error;
+}
+
+} // namespace
+
+std::int32_t deleteTrendFiles(Clasp* clasp) {
+    const std::string& home = clasp->DataHomeDirectory;
+    if (home.empty())
+        return 1;
+    const std::int32_t status = removeMatching(home + "/", *clasp, [](std::string_view name) {
+        return !name.starts_with('.') &&
+               (name.ends_with(".cul") || name.ends_with(".ini") || name.ends_with(".gnp"));
+    });
+    if (status == 1)
+        return 1;
+    const std::string prefix = home + "/";
+    deletionFailed("deleteTrendFiles", "rm -f " + prefix + "*.cul " + prefix + "*.ini " + prefix + "*.gnp",
+                   status);
+    DEBUGMSG("trendFiles deleteTrendFiles(): before return(errno);\n");
+    return status;
+}
+
+std::int32_t deleteResourceTrendFiles(Link* link) {
+    const std::string& home = link->pClasp->DataHomeDirectory;
+    // A display name with a "/" would lead out of the data directory; no trend file bears it.
+    if (home.empty() || link->NameIs.view().find('/') != std::string_view::npos)
+        return 1;
+    const std::string stem =
+        home + std::string(link->NameIs.view()) + cleanfilename(link->Descriptor1.view()) + "BM";
+    const std::size_t slash = stem.rfind('/');
+    const std::string directory = slash == std::string::npos ? "." : stem.substr(0, slash + 1);
+    const std::string prefix = slash == std::string::npos ? stem : stem.substr(slash + 1);
+    const std::int32_t status = removeMatching(
+        directory, *link->pClasp, [&](std::string_view name) { return name.starts_with(prefix); });
+    if (status == 1)
+        return 1;
+    deletionFailed("trendFiles deleteResourceTrendFiles", "rm -f " + stem + "*", status);
+    DEBUGMSG("trendFiles deleteResourceTrendFiles(): before return(errno);\n");
+    return status;
+}
+
+void deleteTrendFilesSynchronized(Clasp* clasp) {
+    trendViewerLockFiles();
+    const std::int32_t status = deleteTrendFiles(clasp);
+    DEBUGMSG("trendFiles: after deleteTrendFiles()  XStatus=%d=0x%08x\n", status,
+             static_cast<unsigned>(status));
+    trendViewerUnlockFiles();
+    if (status != 1) {
+        DEBUGMSG("Failure of deleteTrendFiles. Error Code %d...exiting.\n", status);
+        DEBUGMSG("trendFiles main(): before return;\n");
+    }
+}
+
+void deleteResourceTrendFilesSynchronized(Link* link) {
+    trendViewerLockFiles();
+    const std::int32_t status = deleteResourceTrendFiles(link);
+    trendViewerUnlockFiles();
+    if (status != 1)
+        DEBUGMSG("Failure of deleteResourceTrendFiles. Error Code %d.\n", status);
+}
+
+} // namespace obrin

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "resources/resourceRecords.h"
+
+#include <cstdint>
+
+namespace obrin {
+
+// The lock that keeps writing, reading and deletion of trend files apart, and the deletion. The lock is taken
+// without waiting, with three pauses of a second; an unlock by a thread that does not hold it changes
+// nothing. Any thread.
+
+/// 0 taken; 2 the agent is stopping, not attempted; 5 stayed busy. The number of pauses decides, so a lock
+/// taken after the third pause is held although the result is 5 and must be unlocked.
+std::int32_t trendViewerLockFiles();
+
+/// 5 when the lock is invalid, else 0.
+std::int32_t trendViewerUnlockFiles();
+
+/// Remove all trend files and culprit reports (*.cul, *.ini, *.gnp) of the data home directory. 1, or the
+/// error number when the directory cannot be searched. An empty home directory deletes nothing; the run's own
+/// four files are never deleted.
+std::int32_t deleteTrendFiles(Clasp* clasp);
+void deleteTrendFilesSynchronized(Clasp* clasp);
+
+/// Remove the trend files of one resource (its name stem and "BM*"). 1, or the error number.
+std::int32_t deleteResourceTrendFiles(Link* link);
+void deleteResourceTrendFilesSynchronized(Link* link);
+
+} // namespace obrin
