@@ -93,9 +93,8 @@ bool expandDiskTemplate(ScratchPad& scratchPad, const Link* pattern) {
 /// Reads every link and expands every template. New links stand behind their template, so the same walk
 /// reaches them.
 bool readChain(Clasp* clasp) {
-    static ScratchPad scratchPad{std::string()};
-    if (scratchPad.path() != clasp->ScratchPad)
-        scratchPad = ScratchPad(clasp->ScratchPad);
+    ScratchPad& scratchPad = scratchPadOf(*clasp);
+    scratchPad.settle(); // what a full disk refused in an earlier cycle may fit now
     for (Link* link = clasp->pFirstLink; link != nullptr; link = link->pNextLink) {
         bool done = true;
         if (link->ResourceType == 1 || (link->ResourceType == 2 && !isTemplate(*link)))

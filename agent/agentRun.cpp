@@ -2,6 +2,7 @@
 
 #include "acquisition/archiveFile.h"
 #include "acquisition/circularBuffers.h"
+#include "acquisition/instances.h"
 #include "acquisition/samplingCycle.h"
 #include "agent/agentConfig.h"
 #include "agent/agentState.h"
@@ -133,6 +134,7 @@ void announceStart() {
 
 int runAgent(int argumentCount, const std::string& programName, const std::string& configPath) {
     beginExecuting();
+    beginInstanceRun();
     ::tzset();
     if (argumentCount != 2) {
         say("\n\nusage: " + programName + " \t ..\\data\\AutoConfig.ini \n\n");

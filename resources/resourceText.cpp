@@ -3,6 +3,7 @@
 #include "agent/debugLog.h"
 #include "support/wholeFile.h"
 
+#include <algorithm>
 #include <optional>
 #include <sys/stat.h>
 
@@ -39,13 +40,17 @@ bool readInput(InputReading& input, const std::string& object, const InstanceEnu
 /// count.
 bool holdsInput(std::string_view unread) {
     TextScanner text(unread);
+    bool commentsClose = true;
     while (const auto token = text.word()) {
         const int code = ResourceDeclarationPiston(*token);
         if (code == beginInputKey || code == findObjectKey)
             return true;
-        const std::size_t behindToken = text.position();
-        if (CommentFunction(*token, text) == -1)
-            text.moveTo(behindToken);
+        if (code != openingCommentKey || !commentsClose)
+            continue;
+        const std::size_t inside = text.position();
+        commentsClose = CommentFunction(*token, text) == 1;
+        if (!commentsClose)
+            text.moveTo(inside);
     }
     return false;
 }
@@ -60,7 +65,7 @@ const char* lossOf(const InputReading& input, bool sawFile, std::string_view unr
     return nullptr;
 }
 
-/// How much of the file is missing from the text that was read of it; nothing to compare with says nothing.
+/// Whether the text is not the whole file: it is longer than a text may be, or reading it failed on the way.
 bool readShort(const std::string& path, std::string_view text) {
     struct stat status = {};
     return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
@@ -129,7 +134,8 @@ int validateResourceText(Clasp* clasp, const InstanceEnumeration& instances) {
     DEBUGMSG(" after aScratchPad=0x%08x\n", appendable ? 1U : 0U);
     DEBUGMSG(" after rScratchPad=0x%08x\n", readable ? 1U : 0U);
     if (readable)
-        clasp->MaximumRIDValue = RetrieveMaximumRIDFromScratchPadFile(scratchPad);
+        clasp->MaximumRIDValue =
+            std::max(clasp->MaximumRIDValue, RetrieveMaximumRIDFromScratchPadFile(scratchPad));
     const auto text = readWholeFile(clasp->ResourceText);
     DEBUGMSG(" after ResourceText=0x%08x\n", text ? 1U : 0U);
     if (!text) {

@@ -201,11 +201,9 @@ public final class AgentMain implements Callable<Integer> {
         if (code == ENDED_AS_ASKED) {
             out.println("The agent has stopped after " + count + ".");
         } else {
-            String hint = AgentEvents.fatalCount() > 0
-                    ? "; the reason stands above"
-                    : "; see log/LumetraAgent.log";
-            String why = run.failure().map(f -> ": " + Words.printable(f.toString())).orElse(hint);
-            System.err.println("The agent ended by itself after " + count + why + ".");
+            String log = homeText() + "/log/LumetraAgent.log";
+            String why = run.failure().map(Throwable::toString).orElse(log + " says more");
+            System.err.println("The agent ended by itself after " + count + ": " + Words.printable(why) + ".");
         }
         exitCode = code;
         return code;

@@ -1,0 +1,395 @@
+// Runs the whole agent behind its native entry with a stub Java environment, so that the fault tests can
+// starve, kill and hurry it without a Java machine. Prints one line per happening, fields separated by tabs:
+//
+//   event     type, text, seconds, instance, culprit         a call of sendEvent
+//   call      method, arguments                              a call of any other method that takes arguments
+//   level     cycles, descriptors, threads, resident kB      with --levels
+//   stop      milliseconds since the run's start, result     a stop request
+//   ended     milliseconds since the run's start, result     research_main has returned
+//   references  local, global, most local, frames, characters    left over by the run
+//   misuse    what                                           the environment was used in a wrong way
+//
+// Exit status: 0 when everything was given back and used rightly, 3 otherwise, 2 for a wrong command line.
+
+#include "tests/support/fakeJavaEnvironment.h"
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <clocale>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+extern "C" {
+jint Java_com_quorin_sysmgt_tavl_LumetraAgent_ExecPrediction_research_1main(JNIEnv*, jobject, jobject, jint,
+                                                                            jstring, jstring);
+jint Java_com_quorin_sysmgt_tavl_LumetraAgent_LumetraSubagent_javaThreadSyncPleaseStop(JNIEnv*, jobject);
+
+unsigned sleep(unsigned seconds);
+}
+
+namespace {
+
+using namespace obrin::test;
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+struct Options {
+    std::string bin = ".";
+    std::string config = "../config/AutoConfig.ini";
+    std::string program = "Lumetra";
+    std::string locale;
+    std::string stopWhenExists;
+    long stopAfterMs = -1;
+    long randomStopMs = -1;
+    long limitMs = 120000;
+    long cycles = -1;
+    long runs = 1;
+    int arguments = 2;
+    int stopThreads = 1;
+    int stopTwice = 0;
+    long startPauseMs = 1000;
+    unsigned seed = 1;
+    bool levels = false;
+    bool nullTexts = false;
+};
+
+std::atomic<long> startPause{-1};
+volatile std::sig_atomic_t stopSignals = 0;
+
+void countStopSignal(int) {
+    stopSignals = stopSignals + 1;
+}
+
+void pause(milliseconds time) {
+    timespec rest{time.count() / 1000, time.count() % 1000 * 1000000};
+    while (::nanosleep(&rest, &rest) != 0 && errno == EINTR) {
+    }
+}
+
+/// One line of output at a time, whatever the thread.
+void tell(const std::string& line) {
+    const std::string whole = line + "\n";
+    static_cast<void>(!::write(STDOUT_FILENO, whole.data(), whole.size()));
+}
+
+std::string printable(const std::string& text) {
+    std::string result;
+    for (const char c : text)
+        result += c == '\n' ? "\\n" : c == '\t' ? "\\t" : std::string(1, c);
+    return result;
+}
+
+/// The archive that the configuration names, as the agent will.
+std::string archiveOf(const std::string& config) {
+    std::ifstream file(config);
+    std::string home;
+    std::string name;
+    file >> home >> name;
+    return home + name;
+}
+
+/// Counts the line feeds that come into a growing file.
+class LineCounter {
+public:
+    explicit LineCounter(std::string path) : path_(std::move(path)) { offset_ = size(); }
+
+    long count() {
+        const long long now = size();
+        if (now < offset_)
+            offset_ = 0; // cut down meanwhile
+        if (now == offset_)
+            return lines_;
+        std::ifstream file(path_, std::ios::binary);
+        file.seekg(offset_);
+        char block[4096];
+        while (file.read(block, sizeof block), file.gcount() > 0) {
+            const auto got = file.gcount();
+            for (std::streamsize i = 0; i < got; ++i)
+                lines_ += block[i] == '\n';
+            offset_ += got;
+        }
+        return lines_;
+    }
+
+private:
+    long long size() const {
+        struct stat state;
+        return ::stat(path_.c_str(), &state) == 0 && S_ISREG(state.st_mode)
+                   ? static_cast<long long>(state.st_size)
+                   : 0;
+    }
+
+    std::string path_;
+    long long offset_ = 0;
+    long lines_ = 0;
+};
+
+std::string levels(long cycles) {
+    long descriptors = 0;
+    long threads = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
+        descriptors += !entry.path().empty();
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task"))
+        threads += !entry.path().empty();
+    long pages = 0;
+    std::ifstream("/proc/self/statm") >> pages >> pages;
+    return "level\t" + std::to_string(cycles) + "\t" + std::to_string(descriptors) + "\t" +
+           std::to_string(threads) + "\t" + std::to_string(pages * (::sysconf(_SC_PAGESIZE) / 1024));
+}
+
+/// One run of the agent and those who will end it.
+class Run {
+public:
+    Run(const Options& options, FakeJavaEnvironment& java) : options_(options), java_(java) {}
+
+    void go() {
+        LineCounter lines(archiveOf(options_.config));
+        lines_ = &lines;
+        begin_ = Clock::now();
+        std::vector<std::thread> helpers;
+        helpers.emplace_back([this] { watch(); });
+        if (options_.randomStopMs >= 0)
+            for (int i = 0; i < options_.stopThreads; ++i)
+                helpers.emplace_back([this, i] { stopAtRandom(options_.seed + static_cast<unsigned>(i)); });
+        runAgent();
+        ended_ = true;
+        for (auto& helper : helpers)
+            helper.join();
+    }
+
+private:
+    long elapsed() const { return static_cast<long>((Clock::now() - begin_) / milliseconds(1)); }
+
+    void stop() {
+        const long when = elapsed();
+        const jint result = Java_com_quorin_sysmgt_tavl_LumetraAgent_LumetraSubagent_javaThreadSyncPleaseStop(
+            nullptr, nullptr);
+        tell("stop\t" + std::to_string(when) + "\t" + std::to_string(result));
+    }
+
+    bool due(long cycles) const {
+        return (options_.stopAfterMs >= 0 && elapsed() >= options_.stopAfterMs) ||
+               (options_.cycles >= 0 && cycles >= options_.cycles) ||
+               (!options_.stopWhenExists.empty() && ::access(options_.stopWhenExists.c_str(), F_OK) == 0);
+    }
+
+    /// Sends the one stop request that is due, and further ones past the limit.
+    void watch() {
+        std::sig_atomic_t seenSignals = stopSignals;
+        bool sent = false;
+        long nextLevel = options_.cycles / 10;
+        long limit = options_.limitMs;
+        while (!ended_) {
+            const long cycles = lines_->count();
+            if (options_.levels && nextLevel > 0 && cycles >= nextLevel) {
+                tell(levels(cycles));
+                nextLevel += options_.cycles / 10;
+            }
+            if (!sent && due(cycles)) {
+                sent = true;
+                for (int i = 0; i <= options_.stopTwice; ++i)
+                    stop();
+            }
+            if (seenSignals != stopSignals) {
+                seenSignals = stopSignals;
+                stop();
+            }
+            if (elapsed() >= limit) {
+                tell("limit\t" + std::to_string(elapsed()));
+                stop();
+                limit = elapsed() + 1000;
+            }
+            pause(milliseconds(1));
+        }
+    }
+
+    /// A request that came before the start is forgotten, so each thread asks again.
+    void stopAtRandom(unsigned seed) {
+        std::minstd_rand random(seed);
+        pause(milliseconds(std::uniform_int_distribution<long>(0, options_.randomStopMs)(random)));
+        do {
+            Java_com_quorin_sysmgt_tavl_LumetraAgent_LumetraSubagent_javaThreadSyncPleaseStop(nullptr,
+                                                                                              nullptr);
+            pause(milliseconds(20));
+        } while (!ended_);
+    }
+
+    void runAgent() {
+        java_.attach();
+        JNIEnv* env = java_.env();
+        jobject self = java_.makeObject("com/quorin/sysmgt/tavl/LumetraAgent/ExecPrediction");
+        jobject events = java_.makeEvents();
+        jstring program = options_.nullTexts ? nullptr : java_.makeText(options_.program);
+        jstring config = options_.nullTexts ? nullptr : java_.makeText(options_.config);
+        const jint result = Java_com_quorin_sysmgt_tavl_LumetraAgent_ExecPrediction_research_1main(
+            env, self, events, options_.arguments, program, config);
+        tell("ended\t" + std::to_string(elapsed()) + "\t" + std::to_string(result));
+        if (const auto exception = java_.pendingException())
+            tell("misuse\treturned with " + *exception);
+        for (jobject mine : {self, events, static_cast<jobject>(program), static_cast<jobject>(config)})
+            env->DeleteLocalRef(mine);
+    }
+
+    const Options& options_;
+    FakeJavaEnvironment& java_;
+    LineCounter* lines_ = nullptr;
+    Clock::time_point begin_;
+    std::atomic<bool> ended_{false};
+};
+
+[[noreturn]] void usage(const std::string& why) {
+    std::fprintf(stderr, "nativeDriver: %s\n", why.c_str());
+    std::exit(2);
+}
+
+/// "method=refuse", "=throw", "=missing" or "=block:MS".
+void setBehaviour(FakeJavaEnvironment& java, const std::string& text) {
+    const auto equals = text.find('=');
+    if (equals == std::string::npos)
+        usage("--behaviour wants METHOD=MODE");
+    const std::string mode = text.substr(equals + 1);
+    JavaBehaviour behaviour;
+    if (mode == "refuse")
+        behaviour.mode = JavaBehaviour::Mode::refuse;
+    else if (mode == "throw")
+        behaviour.mode = JavaBehaviour::Mode::raise;
+    else if (mode == "missing")
+        behaviour.mode = JavaBehaviour::Mode::missing;
+    else if (mode.rfind("block:", 0) == 0)
+        behaviour = {JavaBehaviour::Mode::block, milliseconds(std::atol(mode.c_str() + 6))};
+    else if (mode != "accept")
+        usage("unknown mode " + mode);
+    java.setBehaviour(text.substr(0, equals), behaviour);
+}
+
+void printCall(const JavaCall& call) {
+    std::string line = call.method == "sendEvent" ? "event" : "call\t" + call.method;
+    if (call.arguments.empty())
+        return;
+    if (call.method == "sendEvent") {
+        for (const std::size_t i : {0u, 2u, 1u, 3u, 4u})
+            line += "\t" + printable(call.arguments[i]);
+    } else {
+        for (const auto& argument : call.arguments)
+            line += "\t" + printable(argument);
+    }
+    tell(line);
+}
+
+Options readOptions(const std::vector<std::string>& words, FakeJavaEnvironment& java) {
+    Options options;
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        const std::string& name = words[i];
+        if (name == "--levels")
+            options.levels = true;
+        else if (name == "--null-texts")
+            options.nullTexts = true;
+        else if (name == "--no-copy")
+            java.setCopiesCharacters(false);
+        else if (name == "--no-frames")
+            java.failLocalFrames(true);
+        else if (i + 1 == words.size())
+            usage("unknown option or missing value: " + name);
+        else {
+            const std::string& value = words[++i];
+            const long number = std::atol(value.c_str());
+            if (name == "--bin")
+                options.bin = value;
+            else if (name == "--config")
+                options.config = value;
+            else if (name == "--program")
+                options.program = value;
+            else if (name == "--locale")
+                options.locale = value;
+            else if (name == "--stop-when")
+                options.stopWhenExists = value;
+            else if (name == "--stop-after-ms")
+                options.stopAfterMs = number;
+            else if (name == "--seconds")
+                options.stopAfterMs = number * 1000;
+            else if (name == "--random-stop-ms")
+                options.randomStopMs = number;
+            else if (name == "--limit-ms")
+                options.limitMs = number;
+            else if (name == "--cycles")
+                options.cycles = number;
+            else if (name == "--runs")
+                options.runs = number;
+            else if (name == "--args")
+                options.arguments = static_cast<int>(number);
+            else if (name == "--stop-threads")
+                options.stopThreads = static_cast<int>(number);
+            else if (name == "--extra-stops")
+                options.stopTwice = static_cast<int>(number);
+            else if (name == "--start-pause-ms")
+                options.startPauseMs = number;
+            else if (name == "--seed")
+                options.seed = static_cast<unsigned>(number);
+            else if (name == "--behaviour")
+                setBehaviour(java, value);
+            else if (name == "--no-text-memory-from")
+                java.failNewTextsFrom(static_cast<std::size_t>(number));
+            else
+                usage("unknown option: " + name);
+        }
+    }
+    return options;
+}
+
+bool reportEnd(const FakeJavaEnvironment& java) {
+    const std::size_t left =
+        java.localReferences() + java.globalReferences() + java.openFrames() + java.unreleasedCharacters();
+    tell("references\t" + std::to_string(java.localReferences()) + "\t" +
+         std::to_string(java.globalReferences()) + "\t" + std::to_string(java.mostLocalReferences()) + "\t" +
+         std::to_string(java.openFrames()) + "\t" + std::to_string(java.unreleasedCharacters()));
+    const auto misuses = java.misuses();
+    for (const auto& misuse : misuses)
+        tell("misuse\t" + misuse);
+    // A Java machine promises room for 16 references without being asked.
+    return left == 0 && misuses.empty() && java.mostLocalReferences() <= 16 + 4;
+}
+
+} // namespace
+
+/// Stands before the C library's, so that a test of many runs need not wait out the agent's pause at its
+/// start.
+extern "C" unsigned sleep(unsigned seconds) {
+    const long told = startPause.exchange(-1);
+    pause(told >= 0 ? milliseconds(told) : std::chrono::seconds(seconds));
+    return 0;
+}
+
+int main(int count, char** words) {
+    FakeJavaEnvironment java;
+    java.keepRecords(false);
+    java.onCall(printCall);
+    Options options = readOptions({words + 1, words + count}, java);
+    if (::chdir(options.bin.c_str()) != 0)
+        usage("cannot change to " + options.bin);
+    if (!options.locale.empty() && std::setlocale(LC_ALL, options.locale.c_str()) == nullptr)
+        usage("no locale " + options.locale);
+    struct sigaction action {};
+    action.sa_handler = countStopSignal;
+    action.sa_flags = SA_RESTART;
+    ::sigaction(SIGUSR1, &action, nullptr);
+    bool fine = true;
+    for (long run = 0; run < options.runs; ++run, options.seed += 100) {
+        startPause = options.startPauseMs;
+        Run(options, java).go();
+        fine = reportEnd(java) && fine;
+    }
+    return fine ? 0 : 3;
+}
