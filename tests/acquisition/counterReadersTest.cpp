@@ -80,7 +80,8 @@ TEST_F(ProcessesReader, LogsEachOpeningToTheByte) {
 TEST_F(ProcessesReader, FailedOpeningsLogTheirOwnForms) {
     put("loadavg", "0.00 0.01 0.05 2/80 1234\n");
     expectNotRead(systemLink("PercentProcessesUsed"));
-    EXPECT_TRUE(machine.log.text().ends_with(" before 15 fopen(/proc/meminfo)\n after  15n fopen(/proc/meminfo)\n"));
+    EXPECT_TRUE(
+        machine.log.text().ends_with(" before 15 fopen(/proc/meminfo)\n after  15n fopen(/proc/meminfo)\n"));
     put("meminfo", "MemTotal: 2000000 kB\n");
     expectNotRead(systemLink("PercentProcessesUsed"));
     EXPECT_TRUE(machine.log.text().ends_with(" before 6 fopen(/proc/sys/kernel/threads-max)\n"
@@ -114,7 +115,8 @@ TEST_F(ProcessesReader, UpperLimitIsTruncatedAndACapacityOfZeroGivesNoValue) {
 TEST_F(ProcessesReader, LoadavgWithoutASlashIsNotRead) {
     put("meminfo", "MemTotal: 2000000 kB\n");
     put("threads-max", "16000\n");
-    for (const char* text : {"", "0.00 0.01 0.05 2 80 1234\n", "0.00 0.01 0.05 2/", "0.00 0.01 0.05 2/x 1\n"}) {
+    for (const char* text :
+         {"", "0.00 0.01 0.05 2 80 1234\n", "0.00 0.01 0.05 2/", "0.00 0.01 0.05 2/x 1\n"}) {
         put("loadavg", text);
         expectNotRead(systemLink("PercentProcessesUsed"));
     }
@@ -147,8 +149,9 @@ TEST_F(SwapReader, LogsItsOpeningToTheByte) {
 }
 
 TEST_F(SwapReader, MissingWordsAreNotRead) {
-    for (const char* text : {"", "SwapTotal: 100 kB\n", "SwapFree: 25 kB\n", "SwapFree: 25 kB\nSwapTotal: 100 kB\n",
-                             "SwapTotal: kB\nSwapFree: 25 kB\n", "SwapTotal:"}) {
+    for (const char* text :
+         {"", "SwapTotal: 100 kB\n", "SwapFree: 25 kB\n", "SwapFree: 25 kB\nSwapTotal: 100 kB\n",
+          "SwapTotal: kB\nSwapFree: 25 kB\n", "SwapTotal:"}) {
         put("meminfo", text);
         expectNotRead(systemLink("PercentSwapSpaceUsed"));
     }
@@ -188,8 +191,9 @@ TEST_F(DescriptorsReader, LogsItsOpeningToTheByte) {
     expectNotRead(systemLink("PercentFileDescriptorsUsed"));
     put("file-nr", "20 0 8192\n");
     valueOf(systemLink("PercentFileDescriptorsUsed"));
-    EXPECT_EQ(machine.log.text(), " before 8 fopen(/proc/sys/fs/file-nr)\n after 8n fopen(/proc/sys/fs/file-nr)\n"
-                                  " before 8 fopen(/proc/sys/fs/file-nr)\n after  8 fopen(/proc/sys/fs/file-nr)\n");
+    EXPECT_EQ(machine.log.text(),
+              " before 8 fopen(/proc/sys/fs/file-nr)\n after 8n fopen(/proc/sys/fs/file-nr)\n"
+              " before 8 fopen(/proc/sys/fs/file-nr)\n after  8 fopen(/proc/sys/fs/file-nr)\n");
 }
 
 TEST_F(DiskReader, TakesUsedOverUsedAndAvailable) {
@@ -204,7 +208,8 @@ TEST_F(DiskReader, TakesUsedOverUsedAndAvailable) {
 
 TEST_F(DiskReader, UpperLimitReplacesTheCapacityWithItsFraction) {
     machine.installDf("echo head; echo '/dev/hda1 1000 300 600 34% /home'\n");
-    EXPECT_DOUBLE_EQ(valueOf(diskLink("/dev/hda1 /home", "PercentFreeSpaceUsed", 200.5)), 300.0 / 200.5 * 100.0);
+    EXPECT_DOUBLE_EQ(valueOf(diskLink("/dev/hda1 /home", "PercentFreeSpaceUsed", 200.5)),
+                     300.0 / 200.5 * 100.0);
     EXPECT_EQ(valueOf(diskLink("/dev/hda1 /home", "PercentFreeSpaceUsed", infinite)), 0.0);
     expectNotRead(diskLink("/dev/hda1 /home", "PercentFreeSpaceUsed", 5e-324));
 }
@@ -222,8 +227,9 @@ TEST_F(DiskReader, TotalOfZeroAndCapacityOfZeroReadAs100) {
 }
 
 TEST_F(DiskReader, SumsBeyond64BitsAreComputedWithoutOverflow) {
-    machine.installDf("echo head; echo 'a 9223372036854775807 9223372036854775807 9223372036854775807 50% /a'\n"
-                      "echo 'b 9 18446744073709551614 0 50% /b'; echo 'c 100 120 -30 134% /c'\n");
+    machine.installDf(
+        "echo head; echo 'a 9223372036854775807 9223372036854775807 9223372036854775807 50% /a'\n"
+        "echo 'b 9 18446744073709551614 0 50% /b'; echo 'c 100 120 -30 134% /c'\n");
     EXPECT_DOUBLE_EQ(valueOf(diskLink("a /a")), 50.0);
     EXPECT_DOUBLE_EQ(valueOf(diskLink("b /b")), 100.0);
     EXPECT_DOUBLE_EQ(valueOf(diskLink("c /c")), 120.0 / 90.0 * 100.0);
@@ -264,11 +270,21 @@ std::string mutated(std::string text, std::mt19937& random) {
     for (std::size_t change = pick(4) + 1; change > 0 && !text.empty(); --change) {
         const std::size_t place = pick(text.size());
         switch (pick(5)) {
-        case 0: text[place] = static_cast<char>(pick(256)); break;
-        case 1: text.erase(place, pick(20)); break;
-        case 2: text.resize(place); break;
-        case 3: text.insert(place, text.substr(pick(text.size()), pick(40))); break;
-        default: text[place] = "0123456789-/%: \n"[pick(16)]; break;
+        case 0:
+            text[place] = static_cast<char>(pick(256));
+            break;
+        case 1:
+            text.erase(place, pick(20));
+            break;
+        case 2:
+            text.resize(place);
+            break;
+        case 3:
+            text.insert(place, text.substr(pick(text.size()), pick(40)));
+            break;
+        default:
+            text[place] = "0123456789-/%: \n"[pick(16)];
+            break;
         }
     }
     return text;
@@ -310,7 +326,8 @@ TEST(ReadersUnderMutation, EveryTextGivesAFiniteValueOrNone) {
     }
 }
 
-// --- whole machines ------------------------------------------------------------------------------------------------
+// --- whole machines
+// ------------------------------------------------------------------------------------------------
 
 TEST(CapturedMachine, AContainerWithoutSwap) {
     TestMachine machine;
@@ -332,7 +349,8 @@ TEST(CapturedMachine, AServerWithSwapAndLogicalVolumes) {
     EXPECT_DOUBLE_EQ(valueOf(systemLink("PercentFileDescriptorsUsed")), 0.5932823542701016);
     EXPECT_DOUBLE_EQ(valueOf(diskLink("/dev/mapper/vg0-var /var")), 87.31195866217868);
     EXPECT_DOUBLE_EQ(valueOf(diskLink("/dev/mapper/vg0-data /srv/data")), 100.0);
-    EXPECT_DOUBLE_EQ(valueOf(diskLink("/dev/mapper/vg0-var /var", "PercentFreeInodesUsed")), 94.99995084416946);
+    EXPECT_DOUBLE_EQ(valueOf(diskLink("/dev/mapper/vg0-var /var", "PercentFreeInodesUsed")),
+                     94.99995084416946);
 }
 
 TEST(CapturedMachine, AWorkstationWithoutInodesOnItsBootPartition) {

@@ -19,8 +19,8 @@
 
 namespace obrin::test {
 
-/// The readers on a machine of the test's own: log, work file and programs in temporary directories, the kernel's files
-/// from a fixture or a test. Everything is as before when it goes.
+/// The readers on a machine of the test's own: log, work file and programs in temporary directories, the
+/// kernel's files from a fixture or a test. Everything is as before when it goes.
 class TestMachine {
 public:
     TestMachine() {
@@ -99,8 +99,10 @@ inline Link diskLink(std::string_view name, const char* counter = "PercentFreeSp
 /// Status with which a body run in a child says that it lacks a privilege.
 inline constexpr int lacksPrivilege = 77;
 
-/// Runs `body` in a forked child, whose failures become this process's. lacksPrivilege when it ended with that.
-template <class Body> int runInChild(Body body) {
+/// Runs `body` in a forked child, whose failures become this process's. lacksPrivilege when it ended with
+/// that.
+template <class Body>
+int runInChild(Body body) {
     std::fflush(nullptr);
     const pid_t child = ::fork();
     if (child == 0) {
@@ -119,7 +121,8 @@ template <class Body> int runInChild(Body body) {
 }
 
 /// As runInChild, in a mount namespace of its own, so that mounts of the body touch nobody and go with it.
-template <class Body> int runInMountNamespace(Body body) {
+template <class Body>
+int runInMountNamespace(Body body) {
     return runInChild([&body] {
         if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
             ::_exit(lacksPrivilege);

@@ -21,7 +21,7 @@ TEST(CleanFilename, ReplacesExactlyTheNineCharacters) {
 }
 
 // Before the tests with negative durations: what those leave behind stays for the process.
-TEST(Getdays, A_Of93784SecondsGivesOneDayTwoHoursThreeMinutesAndFourSeconds) {
+TEST(Getdays, Of93784SecondsGivesOneDayTwoHoursThreeMinutesAndFourSeconds) {
     EXPECT_EQ(Getdays(93784), "1 day(s) 2 hr(s) 3 min(s) and 4 sec(s)");
     EXPECT_EQ(Getdays(0.999), "0 day(s) 0 hr(s) 0 min(s) and 0 sec(s)");
     EXPECT_EQ(Getdays(86399.99), "0 day(s) 23 hr(s) 59 min(s) and 59 sec(s)");
@@ -29,21 +29,21 @@ TEST(Getdays, A_Of93784SecondsGivesOneDayTwoHoursThreeMinutesAndFourSeconds) {
     EXPECT_EQ(Getdays(-0.0), "0 day(s) 0 hr(s) 0 min(s) and 0 sec(s)");
 }
 
-TEST(Getdays, B_HugeAndMeaninglessDurationsAreFormattedWithoutHarm) {
+TEST(Getdays, HugeAndMeaninglessDurationsAreFormattedWithoutHarm) {
     EXPECT_EQ(Getdays(1e300), "9223372036854775807 day(s) 0 hr(s) 0 min(s) and 0 sec(s)");
     EXPECT_EQ(Getdays(std::numeric_limits<double>::infinity()),
               "9223372036854775807 day(s) 0 hr(s) 0 min(s) and 0 sec(s)");
     EXPECT_EQ(Getdays(std::numeric_limits<double>::quiet_NaN()), "0 day(s) 0 hr(s) 0 min(s) and 0 sec(s)");
 }
 
-TEST(Getdays, C_AfterOneCallWithMinusFiveEveryTextBeginsWithAMinus) {
+TEST(Getdays, AfterOneCallWithMinusFiveEveryTextBeginsWithAMinus) {
     CapturedLog log;
     EXPECT_EQ(Getdays(-5), "- 0 day(s) 0 hr(s) 0 min(s) and 5 sec(s)");
     EXPECT_EQ(Getdays(5), "- 0 day(s) 0 hr(s) 0 min(s) and 5 sec(s)");
     EXPECT_EQ(log.text(), "- - ");
 }
 
-TEST(Getdays, D_FormatsOnManyThreadsAtOnce) {
+TEST(Getdays, FormatsOnManyThreadsAtOnce) {
     CapturedLog log;
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t)

@@ -9,7 +9,8 @@
 
 namespace obrin::test {
 
-/// A control record with an empty chain, a scratch pad and a declaration file in a directory of its own, and its own log.
+/// A control record with an empty chain, a scratch pad and a declaration file in a directory of its own, and
+/// its own log.
 class ChainTest : public ::testing::Test {
 protected:
     ChainTest() {

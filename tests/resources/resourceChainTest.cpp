@@ -63,8 +63,9 @@ TEST_F(ResourceChain, LinksOfAnotherTypeEqualNothing) {
 
 TEST_F(ResourceChain, ComparisonLooksAtEachDescriptorToTheByteAndAtNothingElse) {
     Link link = makeLink(1, "a", "b", "c", "-2");
-    for (Link other : {makeLink(1, "A", "b", "c"), makeLink(1, "a", "b ", "c"), makeLink(1, "a", "b", ""),
-                       makeLink(1, "a", "b", "c", "-1"), makeLink(1, "ab", "", "c")}) {
+    const Link others[] = {makeLink(1, "A", "b", "c"), makeLink(1, "a", "b ", "c"), makeLink(1, "a", "b", ""),
+                           makeLink(1, "a", "b", "c", "-1"), makeLink(1, "ab", "", "c")};
+    for (const Link& other : others) {
         EXPECT_EQ(CompareLinks(&link, &other), -2);
         EXPECT_NE(linkIdentity(link), linkIdentity(other));
     }
@@ -229,8 +230,9 @@ TEST_F(ResourceChain, PrintingGoesUpFromTheLastOrDownFromTheFirst) {
     insert(1, "a");
     insert(2, "b");
     ScanDownChain(&clasp);
-    const std::string block = "\n+-----------------------------------------------------+\nDescriptor0 = a\nDescriptor1 = instance"
-                              "\nDescriptor2 = counter\nRID = 1\nWindowSize = -1.000000\npTargetLink->DataArray = 0.000000\n";
+    const std::string block =
+        "\n+-----------------------------------------------------+\nDescriptor0 = a\nDescriptor1 = instance"
+        "\nDescriptor2 = counter\nRID = 1\nWindowSize = -1.000000\npTargetLink->DataArray = 0.000000\n";
     EXPECT_THAT(log.text(), ::testing::StartsWith(block));
     const std::size_t before = log.text().size();
     ScanUpChain(&clasp);

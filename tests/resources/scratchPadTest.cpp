@@ -5,6 +5,7 @@
 #include "tests/resources/chainFixture.h"
 
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
@@ -40,8 +41,8 @@ protected:
 };
 
 std::string record(int type, int rid, const std::string& instance) {
-    return "\nEvent: ResourceDefinition - Informational \n" + std::to_string(type) + "   " + std::to_string(rid) +
-           "   (LogicalDisk)   (" + instance + ")   (PercentFreeSpaceUsed)   -2   \n";
+    return "\nEvent: ResourceDefinition - Informational \n" + std::to_string(type) + "   " +
+           std::to_string(rid) + "   (LogicalDisk)   (" + instance + ")   (PercentFreeSpaceUsed)   -2   \n";
 }
 
 TEST_F(ScratchPadFile, AnEmptyOrMissingFileGivesOneThenTwo) {
@@ -80,7 +81,7 @@ TEST_F(ScratchPadFile, ALaterRunGetsTheOldNumberAlsoUnderANewDisplayName) {
     ScratchPad second(clasp.ScratchPad);
     Link again = makeLink(1, "b", "instance", "counter", "-1");
     again.NameIs = "renamed";
-    EXPECT_EQ(numberOf(second, again), rid);
+    EXPECT_EQ(numberOf(second, std::move(again)), rid);
     EXPECT_EQ(numberOf(second, makeLink(1, "new")), 3);
 }
 
@@ -131,7 +132,8 @@ TEST_F(ScratchPadFile, NamesOfAnyBytesKeepTheirNumberAndNeverStandForAnother) {
         "/dev/a /mnt (2)",
         "/dev/a (((",
         "/dev/a /b)(c",
-        "/dev/a /x) ResourceDefinition - Informational 2 1 (LogicalDisk) (/dev/a /mnt) (PercentFreeSpaceUsed) -2 ",
+        "/dev/a /x) ResourceDefinition - Informational 2 1 (LogicalDisk) (/dev/a /mnt) "
+        "(PercentFreeSpaceUsed) -2 ",
         "/dev/a /\"quote' %n %s",
         "/dev/a /\xff\xfe\x01",
         "/dev/a " + std::string(504, 'l'),
@@ -151,7 +153,7 @@ TEST_F(ScratchPadFile, NamesOfAnyBytesKeepTheirNumberAndNeverStandForAnother) {
 TEST_F(ScratchPadFile, ANameWithAHeaderInItIsWatchedButNotStored) {
     ScratchPad pad(clasp.ScratchPad);
     Link link = disk("/dev/a /b" + record(2, 1, "x"));
-    EXPECT_EQ(numberOf(pad, link), 1);
+    EXPECT_EQ(numberOf(pad, std::move(link)), 1);
     EXPECT_EQ(content(), "");
     EXPECT_EQ(numberOf(pad, disk("x")), 2);
 }
@@ -184,10 +186,12 @@ TEST_F(ScratchPadFile, CutAtAnyByteNoKnownNumberIsLostAndNoneNamesTwoResources) 
                     now.push_back(numberOf(pad, disk(name)));
                 ASSERT_EQ(std::set<std::int32_t>(now.begin(), now.end()).size(), now.size()) << length;
                 for (std::size_t i = 0; i < names.size(); ++i)
-                    if (length >= (whole.size() / names.size() + 2) * (i + 1))
+                    if (length >= (whole.size() / names.size() + 2) * (i + 1)) {
                         ASSERT_EQ(now[i + 1], static_cast<int>(i) + 9) << length;
-                if (run == 1)
+                    }
+                if (run == 1) {
                     ASSERT_EQ(now, given) << length;
+                }
                 given = now;
             }
         }
@@ -195,7 +199,8 @@ TEST_F(ScratchPadFile, CutAtAnyByteNoKnownNumberIsLostAndNoneNamesTwoResources) 
 }
 
 TEST_F(ScratchPadFile, ATornRecordDoesNotSwallowTheOnesAppendedBehindIt) {
-    writeFile(clasp.ScratchPad, record(2, 1, "a /a") + "\nEvent: ResourceDefinition - Informational \n2   2   (Logical");
+    writeFile(clasp.ScratchPad,
+              record(2, 1, "a /a") + "\nEvent: ResourceDefinition - Informational \n2   2   (Logical");
     ScratchPad pad(clasp.ScratchPad);
     EXPECT_EQ(numberOf(pad, disk("b /b")), 2);
     startRun();
@@ -255,12 +260,17 @@ TEST_F(ScratchPadFile, MutatedFilesNeverGiveOneNumberToTwoResources) {
         whole += record(2, i, "/dev/d" + std::to_string(i) + " /m" + std::to_string(i));
     for (int round = 0; round < 400; ++round) {
         std::string text = whole;
-        for (unsigned change = 0; change < 1 + round % 5U; ++change) {
+        for (int change = 0; change < 1 + round % 5; ++change) {
             const std::size_t at = random() % text.size();
             switch (random() % 3) {
-            case 0: text[at] = static_cast<char>(random()); break;
-            case 1: text.erase(at, 1 + random() % 20); break;
-            default: text.insert(at, text.substr(random() % text.size(), random() % 60));
+            case 0:
+                text[at] = static_cast<char>(random());
+                break;
+            case 1:
+                text.erase(at, 1 + random() % 20);
+                break;
+            default:
+                text.insert(at, text.substr(random() % text.size(), random() % 60));
             }
         }
         std::filesystem::remove(clasp.ScratchPad);
@@ -278,7 +288,8 @@ TEST_F(ScratchPadFile, MutatedFilesNeverGiveOneNumberToTwoResources) {
 TEST_F(ScratchPadFile, AHundredThousandRecordsGiveAnyNumberWithinASecond) {
     std::string text;
     for (int i = 1; i <= 100000; ++i)
-        text += record(2, i, "/dev/mapper/volume" + std::to_string(i) + " /var/lib/mount/" + std::to_string(i));
+        text +=
+            record(2, i, "/dev/mapper/volume" + std::to_string(i) + " /var/lib/mount/" + std::to_string(i));
     writeFile(clasp.ScratchPad, text);
     const auto begin = std::chrono::steady_clock::now();
     ScratchPad pad(clasp.ScratchPad);
@@ -377,7 +388,8 @@ TEST_F(ScratchPadFile, WhenNoNumberIsLeftTheResourceIsLeftOut) {
     ScratchPad pad(clasp.ScratchPad);
     EXPECT_EQ(numberOf(pad, disk("b /b")), 0);
     EXPECT_EQ(numberOf(pad, disk("a /a")), 2147483647);
-    EXPECT_THAT(log.text(), HasSubstr("No resource identifier is left for LogicalDisk b /b PercentFreeSpaceUsed\n"));
+    EXPECT_THAT(log.text(),
+                HasSubstr("No resource identifier is left for LogicalDisk b /b PercentFreeSpaceUsed\n"));
 }
 
 TEST_F(ScratchPadFile, TheRunsScratchPadIsOneForAllUntilTheNameChanges) {

@@ -78,9 +78,9 @@ TEST_F(WindowSizing, AWindowShorterThanThePeriodIsResetAndLoggedTwice) {
     Link* link = add(0.1);
     EXPECT_EQ(SanityCheckChain(&clasp), -2);
     EXPECT_DOUBLE_EQ(link->WindowSize, 4.8);
-    EXPECT_EQ(log.text(),
-              "***Error: Sample interval of 600.00 sec is greater than window size of 360.00 sec for 0 instance counter"
-              ">>>>>>Setting window size to 17280.00 sec\n");
+    EXPECT_EQ(log.text(), "***Error: Sample interval of 600.00 sec is greater than window size of 360.00 sec "
+                          "for 0 instance counter"
+                          ">>>>>>Setting window size to 17280.00 sec\n");
 }
 
 TEST_F(WindowSizing, AWindowOfExactlyOnePeriodStays) {

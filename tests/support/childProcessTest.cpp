@@ -135,7 +135,8 @@ TEST(ChildProcess, RunsInAGroupOfItsOwn) {
     ASSERT_TRUE(child);
     const std::string stat = child->takeOutput(within(5s), 4096);
     const std::string expected = " " + std::to_string(child->pid()) + " ";
-    EXPECT_EQ(stat.compare(stat.rfind(')') + 4 + std::to_string(::getpid()).size(), expected.size(), expected), 0)
+    EXPECT_EQ(
+        stat.compare(stat.rfind(')') + 4 + std::to_string(::getpid()).size(), expected.size(), expected), 0)
         << stat;
 }
 
@@ -151,7 +152,10 @@ TEST(ChildProcess, HasDefaultSignalsWhateverTheParentHas) {
         const std::string signals = child ? child->takeOutput(within(5s), 4096) : "";
         struct sigaction kept;
         ::sigaction(SIGCHLD, nullptr, &kept);
-        ::_exit(signals == "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n" && kept.sa_handler == SIG_IGN ? 0 : 1);
+        ::_exit(signals == "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n" &&
+                        kept.sa_handler == SIG_IGN
+                    ? 0
+                    : 1);
     }
     int status = -1;
     ::waitpid(forked, &status, 0);
