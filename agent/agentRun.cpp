@@ -18,6 +18,7 @@
 #include <clocale>
 #include <cstdio>
 #include <ctime>
+#include <exception>
 #include <memory>
 #include <unistd.h>
 
@@ -94,12 +95,24 @@ bool startUp(Clasp* clasp) {
     return true;
 }
 
+/// The result of a step of the cycle; -1 when memory was too short for it, which the next cycle may find
+/// better.
+template <class Step>
+int attempt(Step step) {
+    try {
+        return step();
+    } catch (const std::exception& failure) {
+        DEBUGMSG("A step of the cycle was given up: %s\n", failure.what());
+        return -1;
+    }
+}
+
 void runOneCycle(Clasp* clasp, int maxfilesizeinMB) {
-    const int sampled = RawDataRetrievalAndArchive(clasp);
+    const int sampled = attempt([&] { return RawDataRetrievalAndArchive(clasp); });
     if (sampled != 1)
         reportFailedCycleStep("RawDataRetrievalAndArchive", sampled);
-    update_autoresource_file(clasp);
-    trim(clasp->HardDriveArchive, maxfilesizeinMB);
+    attempt([&] { return update_autoresource_file(clasp); });
+    attempt([&] { return trim(clasp->HardDriveArchive, maxfilesizeinMB); });
 }
 
 int endRun() {

@@ -16,8 +16,10 @@
 namespace obrin {
 namespace {
 
-// An unlock by a thread that does not hold this kind of lock is refused by the C library, not undefined.
-pthread_mutex_t tvmut = PTHREAD_ERRORCHECK_MUTEX_INITIALIZER_NP;
+pthread_mutex_t tvmut = PTHREAD_MUTEX_INITIALIZER;
+
+/// Whether this thread holds tvmut: who did not get the lock unlocks it all the same, and must not free another's.
+thread_local bool holdsLock = false;
 
 constexpr int mostPauses = 2;
 
@@ -27,16 +29,19 @@ std::int32_t trendViewerLockFiles() {
     if (stopRequested())
         return 2;
     int tries = 0;
-    while (::pthread_mutex_trylock(&tvmut) == EBUSY) {
-        const int before = tries++;
-        if (before > mostPauses)
-            break;
+    int outcome = ::pthread_mutex_trylock(&tvmut);
+    while (outcome == EBUSY && tries++ <= mostPauses) {
         ::sleep(1);
+        outcome = ::pthread_mutex_trylock(&tvmut);
     }
+    holdsLock = holdsLock || outcome == 0;
     return tries <= mostPauses ? 0 : 5;
 }
 
 std::int32_t trendViewerUnlockFiles() {
+    if (!holdsLock)
+        return 0;
+    holdsLock = false;
     return ::pthread_mutex_unlock(&tvmut) == EINVAL ? 5 : 0;
 }
 
