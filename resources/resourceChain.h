@@ -13,7 +13,10 @@ namespace obrin {
 // here that change it take that lock themselves and so must not be called with it held. Results: 1 done, -1
 // failed, 2 found, -2 not found.
 
-/// Hands the next number to the link: increments MaximumRIDValue of its owner. 1; -1 when no number is left.
+/// Hands the next number to the link: increments MaximumRIDValue of its owner. 1; -1 with a log line, and the
+/// link as it was, when no number is left. MaximumRIDValue is at least every number in the chain (insertion
+/// sees to that) and, after a search of the scratch pad, every number stored there, so the next number is
+/// nobody's.
 int GenerateNewRID(Link* link);
 
 /// 2 when both have the same type, that type is 1 or 2, and all four descriptors are equal to the byte; -2

@@ -59,7 +59,11 @@ bool ScratchPad::refresh() {
         return false;
     }
     struct stat status = {};
-    if (::fstat(file.get(), &status) == 0 && seen_ == stateOf(status))
+    if (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        noteReadProblem(EINVAL); // a device may have no end
+        return false;
+    }
+    if (seen_ == stateOf(status))
         return true;
     forgetAll();
     readAll(file.get());

@@ -8,6 +8,7 @@
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
 namespace obrin {
 
@@ -103,6 +104,9 @@ int millisecondsUntil(ChildProcess::Clock::time_point deadline, int most) {
 /// running can hold its descriptors open.
 constexpr int lookAgain = 20;
 
+/// What was killed is gone within this time, unless the kernel holds it.
+constexpr std::chrono::milliseconds timeToReap{500};
+
 } // namespace
 
 ChildProcess::ChildProcess(pid_t pid, Descriptor lifeline, Descriptor output)
@@ -113,20 +117,17 @@ ChildProcess::ChildProcess(ChildProcess&& other) noexcept
       output_(std::move(other.output_)) {}
 
 ChildProcess& ChildProcess::operator=(ChildProcess&& other) noexcept {
-    if (this != &other) {
-        kill();
-        pid_ = std::exchange(other.pid_, -1);
-        status_ = other.status_;
-        lifeline_ = std::move(other.lifeline_);
-        output_ = std::move(other.output_);
-    }
+    std::swap(pid_, other.pid_);
+    std::swap(status_, other.status_);
+    std::swap(lifeline_, other.lifeline_);
+    std::swap(output_, other.output_);
     return *this;
 }
 
 ChildProcess::~ChildProcess() {
     kill();
     if (pid_ > 0)
-        wait(Clock::time_point{});
+        wait(Clock::now() + timeToReap);
 }
 
 std::optional<ChildProcess> ChildProcess::start(const ChildCommand& command) {

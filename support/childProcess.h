@@ -31,8 +31,9 @@ public:
     static std::optional<ChildProcess> start(const ChildCommand& command);
 
     ChildProcess(ChildProcess&& other) noexcept;
-    ChildProcess& operator=(ChildProcess&& other) noexcept;
-    /// Kills what is left of the group, without waiting for it.
+    ChildProcess& operator=(ChildProcess&& other) noexcept; ///< swaps
+    /// Kills what is left of the group. Waits half a second at most for the program's end; one that the
+    /// kernel holds longer is left behind.
     ~ChildProcess();
 
     /// Waits until the program has ended or the deadline has passed. Its status as waitpid(2) gives it, -1

@@ -171,7 +171,7 @@ TEST(TakeDiskListing, UnitsAndNamesDoNotDependOnTheEnvironment) {
         ::unsetenv(name);
     const std::string environment = "\n" + readFile(machine.path("environment"));
     EXPECT_NE(environment.find("\nLC_ALL=C\n"), std::string::npos);
-    EXPECT_EQ(environment.find("C.UTF-8"), std::string::npos);
+    EXPECT_EQ(environment.find("LC_ALL=C.UTF-8"), std::string::npos);
     EXPECT_EQ(environment.find("BLOCK"), std::string::npos);
     EXPECT_EQ(environment.find("POSIXLY"), std::string::npos);
     EXPECT_NE(environment.find("\nPATH="), std::string::npos);

@@ -94,6 +94,9 @@ std::string printable(const std::string& text) {
 
 /// The archive that the configuration names, as the agent will.
 std::string archiveOf(const std::string& config) {
+    std::error_code ignored;
+    if (!std::filesystem::is_regular_file(config, ignored))
+        return {};
     std::ifstream file(config);
     std::string home;
     std::string name;
@@ -385,6 +388,7 @@ int main(int count, char** words) {
     action.sa_handler = countStopSignal;
     action.sa_flags = SA_RESTART;
     ::sigaction(SIGUSR1, &action, nullptr);
+    ::signal(SIGXFSZ, SIG_IGN); // as a Java machine does: a file over its limit is an error, not a death
     bool fine = true;
     for (long run = 0; run < options.runs; ++run, options.seed += 100) {
         startPause = options.startPauseMs;

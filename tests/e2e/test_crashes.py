@@ -1,0 +1,160 @@
+"""Death at any moment: SIGKILL at every write, rename, unlink, open and cut of the agent's own files; power cuts."""
+
+import os
+import shutil
+import signal
+import time
+import unittest
+
+import check_home
+from agent_home import DISK_SPACE, FEW, HEADING, AgentTest, Running, needs_tool, read, write
+
+ROWS = "/dev/a 1000 250 750 25% /\n/dev/b 1000 500 500 50% /proc\n"
+ROOM = "/dev/shm" if os.access("/dev/shm", os.W_OK) else "/tmp"
+
+
+class CrashTest(AgentTest):
+    def grown_home(self, trimming=False):
+        """A home with a past: an archive (one that is due for trimming, if wanted), records, a rewritten declaration file."""
+        home = self.home(inputs=FEW + (DISK_SPACE,), period=100, megabytes=1 if trimming else 50, at=ROOM)
+        home.stub_df(HEADING + ROWS)
+        self.run_agent(home, "--cycles", 2)
+        if trimming:
+            line = "%010d 1 0 12.00 2 0 3.00 \n"
+            write(home.layout.archive, "".join(line % (1000000000 + i) for i in range(1200 * 1024 // 32)))
+        return home
+
+    def copy_of(self, home):
+        copy = self.home(at=ROOM)
+        shutil.rmtree(copy.path)
+        shutil.copytree(home.path, copy.path, symlinks=True)
+        copy.stub_df(HEADING + ROWS)
+        return copy
+
+
+class C1_Killed(CrashTest):
+    # A call's place in the sequence is counted by call, so each kind has its own row of deaths.
+    CALLS = ("write", "rename", "unlink", "openat", "ftruncate", "fsync", "close")
+
+    @needs_tool("strace")
+    def test_C1_a_kill_at_every_step_on_every_file_leaves_all_in_order_and_a_clean_next_start(self):
+        model = self.grown_home(trimming=True)
+        for name in ("space", "inodes"):  # a new disk, so that the scratch pad grows, too
+            write(model.at("stub", name), HEADING + ROWS + "/dev/c 1000 750 250 75% /dev\n")
+        deaths = 0
+        for call in self.CALLS:
+            place, step = 1, 1
+            while True:
+                home = self.copy_of(model)
+                write(home.at("stub", "space"), read(model.at("stub", "space")))
+                killed = self.kill_at(home, call, place)
+                home.remove()
+                if not killed:
+                    break
+                deaths += 1
+                # Trimming copies block by block: its later blocks are all alike.
+                step = 1 if place < 24 else 8
+                place += step
+        self.assertGreater(deaths, 40)
+
+    def kill_at(self, home, call, place):
+        """One run that dies at the given call, and the next start. False when the run came to its end."""
+        before = home.snapshot()
+        watched = []
+        for path in home.layout.files().values():
+            for file in (path, path + ".new"):
+                watched += ["-P", file, "-P", os.path.relpath(file, home.layout.bin)]
+        watched += ["-P", "temp", "-P", home.at("bin", "temp")]
+        prefix = ["strace", "-f", "-qq", "-o", home.at("strace.txt"), *watched,
+                  "-e", f"inject={call}:signal=KILL:when={place}"]
+        result = Running(home, "--cycles", 2, "--limit-ms", 20000, prefix=prefix).finish(40)
+        if result.status == 0:
+            return False
+        self.assertEqual(result.status, -signal.SIGKILL, f"{call} {place}: {result.output[-500:]}")
+        where = f"killed at {call} {place}: {read(home.at('strace.txt'))[-400:]}"
+        self.assertEqual(check_home.check(home.layout, before=before, killed=True, trimmed=True), [], where)
+        self.assertTrue(os.path.getsize(home.layout.archive) > 0, where)
+        dead = home.snapshot()
+        result = Running(home, "--cycles", 2).finish(20)
+        self.assert_ended_well(result)
+        self.assertEqual(result.fatal(), [], where)
+        # Before the agent died, or after: nothing that was there is lost, and nothing torn is left.
+        self.assertEqual(check_home.check(home.layout, before=dead, killed=True, trimmed=True), [], where)
+        self.assertTrue(home.snapshot()["archive"].endswith(b"\n"), where)
+        self.assertFalse(os.path.exists(home.layout.declarations + ".new"), where)
+        self.assertIsNotNone(home.number_of("/dev"), where)
+        return True
+
+    def test_C1_a_kill_at_any_time_is_survived(self):
+        home = self.grown_home()
+        for delay in range(15):
+            before = home.snapshot()
+            agent = Running(home)
+            time.sleep(0.02 + delay * 0.011)
+            agent.process.kill()
+            agent.finish()
+            self.assertEqual(check_home.check(home.layout, before=before, killed=True), [])
+        self.run_agent(home, "--cycles", 2)
+
+
+class C2_PowerCut(CrashTest):
+    def start_after(self, model, name, content, where):
+        """A start on a home one file of which has this content."""
+        home = self.copy_of(model)
+        write(home.layout.files()[name], content)
+        result = Running(home, "--cycles", 1, "--limit-ms", 15000).finish(30)
+        self.assert_ended_well(result)
+        self.assertTrue(set(result.fatal()) <= {"Call To validateResourceText Failed"}, where)
+        return home, result
+
+    def cuts(self, content, step):
+        return sorted({*range(0, len(content), step), len(content) - 1, 1, 2})
+
+    def test_C2_an_archive_cut_or_zeroed_anywhere_keeps_its_whole_lines(self):
+        model = self.grown_home()
+        whole = model.snapshot()["archive"]
+        damaged = [whole[:cut] for cut in self.cuts(whole, 3)]
+        damaged += [whole[:-n] + b"\0" * n for n in (1, 5, 20, len(whole))] + [whole + b"\0" * 4096]
+        for content in damaged:
+            kept = content[:content.rfind(b"\n") + 1]
+            home, result = self.start_after(model, "archive", content, content)
+            now = home.snapshot()["archive"]
+            self.assertTrue(now.startswith(kept), content)
+            self.assertRegex(now[len(kept):], rb"\A(\d+ ([^\n\0]*) \n)+\Z", f"after {content!r}")
+            self.assertEqual(result.fatal(), [])
+            if len(kept) < len(content):
+                self.assertRegex(home.log(), "dropped|unfinished", "the log says what was dropped")
+            home.remove()
+
+    def test_C2_a_scratch_pad_cut_or_zeroed_anywhere_keeps_the_numbers_of_its_whole_records(self):
+        model = self.grown_home()
+        whole = model.snapshot()["scratch pad"]
+        damaged = [whole[:cut] for cut in self.cuts(whole, 11)]
+        damaged += [whole[:-n] + b"\0" * n for n in (1, 30, 150, len(whole))] + [whole + b"\0" * 4096]
+        for content in damaged:
+            home, result = self.start_after(model, "scratch pad", content, content)
+            self.assertEqual(result.fatal(), [])
+            before = {"scratch pad": content}
+            self.assertEqual(check_home.check(home.layout, before=before), [], content)
+            self.assertEqual(len(home.archive_lines()[-1][1]), 4)
+            home.remove()
+
+    def test_C2_a_declaration_file_cut_or_zeroed_anywhere_starts_or_is_refused_and_never_gets_worse(self):
+        model = self.grown_home()
+        whole = model.snapshot()["declarations"]
+        damaged = [whole[:cut] for cut in self.cuts(whole, 13)]
+        damaged += [whole[:-n] + b"\0" * n for n in (1, 30, 150, len(whole))] + [whole + b"\0" * 4096]
+        for content in damaged:
+            home, result = self.start_after(model, "declarations", content, content)
+            now = home.snapshot()["declarations"]
+            if result.fatal():
+                self.assertEqual(now, content, "a refused file stays as it is")
+            else:
+                expected = check_home.parse_declarations(content)
+                self.assertIsNotNone(expected, content)
+                self.assertEqual(check_home.check(home.layout, expected_declarations=expected), [], content)
+            home.remove()
+
+
+if __name__ == "__main__":
+    unittest.main()

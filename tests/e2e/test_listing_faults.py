@@ -1,0 +1,347 @@
+"""The disk listing under attack: damaged, missing, hanging, hostile, huge; and mounts that come and go."""
+
+import os
+import resource
+import signal
+import subprocess
+import time
+import unittest
+
+from agent_home import (DISK_INODES, DISK_SPACE, FEW, HEADING, INODE_HEADING, AgentTest, Running, declaration, mount,
+                        needs_mounts, read, umount, wait_until, write)
+
+ROW = "/dev/good 1000 250 750 25% /\n"
+NOBODY = 65534
+
+
+class ListingTest(AgentTest):
+    def disk_home(self, space=HEADING + ROW, inodes=None, inputs=FEW + (DISK_SPACE,), **config):
+        home = self.home(inputs=inputs, **config)
+        home.stub_df(space, inodes)
+        return home
+
+    def running(self, home, *options, **how):
+        agent = Running(home, *options, **how)
+        self.addCleanup(agent.clean)
+        return agent
+
+    def grows(self, home, lines=3, seconds=20):
+        begin = len(home.archive_lines())
+        wait_until(lambda: len(home.archive_lines()) >= begin + lines, seconds, "an archive that grows")
+
+    def end(self, agent, home):
+        agent.stop()
+        result = agent.finish()
+        self.assert_ended_well(result)
+        self.assert_in_order(home)
+        return result
+
+
+def become_nobody():
+    os.setgroups([])
+    os.setgid(NOBODY)
+    os.setuid(NOBODY)
+
+
+class A9_DamagedListings(ListingTest):
+    def test_cut_lines_missing_numbers_and_nonsense_are_rejected(self):
+        damaged = ("/dev/cut 1000 250 7\n"
+                   "/dev/missing 1000 250 /proc\n"
+                   "/dev/words one two three 25% /dev\n"
+                   "\n"
+                   "%n%n%n%s\n"
+                   "/dev/nopoint 1000 250 750 25%\n"
+                   "\xff\xfe\x01 1000 250 x 25% /sys\n"
+                   "/dev/torn 1000 250 750 25")
+        home = self.disk_home(HEADING + ROW + damaged)
+        self.run_agent(home, "--cycles", 3)
+        points = [name[1].partition(" ")[2] for name in home.numbers() if name[0] == "LogicalDisk" and name[3] == -2]
+        self.assertEqual(points, ["/"])
+        self.assertEqual(set(self.values_of(home, home.number_of("/"))), {"25.00"})
+
+    def test_a_line_cut_in_a_later_listing_leaves_the_value_as_it_was(self):
+        home = self.disk_home()
+        agent = self.running(home)
+        self.grows(home)
+        for cut in ("/dev/good 1000 2", "/dev/good 1000 250 9", "/dev/good 1000 990 10 99% ", ""):
+            home.stub_df(HEADING + cut)
+            self.grows(home)
+        self.end(agent, home)
+        self.assertEqual(set(self.values_of(home, home.number_of("/"))), {"25.00"})
+
+    def test_an_empty_listing_and_one_without_heading_end_nothing(self):
+        for text in ("", "\n", "x"):
+            home = self.disk_home(text)
+            result = self.run_agent(home, "--stop-after-ms", 300)
+            self.assertEqual(result.ended[0][1], 0)
+
+
+class B2_NoProcess(ListingTest):
+    def limit_processes(self, agent, most):
+        subprocess.run(["prlimit", "--pid", str(agent.pid), f"--nproc={most}:"], check=True, preexec_fn=become_nobody)
+
+    @unittest.skipUnless(os.getuid() == 0, "only root may become another user")
+    def test_when_no_process_can_be_started_disks_fail_softly(self):
+        home = self.disk_home(inputs=FEW + (DISK_SPACE,))
+        self.run_agent(home, "--cycles", 2)
+        rid = home.number_of("/")
+        subprocess.run(["chown", "-R", str(NOBODY), home.path], check=True)
+
+        def become_limited():
+            resource.setrlimit(resource.RLIMIT_NPROC, (2, 2))  # the agent's thread and the driver's
+            become_nobody()
+
+        lines = len(home.archive_lines())
+        result = self.run_agent(home, "--stop-after-ms", 600, preexec=become_limited)
+        # Without a listing the count of disks is below 0, which the start takes for a severe error.
+        self.assertIn(f"retval={127 << 8}\n", home.log())
+        self.assertEqual(result.fatal(), ["Call To validateResourceText Failed"])
+        self.assertEqual(result.ended[0][1], 0)
+        self.assertEqual(len(home.archive_lines()), lines)
+        self.assertEqual(home.number_of("/"), rid)
+
+    @unittest.skipUnless(os.getuid() == 0, "only root may become another user")
+    def test_a_limit_that_comes_while_running_costs_the_disk_readings_only(self):
+        home = self.disk_home()
+        subprocess.run(["chown", "-R", str(NOBODY), home.path], check=True)
+
+        agent = self.running(home, preexec=become_nobody)
+        self.grows(home)
+        self.limit_processes(agent, 2)
+        home.stub_df(HEADING + "/dev/good 1000 500 500 50% /\n")
+        self.grows(home, 3)
+        self.assertEqual(self.values_of(home, home.number_of("/"))[-1], "25.00")
+        self.limit_processes(agent, 1000)
+        self.grows(home, 3)
+        self.assertEqual(self.values_of(home, home.number_of("/"))[-1], "50.00")
+        self.end(agent, home)
+
+
+class B3_NoListing(ListingTest):
+    def after(self, script):
+        """Runs with a good listing first, then with the script in its place; the log and the archived values."""
+        home = self.disk_home()
+        agent = self.running(home)
+        self.grows(home)
+        if script is None:
+            os.unlink(home.at("stub", "df"))
+        else:
+            home.stub_script(script)
+        self.grows(home, 4)
+        result = self.end(agent, home)
+        self.assertEqual(result.fatal(), [])
+        return home
+
+    def test_a_missing_df_leaves_the_values(self):
+        home = self.disk_home()
+        path = home.at("stub") + ":" + home.at("nowhere")
+        agent = self.running(home, environment=dict(os.environ, PATH=path))
+        # The stub needs cat, which is not in this PATH.
+        home.stub_script("#!/bin/sh\nwhile IFS= read -r line; do echo \"$line\"; done <../stub/space\n")
+        wait_until(lambda: home.number_of("/") is not None, what="a disk")
+        self.grows(home, 3)
+        value = self.values_of(home, home.number_of("/"))[-1]
+        os.unlink(home.at("stub", "df"))
+        self.grows(home, 4)
+        self.end(agent, home)
+        self.assertEqual(value, "25.00")
+        self.assertEqual(self.values_of(home, home.number_of("/"))[-1], "25.00")
+        self.assertIn(f"retval={127 << 8}\n", home.log())
+
+    def test_a_df_that_is_not_executable_or_is_killed_leaves_the_values(self):
+        for script in ("#!/nowhere\n", "#!/bin/sh\nkill -9 $$\n", "#!/bin/sh\nexit 1\n"):
+            home = self.after(script)
+            self.assertEqual(set(self.values_of(home, home.number_of("/"))), {"25.00"}, script)
+
+    def test_rows_are_used_though_df_ends_with_1(self):
+        home = self.after("#!/bin/sh\ncat ../stub/space | sed 's/250 750 25/750 250 75/'\nexit 1\n")
+        self.assertEqual(self.values_of(home, home.number_of("/"))[-1], "75.00")
+        self.assertIn(f"retval={1 << 8}\n", home.log())
+
+    def test_an_endless_listing_is_given_up(self):
+        home = self.disk_home()
+        agent = self.running(home)
+        self.grows(home)
+        home.stub_script("#!/bin/sh\nexec cat /dev/zero\n")
+        self.grows(home, 1, 40)
+        home.stub_df(HEADING + ROW)
+        self.grows(home, 3, 40)
+        self.end(agent, home)
+        self.assertLess(os.path.getsize(home.at("tempdata", "LumetraDisks.txt")), 10000)
+
+
+HOSTILE = ("a b", "%n%s", "$(touch pwn)", "`touch pwn`", ";touch pwn;", "it's", "quo\"te", "x)y", "(", "line\nfeed",
+           "tab\there", "\xff\xfe", "esc\x1b[31m", "back\\slash", "*", "-rf")
+
+
+class E_Mounts(ListingTest):
+    def mounted(self, name, options="size=4k"):
+        """A tmpfs below the small file system of this test."""
+        target = os.path.join(os.fsencode(self.base), name.encode("latin-1"))
+        os.makedirs(target)
+        mount("tmpfs", target, "tmpfs", 0, options)
+        self.addCleanup(self.unmounted, target)
+        return target
+
+    def unmounted(self, target):
+        try:
+            umount(target)
+        except OSError:
+            pass
+
+    @needs_mounts
+    def test_E1_hostile_mount_names_are_watched_or_left_out_never_flapping_never_executed(self):
+        self.base = self.small_file_system("size=1m,nr_inodes=1000")
+        names = list(HOSTILE) + ["/".join(["long" * 50] * 2), "/".join(["deep" * 60] * 12)]
+        for name in names:
+            self.mounted(name)
+        home = self.home(inputs=FEW + (DISK_SPACE, DISK_INODES))
+        result = self.run_agent(home, "--cycles", 4)
+        self.assertEqual(result.fatal(), [])
+        lines = [frozenset(values) for _, values in home.archive_lines()]
+        self.assertEqual(len(set(lines)), 1, "the same resources in each cycle")
+        records = home.numbers()
+        self.run_agent(home, "--cycles", 3)
+        self.assertEqual(home.numbers(), records, "no new record for a known disk")
+        self.assertEqual({frozenset(values) for _, values in home.archive_lines()}, set(lines))
+        for place in (home.path, self.base):
+            for _, directories, files in os.walk(place):
+                self.assertNotIn("pwn", directories + files)
+        for name in ("a b", "%n%s", "it's", "long" * 50 + "/" + "long" * 50):
+            self.assertIsNotNone(home.number_of(os.path.join(self.base, name)), f"{name!r} is not watched")
+
+    @needs_mounts
+    def test_E2_a_thousand_mounts_are_sampled_within_the_period(self):
+        self.base = self.small_file_system("size=1m,nr_inodes=5000")
+        for number in range(1000):
+            self.mounted(f"m{number}")
+        home = self.home(inputs=FEW + (DISK_SPACE,), period=1999)
+        result = self.run_agent(home, "--cycles", 3, timeout=90)
+        sleeps = 2 * 1000
+        self.assertLess((result.stops[0][0] - sleeps) / 3, 1999, "a cycle outlives its period")
+        watched = [name for name in home.numbers() if f" {self.base}/m" in name[1]]
+        self.assertEqual(len(watched), 1000)
+        self.assertEqual(len(home.archive_lines()[0][1]), len(home.archive_lines()[-1][1]))
+        records = home.numbers()
+        self.run_agent(home, "--cycles", 1, timeout=90)
+        self.assertEqual(home.numbers(), records)
+
+    @needs_mounts
+    def test_E4_a_disk_that_comes_goes_and_returns_keeps_its_number(self):
+        self.base = self.small_file_system("size=1m")
+        home = self.home(inputs=FEW + (DISK_SPACE,))
+        agent = self.running(home)
+        self.grows(home)
+        target = self.mounted("disk", "size=100k")
+        point = os.fsdecode(target)
+        wait_until(lambda: home.number_of(point), what="a new disk")
+        rid = home.number_of(point)
+        wait_until(lambda: rid in home.archive_lines()[-1][1], what="a sample of it")
+        umount(target)
+        wait_until(lambda: rid not in home.archive_lines()[-1][1], what="its end")
+        mount("tmpfs", target, "tmpfs", 0, "size=100k")
+        wait_until(lambda: rid in home.archive_lines()[-1][1], what="its return")
+        self.end(agent, home)
+        self.assertEqual(home.number_of(point), rid)
+
+    @needs_mounts
+    def test_E5_a_disk_of_3_TiB_is_read_from_the_real_df(self):
+        self.base = self.small_file_system("size=1m")
+        target = self.mounted("big", "size=3t")
+        write(os.path.join(target, b"file"), b"x" * 1000)
+        home = self.home(inputs=FEW + (DISK_SPACE,))
+        self.run_agent(home, "--cycles", 2)
+        rid = home.number_of(os.fsdecode(target))
+        self.assertIsNotNone(rid)
+        self.assertEqual(set(self.values_of(home, rid)), {"0.00"})
+
+
+class E3_HangingListing(ListingTest):
+    def test_E3_a_hanging_df_is_given_up_with_its_children_and_its_return_is_noticed(self):
+        home = self.disk_home(period=1000)
+        agent = self.running(home)
+        self.grows(home, 2)
+        home.stub_script("#!/bin/sh\necho $$ >>../pids\nsleep 1000 &\necho $! >>../pids\nwait\n")
+        wait_until(lambda: read(home.at("pids")), what="a hanging df")
+        begin = time.monotonic()
+        self.grows(home, 1, 30)
+        self.assertLess(time.monotonic() - begin, 13, "a cycle waits for one deadline, not for one a disk")
+        pids = [int(word) for word in read(home.at("pids")).split()]
+        wait_until(lambda: not any(is_alive(pid) for pid in pids[:2]), 5, "the end of the whole group")
+        home.stub_df(HEADING + "/dev/good 1000 500 500 50% /\n")
+        wait_until(lambda: self.values_of(home, home.number_of("/"))[-1] == "50.00", 30, "a reading again")
+        self.end(agent, home)
+        pids = [int(word) for word in read(home.at("pids")).split()]
+        self.assertEqual([pid for pid in pids if is_alive(pid)], [])
+
+    def test_a_stop_during_a_hanging_df_ends_after_the_cycle_and_the_sleep(self):
+        home = self.disk_home(period=1000)
+        agent = self.running(home)
+        self.grows(home, 1)
+        home.stub_script("#!/bin/sh\ntouch ../hangs\nexec sleep 1000\n")
+        wait_until(lambda: os.path.exists(home.at("hangs")), what="a hanging df")
+        agent.stop()
+        result = agent.finish(30)
+        self.assert_ended_well(result)
+        self.assertLess(result.ended[0][0] - result.stops[0][0], 15000)
+
+
+def is_alive(pid):
+    try:
+        with open(f"/proc/{pid}/stat", "rb") as file:
+            return file.read().rpartition(b")")[2].split()[0] not in (b"Z", b"X")
+    except OSError:
+        return False
+
+
+class E5_UnusualNumbers(ListingTest):
+    def value(self, row, inodes=False, **options):
+        counter = "PercentFreeInodesUsed" if inodes else "PercentFreeSpaceUsed"
+        limit = options.pop("limit", 0.0)
+        template = declaration("LogicalDisk", "*", counter, limit=limit)
+        heading = INODE_HEADING if inodes else HEADING
+        home = self.disk_home(HEADING + ROW if inodes else heading + row, heading + row if inodes else None,
+                              inputs=(template,))
+        self.run_agent(home, "--cycles", 2)
+        return self.values_of(home, home.number_of("/", counter))[-1]
+
+    def test_disks_over_2_TiB_have_the_right_percentage(self):
+        self.assertEqual(self.value("/dev/good 4294967296 3221225472 1073741824 75% /\n"), "75.00")
+        self.assertEqual(self.value("/dev/good 18014398509481984 4503599627370496 13510798882111488 25% /\n"), "25.00")
+
+    def test_total_0_reads_as_100(self):
+        self.assertEqual(self.value("/dev/good 0 0 0 - /\n"), "100.00")
+        self.assertEqual(self.value("/dev/good 0 0 0 - /\n", inodes=True), "100.00")
+
+    def test_capacity_0_reads_as_100(self):
+        self.assertEqual(self.value("/dev/good 100 0 0 0% /\n"), "100.00")
+
+    def test_blocks_reserved_for_the_superuser_do_not_count_as_free(self):
+        self.assertEqual(self.value("/dev/good 1000 450 450 50% /\n"), "50.00")
+
+    def test_values_are_not_clamped(self):
+        self.assertEqual(self.value("/dev/good 1000 450 450 50% /\n", limit=100.0), "450.00")
+
+    def test_a_mount_point_with_blanks_is_the_rest_of_the_line(self):
+        home = self.disk_home(HEADING + "/dev/good 1000 450 450 50% /mnt/My Disk Nr 1\n", inputs=(DISK_SPACE,))
+        self.run_agent(home, "--cycles", 1)
+        self.assertIsNotNone(home.number_of("/mnt/My Disk Nr 1"))
+
+
+class G5_IgnoredChildren(ListingTest):
+    def test_G5_disks_are_read_though_the_launcher_ignored_SIGCHLD(self):
+        home = self.home(inputs=FEW + (DISK_SPACE,))
+        self.run_agent(home, "--cycles", 2, preexec=lambda: signal.signal(signal.SIGCHLD, signal.SIG_IGN))
+        root = home.number_of("/")
+        self.assertIsNotNone(root)
+        self.assertNotIn("0.00", self.values_of(home, root))
+
+    def test_disks_are_read_though_the_launcher_blocked_all_signals(self):
+        home = self.disk_home()
+        self.run_agent(home, "--cycles", 2,
+                       preexec=lambda: signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGCHLD, signal.SIGTERM}))
+        self.assertEqual(self.values_of(home, home.number_of("/"))[-1], "25.00")
+
+
+if __name__ == "__main__":
+    unittest.main()

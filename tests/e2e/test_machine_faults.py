@@ -1,0 +1,382 @@
+"""Odd machines and long runs: kernel files, clock, locale, configurations and declarations of every kind, 10,000 cycles."""
+
+import os
+import shutil
+import subprocess
+import tempfile
+import time
+import unittest
+
+from agent_home import (DESCRIPTORS, DISK_SPACE, FEW, HEADING, MS_BIND, PROCESSES, SWAP, AgentTest, Running, declaration,
+                        declarations_text, mount, needs_mounts, needs_tool, read, umount, wait_until, write)
+
+PARSE_FAILED = "Call To validateResourceText Failed"
+HOME_MISSING = "Premature EOF Trying To Read Data Home Directory"
+
+
+class MachineTest(AgentTest):
+    def running(self, home, *options, **how):
+        agent = Running(home, *options, **how)
+        self.addCleanup(agent.clean)
+        return agent
+
+    def grows(self, home, lines=3, seconds=20):
+        begin = len(home.archive_lines())
+        wait_until(lambda: len(home.archive_lines()) >= begin + lines, seconds, "an archive that grows")
+
+    def end(self, agent, home, **check):
+        agent.stop()
+        result = agent.finish()
+        self.assert_ended_well(result)
+        self.assert_in_order(home, **check)
+        return result
+
+    def replace_kernel_file(self, path, text):
+        """Binds a file with this text over a kernel file until undone."""
+        directory = tempfile.mkdtemp(prefix="lumetra-kernel-")
+        self.addCleanup(shutil.rmtree, directory, ignore_errors=True)
+        write(os.path.join(directory, "file"), text)
+        mount(os.path.join(directory, "file"), path, "", MS_BIND)
+        self.addCleanup(umount, path)
+
+
+class F_KernelFiles(MachineTest):
+    @needs_mounts
+    def test_F1_a_descriptor_maximum_of_63_bits_gives_0_per_cent_and_is_not_unreadable(self):
+        self.replace_kernel_file("/proc/sys/fs/file-nr", "1024\t0\t9223372036854775807\n")
+        home = self.home(inputs=(DESCRIPTORS,))
+        self.run_agent(home, "--cycles", 2)
+        self.assertEqual(set(self.values_of(home, 1)), {"0.00"})
+        self.assertIn("UpperLimitCalc 9223372036854775807.000000\n".replace("807.", "808."), read(home.layout.declarations))
+
+    @needs_mounts
+    def test_the_share_of_descriptors_is_taken_of_the_maximum(self):
+        self.replace_kernel_file("/proc/sys/fs/file-nr", "1024 100 8192\n")
+        home = self.home(inputs=(DESCRIPTORS, declaration("PercentFileDescriptorsUsed", "own", limit=50.9)))
+        self.run_agent(home, "--cycles", 1)
+        self.assertEqual(home.archive_lines()[0][1], {1: "11.28", 2: "1848.00"})
+
+    @needs_mounts
+    def test_swap_in_use_is_taken_of_the_total(self):
+        self.replace_kernel_file("/proc/meminfo", "MemTotal: 2000000 kB\nSwapTotal: 8000 kB\nSwapFree: 6000 kB\n")
+        home = self.home(inputs=(SWAP,))
+        self.run_agent(home, "--cycles", 1)
+        self.assertEqual(home.archive_lines()[0][1], {1: "25.00"})
+
+    @needs_mounts
+    def test_F2_damaged_kernel_files_keep_the_value_as_it_was(self):
+        damaged = {
+            "/proc/loadavg": ("", "0.00 0.00 0.00 2 86 1\n", "0.00 0.00 0.00 2/", "x" * 2**20),
+            "/proc/meminfo": ("", "MemTotal: 1 kB\n", "SwapTotal: 0 kB\nSwapFree: 0 kB\n", "SwapTotal: 100 kB\n",
+                              "y" * 2**20, "SwapTotal:" + " " * 2**20),
+            "/proc/sys/fs/file-nr": ("", "1", "a b c\n", "0 0 0\n", "\0" * 100),
+        }
+        good = {
+            "/proc/loadavg": ("0.00 0.00 0.00 2/86 1\n", PROCESSES),
+            "/proc/meminfo": ("MemTotal: 2000000 kB\nSwapTotal: 8000 kB\nSwapFree: 6000 kB\n", SWAP),
+            "/proc/sys/fs/file-nr": ("1024 100 8192\n", DESCRIPTORS),
+        }
+        for path, texts in damaged.items():
+            text, resource = good[path]
+            with self.subTest(path=path):
+                home = self.home(inputs=(resource,))
+                self.replace_kernel_file(path, text)
+                agent = self.running(home)
+                self.grows(home)
+                for bad in texts:
+                    self.replace_kernel_file(path, bad)
+                    self.grows(home, 2)
+                self.end(agent, home)
+                self.assertEqual(len(set(self.values_of(home, 1))), 1)
+                self.assertNotIn("0.00", self.values_of(home, 1))
+            self.doCleanups()
+
+
+SHIM = r"""
+#define _GNU_SOURCE
+#include <dlfcn.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/time.h>
+#include <time.h>
+
+static long offset(void) {
+    long seconds = 0;
+    FILE* file = fopen(getenv("CLOCK_OFFSET"), "r");
+    if (file != NULL) {
+        if (fscanf(file, "%ld", &seconds) != 1)
+            seconds = 0;
+        fclose(file);
+    }
+    return seconds;
+}
+int clock_gettime(clockid_t clock, struct timespec* now) {
+    static int (*real)(clockid_t, struct timespec*);
+    if (real == NULL)
+        *(void**)&real = dlsym(RTLD_NEXT, "clock_gettime");
+    int result = real(clock, now);
+    if (clock == CLOCK_REALTIME)
+        now->tv_sec += offset();
+    return result;
+}
+time_t time(time_t* out) {
+    struct timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    if (out != NULL)
+        *out = now.tv_sec;
+    return now.tv_sec;
+}
+int gettimeofday(struct timeval* now, void* zone) {
+    struct timespec precise;
+    (void)zone;
+    clock_gettime(CLOCK_REALTIME, &precise);
+    now->tv_sec = precise.tv_sec;
+    now->tv_usec = precise.tv_nsec / 1000;
+    return 0;
+}
+"""
+
+
+class F4_Clock(MachineTest):
+    @needs_tool("cc")
+    def test_F4_a_clock_that_jumps_a_day_in_the_sleep_leaves_the_period_as_it_is(self):
+        for day in (-86400, 86400):
+            home = self.home(period=1000)
+            write(home.at("shim.c"), SHIM)
+            subprocess.run(["cc", "-shared", "-fPIC", "-o", home.at("shim.so"), home.at("shim.c"), "-ldl"], check=True)
+            write(home.at("offset"), "0\n")
+            environment = home.environment(LD_PRELOAD=home.at("shim.so"), CLOCK_OFFSET=home.at("offset"))
+            agent = self.running(home, "--cycles", 4, environment=environment)
+            wait_until(lambda home=home: len(home.archive_lines()) == 2, what="a second cycle")
+            time.sleep(0.3)
+            write(home.at("offset"), f"{day}\n")
+            result = agent.finish()
+            self.assert_ended_well(result)
+            self.assert_in_order(home, clock_jumped=True)
+            self.assertTrue(2900 <= result.stops[0][0] < 4000, result.stops)
+            stamps = [stamp for stamp, _ in home.archive_lines()]
+            self.assertAlmostEqual(stamps[2] - stamps[1], day + 1, delta=2)
+
+
+class F5_Locale(MachineTest):
+    @needs_tool("localedef")
+    def test_F5_under_a_decimal_comma_every_file_has_points_and_reads_back(self):
+        home = self.home(inputs=(PROCESSES, DESCRIPTORS, declaration("PercentSwapSpaceUsed", limit=0.5), DISK_SPACE))
+        home.stub_df(HEADING + "/dev/a 1000 333 667 34% /\n")
+        os.mkdir(home.at("locales"))
+        made = subprocess.run(["localedef", "-i", "de_DE", "-f", "UTF-8", home.at("locales", "de_DE.UTF-8")],
+                              capture_output=True, text=True)
+        if made.returncode != 0:
+            self.skipTest("localedef cannot make de_DE: " + made.stderr[-200:])
+        environment = home.environment(LOCPATH=home.at("locales"))
+        for _ in range(2):
+            result = self.run_agent(home, "--cycles", 3, "--locale", "de_DE.UTF-8", environment=environment)
+            self.assertIn("agent locale(LC_ALL)=de_DE.UTF-8\n", result.output)
+            for path in home.layout.files().values():
+                self.assertNotRegex(read(path), r"\d,\d")
+            self.assertIn("UpperLimitAbs 0.500000\n", read(home.layout.declarations))
+            self.assertEqual(set(self.values_of(home, home.number_of("/"))), {"33.30"})
+            self.assertNotRegex(home.log(), r"WindowSize = \d+,|minwindowsize = \d+,")
+
+
+class F6_Configurations(MachineTest):
+    def run_with(self, text, *options):
+        home = self.home()
+        home.write_config(text)
+        agent = Running(home, "--stop-after-ms", 250, *options)
+        result = agent.finish(30)
+        self.assertEqual(result.status, 0, result.output[-500:])
+        self.assertEqual(result.ended[0][1], 0)
+        return home, result
+
+    def words(self, **changed):
+        words = {"home": "../data/", "archive": "archive.txt", "scratch": "../data/scratch.txt", "analysis": "../log/a.log",
+                 "resources": "../config/resources.txt", "period": "100", "minimum": "0", "maximum": "1", "megabytes": "50",
+                 "tagging": "0", "grace": "0"}
+        words.update(changed)
+        return "\n".join(words.values()) + "\n"
+
+    def test_an_empty_file_a_directory_and_a_fifo_end_with_the_fixed_text(self):
+        _, result = self.run_with("")
+        self.assertEqual(result.fatal(), [HOME_MISSING])
+        _, result = self.run_with(" \n\t \n")
+        self.assertEqual(result.fatal(), [HOME_MISSING])
+        home = self.home()
+        os.mkdir(home.at("config", "directory"))
+        os.mkfifo(home.at("config", "fifo"))
+        for name in ("directory", "fifo"):
+            result = Running(home, "--config", "../config/" + name, "--stop-after-ms", 250).finish(10)
+            self.assert_ended_well(result)
+            self.assertIn(result.fatal(), ([HOME_MISSING], [f"Cannot open ../config/{name} file. Use Configure Wizard."]))
+
+    @unittest.skipUnless(os.getuid() == 0, "only root may become another user")
+    def test_a_file_without_permission_cannot_be_opened(self):
+        home = self.home()
+        os.chmod(home.at("config", "AutoConfig.ini"), 0)
+        subprocess.run(["chown", "-R", "65534", home.path], check=True)
+        os.chown(home.at("config", "AutoConfig.ini"), 0, 0)
+
+        def become_nobody():
+            os.setgroups([])
+            os.setgid(65534)
+            os.setuid(65534)
+
+        result = Running(home, preexec=become_nobody).finish(10)
+        self.assert_ended_well(result)
+        self.assertEqual(result.fatal(), ["Cannot open ../config/AutoConfig.ini file. Use Configure Wizard."])
+
+    def test_numbers_of_every_kind_end_in_order(self):
+        kinds = ("0", "-1", "-2147483648", "2147483647", "99999999999999999999", "-99999999999999999999", "1e9", "0x10",
+                 "nan", "--5", "+7", "%n")
+        for item in ("minimum", "maximum", "megabytes", "period", "tagging", "grace"):
+            for kind in kinds:
+                if item == "period" and kind not in ("0", "-1", "-2147483648", "1e9", "%n"):
+                    continue  # a long period is a test of its own
+                with self.subTest(item=item, kind=kind):
+                    self.run_with(self.words(**{item: kind}))
+
+    def test_a_period_of_weeks_is_ended_by_a_stop_in_the_sleep(self):
+        for period in ("2147483647", "99999999999999999999"):
+            home, result = self.run_with(self.words(period=period))
+            self.assertEqual(len(home.archive_lines()), 1)
+            self.assertLess(result.ended[0][0], 1500)
+
+    def test_windows_that_no_memory_holds_are_told_and_the_samples_are_archived(self):
+        home, result = self.run_with(self.words(period="1", maximum="2147483647"))
+        self.assertIn("Call To allocatecircularbuffers Failed", result.fatal())
+        self.assertIn("Fatal error in malloc circular buffer\n", home.log())
+        self.assertGreater(len(home.archive_lines()), 0)
+
+    def test_long_and_binary_words_end_in_order(self):
+        for word in ("x" * 2**20, "x" * 255, "x" * 256, "x" * 5000, "\xff\xfe\x80", "%n%s%n%s", "/", "//", "a\0b"):
+            for item in ("home", "archive", "scratch", "analysis", "resources"):
+                with self.subTest(item=item, word=word[:20]):
+                    self.run_with(self.words(**{item: word}))
+        self.run_with(os.urandom(100000))
+        self.run_with("\0" * 5000)
+
+    def test_special_files_in_the_place_of_each_file_hold_nobody_up(self):
+        for item in ("archive", "scratch", "resources"):
+            for kind in ("fifo", "directory", "/dev/null", "/dev/full", "loop"):
+                with self.subTest(item=item, kind=kind):
+                    home = self.home()
+                    path = home.at("data", "special")
+                    if kind == "fifo":
+                        os.mkfifo(path)
+                    elif kind == "directory":
+                        os.mkdir(path)
+                    else:
+                        os.symlink(kind if kind != "loop" else path, path)
+                    home.write_config(self.words(**{item: "special" if item == "archive" else "../data/special"}))
+                    result = Running(home, "--stop-after-ms", 250).finish(20)
+                    self.assert_ended_well(result)
+                    if item == "resources":
+                        self.assertEqual(result.fatal(), [PARSE_FAILED])
+
+
+class F7_Declarations(MachineTest):
+    GOOD = declarations_text(FEW)
+
+    def refused(self, text, line=None):
+        home = self.home()
+        write(home.layout.declarations, text)
+        before = home.snapshot()
+        result = self.run_agent(home, "--stop-after-ms", 3000, before=before)
+        self.assertEqual(result.fatal(), [PARSE_FAILED])
+        self.assertIn("validateResourceText failed...exiting\n", home.log())
+        self.assertIn("Ending prediction. timeOfDay=", home.log())
+        self.assertEqual(home.snapshot()["declarations"], before["declarations"], "never rewritten after a failed parse")
+        if line:
+            self.assertIn(line, home.log())
+
+    def test_what_cannot_be_parsed_is_told_with_the_fixed_text_and_stays_as_it_is(self):
+        name = "../config/resources.txt"
+        begin = self.GOOD.index("BeginResourceInput")
+        self.refused("", f"\n\nStr 'BeginResourceDeclaration' not found res.txt {name}.\n\n")
+        self.refused("BeginResourceDeclaration\n", f"\n\nThe string 'FindObject' not found in resource text {name}.\n")
+        self.refused("/* never closed " + self.GOOD)
+        self.refused(self.GOOD.replace("FindObject (", "FindObject ", 1).replace(")", ""),
+                     f"\n\nArgument post 'FindObject' not found resource.txt {name}.\n\n")
+        self.refused(self.GOOD[:begin] + "\xff" * 100)
+        self.refused(self.GOOD.replace("PercentProcessesUsed)", "Percent\xffProcessesUsed)", 1))
+        self.refused("\0" * 4096)
+        for keyword, line in (("FindInstance", "Error parsing for 'FindInstance' in resource text"),
+                              ("FindCounter", "Error parsing for 'FindCounter' in resource test"),
+                              ("WindowSize", "Error parsing for 'WindowSize' in resource text"),
+                              ("NameIs", "Error parsing for 'NameIs' in resource text"),
+                              ("AnalyticalMethod", "Failure parsing for 'AnalyticalMethod' in resource text"),
+                              ("UpperLimitAbs", "Failure parsing for 'UpperLimitAbs' in resource text"),
+                              ("CulpritMarker", "Error parsing for 'CulpritMarker' in resource text")):
+            self.refused(self.GOOD.replace(keyword, "Missing"), line)
+        self.refused(declarations_text([DISK_SPACE]).replace("EndResourceInput", "Missing"),
+                     "Failure parsing for 'EndResourceInput' in resource.txt")
+
+    def test_ten_megabytes_are_refused_quickly(self):
+        begin = time.monotonic()
+        self.refused("word " * 2**21)
+        self.refused("BeginResourceDeclaration FindObject (" + "x" * 10 * 2**20)
+        self.assertLess(time.monotonic() - begin, 6)
+
+    def test_a_missing_file_is_told(self):
+        home = self.home()
+        os.unlink(home.layout.declarations)
+        result = self.run_agent(home)
+        self.assertEqual(result.fatal(), [PARSE_FAILED])
+        self.assertIn("Error opening Resource text file ../config/resources.txt\n", home.log())
+        self.assertFalse(os.path.exists(home.layout.declarations))
+
+    def test_long_arguments_are_bounded_and_end_nothing(self):
+        home = self.home(inputs=(declaration("PercentFileDescriptorsUsed", "i" * 5000, "c" * 500, "n" * 5000, marker="%n" * 900),))
+        Running(home, "--stop-after-ms", 300).finish(20)
+        self.assert_ended_well(Running(home, "--stop-after-ms", 300).finish(20))
+
+    def test_per_cent_signs_in_the_declarations_are_text(self):
+        home = self.home(inputs=(declaration("PercentFileDescriptorsUsed", "%n%s", "%d%n", "100% of %n", marker="%s"),))
+        self.run_agent(home, "--cycles", 2)
+        self.assertIn("\tNameIs (100% of %n)\n", read(home.layout.declarations))
+
+    def test_a_process_declaration_has_a_template_and_no_instances(self):
+        home = self.home(inputs=FEW + (declaration("Process", "java", "PercentProcessorTime"),))
+        self.run_agent(home, "--cycles", 2)
+        self.assertEqual(set(home.archive_lines()[0][1]), {1, 2})
+        self.run_agent(home, "--cycles", 1)
+
+    def test_a_rewritten_file_parses_back_and_is_rewritten_alike(self):
+        home = self.home(inputs=FEW + (DISK_SPACE, declaration("PercentSwapSpaceUsed", "a b\nc", "x y", limit=12.5)))
+        home.stub_df(HEADING + "/dev/a 1000 333 667 34% /\n")
+        self.run_agent(home, "--cycles", 2)
+        first = read(home.layout.declarations)
+        self.run_agent(home, "--cycles", 2)
+        self.assertEqual(read(home.layout.declarations).partition("**/")[2], first.partition("**/")[2])
+        self.assertTrue(first.startswith("/** Updated on "))
+        self.assertEqual(first.split("\n")[1], " **/")
+
+
+class B5_LongRuns(MachineTest):
+    def test_B5_ten_thousand_cycles_leave_descriptors_threads_memory_and_references_flat(self):
+        at = "/dev/shm" if os.access("/dev/shm", os.W_OK) else "/tmp"
+        home = self.home(inputs=FEW, period=100, megabytes=1, at=at)
+        result = self.run_agent(home, "--cycles", 10000, "--levels", trimmed=True, timeout=110)
+        self.assert_flat(result, 9)
+        self.assertGreaterEqual(len(home.archive_lines()), 9900)
+
+    def test_B5_cycles_with_disks_leave_everything_flat(self):
+        at = "/dev/shm" if os.access("/dev/shm", os.W_OK) else "/tmp"
+        home = self.home(inputs=FEW + (DISK_SPACE,), period=100, at=at)
+        home.stub_df(HEADING + "/dev/a 100 50 50 50% /\n")
+        result = self.run_agent(home, "--cycles", 500, "--levels", timeout=110)
+        self.assert_flat(result, 9)
+
+    def assert_flat(self, result, levels):
+        self.assertGreaterEqual(len(result.levels), levels)
+        half = result.levels[len(result.levels) // 2]
+        last = result.levels[-1]
+        # While a listing is taken, its pipe or file may be open.
+        self.assertLessEqual(last[1], half[1] + 3, result.levels)
+        self.assertLessEqual(last[2], half[2], result.levels)
+        self.assertLessEqual(last[3], half[3] + 300, f"resident kB: {result.levels}")
+        self.assertEqual(result.references[0][:2], (0, 0))
+
+
+if __name__ == "__main__":
+    unittest.main()
