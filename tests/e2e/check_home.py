@@ -162,12 +162,13 @@ def identity(resource):
 HEADER = b"Event: ResourceDefinition - Informational"
 
 # The counter is the last argument; an instance name may hold parentheses of its own.
-RECORD = re.compile(rb"\s+([12])\s+(\d+)\s+\((.*?)\)\s+\((.*)\)\s+\(([^()]*)\)\s+(-?\d+)[ \t\r]*\n", re.DOTALL)
+RECORD = re.compile(rb"\s+([12])\s+(\d+)\s+\((.*?)\)\s+\((.*)\)\s+\(([^()]*)\)\s+(-?\d+)(?:[ \t\r]*\n|[ ]+\Z)",
+                    re.DOTALL)
 
 
 def parse_scratch_pad(text):
     """Complete records in order: (type, object, instance, counter, identifier) and the number. A record ends where the
-    next header begins, so a torn one never swallows its successor; without its line feed it was torn."""
+    next header begins, so a torn one never swallows its successor; without the blanks behind its identifier it was torn."""
     records = []
     for part in text.split(HEADER)[1:]:
         match = RECORD.match(part)
