@@ -2,6 +2,7 @@
 
 #include "acquisition/textForms.h"
 #include "support/childProcess.h"
+#include "support/immortal.h"
 #include "support/systemPaths.h"
 #include "support/wholeFile.h"
 
@@ -98,7 +99,7 @@ struct ListingState {
 
 /// Never destroyed: the agent may be in the middle of a listing when another thread ends the process.
 ListingState& state() {
-    static ListingState* const only = std::make_unique<ListingState>().release();
+    static Immortal<ListingState> only;
     return *only;
 }
 

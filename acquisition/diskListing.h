@@ -58,8 +58,8 @@ struct TakenListing {
 };
 
 /// Begins a sampling cycle: listings may take a quarter of the sample period together, at least one second;
-/// past that the newest listing of this cycle serves further calls. What was taken before is forgotten, so a
-/// run calls this also before its declarations are read. Agent thread.
+/// past that the newest listing of this cycle serves further calls. What was taken before is forgotten;
+/// beginInstanceRun calls it for the start of a run. Agent thread.
 void beginListingCycle(std::chrono::milliseconds samplePeriod);
 
 /// Runs "df > ../tempdata/LumetraDisks.txt" or "df -i > ../tempdata/LumetraDisks.txt" and reads the result,

@@ -105,6 +105,7 @@ int Retrievedisks(int count, std::vector<DiskName>* names) {
 
 void beginInstanceRun() {
     longNameLogged = false;
+    beginListingCycle(std::chrono::milliseconds(0));
 }
 
 MountTable MountTable::read() {

@@ -22,7 +22,8 @@ int GetNumberOfdisks();
 /// run. Agent thread.
 int Retrievedisks(int count, std::vector<DiskName>* names);
 
-/// Begins a run: a name that does not fit is logged once more. Agent thread.
+/// Begins a run: listings of an earlier one are forgotten, and a name that does not fit is logged once more.
+/// Agent thread.
 void beginInstanceRun();
 
 /// The mount points of the machine at one moment, so that thousands of disks are looked up without reading

@@ -2,6 +2,7 @@
 
 #include "agent/argumentlessFormat.h"
 #include "support/handles.h"
+#include "support/immortal.h"
 #include "support/mutex.h"
 #include "support/numericLocale.h"
 #include "support/systemPaths.h"
@@ -14,7 +15,8 @@ namespace obrin {
 namespace {
 
 Mutex logLock;
-FileStream fLog GUARDED_BY(logLock);
+Immortal<FileStream> logStream;
+FileStream& fLog GUARDED_BY(logLock) = *logStream;
 
 void open(const char* mode) REQUIRES(logLock) {
     if (fLog)

@@ -4,6 +4,7 @@
 #include "resources/resourceChain.h"
 #include "resources/scratchPadRecord.h"
 #include "support/handles.h"
+#include "support/immortal.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -190,10 +191,10 @@ bool ScratchPad::settle() {
 }
 
 ScratchPad& scratchPadOf(const Clasp& clasp) {
-    static ScratchPad pad{std::string()};
-    if (pad.path() != clasp.ScratchPad)
-        pad = ScratchPad(clasp.ScratchPad);
-    return pad;
+    static Immortal<ScratchPad> pad{std::string()};
+    if (pad->path() != clasp.ScratchPad)
+        *pad = ScratchPad(clasp.ScratchPad);
+    return *pad;
 }
 
 int RetrieveMaximumRIDFromScratchPadFile(ScratchPad& pad) {

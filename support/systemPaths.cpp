@@ -1,10 +1,12 @@
 #include "support/systemPaths.h"
 
+#include "support/immortal.h"
+
 namespace obrin {
 
 SystemPaths& systemPaths() {
-    static SystemPaths paths;
-    return paths;
+    static Immortal<SystemPaths> paths;
+    return *paths;
 }
 
 } // namespace obrin

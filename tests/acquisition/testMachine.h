@@ -29,8 +29,8 @@ public:
         systemPaths().diskListing = directory_.path("LumetraDisks.txt");
         systemPaths().tasksHeader = directory_.path("no-tasks.h");
         setListingDeadline(std::chrono::seconds(10));
-        beginListingCycle(std::chrono::minutes(4));
         beginInstanceRun();
+        beginListingCycle(std::chrono::minutes(4));
     }
     TestMachine(const TestMachine&) = delete;
     TestMachine& operator=(const TestMachine&) = delete;

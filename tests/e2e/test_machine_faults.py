@@ -183,7 +183,7 @@ class F6_Configurations(MachineTest):
     def run_with(self, text, *options):
         home = self.home()
         home.write_config(text)
-        agent = Running(home, "--stop-after-ms", 250, *options)
+        agent = Running(home, "--stop-after-ms", 100, "--limit-ms", 5000, *options)
         result = agent.finish(30)
         self.assertEqual(result.status, 0, result.output[-500:])
         self.assertEqual(result.ended[0][1], 0)

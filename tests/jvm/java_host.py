@@ -97,6 +97,10 @@ class Machine:
 
     def kill(self):
         try:
+            self.process.stdin.close()
+        except OSError:
+            pass
+        try:
             os.killpg(self.process.pid, signal.SIGKILL)
         except (ProcessLookupError, PermissionError):
             pass

@@ -1,7 +1,6 @@
 """The agent in a real Java machine on the real machine: sampling, mounts, stopping, failures, signals."""
 
 import os
-import re
 import signal
 import subprocess
 import sys
@@ -10,7 +9,7 @@ import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from java_host import LIBRARY, JavaTest  # noqa: E402
-from agent_home import (DISK_SPACE, FEW, HEADING, declarations_text, mount, needs_mounts, read, umount, wait_until,  # noqa: E402
+from agent_home import (DISK_SPACE, FEW, HEADING, mount, needs_mounts, umount, wait_until,  # noqa: E402
                         write)
 
 CONFIG = "../config/AutoConfig.ini"
@@ -208,15 +207,15 @@ class Failures(JavaTest):
         self.finish(machine, home)
 
     def test_a_full_java_heap_counts_as_refusal_and_the_next_cycle_is_normal(self):
-        home = self.fresh_home(archive="none/archive.txt")
+        home = self.fresh_home(period=1000, archive="none/archive.txt")
         home.declare(FEW)
         machine = self.probe(home)
         machine.say(RUN)
         machine.expect("event\tfatal\tCall To RawDataRetrievalAndArchive Failed")
+        machine.say("mode refuse")
         machine.say("hog")
-        time.sleep(1)
-        machine.say("unhog")
         machine.expect("unhogged")
+        wait_until(lambda: "Java exception in " in home.log(), what="an event that found no memory")
         machine.expect("event\tfatal\tCall To RawDataRetrievalAndArchive Failed")
         os.mkdir(home.at("data", "none"))
         self.lines(home, 2)

@@ -3,8 +3,6 @@ import com.quorin.sysmgt.tavl.LumetraAgent.LumetraSubagent;
 import java.io.BufferedReader;
 import java.io.InputStreamReader;
 import java.nio.charset.StandardCharsets;
-import java.util.ArrayList;
-import java.util.List;
 
 /**
  * A bare host of the library, driven by lines on standard input. Every answer and every event is one line, fields
@@ -15,14 +13,14 @@ import java.util.List;
  * wait               waits until the last started run has ended
  * stop               sends a stop request; "stopped N"
  * mode MODE          what sendEvent does from now on: accept, refuse, throw
- * hog, unhog         fills the Java heap, frees it
+ * hog                fills the Java heap, keeps it full for a while and frees it; "unhogged"
  * exit N             System.exit(N)
  * </pre>
  */
 public final class Probe {
     private static final ExecPrediction AGENT = new ExecPrediction();
     private static final LumetraSubagent SUBAGENT = new LumetraSubagent();
-    private static List<byte[]> hogged = new ArrayList<>();
+    private static volatile Held hogged;
 
     /** The events side: the six methods that the library looks for. */
     public static final class Events {
@@ -70,11 +68,14 @@ public final class Probe {
         System.out.flush();
     }
 
+    /** A chain of memory: unlike a list it needs no bigger block to grow. */
+    private record Held(Held next, byte[] block) {}
+
     private static void hog() {
-        for (int size = 1 << 20; size > 16; size /= 2) {
+        for (int size = 1 << 20; size >= 1; size /= 4) {
             try {
                 while (true) {
-                    hogged.add(new byte[size]);
+                    hogged = new Held(hogged, new byte[size]);
                 }
             } catch (OutOfMemoryError full) {
                 // smaller pieces next
@@ -102,10 +103,8 @@ public final class Probe {
                 case "mode" -> Events.mode = words[1];
                 case "hog" -> {
                     hog();
-                    tell("hogged");
-                }
-                case "unhog" -> {
-                    hogged = new ArrayList<>();
+                    Thread.sleep(2500);
+                    hogged = null; // makes no object
                     tell("unhogged");
                 }
                 case "exit" -> System.exit(Integer.parseInt(words[1]));

@@ -1,0 +1,123 @@
+"""The checker itself: it must notice each kind of damage, or the fault tests prove nothing."""
+
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+import check_home
+from agent_home import FEW, Home, declarations_text, write
+
+RECORD = "\nEvent: ResourceDefinition - Informational \n1   {}   ({})   (_Total)   ({})   -2   \n"
+PROCESSES, DESCRIPTORS = "PercentProcessesUsed", "PercentFileDescriptorsUsed"
+
+
+class Checking(unittest.TestCase):
+    def setUp(self):
+        self.home = Home()
+        self.addCleanup(self.home.remove)
+        write(self.home.layout.archive, "1000 1 0 0.50 2 0 1.25 \n1010 1 0 0.50 2 0 1.25 \n")
+        write(self.home.layout.scratch_pad, RECORD.format(1, PROCESSES, PROCESSES) + RECORD.format(2, DESCRIPTORS, DESCRIPTORS))
+        write(self.home.layout.log, "a log\n")
+        self.before = self.home.snapshot()
+
+    def problems(self, **how):
+        return [problem.split()[0] for problem in check_home.check(self.home.layout, before=self.before, **how)]
+
+    def replace(self, name, old, new):
+        path = self.home.layout.files()[name]
+        text = check_home.content(path).decode("latin-1")
+        self.assertIn(old, text)
+        write(path, text.replace(old, new, 1))
+
+    def append(self, name, text):
+        with open(self.home.layout.files()[name], "a", encoding="latin-1") as file:
+            file.write(text)
+
+    def test_a_home_in_order_has_no_problems(self):
+        self.assertEqual(self.problems(), [])
+        self.append("archive", "1020 1 0 0.50 2 0 1.25 \n")
+        self.assertEqual(self.problems(), [])
+
+    def test_archive_damage_is_noticed(self):
+        for line in ("1020 1 0 0.5 \n", "1020 1 1 0.50 \n", "1020 1 0 0,50 \n", "1020 1 0 0.50\n", "1020 1 0 nan \n", "x\n",
+                     "1020 1 0 0.50 "):
+            self.append("archive", line)
+            self.assertEqual(self.problems(), ["ARCH"], line)
+            write(self.home.layout.archive, self.before["archive"])
+        self.append("archive", "1020 1 0 0.50 1 0 0.50 \n")
+        self.assertEqual(self.problems(), ["RID"])
+
+    def test_changed_and_lost_lines_are_noticed(self):
+        self.replace("archive", "1000 1 0 0.50", "1000 1 0 0.51")
+        self.assertIn("ARCH", self.problems())
+        write(self.home.layout.archive, "1010 1 0 0.50 2 0 1.25 \n1020 1 0 0.50 2 0 1.25 \n")
+        self.assertIn("ARCH", self.problems())
+        self.assertEqual(self.problems(trimmed=True), [])
+        write(self.home.layout.archive, "1000 1 0 0.50 2 0 1.25 \n1020 1 0 0.50 2 0 1.25 \n")
+        self.assertIn("ARCH", self.problems(trimmed=True))
+        os.unlink(self.home.layout.archive)
+        self.assertIn("ARCH", self.problems(trimmed=True))
+
+    def test_declaration_damage_is_noticed(self):
+        for change in (("UpperLimitAbs 0.0", "UpperLimitAbs 1.0"), ("EndResourceDeclaration", ""),
+                       ("FindInstance (_Total)", "FindInstance (other)")):
+            self.replace("declarations", *change)
+            if change[1]:
+                self.assertEqual(self.problems(), ["DECL"], change)
+            write(self.home.layout.declarations, self.before["declarations"])
+        write(self.home.layout.declarations, declarations_text(FEW[:1]))
+        self.assertEqual(self.problems(), ["DECL"])
+        write(self.home.layout.declarations, "")
+        self.assertEqual(self.problems(), ["DECL"])
+        write(self.home.layout.declarations, "/** Updated on x **/\n" + declarations_text(FEW)[:-5])
+        self.assertEqual(self.problems(), ["DECL"])
+        os.unlink(self.home.layout.declarations)
+        self.assertEqual(self.problems(), ["DECL"])
+
+    def test_number_mix_ups_are_noticed(self):
+        self.append("scratch pad", RECORD.format(2, "Other", "Other"))
+        self.assertEqual(self.problems(), ["RID"])
+        write(self.home.layout.scratch_pad, self.before["scratch pad"])
+        self.append("scratch pad", RECORD.format(3, PROCESSES, PROCESSES))
+        self.assertEqual(self.problems(), ["RID"])
+        write(self.home.layout.scratch_pad, RECORD.format(1, PROCESSES, PROCESSES))
+        self.assertIn("RID", self.problems())
+
+    def test_a_sample_of_an_unrecorded_number_is_noticed(self):
+        self.append("archive", "1020 7 0 0.50 \n")
+        self.assertEqual(self.problems(), ["RID"])
+        self.assertEqual(self.problems(scratch_pad_lossy=True), [])
+
+    def test_a_torn_last_record_is_no_record(self):
+        self.append("scratch pad", RECORD.format(2, "Other", "Other")[:-6])
+        self.assertEqual(self.problems(), [])
+
+    def test_log_and_left_over_files_are_noticed(self):
+        write(self.home.layout.log, "a\0b")
+        self.assertEqual(self.problems(), ["LOG"])
+        write(self.home.layout.log, "x" * (check_home.LOG_LIMIT + 1))
+        self.assertEqual(self.problems(), ["LOG"])
+        write(self.home.layout.log, "")
+        for path, code in ((self.home.at("bin", "temp"), "ARCH"), (self.home.layout.declarations + ".new", "DECL"),
+                           (self.home.at("data", "xBM.ini"), "TREND"), (self.home.layout.log + ".2", "LOG")):
+            write(path, "")
+            self.assertEqual(self.problems(), [code], path)
+            os.unlink(path)
+
+    def test_the_command_tells_the_same(self):
+        program = os.path.abspath(check_home.__file__)
+        with tempfile.TemporaryDirectory() as copy:
+            shutil.copytree(self.home.path, copy, dirs_exist_ok=True)
+            command = [sys.executable, program, self.home.path, "--before", copy]
+            self.assertEqual(subprocess.run(command, capture_output=True).returncode, 0)
+            self.append("archive", "torn")
+            done = subprocess.run(command, capture_output=True, text=True)
+            self.assertEqual(done.returncode, 1)
+            self.assertTrue(done.stdout.startswith("ARCH torn last line"))
+
+
+if __name__ == "__main__":
+    unittest.main()
