@@ -67,10 +67,10 @@ struct Options {
 };
 
 std::atomic<long> startPause{-1};
-volatile std::sig_atomic_t stopSignals = 0;
+std::atomic<int> stopSignals{0}; // lock-free, so fit for a signal handler
 
 void countStopSignal(int) {
-    stopSignals = stopSignals + 1;
+    ++stopSignals;
 }
 
 void pause(milliseconds time) {
@@ -162,15 +162,15 @@ public:
         LineCounter lines(archiveOf(options_.config));
         lines_ = &lines;
         begin_ = Clock::now();
-        std::vector<std::thread> helpers;
-        helpers.emplace_back([this] { watch(); });
+        std::vector<std::thread> others;
+        others.emplace_back([this] { watch(); });
         if (options_.randomStopMs >= 0)
             for (int i = 0; i < options_.stopThreads; ++i)
-                helpers.emplace_back([this, i] { stopAtRandom(options_.seed + static_cast<unsigned>(i)); });
+                others.emplace_back([this, i] { stopAtRandom(options_.seed + static_cast<unsigned>(i)); });
         runAgent();
         ended_ = true;
-        for (auto& helper : helpers)
-            helper.join();
+        for (auto& other : others)
+            other.join();
     }
 
 private:
@@ -191,7 +191,7 @@ private:
 
     /// Sends the one stop request that is due, and further ones past the limit.
     void watch() {
-        std::sig_atomic_t seenSignals = stopSignals;
+        int seenSignals = stopSignals;
         bool sent = false;
         long nextLevel = options_.cycles / 10;
         long limit = options_.limitMs;

@@ -108,6 +108,7 @@ class B2_NoProcess(ListingTest):
         agent = self.running(home, preexec=become_nobody)
         self.grows(home)
         self.limit_processes(agent, 2)
+        self.grows(home, 2)  # a listing may have been under way
         home.stub_df(HEADING + "/dev/good 1000 500 500 50% /\n")
         self.grows(home, 3)
         self.assertEqual(self.values_of(home, home.number_of("/"))[-1], "25.00")
