@@ -10,6 +10,7 @@
 #include <charconv>
 #include <csignal>
 #include <limits>
+#include <sys/stat.h>
 
 namespace obrin {
 
@@ -134,6 +135,23 @@ struct Outcome {
     std::string output;
 };
 
+bool tooLong(const std::string& path) {
+    struct stat written;
+    return ::stat(path.c_str(), &written) == 0 && static_cast<std::size_t>(written.st_size) >= longestListing;
+}
+
+/// Waits for the end of a command that writes to `path`, and ends one that would go on until the disk is full.
+std::optional<int> waitWatching(ChildProcess& child, Clock::time_point deadline, const std::string& path) {
+    constexpr std::chrono::milliseconds glance{20};
+    std::optional<int> status;
+    while (!status && Clock::now() < deadline) {
+        status = child.wait(std::min(deadline, Clock::now() + glance));
+        if (!status && tooLong(path))
+            child.kill();
+    }
+    return status;
+}
+
 /// Runs a command to its end or to the deadline. Past it, its group is killed, and nothing more is started in
 /// this cycle.
 Outcome run(const ChildCommand& command, Clock::time_point deadline) {
@@ -143,7 +161,7 @@ Outcome run(const ChildCommand& command, Clock::time_point deadline) {
     Outcome outcome{true, SIGKILL, child->takeOutput(deadline, longestListing)};
     if (outcome.output.size() >= longestListing)
         child->kill(); // what it still has to say is not read any more
-    if (const auto status = child->wait(deadline)) {
+    if (const auto status = waitWatching(*child, deadline, systemPaths().diskListing)) {
         outcome.status = *status;
         return outcome;
     }
