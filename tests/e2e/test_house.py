@@ -11,7 +11,7 @@ FLOORS = [
     (1, r"support/.*|numeric/.*|agent/(debugLog|argumentlessFormat|stopSync)"),
     (2, r"resources/(resourceRecords|resourceChain|chainReport|scratchPad.*|windowSizing)|agent/agentState"),
     (3, r"prediction/(eventDelivery|javaEventSink)|agent/errorExit"),
-    (5, r"acquisition/samplingCycle|agent/agentConfig"),
+    (5, r"acquisition/samplingCycle|agent/agentConfig|prediction/modelSelection"),
     (4, r"acquisition/.*|resources/.*|trendviewer/trendFiles"),
     (6, r"agent/.*"),
 ]
@@ -82,7 +82,7 @@ class House(unittest.TestCase):
     def test_memory_and_files_are_taken_in_the_support_rooms_only(self):
         naked = re.compile(r"\bnew\s+\w|\b(malloc|calloc|realloc|fopen|delete)\b\s*[(\w]")
         for path in sources():
-            if path.parent.name == "support":
+            if path.parent.name == "support" or room(path) == "numeric/workArrays":
                 continue
             for line in path.read_text().splitlines():
                 code = re.sub(r'"(\\.|[^"\\])*"', '""', line.split("//")[0])

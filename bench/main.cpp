@@ -1,0 +1,32 @@
+// Prints how much faster the toolkit is than its textbook forms, both measured in this run, as a table in
+// Markdown.
+
+#include "bench/ratios.h"
+
+#include <cstdio>
+#include <string>
+
+namespace obrin::bench {
+std::vector<Ratio> fitRatios();
+std::vector<Ratio> selectionRatios();
+std::vector<Ratio> medianRatios();
+long allocationsInASecondCall();
+} // namespace obrin::bench
+
+int main() {
+    using namespace obrin::bench;
+    std::printf("| What | Fast, µs | Textbook, µs | Ratio | Wanted |\n|---|---:|---:|---:|---:|\n");
+    int missed = 0;
+    for (const auto& rows : {fitRatios(), selectionRatios(), medianRatios()})
+        for (const Ratio& row : rows) {
+            const double ratio = row.slow_ns / row.fast_ns;
+            missed += ratio < row.required ? 1 : 0;
+            std::printf("| %s | %.2f | %.2f | %.1f | %.0f |\n", row.what, row.fast_ns / 1000,
+                        row.slow_ns / 1000, ratio, row.required);
+        }
+    const long allocations = allocationsInASecondCall();
+    std::printf("| allocations in a second call with the same sizes | %ld | | | 0 |\n", allocations);
+    std::printf("\n%s\n",
+                missed == 0 && allocations == 0 ? "Every row is reached." : "Some rows are not reached.");
+    return 0;
+}

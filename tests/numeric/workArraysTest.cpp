@@ -1,0 +1,85 @@
+#include "numeric/workArrays.h"
+
+#include <climits>
+#include <cstdint>
+#include <gtest/gtest.h>
+
+// The address sanitizer ends the process where the C library would refuse; here the refusal is what is
+// tested.
+extern "C" __attribute__((weak, visibility("default"))) const char* __asan_default_options();
+const char* __asan_default_options() {
+    return "allocator_may_return_null=1";
+}
+
+namespace obrin {
+namespace {
+
+using Exited = testing::ExitedWithCode;
+
+TEST(WorkArrays, MemoryIsZeroedAndLargeEnough) {
+    const std::unique_ptr<std::int32_t, void (*)(void*)> memory(
+        static_cast<std::int32_t*>(allocateWork("numbers", sizeof(std::int32_t), 1000)), std::free);
+    for (int i = 0; i < 1000; ++i) {
+        ASSERT_EQ(memory.get()[i], 0);
+    }
+}
+
+TEST(WorkArrays, CountBelowOneIsReportedOnStandardErrorAndServedWithOneElement) {
+    for (const int count : {0, -7}) {
+        testing::internal::CaptureStderr();
+        const std::unique_ptr<double, void (*)(void*)> memory(
+            static_cast<double*>(allocateWork("buff", sizeof(double), count)), std::free);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(),
+                  "trying to allocate buff with size " + std::to_string(count) + " \n");
+        ASSERT_NE(memory, nullptr);
+        *memory = 1.5;
+        EXPECT_EQ(*memory, 1.5);
+    }
+}
+
+TEST(WorkArrays, RefusedMemoryIsReportedInTwoLinesAndEndsTheProcessWithStatusOne) {
+    EXPECT_EXIT(allocateWork("smoothed_x", INT_MAX, INT_MAX), Exited(1),
+                "Error allocating array smoothed_x\nSizeof 2147483647, n_elements 2147483647\n$");
+}
+
+TEST(WorkArrays, CountBelowOneIsReportedBeforeTheRefusal) {
+    EXPECT_EXIT(allocateWork("buff", SIZE_MAX - INT_MAX, -3), Exited(1),
+                "^trying to allocate buff with size -3 \n(.*\n)*Error allocating array buff\n"
+                "Sizeof -2147483648, n_elements -3\n$");
+}
+
+TEST(WorkArrays, SameOrSmallerSizeIsServedFromTheMemoryAtHand) {
+    WorkArray<float> array("array");
+    float* const memory = array.get(100);
+    memory[99] = 1.0F;
+    EXPECT_EQ(array.get(100), memory);
+    EXPECT_EQ(array.get(1), memory);
+    EXPECT_EQ(array.get(100), memory);
+}
+
+TEST(WorkArrays, ArrayGrowsToEverySizeAskedFor) {
+    WorkArray<double> array("array");
+    for (int elements = 1; elements < 3000; elements += 97) {
+        double* const memory = array.get(elements);
+        for (int i = 0; i < elements; ++i) {
+            memory[i] = i; // the sanitizer watches the end
+        }
+        ASSERT_EQ(memory[elements - 1], elements - 1);
+    }
+}
+
+TEST(WorkArrays, LivingArrayReportsACountBelowOneEveryTime) {
+    WorkArray<float> array("diff");
+    testing::internal::CaptureStderr();
+    ASSERT_NE(array.get(0), nullptr);
+    ASSERT_NE(array.get(0), nullptr);
+    array.get(5);
+    float* const memory = array.get(-1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "trying to allocate diff with size 0 \n"
+                                                      "trying to allocate diff with size 0 \n"
+                                                      "trying to allocate diff with size -1 \n");
+    memory[4] = 1.0F; // still the five of before
+}
+
+} // namespace
+} // namespace obrin

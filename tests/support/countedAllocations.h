@@ -1,0 +1,48 @@
+#pragma once
+
+// Counts the allocations of the program that includes this in one of its sources (and in one only): the hooks
+// replace the C library's entry points. Not under the sanitizers, which own them; LUMETRA_COUNTS_ALLOCATIONS
+// tells.
+
+#include <cstddef>
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define LUMETRA_COUNTS_ALLOCATIONS 0
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define LUMETRA_COUNTS_ALLOCATIONS 0
+#endif
+#endif
+#ifndef LUMETRA_COUNTS_ALLOCATIONS
+#define LUMETRA_COUNTS_ALLOCATIONS 1
+#endif
+
+#if LUMETRA_COUNTS_ALLOCATIONS
+// Every allocation of the process passes here, those of LAPACK's library included; each thread counts its
+// own.
+namespace {
+thread_local long allocations = 0;
+}
+extern "C" {
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_realloc(void* memory, std::size_t size);
+void* __libc_memalign(std::size_t alignment, std::size_t size);
+__attribute__((visibility("default"))) void* malloc(std::size_t size) noexcept {
+    ++allocations;
+    return __libc_malloc(size);
+}
+__attribute__((visibility("default"))) void* calloc(std::size_t count, std::size_t size) noexcept {
+    ++allocations;
+    return __libc_calloc(count, size);
+}
+__attribute__((visibility("default"))) void* realloc(void* memory, std::size_t size) noexcept {
+    ++allocations;
+    return __libc_realloc(memory, size);
+}
+__attribute__((visibility("default"))) void* aligned_alloc(std::size_t alignment, std::size_t size) noexcept {
+    ++allocations;
+    return __libc_memalign(alignment, size);
+}
+}
+#endif
