@@ -9,6 +9,8 @@
 #include "agent/debugLog.h"
 #include "agent/errorExit.h"
 #include "agent/stopSync.h"
+#include "prediction/exhaustion.h"
+#include "prediction/predictor.h"
 #include "resources/resourceChain.h"
 #include "resources/resourceText.h"
 #include "resources/windowSizing.h"
@@ -92,6 +94,8 @@ bool startUp(Clasp* clasp) {
     if (allocatecircularbuffers(clasp) != 1) // without rings the samples still reach the archive
         reportFailedStep("allocatecircularbuffers");
     deleteTrendFilesSynchronized(clasp);
+    DEBUGMSG("Before setInitialEventStates()\n");
+    setInitialEventStates();
     return true;
 }
 
@@ -111,6 +115,11 @@ void runOneCycle(Clasp* clasp, int maxfilesizeinMB) {
     const int sampled = attempt([&] { return RawDataRetrievalAndArchive(clasp); });
     if (sampled != 1)
         reportFailedCycleStep("RawDataRetrievalAndArchive", sampled);
+    trendViewerLockFiles(); // refused or not, the forecast goes on: a reader must not stop it
+    const int predicted = attempt([&] { return predictor(clasp); });
+    if (predicted != 1)
+        reportFailedCycleStep("predictor", predicted);
+    trendViewerUnlockFiles();
     attempt([&] { return update_autoresource_file(clasp); });
     attempt([&] { return trim(clasp->HardDriveArchive, maxfilesizeinMB); });
 }

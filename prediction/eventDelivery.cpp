@@ -14,6 +14,11 @@ const char* shown(const char* text) {
     return text == nullptr ? "(null)" : text;
 }
 
+/// An absent instance as the events' side gets it; an absent name stays absent.
+const char* instanceOrNull(const char* instance) {
+    return instance == nullptr ? "Null" : instance;
+}
+
 } // namespace
 
 void setEventSink(EventSink* sink) {
@@ -37,10 +42,22 @@ std::int32_t sendEvent(const char* timeText, double seconds, const char* name, c
     std::strftime(nowText, sizeof nowText, "%H:%M:%S %m/%d/%Y", &local);
     DEBUGMSG("EXHAUSTION will occur within %s\tfrom %s\n", shown(timeText), nowText);
 
-    if (!eventSink->sendEvent(timeText, seconds, name, instance == nullptr ? "Null" : instance, culprit))
+    if (!eventSink->sendEvent(timeText, seconds, name, instanceOrNull(instance), culprit))
         return 0;
     keepEventLog();
     return 1;
+}
+
+std::int32_t sendUpperToleranceEvent(const char* name, const char* instance, double limit) {
+    return eventSink != nullptr && eventSink->sendUpperToleranceEvent(name, instanceOrNull(instance), limit)
+               ? 1
+               : 0;
+}
+
+std::int32_t sendInnerToleranceEvent(const char* name, const char* instance, double limit) {
+    return eventSink != nullptr && eventSink->sendInnerToleranceEvent(name, instanceOrNull(instance), limit)
+               ? 1
+               : 0;
 }
 
 } // namespace obrin

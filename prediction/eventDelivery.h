@@ -20,6 +20,10 @@ public:
     /// True when the event was accepted. `seconds`: time to exhaustion.
     virtual bool sendEvent(const char* timeText, double seconds, const char* name, const char* instance,
                            const char* culprit) = 0;
+
+    /// A resource has reached its limit (per cent). True when the event was accepted.
+    virtual bool sendUpperToleranceEvent(const char* name, const char* instance, double limit) = 0;
+    virtual bool sendInnerToleranceEvent(const char* name, const char* instance, double limit) = 0;
 };
 
 /// Sets the one sink of the process; null means "nobody": every event is then refused. The sink outlives its
@@ -30,5 +34,10 @@ void setEventSink(EventSink* sink);
 /// "Null". When it is accepted, the log that led up to it is kept as the event log. 1 accepted, 0 refused.
 std::int32_t sendEvent(const char* timeText, double seconds, const char* name, const char* instance,
                        const char* culprit);
+
+/// Deliver that a resource has reached a limit (per cent). An absent instance goes out as "Null". 1 accepted,
+/// 0 refused.
+std::int32_t sendUpperToleranceEvent(const char* name, const char* instance, double limit);
+std::int32_t sendInnerToleranceEvent(const char* name, const char* instance, double limit);
 
 } // namespace obrin

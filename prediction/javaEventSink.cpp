@@ -6,7 +6,8 @@
 namespace obrin {
 
 JavaEventSink::JavaEventSink(JNIEnv* env, jobject events) : env_(env), events_(events) {
-    for (Method* method : {&osSupport_, &previousTime_, &previousTimeToExhaustion_, &sendEvent_})
+    for (Method* method : {&osSupport_, &previousTime_, &previousTimeToExhaustion_, &sendEvent_,
+                           &upperTolerance_, &innerTolerance_})
         ask(*method, false, [](jclass) { return true; });
 }
 
@@ -78,6 +79,24 @@ bool JavaEventSink::sendEvent(const char* timeText, double seconds, const char* 
                                               texts[3]) &
                 0xFF) != 0;
     });
+}
+
+bool JavaEventSink::sendTolerance(Method& method, const char* name, const char* instance, double limit) {
+    return ask(method, false, [&](jclass type) {
+        jstring nameText = nullptr;
+        jstring instanceText = nullptr;
+        if (!makeText(name, &nameText) || !makeText(instance, &instanceText))
+            return false;
+        return (env_->CallStaticBooleanMethod(type, method.id, nameText, instanceText, limit) & 0xFF) != 0;
+    });
+}
+
+bool JavaEventSink::sendUpperToleranceEvent(const char* name, const char* instance, double limit) {
+    return sendTolerance(upperTolerance_, name, instance, limit);
+}
+
+bool JavaEventSink::sendInnerToleranceEvent(const char* name, const char* instance, double limit) {
+    return sendTolerance(innerTolerance_, name, instance, limit);
 }
 
 } // namespace obrin

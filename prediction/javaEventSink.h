@@ -23,6 +23,9 @@ public:
     bool sendEvent(const char* timeText, double seconds, const char* name, const char* instance,
                    const char* culprit) override;
 
+    bool sendUpperToleranceEvent(const char* name, const char* instance, double limit) override;
+    bool sendInnerToleranceEvent(const char* name, const char* instance, double limit) override;
+
 private:
     struct Method {
         const char* name;
@@ -36,6 +39,7 @@ private:
     Result ask(Method& method, Result refused, Call call);
     bool find(jclass type, Method& method);
     bool failed(const char* where);
+    bool sendTolerance(Method& method, const char* name, const char* instance, double limit);
     bool makeText(const char* text, jstring* out);
 
     JNIEnv* env_;
@@ -45,6 +49,8 @@ private:
     Method previousTimeToExhaustion_{"getPrev_tte", "()D"};
     Method sendEvent_{"sendEvent",
                       "(Ljava/lang/String;DLjava/lang/String;Ljava/lang/String;Ljava/lang/String;)Z"};
+    Method upperTolerance_{"sendUpperToleranceEvent", "(Ljava/lang/String;Ljava/lang/String;D)Z"};
+    Method innerTolerance_{"sendInnerToleranceEvent", "(Ljava/lang/String;Ljava/lang/String;D)Z"};
 };
 
 } // namespace obrin

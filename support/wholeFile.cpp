@@ -39,28 +39,36 @@ std::string linkTarget(const std::string& path) {
 
 namespace {
 
-bool writeNewFile(const std::string& path, std::string_view content, const struct stat* old) {
+/// Where the new text is written: in the same directory, under a name no longer than the file system takes.
+std::string besideName(const std::string& target) {
+    const std::string suffix = ".new";
+    const std::size_t name = target.rfind('/') + 1; // 0 when there is none
+    return target.substr(0, name) + target.substr(name, NAME_MAX - suffix.size()) + suffix;
+}
+
+bool writeNewFile(const std::string& path, std::string_view content, const struct stat* old,
+                  Synchronise synchronise) {
     Descriptor file = Descriptor::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW);
     if (!file)
         return false;
     if (old != nullptr && ::fchmod(file.get(), old->st_mode & 07777) != 0)
         return false;
-    return writeAll(file.get(), content.data(), content.size()) && ::fsync(file.get()) == 0 &&
-           file.close() == 0;
+    return writeAll(file.get(), content.data(), content.size()) &&
+           (synchronise == Synchronise::no || ::fsync(file.get()) == 0) && file.close() == 0;
 }
 
 } // namespace
 
-bool replaceWholeFile(const std::string& path, std::string_view content) {
+bool replaceWholeFile(const std::string& path, std::string_view content, Synchronise synchronise) {
     const std::string target = linkTarget(path);
-    const std::string beside = target + ".new";
+    const std::string beside = besideName(target);
     struct stat old;
     const bool exists = ::stat(target.c_str(), &old) == 0;
     if (exists && !S_ISREG(old.st_mode)) {
         errno = EINVAL; // a device or a directory is nothing to rename over
         return false;
     }
-    if (writeNewFile(beside, content, exists ? &old : nullptr) &&
+    if (writeNewFile(beside, content, exists ? &old : nullptr, synchronise) &&
         ::rename(beside.c_str(), target.c_str()) == 0)
         return true;
     const int reason = errno;

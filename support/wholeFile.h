@@ -17,10 +17,16 @@ std::optional<std::string> readWholeFile(const std::string& path, std::size_t li
 /// The file that `path` leads to through symbolic links; `path` itself when it is none or leads nowhere.
 std::string linkTarget(const std::string& path);
 
-/// Puts `content` in the place of the file: written beside it under "<path>.new", synchronised to the disk,
-/// and renamed over it, so the name opens to the old or to the new text whole, also after a power cut. A
-/// symbolic link stays one: its target is replaced. The old file's permission bits are kept. False with errno
-/// on failure; the old file is then untouched and nothing is left beside it.
-bool replaceWholeFile(const std::string& path, std::string_view content);
+/// Whether a file is on the disk, and not only on its way there, before it takes its name.
+enum class Synchronise { yes, no };
+
+/// Puts `content` in the place of the file: written beside it under "<path>.new" (a name too long for that is
+/// cut before ".new"), synchronised to the disk, and renamed over it, so the name opens to the old or to the
+/// new text whole, also after a power cut. A symbolic link stays one: its target is replaced. The old file's
+/// permission bits are kept. False with errno on failure; the old file is then untouched and nothing is left
+/// beside it. Synchronising costs a millisecond and more: with Synchronise::no, for files that are made anew
+/// all the time, the promise holds but for a power cut, which may leave the file empty or torn.
+bool replaceWholeFile(const std::string& path, std::string_view content,
+                      Synchronise synchronise = Synchronise::yes);
 
 } // namespace obrin

@@ -18,7 +18,8 @@ namespace {
 
 pthread_mutex_t tvmut = PTHREAD_MUTEX_INITIALIZER;
 
-/// Whether this thread holds tvmut: who did not get the lock unlocks it all the same, and must not free another's.
+/// Whether this thread holds tvmut: who did not get the lock unlocks it all the same, and must not free
+/// another's.
 thread_local bool holdsLock = false;
 
 constexpr int mostPauses = 2;
@@ -106,6 +107,8 @@ std::int32_t deleteTrendFiles(Clasp* clasp) {
     if (home.empty())
         return 1;
     const std::int32_t status = removeMatching(home + "/", *clasp, [](std::string_view name) {
+        if (name.ends_with(".new")) // what a death left of a file that was being replaced
+            name.remove_suffix(4);
         return !name.starts_with('.') &&
                (name.ends_with(".cul") || name.ends_with(".ini") || name.ends_with(".gnp"));
     });

@@ -11,8 +11,8 @@ FLOORS = [
     (1, r"support/.*|numeric/.*|agent/(debugLog|argumentlessFormat|stopSync)"),
     (2, r"resources/(resourceRecords|resourceChain|chainReport|scratchPad.*|windowSizing)|agent/agentState"),
     (3, r"prediction/(eventDelivery|javaEventSink)|agent/errorExit"),
-    (5, r"acquisition/samplingCycle|agent/agentConfig|prediction/modelSelection"),
-    (4, r"acquisition/.*|resources/.*|trendviewer/trendFiles"),
+    (5, r"acquisition/samplingCycle|agent/agentConfig|prediction/(modelSelection|exhaustion|predictor)"),
+    (4, r"acquisition/.*|resources/.*|trendviewer/trendFiles|diagnosis/.*|prediction/trendFileFormat"),
     (6, r"agent/.*"),
 ]
 

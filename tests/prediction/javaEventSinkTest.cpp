@@ -103,7 +103,7 @@ TEST_F(JavaSink, MethodsAreLookedUpAtTheStartSoThatAnEventNeedsNoLookUp) {
         return std::count(calls.begin(), calls.end(), "GetStaticMethodID");
     };
     const auto before = lookUps();
-    EXPECT_EQ(before, 4);
+    EXPECT_EQ(before, 6);
     EXPECT_EQ(deliver(sink), 1);
     EXPECT_EQ(lookUps(), before);
 }
@@ -133,6 +133,38 @@ TEST_F(JavaSink, WithoutAnEventsObjectEveryEventIsRefused) {
 TEST_F(JavaSink, AnyBytesReachJavaAsValidText) {
     JavaEventSink sink(java.env(), events);
     EXPECT_EQ(deliver(sink, "/mnt/\xFF\xC0\x80\xF0\x9F\x98\x80%n"), 1);
+}
+
+TEST_F(JavaSink, ToleranceEventsReachTheirMethodsWithTheLimit) {
+    JavaEventSink sink(java.env(), events);
+    setEventSink(&sink);
+    EXPECT_EQ(sendUpperToleranceEvent("Swap", "here", 100.0), 1);
+    EXPECT_EQ(sendInnerToleranceEvent("Swap", "there", 0.0), 1);
+    EXPECT_EQ(java.callsOf("sendUpperToleranceEvent")[0].arguments,
+              (std::vector<std::string>{"Swap", "here", "100"}));
+    EXPECT_EQ(java.callsOf("sendInnerToleranceEvent")[0].arguments,
+              (std::vector<std::string>{"Swap", "there", "0"}));
+}
+
+TEST_F(JavaSink, AbsentInstanceOfAToleranceEventIsTheWordNullAndAnAbsentNameIsNull) {
+    JavaEventSink sink(java.env(), events);
+    setEventSink(&sink);
+    sendUpperToleranceEvent(nullptr, nullptr, 100.0);
+    sendInnerToleranceEvent(nullptr, nullptr, 100.0);
+    EXPECT_EQ(java.callsOf("sendUpperToleranceEvent")[0].arguments,
+              (std::vector<std::string>{"(null)", "Null", "100"}));
+    EXPECT_EQ(java.callsOf("sendInnerToleranceEvent")[0].arguments,
+              (std::vector<std::string>{"(null)", "Null", "100"}));
+}
+
+TEST_F(JavaSink, ToleranceEventThatThrowsIsMissingOrRefusesIsAZero) {
+    for (Mode mode : {Mode::raise, Mode::missing, Mode::refuse}) {
+        java.setBehaviour("sendUpperToleranceEvent", {mode});
+        JavaEventSink sink(java.env(), events);
+        setEventSink(&sink);
+        EXPECT_EQ(sendUpperToleranceEvent("Swap", "here", 100.0), 0);
+        setEventSink(nullptr);
+    }
 }
 
 TEST_F(JavaSink, ManyEventsGatherNoReferences) {

@@ -4,8 +4,8 @@
 #include "numeric/linearRegression.h"
 #include "numeric/medianFilter.h"
 #include "numeric/piecewiseFit.h"
-#include "tests/support/temporaryDirectory.h"
 #include "tests/support/countedAllocations.h"
+#include "tests/support/temporaryDirectory.h"
 
 #include <algorithm>
 #include <array>

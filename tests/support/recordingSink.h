@@ -30,7 +30,23 @@ public:
         return accepts;
     }
 
+    bool sendUpperToleranceEvent(const char* name, const char* instance, double limit) override {
+        upperEvents.push_back({text(name), text(instance), limit});
+        return accepts;
+    }
+    bool sendInnerToleranceEvent(const char* name, const char* instance, double limit) override {
+        innerEvents.push_back({text(name), text(instance), limit});
+        return accepts;
+    }
+
+    struct ToleranceEvent {
+        std::string name;
+        std::string instance;
+        double limit;
+    };
     std::vector<Event> events;
+    std::vector<ToleranceEvent> upperEvents;
+    std::vector<ToleranceEvent> innerEvents;
     bool accepts = false;
 
 private:

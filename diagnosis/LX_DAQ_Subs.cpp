@@ -1,0 +1,193 @@
+#include "diagnosis/LX_DAQ_Subs.h"
+
+#include "agent/agentState.h"
+#include "agent/debugLog.h"
+#include "diagnosis/processCensus.h"
+#include "support/handles.h"
+#include "support/textScanner.h"
+#include "support/wholeFile.h"
+
+#include <algorithm>
+#include <cstring>
+#include <exception>
+#include <fcntl.h>
+#include <optional>
+#include <string>
+#include <sys/stat.h>
+
+namespace obrin {
+namespace {
+
+using Record = ProcessResourceInformation;
+
+constexpr std::size_t longestReport = 10;
+/// The estimate of remaining descriptors supposes this many for the system.
+constexpr std::int64_t systemDescriptors = 4096;
+
+/// How the culprits of one resource are found and written.
+struct Report {
+    const char* displayName;
+    const char* heading;
+    int (*compare)(const Record& first, const Record& second);
+    std::int32_t Record::*measure;
+    const char* logSeparator; ///< between name and pid, in the log
+    const char* label;
+    const char* unit;
+};
+
+constexpr const char* fileSeparator = ") \tPID ";
+
+constexpr Report reports[] = {
+    {"PercentFileDescriptorsUsed", "Top Consumers of FDs:\n", comparenumFDs, &Record::numFDs, ") PID ",
+     "#FDs ", ""},
+    {"PercentSwapSpaceUsed", "Top Consumers of Memory (Resident Set Size):\n", comparevmrss, &Record::vmrss,
+     fileSeparator, "RSS ", " MB"},
+    {"PercentProcessesUsed", "Top Consumers of Child Processes:\n", compareimmediatechildren,
+     &Record::immediatechildren, fileSeparator, "Children ", ""},
+};
+
+const Report* reportOf(const Link& link) {
+    const auto* found = std::ranges::find_if(
+        reports, [&](const Report& report) { return link.NameIs == report.displayName; });
+    return found == std::end(reports) ? nullptr : found;
+}
+
+/// Runs one step; an exception is logged as that of `step` and makes the step fail.
+template <class Step>
+auto guarded(const std::string& step, Step&& run) -> decltype(run()) {
+    try {
+        return run();
+    } catch (const std::exception& problem) {
+        DEBUGMSG("%s threw %s\n", step.c_str(), problem.what());
+    } catch (...) {
+        DEBUGMSG("%s threw unknown exception\n", step.c_str());
+    }
+    return {};
+}
+
+void logCannotWrite(const std::string& path) {
+    DEBUGMSG(" LX_DAQ_Subs diagnose() fopen(%s, w) failed\n", path.c_str());
+}
+
+/// Whether a report can be put there. Makes an empty file when there is none, and leaves an old report as it
+/// is until the new one is whole. What is no ordinary file (a device, a FIFO) holds no report.
+bool canHoldReport(const std::string& path) {
+    DEBUGMSG(" before 1 fopen(%s)\n", path.c_str());
+    const Descriptor file = Descriptor::open(path, O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY);
+    DEBUGMSG(" after  1 fopen(%s)\n", path.c_str());
+    struct stat state;
+    if (file && ::fstat(file.get(), &state) == 0 && S_ISREG(state.st_mode))
+        return true;
+    logCannotWrite(path);
+    return false;
+}
+
+/// Both passes over the processes, with their log lines; nothing on failure.
+std::optional<Census> census() {
+    const auto count = guarded("\n LX_DAQ_Subs diagnose() 13 opendir(/proc)", [] {
+        const auto counted = countProcesses();
+        if (counted)
+            DEBUGMSG("# numprocs = %d ", clampToInt32(static_cast<std::int64_t>(*counted)));
+        else
+            DEBUGMSG("\n LX_DAQ_Subs diagnose() 13 opendir(/proc) failed\n");
+        return counted;
+    });
+    if (!count)
+        return std::nullopt;
+    return guarded("\n LX_DAQ_Subs diagnose() 14 opendir(/proc)", [&] {
+        auto taken = takeCensus(*count);
+        if (!taken)
+            DEBUGMSG("\n LX_DAQ_Subs diagnose() 14 opendir(/proc) failed\n");
+        return taken;
+    });
+}
+
+/// The name fit to be shown on a terminal and to stay on its line: control characters, those of two bytes
+/// included, become "?".
+std::string shown(std::string_view name) {
+    std::string text;
+    for (std::size_t i = 0; i < name.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(name[i]);
+        const auto next = static_cast<unsigned char>(i + 1 < name.size() ? name[i + 1] : 0);
+        const bool wide = byte == 0xC2 && next >= 0x80 && next <= 0x9F;
+        text += byte < 0x20 || byte == 0x7F || wide ? '?' : name[i];
+        i += wide ? 1 : 0;
+    }
+    return text;
+}
+
+/// False when the entry does not fit whole; the text is then as it was.
+bool append(CulpritText* culpritText, const std::string& entry) {
+    const std::size_t length = ::strnlen(culpritText->text, culpritTextSize);
+    if (length + entry.size() >= culpritTextSize)
+        return false;
+    std::memcpy(culpritText->text + length, entry.c_str(), entry.size() + 1);
+    return true;
+}
+
+/// Logs the first records of the sorted census, appends them to the culprit text; the text of the culprit
+/// file.
+std::string writeReport(const Report& report, const std::vector<Record>& records, CulpritText* culpritText) {
+    DEBUGMSG("%s", report.heading);
+    std::string file = report.heading;
+    bool fits = culpritText != nullptr && culpritText->text != nullptr;
+    for (std::size_t i = 0; i < std::min(records.size(), longestReport); ++i) {
+        if (records[i].pid < 0)
+            continue;
+        const std::string name = shown(records[i].name.view());
+        const std::string pid = std::to_string(records[i].pid);
+        const std::string measure = std::to_string(records[i].*report.measure);
+        const std::string tail = pid + " \t" + report.label + measure + report.unit + "\n";
+        DEBUGMSG("\t(%s%s%s", name.c_str(), report.logSeparator, tail.c_str());
+        file += "\t(" + name + fileSeparator + tail;
+        fits = fits && append(culpritText, " " + name + "(" + pid + ")" + measure);
+    }
+    return file;
+}
+
+int diagnoseOne(const Report& report, CulpritText* culpritText) {
+    if (pResourceClasp == nullptr)
+        return -1;
+    const std::string path = pResourceClasp->DataHomeDirectory + report.displayName + ".cul";
+    if (!guarded(" LX_DAQ_Subs diagnose() fopen(" + path + ", w)", [&] { return canHoldReport(path); }))
+        return -1;
+    std::optional<Census> taken = census();
+    if (!taken)
+        return -1;
+    std::vector<Record>& records = taken->records;
+    if (report.measure == &Record::numFDs)
+        DEBUGMSG("totalnumFDs=%d, remaining = %d\n", clampToInt32(taken->totalNumFDs),
+                 clampToInt32(systemDescriptors - taken->totalNumFDs));
+    if (report.measure == &Record::immediatechildren)
+        calculateimmediatechildren(static_cast<std::int32_t>(records.size()), records.data());
+    std::ranges::stable_sort(records, [&](const Record& first, const Record& second) {
+        return report.compare(first, second) < 0;
+    });
+    // Made anew every cycle: not worth waiting for the disk.
+    if (replaceWholeFile(path, writeReport(report, records, culpritText), Synchronise::no))
+        return 1;
+    logCannotWrite(path);
+    return -1;
+}
+
+} // namespace
+
+int diagnose(Link* pLink, CulpritText* culpritText) {
+    try {
+        if (pLink == nullptr) {
+            DEBUGMSG("diagnose: invalid argument NULL pLink\n");
+            return -1;
+        }
+        const Report* report = reportOf(*pLink);
+        return report == nullptr ? 1 : diagnoseOne(*report, culpritText);
+    } catch (...) {
+        // No memory left even to log or to report: this cycle goes without its culprits.
+        return -1;
+    }
+}
+
+int isw2k() {
+    return 0;
+}
+
+} // namespace obrin

@@ -1,0 +1,208 @@
+#include "prediction/exhaustion.h"
+
+#include "acquisition/textForms.h"
+#include "agent/agentState.h"
+#include "agent/debugLog.h"
+#include "prediction/eventDelivery.h"
+#include "prediction/trendFileFormat.h"
+
+#include <array>
+#include <string>
+
+namespace obrin {
+
+std::int32_t shownUpper = 0;
+std::int32_t shownInner = 0;
+
+namespace {
+
+constexpr float none = -1.0F;
+constexpr double upperMargin = 0.05;
+constexpr std::int32_t patience = 5; ///< cycles without a positive forecast before the intent is dropped
+
+bool isSet(float limit) {
+    return limit != none;
+}
+
+} // namespace
+
+ToleranceLimits limitsOfMethod(std::int32_t analyticalMethod) {
+    switch (analyticalMethod) {
+    case 1:
+        return {none, 100.0F};
+    case 2:
+        return {0.0F, none};
+    case 3:
+        return {0.0F, 100.0F};
+    default:
+        return {none, none};
+    }
+}
+
+ReachedLimit newlyReachedLimit(std::span<const float> values, ToleranceLimits limits) {
+    const auto beyond = [limits](float value) {
+        if (isSet(limits.lower) && value <= limits.lower)
+            return ReachedLimit::lower;
+        if (isSet(limits.upper) &&
+            static_cast<double>(value) >= static_cast<double>(limits.upper) - upperMargin)
+            return ReachedLimit::upper;
+        return ReachedLimit::none;
+    };
+    for (float value : values.first(values.size() - 1))
+        if (beyond(value) != ReachedLimit::none)
+            return ReachedLimit::none;
+    return beyond(values.back());
+}
+
+void forecastGrid(float first, float inner, float outer, std::span<float> times) {
+    const double step = static_cast<double>(outer - inner) / 199.0;
+    times[0] = first + inner;
+    for (std::size_t i = 1; i < times.size(); ++i)
+        times[i] = static_cast<float>(static_cast<double>(times[i - 1]) + step);
+}
+
+Crossing findCrossing(std::span<const float> times, std::span<const float> values, float now,
+                      ToleranceLimits limits) {
+    Crossing crossing;
+    for (std::size_t i = 0; i < times.size() && !crossing.ahead; ++i) {
+        if (!(isSet(limits.lower) && values[i] <= limits.lower) &&
+            !(isSet(limits.upper) && values[i] >= limits.upper))
+            continue;
+        crossing.hours = static_cast<double>(times[i] - now) / 3600.0;
+        crossing.ahead = crossing.hours > 0;
+    }
+    return crossing;
+}
+
+Notification advanceNotification(Link& link, bool exhaustionAhead, float last) {
+    if (exhaustionAhead) {
+        link.HysteresisCount = patience;
+        if (link.NotifyPending != 0)
+            return last >= link.NotifyLevel ? Notification::fires : Notification::pending;
+        link.NotifyPending = 1;
+        link.NotifyLevel =
+            static_cast<float>(static_cast<double>(last) + (100.0 - static_cast<double>(last)) * 0.5);
+        return Notification::onset;
+    }
+    if (link.NotifyPending == 0)
+        return Notification::none;
+    if (--link.HysteresisCount > 0)
+        return Notification::fading;
+    link.NotifyPending = 0;
+    return Notification::cleared;
+}
+
+void clipForDisplay(std::span<float> values, ToleranceLimits limits) {
+    for (float& value : values) {
+        if (isSet(limits.lower)) {
+            if (value <= limits.lower)
+                value = limits.lower;
+            if (value > 100.0F)
+                value = 100.0F;
+        } else if (isSet(limits.upper)) {
+            if (value >= limits.upper)
+                value = limits.upper;
+            if (value < 0.0F)
+                value = 0.0F;
+        }
+    }
+}
+
+void setInitialEventStates() {
+    shownInner = 0;
+    shownUpper = 0;
+}
+
+namespace {
+
+/// Tells Java of a limit that has just been reached. Both sides share one method and one flag.
+void checkTolerance(const Link& link, std::span<const float> values, ToleranceLimits limits) {
+    const ReachedLimit reached = newlyReachedLimit(values, limits);
+    if (reached == ReachedLimit::none)
+        return;
+    const char* name = link.NameIs.c_str();
+    const char* instance = link.Descriptor1.c_str();
+    const double limit = static_cast<double>(reached == ReachedLimit::lower ? limits.lower : limits.upper);
+    const double value = static_cast<double>(values.back());
+    if (reached == ReachedLimit::lower)
+        DEBUGMSG("Resource %s %s is at level %f, equal to or below lower tolerance of %f\n", name, instance,
+                 value, limit);
+    else
+        DEBUGMSG("Resource %s %s is at level %f, equal to or above upper tolerance of %f\n", name, instance,
+                 value, limit);
+    if (shownUpper != 1)
+        sendUpperToleranceEvent(name, instance, limit);
+    shownUpper = 1;
+}
+
+void logNotification(const Link& link, Notification notification) {
+    const double level = static_cast<double>(link.NotifyLevel);
+    switch (notification) {
+    case Notification::onset:
+        DEBUGMSG("Onset of exhaustion detected, setting notification level to %f\n", level);
+        break;
+    case Notification::pending:
+    case Notification::fires:
+        DEBUGMSG("Exhaustion notification pending, prediction is TRUE, will fire event at level %f\n", level);
+        break;
+    case Notification::fading:
+    case Notification::cleared:
+        DEBUGMSG(
+            "Exhaustion notification pending, prediction if FALSE, decrementing hysteresis count to %d\n",
+            link.HysteresisCount);
+        if (notification == Notification::cleared)
+            DEBUGMSG("Clearing intent to notify\n");
+        break;
+    case Notification::none:
+        DEBUGMSG("No exhaustion imminent in the given time limits\n");
+        break;
+    }
+}
+
+void announceExhaustion(const Link& link, double hours, const CulpritText* culpritText) {
+    const double seconds = hours * 3600.0;
+    DEBUGMSG("In %.2f seconds (%.2f hours) from NOW,\n", seconds, hours);
+    DEBUGMSG("exhaustion imminent\n");
+    const char* culprits = culpritText == nullptr ? nullptr : culpritText->text;
+    if (sendEvent(Getdays(seconds).c_str(), seconds, link.NameIs.c_str(), link.Descriptor1.c_str(),
+                  culprits) == 1)
+        setInitialEventStates();
+}
+
+} // namespace
+
+std::int32_t predict_exhaustion(Link* link, std::int32_t n, const float* x, const float* y, float lower,
+                                float upper, float inner, float outer, const PredictionParameters* params,
+                                std::int32_t* predictionValid, CulpritText* culpritText) {
+    const ToleranceLimits limits{lower, upper};
+    const std::span times(x, static_cast<std::size_t>(n));
+    const std::span values(y, static_cast<std::size_t>(n));
+    checkTolerance(*link, values, limits);
+
+    std::array<float, forecastPoints> forecastTimes{};
+    std::array<float, forecastPoints> forecast{};
+    forecastGrid(times.front(), inner, outer, forecastTimes);
+    std::string model;
+    *predictionValid = select_model_and_predict(n, x, y, forecastPoints, forecastTimes.data(),
+                                                forecast.data(), params, &model) == 1
+                           ? 1
+                           : 0;
+    DEBUGMSG("Selected model:%s\n", model.c_str());
+    if (*predictionValid == 0)
+        return 0;
+
+    const Crossing crossing = findCrossing(forecastTimes, forecast, times.back(), limits);
+    const Notification notification = advanceNotification(*link, crossing.ahead, values.back());
+    logNotification(*link, notification);
+    if (notification == Notification::fires)
+        announceExhaustion(*link, crossing.hours, culpritText);
+
+    clipForDisplay(forecast, limits);
+    const TrendHeadline headline{static_cast<double>(isSet(lower) ? lower : upper), TimeStamp, crossing.hours,
+                                 model, link->NotifyLevel};
+    writeTrendFiles(headline, link->pClasp->DataHomeDirectory, link->NameIs.view(), link->Descriptor1.view(),
+                    forecastTimes, forecast, times, values);
+    return notification == Notification::fires ? 1 : 0;
+}
+
+} // namespace obrin

@@ -1,0 +1,113 @@
+#include "prediction/predictor.h"
+
+#include "agent/debugLog.h"
+#include "prediction/exhaustion.h"
+
+#include <limits>
+#include <vector>
+
+namespace obrin {
+
+double InnerTolerance = 0.0;
+double OuterTolerance = 0.0;
+
+namespace {
+
+constexpr double secondsPerHour = 3600.0;
+constexpr double noSample = -1.0; ///< a buffered value that stands for none
+
+/// The valid samples of a ring, oldest first.
+std::vector<SampleRecord> gatherSamples(const Link& link) {
+    std::vector<SampleRecord> samples;
+    const bool wrapped = link.SampleCount >= link.BufferSize;
+    const std::uint32_t count = wrapped ? link.BufferSize : link.SampleCount;
+    samples.reserve(count);
+    for (std::uint32_t i = 0; i < count; ++i) {
+        const std::uint32_t slot = wrapped ? (link.NextSlot + i) % link.BufferSize : i;
+        if (link.ValueBuffer[slot] != noSample)
+            samples.push_back({link.TimeBuffer[slot], link.ValueBuffer[slot]});
+    }
+    return samples;
+}
+
+bool isAnalysed(const Link& link) {
+    return link.AnalyticalMethod != 0 && !(link.Descriptor3 == "-1");
+}
+
+} // namespace
+
+std::int32_t predictor(Clasp* clasp) {
+    OuterTolerance = clasp->MaxForecastHours * secondsPerHour;
+    InnerTolerance = clasp->MinForecastHours * secondsPerHour;
+    DEBUGMSG("Alert if exhaustion between %d and %d hours (%.2f and %.2f days):\n", clasp->MinForecastHours,
+             clasp->MaxForecastHours, clasp->MinForecastHours / 24.0, clasp->MaxForecastHours / 24.0);
+    const std::int32_t tested = TestforImpendingOutage(clasp);
+    if (tested == 1)
+        return 1;
+    DEBUGMSG("TestforImpendingOutage call failed. Error Code %d\n", tested);
+    return -1;
+}
+
+std::int32_t TestforImpendingOutage(Clasp* clasp) {
+    char text[culpritTextSize] = "";
+    CulpritText culprits{text}; // one for the whole cycle: entries of several resources gather in it
+    for (Link* link = clasp->pFirstLink; link != nullptr; link = link->pNextLink) {
+        if (!isAnalysed(*link))
+            continue;
+        DEBUGMSG("\n%s %s %s: ", link->Descriptor0.c_str(), link->Descriptor1.c_str(),
+                 link->Descriptor2.c_str());
+        DEBUGMSG("%d/%d points ", static_cast<int>(link->SampleCount), static_cast<int>(link->BufferSize));
+        DEBUGMSG("Last Sample = %.2f\n", link->DataArray[0]);
+        diagnose(link, &culprits);
+        if (bestmodelObrin(link, &culprits) != 1) {
+            DEBUGMSG("bestmodelObrin call failed.\n");
+            return -1;
+        }
+    }
+    return 1;
+}
+
+std::int32_t bestmodelObrin(Link* link, CulpritText* culpritText) {
+    const std::vector<SampleRecord> samples = gatherSamples(*link);
+    const ToleranceLimits limits = limitsOfMethod(link->AnalyticalMethod);
+    if (!samples.empty() &&
+        samples.size() <= static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max()))
+        bestmodel(link, static_cast<std::int32_t>(samples.size()), samples.data(), limits.upper, limits.lower,
+                  static_cast<float>(OuterTolerance), static_cast<float>(InnerTolerance), culpritText);
+    return 1;
+}
+
+std::int32_t bestmodel(Link* link, std::int32_t n, const SampleRecord* samples, float upper, float lower,
+                       float outer, float inner, CulpritText* culpritText) {
+    std::vector<float> x;
+    std::vector<float> y;
+    x.reserve(static_cast<std::size_t>(n));
+    y.reserve(static_cast<std::size_t>(n));
+    for (std::int32_t i = 0; i < n; ++i) {
+        x.push_back(static_cast<float>(samples[i].time - samples[0].time));
+        y.push_back(static_cast<float>(samples[i].value));
+    }
+    const PredictionParameters parameters;
+    std::int32_t predictionValid = 0;
+    predict_exhaustion(link, n, x.data(), y.data(), lower, upper, inner, outer, &parameters, &predictionValid,
+                       culpritText);
+    return 0;
+}
+
+std::int32_t PDisplayChain(Clasp* clasp) {
+    DEBUGMSG("Chain: \n");
+    for (const Link* link = clasp->pFirstLink; link != nullptr; link = link->pNextLink)
+        PPrintLink(link);
+    return 1;
+}
+
+std::int32_t PPrintLink(const Link* link) {
+    for (const char* text : {link->Descriptor0.c_str(), link->Descriptor1.c_str(), link->Descriptor2.c_str()})
+        DEBUGMSG("%s ", text);
+    DEBUGMSG("%s ", link->NameIs.c_str());
+    DEBUGMSG("%d ", link->RID);
+    DEBUGMSG("%.2f\n", link->DataArray[0]);
+    return 1;
+}
+
+} // namespace obrin

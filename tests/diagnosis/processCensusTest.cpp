@@ -1,0 +1,588 @@
+#include "diagnosis/processCensus.h"
+
+#include "support/childProcess.h"
+#include "tests/diagnosis/processTree.h"
+
+#include <chrono>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <limits>
+#include <map>
+#include <random>
+#include <sched.h>
+#include <set>
+#include <sstream>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+
+namespace obrin {
+namespace {
+
+using namespace test;
+using Record = ProcessResourceInformation;
+
+double secondsOf(const std::function<void()>& work) {
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+std::string nameIn(std::string_view stat) {
+    Record record;
+    EXPECT_TRUE(readStatText(stat, &record));
+    return record.name.c_str();
+}
+
+std::vector<Record> censusOf(const std::vector<std::pair<int, int>>& pidsAndParents) {
+    std::vector<Record> records(pidsAndParents.size());
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        records[i].pid = pidsAndParents[i].first;
+        records[i].ppid = pidsAndParents[i].second;
+    }
+    return records;
+}
+
+std::int32_t sizeOf(const std::vector<Record>& records) {
+    return static_cast<std::int32_t>(records.size());
+}
+
+/// Any records with parents among them, none, and beyond; some pids and ppids twice, negative and zero.
+std::vector<Record> randomCensus(std::size_t n, unsigned seed) {
+    std::mt19937 random(seed);
+    std::uniform_int_distribution<int> pid(-1, static_cast<int>(n));
+    std::vector<Record> records(n);
+    for (Record& record : records) {
+        record.pid = pid(random);
+        record.ppid = pid(random);
+        record.immediatechildren = pid(random) % 3;
+    }
+    return records;
+}
+
+std::map<int, Record> byPid(const Census& census) {
+    std::map<int, Record> records;
+    for (const Record& record : census.records)
+        records[record.pid] = record;
+    return records;
+}
+
+TEST(StatText, ProcessWhoseNameContainsABlankAppearsUnderItsFirstWordOnly) {
+    EXPECT_EQ(nameIn("12 (tmux: server) S 1"), "tmux:");
+}
+
+TEST(StatText, NameEndsAtTheFirstParenthesisThatCloses) {
+    EXPECT_EQ(nameIn("12 (a)b) S 1"), "a");
+    EXPECT_EQ(nameIn("12 ((sd-pam)) S 1"), "(sd-pam");
+    EXPECT_EQ(nameIn("12 ((((() S 1"), "((((");
+}
+
+TEST(StatText, NameThatBeginsWithABlankOrParenthesisIsEmpty) {
+    EXPECT_EQ(nameIn("12 ( x) S 1"), "");
+    EXPECT_EQ(nameIn("12 ()) S 1"), "");
+    EXPECT_EQ(nameIn("12 () S 1"), "");
+}
+
+TEST(StatText, AnyOtherBytesAreTheName) {
+    EXPECT_EQ(nameIn("12 (%n%s\n\x1b\xff) S 1"), "%n%s\n\x1b\xff");
+}
+
+TEST(StatText, LongNameIsCutAtItsField) {
+    EXPECT_EQ(nameIn("12 (" + std::string(5000, 'x') + ") S"), std::string(255, 'x'));
+}
+
+TEST(StatText, CutTextGivesWhatIsThereAndOneWithoutPidNothing) {
+    EXPECT_EQ(nameIn("12 (ab"), "ab");
+    EXPECT_EQ(nameIn("12 ("), "");
+    EXPECT_EQ(nameIn("12"), "");
+    Record record;
+    record.pid = 5;
+    for (const char* text : {"", "  ", "(x) 12", "garbage", "-"})
+        EXPECT_FALSE(readStatText(text, &record)) << text;
+    EXPECT_EQ(record.pid, 5);
+}
+
+TEST(StatusText, FirstWordIsSkippedAndTheRestReadWordByWord) {
+    Record record;
+    RunningMemory memory;
+    readStatusText("PPid: 7 Name: x PPid: 9 VmSize:\t 2048 kB VmRSS: 1024 kB", &record, &memory);
+    EXPECT_EQ(record.ppid, 9);
+    EXPECT_EQ(memory.VmSize, 2048);
+    EXPECT_EQ(memory.VmRSS, 1024);
+}
+
+TEST(StatusText, WithoutFiguresEverythingStays) {
+    Record record;
+    record.ppid = 3;
+    RunningMemory memory{11, 12};
+    for (const char* text : {"", "Name:", "Name:\tkthreadd\nPPid:", "Name: x PPid: y VmSize: z VmRSS: -"})
+        readStatusText(text, &record, &memory);
+    EXPECT_EQ(record.ppid, 3);
+    EXPECT_EQ(memory.VmSize, 11);
+    EXPECT_EQ(memory.VmRSS, 12);
+}
+
+TEST(StatusText, FiguresPast32BitsAreKeptAndAbsurdOnesHurtNothing) {
+    Record record;
+    RunningMemory memory;
+    readStatusText("Name: x VmSize: 8589934592 kB VmRSS: 4294967296 kB", &record, &memory);
+    EXPECT_EQ(memory.VmSize - memory.VmRSS, 4294967296);
+    readStatusText(
+        "Name: x PPid: 99999999999999999999 VmSize: 99999999999999999999 VmRSS: -99999999999999999999",
+        &record, &memory);
+    EXPECT_EQ(record.ppid, std::numeric_limits<std::int32_t>::max());
+    EXPECT_GT(memory.VmSize - memory.VmRSS, 0);
+}
+
+TEST(Census, ReadsEveryProcessOfATreeAndNothingElse) {
+    const SystemPaths before = systemPaths();
+    systemPaths().proc = std::string(LUMETRA_FIXTURES) + "/census-small/proc";
+    EXPECT_EQ(countProcesses(), 6U);
+    const auto census = takeCensus(6);
+    systemPaths() = before;
+    ASSERT_TRUE(census);
+    const auto records = byPid(*census);
+    ASSERT_EQ(records.size(), 6U);
+    const Record& java = records.at(20);
+    EXPECT_EQ(java.name, "java");
+    EXPECT_EQ(java.ppid, 1);
+    EXPECT_EQ(java.numFDs, 42);
+    EXPECT_EQ(java.vmsize, 6144);
+    EXPECT_EQ(java.vmrss, 210);
+    EXPECT_EQ(java.swap, 5934);
+    EXPECT_EQ(records.at(30).name, "tool");
+    EXPECT_EQ(records.at(30).vmrss, 1) << "megabytes are truncated";
+    EXPECT_EQ(records.at(31).numFDs, 0) << "no descriptor directory";
+    EXPECT_EQ(census->totalNumFDs, 9 + 42 + 11 + 5 + 0 + 6);
+}
+
+TEST(Census, ProcessWithThreeOpenDescriptorsCountsFive) {
+    ProcessTree tree;
+    tree.add("7", {statOf(7, "x"), statusOf("x", 1), 3});
+    ASSERT_EQ(takeCensus(1)->records.size(), 1U);
+    EXPECT_EQ(takeCensus(1)->records[0].numFDs, 5);
+}
+
+TEST(Census, RunningProcessWithThreeOpenDescriptorsCountsFive) {
+    WaitingChild child([] {
+        for (int fd = 3; fd < 1024; ++fd)
+            ::close(fd);
+    });
+    ProcessTree tree;
+    tree.adopt(child.pid());
+    ASSERT_EQ(takeCensus(1)->records.size(), 1U);
+    EXPECT_EQ(takeCensus(1)->records[0].numFDs, 5);
+}
+
+TEST(Census, KernelThreadListedRightAfterAProcessOfOneGigabyteShowsThatProcessesFigures) {
+    ProcessTree tree;
+    tree.add("101", {});
+    tree.add("102", {});
+    const auto order = tree.order();
+    tree.add(order[0], {statOf(101, "big"), statusOf("big", 1, 1048576, 524288), 0});
+    tree.add(order[1], {statOf(102, "kthreadd"), statusOf("kthreadd", 0), 0});
+    const auto census = takeCensus(2);
+    ASSERT_EQ(census->records.size(), 2U);
+    const Record& thread = census->records[1];
+    EXPECT_EQ(thread.name, "kthreadd");
+    EXPECT_EQ(thread.ppid, 0);
+    EXPECT_EQ(thread.vmsize, 1024);
+    EXPECT_EQ(thread.vmrss, 512);
+    EXPECT_EQ(thread.swap, 512);
+}
+
+TEST(Census, ProcessThatVanishesAtAnyStepIsMarkedOrInheritsItsPredecessorsFigures) {
+    ProcessTree tree;
+    for (int entry = 1; entry <= 6; ++entry)
+        tree.add(std::to_string(entry), {});
+    const auto order = tree.order();
+    const std::string big = statusOf("big", 9, 4096, 1024);
+    tree.add(order[0], {statOf(1, "big"), big, 1});
+    tree.add(order[1], {"", statusOf("nostat", 9, 8192, 8192), 2});
+    tree.add(order[2], {statOf(3, "nostatus"), "", 4});
+    tree.add(order[3], {statOf(4, "nofd"), statusOf("nofd", 9, 2048, 2048), -1});
+    std::filesystem::remove(tree.path() + "/" + order[4]);
+    std::filesystem::create_symlink("nowhere", tree.path() + "/" + order[4]);
+    tree.add(order[5], {statOf(6, "last"), big, 0});
+    writeFile(tree.path() + "/" + order[5] + "/stat", "");
+    std::map<std::string, Record> found;
+    std::size_t marked = 0;
+    const auto census = takeCensus(6);
+    for (const Record& record : census->records) {
+        marked += record.pid == -1 ? 1U : 0U;
+        found[record.name.c_str()] = record;
+    }
+    EXPECT_EQ(found.size(), 4U);
+    EXPECT_EQ(marked, 3U) << "no stat file, no directory, a stat file without text";
+    EXPECT_EQ(found["nofd"].numFDs, 0);
+    EXPECT_EQ(found["nofd"].vmrss, 2);
+    EXPECT_EQ(found["nostatus"].numFDs, 6);
+    EXPECT_EQ(found["nostatus"].ppid, 0);
+    EXPECT_EQ(found["nostatus"].vmsize, 4);
+    EXPECT_EQ(found["nostatus"].vmrss, 1);
+    EXPECT_EQ(found["nostatus"].swap, 3);
+}
+
+TEST(Census, SwapFigureOfAMarkedRecordIsInheritedAndItsOtherFiguresAreZero) {
+    ProcessTree tree;
+    tree.add("1", {});
+    tree.add("2", {});
+    const auto order = tree.order();
+    tree.add(order[0], {statOf(1, "big"), statusOf("big", 1, 6144, 1024), 3});
+    const auto census = takeCensus(2);
+    const Record& gone = census->records[1];
+    EXPECT_EQ(gone.pid, -1);
+    EXPECT_EQ(gone.swap, 5);
+    EXPECT_EQ(gone.vmsize + gone.vmrss + gone.numFDs, 0);
+}
+
+TEST(Census, ProcessesStartedBetweenThePassesAreLeftOutAndEndedOnesLeaveNoRecord) {
+    ProcessTree tree;
+    for (int pid = 1; pid <= 5; ++pid)
+        tree.add(std::to_string(pid), {statOf(pid, "x"), statusOf("x", 1), 0});
+    EXPECT_EQ(takeCensus(3)->records.size(), 3U);
+    EXPECT_EQ(takeCensus(50)->records.size(), 5U);
+    EXPECT_EQ(takeCensus(0)->records.size(), 0U);
+}
+
+TEST(Census, EntriesThatAreNoNumbersAreNoProcesses) {
+    ProcessTree tree;
+    for (const char* entry : {"self", "0", "00", "x12", "sys"})
+        tree.add(entry, {});
+    tree.add("12", {});
+    EXPECT_EQ(countProcesses(), 1U);
+}
+
+TEST(Census, MissingProcessDirectoryIsTold) {
+    ProcessTree tree;
+    systemPaths().proc = tree.path() + "/none";
+    EXPECT_FALSE(countProcesses());
+    EXPECT_FALSE(takeCensus(10));
+}
+
+TEST(Census, HostileFilesInAProcessDirectoryAreReadAsText) {
+    ProcessTree tree;
+    tree.add("5", {statOf(5, "x"), std::string(100000, '\0') + " PPid: 4", -1});
+    ASSERT_EQ(::mkfifo((tree.path() + "/5/fd").c_str(), 0600), 0);
+    EXPECT_EQ(takeCensus(1)->records[0].ppid, 4);
+    EXPECT_EQ(takeCensus(1)->records[0].numFDs, 0);
+    tree.add("6", {"", "", 0});
+    std::filesystem::create_directory(tree.path() + "/6/stat");
+    EXPECT_EQ(byPid(*takeCensus(2)).count(-1), 1U);
+}
+
+TEST(Census, DescriptorDirectoriesOfOthersThatAnUnprivilegedUserCannotReadCountZeroForThoseAlone) {
+    if (::getuid() != 0)
+        GTEST_SKIP() << "becoming another user needs root";
+    WaitingChild other([] {});
+    const pid_t observer = ::fork();
+    if (observer == 0) {
+        if (::setgid(65534) != 0 || ::setuid(65534) != 0)
+            ::_exit(10);
+        ::prctl(PR_SET_DUMPABLE, 1); // else its own directories would belong to root
+        const auto census = takeCensus(countProcesses().value_or(0));
+        if (!census)
+            ::_exit(11);
+        auto records = byPid(*census);
+        const bool seen = records.count(other.pid()) == 1 && records.count(::getpid()) == 1;
+        if (!seen || records[other.pid()].numFDs != 0 || records[other.pid()].ppid != ::getppid())
+            ::_exit(12);
+        ::_exit(records[::getpid()].numFDs >= 5 ? 0 : 13);
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(observer, &status, 0), observer);
+    EXPECT_EQ(status, 0);
+}
+
+/// What ps says of one process.
+struct PsRow {
+    int ppid = 0;
+    long rss = 0;
+    std::string name;
+};
+
+std::map<int, PsRow> runPs() {
+    auto ps = ChildProcess::start({"/usr/bin/ps", {"ps", "-eo", "pid,ppid,rss,comm"}, {"LC_ALL=C"}, true});
+    std::map<int, PsRow> rows;
+    if (!ps)
+        return rows;
+    std::istringstream lines(ps->takeOutput(ChildProcess::Clock::now() + std::chrono::seconds(10), 1 << 22));
+    std::string line;
+    std::getline(lines, line);
+    while (std::getline(lines, line)) {
+        std::istringstream words(line);
+        int pid = 0;
+        PsRow row;
+        words >> pid >> row.ppid >> row.rss >> std::ws;
+        std::getline(words, row.name);
+        if (pid != ps->pid())
+            rows[pid] = row;
+    }
+    return rows;
+}
+
+/// What the census and ps say differently of the processes that both saw; "few" when these are too few.
+std::string disagreement(const Census& census, const std::map<int, PsRow>& rows) {
+    std::vector<Record> common;
+    std::map<int, int> children;
+    for (const Record& record : census.records) {
+        if (rows.contains(record.pid)) {
+            common.push_back(record);
+            ++children[rows.at(record.pid).ppid];
+        }
+    }
+    calculateimmediatechildren(sizeOf(common), common.data());
+    std::ostringstream differences;
+    for (const Record& record : common) {
+        const PsRow& row = rows.at(record.pid);
+        // The kernel gives resident sizes with a small error, differently in its different files.
+        const bool rssAgrees = row.rss == 0 || std::abs(record.vmrss - row.rss / 1024) <= 2;
+        if (record.ppid != row.ppid || !rssAgrees || record.immediatechildren != children[record.pid] ||
+            record.name.view() != row.name.substr(0, row.name.find_first_of(" )")))
+            differences << record.pid << " " << record.name.c_str() << " " << record.ppid << " "
+                        << record.vmrss << " " << record.immediatechildren << "\n";
+    }
+    return common.size() < 2 ? "few" : differences.str();
+}
+
+TEST(Census, AgreesWithPsOnNamesParentsResidentSizesAndChildCounts) {
+    if (!std::filesystem::exists("/usr/bin/ps"))
+        GTEST_SKIP() << "ps is not installed";
+    std::string differences = "not tried";
+    for (int attempt = 0; attempt < 20 && !differences.empty(); ++attempt) {
+        const auto census = takeCensus(countProcesses().value_or(0));
+        ASSERT_TRUE(census);
+        differences = disagreement(*census, runPs());
+    }
+    EXPECT_EQ(differences, "");
+}
+
+TEST(Census, ThirtyThousandProcessesAreReadWithinFiveSeconds) {
+    TemporaryDirectory kinds;
+    for (int kind = 0; kind < 2; ++kind) {
+        const std::string root = kinds.path(std::to_string(kind));
+        std::filesystem::create_directories(root + "/fd");
+        writeFile(root + "/stat", statOf(kind + 1, "kind"));
+        writeFile(root + "/status", statusOf("kind", 1, 2048, 1024));
+        for (int fd = 0; fd < 3; ++fd)
+            writeFile(root + "/fd/" + std::to_string(fd), "");
+    }
+    ProcessTree tree;
+    for (int pid = 1; pid <= 30000; ++pid)
+        tree.link(std::to_string(pid), kinds.path(std::to_string(pid % 2)));
+    std::optional<Census> census;
+    const double seconds = secondsOf([&] { census = takeCensus(countProcesses().value_or(0)); });
+    EXPECT_LT(seconds, 5.0);
+    EXPECT_EQ(census->records.size(), 30000U);
+    EXPECT_EQ(census->totalNumFDs, 150000);
+    RecordProperty("seconds", std::to_string(seconds));
+}
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool sanitized = true;
+#else
+constexpr bool sanitized = false;
+#endif
+
+constexpr int crowd = 30000;
+constexpr int notAllowed = 77;
+
+int idle(void*) {
+    for (;;)
+        ::pause();
+}
+
+/// First process of a process namespace of its own: fills it with processes that share its memory, and takes
+/// a census. The namespace goes with it.
+int censusOfACrowd(void*) {
+    if (::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount("proc", "/proc", "proc", 0, nullptr) != 0)
+        return notAllowed;
+    constexpr std::size_t stackSize = 1024;
+    std::vector<char> stacks(stackSize * crowd + 16);
+    for (std::size_t i = 1; i <= crowd; ++i) {
+        const int shared = CLONE_VM | CLONE_FS | CLONE_FILES | SIGCHLD;
+        if (::clone(idle, stacks.data() + i * stackSize, shared, nullptr) < 0)
+            return notAllowed;
+    }
+    std::optional<Census> census;
+    const double seconds = secondsOf([&] {
+        census = takeCensus(countProcesses().value_or(0));
+        if (census)
+            calculateimmediatechildren(sizeOf(census->records), census->records.data());
+    });
+    if (!census || census->records.size() != crowd + 1 || byPid(*census)[1].immediatechildren != crowd)
+        return 1;
+    return seconds < 10.0 ? 0 : 2;
+}
+
+TEST(Census, OfThirtyThousandRunningProcessesTakesUnderTenSeconds) {
+    if (sanitized)
+        GTEST_SKIP() << "thirty thousand processes that share one memory are too much for a sanitizer";
+    std::vector<char> stack(std::size_t{1} << 20);
+    const int flags = CLONE_NEWPID | CLONE_NEWNS | SIGCHLD;
+    const pid_t first = ::clone(censusOfACrowd, stack.data() + stack.size(), flags, nullptr);
+    if (first < 0)
+        GTEST_SKIP() << "a process namespace needs root";
+    int status = -1;
+    ASSERT_EQ(::waitpid(first, &status, 0), first);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == notAllowed)
+        GTEST_SKIP() << "this machine does not allow so many processes";
+    EXPECT_EQ(status, 0);
+}
+
+TEST(Comparators, OrderDescendingByTheirOwnMeasure) {
+    struct Case {
+        int (*compare)(const Record&, const Record&);
+        std::int32_t Record::*measure;
+    };
+    const Case cases[] = {{comparevmsize, &Record::vmsize},
+                          {comparevmrss, &Record::vmrss},
+                          {comparenumFDs, &Record::numFDs},
+                          {compareswap, &Record::swap},
+                          {compareimmediatechildren, &Record::immediatechildren},
+                          {comparenumchildren, &Record::numchildren}};
+    for (const Case& one : cases) {
+        Record larger;
+        Record smaller;
+        EXPECT_EQ(one.compare(larger, smaller), 0);
+        larger.*one.measure = std::numeric_limits<std::int32_t>::max();
+        smaller.*one.measure = std::numeric_limits<std::int32_t>::min();
+        EXPECT_EQ(one.compare(larger, smaller), -1);
+        EXPECT_EQ(one.compare(smaller, larger), 1);
+        for (const Case& other : cases)
+            EXPECT_EQ(other.compare(larger, smaller), other.measure == one.measure ? -1 : 0);
+    }
+}
+
+TEST(ImmediateChildren, AreThoseOfTheWrittenDefinitionAddedToTheCountThatIsThere) {
+    for (unsigned seed = 1; seed <= 20; ++seed) {
+        std::vector<Record> fast = randomCensus(200, seed);
+        std::vector<Record> plain = fast;
+        for (Record& parent : plain) {
+            for (const Record& child : plain)
+                parent.immediatechildren += child.ppid == parent.pid ? 1 : 0;
+        }
+        calculateimmediatechildren(sizeOf(fast), fast.data());
+        for (std::size_t i = 0; i < fast.size(); ++i)
+            ASSERT_EQ(fast[i].immediatechildren, plain[i].immediatechildren) << seed << " " << i;
+    }
+}
+
+TEST(ImmediateChildren, OfItselfCountsToo) {
+    auto records = censusOf({{0, 0}, {1, 0}, {5, 5}, {-1, 0}, {-1, -1}});
+    calculateimmediatechildren(sizeOf(records), records.data());
+    EXPECT_EQ(records[0].immediatechildren, 3);
+    EXPECT_EQ(records[2].immediatechildren, 1);
+    EXPECT_EQ(records[3].immediatechildren, 1);
+    EXPECT_EQ(records[4].immediatechildren, 1);
+}
+
+TEST(ImmediateChildren, OfNoRecordsIsNothing) {
+    calculateimmediatechildren(0, nullptr);
+    calculateimmediatechildren(-1, nullptr);
+    calculatepenultimatechildren(0, nullptr);
+    calculatepenultimatechildren(-1, nullptr);
+    showtop(0, nullptr);
+}
+
+TEST(ImmediateChildren, OfThirtyThousandRecordsTakeUnderASecondWhateverTheirShape) {
+    std::mt19937 random(1);
+    for (int shape = 0; shape < 3; ++shape) {
+        std::vector<Record> records(30000);
+        for (std::int32_t i = 0; i < 30000; ++i) {
+            Record& record = records[static_cast<std::size_t>(i)];
+            record.pid = shape == 2 ? 7 : i + 1;
+            record.ppid = shape == 0 ? i : shape == 1 ? 1 : 7;
+        }
+        EXPECT_LT(secondsOf([&] { calculateimmediatechildren(sizeOf(records), records.data()); }), 1.0)
+            << shape;
+    }
+}
+
+TEST(Families, EveryChildIsStoredOnceAndKnowsItsParent) {
+    CapturedLog log;
+    auto records = censusOf({{1, 0}, {2, 1}, {3, 1}, {4, 3}, {5, 4}, {6, 77}});
+    calculatepenultimatechildren(sizeOf(records), records.data());
+    EXPECT_EQ(log.text(), "i 0 allocing 2 pointers\ni 1 allocing 0 pointers\ni 2 allocing 1 pointers\n"
+                          "i 3 allocing 1 pointers\ni 4 allocing 0 pointers\ni 5 allocing 0 pointers\n");
+    const std::set<Record*> children(records[0].children.begin(), records[0].children.end());
+    EXPECT_EQ(children, (std::set<Record*>{&records[1], &records[2]}));
+    EXPECT_EQ(records[3].parent, &records[2]);
+    EXPECT_EQ(records[0].parent, nullptr);
+    EXPECT_EQ(records[5].parent, nullptr);
+    const std::vector<std::int32_t> expected{4, 0, 2, 1, 0, 0};
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        EXPECT_EQ(records[i].numchildren, expected[i]) << i;
+        EXPECT_EQ(calci(records[i]), expected[i]) << i;
+    }
+}
+
+TEST(Families, DescendantsThatAreCountedAlreadyStay) {
+    CapturedLog log;
+    auto records = censusOf({{1, 0}, {2, 1}, {3, 2}});
+    records[0].numchildren = 9;
+    calculatepenultimatechildren(sizeOf(records), records.data());
+    EXPECT_EQ(records[0].numchildren, 9);
+    EXPECT_EQ(records[1].numchildren, 1);
+}
+
+TEST(Families, CountsThatWereThereAreAddedToAndReachNoChildBeyondTheTable) {
+    CapturedLog log;
+    auto records = censusOf({{1, 0}, {2, 1}});
+    records[0].immediatechildren = 100;
+    calculatepenultimatechildren(sizeOf(records), records.data());
+    EXPECT_EQ(records[0].immediatechildren, 101);
+    EXPECT_EQ(records[0].children.size, 1);
+    EXPECT_EQ(records[0].numchildren, 101);
+}
+
+TEST(Families, CirclesOfParentsAndSelfParentsEnd) {
+    CapturedLog log;
+    auto records = censusOf({{1, 1}, {2, 3}, {3, 4}, {4, 2}, {5, 4}, {6, 5}});
+    calculatepenultimatechildren(sizeOf(records), records.data());
+    EXPECT_EQ(records[0].numchildren, 1);
+    EXPECT_EQ(records[1].numchildren, 5) << "three of the circle, and two below it";
+    EXPECT_EQ(records[3].numchildren, 5);
+    EXPECT_EQ(records[4].numchildren, 1);
+}
+
+TEST(Families, ChainOfThirtyThousandEndsWithoutDeepRecursion) {
+    CapturedLog log;
+    std::vector<Record> records(30000);
+    for (std::int32_t i = 0; i < 30000; ++i) {
+        records[static_cast<std::size_t>(i)].pid = i + 1;
+        records[static_cast<std::size_t>(i)].ppid = i;
+    }
+    EXPECT_LT(secondsOf([&] { calculatepenultimatechildren(sizeOf(records), records.data()); }), 5.0);
+    EXPECT_EQ(records.front().numchildren, 29999);
+    EXPECT_EQ(records.back().numchildren, 0);
+    EXPECT_EQ(calci(records.front()), 29999);
+}
+
+TEST(Families, OfRecordsThatShareOnePidTakeNoQuadraticTime) {
+    CapturedLog log;
+    auto records = std::vector<Record>(20000);
+    EXPECT_LT(secondsOf([&] { calculateimmediatechildren(sizeOf(records), records.data()); }), 1.0);
+    EXPECT_EQ(records[0].immediatechildren, 20000);
+}
+
+TEST(Showtop, ListsEveryRecordWithAPid) {
+    CapturedLog log;
+    std::vector<Record> records(3);
+    records[0].name.assign("first");
+    records[1].pid = -1;
+    records[2].name.assign("last");
+    records[2].pid = 4;
+    records[2].ppid = 5;
+    records[2].numFDs = 6;
+    records[2].vmsize = 7;
+    records[2].vmrss = 8;
+    records[2].swap = 9;
+    records[2].numchildren = 10;
+    showtop(3, records.data());
+    EXPECT_EQ(log.text(), "0 (first) PID 0 ppid 0 #FDs 0 vmsize 0 vmrss 0 swap 0 #chil 0\n"
+                          "2 (last) PID 4 ppid 5 #FDs 6 vmsize 7 vmrss 8 swap 9 #chil 10\n");
+}
+
+} // namespace
+} // namespace obrin

@@ -1,0 +1,145 @@
+#include "prediction/predictor.h"
+
+#include "acquisition/circularBuffers.h"
+#include "agent/agentState.h"
+#include "prediction/exhaustion.h"
+#include "tests/support/recordingSink.h"
+#include "tests/support/temporaryDirectory.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <memory>
+#include <vector>
+
+namespace obrin {
+namespace {
+
+class Predictor : public testing::Test {
+protected:
+    Predictor() {
+        setInitialEventStates();
+        clasp.DataHomeDirectory = directory.path("");
+        clasp.MillisecondsPerSample = 10000;
+        clasp.MaxForecastHours = 48;
+        MutexLock lock(chainLock);
+        pResourceClasp = &clasp;
+    }
+    ~Predictor() override {
+        MutexLock lock(chainLock);
+        pResourceClasp = nullptr;
+    }
+
+    Link& add(const char* name, int slots = 1728) {
+        links.push_back(std::make_unique<Link>());
+        Link& link = *links.back();
+        link.ResourceType = 1;
+        link.Descriptor0 = name;
+        link.Descriptor1 = "_Total";
+        link.Descriptor2 = "counter";
+        link.Descriptor3 = "-2";
+        link.NameIs = name;
+        link.AnalyticalMethod = 1;
+        link.WindowSize = slots / 360.0;
+        link.pClasp = &clasp;
+        link.RID = static_cast<std::int32_t>(links.size());
+        (clasp.pLastLink == nullptr ? clasp.pFirstLink : clasp.pLastLink->pNextLink) = &link;
+        clasp.pLastLink = &link;
+        allocatecircularbuffers(&clasp);
+        return link;
+    }
+
+    static void fill(Link& link, int n, double from, double to, double start = 1700000000) {
+        for (int i = 0; i < n; ++i)
+            pushSample(link, start + 10.0 * i, from + (to - from) * i / (n - 1));
+        link.DataArray[0] = to;
+    }
+
+    std::size_t files() const {
+        return static_cast<std::size_t>(
+            std::distance(std::filesystem::directory_iterator(directory.path()), {}));
+    }
+
+    test::TemporaryDirectory directory;
+    test::CapturedLog log;
+    test::RecordingSink sink;
+    Clasp clasp;
+    std::vector<std::unique_ptr<Link>> links;
+};
+
+TEST_F(Predictor, ResourceWithoutAMethodAndTemplatesAreNeitherDiagnosedNorPredicted) {
+    Link& without = add("PercentSwapSpaceUsed");
+    without.AnalyticalMethod = 0;
+    Link& pattern = add("PercentProcessesUsed");
+    pattern.ResourceType = 2;
+    pattern.Descriptor3 = "-1";
+    fill(without, 300, 10, 20);
+    fill(pattern, 300, 10, 20);
+    EXPECT_EQ(predictor(&clasp), 1);
+    EXPECT_EQ(files(), 0U);
+    EXPECT_EQ(log.text(), "Alert if exhaustion between 0 and 48 hours (0.00 and 2.00 days):\n");
+}
+
+TEST_F(Predictor, AlertWindowComesFromTheForecastHours) {
+    clasp.MinForecastHours = 2;
+    clasp.MaxForecastHours = 1000000;
+    EXPECT_EQ(predictor(&clasp), 1);
+    EXPECT_EQ(InnerTolerance, 7200.0);
+    EXPECT_EQ(OuterTolerance, 3600000000.0);
+    EXPECT_NE(log.text().find("between 2 and 1000000 hours (0.08 and 41666.67 days):\n"), std::string::npos)
+        << log.text();
+}
+
+TEST_F(Predictor, EachAnalysedResourceIsLoggedAndGetsItsFiles) {
+    Link& link = add("Disk");
+    fill(link, 300, 10, 20);
+    EXPECT_EQ(predictor(&clasp), 1);
+    EXPECT_NE(log.text().find("\nDisk _Total counter: 300/1728 points Last Sample = 20.00\n"),
+              std::string::npos)
+        << log.text();
+    EXPECT_EQ(files(), 3U);
+}
+
+TEST_F(Predictor, ResourceWithoutSamplesIsPassedOver) {
+    add("Disk");
+    EXPECT_EQ(predictor(&clasp), 1);
+    EXPECT_EQ(log.text().find("Selected model"), std::string::npos);
+    Link& lost = add("Lost");
+    lost.BufferSize = 0; // a ring that found no memory
+    lost.ValueBuffer.reset();
+    lost.TimeBuffer.reset();
+    EXPECT_EQ(predictor(&clasp), 1);
+}
+
+TEST_F(Predictor, SamplesOfExactlyMinusOneAreLeftOut) {
+    Link& link = add("Disk");
+    fill(link, 300, 30, 30);
+    for (std::uint32_t i = 0; i < 300; i += 3)
+        link.ValueBuffer[i] = -1.0;
+    EXPECT_EQ(predictor(&clasp), 1);
+    const std::string samples = test::readFile(directory.path("Disk_TotalBMSMP.gnp"));
+    EXPECT_EQ(std::count(samples.begin(), samples.end(), '\n'), 200);
+    EXPECT_EQ(samples.find("-1.0"), std::string::npos);
+    EXPECT_TRUE(samples.starts_with("0.000000 30.000000 \n10.000000 30.000000 \n30.000000 "))
+        << samples.substr(0, 80);
+}
+
+TEST_F(Predictor, WrappedRingIsReadOldestFirst) {
+    Link& link = add("Disk", 250);
+    fill(link, 400, 10, 50);
+    EXPECT_EQ(predictor(&clasp), 1);
+    const std::string samples = test::readFile(directory.path("Disk_TotalBMSMP.gnp"));
+    EXPECT_EQ(std::count(samples.begin(), samples.end(), '\n'), 250);
+    EXPECT_TRUE(samples.starts_with("0.000000 25.03")) << samples.substr(0, 40);
+    EXPECT_TRUE(samples.ends_with("2490.000000 50.000000 \n")) << samples.substr(samples.size() - 40);
+}
+
+TEST_F(Predictor, ChainIsListedOneLineALink) {
+    add("One").DataArray[0] = 1.5;
+    add("Two");
+    EXPECT_EQ(PDisplayChain(&clasp), 1);
+    EXPECT_EQ(log.text(), "Chain: \nOne _Total counter One 1 1.50\nTwo _Total counter Two 2 0.00\n");
+}
+
+} // namespace
+} // namespace obrin
