@@ -320,12 +320,16 @@ std::map<int, PsRow> runPs() {
     return rows;
 }
 
-/// What the census and ps say differently of the processes that both saw; "few" when these are too few.
-std::string disagreement(const Census& census, const std::map<int, PsRow>& rows) {
+/// What the census and ps say differently of the processes that stayed the same from before ps to after it;
+/// "few" when these are too few.
+std::string disagreement(const Census& census, const std::map<int, PsRow>& rows, const Census& after) {
+    const auto later = byPid(after);
     std::vector<Record> common;
     std::map<int, int> children;
     for (const Record& record : census.records) {
-        if (rows.contains(record.pid)) {
+        const auto same = later.find(record.pid);
+        if (rows.contains(record.pid) && same != later.end() && same->second.ppid == record.ppid &&
+            same->second.vmrss == record.vmrss && same->second.name == record.name) {
             common.push_back(record);
             ++children[rows.at(record.pid).ppid];
         }
@@ -351,7 +355,10 @@ TEST(Census, AgreesWithPsOnNamesParentsResidentSizesAndChildCounts) {
     for (int attempt = 0; attempt < 20 && !differences.empty(); ++attempt) {
         const auto census = takeCensus(countProcesses().value_or(0));
         ASSERT_TRUE(census);
-        differences = disagreement(*census, runPs());
+        const auto rows = runPs();
+        const auto after = takeCensus(countProcesses().value_or(0));
+        ASSERT_TRUE(after);
+        differences = disagreement(*census, rows, *after);
     }
     EXPECT_EQ(differences, "");
 }

@@ -366,7 +366,8 @@ class B5_LongRuns(MachineTest):
         at = "/dev/shm" if os.access("/dev/shm", os.W_OK) else "/tmp"
         home = self.home(inputs=FEW + (DISK_SPACE,), period=100, at=at)
         home.stub_df(HEADING + "/dev/a 100 50 50 50% /\n")
-        result = self.run_agent(home, "--cycles", 500, "--levels", timeout=110)
+        # By half of them every model has been fitted once and its work arrays are there.
+        result = self.run_agent(home, "--cycles", 1200, "--levels", timeout=110)
         self.assert_flat(result, 9)
 
     def assert_flat(self, result, levels):

@@ -1,19 +1,26 @@
 package com.quorin.sysmgt.tavl.LumetraAgent;
 
 import java.io.PrintStream;
+import java.time.Duration;
+import java.time.Instant;
 import java.time.LocalDateTime;
+import java.time.ZoneId;
 import java.time.format.DateTimeFormatter;
+import java.util.List;
 import java.util.Locale;
 import java.util.concurrent.atomic.AtomicLong;
 import java.util.concurrent.atomic.AtomicReference;
 import java.util.function.Supplier;
+import java.util.function.UnaryOperator;
 
 /**
  * Where the agent's events arrive: six static methods that the native library calls by name and signature, on
  * the class of the object that was given to {@link ExecPrediction#research_main}.
  *
- * <p>Every event becomes one line of output and is accepted. All methods may be called from any thread, and
- * none throws: an event that cannot be shown is refused by returning false.
+ * <p>Every event becomes one line of output and is accepted, and one line of JSON in the file that
+ * {@link #recordTo} names. All methods may be called from any thread, and none throws: an event that cannot
+ * be shown is refused by returning false. One that cannot be recorded is accepted all the same, as the disk
+ * that is running out may be the one that holds the file.
  */
 public final class AgentEvents {
 
@@ -22,8 +29,13 @@ public final class AgentEvents {
      */
     public static final String FATAL = "fatal";
 
+    /** So many culprits stand in the line of output; the file of events has them all. */
+    private static final int SHOWN_CULPRITS = 3;
+
     private static final DateTimeFormatter CLOCK =
             DateTimeFormatter.ofPattern("uuuu-MM-dd HH:mm:ss", Locale.ROOT);
+    private static final DateTimeFormatter ISO =
+            DateTimeFormatter.ofPattern("uuuu-MM-dd'T'HH:mm:ss.SSSXXX", Locale.ROOT);
 
     /** The last forecast that was announced: when, and how far away the exhaustion was. */
     private record Announced(long epochSeconds, double secondsToExhaustion) {}
@@ -32,6 +44,7 @@ public final class AgentEvents {
     private static final AtomicReference<Announced> PREVIOUS = new AtomicReference<>(NONE);
     private static final AtomicLong FATAL_COUNT = new AtomicLong();
     private static final AtomicReference<PrintStream> OUTPUT = new AtomicReference<>(System.out);
+    private static final AtomicReference<EventFile> RECORD = new AtomicReference<>();
 
     /** Creates an events object; all of them share one state, as the callbacks are static. */
     public AgentEvents() {
@@ -53,8 +66,10 @@ public final class AgentEvents {
             String timeText, double seconds, String name, String instance, String culprit) {
         if (FATAL.equals(timeText)) {
             FATAL_COUNT.incrementAndGet();
+            record(FATAL, event -> event.text("message", name));
             return show(() -> "FATAL     " + Words.printable(name));
         }
+        record("exhaustion", event -> describeExhaustion(event, timeText, seconds, name, instance, culprit));
         boolean shown = show(() -> exhaustionLine(timeText, seconds, name, instance, culprit));
         if (shown) {
             PREVIOUS.set(new Announced(System.currentTimeMillis() / 1000, seconds));
@@ -71,6 +86,7 @@ public final class AgentEvents {
      * @return true: the event is accepted
      */
     public static boolean sendUpperToleranceEvent(String name, String instance, double limit) {
+        record("upperTolerance", event -> describeTolerance(event, name, instance, limit));
         return show(() -> toleranceLine(name, instance, limit));
     }
 
@@ -83,6 +99,7 @@ public final class AgentEvents {
      * @return true: the event is accepted
      */
     public static boolean sendInnerToleranceEvent(String name, String instance, double limit) {
+        record("innerTolerance", event -> describeTolerance(event, name, instance, limit));
         return show(() -> toleranceLine(name, instance, limit));
     }
 
@@ -123,22 +140,53 @@ public final class AgentEvents {
     }
 
     /**
-     * Sends the lines of events elsewhere and forgets what was announced before.
+     * Records every event from now on. A first event is put into words here and thrown away, so that all
+     * classes are loaded before a machine runs out of descriptors.
+     *
+     * @param file where each event becomes a line; null records none
+     */
+    static void recordTo(EventFile file) {
+        RECORD.set(file);
+        Words.printable(exhaustionLine("soon", 1.0, "", "", " warm(1)1"));
+        describeExhaustion(new JsonObject(), "soon", 1.0, "", "", " warm(1)1").toString();
+        stamped("exhaustion").toString();
+    }
+
+    /**
+     * Sends the lines of events elsewhere, records none and forgets what was announced before.
      *
      * @param stream where the lines go from now on
      */
     static void reset(PrintStream stream) {
         OUTPUT.set(stream);
+        RECORD.set(null);
         PREVIOUS.set(NONE);
         FATAL_COUNT.set(0);
     }
 
     private static String exhaustionLine(
             String timeText, double seconds, String name, String instance, String culprit) {
-        String line = String.format(Locale.ROOT, "FORECAST  %s will be exhausted in %s (%.0f s)",
-                resource(name, instance), Words.printable(timeText), seconds);
-        String by = Words.printable(culprit).strip();
+        String line = "FORECAST  " + resource(name, instance) + " will be exhausted in "
+                + timeToGo(timeText, seconds);
+        String by = culprits(culprit);
         return by.isEmpty() ? line : line + "; largest users: " + by;
+    }
+
+    /** The library's own words have every unit down to the second, also for a week; a person needs fewer. */
+    private static String timeToGo(String timeText, double seconds) {
+        boolean known = seconds > 0 && seconds < Integer.MAX_VALUE;
+        return known ? Words.ofDuration(Duration.ofMillis(Math.round(seconds * 1000)))
+                : timeText == null ? "an unknown time" : Words.printable(timeText);
+    }
+
+    private static String culprits(String text) {
+        List<Culprit> all = Culprit.parse(text);
+        if (all.isEmpty()) {
+            return Words.printable(text).strip();
+        }
+        String shown = String.join(", ", all.stream().limit(SHOWN_CULPRITS).map(Culprit::inWords).toList());
+        int rest = all.size() - SHOWN_CULPRITS;
+        return rest > 0 ? shown + " and " + rest + " more" : shown;
     }
 
     private static String toleranceLine(String name, String instance, double limit) {
@@ -148,8 +196,48 @@ public final class AgentEvents {
 
     private static String resource(String name, String instance) {
         String who = name == null ? "a resource without a name" : Words.printable(name);
-        boolean named = instance != null && !instance.isEmpty() && !instance.equals("Null");
-        return named ? who + " [" + Words.printable(instance) + "]" : who;
+        String where = present(instance);
+        return where == null || where.isEmpty() ? who : who + " [" + Words.printable(where) + "]";
+    }
+
+    /** The instance, or null for the word that the library sends in the place of none. */
+    private static String present(String instance) {
+        return "Null".equals(instance) ? null : instance;
+    }
+
+    private static JsonObject describeExhaustion(JsonObject event, String timeText, double seconds,
+            String name, String instance, String culprit) {
+        List<JsonObject> culprits = Culprit.parse(culprit).stream()
+                .map(c -> new JsonObject()
+                        .text("name", c.name()).whole("pid", c.pid()).whole("value", c.value()))
+                .toList();
+        return event.text("resource", name).text("instance", present(instance))
+                .number("secondsToExhaustion", seconds).text("timeToExhaustion", timeText)
+                .objects("culprits", culprits).text("culpritText", culprit);
+    }
+
+    private static JsonObject describeTolerance(
+            JsonObject event, String name, String instance, double limit) {
+        return event.text("resource", name).text("instance", present(instance)).number("limit", limit);
+    }
+
+    private static JsonObject stamped(String type) {
+        Instant now = Instant.now();
+        return new JsonObject().text("time", ISO.format(now.atZone(ZoneId.systemDefault())))
+                .whole("epochSeconds", now.getEpochSecond()).text("type", type);
+    }
+
+    /** Whatever goes wrong here leaves the event as it is: shown and accepted. */
+    private static void record(String type, UnaryOperator<JsonObject> describe) {
+        EventFile file = RECORD.get();
+        if (file == null) {
+            return;
+        }
+        try {
+            file.append(describe.apply(stamped(type)).toString());
+        } catch (Exception | StackOverflowError | OutOfMemoryError e) {
+            // nothing to clean up: the file keeps whole lines only
+        }
     }
 
     /** The native caller cannot use an exception, so whatever goes wrong here is a refused event. */

@@ -112,6 +112,7 @@ public final class AgentMain implements Callable<Integer> {
             System.err.println(Words.printable(e.getMessage()));
             return FAILED;
         }
+        AgentEvents.recordTo(new EventFile(Path.of("..", "log", "events.jsonl"), EventFile.TEN_MEGABYTES));
         Optional<AgentConfiguration> read = AgentConfiguration.read(Path.of(config));
         read.ifPresent(c -> monitor =
                 new AgentMonitor(c, MachineCapacities::ofThisMachine, out, System.nanoTime()));

@@ -5,19 +5,31 @@ import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.io.ByteArrayOutputStream;
+import java.io.IOException;
 import java.io.PrintStream;
 import java.lang.invoke.MethodType;
 import java.lang.reflect.Method;
 import java.lang.reflect.Modifier;
 import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.time.OffsetDateTime;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.Map;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
 import org.junit.jupiter.api.AfterEach;
 import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
 
 class AgentEventsTest {
+
+    private static final String STAMP = "^\\{\"time\":\"[^\"]*\",\"epochSeconds\":\\d+,";
+
+    @TempDir
+    private Path directory;
 
     private final ByteArrayOutputStream output = new ByteArrayOutputStream();
 
@@ -73,9 +85,27 @@ class AgentEventsTest {
         assertTrue(AgentEvents.sendEvent(
                 "0 day(s) 3 hr(s) 0 min(s) and 0 sec(s)", 10800.4, "Swap", "_Total", "java 12"));
         assertEquals(
-                List.of("FORECAST  Swap [_Total] will be exhausted in 0 day(s) 3 hr(s) 0 min(s) and 0 sec(s) "
-                        + "(10800 s); largest users: java 12"),
+                List.of("FORECAST  Swap [_Total] will be exhausted in 3 h; largest users: java 12"), lines());
+    }
+
+    @Test
+    void culpritsAreShownAsNamesWithTheirNumbersTheFirstThreeOnly() {
+        AgentEvents.sendEvent("soon", 90.0, "Swap", "Null", " java(1234)210 sshd(901)3");
+        AgentEvents.sendEvent("soon", 7.2, "Swap", "_Total", " a(1)9 b(2)8 c(3)7 d(4)6 e(5)5");
+        assertEquals(List.of(
+                "FORECAST  Swap will be exhausted in 90 s; "
+                        + "largest users: java (pid 1234) 210, sshd (pid 901) 3",
+                "FORECAST  Swap [_Total] will be exhausted in 7 s; "
+                        + "largest users: a (pid 1) 9, b (pid 2) 8, c (pid 3) 7 and 2 more"),
                 lines());
+    }
+
+    @Test
+    void aTimeThatIsNoneIsShownInTheLibrarysWords() {
+        AgentEvents.sendEvent("- 0 day(s)", -5.0, "Swap", "_Total", null);
+        AgentEvents.sendEvent(null, Double.NaN, "Swap", "_Total", null);
+        assertEquals(List.of("FORECAST  Swap [_Total] will be exhausted in - 0 day(s)",
+                "FORECAST  Swap [_Total] will be exhausted in an unknown time"), lines());
     }
 
     @Test
@@ -103,8 +133,8 @@ class AgentEventsTest {
 
     @Test
     void aHostileNameStaysOnItsLine() {
-        AgentEvents.sendEvent("%s%n", 1.0, "a\nFATAL", "\u001b[2J%d", "x\r");
-        assertEquals(List.of("FORECAST  a\\nFATAL [\\x1b[2J%d] will be exhausted in %s%n (1 s); "
+        AgentEvents.sendEvent("%s%n", -1.0, "a\nFATAL", "\u001b[2J%d", "x\r");
+        assertEquals(List.of("FORECAST  a\\nFATAL [\\x1b[2J%d] will be exhausted in %s%n; "
                 + "largest users: x\\r"), lines());
     }
 
@@ -136,6 +166,78 @@ class AgentEventsTest {
         assertFalse(AgentEvents.sendEvent("soon", 5.0, "Swap", "_Total", ""));
         assertFalse(AgentEvents.sendUpperToleranceEvent("Swap", "_Total", 100.0));
         assertFalse(AgentEvents.sendInnerToleranceEvent("Swap", "_Total", 100.0));
+        assertEquals(0L, AgentEvents.getPrev_time());
+    }
+
+    /** Sends events into a file and returns its lines, each without its time. */
+    private List<String> recorded(Runnable events) throws IOException {
+        Path file = directory.resolve("events.jsonl");
+        AgentEvents.recordTo(new EventFile(file, EventFile.TEN_MEGABYTES));
+        events.run();
+        return Files.readAllLines(file).stream().map(line -> line.replaceFirst(STAMP, "{")).toList();
+    }
+
+    @Test
+    void everyKindOfEventIsRecordedAsOneLine() throws IOException {
+        List<String> lines = recorded(() -> {
+            AgentEvents.sendEvent("0 day(s)", 90.5, "Swap", "_Total", " java(12)210 sshd(9)3");
+            AgentEvents.sendUpperToleranceEvent("Space", "/dev/vda /", 100.0);
+            AgentEvents.sendInnerToleranceEvent("Space", "Null", 0.0);
+            AgentEvents.sendEvent("fatal", 0.0, "Call To predictor Failed", "Null", null);
+        });
+        assertEquals(List.of(
+                "{\"type\":\"exhaustion\",\"resource\":\"Swap\",\"instance\":\"_Total\","
+                        + "\"secondsToExhaustion\":90.5,\"timeToExhaustion\":\"0 day(s)\","
+                        + "\"culprits\":[{\"name\":\"java\",\"pid\":12,\"value\":210},"
+                        + "{\"name\":\"sshd\",\"pid\":9,\"value\":3}],"
+                        + "\"culpritText\":\" java(12)210 sshd(9)3\"}",
+                "{\"type\":\"upperTolerance\",\"resource\":\"Space\",\"instance\":\"/dev/vda /\","
+                        + "\"limit\":100.0}",
+                "{\"type\":\"innerTolerance\",\"resource\":\"Space\",\"instance\":null,\"limit\":0.0}",
+                "{\"type\":\"fatal\",\"message\":\"Call To predictor Failed\"}"), lines);
+    }
+
+    @Test
+    void aRecordCarriesTheTimeWithItsZoneAndInSeconds() throws IOException {
+        Path file = directory.resolve("events.jsonl");
+        AgentEvents.recordTo(new EventFile(file, EventFile.TEN_MEGABYTES));
+        AgentEvents.sendUpperToleranceEvent("Space", "/", 100.0);
+        Matcher stamp = Pattern.compile("\\{\"time\":\"([^\"]*)\",\"epochSeconds\":(\\d+),.*")
+                .matcher(Files.readString(file).strip());
+        assertTrue(stamp.matches());
+        long seconds = Long.parseLong(stamp.group(2));
+        assertEquals(seconds, OffsetDateTime.parse(stamp.group(1)).toEpochSecond());
+        assertTrue(Math.abs(System.currentTimeMillis() / 1000 - seconds) < 60);
+    }
+
+    @Test
+    void absentAndHostileTextsAreRecorded() throws IOException {
+        List<String> lines = recorded(() -> {
+            AgentEvents.sendEvent(null, Double.NaN, null, null, null);
+            AgentEvents.sendUpperToleranceEvent("a\n\"\ud800", "\u001b[2J", Double.POSITIVE_INFINITY);
+        });
+        assertEquals(List.of(
+                "{\"type\":\"exhaustion\",\"resource\":null,\"instance\":null,\"secondsToExhaustion\":null,"
+                        + "\"timeToExhaustion\":null,\"culprits\":[],\"culpritText\":null}",
+                "{\"type\":\"upperTolerance\",\"resource\":\"a\\n\\\"\\ud800\",\"instance\":\"\\u001b[2J\","
+                        + "\"limit\":null}"), lines);
+    }
+
+    @Test
+    void anEventThatCannotBeRecordedIsShownAndAccepted() {
+        AgentEvents.recordTo(new EventFile(directory.resolve("none/events.jsonl"), 1000));
+        assertTrue(AgentEvents.sendEvent("soon", 5.0, "Swap", "_Total", ""));
+        assertTrue(AgentEvents.sendUpperToleranceEvent("Swap", "_Total", 100.0));
+        assertTrue(AgentEvents.sendEvent("fatal", 0.0, "no", "Null", null));
+        assertEquals(3, lines().size());
+        assertEquals(5.0, AgentEvents.getPrev_tte());
+    }
+
+    @Test
+    void namingTheFileShowsAndRecordsNothing() {
+        AgentEvents.recordTo(new EventFile(directory.resolve("events.jsonl"), 1000));
+        assertEquals(List.of(), lines());
+        assertFalse(Files.exists(directory.resolve("events.jsonl")));
         assertEquals(0L, AgentEvents.getPrev_time());
     }
 
