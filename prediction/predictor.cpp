@@ -2,32 +2,47 @@
 
 #include "agent/debugLog.h"
 #include "prediction/exhaustion.h"
+#include "support/immortal.h"
+#include "support/textScanner.h"
 
-#include <limits>
 #include <vector>
 
 namespace obrin {
 
 double InnerTolerance = 0.0;
 double OuterTolerance = 0.0;
+std::int32_t NumOfSamples = 0;
+std::int32_t NumberOfValidDataPoints = 0;
+std::int32_t NumOfSlopes = 0;
+std::int32_t Index1 = 0;
+
+namespace {
+
+Immortal<std::vector<SampleRecord>> gathered;
+
+} // namespace
+
+std::vector<SampleRecord>& FirstPoint = *gathered;
 
 namespace {
 
 constexpr double secondsPerHour = 3600.0;
 constexpr double noSample = -1.0; ///< a buffered value that stands for none
 
-/// The valid samples of a ring, oldest first.
-std::vector<SampleRecord> gatherSamples(const Link& link) {
-    std::vector<SampleRecord> samples;
+/// Puts the valid samples of a ring into FirstPoint, oldest first.
+void gatherSamples(const Link& link) {
     const bool wrapped = link.SampleCount >= link.BufferSize;
     const std::uint32_t count = wrapped ? link.BufferSize : link.SampleCount;
-    samples.reserve(count);
+    FirstPoint.clear();
     for (std::uint32_t i = 0; i < count; ++i) {
         const std::uint32_t slot = wrapped ? (link.NextSlot + i) % link.BufferSize : i;
+        Index1 = clampToInt32(slot);
         if (link.ValueBuffer[slot] != noSample)
-            samples.push_back({link.TimeBuffer[slot], link.ValueBuffer[slot]});
+            FirstPoint.push_back({link.TimeBuffer[slot], link.ValueBuffer[slot]});
     }
-    return samples;
+    NumOfSamples = clampToInt32(link.SampleCount);
+    NumOfSlopes = clampToInt32(std::int64_t{NumOfSamples} * (NumOfSamples - 1) / 2);
+    NumberOfValidDataPoints = clampToInt32(static_cast<std::int64_t>(FirstPoint.size()));
 }
 
 bool isAnalysed(const Link& link) {
@@ -68,11 +83,10 @@ std::int32_t TestforImpendingOutage(Clasp* clasp) {
 }
 
 std::int32_t bestmodelObrin(Link* link, CulpritText* culpritText) {
-    const std::vector<SampleRecord> samples = gatherSamples(*link);
+    gatherSamples(*link);
     const ToleranceLimits limits = limitsOfMethod(link->AnalyticalMethod);
-    if (!samples.empty() &&
-        samples.size() <= static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max()))
-        bestmodel(link, static_cast<std::int32_t>(samples.size()), samples.data(), limits.upper, limits.lower,
+    if (NumberOfValidDataPoints > 0)
+        bestmodel(link, NumberOfValidDataPoints, FirstPoint.data(), limits.upper, limits.lower,
                   static_cast<float>(OuterTolerance), static_cast<float>(InnerTolerance), culpritText);
     return 1;
 }

@@ -4,6 +4,7 @@
 #include "resources/resourceRecords.h"
 
 #include <cstdint>
+#include <vector>
 
 namespace obrin {
 
@@ -16,6 +17,13 @@ struct SampleRecord {
 /// The alert window in seconds, set anew each cycle from the forecast hours.
 extern double InnerTolerance;
 extern double OuterTolerance;
+
+/// The resource in hand: its valid samples, oldest first, replaced for each resource.
+extern std::vector<SampleRecord>& FirstPoint;
+extern std::int32_t NumOfSamples;            ///< samples in its ring
+extern std::int32_t NumberOfValidDataPoints; ///< those of them that are valid
+extern std::int32_t NumOfSlopes;             ///< pairs of samples; nothing uses it
+extern std::int32_t Index1;                  ///< ring slot gathered last
 
 /// Analyses every resource of the chain. 1; -1 when a resource's analysis failed (logged). Once per cycle,
 /// after the samples are taken, by the agent thread.
