@@ -20,7 +20,7 @@ Link* getFirstLink() {
 
 std::optional<std::string> getHomeDirectory() {
     MutexLock lock(chainLock);
-    if (pResourceClasp == nullptr)
+    if (pResourceClasp == nullptr || pResourceClasp->pFirstLink == nullptr)
         return std::nullopt;
     return pResourceClasp->DataHomeDirectory;
 }

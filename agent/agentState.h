@@ -40,7 +40,8 @@ extern int grace_period; ///< hours
 /// chainLock is let go, so a caller on another thread only tests it.
 Link* getFirstLink();
 
-/// A copy of the data home directory; nothing without a run. Any thread.
+/// A copy of the data home directory; nothing without a run, nor before it has a resource: until then the
+/// configuration is still being read. Any thread.
 std::optional<std::string> getHomeDirectory();
 
 } // namespace obrin

@@ -7,10 +7,12 @@
 //   stop      milliseconds since the run's start, result     a stop request
 //   ended     milliseconds since the run's start, result     research_main has returned
 //   references  local, global, most local, frames, characters    left over by the run
-//   misuse    what                                           the environment was used in a wrong way
+//   viewer    method, result, count                          with --viewers: what those threads were given
+//   misuse    what                                           wrong use of the environment, wrong results
 //
 // Exit status: 0 when everything was given back and used rightly, 3 otherwise, 2 for a wrong command line.
 
+#include "tests/driver/viewerThreads.h"
 #include "tests/support/fakeJavaEnvironment.h"
 
 #include <atomic>
@@ -30,6 +32,7 @@
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 extern "C" {
@@ -61,13 +64,15 @@ struct Options {
     int stopThreads = 1;
     int stopTwice = 0;
     long startPauseMs = 1000;
+    long viewers = 0;
+    long keepLockMs = 4000;
     unsigned seed = 1;
     bool levels = false;
     bool nullTexts = false;
 };
 
-std::atomic<long> startPause{-1};
-std::atomic<int> stopSignals{0}; // lock-free, so fit for a signal handler
+thread_local long startPause = -1; // of the agent's thread: a viewer's wait for the lock is not its pause
+std::atomic<int> stopSignals{0};   // lock-free, so fit for a signal handler
 
 void countStopSignal(int) {
     ++stopSignals;
@@ -339,6 +344,10 @@ Options readOptions(const std::vector<std::string>& words, FakeJavaEnvironment& 
                 options.stopTwice = static_cast<int>(number);
             else if (name == "--start-pause-ms")
                 options.startPauseMs = number;
+            else if (name == "--viewers")
+                options.viewers = number;
+            else if (name == "--keep-lock-ms")
+                options.keepLockMs = number;
             else if (name == "--seed")
                 options.seed = static_cast<unsigned>(number);
             else if (name == "--behaviour")
@@ -370,7 +379,7 @@ bool reportEnd(const FakeJavaEnvironment& java) {
 /// Stands before the C library's, so that a test of many runs need not wait out the agent's pause at its
 /// start.
 extern "C" unsigned sleep(unsigned seconds) {
-    const long told = startPause.exchange(-1);
+    const long told = std::exchange(startPause, -1);
     pause(told >= 0 ? milliseconds(told) : std::chrono::seconds(seconds));
     return 0;
 }
@@ -390,10 +399,18 @@ int main(int count, char** words) {
     ::sigaction(SIGUSR1, &action, nullptr);
     ::signal(SIGXFSZ, SIG_IGN); // as a Java machine does: a file over its limit is an error, not a death
     bool fine = true;
+    ViewerThreads viewers(options.viewers, options.seed, options.keepLockMs);
+    const milliseconds alone(options.viewers > 0 ? 300 : 0); // the viewers' time before and after the runs
+    pause(alone);
     for (long run = 0; run < options.runs; ++run, options.seed += 100) {
         startPause = options.startPauseMs;
         Run(options, java).go();
         fine = reportEnd(java) && fine;
+    }
+    pause(alone);
+    for (const auto& line : viewers.end()) {
+        tell(line);
+        fine = fine && line.rfind("misuse", 0) != 0;
     }
     return fine ? 0 : 3;
 }

@@ -13,10 +13,11 @@ FLOORS = [
     (3, r"prediction/(eventDelivery|javaEventSink)|agent/errorExit"),
     (5, r"acquisition/samplingCycle|agent/agentConfig|prediction/(modelSelection|exhaustion|predictor)"),
     (4, r"acquisition/.*|resources/.*|trendviewer/trendFiles|diagnosis/.*|prediction/trendFileFormat"),
-    (6, r"agent/.*"),
+    (6, r"agent/.*|trendviewer/trendViewer"),
 ]
 
-JNI_ROOMS = {"agent/Obrinagent", "agent/agentState", "prediction/javaEventSink", "support/jniSupport"}
+JNI_ROOMS = {"agent/Obrinagent", "agent/agentState", "prediction/javaEventSink", "support/jniSupport",
+             "trendviewer/trendViewer"}
 
 
 def sources():

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -89,9 +90,8 @@ std::string argumentKinds(const std::string& signature) {
 }
 
 std::string number(double value) {
-    char text[64];
-    std::snprintf(text, sizeof text, "%.17g", value);
-    return text;
+    char text[64]; // a decimal point in every locale, the one under test included
+    return {text, std::to_chars(text, text + sizeof text, value, std::chars_format::general, 17).ptr};
 }
 
 } // namespace
@@ -214,6 +214,22 @@ struct FakeFunctions {
         State& state = stateOf(env);
         const auto target = state.follow("GetObjectClass", object);
         return target == nullptr ? nullptr : state.refer<jclass>(state.classNamed(target->className));
+    }
+
+    /// Classes have no ancestors here but java.lang.Object.
+    static jboolean isInstanceOf(JNIEnv* env, jobject object, jclass type) {
+        const Lock lock = entry(env, "IsInstanceOf");
+        State& state = stateOf(env);
+        const auto wanted = state.follow("IsInstanceOf", type);
+        if (wanted != nullptr && !wanted->isClass)
+            state.misuse("IsInstanceOf with something that is no class");
+        if (object == nullptr)
+            return JNI_TRUE; // as the null of any type
+        const auto target = state.follow("IsInstanceOf", object);
+        return wanted != nullptr && target != nullptr &&
+                       (wanted->className == target->className || wanted->className == "java/lang/Object")
+                   ? JNI_TRUE
+                   : JNI_FALSE;
     }
 
     static jmethodID methodId(JNIEnv* env, const char* function, jclass type, const char* name,
@@ -467,6 +483,9 @@ struct FakeFunctions {
             state.misuse(std::string(function) + ": no such receiver or method");
             return {};
         }
+        if (target->className != method->className && method->className != "java/lang/Object")
+            state.misuse(std::string(function) + ": " + method->name + " on an object of " +
+                         target->className);
         const char result = method->signature[method->signature.find(')') + 1];
         if (method->isStatic != isStatic || target->isClass != isStatic || result != kind)
             state.misuse(std::string(function) + " for " + method->name + method->signature);
@@ -566,6 +585,7 @@ struct FakeFunctions {
         table.GetVersion = &getVersion;
         table.FindClass = &findClass;
         table.GetObjectClass = &getObjectClass;
+        table.IsInstanceOf = &isInstanceOf;
         table.GetMethodID = &getMethodId;
         table.GetStaticMethodID = &getStaticMethodId;
         table.NewStringUTF = &newStringUtf;

@@ -61,6 +61,33 @@ TEST_F(FakeJavaEnvironmentTest, AnswersTheQuestionsAsTold) {
     EXPECT_TRUE(java.misuses().empty());
 }
 
+TEST_F(FakeJavaEnvironmentTest, CallsMethodsOfAnObjectOfItsOwnClass) {
+    for (const auto* signature : {"(Ljava/lang/String;)V", "(I)V", "(F)V"})
+        java.declareMethod("a/List", std::string("Append") + signature[1], signature, false);
+    jobject list = java.makeObject("a/List");
+    jclass type = env->GetObjectClass(list);
+    env->CallVoidMethod(list, env->GetMethodID(type, "AppendL", "(Ljava/lang/String;)V"),
+                        java.makeText("text"));
+    env->CallVoidMethod(list, env->GetMethodID(type, "AppendI", "(I)V"), jint{-1});
+    env->CallVoidMethod(list, env->GetMethodID(type, "AppendF", "(F)V"), jfloat{-2.5F});
+    ASSERT_EQ(java.calls().size(), 3U);
+    EXPECT_EQ(java.calls()[0].arguments, std::vector<std::string>{"text"});
+    EXPECT_EQ(java.calls()[1].arguments, std::vector<std::string>{"-1"});
+    EXPECT_EQ(java.calls()[2].arguments, std::vector<std::string>{"-2.5"});
+    EXPECT_TRUE(java.misuses().empty());
+    env->CallVoidMethod(java.makeObject("b/List"), env->GetMethodID(type, "AppendI", "(I)V"), jint{1});
+    EXPECT_EQ(java.misuses().size(), 1U) << "a method of another class";
+}
+
+TEST_F(FakeJavaEnvironmentTest, KnowsInstancesOfAClass) {
+    jclass type = env->FindClass("a/List");
+    EXPECT_EQ(env->IsInstanceOf(java.makeObject("a/List"), type), JNI_TRUE);
+    EXPECT_EQ(env->IsInstanceOf(java.makeObject("b/List"), type), JNI_FALSE);
+    EXPECT_EQ(env->IsInstanceOf(nullptr, type), JNI_TRUE);
+    EXPECT_EQ(env->IsInstanceOf(java.makeObject("b/List"), env->FindClass("java/lang/Object")), JNI_TRUE);
+    EXPECT_TRUE(java.misuses().empty());
+}
+
 TEST_F(FakeJavaEnvironmentTest, ThrowsRefusesAndMissesAsTold) {
     java.setBehaviour("sendEvent", {JavaBehaviour::Mode::refuse});
     EXPECT_FALSE(sendEvent("x"));
