@@ -1,16 +1,21 @@
 """Java machines with the real library in them: the bare probe, the shipped host, and what they tell."""
 
 import atexit
+import http.client
+import json
 import os
 import queue
 import shutil
 import signal
+import socket
 import subprocess
 import sys
 import tempfile
 import threading
 import time
 import unittest
+import urllib.error
+import urllib.request
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "e2e"))
 import agent_home  # noqa: E402
@@ -21,6 +26,7 @@ JAR = os.path.abspath(os.environ.get("LUMETRA_JAR", os.path.join(BUILD, "java", 
 COMPLAINTS = ("WARNING in native method", "WARNING: JNI local refs", "FATAL ERROR in native method", "SIGSEGV",
               "A fatal error has been detected", "AddressSanitizer", "runtime error:")
 HEAP = ("-XX:+UseSerialGC", "-Xms16m", "-Xmx64m")
+PROGRAM = os.path.join(PROJECT, "lumetra")
 _classes = None
 
 
@@ -33,6 +39,46 @@ def probe_classes():
         source = os.path.join(os.path.dirname(os.path.abspath(__file__)), "java", "Probe.java")
         subprocess.run(["javac", "-Xlint:all", "-Werror", "-cp", JAR, "-d", _classes, source], check=True)
     return _classes
+
+
+def free_port():
+    """A port that nobody listens on."""
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+def ask(port, path, method="GET", timeout=10, **headers):
+    """One request to the page: status, headers, body."""
+    connection = http.client.HTTPConnection("127.0.0.1", port, timeout=timeout)
+    try:
+        connection.request(method, path, headers={name.replace("_", "-"): value for name, value in headers.items()})
+        response = connection.getresponse()
+        return response.status, response.headers, response.read()
+    finally:
+        connection.close()
+
+
+def api(url, path, seconds=20):
+    """An answer of the JSON interface of a page, which may have to start first."""
+    end = time.monotonic() + seconds
+    while True:
+        try:
+            with urllib.request.urlopen(f"{url}api/v1/{path}", timeout=10) as response:
+                return json.load(response)
+        except urllib.error.HTTPError:
+            raise
+        except OSError:
+            if time.monotonic() > end:
+                raise
+            time.sleep(0.1)
+
+
+def host_command(home, library, *options, port=0):
+    if "--port" not in options:
+        options = ("--port", str(port), *options)
+    return ["java", "-Xcheck:jni", *HEAP, f"-Dlumetra.library={library}", "-jar", JAR, "run", "--home", home.path,
+            "--config", "../config/AutoConfig.ini", *options]
 
 
 class Machine:
@@ -133,10 +179,16 @@ class JavaTest(unittest.TestCase):
         machine.expect("ready", 40)
         return machine
 
-    def host(self, home, *options):
-        """The shipped host program, on the home's own configuration."""
-        return self.start(home, ["java", "-Xcheck:jni", *HEAP, f"-Dlumetra.library={self.library}", "-jar", JAR, "--home",
-                                 home.path, "--config", "../config/AutoConfig.ini", *options])
+    def host(self, home, *options, port=0):
+        """The shipped host program, on the home's own configuration; without the page unless a port is given."""
+        return self.start(home, host_command(home, self.library, *options, port=port))
+
+    def page(self, home, *options):
+        """The same with its page; also the page's port."""
+        port = free_port()
+        machine = self.host(home, *options, port=port)
+        machine.expect(f"The page is at http://127.0.0.1:{port}/", 40)
+        return machine, port
 
     def lines(self, home, count, seconds=30):
         agent_home.wait_until(lambda: len(home.archive_lines()) >= count, seconds, f"archive line {count}")

@@ -1,5 +1,12 @@
 package com.quorin.sysmgt.tavl.LumetraAgent;
 
+import com.fasterxml.jackson.core.json.JsonWriteFeature;
+import com.fasterxml.jackson.databind.JsonNode;
+import com.fasterxml.jackson.databind.ObjectMapper;
+import com.fasterxml.jackson.databind.json.JsonMapper;
+import com.fasterxml.jackson.databind.node.ArrayNode;
+import com.fasterxml.jackson.databind.node.ObjectNode;
+import java.io.IOException;
 import java.io.PrintStream;
 import java.time.Duration;
 import java.time.Instant;
@@ -10,8 +17,8 @@ import java.util.List;
 import java.util.Locale;
 import java.util.concurrent.atomic.AtomicLong;
 import java.util.concurrent.atomic.AtomicReference;
+import java.util.function.Consumer;
 import java.util.function.Supplier;
-import java.util.function.UnaryOperator;
 
 /**
  * Where the agent's events arrive: six static methods that the native library calls by name and signature, on
@@ -29,8 +36,15 @@ public final class AgentEvents {
      */
     public static final String FATAL = "fatal";
 
+    /** What the library sends in the place of an instance where there is none. */
+    static final String NO_INSTANCE = "Null";
+
     /** So many culprits stand in the line of output; the file of events has them all. */
     private static final int SHOWN_CULPRITS = 3;
+
+    /** Everything beyond ASCII is escaped, so that a line is one line for every reader. */
+    private static final ObjectMapper MAPPER =
+            JsonMapper.builder().enable(JsonWriteFeature.ESCAPE_NON_ASCII).build();
 
     private static final DateTimeFormatter CLOCK =
             DateTimeFormatter.ofPattern("uuuu-MM-dd HH:mm:ss", Locale.ROOT);
@@ -45,6 +59,7 @@ public final class AgentEvents {
     private static final AtomicLong FATAL_COUNT = new AtomicLong();
     private static final AtomicReference<PrintStream> OUTPUT = new AtomicReference<>(System.out);
     private static final AtomicReference<EventFile> RECORD = new AtomicReference<>();
+    private static final AtomicReference<Consumer<? super JsonNode>> LISTENER = new AtomicReference<>();
 
     /** Creates an events object; all of them share one state, as the callbacks are static. */
     public AgentEvents() {
@@ -66,7 +81,7 @@ public final class AgentEvents {
             String timeText, double seconds, String name, String instance, String culprit) {
         if (FATAL.equals(timeText)) {
             FATAL_COUNT.incrementAndGet();
-            record(FATAL, event -> event.text("message", name));
+            record(FATAL, event -> event.put("message", name));
             return show(() -> "FATAL     " + Words.printable(name));
         }
         record("exhaustion", event -> describeExhaustion(event, timeText, seconds, name, instance, culprit));
@@ -148,8 +163,31 @@ public final class AgentEvents {
     static void recordTo(EventFile file) {
         RECORD.set(file);
         Words.printable(exhaustionLine("soon", 1.0, "", "", " warm(1)1"));
-        describeExhaustion(new JsonObject(), "soon", 1.0, "", "", " warm(1)1").toString();
-        stamped("exhaustion").toString();
+        ObjectNode event = stamped("exhaustion");
+        describeExhaustion(event, "soon", 1.0, "", "", " warm(1)1");
+        try {
+            MAPPER.writeValueAsString(event);
+        } catch (IOException e) {
+            // an event that fails is recorded no more than this one
+        }
+    }
+
+    /**
+     * Hands every event over from now on, as it stands in the file of events.
+     *
+     * @param listener receives the events, on the thread that brings them; null for none
+     */
+    static void tellTo(Consumer<? super JsonNode> listener) {
+        LISTENER.set(listener);
+    }
+
+    /**
+     * What reads and writes events.
+     *
+     * @return the mapper, which writes one line of ASCII
+     */
+    static ObjectMapper mapper() {
+        return MAPPER;
     }
 
     /**
@@ -160,6 +198,7 @@ public final class AgentEvents {
     static void reset(PrintStream stream) {
         OUTPUT.set(stream);
         RECORD.set(null);
+        LISTENER.set(null);
         PREVIOUS.set(NONE);
         FATAL_COUNT.set(0);
     }
@@ -202,39 +241,56 @@ public final class AgentEvents {
 
     /** The instance, or null for the word that the library sends in the place of none. */
     private static String present(String instance) {
-        return "Null".equals(instance) ? null : instance;
+        return NO_INSTANCE.equals(instance) ? null : instance;
     }
 
-    private static JsonObject describeExhaustion(JsonObject event, String timeText, double seconds,
-            String name, String instance, String culprit) {
-        List<JsonObject> culprits = Culprit.parse(culprit).stream()
-                .map(c -> new JsonObject()
-                        .text("name", c.name()).whole("pid", c.pid()).whole("value", c.value()))
-                .toList();
-        return event.text("resource", name).text("instance", present(instance))
-                .number("secondsToExhaustion", seconds).text("timeToExhaustion", timeText)
-                .objects("culprits", culprits).text("culpritText", culprit);
+    private static void describeExhaustion(ObjectNode event, String timeText, double seconds, String name,
+            String instance, String culprit) {
+        event.put("resource", name).put("instance", present(instance))
+                .put("secondsToExhaustion", finite(seconds)).put("timeToExhaustion", timeText)
+                .put("culpritText", culprit);
+        ArrayNode culprits = event.withArray("culprits");
+        for (Culprit c : Culprit.parse(culprit)) {
+            culprits.addObject().put("name", c.name()).put("pid", c.pid()).put("value", c.value());
+        }
     }
 
-    private static JsonObject describeTolerance(
-            JsonObject event, String name, String instance, double limit) {
-        return event.text("resource", name).text("instance", present(instance)).number("limit", limit);
+    private static void describeTolerance(ObjectNode event, String name, String instance, double limit) {
+        event.put("resource", name).put("instance", present(instance)).put("limit", finite(limit));
     }
 
-    private static JsonObject stamped(String type) {
+    /** A number that JSON can spell, or null. */
+    private static Double finite(double value) {
+        return Double.isFinite(value) ? value : null;
+    }
+
+    /** An event with all its members, most of which are still to be filled in. */
+    private static ObjectNode stamped(String type) {
         Instant now = Instant.now();
-        return new JsonObject().text("time", ISO.format(now.atZone(ZoneId.systemDefault())))
-                .whole("epochSeconds", now.getEpochSecond()).text("type", type);
+        ObjectNode event = MAPPER.createObjectNode()
+                .put("time", ISO.format(now.atZone(ZoneId.systemDefault())))
+                .put("epochSeconds", now.getEpochSecond()).put("type", type);
+        event.putNull("resource").putNull("instance").putNull("secondsToExhaustion")
+                .putNull("timeToExhaustion").putNull("limit").putArray("culprits");
+        return event.putNull("culpritText").putNull("message");
     }
 
     /** Whatever goes wrong here leaves the event as it is: shown and accepted. */
-    private static void record(String type, UnaryOperator<JsonObject> describe) {
+    private static void record(String type, Consumer<ObjectNode> describe) {
         EventFile file = RECORD.get();
-        if (file == null) {
+        Consumer<? super JsonNode> listener = LISTENER.get();
+        if (file == null && listener == null) {
             return;
         }
         try {
-            file.append(describe.apply(stamped(type)).toString());
+            ObjectNode event = stamped(type);
+            describe.accept(event);
+            if (file != null) {
+                file.append(MAPPER.writeValueAsString(event));
+            }
+            if (listener != null) {
+                listener.accept(event);
+            }
         } catch (Exception | StackOverflowError | OutOfMemoryError e) {
             // nothing to clean up: the file keeps whole lines only
         }

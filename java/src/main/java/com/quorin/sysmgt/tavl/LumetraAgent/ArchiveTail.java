@@ -10,6 +10,7 @@ import java.nio.file.Path;
 import java.nio.file.attribute.BasicFileAttributes;
 import java.util.Objects;
 import java.util.Optional;
+import java.util.function.Consumer;
 
 /**
  * Follows the archive while the agent appends to it. Only whole lines count, so a line that is being written
@@ -26,6 +27,7 @@ final class ArchiveTail {
     private static final int LONGEST_LINE = 16 * 1024 * 1024;
 
     private final Path archive;
+    private final Consumer<ArchiveLine> each;
     private Object fileKey;
     private long position;
     private long newestTime = Long.MIN_VALUE;
@@ -38,7 +40,18 @@ final class ArchiveTail {
      * @param archive the archive file, which need not exist yet
      */
     ArchiveTail(Path archive) {
+        this(archive, null);
+    }
+
+    /**
+     * Starts at the archive's present end and hands over every line that is read from then on.
+     *
+     * @param archive the archive file, which need not exist yet
+     * @param each    receives the lines during {@link #poll}, without the damaged ones; may be null
+     */
+    ArchiveTail(Path archive, Consumer<ArchiveLine> each) {
         this.archive = archive;
+        this.each = each;
         try {
             startAtEnd();
         } catch (IOException e) {
@@ -76,6 +89,42 @@ final class ArchiveTail {
      */
     long size() {
         return size;
+    }
+
+    /**
+     * Reads what was there when this tail was made. Called before the first {@link #poll}.
+     *
+     * @param mostBytes how much at most, from the end
+     * @param mostLines how many lines at most, from the end
+     * @param line      receives the lines, oldest first, without the damaged ones
+     */
+    void readBack(int mostBytes, int mostLines, Consumer<ArchiveLine> line) {
+        try (FileChannel channel = FileChannel.open(archive)) {
+            long end = Math.min(position, channel.size());
+            long start = Math.max(0, end - mostBytes);
+            ByteBuffer bytes = ByteBuffer.allocate((int) (end - start));
+            while (bytes.hasRemaining() && channel.read(bytes, start + bytes.position()) > 0) {
+                // reads on
+            }
+            String text = new String(bytes.array(), 0, bytes.position(), StandardCharsets.ISO_8859_1);
+            int first = startOfLast(text, mostLines);
+            String whole = first > 0 || start == 0 ? text.substring(first)
+                    : text.substring(text.indexOf('\n') + 1);
+            // trimming may have replaced the file: what is newer than the former end is polled
+            whole.lines().filter(l -> leadingNumber(l) <= newestTime)
+                    .flatMap(l -> ArchiveLine.parse(l).stream()).forEach(line);
+        } catch (IOException e) {
+            // there is no history then
+        }
+    }
+
+    /** Where the last so many lines of a text begin. */
+    private static int startOfLast(String text, int lines) {
+        int start = text.endsWith("\n") ? text.length() - 1 : text.length();
+        for (int i = 0; i < lines && start >= 0; i++) {
+            start = text.lastIndexOf('\n', start - 1);
+        }
+        return start + 1;
     }
 
     private void startAtEnd() throws IOException {
@@ -133,19 +182,26 @@ final class ArchiveTail {
                     }
                     continue;
                 }
+                position = offset + i + 1;
                 String text = line.toString(StandardCharsets.ISO_8859_1);
                 if (leadingNumber(text) > after || after == Long.MIN_VALUE) {
                     lines++;
                     last = text;
+                    hand(text);
                 }
                 line.reset();
-                position = offset + i + 1;
             }
             offset += n;
             block.clear();
         }
         remember(last);
         return lines;
+    }
+
+    private void hand(String line) {
+        if (each != null) {
+            ArchiveLine.parse(line).ifPresent(each);
+        }
     }
 
     private void remember(String line) {

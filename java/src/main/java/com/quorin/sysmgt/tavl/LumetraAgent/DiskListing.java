@@ -101,6 +101,15 @@ final class DiskListing {
         return Optional.ofNullable(capacities.get(key(instance)));
     }
 
+    /**
+     * Whether no disk is listed, as when the listing did not come in time.
+     *
+     * @return true without disks
+     */
+    boolean isEmpty() {
+        return capacities.isEmpty();
+    }
+
     private static String key(String instance) {
         return instance.replaceAll("[/: *?\"><|]", "_");
     }

@@ -7,7 +7,7 @@ import java.util.Optional;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 
-/** How much of each resource this machine has, asked once for the report at the start. */
+/** How much of each resource this machine has. The disks are asked for once, the kernel each time. */
 final class MachineCapacities {
 
     /** The object of the declaration for process slots. */
@@ -71,6 +71,16 @@ final class MachineCapacities {
             case DeclaredResource.DISK -> disks(resource.counter()).capacity(resource.instance());
             default -> Optional.empty();
         };
+    }
+
+    /**
+     * Whether the lack of a resource's capacity says something of the resource.
+     *
+     * @param resource the resource
+     * @return false for a disk when there is no listing of disks at all
+     */
+    boolean hasSource(KnownResource resource) {
+        return !resource.object().equals(DeclaredResource.DISK) || !disks(resource.counter()).isEmpty();
     }
 
     private DiskListing disks(String counter) {

@@ -4,16 +4,9 @@ import java.util.ArrayList;
 import java.util.List;
 import java.util.Locale;
 import java.util.Map;
-import java.util.Optional;
 
 /** What the agent found on the machine, one line per resource: name, instance, value, capacity, limit. */
 final class ResourceReport {
-
-    /** From this size on a kernel's maximum means "as many as you like". */
-    private static final double NO_LIMIT = 9.2e18;
-
-    /** A value this near to an upper limit counts as having reached it, as it does for the agent. */
-    private static final double MARGIN = 0.05;
 
     private final Map<Integer, KnownResource> known;
     private final List<DeclaredResource> declared;
@@ -72,84 +65,38 @@ final class ResourceReport {
         if (resource == null) {
             return new Row("resource " + rid, "", percent(value), "", "its record is not in the scratch pad");
         }
-        Optional<DeclaredResource> declaration =
-                declared.stream().filter(d -> declares(d, resource)).findFirst();
-        String declaredName = declaration.map(DeclaredResource::name).orElse("");
-        String name = declaredName.isEmpty() ? resource.counter() : declaredName;
-        String instance = resource.instance();
-        double own = declaration.map(DeclaredResource::upperLimitAbs).filter(a -> a > 0).orElse(0.0);
-        double calculated = declaration.map(DeclaredResource::upperLimitCalc).orElse(0.0);
-        Optional<Double> capacity = own > 0 ? Optional.of(own) : capacities.measured(resource, calculated);
-        int method = declaration.map(DeclaredResource::method).orElse(1);
-        Reading reading = reading(resource, value, capacity, own > 0);
-        String limit = reading.remark.isEmpty() ? limit(method, value) : reading.remark;
-        return new Row(Words.ofBytes(name), Words.ofBytes(instance), reading.value, reading.capacity, limit);
+        ResourceFacts facts = ResourceFacts.of(resource, declared, capacities);
+        String remark = facts.remark();
+        return new Row(Words.ofBytes(facts.name()), Words.ofBytes(resource.instance()), value(facts, value),
+                capacity(facts), remark.isEmpty() ? limit(facts, value) : remark);
     }
 
-    /** Whether this declaration is where the resource comes from. */
-    private static boolean declares(DeclaredResource d, KnownResource resource) {
-        return d.object().equals(resource.object()) && d.counter().equals(resource.counter())
-                && (d.isTemplate() || d.instance().equals(resource.instance()));
-    }
-
-    /** What there is to say of a value; a remark takes the place of the limit. */
-    private record Reading(String value, String capacity, String remark) {}
-
-    private static Reading reading(
-            KnownResource resource, double value, Optional<Double> capacity, boolean own) {
-        if (!isMeasured(resource)) {
-            return new Reading("-", "", "not measured: the agent has no counter of this name");
-        }
-        if (capacity.isEmpty()) {
-            return new Reading(percent(value), "of an unknown capacity", "");
-        }
-        double amount = capacity.get();
-        boolean disk = resource.object().equals(DeclaredResource.DISK);
-        if (amount <= 0 && resource.object().equals(MachineCapacities.SWAP)) {
-            return new Reading("absent", "", "this machine has no swap space");
-        }
-        if (amount <= 0 && disk) {
-            String what = resource.counter().equals(MachineCapacities.SPACE) ? "space" : "inodes";
-            String remark = "counts no " + what + " of its own, always reads as full";
-            return new Reading(percent(value), "of none", remark);
-        }
-        if (amount >= NO_LIMIT) {
-            return new Reading(percent(value), "",
-                    "no limit on this machine; set UpperLimitAbs to forecast against one of your own");
-        }
-        String source = own ? " (UpperLimitAbs)" : "";
-        return new Reading(percent(value), "of " + amount(resource, amount) + source, "");
-    }
-
-    private static boolean isMeasured(KnownResource resource) {
-        return switch (resource.object()) {
-            case MachineCapacities.PROCESSES, MachineCapacities.SWAP, MachineCapacities.DESCRIPTORS -> true;
-            case DeclaredResource.DISK -> resource.counter().equals(MachineCapacities.SPACE)
-                    || resource.counter().equals("PercentFreeInodesUsed");
-            default -> false;
+    private static String value(ResourceFacts facts, double value) {
+        return switch (facts.kind()) {
+            case NOT_MEASURED -> "-";
+            case NO_SWAP -> "absent";
+            default -> percent(value);
         };
     }
 
-    private static String amount(KnownResource resource, double amount) {
-        return switch (resource.object()) {
-            case MachineCapacities.PROCESSES -> String.format(Locale.ROOT, "%.0f tasks", amount);
-            case MachineCapacities.SWAP -> Words.ofBytes(amount * 1024);
-            case MachineCapacities.DESCRIPTORS -> String.format(Locale.ROOT, "%.0f descriptors", amount);
-            default -> resource.counter().equals(MachineCapacities.SPACE)
-                    ? Words.ofBytes(amount * 1024)
-                    : String.format(Locale.ROOT, "%.0f inodes", amount);
+    private static String capacity(ResourceFacts facts) {
+        return switch (facts.kind()) {
+            case UNKNOWN_CAPACITY -> "of an unknown capacity";
+            case COUNTS_NONE -> "of none";
+            default -> facts.amount().map(a -> "of " + a).orElse("")
+                    + (facts.own() && facts.amount().isPresent() ? " (UpperLimitAbs)" : "");
         };
     }
 
-    private static String limit(int method, double value) {
-        String upper = value >= 100 - MARGIN ? "is at its limit of 100 %" : "can reach its limit of 100 %";
+    private static String limit(ResourceFacts facts, double value) {
+        boolean full = value >= 100 - ResourceFacts.MARGIN;
+        String upper = full ? "is at its limit of 100 %" : "can reach its limit of 100 %";
         String lower = value <= 0 ? "is at its limit of 0 %" : "can fall to its limit of 0 %";
-        return switch (method) {
-            case 0 -> "sampled only, never forecast (AnalyticalMethod 0)";
+        return switch (facts.method()) {
             case 1 -> upper;
             case 2 -> lower;
-            case 3 -> value <= 0 ? lower : value >= 100 - MARGIN ? upper : upper + ", " + lower;
-            default -> "no limit to forecast against (AnalyticalMethod " + method + ")";
+            case 3 -> value <= 0 ? lower : full ? upper : upper + ", " + lower;
+            default -> facts.methodRemark();
         };
     }
 

@@ -36,6 +36,36 @@ record SamplePlan(double periodMillis, double largestWindow) {
     }
 
     /**
+     * How many samples an analysis window holds.
+     *
+     * @param windowHours   the window as it is declared; negative asks for the automatic one
+     * @param configuration the configuration
+     * @return the samples, 0 when the agent cannot keep any
+     */
+    long samplesIn(double windowHours, AgentConfiguration configuration) {
+        double period = Math.floor(periodMillis);
+        if (period == 0) {
+            return 0;
+        }
+        double samples = Math.floor(effectiveHours(windowHours, configuration) * MILLIS_PER_HOUR / period);
+        return samples >= 1 ? (long) Math.min(samples, Integer.MAX_VALUE) : 1;
+    }
+
+    /**
+     * The length of an analysis window, after automatic choice.
+     *
+     * @param windowHours   the window as it is declared; negative asks for the automatic one
+     * @param configuration the configuration
+     * @return hours
+     */
+    double effectiveHours(double windowHours, AgentConfiguration configuration) {
+        double automatic = configuration.maxForecastHours() / 10.0;
+        double hours = windowHours < 0 ? automatic : windowHours;
+        // the agent puts the automatic window in the place of one that is shorter than a period
+        return periodMillis > hours * MILLIS_PER_HOUR ? automatic : hours;
+    }
+
+    /**
      * The pause between two cycles, which the agent counts in whole seconds.
      *
      * @return the pause, zero when the agent does not pause

@@ -87,6 +87,28 @@ public final class Words {
         return out.toString();
     }
 
+    /**
+     * Text from a file, kept as one character per byte, as the native library hands it to Java: valid UTF-8
+     * is decoded, every other byte becomes U+FFFD.
+     *
+     * @param bytes one character, 0 to 255, for each byte
+     * @return the text, control characters included
+     */
+    static String asFromLibrary(String bytes) {
+        CharsetDecoder decoder = StandardCharsets.UTF_8.newDecoder();
+        ByteBuffer in = ByteBuffer.wrap(bytes.getBytes(StandardCharsets.ISO_8859_1));
+        CharBuffer out = CharBuffer.allocate(in.remaining() + 1);
+        while (in.hasRemaining()) {
+            CoderResult result = decoder.decode(in, out, true);
+            for (int i = 0; result.isError() && i < result.length(); i++) {
+                in.get();
+                out.put('\ufffd');
+            }
+            decoder.reset();
+        }
+        return out.flip().toString();
+    }
+
     private static void appendEscaped(StringBuilder out, CoderResult result, ByteBuffer in) {
         for (int i = 0; i < result.length() && in.hasRemaining(); i++) {
             out.append(String.format(Locale.ROOT, "\\x%02x", in.get() & 0xff));

@@ -187,14 +187,20 @@ class AgentEventsTest {
         });
         assertEquals(List.of(
                 "{\"type\":\"exhaustion\",\"resource\":\"Swap\",\"instance\":\"_Total\","
-                        + "\"secondsToExhaustion\":90.5,\"timeToExhaustion\":\"0 day(s)\","
+                        + "\"secondsToExhaustion\":90.5,\"timeToExhaustion\":\"0 day(s)\",\"limit\":null,"
                         + "\"culprits\":[{\"name\":\"java\",\"pid\":12,\"value\":210},"
                         + "{\"name\":\"sshd\",\"pid\":9,\"value\":3}],"
-                        + "\"culpritText\":\" java(12)210 sshd(9)3\"}",
+                        + "\"culpritText\":\" java(12)210 sshd(9)3\",\"message\":null}",
                 "{\"type\":\"upperTolerance\",\"resource\":\"Space\",\"instance\":\"/dev/vda /\","
-                        + "\"limit\":100.0}",
-                "{\"type\":\"innerTolerance\",\"resource\":\"Space\",\"instance\":null,\"limit\":0.0}",
-                "{\"type\":\"fatal\",\"message\":\"Call To predictor Failed\"}"), lines);
+                        + "\"secondsToExhaustion\":null,\"timeToExhaustion\":null,\"limit\":100.0,"
+                        + "\"culprits\":[],\"culpritText\":null,\"message\":null}",
+                "{\"type\":\"innerTolerance\",\"resource\":\"Space\",\"instance\":null,"
+                        + "\"secondsToExhaustion\":null,\"timeToExhaustion\":null,\"limit\":0.0,"
+                        + "\"culprits\":[],\"culpritText\":null,\"message\":null}",
+                "{\"type\":\"fatal\",\"resource\":null,\"instance\":null,"
+                        + "\"secondsToExhaustion\":null,\"timeToExhaustion\":null,\"limit\":null,"
+                        + "\"culprits\":[],\"culpritText\":null,\"message\":\"Call To predictor Failed\"}"),
+                lines);
     }
 
     @Test
@@ -214,13 +220,16 @@ class AgentEventsTest {
     void absentAndHostileTextsAreRecorded() throws IOException {
         List<String> lines = recorded(() -> {
             AgentEvents.sendEvent(null, Double.NaN, null, null, null);
-            AgentEvents.sendUpperToleranceEvent("a\n\"\ud800", "\u001b[2J", Double.POSITIVE_INFINITY);
+            AgentEvents.sendUpperToleranceEvent("a\n\"\ud800\u00fc\u2028", "\u001b[2J", Double.POSITIVE_INFINITY);
         });
         assertEquals(List.of(
                 "{\"type\":\"exhaustion\",\"resource\":null,\"instance\":null,\"secondsToExhaustion\":null,"
-                        + "\"timeToExhaustion\":null,\"culprits\":[],\"culpritText\":null}",
-                "{\"type\":\"upperTolerance\",\"resource\":\"a\\n\\\"\\ud800\",\"instance\":\"\\u001b[2J\","
-                        + "\"limit\":null}"), lines);
+                        + "\"timeToExhaustion\":null,\"limit\":null,\"culprits\":[],\"culpritText\":null,"
+                        + "\"message\":null}",
+                "{\"type\":\"upperTolerance\",\"resource\":\"a\\n\\\"\\uD800\\u00FC\\u2028\","
+                        + "\"instance\":\"\\u001B[2J\",\"secondsToExhaustion\":null,"
+                        + "\"timeToExhaustion\":null,\"limit\":null,\"culprits\":[],\"culpritText\":null,"
+                        + "\"message\":null}"), lines);
     }
 
     @Test

@@ -66,7 +66,7 @@ class AgentRunTest {
         assertTimeoutPreemptively(LONG, () -> run.stop(() -> { }, LONG));
         assertEquals(4, agent.requests.get());
         assertTrue(run.endedAsAsked());
-        assertEquals(AgentMain.ENDED_AS_ASKED, AgentMain.exitCode(run, 3, 0));
+        assertEquals(RunCommand.ENDED_AS_ASKED, RunCommand.exitCode(run, 3, 0));
     }
 
     @Test
@@ -94,8 +94,8 @@ class AgentRunTest {
         run.start();
         assertTrue(run.awaitEnd(LONG));
         assertFalse(run.endedAsAsked());
-        assertEquals(AgentMain.FAILED, AgentMain.exitCode(run, 0, 1));
-        assertEquals(AgentMain.FAILED, AgentMain.exitCode(run, 5, 0));
+        assertEquals(Lumetra.FAILED, RunCommand.exitCode(run, 0, 1));
+        assertEquals(Lumetra.FAILED, RunCommand.exitCode(run, 5, 0));
     }
 
     @Test
@@ -113,9 +113,9 @@ class AgentRunTest {
         AgentRun run = new AgentRun(new Forgetful(1));
         run.start();
         run.stop(() -> { }, LONG);
-        assertEquals(AgentMain.FAILED, AgentMain.exitCode(run, 0, 1));
-        assertEquals(AgentMain.ENDED_AS_ASKED, AgentMain.exitCode(run, 0, 0));
-        assertEquals(AgentMain.ENDED_AS_ASKED, AgentMain.exitCode(run, 7, 2));
+        assertEquals(Lumetra.FAILED, RunCommand.exitCode(run, 0, 1));
+        assertEquals(RunCommand.ENDED_AS_ASKED, RunCommand.exitCode(run, 0, 0));
+        assertEquals(RunCommand.ENDED_AS_ASKED, RunCommand.exitCode(run, 7, 2));
     }
 
     @Test
@@ -134,7 +134,7 @@ class AgentRunTest {
         run.start();
         assertTrue(run.awaitEnd(LONG));
         assertEquals("research_main", run.failure().get().getMessage());
-        assertEquals(AgentMain.FAILED, AgentMain.exitCode(run, 0, 0));
+        assertEquals(Lumetra.FAILED, RunCommand.exitCode(run, 0, 0));
     }
 
     @Test

@@ -8,6 +8,8 @@ import java.nio.file.Files;
 import java.nio.file.Path;
 import java.nio.file.StandardCopyOption;
 import java.nio.file.StandardOpenOption;
+import java.util.ArrayList;
+import java.util.List;
 import java.util.Map;
 import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.Test;
@@ -141,5 +143,52 @@ class ArchiveTailTest {
     void aDirectoryInTheArchivesPlaceIsNoArchive() throws IOException {
         Files.createDirectory(archive);
         assertEquals(0, new ArchiveTail(archive).poll());
+    }
+
+    @Test
+    void everyWholeLineIsHandedOver() throws IOException {
+        append(line(1000));
+        List<Long> times = new ArrayList<>();
+        ArchiveTail tail = new ArchiveTail(archive, l -> times.add(l.epochSeconds()));
+        append(line(1001) + "rubbish\n" + line(1002) + "1003 1 0 ");
+        assertEquals(3, tail.poll());
+        append("1.00 \n");
+        assertEquals(1, tail.poll());
+        assertEquals(List.of(1001L, 1002L, 1003L), times);
+    }
+
+    private List<Long> readBack(int bytes, int lines) {
+        List<Long> times = new ArrayList<>();
+        new ArchiveTail(archive).readBack(bytes, lines, l -> times.add(l.epochSeconds()));
+        return times;
+    }
+
+    @Test
+    void whatWasThereBeforeIsReadBackWithinBounds() throws IOException {
+        append(line(1001) + line(1002) + "rubbish\n" + line(1003) + "1004 1 0 1.");
+        assertEquals(List.of(1001L, 1002L, 1003L), readBack(1000, 100));
+        assertEquals(List.of(1002L, 1003L), readBack(1000, 3));
+        assertEquals(List.of(1003L), readBack(1000, 1));
+        assertEquals(List.of(), readBack(1000, 0));
+        assertEquals(List.of(1003L), readBack(2 * line(1003).length() - 1, 100));
+        assertEquals(List.of(), readBack(5, 100));
+    }
+
+    @Test
+    void thereIsNothingToReadBackInANewArchive() throws IOException {
+        assertEquals(List.of(), readBack(1000, 100));
+        append("");
+        assertEquals(List.of(), readBack(1000, 100));
+    }
+
+    @Test
+    void linesThatCameSinceAreNotReadBack() throws IOException {
+        append(line(1001) + line(1002));
+        ArchiveTail tail = new ArchiveTail(archive);
+        replace(line(1002) + line(1003));
+        List<Long> times = new ArrayList<>();
+        tail.readBack(1000, 100, l -> times.add(l.epochSeconds()));
+        assertEquals(List.of(1002L), times);
+        assertEquals(1, tail.poll());
     }
 }

@@ -58,4 +58,22 @@ class SamplePlanTest {
                 + "and a forecast needs 200.",
                 plan(0, 0).firstForecast());
     }
+
+    private static long samples(int periodMillis, int maxForecastHours, double window) {
+        return plan(periodMillis, maxForecastHours, window).samplesIn(window,
+                new AgentConfiguration("h/", "h/a", "p", "r", periodMillis, 0, maxForecastHours, 50));
+    }
+
+    @Test
+    void aWindowHoldsWhatItsLengthAndThePeriodGive() {
+        assertEquals(1728, samples(10000, 48, -1));
+        assertEquals(180, samples(10000, 48, 0.5));
+        assertEquals(300, samples(-1, 48, -1));
+        assertEquals(172800, samples(100, 48, -1));
+        assertEquals(1728, samples(10000, 48, 0.001));
+        assertEquals(0, samples(0, 48, -1));
+        assertEquals(1, samples(-5, 48, -1));
+        assertEquals(1, samples(10000, 0, -1));
+        assertEquals(Integer.MAX_VALUE, samples(1, 2_000_000_000, -1));
+    }
 }

@@ -58,4 +58,14 @@ class WordsTest {
         String control = new String("\u009b".getBytes(StandardCharsets.UTF_8), StandardCharsets.ISO_8859_1);
         assertEquals("\\x9b", Words.ofBytes(control));
     }
+
+    @Test
+    void textFromTheLibraryHasOneReplacementForEachForeignByte() {
+        assertEquals("a\u00e9\ud83d\ude00\n", Words.asFromLibrary("a\u00c3\u00a9\u00f0\u009f\u0098\u0080\n"));
+        assertEquals("\ufffdx", Words.asFromLibrary("\u00ffx"));
+        assertEquals("\ufffd\ufffd\ufffdx", Words.asFromLibrary("\u00f0\u009f\u0098x"));
+        assertEquals("\ufffd\ufffd\ufffd", Words.asFromLibrary("\u00ed\u00a0\u0080"));
+        assertEquals("x\ufffd", Words.asFromLibrary("x\u00c3"));
+        assertEquals("", Words.asFromLibrary(""));
+    }
 }

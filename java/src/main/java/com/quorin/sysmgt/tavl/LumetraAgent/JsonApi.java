@@ -1,0 +1,232 @@
+package com.quorin.sysmgt.tavl.LumetraAgent;
+
+import com.fasterxml.jackson.core.JsonGenerator;
+import com.fasterxml.jackson.core.JsonProcessingException;
+import com.fasterxml.jackson.databind.JsonSerializer;
+import com.fasterxml.jackson.databind.ObjectMapper;
+import com.fasterxml.jackson.databind.SerializerProvider;
+import com.fasterxml.jackson.databind.module.SimpleModule;
+import java.io.IOException;
+import java.util.LinkedHashMap;
+import java.util.List;
+import java.util.Map;
+import java.util.Optional;
+import java.util.concurrent.Semaphore;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
+
+/**
+ * The JSON interface below {@value #PREFIX}; docs/api.md describes it. An answer's bytes are made once for as
+ * long as what they show is the same, outside any lock.
+ */
+final class JsonApi implements WebRoute {
+
+    /** Where all its paths start. */
+    static final String PREFIX = "/api/v1/";
+
+    private static final int DEFAULT_LIMIT = 100;
+    private static final int LARGEST_LIMIT = 1000;
+    private static final int KEPT_ANSWERS = 32;
+
+    /** A chart may have to wait for the agent's lock, so a few threads at most ask for one. */
+    private static final int CHARTS_AT_ONCE = 4;
+
+    private static final Pattern OF_RESOURCE = Pattern.compile("resources/([^/]*)/(trend|culprits|events)");
+    private static final Pattern NUMBER = Pattern.compile("\\d{1,10}");
+    private static final Pattern LIMIT = Pattern.compile("limit=(\\d{1,4})");
+    private static final ObjectMapper MAPPER = mapper();
+
+    private final AgentView view;
+    private final Semaphore charts = new Semaphore(CHARTS_AT_ONCE);
+    private final Map<String, Answer> answers = new LinkedHashMap<>(16, 0.75f, true) {
+        private static final long serialVersionUID = 1L;
+
+        @Override
+        protected boolean removeEldestEntry(Map.Entry<String, Answer> eldest) {
+            return size() > KEPT_ANSWERS;
+        }
+    };
+
+    /** The bytes, and what they were made from. */
+    private record Answer(Object shown, WebContent content) {}
+
+    /** The events as the interface wraps them. */
+    private record Events(List<?> events) {}
+
+    /**
+     * Answers from a view.
+     *
+     * @param view what may be seen of the agent
+     */
+    JsonApi(AgentView view) {
+        this.view = view;
+    }
+
+    @Override
+    public WebContent answer(String path, String query) throws WebProblem {
+        String rest = path.substring(PREFIX.length());
+        if (rest.equals("resources")) {
+            WebRoute.refuseQuery(query);
+            return rendered(rest, view.snapshot());
+        }
+        if (rest.equals("events")) {
+            int limit = limit(query);
+            return rendered(rest + limit, new Events(view.events(limit)));
+        }
+        Matcher parts = OF_RESOURCE.matcher(rest);
+        if (!parts.matches()) {
+            throw new WebProblem(404, "There is nothing at this path; the paths are resources, events, "
+                    + "resources/ID/trend, resources/ID/culprits and resources/ID/events.");
+        }
+        return ofResource(id(parts.group(1)), parts.group(2), query);
+    }
+
+    private WebContent ofResource(int id, String what, String query) throws WebProblem {
+        Optional<?> shown;
+        String key = id + what;
+        if (what.equals("events")) {
+            int limit = limit(query);
+            key += limit;
+            shown = view.events(id, limit).map(Events::new);
+        } else {
+            WebRoute.refuseQuery(query);
+            shown = what.equals("trend") ? chart(id) : view.culprits(id);
+        }
+        return rendered(key, shown.orElseThrow(() -> noResource(Integer.toString(id))));
+    }
+
+    private Optional<TrendView> chart(int id) throws WebProblem {
+        if (!charts.tryAcquire()) {
+            throw new WebProblem(503, "Too many charts are asked for at once; come back in a second.");
+        }
+        try {
+            return view.trend(id);
+        } finally {
+            charts.release();
+        }
+    }
+
+    private static int id(String text) throws WebProblem {
+        if (!NUMBER.matcher(text).matches()) {
+            throw new WebProblem(400, "A resource's number is expected: 1 to 10 digits.");
+        }
+        long id = Long.parseLong(text);
+        if (id > Integer.MAX_VALUE) {
+            throw noResource(text);
+        }
+        return (int) id;
+    }
+
+    private static WebProblem noResource(String id) {
+        return new WebProblem(404, "There is no resource " + id + ".");
+    }
+
+    private static int limit(String query) throws WebProblem {
+        if (query == null) {
+            return DEFAULT_LIMIT;
+        }
+        Matcher limit = LIMIT.matcher(query);
+        int value = limit.matches() ? Integer.parseInt(limit.group(1)) : 0;
+        if (value < 1 || value > LARGEST_LIMIT) {
+            throw new WebProblem(400, "The one query here is limit=N, with N from 1 to "
+                    + LARGEST_LIMIT + ".");
+        }
+        return value;
+    }
+
+    /** The bytes for what is shown: those made before when it is still the same, otherwise new ones. */
+    private WebContent rendered(String key, Object shown) {
+        Answer known;
+        synchronized (answers) {
+            known = answers.get(key);
+        }
+        if (known != null && isSame(known.shown, shown)) {
+            return known.content;
+        }
+        WebContent content = new WebContent(WebContent.JSON, toBytes(shown));
+        synchronized (answers) {
+            answers.put(key, new Answer(shown, content));
+        }
+        return content;
+    }
+
+    /** The view keeps its objects for as long as they are current, but may put events into a new list. */
+    private static boolean isSame(Object before, Object now) {
+        return before == now || now instanceof Events && now.equals(before);
+    }
+
+    /**
+     * The JSON of an object of the interface.
+     *
+     * @param shown a record of the interface
+     * @return the bytes
+     */
+    static byte[] toBytes(Object shown) {
+        try {
+            return MAPPER.writeValueAsBytes(shown);
+        } catch (JsonProcessingException e) {
+            throw new IllegalStateException("an object of the interface has no JSON", e);
+        }
+    }
+
+    /**
+     * The answer that tells of a problem.
+     *
+     * @param problem the problem
+     * @return the content
+     */
+    static WebContent error(WebProblem problem) {
+        Map<String, Object> error = new LinkedHashMap<>();
+        error.put("status", problem.status());
+        error.put("message", problem.getMessage());
+        return new WebContent(WebContent.JSON, toBytes(Map.of("error", error)));
+    }
+
+    private static ObjectMapper mapper() {
+        SimpleModule numbers = new SimpleModule();
+        JsonSerializer<Double> number = new FiniteNumber();
+        numbers.addSerializer(Double.class, number);
+        numbers.addSerializer(Double.TYPE, number);
+        numbers.addSerializer(TrendView.Curve.class, new FiniteCurve());
+        return new ObjectMapper().registerModule(numbers);
+    }
+
+    /** JSON can spell neither NaN nor the infinite. */
+    private static final class FiniteNumber extends JsonSerializer<Double> {
+
+        @Override
+        public void serialize(Double value, JsonGenerator out, SerializerProvider provider)
+                throws IOException {
+            if (Double.isFinite(value)) {
+                out.writeNumber(value);
+            } else {
+                out.writeNull();
+            }
+        }
+    }
+
+    /** A curve without the points that are no numbers. */
+    private static final class FiniteCurve extends JsonSerializer<TrendView.Curve> {
+
+        @Override
+        public void serialize(TrendView.Curve curve, JsonGenerator out, SerializerProvider provider)
+                throws IOException {
+            out.writeStartObject();
+            write("times", curve.times(), curve, out);
+            write("values", curve.values(), curve, out);
+            out.writeEndObject();
+        }
+
+        private static void write(String name, double[] numbers, TrendView.Curve curve, JsonGenerator out)
+                throws IOException {
+            out.writeArrayFieldStart(name);
+            int points = Math.min(curve.times().length, curve.values().length);
+            for (int i = 0; i < points; i++) {
+                if (Double.isFinite(curve.times()[i]) && Double.isFinite(curve.values()[i])) {
+                    out.writeNumber(numbers[i]);
+                }
+            }
+            out.writeEndArray();
+        }
+    }
+}

@@ -1,0 +1,94 @@
+package com.quorin.sysmgt.tavl.LumetraAgent;
+
+import picocli.CommandLine;
+import picocli.CommandLine.Command;
+import picocli.CommandLine.IVersionProvider;
+import picocli.CommandLine.Model.CommandSpec;
+import picocli.CommandLine.ParameterException;
+import picocli.CommandLine.Spec;
+
+/** The program: runs the agent, or shows in a terminal what a running one sees. */
+@Command(name = "lumetra", mixinStandardHelpOptions = true, versionProvider = Lumetra.Version.class,
+        description = "Tells hours ahead which resource of this machine will run out.",
+        subcommands = {RunCommand.class, StatusCommand.class, PlotCommand.class, CheckCommand.class},
+        commandListHeading = "%nCommands:%n",
+        footerHeading = "%nExit codes:%n",
+        footer = {"  0  done",
+            "  1  it did not work; standard error says why",
+            "  2  the command line is wrong",
+            "",
+            "lumetra COMMAND --help tells about each command.%n"})
+public final class Lumetra implements Runnable {
+
+    /** Exit code of a command that did what it was asked to. */
+    static final int DONE = 0;
+
+    /** Exit code of a command that failed. */
+    static final int FAILED = 1;
+
+    @Spec
+    private CommandSpec spec;
+
+    /** Creates the program; picocli adds the commands. */
+    public Lumetra() {
+        // nothing to hold
+    }
+
+    /**
+     * Runs a command and ends the process with its exit code.
+     *
+     * @param args the command line
+     */
+    public static void main(String[] args) {
+        CommandLine line = commandLine();
+        int code = line.execute(args);
+        RunCommand run = line.getSubcommands().get("run").getCommand();
+        run.leaveWith(code);
+        System.exit(code);
+    }
+
+    /**
+     * The command line, which answers a mistake with one line and not with the whole usage text.
+     *
+     * @return the command line, ready to be executed
+     */
+    static CommandLine commandLine() {
+        return new CommandLine(new Lumetra()).setParameterExceptionHandler((mistake, args) -> {
+            CommandLine command = mistake.getCommandLine();
+            String name = command.getCommandSpec().qualifiedName();
+            command.getErr().println(name + ": " + Words.printable(mistake.getMessage()));
+            command.getErr().println("Try " + name + " --help");
+            return CommandLine.ExitCode.USAGE;
+        });
+    }
+
+    /** Without a command there is nothing to do. */
+    @Override
+    public void run() {
+        throw new ParameterException(spec.commandLine(), "a command is missing: run, status, plot or check");
+    }
+
+    /** The version that the build wrote into the program's archive. */
+    static final class Version implements IVersionProvider {
+
+        /** Creates the provider; picocli does so by itself. */
+        Version() {
+            // nothing to hold
+        }
+
+        /**
+         * The version of the build.
+         *
+         * @return the number, or "(development)" outside an archive
+         */
+        static String text() {
+            String version = Lumetra.class.getPackage().getImplementationVersion();
+            return version == null ? "(development)" : version;
+        }
+
+        @Override
+        public String[] getVersion() {
+            return new String[] {"Lumetra Agent " + text()};
+        }
+    }
+}

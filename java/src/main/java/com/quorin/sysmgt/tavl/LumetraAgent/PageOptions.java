@@ -1,0 +1,142 @@
+package com.quorin.sysmgt.tavl.LumetraAgent;
+
+import java.io.IOException;
+import java.io.PrintStream;
+import java.net.InetAddress;
+import java.net.InetSocketAddress;
+import java.net.UnknownHostException;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.Optional;
+import java.util.regex.Pattern;
+import picocli.CommandLine.Model.CommandSpec;
+import picocli.CommandLine.Option;
+import picocli.CommandLine.ParameterException;
+
+/** Where the page is, and who may ask for it. */
+final class PageOptions {
+
+    /** The port unless another is named. */
+    static final int DEFAULT_PORT = 8642;
+
+    private static final int LARGEST_PORT = 65535;
+    private static final Pattern NAME = Pattern.compile("[A-Za-z0-9_]([A-Za-z0-9._-]{0,251}[A-Za-z0-9_.])?");
+    private static final Path OWN_NAME = Path.of("/proc/sys/kernel/hostname");
+
+    @Option(names = "--port", paramLabel = "N", defaultValue = "" + DEFAULT_PORT,
+            description = "The page's port, 1 to 65535; 0 for no page. Default: ${DEFAULT-VALUE}.")
+    private int port;
+
+    @Option(names = "--listen", paramLabel = "ADDRESS", defaultValue = "127.0.0.1",
+            description = "The address that the page listens on, an IP address or a name of this machine. "
+                    + "Whoever reaches it can read the page. Default: ${DEFAULT-VALUE}.")
+    private String listen;
+
+    @Option(names = "--allow-host", paramLabel = "NAME",
+            description = "Another name under which a browser may ask for the page. Repeatable. "
+                    + "IP addresses, localhost and the name after --listen are always allowed.")
+    private List<String> allowed = new ArrayList<>();
+
+    /** Creates the default options. */
+    PageOptions() {
+        // picocli fills in the options
+    }
+
+    /**
+     * Refuses values that can never be right.
+     *
+     * @param spec the command that they were given to
+     */
+    void check(CommandSpec spec) {
+        checkPort(spec, "--port", port, 0);
+        if (listen.isBlank()) {
+            throw new ParameterException(spec.commandLine(),
+                    "Invalid value for option '--listen': expected an IP address or a name of this machine");
+        }
+        for (String name : allowed) {
+            if (!NAME.matcher(name).matches()) {
+                throw new ParameterException(spec.commandLine(), "Invalid value for option '--allow-host': "
+                        + "expected the name of a machine, without port, got \"" + name + "\"");
+            }
+        }
+    }
+
+    /**
+     * Whether there is to be a page.
+     *
+     * @return false for port 0
+     */
+    boolean isWanted() {
+        return port != 0;
+    }
+
+    /**
+     * Refuses a port that is none.
+     *
+     * @param spec   the command that it was given to
+     * @param option the option's name
+     * @param port   the port
+     * @param least  the smallest number that is taken
+     */
+    static void checkPort(CommandSpec spec, String option, int port, int least) {
+        if (port < least || port > LARGEST_PORT) {
+            throw new ParameterException(spec.commandLine(), "Invalid value for option '" + option
+                    + "': expected a port from " + least + " to " + LARGEST_PORT + ", got " + port);
+        }
+    }
+
+    /**
+     * Starts the page, and says where it is or why it is not there.
+     *
+     * @param view what may be seen of the agent
+     * @param out  receives the line
+     * @return the server; empty when it cannot listen
+     */
+    Optional<WebServer> open(AgentView view, PrintStream out) {
+        try {
+            InetAddress address = InetAddress.getByName(listen);
+            WebServer server = WebServer.start(new InetSocketAddress(address, port), WebRoutes.of(view),
+                    new HostCheck(names(address)), System.err);
+            out.println("The page is at http://" + inUrl(address) + "/"
+                    + (address.isLoopbackAddress() ? "" : ", for everyone who can reach this address"));
+            return Optional.of(server);
+        } catch (IOException | RuntimeException e) {
+            out.println("The page is not available: cannot listen on " + Words.printable(listen) + ":" + port
+                    + " (" + reason(e) + "); --port names another port, --listen another address.");
+            return Optional.empty();
+        }
+    }
+
+    private String inUrl(InetAddress address) {
+        String own = address.isAnyLocalAddress() ? ownName() : "";
+        if (!own.isEmpty()) {
+            return own + ":" + port;
+        }
+        boolean asGiven = listen.matches("[0-9A-Fa-f:.]*:[0-9A-Fa-f:.]*");
+        return asGiven ? "[" + listen + "]:" + port : WebServer.inUrl(new InetSocketAddress(address, port));
+    }
+
+    private List<String> names(InetAddress address) {
+        List<String> names = new ArrayList<>(allowed);
+        names.add(listen);
+        if (!address.isLoopbackAddress() && !ownName().isEmpty()) {
+            names.add(ownName());
+            names.add(ownName().split("\\.")[0]);
+        }
+        return names;
+    }
+
+    /** The machine's own name, without asking any name server. */
+    private static String ownName() {
+        String name = FileText.read(OWN_NAME).map(String::strip).orElse("");
+        return NAME.matcher(name).matches() ? name : "";
+    }
+
+    private static String reason(Exception e) {
+        if (e instanceof UnknownHostException) {
+            return "this machine knows no such name";
+        }
+        return Words.printable(e.getMessage() == null ? e.toString() : e.getMessage());
+    }
+}

@@ -1,0 +1,255 @@
+package com.quorin.sysmgt.tavl.LumetraAgent;
+
+import java.io.IOException;
+import java.io.PrintStream;
+import java.nio.file.Files;
+import java.nio.file.InvalidPathException;
+import java.nio.file.Path;
+import java.time.Duration;
+import java.util.Optional;
+import java.util.concurrent.Callable;
+import java.util.concurrent.atomic.AtomicBoolean;
+import picocli.CommandLine.Command;
+import picocli.CommandLine.Mixin;
+import picocli.CommandLine.Model.CommandSpec;
+import picocli.CommandLine.Option;
+import picocli.CommandLine.ParameterException;
+import picocli.CommandLine.Spec;
+
+/**
+ * Runs the agent: starts it and the page, shows what it sees, and ends it in order on Ctrl-C, on SIGTERM or
+ * after a given time.
+ *
+ * <p>Its working directory must be the directory "bin" of the agent's home, because the native library finds
+ * its log and its work files from there; {@code run-agent} sees to that.
+ */
+@Command(name = "run", mixinStandardHelpOptions = true, versionProvider = Lumetra.Version.class,
+        description = "Samples this machine's process slots, swap space, file descriptors and file systems, "
+                + "and tells when one of them will run out, here and on a page for the browser.",
+        footerHeading = "%nExit codes:%n",
+        footer = {"  0  the agent ended as asked (Ctrl-C, SIGTERM, --for)",
+            "  1  the agent could not start, or ended by itself",
+            "  2  the command line is wrong",
+            "  3  packages are missing and cannot be installed (run-agent)",
+            "  4  the build failed (run-agent)%n"})
+final class RunCommand implements Callable<Integer> {
+    /** The agent ended because it was asked to. */
+    static final int ENDED_AS_ASKED = Lumetra.DONE;
+
+    private static final Path EVENTS = Path.of("..", "log", "events.jsonl");
+    private static final Duration LOOK_EVERY = Duration.ofMillis(500);
+    private static final Duration REMIND_EVERY = Duration.ofSeconds(30);
+
+    @Option(names = "--home", paramLabel = "DIR", defaultValue = "..",
+            description = "The agent's home; the program runs in its directory bin. "
+                    + "Default: the directory above.")
+    private String home;
+
+    @Option(names = "--config", paramLabel = "FILE", defaultValue = "../config/AutoConfig.ini",
+            description = "The configuration file. Default: config/AutoConfig.ini of the home.")
+    private String config;
+
+    @Option(names = "--for", paramLabel = "SECONDS", description = "End by itself after this many seconds.")
+    private Long seconds;
+
+    @Mixin
+    private PageOptions page = new PageOptions();
+
+    @Spec
+    private CommandSpec spec;
+
+    private final PrintStream out = System.out;
+    private final AtomicBoolean left = new AtomicBoolean();
+    private WebServer server;
+    private AgentWatch view;
+    private volatile AgentRun run;
+    private AgentMonitor monitor;
+    private Integer exitCode;
+    private volatile int hostCode;
+
+    /** Creates the command with its default options. */
+    RunCommand() {
+        // picocli fills in the options
+    }
+
+    /**
+     * Takes note that the command has returned, before the process ends with its code.
+     *
+     * @param code the exit code
+     */
+    void leaveWith(int code) {
+        hostCode = code;
+        // a host that failed leaves an agent behind, which is stopped in order like on a signal
+        left.set(run == null || run.hasEnded());
+    }
+
+    /**
+     * Runs the agent until it ends.
+     *
+     * @return the exit code
+     */
+    @Override
+    public Integer call() {
+        checkOptions();
+        try {
+            NativeLibrary.load();
+        } catch (NativeLibrary.Unavailable e) {
+            System.err.println(Words.printable(e.getMessage()));
+            return Lumetra.FAILED;
+        }
+        AgentEvents.recordTo(new EventFile(EVENTS, EventFile.TEN_MEGABYTES));
+        Optional<AgentConfiguration> read = AgentConfiguration.read(Path.of(config));
+        read.ifPresent(c -> monitor =
+                new AgentMonitor(c, MachineCapacities::ofThisMachine, out, System.nanoTime()));
+        run = new AgentRun(nativeAgent());
+        out.println("Lumetra Agent " + Lumetra.Version.text() + ", home " + Words.printable(homeText())
+                + ", configuration " + Words.printable(config)
+                + (seconds == null ? ". Ctrl-C stops it." : ", for " + seconds + " s."));
+        read.filter(c -> page.isWanted()).ifPresent(this::openPage);
+        Runtime.getRuntime().addShutdownHook(new Thread(this::stopOnSignal, "lumetra-stop"));
+        run.start();
+        watch();
+        return leave();
+    }
+
+    /** The agent does its work with the page or without. */
+    private void openPage(AgentConfiguration configuration) {
+        EventHistory events = EventHistory.of(EVENTS);
+        view = new AgentWatch(configuration, homeText(), Lumetra.Version.text(), () -> !run.hasEnded(),
+                new TrendReader(), events);
+        page.open(view, out).ifPresent(opened -> {
+            server = opened;
+            AgentEvents.tellTo(events);
+            view.start();
+        });
+    }
+
+    private void closePage() {
+        if (server != null) {
+            server.close();
+            view.close();
+        }
+    }
+
+    private AgentRun.Agent nativeAgent() {
+        return new AgentRun.Agent() {
+            private final LumetraSubagent subagent = new LumetraSubagent();
+
+            @Override
+            public int run() {
+                return new ExecPrediction().research_main(new AgentEvents(), 2, "run-agent", config);
+            }
+
+            @Override
+            public int pleaseStop() {
+                return subagent.javaThreadSyncPleaseStop();
+            }
+        };
+    }
+
+    private void checkOptions() {
+        page.check(spec);
+        if (seconds != null && (seconds < 1 || seconds > Integer.MAX_VALUE)) {
+            throw new ParameterException(spec.commandLine(),
+                    "Invalid value for option '--for': expected at least 1 second and at most "
+                    + Integer.MAX_VALUE + ", got " + seconds);
+        }
+        try {
+            Path bin = Path.of(home).resolve("bin");
+            if (!Files.isDirectory(bin) || !Files.isSameFile(bin, Path.of(""))) {
+                throw new ParameterException(spec.commandLine(), "The working directory must be " + bin
+                        + "; start the agent with run-agent");
+            }
+            Path.of(config);
+        } catch (IOException | InvalidPathException e) {
+            throw new ParameterException(spec.commandLine(),
+                    "Cannot use the home " + home + " with the configuration " + config
+                            + ": " + e.getMessage());
+        }
+    }
+
+    private String homeText() {
+        return Path.of(home).toAbsolutePath().normalize().toString();
+    }
+
+    /** Shows what the agent does until it ends or its time is over. */
+    private void watch() {
+        long deadline = System.nanoTime() + (seconds == null ? 0 : Duration.ofSeconds(seconds).toNanos());
+        while (!run.awaitEnd(LOOK_EVERY)) {
+            long now = System.nanoTime();
+            if (seconds != null && now - deadline >= 0) {
+                stop();
+            } else if (monitor != null && !run.isStopping()) {
+                monitor.look(now);
+            }
+        }
+    }
+
+    private void stop() {
+        String most = monitor == null ? "one cycle and one period"
+                : "one cycle and one period of " + Words.ofDuration(monitor.plan().pause());
+        out.println("Stopping: waiting for the agent to finish, at most " + most + ".");
+        run.stop(() -> out.println("Still waiting for the agent to finish its cycle."), REMIND_EVERY);
+    }
+
+    /**
+     * Says how the run ended, once, and returns the exit code; the stopping thread and the main one both come
+     * here.
+     */
+    private synchronized int leave() {
+        if (exitCode != null) {
+            return exitCode;
+        }
+        closePage();
+        if (monitor != null) {
+            monitor.countLast();
+        }
+        int code = exitCode(run, cycles(), AgentEvents.fatalCount());
+        String count = cycles() == 1 ? "1 cycle" : cycles() + " cycles";
+        if (code == ENDED_AS_ASKED) {
+            out.println("The agent has stopped after " + count + ".");
+        } else {
+            String log = homeText() + "/log/LumetraAgent.log";
+            String why = run.failure().map(Throwable::toString).orElse(log + " says more");
+            System.err.println(
+                    "The agent ended by itself after " + count + ": " + Words.printable(why) + ".");
+        }
+        exitCode = code;
+        return code;
+    }
+
+    /**
+     * The exit code of a run that is over.
+     *
+     * @param run    the run
+     * @param cycles how many cycles it completed
+     * @param fatals how many failures it told
+     * @return 0 for an end that was asked for, 1 for any other, also for one in the middle of a failing start
+     */
+    static int exitCode(AgentRun run, long cycles, long fatals) {
+        boolean neverStarted = cycles == 0 && fatals > 0;
+        return run.endedAsAsked() && !neverStarted ? ENDED_AS_ASKED : Lumetra.FAILED;
+    }
+
+    private long cycles() {
+        return monitor == null ? 0 : monitor.cycles();
+    }
+
+    /**
+     * Runs when the process is told to end. A Java process would then report the signal as its exit code, so
+     * the code is set here, after the agent has ended.
+     */
+    private void stopOnSignal() {
+        if (left.get()) {
+            return; // the end of main, not a signal
+        }
+        if (!run.isStopping()) {
+            stop();
+        }
+        run.awaitEnd(Duration.ofDays(365));
+        int code = Math.max(leave(), hostCode);
+        out.flush();
+        System.err.flush();
+        Runtime.getRuntime().halt(code);
+    }
+}

@@ -1,0 +1,28 @@
+package com.quorin.sysmgt.tavl.LumetraAgent;
+
+/** A request that is answered with an error; the message is for the client and names what was expected. */
+final class WebProblem extends Exception {
+    private static final long serialVersionUID = 1L;
+
+    private final int status;
+
+    /**
+     * Describes the answer.
+     *
+     * @param status  the HTTP status
+     * @param message one sentence
+     */
+    WebProblem(int status, String message) {
+        super(message, null, false, false);
+        this.status = status;
+    }
+
+    /**
+     * The HTTP status.
+     *
+     * @return 400 to 599
+     */
+    int status() {
+        return status;
+    }
+}

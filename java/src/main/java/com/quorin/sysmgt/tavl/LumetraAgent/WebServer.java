@@ -1,0 +1,281 @@
+package com.quorin.sysmgt.tavl.LumetraAgent;
+
+import com.sun.net.httpserver.Headers;
+import com.sun.net.httpserver.HttpExchange;
+import com.sun.net.httpserver.HttpServer;
+import java.io.IOException;
+import java.io.OutputStream;
+import java.io.PrintStream;
+import java.net.Inet6Address;
+import java.net.InetAddress;
+import java.net.InetSocketAddress;
+import java.net.URI;
+import java.net.UnknownHostException;
+import java.util.List;
+import java.util.Map;
+import java.util.concurrent.ArrayBlockingQueue;
+import java.util.concurrent.ThreadPoolExecutor;
+import java.util.concurrent.TimeUnit;
+import java.util.concurrent.atomic.AtomicInteger;
+import java.util.concurrent.atomic.AtomicLong;
+import java.util.logging.Level;
+import java.util.logging.LogRecord;
+import java.util.logging.Logger;
+
+/**
+ * Answers GET and HEAD requests from a table of routes; everything else is refused. Connections, threads,
+ * headers and times are bounded, so that no client can take more than a small share of the process.
+ */
+final class WebServer implements AutoCloseable {
+
+    private static final int THREADS = 8;
+    private static final int CONNECTIONS = 64;
+    private static final long COMPLAIN_EVERY = TimeUnit.MINUTES.toNanos(1);
+    private static final int ACCEPT_BACKLOG = 64;
+    private static final long RETRY_MILLIS = 100;
+
+    /** Held here, as a logger that nobody holds loses its settings. */
+    private static final Logger SERVER_LOG = Logger.getLogger("com.sun.net.httpserver");
+
+    /**
+     * The bounds of the JDK's server, which reads them once, when its first object is made. Times are
+     * seconds, but for the two at the end: how often it looks for connections that are over their time.
+     */
+    private static final Map<String, String> BOUNDS = Map.ofEntries(
+            Map.entry("sun.net.httpserver.maxReqTime", "5"),
+            Map.entry("sun.net.httpserver.maxRspTime", "10"),
+            Map.entry("sun.net.httpserver.idleInterval", "10"),
+            Map.entry("sun.net.httpserver.maxIdleConnections", "32"),
+            Map.entry("jdk.httpserver.maxConnections", Integer.toString(CONNECTIONS)),
+            Map.entry("sun.net.httpserver.maxReqHeaders", "64"),
+            Map.entry("sun.net.httpserver.maxReqHeaderSize", "16384"),
+            Map.entry("sun.net.httpserver.drainAmount", "4096"),
+            Map.entry("sun.net.httpserver.nodelay", "true"),
+            Map.entry("sun.net.httpserver.timerMillis", "500"),
+            Map.entry("sun.net.httpserver.clockTick", "1000"));
+
+    private static final Map<String, String> HEADERS = Map.of(
+            "Content-Security-Policy", "default-src 'none'; script-src 'self'; style-src 'self'; "
+                    + "img-src 'self' data:; connect-src 'self'; base-uri 'none'; form-action 'none'; "
+                    + "frame-ancestors 'none'",
+            "X-Content-Type-Options", "nosniff",
+            "Referrer-Policy", "no-referrer",
+            "Cross-Origin-Resource-Policy", "same-origin",
+            "Cross-Origin-Opener-Policy", "same-origin",
+            "Cache-Control", "no-cache");
+
+    static {
+        SERVER_LOG.setLevel(Level.FINER);
+        SERVER_LOG.setFilter(WebServer::paceRetries);
+        BOUNDS.forEach((name, value) -> {
+            if (System.getProperty(name) == null) {
+                System.setProperty(name, value);
+            }
+        });
+    }
+
+    /**
+     * Without descriptors the JDK's server cannot accept a waiting client, and tries again at once, for as
+     * long as the client waits: a whole processor. The only sign of it is a message to its log, in its own
+     * thread, which is kept back for a moment here.
+     */
+    private static boolean paceRetries(LogRecord message) {
+        if (message.getThrown() instanceof IOException && "Dispatcher (4)".equals(message.getMessage())) {
+            try {
+                Thread.sleep(RETRY_MILLIS);
+            } catch (InterruptedException e) {
+                Thread.currentThread().interrupt();
+            }
+        }
+        return message.getLevel().intValue() >= Level.WARNING.intValue();
+    }
+
+    private final HttpServer server;
+    private final ThreadPoolExecutor pool;
+    private final WebRoute routes;
+    private final HostCheck hosts;
+    private final PrintStream complaints;
+    private final AtomicLong nextComplaint = new AtomicLong(System.nanoTime());
+
+    private WebServer(HttpServer server, WebRoute routes, HostCheck hosts, PrintStream complaints) {
+        this.server = server;
+        this.routes = routes;
+        this.hosts = hosts;
+        this.complaints = complaints;
+        AtomicInteger number = new AtomicInteger();
+        pool = new ThreadPoolExecutor(THREADS, THREADS, 30, TimeUnit.SECONDS,
+                new ArrayBlockingQueue<>(CONNECTIONS), task -> {
+                    Thread thread = new Thread(task, "lumetra-web-" + number.incrementAndGet());
+                    thread.setDaemon(true);
+                    return thread;
+                });
+        pool.allowCoreThreadTimeOut(true);
+    }
+
+    /**
+     * Starts a server.
+     *
+     * @param address    where it listens; port 0 lets the system choose one
+     * @param routes     what answers a path
+     * @param hosts      the names of this machine
+     * @param complaints where an unexpected failure is told, at most once a minute
+     * @return the server, which answers already
+     * @throws IOException when it cannot listen there
+     */
+    static WebServer start(InetSocketAddress address, WebRoute routes, HostCheck hosts,
+            PrintStream complaints) throws IOException {
+        if (address.isUnresolved()) {
+            throw new UnknownHostException("unknown address");
+        }
+        WebServer web = new WebServer(HttpServer.create(address, ACCEPT_BACKLOG), routes, hosts, complaints);
+        web.server.setExecutor(web.pool);
+        web.server.createContext("/", web::handle);
+        web.server.start();
+        return web;
+    }
+
+    /**
+     * Where the server listens.
+     *
+     * @return address and port
+     */
+    InetSocketAddress address() {
+        return server.getAddress();
+    }
+
+    /**
+     * An address and port as they stand in a URL.
+     *
+     * @param address the address
+     * @return the text, an IPv6 address in brackets
+     */
+    static String inUrl(InetSocketAddress address) {
+        InetAddress ip = address.getAddress();
+        String host = ip instanceof Inet6Address ? "[" + ip.getHostAddress() + "]" : address.getHostString();
+        return host + ":" + address.getPort();
+    }
+
+    /** Stops listening and closes all connections. */
+    @Override
+    public void close() {
+        server.stop(0);
+        pool.shutdownNow();
+    }
+
+    private void handle(HttpExchange exchange) {
+        try {
+            respond(exchange);
+        } catch (IOException e) {
+            // the client has gone or was too slow: its connection is closed, and nobody is left to be told
+        } catch (RuntimeException | StackOverflowError | OutOfMemoryError e) {
+            complain(e);
+        } finally {
+            exchange.close();
+        }
+    }
+
+    private void respond(HttpExchange exchange) throws IOException {
+        HEADERS.forEach(exchange.getResponseHeaders()::set);
+        WebContent content;
+        int status = 200;
+        try {
+            content = content(exchange);
+        } catch (WebProblem problem) {
+            status = problem.status();
+            content = problem(exchange, problem);
+        } catch (RuntimeException | StackOverflowError | OutOfMemoryError e) {
+            complain(e);
+            status = 500;
+            content = JsonApi.error(new WebProblem(status, "The answer could not be made."));
+        }
+        send(exchange, status, content);
+    }
+
+    private WebContent content(HttpExchange exchange) throws WebProblem {
+        Headers headers = exchange.getRequestHeaders();
+        if (!hosts.allows(headers.get("Host"))) {
+            throw new WebProblem(403, "The Host header does not name this machine; "
+                    + "lumetra run --allow-host allows another name.");
+        }
+        String method = exchange.getRequestMethod();
+        if (!method.equals("GET") && !method.equals("HEAD")) {
+            throw new WebProblem(405, "Only GET and HEAD are allowed.");
+        }
+        if (headers.containsKey("Transfer-Encoding") || hasLength(headers.getFirst("Content-Length"))) {
+            throw new WebProblem(400, "A request with a body is not taken.");
+        }
+        URI uri = exchange.getRequestURI();
+        if (uri.isAbsolute() || uri.getRawAuthority() != null || uri.getRawFragment() != null) {
+            throw new WebProblem(400, "The request must name a path of this server.");
+        }
+        return routes.answer(uri.getRawPath(), uri.getRawQuery());
+    }
+
+    private static boolean hasLength(String length) {
+        return length != null && !length.strip().equals("0");
+    }
+
+    private static WebContent problem(HttpExchange exchange, WebProblem problem) {
+        if (problem.status() == 405) {
+            exchange.getResponseHeaders().set("Allow", "GET, HEAD");
+        } else if (problem.status() == 503) {
+            exchange.getResponseHeaders().set("Retry-After", "1");
+        }
+        return JsonApi.error(problem);
+    }
+
+    private static void send(HttpExchange exchange, int status, WebContent content) throws IOException {
+        Headers asked = exchange.getRequestHeaders();
+        Headers headers = exchange.getResponseHeaders();
+        boolean zipped = content.isCompressible() && takesGzip(asked.get("Accept-Encoding"));
+        headers.set("Content-Type", content.type());
+        headers.set("ETag", content.etag(zipped));
+        if (content.isCompressible()) {
+            headers.set("Vary", "Accept-Encoding");
+        }
+        if (status == 200 && content.isKnownTo(joined(asked.get("If-None-Match")))) {
+            exchange.sendResponseHeaders(304, -1);
+            return;
+        }
+        if (zipped) {
+            headers.set("Content-Encoding", "gzip");
+        }
+        byte[] bytes = content.bytes(zipped);
+        if (exchange.getRequestMethod().equals("HEAD")) {
+            headers.set("Content-Length", Integer.toString(bytes.length));
+            exchange.sendResponseHeaders(status, -1);
+            return;
+        }
+        exchange.sendResponseHeaders(status, bytes.length);
+        try (OutputStream body = exchange.getResponseBody()) {
+            body.write(bytes);
+        }
+    }
+
+    private static String joined(List<String> values) {
+        return values == null ? null : String.join(",", values);
+    }
+
+    /** Whether gzip is among the encodings and not ruled out by a quality of zero. */
+    private static boolean takesGzip(List<String> accepted) {
+        if (accepted == null) {
+            return false;
+        }
+        for (String part : joined(accepted).split(",")) {
+            String[] words = part.strip().split("\\s*;\\s*", 2);
+            if (words[0].equalsIgnoreCase("gzip")) {
+                return words.length == 1 || !words[1].matches("[qQ]=0(\\.0*)?");
+            }
+        }
+        return false;
+    }
+
+    private void complain(Throwable failure) {
+        long due = nextComplaint.get();
+        long now = System.nanoTime();
+        if (now - due >= 0 && nextComplaint.compareAndSet(due, now + COMPLAIN_EVERY)) {
+            complaints.println("The web server could not make an answer: "
+                    + Words.printable(failure.toString()));
+        }
+    }
+}

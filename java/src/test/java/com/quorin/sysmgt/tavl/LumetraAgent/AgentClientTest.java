@@ -1,0 +1,130 @@
+package com.quorin.sysmgt.tavl.LumetraAgent;
+
+import static org.junit.jupiter.api.Assertions.assertArrayEquals;
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertThrows;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import com.sun.net.httpserver.HttpServer;
+import java.io.IOException;
+import java.io.OutputStream;
+import java.net.InetAddress;
+import java.net.InetSocketAddress;
+import java.net.ServerSocket;
+import java.net.URI;
+import java.nio.charset.StandardCharsets;
+import java.util.List;
+import org.junit.jupiter.api.AfterEach;
+import org.junit.jupiter.api.BeforeEach;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.params.ParameterizedTest;
+import org.junit.jupiter.params.provider.CsvSource;
+
+class AgentClientTest {
+
+    private static final String JSON = "application/json";
+    private final FakeView view = new FakeView();
+    private HttpServer server;
+    private AgentClient client;
+    private int status = 200;
+    private String type = JSON;
+    private byte[] body = {};
+
+    @BeforeEach
+    void start() throws IOException {
+        server = HttpServer.create(new InetSocketAddress(InetAddress.getLoopbackAddress(), 0), 0);
+        server.createContext("/", exchange -> {
+            exchange.getResponseHeaders().set("Content-Type", type);
+            exchange.getResponseHeaders().set("Location", "/elsewhere");
+            exchange.sendResponseHeaders(status, body.length == 0 ? -1 : body.length);
+            try (OutputStream out = exchange.getResponseBody()) {
+                out.write(body);
+            }
+        });
+        server.start();
+        client = new AgentClient(URI.create("http://127.0.0.1:" + server.getAddress().getPort() + "/"));
+    }
+
+    @AfterEach
+    void stop() {
+        server.stop(0);
+    }
+
+    private String failure() {
+        String text = assertThrows(AgentClient.Unavailable.class, client::overview).getMessage();
+        assertEquals(1, text.lines().count());
+        assertTrue(text.indexOf('\u001b') < 0, text);
+        return text;
+    }
+
+    @Test
+    void whatTheServerSendsIsReadBackTheSame() throws Exception {
+        body = JsonApi.toBytes(view.snapshot);
+        assertEquals(view.snapshot, client.overview().snapshot());
+        body = JsonApi.toBytes(view.trend);
+        TrendView trend = client.trend(7);
+        assertArrayEquals(view.trend.samples().times(), trend.samples().times());
+        assertArrayEquals(view.trend.forecast().values(), trend.forecast().values());
+    }
+
+    @Test
+    void membersThatALaterAgentAddsAreNoTrouble() throws Exception {
+        body = new String(JsonApi.toBytes(FakeView.snapshot(List.of())), StandardCharsets.UTF_8)
+                .replaceFirst("\\{", "{\"more\":[1],").getBytes(StandardCharsets.UTF_8);
+        assertEquals(0, client.overview().snapshot().resources().size());
+    }
+
+    @ParameterizedTest
+    @CsvSource(delimiter = '|', value = {
+        "200 | text/html | <html> | its answer is no JSON",
+        "200 | application/json | <html> | its answer is no JSON object",
+        "200 | application/json | [] | its answer is no JSON object",
+        "200 | application/json | {} | its answer is not the list of resources",
+        "200 | application/json | {} {} | ",
+        "200 | application/json | {\"agent\":{},\"resources\":[]} | its JSON has another form",
+        "200 | application/json | {\"agent\":1,\"resources\":[null]} | its JSON has another form",
+        "200 | application/json | {\"resources\":{\"a\":1}} | its JSON has another form",
+        "404 | text/html | <h1>404</h1> | it answers with status 404",
+        "404 | application/json | {\"error\":{\"status\":404,\"message\":\"no \\u001b[2J\"}} | "
+            + "refuses: no \\x1b[2J",
+        "301 | text/html | x | it answers with status 301",
+        "500 | application/json | {\"error\":1} | it answers with status 500"})
+    void whatIsNoAgentIsToldApart(int sent, String kind, String text, String expected) {
+        status = sent;
+        type = kind;
+        body = text.getBytes(StandardCharsets.UTF_8);
+        String told = failure();
+        assertTrue(told.contains("http://127.0.0.1:"), told);
+        assertTrue(expected == null || told.endsWith(expected), told);
+    }
+
+    @Test
+    void aChartWhoseCurvesAreUnequalIsRefused() {
+        body = ("{\"id\":1,\"samples\":{\"times\":[1],\"values\":[]},\"forecast\":null}").getBytes();
+        assertTrue(assertThrows(AgentClient.Unavailable.class, () -> client.trend(1)).getMessage()
+                .endsWith("its answer is not a chart"));
+    }
+
+    @Test
+    void deepNestingIsNoTrouble() {
+        body = ("{\"a\":" + "[".repeat(200000)).getBytes();
+        assertTrue(failure().endsWith("its answer is no JSON object"));
+    }
+
+    @Test
+    void whereNobodyListensTheWayToStartIsTold() {
+        server.stop(0);
+        assertTrue(failure().matches("no agent answers at http://127.0.0.1:\\d+/: Connection refused; "
+                + "start it with ./run-agent"), failure());
+    }
+
+    @Test
+    void aServerThatIsSilentIsGivenUpAfterFiveSeconds() throws IOException {
+        try (ServerSocket silent = new ServerSocket(0, 5, InetAddress.getLoopbackAddress())) {
+            client = new AgentClient(URI.create("http://127.0.0.1:" + silent.getLocalPort() + "/"));
+            long begin = System.nanoTime();
+            assertTrue(failure().contains("no answer within 5 s"));
+            assertTrue(System.nanoTime() - begin < 15_000_000_000L);
+        }
+    }
+}

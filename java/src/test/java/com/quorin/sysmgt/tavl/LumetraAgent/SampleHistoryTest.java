@@ -1,0 +1,105 @@
+package com.quorin.sysmgt.tavl.LumetraAgent;
+
+import static org.junit.jupiter.api.Assertions.assertArrayEquals;
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertNull;
+
+import java.util.List;
+import org.junit.jupiter.api.Test;
+
+class SampleHistoryTest {
+
+    private final SampleHistory history = new SampleHistory(2048);
+
+    @Test
+    void theNewestSamplesAreKept() {
+        for (int i = 0; i < 5000; i++) {
+            history.add(i, i / 2.0);
+        }
+        TrendView.Curve curve = history.since(0);
+        assertEquals(2048, curve.times().length);
+        for (int i = 0; i < 2048; i++) {
+            assertEquals(5000 - 2048 + i, curve.times()[i]);
+            assertEquals((5000 - 2048 + i) / 2.0, curve.values()[i]);
+        }
+    }
+
+    @Test
+    void aSmallHistoryKeepsItsOrderToo() {
+        SampleHistory small = new SampleHistory(3);
+        for (int i = 0; i < 50; i++) {
+            small.add(i, i);
+            int kept = Math.min(3, i + 1);
+            assertEquals(kept, small.since(0).times().length);
+            assertEquals(i, small.since(0).times()[kept - 1]);
+        }
+        assertArrayEquals(new double[] {47, 48, 49}, small.since(0).values());
+    }
+
+    @Test
+    void onlyTheSamplesOfThisRunAreUsable() {
+        history.add(1, 5);
+        assertEquals(0, history.usable(1000));
+        history.addInRun(2, 5);
+        history.addInRun(3, SampleHistory.NO_SAMPLE);
+        history.addInRun(4, -0.99);
+        assertEquals(2, history.usable(1000));
+        assertEquals(1, history.usable(1));
+        history.restart();
+        assertEquals(0, history.usable(1000));
+        assertArrayEquals(new double[] {1, 2, 4}, history.since(0).times());
+    }
+
+    @Test
+    void aCurveBeginsWhereItIsAskedFor() {
+        for (int i = 0; i < 10; i++) {
+            history.add(100 + i, i);
+        }
+        assertArrayEquals(new double[] {108, 109}, history.since(108).times());
+        assertEquals(0, history.since(200).times().length);
+    }
+
+    @Test
+    void theShortHistoryHasTheMeansOfItsStretches() {
+        for (int i = 0; i <= 120; i++) {
+            history.add(1000 + i, i < 60 ? 10 : 20);
+        }
+        Snapshot.Recent recent = history.recent(1120, 500);
+        assertEquals(1000, recent.from());
+        assertEquals(1120, recent.to());
+        assertEquals(60, recent.values().size());
+        assertEquals(10.0, recent.values().get(29));
+        assertEquals(20.0, recent.values().get(30));
+        assertEquals(20.0, recent.values().get(59));
+    }
+
+    @Test
+    void theShortHistoryReachesNoFartherThanTheWindow() {
+        history.add(0, 99);
+        history.add(900, 1);
+        history.add(1000, 3);
+        Snapshot.Recent recent = history.recent(1000, 200);
+        assertEquals(900, recent.from());
+        assertEquals(1.0, recent.values().get(0));
+        assertNull(recent.values().get(30));
+        assertEquals(3.0, recent.values().get(59));
+    }
+
+    @Test
+    void oneMomentIsOneStretch() {
+        history.add(1000, 3.14159);
+        assertEquals(new Snapshot.Recent(1000, 1000, List.of(3.142)), history.recent(1000, 60));
+        assertEquals(1, new SampleHistory(5).recent(7, 60).values().size());
+        assertNull(new SampleHistory(5).recent(7, 60).values().get(0));
+    }
+
+    @Test
+    void whatIsNoNumberIsLeftOut() {
+        history.add(1, Double.NaN);
+        history.add(2, Double.POSITIVE_INFINITY);
+        assertEquals(0, history.since(0).times().length);
+        history.add(3, Double.MAX_VALUE);
+        history.add(3, Double.MAX_VALUE);
+        assertNull(history.recent(3, 10).values().get(0));
+    }
+}

@@ -1,0 +1,35 @@
+"""The page of a real agent in a real browser."""
+
+import os
+import subprocess
+import sys
+import unittest
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from java_host import JavaTest, api, free_port  # noqa: E402
+from agent_home import PROJECT, declaration, wait_until  # noqa: E402
+
+WEB = os.path.join(PROJECT, "tests", "web")
+
+
+class Page(JavaTest):
+    def test_a_real_agent_and_its_forecast_in_a_real_browser(self):
+        home = self.fresh_home(period=900)  # below a second there is no pause between cycles
+        home.declare(tuple(declaration(name, window="0.45") for name in
+                           ("PercentProcessesUsed", "PercentSwapSpaceUsed", "PercentFileDescriptorsUsed")))
+        port = free_port()
+        machine = self.host(home, "--port", str(port))
+        url = f"http://127.0.0.1:{port}/"
+        wait_until(lambda: any(r["forecastAt"] for r in api(url, "resources")["resources"]), 80, "a forecast")
+        browser = subprocess.run(["node", "--test", "realpage.test.mjs"], cwd=WEB, capture_output=True, text=True, timeout=120,
+                                 env={**os.environ, "LUMETRA_PAGE_URL": url})
+        self.assertEqual(browser.returncode, 0, browser.stdout[-4000:] + browser.stderr[-2000:])
+        self.assertRegex(browser.stdout, "(#|ℹ) pass [1-9]")
+        self.assertRegex(browser.stdout, "(#|ℹ) skipped 0")
+        machine.signal(15)
+        self.assertEqual(machine.end(40), 0, machine.output()[-2000:])
+        self.assert_clean(machine, home)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,329 @@
+// The view of one resource: chart, figures, culprits, events, collecting.
+import assert from "node:assert/strict";
+import { after, before, describe, test } from "node:test";
+import { columnsOf, distinctPixels, launch, screenshot } from "./browser.mjs";
+import { withWorld as inWorld } from "./support.mjs";
+import { busyServer, freshServer, World } from "./world.mjs";
+
+let browser;
+
+before(async () => {
+  browser = await launch();
+});
+after(() => browser.close());
+
+const withWorld = (...given) => inWorld(browser, ...given);
+const drawn = (page) => page.waitForSelector("#chart canvas");
+
+/** What the readout says with the pointer at a share of the chart's width. */
+async function readAt(page, share) {
+  const box = await page.locator("#chart .u-over").boundingBox();
+  await page.mouse.move(box.x + box.width * share, box.y + box.height / 2);
+  await page.waitForTimeout(80);
+  return page.textContent("#readout");
+}
+
+/** The time that a readout names, in seconds of its day. */
+function secondsOf(readout) {
+  const [hours, minutes, seconds] = /(\d\d):(\d\d):(\d\d)/.exec(readout).slice(1).map(Number);
+  return (hours * 60 + minutes) * 60 + seconds;
+}
+
+/** Samples come every 20 s, and the pointer finds the nearest. */
+function assertSameTime(readout, expected) {
+  const apart = Math.abs(secondsOf(readout) - secondsOf(expected));
+  assert.ok(Math.min(apart, 86400 - apart) <= 60, `${readout} instead of ${expected}`);
+}
+
+describe("the view of a resource", () => {
+  test("the chart has drawn samples, forecast, limit and notification level", async () => {
+    await withWorld(busyServer(), {}, async (page) => {
+      await drawn(page);
+      assert.ok(await distinctPixels(page) > 30, "the canvas is not blank");
+      const samples = await columnsOf(page, "--samples");
+      const forecast = await columnsOf(page, "--forecast");
+      assert.ok(samples.length > 300, `${samples.length} columns of samples`);
+      assert.ok(forecast.length > 300, `${forecast.length} columns of forecast`);
+      assert.ok(samples.at(-1) < forecast[Math.floor(forecast.length / 2)], "the forecast is later than the samples");
+      const ticked = await columnsOf(page, "--limit");
+      assert.ok(ticked.length > 1000, `the limit goes across: ${ticked.length}`);
+      assert.ok((await columnsOf(page, "--level")).length > 300);
+    }, "#/resource/1");
+  });
+
+  test("its figures, its sentence and its summary in words are there", async () => {
+    await withWorld(busyServer(), { timezoneId: "Europe/Berlin" }, async (page, agent) => {
+      await drawn(page);
+      assert.equal(await page.textContent("#detail-title"), "/data");
+      assert.match(await page.textContent("#detail-lead"), /exhaustion forecast:runs out in about 5 h 20 min \(\w{3} \d\d:\d\d\)/);
+      const facts = await page.innerText("#facts");
+      for (const expected of ["78.4 %", "3-segment linear regression", "70.5 %", "100 %", "just now"]) {
+        assert.ok(facts.includes(expected), `${expected} in ${facts}`);
+      }
+      const zone = new Intl.DateTimeFormat("en-GB", { timeZone: "Europe/Berlin", timeZoneName: "short" })
+        .formatToParts(new Date(agent.world.now * 1000)).find((p) => p.type === "timeZoneName").value;
+      assert.ok(facts.includes(zone), `${zone} in ${facts}`);
+      const summary = await page.textContent("#chart-summary");
+      assert.match(summary, /^600 samples from .* newest \d\d\.\d %\. The forecast reaches the limit at .*The limit is 100 %\./);
+      assert.equal(await page.getAttribute("#chart", "aria-describedby"), "chart-summary");
+      assert.equal(await page.locator("#legend li:visible").count(), 5);
+    }, "#/resource/1");
+  });
+
+  test("a silence of the agent is a gap in the curve", async () => {
+    const world = new World();
+    const r = world.add({ mountpoint: "/x" });
+    const trend = world.trend(r);
+    const kept = trend.samples.times.map((_, i) => i < 200 || i > 400);
+    const { times, values } = trend.samples;
+    trend.samples = { times: times.filter((_, i) => kept[i]), values: values.filter((_, i) => kept[i]) };
+    trend.forecast = null;
+    world.trends.set(r.id, trend);
+    await withWorld(world, {}, async (page) => {
+      await drawn(page);
+      const columns = await columnsOf(page, "--samples");
+      const widest = Math.max(...columns.slice(1).map((c, i) => c - columns[i]));
+      assert.ok(widest > 0.28 && widest < 0.4, `the widest gap is ${widest.toFixed(2)} of the width`);
+      assert.equal(await page.isVisible("#key-forecast"), false);
+    }, "#/resource/1");
+  });
+
+  test("several samples in the same second are one curve", async () => {
+    const world = new World();
+    const r = world.add({ mountpoint: "/x" });
+    const trend = world.trend(r);
+    trend.samples.times = trend.samples.times.map((_, i) => world.now - 100 + Math.floor(i / 6));
+    world.trends.set(r.id, { ...trend, source: "history", forecast: null });
+    await withWorld(world, {}, async (page) => {
+      await drawn(page);
+      const columns = await columnsOf(page, "--samples");
+      assert.ok(columns.at(-1) - columns[0] > 0.85 && columns.length > 800, `${columns.length} columns`);
+      assert.match(await page.textContent("#chart-summary"), /The forecast's curve is not at hand now\./);
+    }, "#/resource/1");
+  });
+
+  test("zooms by drag and by button, keeps the zoom when samples arrive, and comes back", async () => {
+    const world = busyServer();
+    await withWorld(world, {}, async (page) => {
+      await drawn(page);
+      const first = await readAt(page, 0.01);
+      assert.match(first, /^\w{3} \d\d:\d\d:\d\d: sample \d+/);
+      assert.match(await readAt(page, 0.8), /: forecast \d+/);
+      const box = await page.locator("#chart .u-over").boundingBox();
+      await page.mouse.move(box.x + box.width * 0.1, box.y + 50);
+      await page.mouse.down();
+      await page.mouse.move(box.x + box.width * 0.3, box.y + 60, { steps: 5 });
+      await page.mouse.up();
+      assert.equal(await page.isEnabled("#zoom-reset"), true);
+      const zoomed = await readAt(page, 0.01);
+      const moved = secondsOf(zoomed) - secondsOf(first);
+      assert.ok((moved + 86400) % 86400 > 1800, `${first}, then ${zoomed}`);
+      world.now += 20;
+      Object.assign(world.agent, { newestCycleAt: world.now - 4, cycles: world.agent.cycles + 1 });
+      world.resources[0].forecastAt = world.now - 4;
+      await page.click("#as-table");
+      const newest = await page.textContent("#sample-rows tr");
+      await page.waitForFunction((old) => document.querySelector("#sample-rows tr").textContent !== old, newest);
+      assertSameTime(await readAt(page, 0.01), zoomed);
+      await page.click("#zoom-reset");
+      assertSameTime(await readAt(page, 0.01), first);
+      assert.equal(await page.isEnabled("#zoom-reset"), false);
+      await page.click("#zoom-in");
+      assert.equal(await page.isEnabled("#zoom-out"), true);
+      await page.click("#zoom-out");
+      assert.equal(await page.isEnabled("#zoom-out"), false);
+    }, "#/resource/1");
+  });
+
+  test("shows first what is worth seeing, and the whole forecast on demand", async () => {
+    const world = new World();
+    world.add({ mountpoint: "/soon", state: "forecast", seconds: 3600 });
+    world.add({ mountpoint: "/quiet" });
+    for (const r of world.resources) {
+      const trend = world.trend(r);
+      const at = trend.samples.times.at(-1);
+      trend.forecast = { times: [0, 3600, 48 * 3600].map((t) => at + t), values: [r.value, r.id === 1 ? 100 : r.value, 100] };
+      world.trends.set(r.id, trend);
+    }
+    for (const id of [1, 2]) {
+      await withWorld(world, {}, async (page) => {
+        await drawn(page);
+        const share = async () => {
+          await page.waitForTimeout(100);
+          const columns = await columnsOf(page, "--samples");
+          return columns.at(-1) - columns[0];
+        };
+        const first = await share();
+        assert.ok(first > 0.35, `the samples have ${first.toFixed(2)} of the width`);
+        await page.click("#whole");
+        assert.ok(await share() < 0.1);
+        assert.equal(await page.isEnabled("#whole"), false);
+        await page.click("#zoom-reset");
+        assert.ok(Math.abs(await share() - first) < 0.01);
+        const box = await page.locator("#chart .u-over").boundingBox();
+        await page.click("#zoom-out");
+        assert.ok(await share() < first);
+        await page.mouse.dblclick(box.x + 100, box.y + 50);
+        assert.ok(Math.abs(await share() - first) < 0.01, "a double click resets too");
+      }, `#/resource/${id}`);
+    }
+  });
+
+  test("the values fill the chart on demand", async () => {
+    await withWorld(busyServer(), {}, async (page) => {
+      await drawn(page);
+      const height = () => page.evaluate(() => {
+        const canvas = document.querySelector("#chart canvas");
+        const { data, width } = canvas.getContext("2d").getImageData(0, 0, canvas.width, canvas.height);
+        const rows = new Set();
+        for (let i = 0; i < data.length; i += 4) {
+          if (data[i] === 11 && data[i + 1] === 92 && data[i + 2] === 138) {
+            rows.add(Math.floor(i / 4 / width));
+          }
+        }
+        return rows.size;
+      });
+      const before = await height();
+      await page.click("#scale");
+      assert.equal(await page.getAttribute("#scale", "aria-pressed"), "true");
+      await page.waitForTimeout(100);
+      assert.ok(await height() > before * 4, `${before} rows of pixels before, ${await height()} after`);
+    }, "#/resource/6");
+  });
+
+  test("the table has the last 50 samples, newest first", async () => {
+    await withWorld(busyServer(), {}, async (page, agent) => {
+      await drawn(page);
+      assert.equal(await page.isVisible("#sample-table"), false);
+      await page.click("#as-table");
+      assert.equal(await page.locator("#sample-rows tr").count(), 50);
+      const newest = agent.world.trend(agent.world.resources[0]).samples.values.at(-1);
+      assert.equal(await page.locator("#sample-rows td.number").first().textContent(), `${newest.toFixed(1)} %`);
+    }, "#/resource/1");
+  });
+
+  test("names the largest users, or says why it names none", async () => {
+    await withWorld(busyServer(), {}, async (page) => {
+      await page.waitForSelector("#culprit-rows tr");
+      assert.equal(await page.locator("#culprit-rows tr").first().innerText(), "postgres\t2211\t48,210");
+      assert.equal(await page.textContent("#culprits-unit"), "descriptors");
+      await page.goto(page.url().replace("resource/2", "resource/1"));
+      await page.waitForFunction(() => document.getElementById("culprits-text").textContent
+        === "The agent names processes for descriptors, memory and child processes only.");
+      assert.equal(await page.isVisible("#culprits"), false);
+    }, "#/resource/2");
+  });
+
+  test("has its own events, newest first", async () => {
+    await withWorld(busyServer(), {}, async (page) => {
+      await page.waitForSelector("#own-events li");
+      assert.equal(await page.locator("#own-events li").count(), 10);
+      assert.match(await page.locator("#own-events li").first().innerText(), /Forecast to run out in about 5 h 20 min .*just now/s);
+      assert.match(await page.textContent("#own-events-rest"), /^And 3 earlier, since \d\d:\d\d\.$/);
+      assert.match(await page.locator("#own-events time").first().getAttribute("title"), /\d{4}, \d\d:\d\d:\d\d/);
+    }, "#/resource/1");
+  });
+
+  test("can be linked, left by link and by Escape, and lands where the reader was", async () => {
+    await withWorld(busyServer(), { viewport: { width: 800, height: 500 } }, async (page) => {
+      const link = page.locator('a[href="#/resource/8"]').first();
+      await link.scrollIntoViewIfNeeded();
+      const before = await page.evaluate(() => window.scrollY);
+      await link.click();
+      await page.waitForSelector("#detail:not([hidden])");
+      assert.equal(await page.evaluate(() => window.scrollY), 0);
+      assert.equal(await page.evaluate(() => document.activeElement.id), "detail-title");
+      await page.keyboard.press("Escape");
+      await page.waitForSelector("#overview:not([hidden])");
+      assert.equal(await page.evaluate(() => window.scrollY), before);
+      assert.equal(await page.evaluate(() => document.activeElement.getAttribute("href")), "#/resource/8");
+      await link.click();
+      await page.click("#back");
+      await page.waitForSelector("#overview:not([hidden])");
+    });
+  });
+
+  test("of a number that is none says so", async () => {
+    await withWorld(busyServer(), {}, async (page) => {
+      assert.equal(await page.textContent("#missing-title"), "There is no resource 999.");
+    }, "#/resource/999");
+  });
+
+  test("shows the history while it collects, with the progress", async () => {
+    await withWorld(freshServer(), {}, async (page, agent) => {
+      await drawn(page);
+      assert.ok((await columnsOf(page, "--samples")).length > 600);
+      assert.equal(await page.textContent("#detail-collecting-text"),
+        "137 of 200 samples; the first forecast comes in about 5 min.");
+      const bar = page.locator("#detail-bar");
+      assert.equal(await bar.getAttribute("role"), "progressbar");
+      assert.equal(await bar.getAttribute("aria-valuenow"), "137");
+      assert.equal(await bar.getAttribute("aria-valuemax"), "200");
+      Object.assign(agent.world.resources[1], { samples: 200, firstForecastAt: null, state: "no-exhaustion",
+        stateText: "no exhaustion within the horizon", forecastAt: agent.world.now, model: "simple linear regression" });
+      await page.waitForSelector("#detail-collecting", { state: "hidden" });
+      await page.waitForFunction(() => !document.getElementById("key-forecast").hidden);
+    }, "#/resource/2");
+  });
+
+  test("works from the first sample on, and before it", async () => {
+    const world = new World();
+    const r = world.add({ mountpoint: "/x", state: "collecting", samples: 0 });
+    r.recent.values = [];
+    await withWorld(world, {}, async (page) => {
+      await page.waitForFunction(() => document.getElementById("chart-summary").textContent === "No samples yet.");
+      r.samples = 1;
+      r.recent.values = [40];
+      await page.waitForFunction(() => document.getElementById("chart-summary").textContent.startsWith("1 sample from "));
+      await page.waitForTimeout(200);
+      const columns = await columnsOf(page, "--samples");
+      assert.ok(columns.length > 2 && columns.length < 20, `one point, ${columns.length} columns`);
+    }, "#/resource/1");
+  });
+
+  test("says so when the agent cannot give the samples, and does not call it silent", async () => {
+    await withWorld(busyServer(), { lossExpected: true }, async (page, agent) => {
+      agent.refused = /trend/;
+      agent.refuse = 503;
+      await page.click("#rows .name >> nth=1");
+      await page.waitForFunction(() => document.getElementById("chart-summary").textContent
+        === "The agent cannot give the samples now; the page goes on asking.");
+      await page.waitForSelector("#culprit-rows tr");
+      await page.waitForTimeout(4500);
+      assert.equal(await page.isVisible("#banner"), false);
+      agent.refuse = 0;
+      await drawn(page);
+    });
+  });
+
+  test("follows the colour scheme while it is open", async () => {
+    await withWorld(busyServer(), { colorScheme: "light" }, async (page) => {
+      await drawn(page);
+      const light = await columnsOf(page, "--samples");
+      await page.emulateMedia({ colorScheme: "dark" });
+      await page.waitForTimeout(300);
+      const dark = await columnsOf(page, "--samples");
+      assert.ok(light.length > 300 && dark.length > 300, `${light.length} and ${dark.length} columns`);
+    }, "#/resource/1");
+  });
+});
+
+describe("screenshots", () => {
+  for (const [name, id, options] of [["detail-light", 1, {}], ["detail-dark", 2, { colorScheme: "dark" }],
+    ["detail-narrow", 1, { viewport: { width: 390, height: 844 }, hasTouch: true, deviceScaleFactor: 2 }]]) {
+    test(name, async () => {
+      await withWorld(busyServer(), options, async (page) => {
+        await drawn(page);
+        await page.waitForTimeout(200);
+        await screenshot(page, name, true);
+      }, `#/resource/${id}`);
+    });
+  }
+
+  test("detail-collecting", async () => {
+    await withWorld(freshServer(), {}, async (page) => {
+      await drawn(page);
+      await screenshot(page, "detail-collecting", true);
+    }, "#/resource/2");
+  });
+});
