@@ -45,6 +45,15 @@ for kind, answer in json.load(sys.stdin):
     assert.equal(run.status, 0, run.stderr);
   });
 
+  test("names the largest users of the most urgent resource whose processes the agent names", async () => {
+    await withWorld(busyServer(), {}, async (page) => {
+      const row = page.locator(ROW).nth(1);
+      await page.waitForFunction((rows) => document.querySelectorAll(`${rows} .users`)[1].textContent !== "", ROW);
+      assert.match(await row.locator(".users").textContent(), /^largest users: .+ \(\d+\) \d+, .* descriptors$/);
+      assert.equal(await page.locator(ROW).first().locator(".users").textContent(), "");
+    });
+  });
+
   test("lists the resources in the agent's order, with value, state, time to exhaustion, model and level", async () => {
     await withWorld(busyServer(), {}, async (page, agent) => {
       const names = await page.locator(`${ROW} .name`).allTextContents();

@@ -3,7 +3,7 @@
 import { Detail } from "./detail.js";
 import { byId, setAttribute, setText, setTitle, show } from "./dom.js";
 import { announceNew, renderEvents } from "./events.js";
-import { Feed } from "./feed.js";
+import { Feed, Refusal } from "./feed.js";
 import { focusRow, renderOverview } from "./overview.js";
 import * as words from "./words.js";
 
@@ -16,6 +16,7 @@ const resources = new Feed("api/v1/resources", (d) => Array.isArray(d?.resources
 const events = new Feed("api/v1/events?limit=100", (d) => Array.isArray(d?.events));
 const detail = new Detail();
 
+let users = null; // who eats the most urgent of the resources whose processes the agent names
 let failures = 0;
 let lastAnswer = null;
 let asking = false;
@@ -44,6 +45,7 @@ async function ask() {
   let pause = document.hidden ? HIDDEN_MS : VISIBLE_MS;
   try {
     await Promise.all([resources.load(), events.load()]);
+    await loadUsers();
     await loadDetail();
     failures = 0;
     lastAnswer = now();
@@ -54,6 +56,19 @@ async function ask() {
   asking = false;
   render();
   timer = setTimeout(ask, askAgain && failures === 0 ? 0 : pause);
+}
+
+async function loadUsers() {
+  const first = resources.data.resources.find((r) => r.mountpoint === null && (words.isUrgent(r) || words.runsOut(r)));
+  if (users?.id !== first?.id) {
+    users = first ? { id: first.id, feed: new Feed(`api/v1/resources/${first.id}/culprits`, (d) => Array.isArray(d?.processes)) }
+      : null;
+  }
+  await users?.feed.load().catch((failure) => {
+    if (!(failure instanceof Refusal)) {
+      throw failure;
+    }
+  });
 }
 
 async function loadDetail() {
@@ -137,7 +152,7 @@ function renderView() {
   show(byId("detail"), resource !== null);
   show(byId("missing"), view.name === "resource" && resource === null);
   if (view.name === "overview") {
-    renderOverview(resources.data, now());
+    renderOverview(resources.data, users, now());
   } else if (resource) {
     detail.open(view.id);
     detail.render(resource, resources.data, now());

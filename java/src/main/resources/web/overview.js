@@ -11,13 +11,17 @@ const LEAST_CURVE_SPAN = 2; // per cent; less would draw noise as a mountain
 
 const rows = new Map();
 
-export function renderOverview(data, now) {
+/** `users` holds the report on the largest users of one resource, or is null. */
+export function renderOverview(data, users, now) {
   renderHeadline(data, now);
   renderFilters(data.resources);
   const visible = data.resources.filter(isWanted());
   const byKey = new Map(visible.map((r) => [r.id, r]));
   const ordered = arrange(byId("rows"), rows, [...byKey.keys()], makeRow);
-  ordered.forEach((row) => updateRow(row, byKey.get(row.id), data.agent, now));
+  ordered.forEach((row) => {
+    updateRow(row, byKey.get(row.id), data.agent, now);
+    setText(row.users, row.id === users?.id ? words.largestUsers(users.feed.data) : "");
+  });
   renderCounts(visible.length, data.resources.length);
 }
 
@@ -90,6 +94,7 @@ function makeRow(id) {
   const row = { id, seen: {} };
   row.link = element("a", { href: `#/resource/${id}`, class: "name", dir: "auto" });
   row.sub = element("span", { class: "sub", dir: "auto" });
+  row.users = element("span", { class: "sub users", dir: "auto" });
   row.number = element("span", { class: "number" });
   row.fill = element("div", { class: "fill" });
   row.mark = element("div", { class: "mark" });
@@ -105,7 +110,7 @@ function makeRow(id) {
   row.model = element("span", { class: "model" });
   row.level = element("span", { class: "sub" });
   row.root = element("tr", { role: "row" },
-    element("th", { role: "rowheader", scope: "row", class: "who" }, row.link, row.sub),
+    element("th", { role: "rowheader", scope: "row", class: "who" }, row.link, row.sub, row.users),
     cell("value", row.number, element("div", { class: "bar", "aria-hidden": "true" }, row.fill, row.mark), row.capacity),
     cell("recent", row.curve),
     cell("state", element("span", { class: "chip" }, row.icon, row.state), row.note),

@@ -23,6 +23,7 @@ const DISK_NAMES = ["PercentFreeSpaceUsed", "PercentFreeInodesUsed"];
 
 const MOST_SIGNS = 60;
 
+const SHOWN_USERS = 3;
 const MEASURES = { descriptors: "descriptors", residentMegabytes: "MB resident", childProcesses: "child processes" };
 
 export function isUrgent(resource) {
@@ -291,6 +292,15 @@ function quietHeadline(resources, agent, now) {
 
 function nearest(collectors) {
   return collectors.reduce((best, r) => (r.samples > best.samples ? r : best));
+}
+
+/** The first few processes of a report, in one line. */
+export function largestUsers(report) {
+  if (!report?.measure || report.processes.length === 0) {
+    return "";
+  }
+  const named = report.processes.slice(0, SHOWN_USERS).map((p) => `${printable(p.name)} (${p.pid}) ${p.value}`);
+  return `largest users: ${named.join(", ")} ${measureWords(report.measure)}`;
 }
 
 export function measureWords(measure) {

@@ -97,6 +97,22 @@ final class AgentClient {
         return trend;
     }
 
+    /**
+     * Asks for the processes that use most of one resource.
+     *
+     * @param id the resource's number
+     * @return the report
+     * @throws Unavailable when there is none
+     */
+    CulpritReport culprits(int id) throws Unavailable {
+        CulpritReport report = as(
+                CulpritReport.class, get("api/v1/resources/" + id + "/culprits", TIMEOUT_SECONDS));
+        if (report.processes() == null || report.processes().stream().anyMatch(Objects::isNull)) {
+            throw stranger("its answer is not a list of processes");
+        }
+        return report;
+    }
+
     private static boolean isCurve(TrendView.Curve curve) {
         return curve != null && curve.times() != null && curve.values() != null
                 && curve.times().length == curve.values().length;

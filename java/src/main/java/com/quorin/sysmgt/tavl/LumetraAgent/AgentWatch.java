@@ -31,7 +31,7 @@ final class AgentWatch implements AgentView, AutoCloseable {
     private static final int MOST_TRIES = 3;
     private static final int STALE_PERIODS = 3;
     private static final double STALE_SECONDS = 5;
-    private static final double FORECAST_SECONDS = 10;
+    private static final double FORECAST_SECONDS = 60;
 
     /**
      * The clocks, and how long a request waits, so that a test can stand in for time.
@@ -48,7 +48,7 @@ final class AgentWatch implements AgentView, AutoCloseable {
          * @return the timing
          */
         static Timing real() {
-            return new Timing(System::currentTimeMillis, System::nanoTime, Duration.ofSeconds(5));
+            return new Timing(System::currentTimeMillis, System::nanoTime, Duration.ofSeconds(1));
         }
     }
 

@@ -49,4 +49,13 @@ enum ResourceState {
     String words() {
         return words;
     }
+
+    /**
+     * Whether the resource runs out or has run out.
+     *
+     * @return true for the first three states
+     */
+    boolean isUrgent() {
+        return this == AT_LIMIT || this == FORECAST || this == PENDING;
+    }
 }

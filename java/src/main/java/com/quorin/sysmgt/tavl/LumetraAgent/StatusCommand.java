@@ -14,6 +14,7 @@ import java.time.LocalTime;
 import java.time.temporal.ChronoUnit;
 import java.util.ArrayList;
 import java.util.List;
+import java.util.Optional;
 import java.util.concurrent.Callable;
 import picocli.CommandLine.Command;
 import picocli.CommandLine.Mixin;
@@ -89,8 +90,22 @@ final class StatusCommand implements Callable<Integer> {
 
     private List<String> lines() throws AgentClient.Unavailable {
         AgentClient.Overview overview = client.overview();
-        return json ? List.of(indented(overview.json()))
-                : new StatusTable(terminal).lines(overview.snapshot(), page, Instant.now());
+        if (json) {
+            return List.of(indented(overview.json()));
+        }
+        List<String> lines = new StatusTable(terminal).lines(overview.snapshot(), page, Instant.now());
+        largestUsers(overview.snapshot()).ifPresent(line -> lines.add(lines.size() - AGENT_LINES, line));
+        return lines;
+    }
+
+    /** Who eats the most urgent of the resources whose processes the agent names. */
+    private Optional<String> largestUsers(Snapshot snapshot) throws AgentClient.Unavailable {
+        for (Snapshot.Resource resource : snapshot.resources()) {
+            if (resource.mountpoint() == null && resource.state() != null && resource.state().isUrgent()) {
+                return StatusTable.largestUsers(resource.resource(), client.culprits(resource.id()));
+            }
+        }
+        return Optional.empty();
     }
 
     private int print(List<String> lines) {

@@ -7,6 +7,7 @@ import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.List;
 import java.util.Locale;
+import java.util.Optional;
 import java.util.OptionalInt;
 
 /** The state of all resources as lines of text, the most urgent first. */
@@ -20,6 +21,7 @@ final class StatusTable {
     private static final int LEVEL = 6;
     private static final int LEAST_INSTANCE = 9;
     private static final int LONGEST_WORD = 40;
+    private static final int SHOWN_USERS = 3;
     private static final String GAP = "  ";
     private static final String UNKNOWN = "-";
     private static final String PLAIN = "\u001b[0m";
@@ -51,6 +53,31 @@ final class StatusTable {
         lines.add("");
         lines.add(agent(snapshot.agent(), page, now));
         return lines;
+    }
+
+    /**
+     * The processes that use most of a resource, in one line.
+     *
+     * @param resource the resource's name
+     * @param report   the processes
+     * @return the line; empty when none is named
+     */
+    static Optional<String> largestUsers(String resource, CulpritReport report) {
+        if (report.processes().isEmpty()) {
+            return Optional.empty();
+        }
+        List<String> named = report.processes().stream().limit(SHOWN_USERS).map(Culprit::inWords).toList();
+        return Optional.of("Largest users of " + Words.printable(resource) + ": "
+                + String.join(", ", named) + " " + unit(report.measure()));
+    }
+
+    private static String unit(String measure) {
+        return switch (String.valueOf(measure)) {
+            case "descriptors" -> "descriptors";
+            case "residentMegabytes" -> "MB resident";
+            case "childProcesses" -> "child processes";
+            default -> "";
+        };
     }
 
     private List<String> table(Snapshot snapshot, Instant now) {

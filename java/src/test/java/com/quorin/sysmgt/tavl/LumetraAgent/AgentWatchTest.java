@@ -331,12 +331,12 @@ class AgentWatchTest {
         forecast(2000, SOON, 75);
         cycles(200, 2000, 3, "50.00");
         for (int i = 1; i <= 3; i++) {
-            cycle(2000 + 10 * i, 3, "50.00");
+            cycle(2000 + 20 * i, 3, "50.00");
             pass(100);
             pass(100);
             assertEquals(ResourceState.PENDING, only().state());
         }
-        cycle(2040, 3, "50.00");
+        cycle(2070, 3, "50.00");
         pass(100);
         pass(100);
         assertEquals(ResourceState.COLLECTING, only().state());

@@ -29,6 +29,17 @@ class StatusTableTest {
     }
 
     @Test
+    void theLargestUsersAreThreeInOneLine() {
+        List<Culprit> four = List.of(new Culprit("java", 12, 900), new Culprit("a\u001bb", 3, 20),
+                new Culprit("sshd", 5, 7), new Culprit("cron", 6, 1));
+        assertEquals(java.util.Optional.of(
+                "Largest users of Files: java (pid 12) 900, a\\x1bb (pid 3) 20, sshd (pid 5) 7 descriptors"),
+                StatusTable.largestUsers("Files", new CulpritReport(1, "descriptors", 5L, four)));
+        assertEquals(java.util.Optional.empty(),
+                StatusTable.largestUsers("Files", new CulpritReport(1, null, null, List.of())));
+    }
+
+    @Test
     void aRowSaysEverythingInWords() {
         List<String> lines = lines(PIPE, resource(ResourceState.FORECAST, "sda1 /data", 19200.0, 20200L),
                 resource(ResourceState.COLLECTING, "", null, null));
