@@ -109,7 +109,7 @@ class Machine:
         self.process.stdin.flush()
 
     def expect(self, start, seconds=20):
-        """Reads on to the next line that starts so."""
+        """Reads on to the next line that starts so, or in one of these ways."""
         end = time.monotonic() + seconds
         while True:
             try:
@@ -120,6 +120,13 @@ class Machine:
                 raise AssertionError(f"the machine ended before a line {start!r}:\n{self.output()[-3000:]}")
             if line.startswith(start):
                 return line
+
+    def expect_all(self, *starts, seconds=20):
+        """Reads on until a line has started so for each of the texts, in any order: several threads write them."""
+        missing = set(starts)
+        while missing:
+            line = self.expect(tuple(missing), seconds)
+            missing = {start for start in missing if not line.startswith(start)}
 
     def signal(self, number):
         self.process.send_signal(number)

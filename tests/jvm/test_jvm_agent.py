@@ -38,8 +38,7 @@ class Sampling(JavaTest):
         machine.say(RUN)
         self.lines(home, 3)
         machine.say("stop")
-        machine.expect("stopped\t0")
-        machine.expect("returned\t0")
+        machine.expect_all("stopped\t0", "returned\t0")
         self.finish(machine, home)
         self.assertEqual(machine.fatal(), [])
         listed = subprocess.run(["df"], capture_output=True, text=True).stdout.splitlines()[1:]

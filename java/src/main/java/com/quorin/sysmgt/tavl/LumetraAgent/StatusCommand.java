@@ -98,11 +98,18 @@ final class StatusCommand implements Callable<Integer> {
         return lines;
     }
 
-    /** Who eats the most urgent of the resources whose processes the agent names. */
-    private Optional<String> largestUsers(Snapshot snapshot) throws AgentClient.Unavailable {
+    /**
+     * Who eats the most urgent of the resources whose processes the agent names. Without that answer the table
+     * is still worth its lines.
+     */
+    private Optional<String> largestUsers(Snapshot snapshot) {
         for (Snapshot.Resource resource : snapshot.resources()) {
             if (resource.mountpoint() == null && resource.state() != null && resource.state().isUrgent()) {
-                return StatusTable.largestUsers(resource.resource(), client.culprits(resource.id()));
+                try {
+                    return StatusTable.largestUsers(resource.resource(), client.culprits(resource.id()));
+                } catch (AgentClient.Unavailable e) {
+                    return Optional.empty();
+                }
             }
         }
         return Optional.empty();
