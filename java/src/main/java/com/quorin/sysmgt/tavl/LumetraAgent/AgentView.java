@@ -49,4 +49,11 @@ interface AgentView {
      * @return the events, newest first; empty when there is no such resource
      */
     Optional<List<JsonNode>> events(int id, int limit);
+
+    /**
+     * How many events there were since the start of the process.
+     *
+     * @return the counts, which grow with every event
+     */
+    MetricsEvents eventCounts();
 }

@@ -64,6 +64,7 @@ final class AgentWatch implements AgentView, AutoCloseable {
     private final SamplePlan plan;
     private final WatchedFleet fleet;
     private final ArchiveTail tail;
+    private final MetricsCycles measured;
     private final LockWindow window;
     private final ForecastDesk desk;
     private final Thread thread = new Thread(this::work, "lumetra-view");
@@ -122,6 +123,7 @@ final class AgentWatch implements AgentView, AutoCloseable {
         this.plan = SamplePlan.of(configuration, declared);
         this.fleet = new WatchedFleet(configuration, declared, capacities);
         this.tail = new ArchiveTail(FileText.path(configuration.archive()), fleet::take);
+        this.measured = new MetricsCycles(plan.pause());
         this.window = new LockWindow(plan.pause(), POLL_EVERY);
         this.desk = new ForecastDesk(reader, window, !plan.pause().isZero(), timing.nanoTime());
         this.snapshot = new Snapshot(agent(false), List.of());
@@ -218,6 +220,11 @@ final class AgentWatch implements AgentView, AutoCloseable {
         return Optional.of(key == null ? List.of() : events.newestOf(key.name(), key.instance(), limit));
     }
 
+    @Override
+    public MetricsEvents eventCounts() {
+        return events.counts();
+    }
+
     private void work() {
         guarded(this::prepare);
         while (!closed) {
@@ -261,7 +268,9 @@ final class AgentWatch implements AgentView, AutoCloseable {
 
     /** Looks at the archive and does what is due. */
     void round() {
-        if (tail.poll() > 0) {
+        long lines = tail.poll();
+        measured.take(lines, tail.written());
+        if (lines > 0) {
             noteLine();
         }
         long now = timing.nanoTime().getAsLong();
@@ -309,7 +318,9 @@ final class AgentWatch implements AgentView, AutoCloseable {
     private void show() {
         boolean stale = isStale();
         dropOldHeadlines();
-        snapshot = new Snapshot(agent(stale), fleet.resources(stale));
+        List<Snapshot.Resource> rows = fleet.resources(stale);
+        snapshot = new Snapshot(agent(stale), rows, new Snapshot.Measures(
+                measured.count(), measured.sum(), tail.size(), fleet.keys()));
         isDue = false;
         snapshotMade = timing.nanoTime().getAsLong();
     }

@@ -10,6 +10,7 @@ import java.nio.file.Path;
 import java.nio.file.attribute.BasicFileAttributes;
 import java.util.Objects;
 import java.util.Optional;
+import java.util.concurrent.TimeUnit;
 import java.util.function.Consumer;
 
 /**
@@ -32,6 +33,7 @@ final class ArchiveTail {
     private long position;
     private long newestTime = Long.MIN_VALUE;
     private long size;
+    private double written = Double.NaN;
     private ArchiveLine newest;
 
     /**
@@ -89,6 +91,15 @@ final class ArchiveTail {
      */
     long size() {
         return size;
+    }
+
+    /**
+     * When the lines that {@link #poll} has read were written.
+     *
+     * @return seconds since the epoch; NaN when more was written since, so that the moment is not theirs
+     */
+    double written() {
+        return written;
     }
 
     /**
@@ -154,7 +165,11 @@ final class ArchiveTail {
             }
             fileKey = before.fileKey();
             size = before.size();
-            return sameFile ? count(channel, position, Long.MIN_VALUE) : count(channel, 0, newestTime);
+            long lines = sameFile ? count(channel, position, Long.MIN_VALUE) : count(channel, 0, newestTime);
+            BasicFileAttributes after = attributes();
+            boolean isAll = Objects.equals(after.fileKey(), fileKey) && after.size() == position;
+            written = isAll ? after.lastModifiedTime().to(TimeUnit.MICROSECONDS) / 1e6 : Double.NaN;
+            return lines;
         }
     }
 

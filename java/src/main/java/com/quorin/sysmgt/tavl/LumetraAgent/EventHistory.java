@@ -38,6 +38,7 @@ final class EventHistory implements Consumer<JsonNode> {
     private static final List<String> NUMBERS = List.of("secondsToExhaustion", "limit");
 
     private final Deque<JsonNode> newestFirst = new ArrayDeque<>();
+    private final MetricsEvents counts = new MetricsEvents();
 
     /** Creates a history without events. */
     EventHistory() {
@@ -65,7 +66,7 @@ final class EventHistory implements Consumer<JsonNode> {
         try {
             ObjectMapper mapper = AgentEvents.mapper();
             if (mapper.readTree(line) instanceof ObjectNode event && complete(event, mapper)) {
-                accept(event);
+                keep(event);
             }
         } catch (JsonProcessingException | StackOverflowError e) {
             // a line that is torn or foreign is no event
@@ -100,6 +101,20 @@ final class EventHistory implements Consumer<JsonNode> {
      */
     @Override
     public void accept(JsonNode event) {
+        counts.add(event);
+        keep(event);
+    }
+
+    /**
+     * How many events were taken up, those of earlier runs not included.
+     *
+     * @return the counts
+     */
+    MetricsEvents counts() {
+        return counts;
+    }
+
+    private void keep(JsonNode event) {
         synchronized (newestFirst) {
             newestFirst.addFirst(event);
             if (newestFirst.size() > MOST) {

@@ -1,14 +1,43 @@
 package com.quorin.sysmgt.tavl.LumetraAgent;
 
+import com.fasterxml.jackson.annotation.JsonIgnore;
 import java.util.List;
+import java.util.Map;
 
 /**
  * Everything the overview shows, as of one cycle. Immutable. The components' names are those of the JSON.
  *
  * @param agent     the agent itself
  * @param resources all resources, most urgent first
+ * @param measures  what the metrics tell beyond the JSON
  */
-record Snapshot(Agent agent, List<Resource> resources) {
+record Snapshot(Agent agent, List<Resource> resources, @JsonIgnore Measures measures) {
+
+    /**
+     * A snapshot of an agent that has measured nothing of itself.
+     *
+     * @param agent     the agent itself
+     * @param resources all resources, most urgent first
+     */
+    Snapshot(Agent agent, List<Resource> resources) {
+        this(agent, resources, null);
+    }
+
+    /** The JSON has no measures: whoever reads it gets those of an agent that has measured nothing. */
+    Snapshot {
+        measures = measures == null ? new Measures(0, 0, 0, Map.of()) : measures;
+    }
+
+    /**
+     * What the agent measures of its own work, and how events name its resources.
+     *
+     * @param cyclesMeasured how many cycles were measured
+     * @param cycleSeconds   how long they took together
+     * @param archiveBytes   the archive's size
+     * @param keys           the resources as events name them, by number, as far as that is known
+     */
+    record Measures(long cyclesMeasured, double cycleSeconds, long archiveBytes,
+            Map<Integer, TrendReader.Resource> keys) {}
 
     /**
      * The agent itself. Times are seconds since the epoch.

@@ -17,6 +17,7 @@ import java.util.OptionalDouble;
 import java.util.Set;
 import java.util.concurrent.ConcurrentHashMap;
 import java.util.function.Supplier;
+import java.util.stream.Collectors;
 
 /**
  * All resources of the archive: their samples, their names, and how they stand. The view's thread alone uses
@@ -269,6 +270,16 @@ final class WatchedFleet {
         all.values().stream().filter(r -> r.isListed).forEach(r -> rows.add(row(r, stale)));
         rows.sort(ResourceJudge.MOST_URGENT_FIRST);
         return List.copyOf(rows);
+    }
+
+    /**
+     * The listed resources as the library, and so events, name them.
+     *
+     * @return the names by number, without those that are not known yet
+     */
+    Map<Integer, TrendReader.Resource> keys() {
+        return all.values().stream().filter(r -> r.isListed && r.key != null)
+                .collect(Collectors.toUnmodifiableMap(r -> r.id, r -> r.key));
     }
 
     private void forgetLongGone() {

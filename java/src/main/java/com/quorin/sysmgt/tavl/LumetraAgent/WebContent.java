@@ -25,6 +25,7 @@ final class WebContent {
     private final String type;
     private final byte[] bytes;
     private final String tag;
+    private final boolean isNegotiated;
     private volatile byte[] compressed;
 
     /**
@@ -34,9 +35,25 @@ final class WebContent {
      * @param bytes the content
      */
     WebContent(String type, byte[] bytes) {
+        this(type, bytes, false);
+    }
+
+    private WebContent(String type, byte[] bytes, boolean isNegotiated) {
+        this.isNegotiated = isNegotiated;
         this.type = type;
         this.bytes = bytes;
         this.tag = fingerprint(bytes);
+    }
+
+    /**
+     * Content whose form depends on what the client accepts.
+     *
+     * @param type  the content type
+     * @param bytes the content
+     * @return the content
+     */
+    static WebContent negotiated(String type, byte[] bytes) {
+        return new WebContent(type, bytes, true);
     }
 
     private static String fingerprint(byte[] bytes) {
@@ -64,6 +81,18 @@ final class WebContent {
      */
     boolean isCompressible() {
         return bytes.length > COMPRESSED_FROM;
+    }
+
+    /**
+     * Which headers of a request decide what is sent.
+     *
+     * @return the header's value; empty for none
+     */
+    String vary() {
+        if (isNegotiated) {
+            return "Accept, Accept-Encoding";
+        }
+        return isCompressible() ? "Accept-Encoding" : "";
     }
 
     /**

@@ -1,5 +1,7 @@
 package com.quorin.sysmgt.tavl.LumetraAgent;
 
+import java.util.List;
+
 /** What answers one path of the web server, or one family of paths. Called from several threads at once. */
 @FunctionalInterface
 interface WebRoute {
@@ -13,6 +15,19 @@ interface WebRoute {
      * @throws WebProblem when the answer is an error
      */
     WebContent answer(String path, String query) throws WebProblem;
+
+    /**
+     * Answers a request in the form that its sender prefers, where there are several.
+     *
+     * @param path     the path as it was sent
+     * @param query    the query as it was sent; null for none
+     * @param accepted the Accept headers
+     * @return the content
+     * @throws WebProblem when the answer is an error
+     */
+    default WebContent answer(String path, String query, List<String> accepted) throws WebProblem {
+        return answer(path, query);
+    }
 
     /**
      * A route whose content takes no query and is the same for ever.

@@ -1,6 +1,7 @@
 package com.quorin.sysmgt.tavl.LumetraAgent;
 
 import java.util.LinkedHashMap;
+import java.util.List;
 import java.util.Map;
 
 /**
@@ -18,7 +19,7 @@ final class WebRoutes implements WebRoute {
     }
 
     /**
-     * The table of this agent: the page's files and the JSON interface.
+     * The table of this agent: the page's files, the metrics and the JSON interface.
      *
      * @param view what may be seen of the agent
      * @return the table
@@ -26,6 +27,9 @@ final class WebRoutes implements WebRoute {
     static WebRoutes of(AgentView view) {
         WebRoutes routes = new WebRoutes();
         StaticFiles.load().forEach((path, content) -> routes.add(path, WebRoute.fixed(content)));
+        routes.add(MetricsPage.PATH, new MetricsPage(view))
+                .add(MetricsHealth.HEALTHY, MetricsHealth.healthy())
+                .add(MetricsHealth.READY, MetricsHealth.ready(view));
         return routes.addFamily(JsonApi.PREFIX, new JsonApi(view));
     }
 
@@ -55,12 +59,17 @@ final class WebRoutes implements WebRoute {
 
     @Override
     public WebContent answer(String path, String query) throws WebProblem {
+        return answer(path, query, List.of());
+    }
+
+    @Override
+    public WebContent answer(String path, String query, List<String> accepted) throws WebProblem {
         WebRoute route = exact.get(path);
         if (route == null) {
             route = families.entrySet().stream().filter(family -> path.startsWith(family.getKey()))
                     .map(Map.Entry::getValue).findFirst()
                     .orElseThrow(() -> new WebProblem(404, "There is nothing at this path."));
         }
-        return route.answer(path, query);
+        return route.answer(path, query, accepted);
     }
 }

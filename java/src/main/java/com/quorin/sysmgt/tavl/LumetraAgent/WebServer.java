@@ -208,7 +208,7 @@ final class WebServer implements AutoCloseable {
         if (uri.isAbsolute() || uri.getRawAuthority() != null || uri.getRawFragment() != null) {
             throw new WebProblem(400, "The request must name a path of this server.");
         }
-        return routes.answer(uri.getRawPath(), uri.getRawQuery());
+        return routes.answer(uri.getRawPath(), uri.getRawQuery(), headers.getOrDefault("Accept", List.of()));
     }
 
     private static boolean hasLength(String length) {
@@ -230,8 +230,8 @@ final class WebServer implements AutoCloseable {
         boolean zipped = content.isCompressible() && takesGzip(asked.get("Accept-Encoding"));
         headers.set("Content-Type", content.type());
         headers.set("ETag", content.etag(zipped));
-        if (content.isCompressible()) {
-            headers.set("Vary", "Accept-Encoding");
+        if (!content.vary().isEmpty()) {
+            headers.set("Vary", content.vary());
         }
         if (status == 200 && content.isKnownTo(joined(asked.get("If-None-Match")))) {
             exchange.sendResponseHeaders(304, -1);

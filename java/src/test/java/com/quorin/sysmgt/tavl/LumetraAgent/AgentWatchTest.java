@@ -16,10 +16,12 @@ import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.nio.file.StandardOpenOption;
+import java.nio.file.attribute.FileTime;
 import java.time.Duration;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.Locale;
+import java.util.Map;
 import java.util.Optional;
 import java.util.concurrent.CompletableFuture;
 import java.util.concurrent.TimeUnit;
@@ -819,5 +821,25 @@ class AgentWatchTest {
         for (CompletableFuture<Optional<TrendView>> answer : waiting) {
             assertEquals("history", answer.get(5, TimeUnit.SECONDS).get().source());
         }
+    }
+
+    @Test
+    void theAgentsOwnMeasuresAreInTheSnapshotButNotInTheJson() throws IOException {
+        swap(3, 1);
+        prepare();
+        for (int i = 0; i < 3; i++) {
+            append(START + 12 * i + " 3 0 50.00 \n");
+            Files.setLastModifiedTime(
+                    home.resolve("archive"), FileTime.fromMillis((START + 12 * i) * 1000 + 500));
+            pass(1000);
+        }
+        pass(1000);
+        Snapshot.Measures measures = watch.snapshot().measures();
+        assertEquals(2, measures.cyclesMeasured());
+        assertEquals(4.0, measures.cycleSeconds(), 1e-6);
+        assertEquals(Files.size(home.resolve("archive")), measures.archiveBytes());
+        assertEquals(Map.of(3, new TrendReader.Resource("Swap", "_Total")), measures.keys());
+        assertFalse(new ObjectMapper().writeValueAsString(watch.snapshot()).contains("measures"));
+        assertSame(events.counts(), watch.eventCounts());
     }
 }

@@ -6,11 +6,13 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 import java.io.IOException;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.nio.file.attribute.FileTime;
 import java.nio.file.StandardCopyOption;
 import java.nio.file.StandardOpenOption;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.Map;
+import java.util.concurrent.TimeUnit;
 import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
@@ -190,5 +192,18 @@ class ArchiveTailTest {
         tail.readBack(1000, 100, l -> times.add(l.epochSeconds()));
         assertEquals(List.of(1002L), times);
         assertEquals(1, tail.poll());
+    }
+
+    @Test
+    void theMomentOfTheLinesIsThatOfTheFileWhenTheyAreItsLast() throws IOException {
+        ArchiveTail tail = new ArchiveTail(archive);
+        assertTrue(Double.isNaN(tail.written()));
+        append(line(1001));
+        Files.setLastModifiedTime(archive, FileTime.from(1_700_000_000_250L, TimeUnit.MILLISECONDS));
+        assertEquals(1, tail.poll());
+        assertEquals(1_700_000_000.25, tail.written());
+        append(line(1002) + "1003 1 0");
+        assertEquals(1, tail.poll());
+        assertTrue(Double.isNaN(tail.written()));
     }
 }

@@ -133,4 +133,13 @@ class EventHistoryTest {
         assertTrue(AgentEvents.sendEvent("soon", 5.0, "Swap", "_Total", ""));
         assertEquals(1, Files.readAllLines(file()).size());
     }
+
+    @Test
+    void onlyTheEventsOfThisProcessAreCounted() throws IOException {
+        Files.writeString(file(), lines(0, 5));
+        EventHistory history = EventHistory.of(file());
+        assertEquals(0, history.counts().told());
+        history.accept(AgentEvents.mapper().readTree(line(9)));
+        assertEquals(1, history.counts().fatal());
+    }
 }

@@ -22,6 +22,7 @@ class FakeView implements AgentView {
     volatile RuntimeException failure;
     volatile CountDownLatch chartGate = new CountDownLatch(0);
     final List<JsonNode> events = new ArrayList<>();
+    final MetricsEvents counts = new MetricsEvents();
 
     FakeView() {
         for (int i = 0; i < 1500; i++) {
@@ -78,5 +79,10 @@ class FakeView implements AgentView {
     @Override
     public Optional<List<JsonNode>> events(int id, int limit) {
         return has(id) ? Optional.of(events(limit)) : Optional.empty();
+    }
+
+    @Override
+    public MetricsEvents eventCounts() {
+        return counts;
     }
 }

@@ -1,0 +1,56 @@
+package com.quorin.sysmgt.tavl.LumetraAgent;
+
+import java.nio.charset.StandardCharsets;
+
+/** What programs ask that watch over processes: does it answer, and does it do its work. */
+final class MetricsHealth {
+
+    /** Answers for as long as the process does. */
+    static final String HEALTHY = "/-/healthy";
+
+    /** Answers with success while the agent's data are fresh. */
+    static final String READY = "/-/ready";
+
+    private MetricsHealth() {}
+
+    /**
+     * The answer that the process lives.
+     *
+     * @return the route
+     */
+    static WebRoute healthy() {
+        return WebRoute.fixed(text("Lumetra Agent is healthy.\n"));
+    }
+
+    /**
+     * Whether the newest cycle is at most three periods old.
+     *
+     * @param view what may be seen of the agent
+     * @return the route, which answers 503 with the reason when it is not
+     */
+    static WebRoute ready(AgentView view) {
+        WebContent ready = text("Lumetra Agent is ready.\n");
+        return (path, query) -> {
+            WebRoute.refuseQuery(query);
+            String reason = reason(view.snapshot().agent());
+            if (!reason.isEmpty()) {
+                throw new WebProblem(503, reason);
+            }
+            return ready;
+        };
+    }
+
+    private static String reason(Snapshot.Agent agent) {
+        if (!agent.running()) {
+            return "The agent does not run.";
+        }
+        if (agent.newestCycleAt() == null) {
+            return "The first cycle is not complete yet.";
+        }
+        return agent.stale() ? "The newest cycle is more than three periods old." : "";
+    }
+
+    private static WebContent text(String line) {
+        return new WebContent("text/plain; charset=utf-8", line.getBytes(StandardCharsets.UTF_8));
+    }
+}
