@@ -1,0 +1,415 @@
+"""The Debian package: built, installed, run, upgraded and purged on a copy of this machine that ends with the tests."""
+
+import glob
+import json
+import os
+import re
+import shutil
+import socket
+import subprocess
+import tempfile
+import time
+import unittest
+
+PROJECT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+PACKAGING = os.path.join(PROJECT, "packaging")
+BUILD = os.environ.get("LUMETRA_PACKAGE_BUILD")
+HOME = "/var/lib/lumetra-agent"
+LOGS = "/var/log/lumetra-agent"
+TOOLS = ("unshare", "nsenter", "setpriv", "dpkg-deb", "apt-get", "systemd-sysusers", "systemd-tmpfiles")
+
+# What a package manager and its triggers keep for themselves, and what systemd-analyze leaves behind.
+OTHERS_FILES = re.compile(r"/var/(cache|log/apt|lib/apt|lib/dpkg/[^/]+-old$)|/etc/(\.pwd\.lock|[a-z]+-)$"
+                          r"|/run/systemd(/systemd-units-load)?$")
+
+# Options of a unit that give the service mounts, processes or devices of its own to look at.
+HIDING = re.compile(r"^(Protect\w+|Private\w+|ProcSubset|ReadOnlyPaths|ReadWritePaths|InaccessiblePaths|ExecPaths"
+                    r"|NoExecPaths|BindPaths|BindReadOnlyPaths|TemporaryFileSystem|RootDirectory|RootImage|MountAPIVFS"
+                    r"|MountFlags|DynamicUser|MountImages|ExtensionImages|NetworkNamespacePath|JoinsNamespaceOf)\s*=",
+                    re.MULTILINE)
+
+
+def build(output, *options):
+    """Builds the package; the path of its file."""
+    command = [os.path.join(PROJECT, "build-package"), "--output", output, *options]
+    if BUILD:
+        command += ["--build", BUILD]
+    done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
+    if done.returncode != 0:
+        raise AssertionError(f"build-package ended with {done.returncode}:\n{done.stdout}")
+    return done.stdout.splitlines()[-1]
+
+
+def setting(text, name):
+    """The value of an option in the text of a unit; None if it is not there."""
+    found = re.search(rf"^{name}=(.*)$", text, re.MULTILINE)
+    return found and found.group(1)
+
+
+def packaged(name):
+    """The text of a file of packaging/."""
+    with open(os.path.join(PACKAGING, name), encoding="utf-8") as file:
+        return file.read()
+
+
+def free_port():
+    """A port that nobody listens on."""
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+def java_from(lowest):
+    """The directory of an installed Java of this version or a newer one; None if there is none."""
+    for candidate in sorted(glob.glob("/usr/lib/jvm/*")):
+        release = os.path.join(candidate, "release")
+        if os.path.exists(release):
+            with open(release, encoding="utf-8") as file:
+                version = re.search(r'^JAVA_VERSION="(\d+)', file.read(), re.MULTILINE)
+            if version and int(version.group(1)) >= lowest:
+                return candidate
+    return None
+
+
+class Machine:
+    """A copy of this machine in a mount namespace of its own; what is changed in it lives in memory."""
+
+    PREPARE = """set -e
+        mount -t tmpfs layers "$1" && mkdir "$1/upper" "$1/work" "$1/root"
+        mount -t overlay -o "lowerdir=/,upperdir=$1/upper,workdir=$1/work" overlay "$1/root"
+        for name in proc sys dev; do mount --rbind /$name "$1/root/$name"; done
+        mount -t tmpfs run "$1/root/run"
+        mount -t tmpfs -o mode=1777 tmp "$1/root/tmp"
+        echo ready
+        exec sleep infinity"""
+
+    def __init__(self):
+        self.folder = tempfile.mkdtemp(prefix="lumetra-package-")
+        self.root = os.path.join(self.folder, "root")
+        self.keeper = subprocess.Popen(
+            ["unshare", "-m", "--propagation", "private", "sh", "-c", self.PREPARE, "sh", self.folder],
+            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        self.trouble = self.keeper.stdout.readline().strip()
+        self.ready = self.trouble == "ready"
+
+    def end(self):
+        """Ends the namespace and all that is in it."""
+        self.keeper.kill()
+        self.keeper.wait()
+        self.keeper.stdout.close()
+        os.rmdir(self.folder)
+
+    def command(self, *words, prefix=(), **environment):
+        """The command line that runs a command on the copy."""
+        given = [f"{name}={value}" for name, value in environment.items()]
+        return ["nsenter", "-m", "-t", str(self.keeper.pid), "chroot", self.root, "env", "-i",
+                "PATH=/usr/sbin:/usr/bin:/sbin:/bin", "DEBIAN_FRONTEND=noninteractive", *given, *prefix, *words]
+
+    def run(self, *words, expected=0, **more):
+        """Runs a command on the copy; what it printed."""
+        done = subprocess.run(self.command(*words, **more), stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+                              stdin=subprocess.DEVNULL, timeout=120, check=False)
+        if expected is not None and done.returncode != expected:
+            raise AssertionError(f"{words} ended with {done.returncode}:\n{done.stdout}")
+        return done.stdout
+
+    def write(self, path, text):
+        """Writes a file of the copy."""
+        subprocess.run(self.command("tee", path), input=text, text=True, stdout=subprocess.DEVNULL, check=True)
+
+    def bring(self, path):
+        """Copies a file of this machine to /tmp of the copy; its path there."""
+        target = "/tmp/" + os.path.basename(path)
+        with open(path, "rb") as file:
+            subprocess.run(self.command("tee", target), stdin=file, stdout=subprocess.DEVNULL, check=True)
+        return target
+
+    def files(self):
+        """The names of all files that a package could leave behind."""
+        listed = self.run("find", "/etc", "/usr", "/var", "/opt", "/home", "/root", "/run", "/lib/systemd", "-xdev",
+                          "-not", "-path", "/var/lib/dpkg/info/lumetra*")
+        return {name for name in listed.splitlines() if not OTHERS_FILES.search(name)}
+
+    def count(self, path):
+        """The number of lines of a file."""
+        return len(self.run("cat", path).splitlines())
+
+
+def as_service(unit, no_new_privileges=True):
+    """What starts a command as systemd would for a unit: user and capabilities."""
+    names = [name.lower().removeprefix("cap_") for name in (setting(unit, "AmbientCapabilities") or "").split()]
+    added = "".join(f",+{name}" for name in names)
+    words = ["setpriv", "--reuid=lumetra-agent", "--regid=lumetra-agent", "--clear-groups",
+             f"--bounding-set=-all{added}", f"--inh-caps=-all{added}"]
+    if names:
+        words.append(f"--ambient-caps=-all{added}")
+    if no_new_privileges:
+        words.append("--no-new-privs")
+    return (*words, "sh", "-c", f"umask {setting(unit, 'UMask') or '0027'}; exec \"$@\"", "sh")
+
+
+class PackageTest(unittest.TestCase):
+    """The tests follow the life of an installation, in the order of their names."""
+
+    @classmethod
+    def setUpClass(cls):
+        if os.geteuid() != 0:
+            raise unittest.SkipTest("installing a package needs root")
+        missing = [tool for tool in TOOLS if not shutil.which(tool)]
+        if missing:
+            raise unittest.SkipTest("these tools are missing: " + " ".join(missing))
+        cls.machine = Machine()
+        cls.addClassCleanup(cls.machine.end)
+        if not cls.machine.ready:
+            raise unittest.SkipTest("no copy of this machine can be made: " + cls.machine.trouble)
+        if "install ok" in cls.machine.run("dpkg-query", "-W", "-f=${Status}", "lumetra-agent", expected=None):
+            raise unittest.SkipTest("the package is installed on this machine already")
+        cls.output = tempfile.mkdtemp(prefix="lumetra-debs-")
+        cls.addClassCleanup(shutil.rmtree, cls.output, ignore_errors=True)
+        cls.package = build(cls.output)
+        cls.unit = packaged("lumetra-agent.service")
+        cls.before = cls.machine.files()
+        cls.users_before = cls.machine.run("cat", "/etc/passwd", "/etc/group", "/etc/shadow", "/etc/gshadow")
+        cls.installed = cls.install(cls.package)
+
+    @classmethod
+    def install(cls, package):
+        """Installs a file with what apt finds to be its dependencies."""
+        return cls.machine.run("apt-get", "install", "-y", "--no-install-recommends",
+                               cls.machine.bring(package))
+
+    def agent(self, seconds, *options, unit=None, prefix=(), **environment):
+        """Starts the agent as the service; the process."""
+        started = subprocess.Popen(
+            self.machine.command("/usr/bin/lumetra", "run", "--for", str(seconds), *options,
+                                 prefix=(*prefix, *as_service(unit or self.unit)), **environment),
+            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        self.addCleanup(started.stdout.close)
+        self.addCleanup(started.wait)
+        self.addCleanup(started.kill)
+        return started
+
+    def run_agent(self, seconds, *options, **more):
+        """Runs the agent as the service to its end; what it printed."""
+        started = self.agent(seconds, *options, **more)
+        printed = started.communicate(timeout=90)[0]
+        self.assertEqual(0, started.returncode, printed)
+        return printed
+
+    def test_1_lintian_has_no_complaint(self):
+        if not shutil.which("lintian"):
+            self.skipTest("lintian is not installed")
+        done = subprocess.run(["lintian", "--fail-on", "error,warning", "--allow-root", self.package], stdout=subprocess.PIPE,
+                              stderr=subprocess.STDOUT, text=True, check=False)
+        self.assertEqual(0, done.returncode, done.stdout)
+
+    def test_1_the_unit_hides_nothing_of_the_machine(self):
+        self.assertIsNone(HIDING.search(self.unit))
+        self.assertNotIn("\nMemoryDenyWriteExecute", self.unit)
+        self.assertIsNotNone(HIDING.search("[Service]\nProtectSystem=strict\n"))
+
+    def test_1_systemd_accepts_the_unit(self):
+        printed = self.machine.run("systemd-analyze", "verify", "--man=no", "/lib/systemd/system/lumetra-agent.service")
+        self.assertNotIn("lumetra", printed)
+
+    def test_1_user_directories_and_links_are_there(self):
+        shown = self.machine.run("stat", "-c", "%n %U:%G %a", HOME, LOGS, "/etc/lumetra-agent/agent.env")
+        self.assertEqual([f"{HOME} lumetra-agent:adm 2750", f"{LOGS} lumetra-agent:adm 2750",
+                          "/etc/lumetra-agent/agent.env root:root 644"], shown.splitlines())
+        self.assertEqual(LOGS, self.machine.run("readlink", HOME + "/log").strip())
+        self.assertEqual("/etc/lumetra-agent/AutoConfig.ini",
+                         self.machine.run("readlink", HOME + "/config/AutoConfig.ini").strip())
+        self.assertIn("/usr/sbin/nologin", self.machine.run("getent", "passwd", "lumetra-agent"))
+        self.machine.run("test", "-e", "/etc/systemd/system/multi-user.target.wants/lumetra-agent.service")
+
+    def test_1_manual_pages_are_found_and_well_formed(self):
+        for page in ("1/lumetra.1", "8/lumetra-agent.8", "5/AutoConfig.ini.5", "5/lumetra-resources.5"):
+            self.machine.run("test", "-e", f"/usr/share/man/man{page}.gz")
+        for path in glob.glob(os.path.join(PACKAGING, "man", "*.[1-8]")):
+            if shutil.which("groff"):
+                done = subprocess.run(["groff", "-man", "-ww", "-z", "-Tutf8", path], stdout=subprocess.PIPE,
+                                      stderr=subprocess.STDOUT, text=True, check=True)
+                self.assertEqual("", done.stdout, path)
+
+    def test_2_runs_as_the_service_and_answers(self):
+        self.machine.run("sed", "-i", "6s/.*/2000/", "/etc/lumetra-agent/AutoConfig.ini")
+        port = free_port()
+        agent = self.agent(20, "--port", str(port))
+        status = self.await_status(port)
+        self.assertIn("PercentProcessesUsed", status)
+        resources = json.loads(self.machine.run("lumetra", "status", "--json", "--port", str(port)))["resources"]
+        self.assertIn("PercentFileDescriptorsUsed", [resource["resource"] for resource in resources])
+        printed = agent.communicate(timeout=60)[0]
+        self.assertEqual(0, agent.returncode, printed)
+        self.assertGreaterEqual(self.machine.count(HOME + "/data/LumetraArchive.txt"), 5, printed)
+        self.assertNotIn("FATAL", printed)
+        found = self.machine.run("find", HOME, LOGS, "-not", "-user", "lumetra-agent", "-o", "-perm", "/007", "-type", "f")
+        self.assertEqual("", found)
+        for name in ("LumetraArchive.txt", "ScratchPad.txt"):
+            self.assertIn("adm 640", self.machine.run("stat", "-c", "%G %a", f"{HOME}/data/{name}"))
+        self.assertEqual("Nothing found.\n", self.machine.run("lumetra", "check"))
+
+    def await_status(self, port):
+        """What status prints once there is a sample."""
+        end = time.monotonic() + 18
+        while True:
+            printed = self.machine.run("lumetra", "status", "--port", str(port), expected=None)
+            if "PercentProcessesUsed" in printed or time.monotonic() > end:
+                return printed
+            time.sleep(0.5)
+
+    def test_2_only_its_user_may_run_it_in_its_home(self):
+        self.assertIn("systemctl start lumetra-agent", self.machine.run("lumetra", "run", expected=1))
+        self.assertIn("systemctl start", self.machine.run("lumetra", "run", f"--home={HOME}/", expected=1))
+
+    def test_2_anyone_may_run_one_in_another_home(self):
+        anyone = ("setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups")
+        printed = self.machine.run("lumetra", "run", "--home", "/tmp/another", "--for", "3", "--port", "0", prefix=anyone)
+        self.assertIn("The agent has stopped after", printed)
+        self.assertGreaterEqual(self.machine.count("/tmp/another/data/LumetraArchive.txt"), 1)
+
+    def documented(self, heading):
+        """The commands of a section of the document on operations, each block a string, without what this machine lacks."""
+        with open(os.path.join(PROJECT, "docs", "operations.md"), encoding="utf-8") as file:
+            section = re.search(rf"^## {heading}\n(.*?)^## ", file.read(), re.MULTILINE | re.DOTALL).group(1)
+        section = re.sub(r"^sudo (apt-get|systemctl) .*\n", "", section, flags=re.MULTILINE).replace("sudo ", "")
+        return re.findall(r"^```\n(.*?)^```$", section, re.MULTILINE | re.DOTALL)
+
+    def provide_prometheus(self):
+        """Puts it where its package would, from wherever it is unpacked here."""
+        origin = os.path.abspath(os.path.join(shutil.which("prometheus"), "../../.."))
+        if origin != "/":
+            paths = ("/usr/bin/prometheus", "/usr/bin/promtool", "/etc/prometheus/prometheus.yml")
+            self.addCleanup(self.machine.run, "sh", "-c", "rm -f " + " ".join(paths) + "; rmdir /etc/prometheus")
+            for path in paths:
+                self.machine.run("install", "-D", self.machine.bring(origin + path), path)
+
+    def test_2_what_the_documents_say_leads_to_an_alert_of_prometheus(self):
+        if not shutil.which("prometheus") or not shutil.which("promtool"):
+            self.skipTest("prometheus is not installed")
+        self.provide_prometheus()
+        configure, fill, ask = self.documented("Alerts by Prometheus")
+        self.assertIn("SUCCESS", self.machine.run("sh", "-ec", configure))
+        port, own = free_port(), free_port()
+        self.machine.run("sed", "-i", "-e", f"s/127.0.0.1:8642/127.0.0.1:{port}/", "-e", "s/_interval:.*/_interval: 1s/",
+                         "-e", "s/_timeout:.*/_timeout: 1s/", "/etc/prometheus/prometheus.yml")
+        self.machine.run("sed", "-i", "s/for: 1m$/for: 2s/", "/etc/prometheus/lumetra-rules.yml")
+        self.agent(60, "--port", str(port))
+        self.await_status(port)
+        watcher = subprocess.Popen(
+            self.machine.command("prometheus", "--config.file=/etc/prometheus/prometheus.yml", "--storage.tsdb.path=/tmp/series",
+                                 f"--web.listen-address=127.0.0.1:{own}", "--log.level=error"), stderr=subprocess.DEVNULL)
+        self.addCleanup(watcher.wait)
+        self.addCleanup(watcher.kill)
+        self.machine.run("sh", "-ec", fill)
+        self.addCleanup(self.machine.run, "sh", "-c", "umount /mnt/full && rmdir /mnt/full && "
+                        "rm -rf /run/mount /etc/prometheus/lumetra-rules.yml")
+        end, answer = time.monotonic() + 30, ""
+        while "firing" not in answer and time.monotonic() < end:
+            time.sleep(0.5)
+            answer = self.machine.run("sh", "-c", ask.replace("9090", str(own)), expected=None)
+        self.assertIn("LumetraResourceAtLimit", answer)
+        self.assertIn('alertstate="firing"', answer)
+        self.assertIn('mountpoint="/mnt/full"', answer)
+
+    def test_3_its_capability_is_the_one_that_counts_other_users_descriptors(self):
+        listing = ("ls", f"/proc/{self.machine.keeper.pid}/fd")
+        self.machine.run(*listing, prefix=as_service(self.unit))
+        self.machine.run(*listing, expected=2, prefix=as_service(packaged("without-capabilities.conf")))
+        self.machine.run(*listing, expected=2,
+                         prefix=as_service("AmbientCapabilities=CAP_SYS_PTRACE"))
+        self.assertEqual("CAP_DAC_READ_SEARCH", setting(self.unit, "AmbientCapabilities"))
+        self.assertEqual("CAP_DAC_READ_SEARCH", setting(self.unit, "CapabilityBoundingSet"))
+
+    def test_3_runs_without_capabilities(self):
+        printed = self.run_agent(3, "--port", "0", unit=packaged("without-capabilities.conf"))
+        self.assertIn("The agent has stopped after", printed)
+
+    def test_3_the_system_call_filter_lets_through_all_that_it_calls(self):
+        if not shutil.which("strace"):
+            self.skipTest("strace is not installed")
+        self.assertEqual(["@system-service", "~@privileged"], re.findall(r"^SystemCallFilter=(.*)$", self.unit, re.MULTILINE))
+        allowed = self.allowed("@system-service") - self.allowed("@privileged")
+        families = set(setting(self.unit, "RestrictAddressFamilies").split())
+        for java in filter(None, (java_from(17), java_from(22))):
+            with self.subTest(java=java):
+                lines = self.calls(JAVA_HOME=java)
+                called = {found.group(1) for found in (re.match(r"\d+ +(?:<\.\.\. )?(\w+)(?:\(| resumed)", line)
+                                                       for line in lines) if found}
+                self.assertIn("futex", called)
+                self.assertIn("statfs", called, "the calls of df are among them")
+                self.assertEqual(set(), called - allowed)
+                sockets = {found for line in lines for found in re.findall(r"\bsocket\((AF_\w+)", line)}
+                self.assertTrue(sockets & {"AF_INET", "AF_INET6"})
+                self.assertEqual(set(), sockets - families)
+
+    def calls(self, **environment):
+        """The system calls of the agent at work, without those of the change to its user, which the filter follows."""
+        self.run_agent(6, "--port", str(free_port()), prefix=("strace", "-f", "-qq", "-o", "/tmp/calls"), **environment)
+        before, _, calls = self.machine.run("cat", "/tmp/calls").partition('execve("/usr/bin/lumetra"')
+        self.assertIn("setresuid", before)
+        return calls.splitlines()[1:]
+
+    def allowed(self, group):
+        """The system calls of one of systemd's groups."""
+        calls = set()
+        for word in self.machine.run("systemd-analyze", "syscall-filter", group).split("\n")[1:]:
+            word = word.strip()
+            if word.startswith("@"):
+                calls |= self.allowed(word)
+            elif word and not word.startswith("#"):
+                calls.add(word)
+        return calls
+
+    def test_3_runs_on_a_java_that_wants_native_access_granted(self):
+        candidate = java_from(22)
+        if not candidate:
+            self.skipTest("no Java from version 22 on is installed")
+        printed = self.run_agent(3, "--port", "0", JAVA_HOME=candidate)
+        self.assertNotIn("WARNING", printed)
+        self.assertIn("The agent has stopped after", printed)
+
+    def test_4_a_change_of_the_declarations_in_etc_is_taken_up_once(self):
+        copy, shipped = HOME + "/config/resources.txt", "/etc/lumetra-agent/resources.txt"
+        prepare = ("/usr/libexec/lumetra-agent/prepare-home", HOME)
+        self.assertEqual("", self.machine.run(*prepare, prefix=as_service(self.unit)))
+        used = self.machine.run("cat", copy)
+        self.assertNotEqual(self.machine.run("cat", shipped), used, "the agent has rewritten its copy")
+        self.machine.run("sed", "-i", "s/NameIs (PercentProcessesUsed)/NameIs (Tasks)/", shipped)
+        self.assertIn("taken anew", self.machine.run(*prepare, prefix=as_service(self.unit)))
+        self.assertEqual(self.machine.run("cat", shipped), self.machine.run("cat", copy))
+        self.assertEqual(used, self.machine.run("cat", copy + ".old"))
+        self.assertEqual("", self.machine.run(*prepare, prefix=as_service(self.unit)))
+
+    def test_5_an_upgrade_keeps_state_and_edited_configuration(self):
+        kept = ["/etc/lumetra-agent/AutoConfig.ini", "/etc/lumetra-agent/resources.txt", HOME + "/data/LumetraArchive.txt",
+                HOME + "/data/ScratchPad.txt", HOME + "/config/resources.txt", LOGS + "/LumetraAgent.log"]
+        before = self.machine.run("sha256sum", *kept)
+        self.install(build(self.output, "--version", "0.1.0-1+later1"))
+        self.assertIn("0.1.0-1+later1", self.machine.run("dpkg-query", "-W", "lumetra-agent"))
+        self.assertEqual(before, self.machine.run("sha256sum", *kept))
+
+    def test_5_configuring_it_again_changes_nothing(self):
+        before = self.machine.run("find", HOME, LOGS, "/etc/lumetra-agent", "-printf", "%p %u:%g %m %s %l\n")
+        self.machine.run("dpkg-reconfigure", "lumetra-agent")
+        after = self.machine.run("find", HOME, LOGS, "/etc/lumetra-agent", "-printf", "%p %u:%g %m %s %l\n")
+        self.assertEqual(before, after)
+
+    def test_6_removing_keeps_what_is_the_administrators(self):
+        self.machine.run("apt-get", "remove", "-y", "lumetra-agent")
+        self.machine.run("test", "-e", "/etc/lumetra-agent/AutoConfig.ini")
+        self.assertGreaterEqual(self.machine.count(HOME + "/data/LumetraArchive.txt"), 5)
+        self.machine.run("test", "-e", "/usr/bin/lumetra", expected=1)
+
+    def test_7_purging_leaves_nothing(self):
+        self.machine.run("apt-get", "purge", "-y", "lumetra-agent")
+        self.assertEqual(set(), self.machine.files() - self.before)
+        self.assertEqual(set(), self.before - self.machine.files())
+        self.assertEqual(self.users_before,
+                         self.machine.run("cat", "/etc/passwd", "/etc/group", "/etc/shadow", "/etc/gshadow"))
+        self.assertEqual("", self.machine.run("sh", "-c", "ls -d /tmp/hsperfdata_lumetra* /var/lib/dpkg/info/lumetra*"
+                                              " 2>/dev/null || true"))
+
+
+if __name__ == "__main__":
+    unittest.main()
