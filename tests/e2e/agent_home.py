@@ -264,7 +264,7 @@ class Running:
     def output(self):
         return b"".join(self.told).decode("latin-1")
 
-    def finish(self, timeout=60):
+    def finish(self, timeout=180):
         try:
             self.process.wait(timeout)
         except subprocess.TimeoutExpired:
@@ -285,7 +285,7 @@ class Running:
         self.process.wait()
 
 
-def wait_until(condition, seconds=20, what="it"):
+def wait_until(condition, seconds=60, what="it"):
     end = time.monotonic() + seconds
     while not condition():
         if time.monotonic() > end:
@@ -326,7 +326,7 @@ class AgentTest(unittest.TestCase):
         self.addCleanup(umount, directory)
         return directory
 
-    def run_agent(self, home, *options, timeout=60, **how):
+    def run_agent(self, home, *options, timeout=180, **how):
         """Runs the driver to its end; its environment must have been used rightly and all references given back."""
         check = {key: how.pop(key) for key in ("trimmed", "scratch_pad_lossy", "clock_jumped", "before",
                                                "expected_declarations") if key in how}

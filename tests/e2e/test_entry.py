@@ -161,7 +161,7 @@ class Stopping(AgentTest):
 
     def test_G3_stops_at_any_time_from_8_threads_then_a_next_run(self):
         home = self.home(inputs=FEW, period=1000)
-        result = self.run_agent(home, "--runs", 100, "--random-stop-ms", 25, "--stop-threads", 8, timeout=90)
+        result = self.run_agent(home, "--runs", 100, "--random-stop-ms", 25, "--stop-threads", 8, timeout=180)
         self.assertEqual(len(result.ended), 100)
         self.assertEqual({answer for _, answer in result.ended}, {0})
         self.assertEqual(result.fatal(), [])

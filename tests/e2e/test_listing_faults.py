@@ -218,14 +218,14 @@ class E_Mounts(ListingTest):
         for number in range(1000):
             self.mounted(f"m{number}")
         home = self.home(inputs=FEW + (DISK_SPACE,), period=1999)
-        result = self.run_agent(home, "--cycles", 3, timeout=90)
+        result = self.run_agent(home, "--cycles", 3, timeout=180)
         sleeps = 2 * 1000
         self.assertLess((result.stops[0][0] - sleeps) / 3, 1999, "a cycle outlives its period")
         watched = [name for name in home.numbers() if f" {self.base}/m" in name[1]]
         self.assertEqual(len(watched), 1000)
         self.assertEqual(len(home.archive_lines()[0][1]), len(home.archive_lines()[-1][1]))
         records = home.numbers()
-        self.run_agent(home, "--cycles", 1, timeout=90)
+        self.run_agent(home, "--cycles", 1, timeout=180)
         self.assertEqual(home.numbers(), records)
 
     @needs_mounts

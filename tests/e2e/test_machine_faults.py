@@ -358,7 +358,7 @@ class B5_LongRuns(MachineTest):
     def test_B5_ten_thousand_cycles_leave_descriptors_threads_memory_and_references_flat(self):
         at = "/dev/shm" if os.access("/dev/shm", os.W_OK) else "/tmp"
         home = self.home(inputs=FEW, period=100, megabytes=1, at=at)
-        result = self.run_agent(home, "--cycles", 10000, "--levels", trimmed=True, timeout=110)
+        result = self.run_agent(home, "--cycles", 10000, "--levels", trimmed=True, timeout=400)
         self.assert_flat(result, 9)
         self.assertGreaterEqual(len(home.archive_lines()), 9900)
 
@@ -367,7 +367,7 @@ class B5_LongRuns(MachineTest):
         home = self.home(inputs=FEW + (DISK_SPACE,), period=100, at=at)
         home.stub_df(HEADING + "/dev/a 100 50 50 50% /\n")
         # By half of them every model has been fitted once and its work arrays are there.
-        result = self.run_agent(home, "--cycles", 1200, "--levels", timeout=110)
+        result = self.run_agent(home, "--cycles", 1200, "--levels", timeout=400)
         self.assert_flat(result, 9)
 
     def assert_flat(self, result, levels):

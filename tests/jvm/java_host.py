@@ -108,7 +108,7 @@ class Machine:
         self.process.stdin.write(line.encode() + b"\n")
         self.process.stdin.flush()
 
-    def expect(self, start, seconds=20):
+    def expect(self, start, seconds=60):
         """Reads on to the next line that starts so, or in one of these ways."""
         end = time.monotonic() + seconds
         while True:
@@ -121,7 +121,7 @@ class Machine:
             if line.startswith(start):
                 return line
 
-    def expect_all(self, *starts, seconds=20):
+    def expect_all(self, *starts, seconds=60):
         """Reads on until a line has started so for each of the texts, in any order: several threads write them."""
         missing = set(starts)
         while missing:
@@ -197,7 +197,7 @@ class JavaTest(unittest.TestCase):
         machine.expect(f"The page is at http://127.0.0.1:{port}/", 40)
         return machine, port
 
-    def lines(self, home, count, seconds=30):
+    def lines(self, home, count, seconds=60):
         agent_home.wait_until(lambda: len(home.archive_lines()) >= count, seconds, f"archive line {count}")
 
     def assert_clean(self, machine, home=None, **check):

@@ -231,6 +231,19 @@ class PackageTest(unittest.TestCase):
                                       stderr=subprocess.STDOUT, text=True, check=True)
                 self.assertEqual("", done.stdout, path)
 
+    def test_1_what_the_documents_link_to_comes_with_the_package(self):
+        root = os.path.join(self.output, "unpacked")
+        subprocess.run(["dpkg-deb", "-x", self.package, root], check=True)
+        pages = glob.glob(root + "/usr/share/**/*.md", recursive=True)
+        self.assertGreater(len(pages), 5)
+        for page in pages:
+            with open(page, encoding="utf-8") as file:
+                links = re.findall(r"\]\(([^)#\s]+)", file.read())
+            for link in links:
+                if not link.startswith("http"):
+                    start = root if link.startswith("/") else os.path.dirname(page) + "/"
+                    self.assertTrue(os.path.exists(start + link), f"{page}: {link}")
+
     def test_2_runs_as_the_service_and_answers(self):
         self.machine.run("sed", "-i", "6s/.*/2000/", "/etc/lumetra-agent/AutoConfig.ini")
         port = free_port()
@@ -261,12 +274,25 @@ class PackageTest(unittest.TestCase):
     def test_2_only_its_user_may_run_it_in_its_home(self):
         self.assertIn("systemctl start lumetra-agent", self.machine.run("lumetra", "run", expected=1))
         self.assertIn("systemctl start", self.machine.run("lumetra", "run", f"--home={HOME}/", expected=1))
+        self.machine.run("sh", "-c", f"mv {HOME} /srv/moved && ln -s /srv/moved {HOME}")
+        self.addCleanup(self.machine.run, "sh", "-c", f"rm {HOME} && mv /srv/moved {HOME}")
+        for name in (HOME, "/srv/moved"):
+            self.assertIn("systemctl start", self.machine.run("lumetra", "run", "--home", name, expected=1))
 
     def test_2_anyone_may_run_one_in_another_home(self):
         anyone = ("setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups")
         printed = self.machine.run("lumetra", "run", "--home", "/tmp/another", "--for", "3", "--port", "0", prefix=anyone)
         self.assertIn("The agent has stopped after", printed)
         self.assertGreaterEqual(self.machine.count("/tmp/another/data/LumetraArchive.txt"), 1)
+
+    def test_2_without_an_agent_the_way_to_start_the_service_is_told(self):
+        printed = self.machine.run("lumetra", "status", "--port", str(free_port()), expected=1)
+        self.assertIn("; start it with systemctl start lumetra-agent\n", printed)
+
+    def test_2_a_check_without_the_right_to_look_says_so(self):
+        anyone = ("setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups")
+        printed = self.machine.run("lumetra", "check", prefix=anyone, expected=1)
+        self.assertIn("AutoConfig.ini: error: the configuration cannot be opened: permission denied;", printed)
 
     def documented(self, heading):
         """The commands of a section of the document on operations, each block a string, without what this machine lacks."""
@@ -380,6 +406,16 @@ class PackageTest(unittest.TestCase):
         self.assertEqual(self.machine.run("cat", shipped), self.machine.run("cat", copy))
         self.assertEqual(used, self.machine.run("cat", copy + ".old"))
         self.assertEqual("", self.machine.run(*prepare, prefix=as_service(self.unit)))
+
+    def test_4_declarations_that_are_gone_from_etc_cost_neither_a_start_nor_an_upgrade(self):
+        copy, shipped = HOME + "/config/resources.txt", "/etc/lumetra-agent/resources.txt"
+        self.machine.run("mv", shipped, "/tmp/kept")
+        self.addCleanup(self.machine.run, "mv", "/tmp/kept", shipped)
+        printed = self.run_agent(3, "--port", "0")
+        self.assertIn(f"{shipped} cannot be read; {copy} stays in use", printed)
+        used = self.machine.run("cat", copy)
+        self.machine.run("dpkg-reconfigure", "lumetra-agent")
+        self.assertEqual(used, self.machine.run("cat", copy))
 
     def test_5_an_upgrade_keeps_state_and_edited_configuration(self):
         kept = ["/etc/lumetra-agent/AutoConfig.ini", "/etc/lumetra-agent/resources.txt", HOME + "/data/LumetraArchive.txt",

@@ -282,10 +282,10 @@ describe("events", () => {
     const world = new World();
     world.event({ type: "fatal", message: "df did not answer" });
     world.event({ type: "innerTolerance", resource: "Own", instance: null, limit: 90 });
-    world.event({ type: "exhaustion", resource: "PercentSwapSpaceUsed", instance: null, secondsToExhaustion: 3600,
+    world.event({ type: "exhaustion", resource: "PercentSwapSpaceUsed", instance: "_Total", secondsToExhaustion: 3600,
       culprits: [{ name: "java", pid: 7, value: 900 }, { name: "b", pid: 8, value: 9 }, { name: "c", pid: 9, value: 8 },
         { name: "d", pid: 10, value: 7 }] });
-    world.event({ type: "exhaustion", at: world.now - 7200, resource: "PercentProcessesUsed", instance: null,
+    world.event({ type: "exhaustion", at: world.now - 7200, resource: "PercentProcessesUsed", instance: "_Total",
       secondsToExhaustion: 60 });
     await withWorld(world, {}, async (page) => {
       const texts = await page.locator("#event-list li").allTextContents();
@@ -293,6 +293,16 @@ describe("events", () => {
       assert.match(texts[1], /^Swap is forecast to run out in about 60 min .*Largest users: java \(7\), b \(8\), c \(9\) and 1 more/);
       assert.match(texts[2], /^Own reached its inner limit of 90 %/);
       assert.match(texts[3], /A step failed: df did not answer/);
+    });
+  });
+
+  test("an event of the whole system leads to its resource", async () => {
+    const world = new World();
+    world.add({ resource: "Files", mountpoint: null });
+    world.event({ resource: "Files", instance: "_Total", secondsToExhaustion: 3600 });
+    await withWorld(world, {}, async (page) => {
+      assert.match(await page.textContent("#event-list li"), /^Files is forecast to run out /);
+      assert.equal(await page.getAttribute("#event-list a", "href"), "#/resource/1");
     });
   });
 

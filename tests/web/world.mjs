@@ -14,6 +14,13 @@ export const STATE_WORDS = {
 
 const HOUR = 3600;
 
+/** An event with all the members that the agent gives it. */
+function whole(given, at) {
+  return { time: new Date(at * 1000).toISOString(), epochSeconds: at, resource: null, instance: null,
+    secondsToExhaustion: null, timeToExhaustion: null, limit: null, culprits: [], culpritText: null, message: null,
+    ...given };
+}
+
 export class World {
   constructor({ now = Math.floor(Date.now() / 1000), samples = 600 } = {}) {
     this.now = now;
@@ -64,7 +71,7 @@ export class World {
   event(given) {
     const at = given.at ?? this.now;
     const { at: _, ...rest } = given;
-    this.events.unshift({ time: new Date(at * 1000).toISOString(), epochSeconds: at, type: "exhaustion", ...rest });
+    this.events.unshift(whole({ type: "exhaustion", ...rest }, at));
   }
 
   trend(resource) {
@@ -153,10 +160,9 @@ export function busyServer(options) {
       secondsToExhaustion: data.secondsToExhaustion + i * 20, timeToExhaustion: "5 hours 20 minutes", limit: null,
       culprits: [], culpritText: "", message: null });
   }
-  world.events.push({ time: new Date((world.now - 7200) * 1000).toISOString(), epochSeconds: world.now - 7200,
-    type: "upperTolerance", resource: "PercentFreeSpaceUsed", instance: "/dev/loop3 /snap/core", limit: 100 },
-  { time: new Date((world.now - 30000) * 1000).toISOString(), epochSeconds: world.now - 30000, type: "fatal",
-    message: "diskListing: df did not answer within 30 s" });
+  world.events.push(whole({ type: "upperTolerance", resource: "PercentFreeSpaceUsed", instance: "/dev/loop3 /snap/core",
+    limit: 100 }, world.now - 7200),
+  whole({ type: "fatal", message: "diskListing: df did not answer within 30 s" }, world.now - 30000));
   return world;
 }
 

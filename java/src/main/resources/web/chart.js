@@ -22,7 +22,7 @@ export class Chart {
     byId("zoom-in").addEventListener("click", () => this.#zoomBy(0.5));
     byId("zoom-out").addEventListener("click", () => this.#zoomBy(2));
     byId("zoom-reset").addEventListener("click", () => this.#reset());
-    byId("whole").addEventListener("click", () => this.#showFrom("zoom-in", wholeRange(this.#trend)));
+    byId("whole").addEventListener("click", () => this.#showTime(wholeRange(this.#trend)));
     byId("scale").addEventListener("click", () => this.#toggleFit());
   }
 
@@ -44,7 +44,7 @@ export class Chart {
     }
   }
 
-  /** Forgets the resource; the next one starts with its whole time. */
+  /** Forgets the resource; the next one starts without a zoom. */
   clear() {
     this.#plot?.destroy();
     this.#plot = null;
@@ -190,8 +190,7 @@ export class Chart {
   }
 
   #noteZoom(u) {
-    const useful = usefulRange(this.#trend);
-    this.#zoomed = !isSame(u.scales.x, useful);
+    this.#zoomed = !isSame(u.scales.x, usefulRange(this.#trend));
     this.#zoomButtons();
   }
 
@@ -216,16 +215,16 @@ export class Chart {
   }
 
   #reset() {
-    this.#showFrom("zoom-in", usefulRange(this.#trend));
+    this.#showTime(usefulRange(this.#trend));
   }
 
-  /** Shows a time; the button that did it is disabled then, so the focus goes to another one. */
-  #showFrom(button, range) {
+  /** Shows a time; the button that did it is disabled then, so the focus goes to "Zoom in". */
+  #showTime(range) {
     if (this.#plot) {
       const isUsed = ["zoom-reset", "whole"].includes(document.activeElement?.id);
       this.#plot.setScale("x", range);
       if (isUsed) {
-        byId(button).focus();
+        byId("zoom-in").focus();
       }
     }
   }
@@ -306,7 +305,7 @@ function isSame(one, other) {
 }
 
 /** The curves as the chart wants them: one row of times; null breaks the line, undefined does not. */
-export function chartData(trend) {
+function chartData(trend) {
   const samples = withGaps(trend.samples);
   const forecast = hasForecast(trend) ? trend.forecast : { times: [], values: [] };
   if (samples.times.length === 0 && forecast.times.length === 0) {
@@ -316,7 +315,7 @@ export function chartData(trend) {
 }
 
 /** The samples with a break wherever the agent was silent for long. */
-export function withGaps({ times, values }) {
+function withGaps({ times, values }) {
   if (times.length < 3) {
     return { times, values };
   }

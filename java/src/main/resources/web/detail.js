@@ -79,7 +79,7 @@ export class Detail {
         : "Loading the samples…");
     }
     renderCulprits(culprits.data, now);
-    renderOwnEvents(events.data?.events ?? [], data.resources, now);
+    renderOwnEvents(events.data?.events ?? [], now);
   }
 
   #renderLead(resource, agent, now) {

@@ -6,23 +6,21 @@ export function byId(id) {
 
 /** A new element: element("td", {class: "value", role: "cell"}, child, "text", …). */
 export function element(name, attributes = {}, ...children) {
-  const made = document.createElement(name);
-  for (const [key, value] of Object.entries(attributes)) {
-    made.setAttribute(key, value);
-  }
-  made.append(...children);
-  return made;
+  return filled(document.createElement(name), attributes, children);
 }
 
 const SVG = "http://www.w3.org/2000/svg";
 
 export function svgElement(name, attributes = {}, ...children) {
-  const made = document.createElementNS(SVG, name);
+  return filled(document.createElementNS(SVG, name), attributes, children);
+}
+
+function filled(node, attributes, children) {
   for (const [key, value] of Object.entries(attributes)) {
-    made.setAttribute(key, value);
+    node.setAttribute(key, value);
   }
-  made.append(...children);
-  return made;
+  node.append(...children);
+  return node;
 }
 
 export function icon(state) {

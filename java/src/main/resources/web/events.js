@@ -11,9 +11,10 @@ const ownItems = new Map();
 let heardUpTo = null;
 const lastHeard = new Map();
 
-/** Which resource an event is about. */
+/** Which resource an event is about. One of the whole system has no instance here, but its events tell the declared one. */
 function resourceOf(event, resources) {
-  return resources.find((r) => r.resource === event.resource && (r.instance || "") === (event.instance || "")) ?? null;
+  const named = resources.filter((r) => r.resource === event.resource);
+  return named.find((r) => r.instance === event.instance) ?? named.find((r) => r.instance === "") ?? null;
 }
 
 function subjectKey(event) {
@@ -21,7 +22,7 @@ function subjectKey(event) {
 }
 
 /** The events with repetitions gathered under the newest: {key, event, times, since}, newest first. */
-export function gather(events) {
+function gather(events) {
   const groups = new Map();
   for (const event of events) {
     const key = subjectKey(event);
@@ -45,7 +46,7 @@ export function renderEvents(events, resources, now) {
 }
 
 /** The newest events of one resource, each by itself. */
-export function renderOwnEvents(events, resources, now) {
+export function renderOwnEvents(events, now) {
   const single = events.slice(0, OWN_EVENTS).map((event) => (
     { key: event.time + subjectKey(event), event, times: 1, since: event.epochSeconds }));
   renderList(byId("own-events"), ownItems, single, null, now);
@@ -101,8 +102,9 @@ function asSentence(text) {
 /** Tells a listener what came since the last time; says nothing about what was there at the start. */
 export function announceNew(events, resources, now) {
   const newest = events.length > 0 ? events[0].epochSeconds : 0;
-  const fresh = heardUpTo === null ? [] : gather(events).filter((g) => isNews(g));
-  gather(events).forEach((g) => lastHeard.set(g.key, g.event.epochSeconds));
+  const groups = gather(events);
+  const fresh = heardUpTo === null ? [] : groups.filter(isNews);
+  groups.forEach((g) => lastHeard.set(g.key, g.event.epochSeconds));
   heardUpTo = Math.max(heardUpTo ?? 0, newest);
   if (fresh.length === 0) {
     return;

@@ -149,7 +149,7 @@ export function moment(epochSeconds, now) {
 }
 
 /** A moment with its weekday even today: "Sat 14:05". */
-export function weekdayMoment(epochSeconds, now) {
+function weekdayMoment(epochSeconds, now) {
   const date = new Date(epochSeconds * 1000);
   return `${dayOf(date, Math.abs(epochSeconds - now))} ${format(CLOCK).format(date)}`;
 }
@@ -168,7 +168,7 @@ export function exactMoment(epochSeconds) {
     second: "2-digit", timeZoneName: "short" }).format(new Date(epochSeconds * 1000)).replace(",", "");
 }
 
-/** A moment within the span of a chart: with the day once the span is longer than one. */
+/** A moment in a chart: weekday and clock, "Sat 14:05". */
 export function chartMoment(epochSeconds, withSeconds = false) {
   return format({ weekday: "short", ...CLOCK, ...(withSeconds ? { second: "2-digit" } : {}) })
     .format(new Date(epochSeconds * 1000)).replace(",", "");
@@ -203,7 +203,7 @@ export function exhaustion(resource, agent, now) {
   return { words: "–", moment: "", exact: "" };
 }
 
-export function horizon(agent) {
+function horizon(agent) {
   const hours = agent.maxForecastHours;
   return hours > 48 && hours % 24 === 0 ? `${hours / 24} days` : count(hours, "hour");
 }
@@ -307,13 +307,12 @@ export function measureWords(measure) {
   return MEASURES[measure] ?? printable(measure);
 }
 
-/** Who an event is about: the mount point of a disk, which the instance names after the device. */
+/** Who an event is about. Without its resource: a known name of the whole system, else the instance. */
 export function eventSubject(event, resource) {
   if (resource) {
     return subject(resource);
   }
-  const instance = event.instance ? printable(event.instance) : "";
-  return fitted(instance || printable(PLAIN_NAMES[event.resource] ?? event.resource ?? "A resource"));
+  return fitted(PLAIN_NAMES[event.resource] ?? printable(event.instance || event.resource || "A resource"));
 }
 
 /** What an event says, as one sentence after its subject. */
@@ -351,8 +350,9 @@ export function eventCulprits(event) {
   if (all.length === 0) {
     return "";
   }
-  const shown = all.slice(0, 3).map((c) => `${printable(c.name)} (${c.pid})`).join(", ");
-  return `Largest users: ${shown}${all.length > 3 ? ` and ${all.length - 3} more` : ""}`;
+  const shown = all.slice(0, SHOWN_USERS).map((c) => `${printable(c.name)} (${c.pid})`).join(", ");
+  const rest = all.length - SHOWN_USERS;
+  return `Largest users: ${shown}${rest > 0 ? ` and ${rest} more` : ""}`;
 }
 
 /** The summary of a chart for those who do not see it. */

@@ -62,7 +62,12 @@ final class AgentClient {
         }
     }
 
-    /** An answer: as it came, and what it means. */
+    /**
+     * An answer.
+     *
+     * @param json     as it came
+     * @param snapshot what it means
+     */
     record Overview(JsonNode json, Snapshot snapshot) {}
 
     /**
@@ -171,7 +176,7 @@ final class AgentClient {
             return stranger("its answer is too large");
         }
         return new Unavailable("no agent answers at " + page + ": " + reason(cause, timeoutSeconds)
-                + "; start it with ./run-agent", true);
+                + "; start it with " + System.getProperty("lumetra.start", "./run-agent"), true);
     }
 
     private static String reason(Throwable cause, int timeoutSeconds) {

@@ -31,7 +31,7 @@ final class AgentWatch implements AgentView, AutoCloseable {
     private static final int MOST_TRIES = 3;
     private static final int STALE_PERIODS = 3;
     private static final double STALE_SECONDS = 5;
-    private static final double FORECAST_SECONDS = 60;
+    private static final double HEADLINE_SECONDS = 60;
 
     /**
      * The clocks, and how long a request waits, so that a test can stand in for time.
@@ -88,7 +88,7 @@ final class AgentWatch implements AgentView, AutoCloseable {
      * @param configuration the agent's configuration
      * @param home          the agent's home, as it is shown
      * @param version       the agent's version, as it is shown
-     * @param running       whether the agent runs: false before its start and after its end
+     * @param running       whether the agent runs: false after its end
      * @param reader        reads the forecasts
      * @param events        the events; whoever makes it has {@link AgentEvents#tellTo} feed it
      */
@@ -327,7 +327,7 @@ final class AgentWatch implements AgentView, AutoCloseable {
 
     private void dropOldHeadlines() {
         double oldest = fleet.newestCycle()
-                - Math.max(FORECAST_SECONDS, STALE_PERIODS * fleet.cycleSeconds());
+                - Math.max(HEADLINE_SECONDS, STALE_PERIODS * fleet.cycleSeconds());
         fleet.withForecast().stream().filter(r -> r.headline != null && r.headline.time() < oldest)
                 .forEach(r -> r.headline = null);
     }
@@ -376,8 +376,7 @@ final class AgentWatch implements AgentView, AutoCloseable {
     private TrendView answer(int id) {
         WatchedResource resource = fleet.shown(id);
         if (resource == null) {
-            return new TrendView(id, "history", null, null, null, null, null,
-                    new TrendView.Curve(new double[0], new double[0]), null);
+            return Charts.of(id, new TrendView.Curve(new double[0], new double[0]), null);
         }
         if (!resource.canHaveForecast(fleet.window(resource))) {
             return keep(resource, fleet.newestCycle(), history(resource));

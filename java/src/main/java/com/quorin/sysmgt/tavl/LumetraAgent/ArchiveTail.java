@@ -113,11 +113,7 @@ final class ArchiveTail {
         try (FileChannel channel = FileChannel.open(archive)) {
             long end = Math.min(position, channel.size());
             long start = Math.max(0, end - mostBytes);
-            ByteBuffer bytes = ByteBuffer.allocate((int) (end - start));
-            while (bytes.hasRemaining() && channel.read(bytes, start + bytes.position()) > 0) {
-                // reads on
-            }
-            String text = new String(bytes.array(), 0, bytes.position(), StandardCharsets.ISO_8859_1);
+            String text = FileText.part(channel, start, end, StandardCharsets.ISO_8859_1);
             int first = startOfLast(text, mostLines);
             String whole = first > 0 || start == 0 ? text.substring(first)
                     : text.substring(text.indexOf('\n') + 1);

@@ -1,7 +1,6 @@
 package com.quorin.sysmgt.tavl.LumetraAgent;
 
 import java.util.Arrays;
-import java.util.function.DoubleUnaryOperator;
 
 /** Makes the charts of resources. */
 final class Charts {
@@ -20,8 +19,7 @@ final class Charts {
         return new TrendView(id, "forecast", h.time() < 0 ? null : (Long) h.time(),
                 h.model().isEmpty() ? null : Words.printable(h.model()), WatchedFleet.secondsToExhaustion(h),
                 h.hours().isEmpty() ? null : WatchedFleet.boxed(h.notificationLevel()),
-                WatchedFleet.limit(h, null), curve(trend.samples(), s -> trend.epochSeconds((float) s)),
-                curve(trend.forecast(), s -> trend.epochSeconds((float) s)));
+                WatchedFleet.limit(h, null), curve(trend, trend.samples()), curve(trend, trend.forecast()));
     }
 
     /**
@@ -36,14 +34,14 @@ final class Charts {
         return new TrendView(id, "history", null, null, null, null, limit, samples, null);
     }
 
-    private static TrendView.Curve curve(TrendReader.Curve curve, DoubleUnaryOperator epochSeconds) {
+    private static TrendView.Curve curve(TrendReader.Trend trend, TrendReader.Curve curve) {
         double[] times = new double[curve.seconds().length];
         double[] values = new double[times.length];
         int count = 0;
         for (int i = 0; i < times.length; i++) {
             float value = curve.values()[i];
             if (Float.isFinite(value) && Float.isFinite(curve.seconds()[i])) {
-                times[count] = epochSeconds.applyAsDouble(curve.seconds()[i]);
+                times[count] = trend.epochSeconds(curve.seconds()[i]);
                 values[count++] = decimal(value);
             }
         }

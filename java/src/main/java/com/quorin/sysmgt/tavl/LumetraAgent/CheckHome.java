@@ -3,8 +3,10 @@ package com.quorin.sysmgt.tavl.LumetraAgent;
 import java.io.IOException;
 import java.io.InputStream;
 import java.nio.charset.StandardCharsets;
+import java.nio.file.AccessDeniedException;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.nio.file.attribute.BasicFileAttributes;
 import java.util.Optional;
 
 /**
@@ -77,10 +79,17 @@ record CheckHome(Path directory) {
      * @return the reason; empty when it can
      */
     static Optional<String> whyUnopenable(Path file) {
-        if (!Files.exists(file)) {
+        if (Files.isReadable(file)) {
+            return Optional.empty();
+        }
+        try {
+            Files.readAttributes(file, BasicFileAttributes.class);
+        } catch (AccessDeniedException e) {
+            // one of the directories above is closed
+        } catch (IOException e) {
             return Optional.of("there is no such file");
         }
-        return Files.isReadable(file) ? Optional.empty() : Optional.of("permission denied");
+        return Optional.of("permission denied");
     }
 
     /**

@@ -68,7 +68,7 @@ final class CheckScanner {
 
     /** Moves to the next character that is no white space. */
     void skipWhiteSpace() {
-        while (position < text.length() && isWhiteSpace(text.charAt(position))) {
+        while (position < text.length() && TextScanner.isWhiteSpace(text.charAt(position))) {
             position++;
         }
     }
@@ -81,7 +81,7 @@ final class CheckScanner {
     Optional<Part> word() {
         skipWhiteSpace();
         int start = position;
-        while (position < text.length() && !isWhiteSpace(text.charAt(position))) {
+        while (position < text.length() && !TextScanner.isWhiteSpace(text.charAt(position))) {
             position++;
         }
         int end = Math.min(position, start + LONGEST_WORD);
@@ -96,7 +96,7 @@ final class CheckScanner {
      */
     String rest() {
         int end = position;
-        while (end < text.length() && !isWhiteSpace(text.charAt(end))) {
+        while (end < text.length() && !TextScanner.isWhiteSpace(text.charAt(end))) {
             end++;
         }
         return text.substring(position, Math.min(end, position + LONGEST_WORD));
@@ -163,9 +163,5 @@ final class CheckScanner {
      */
     static boolean isOutOfRange(String number) {
         return Double.parseDouble(number) != toWhole(number);
-    }
-
-    private static boolean isWhiteSpace(char c) {
-        return c == ' ' || (c >= '\t' && c <= '\r');
     }
 }

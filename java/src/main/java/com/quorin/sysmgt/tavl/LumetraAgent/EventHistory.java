@@ -2,10 +2,8 @@ package com.quorin.sysmgt.tavl.LumetraAgent;
 
 import com.fasterxml.jackson.core.JsonProcessingException;
 import com.fasterxml.jackson.databind.JsonNode;
-import com.fasterxml.jackson.databind.ObjectMapper;
 import com.fasterxml.jackson.databind.node.ObjectNode;
 import java.io.IOException;
-import java.nio.ByteBuffer;
 import java.nio.channels.FileChannel;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
@@ -64,8 +62,7 @@ final class EventHistory implements Consumer<JsonNode> {
 
     private void acceptLine(String line) {
         try {
-            ObjectMapper mapper = AgentEvents.mapper();
-            if (mapper.readTree(line) instanceof ObjectNode event && complete(event, mapper)) {
+            if (AgentEvents.mapper().readTree(line) instanceof ObjectNode event && complete(event)) {
                 keep(event);
             }
         } catch (JsonProcessingException | StackOverflowError e) {
@@ -74,7 +71,7 @@ final class EventHistory implements Consumer<JsonNode> {
     }
 
     /** Gives an event of an older version the members that it lacks; false for what is no event. */
-    private static boolean complete(ObjectNode event, ObjectMapper mapper) {
+    private static boolean complete(ObjectNode event) {
         if (!event.path("time").isTextual() || !event.path("epochSeconds").isIntegralNumber()
                 || !TYPES.contains(event.path("type").asText())) {
             return false;
@@ -82,7 +79,7 @@ final class EventHistory implements Consumer<JsonNode> {
         TEXTS.stream().filter(n -> !event.path(n).isTextual()).forEach(event::putNull);
         NUMBERS.stream().filter(n -> !event.path(n).isNumber()).forEach(event::putNull);
         if (!event.path("culprits").isArray()) {
-            event.set("culprits", mapper.createArrayNode());
+            event.putArray("culprits");
         }
         for (Iterator<JsonNode> all = event.path("culprits").elements(); all.hasNext(); ) {
             JsonNode one = all.next();
@@ -165,12 +162,9 @@ final class EventHistory implements Consumer<JsonNode> {
             return List.of(); // opening a pipe would wait for its writer
         }
         try (FileChannel channel = FileChannel.open(file)) {
-            long start = Math.max(0, channel.size() - most);
-            ByteBuffer bytes = ByteBuffer.allocate((int) (channel.size() - start));
-            while (bytes.hasRemaining() && channel.read(bytes, start + bytes.position()) > 0) {
-                // reads on
-            }
-            String text = new String(bytes.array(), 0, bytes.position(), StandardCharsets.UTF_8);
+            long end = channel.size();
+            long start = Math.max(0, end - most);
+            String text = FileText.part(channel, start, end, StandardCharsets.UTF_8);
             List<String> lines = Arrays.asList(text.split("\n"));
             return start == 0 ? lines : lines.subList(1, lines.size());
         } catch (IOException | SecurityException e) {

@@ -2,13 +2,16 @@ package com.quorin.sysmgt.tavl.LumetraAgent;
 
 import java.io.IOException;
 import java.io.InputStream;
+import java.nio.ByteBuffer;
+import java.nio.channels.FileChannel;
+import java.nio.charset.Charset;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.InvalidPathException;
 import java.nio.file.Path;
 import java.util.Optional;
 
-/** Reads a whole small file as text of bytes. */
+/** Reads files as text. */
 final class FileText {
 
     /** No file that the host reads whole is ordinarily near this size; a larger one is not read at all. */
@@ -46,5 +49,23 @@ final class FileText {
         } catch (IOException e) {
             return Optional.empty();
         }
+    }
+
+    /**
+     * A part of an open file.
+     *
+     * @param channel the file
+     * @param start   where the part begins
+     * @param end     where it ends, unless the file ends before
+     * @param charset how its bytes are read
+     * @return the text
+     * @throws IOException when it cannot be read
+     */
+    static String part(FileChannel channel, long start, long end, Charset charset) throws IOException {
+        ByteBuffer bytes = ByteBuffer.allocate((int) (end - start));
+        while (bytes.hasRemaining() && channel.read(bytes, start + bytes.position()) > 0) {
+            // reads on
+        }
+        return new String(bytes.array(), 0, bytes.position(), charset);
     }
 }

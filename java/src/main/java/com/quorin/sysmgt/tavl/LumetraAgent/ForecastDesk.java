@@ -108,7 +108,7 @@ final class ForecastDesk {
     }
 
     /**
-     * Whether charts may be read now.
+     * Whether forecasts may be read now.
      *
      * @return false while the lock is to be left alone
      */

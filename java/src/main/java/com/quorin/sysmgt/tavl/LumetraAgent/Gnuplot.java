@@ -1,6 +1,5 @@
 package com.quorin.sysmgt.tavl.LumetraAgent;
 
-import java.io.ByteArrayInputStream;
 import java.io.IOException;
 import java.io.InputStream;
 import java.io.OutputStream;
@@ -111,7 +110,7 @@ final class Gnuplot {
 
     private static void send(Process process, String script) {
         try (OutputStream out = process.getOutputStream()) {
-            new ByteArrayInputStream(script.getBytes(StandardCharsets.UTF_8)).transferTo(out);
+            out.write(script.getBytes(StandardCharsets.UTF_8));
         } catch (IOException e) {
             // gnuplot ended early and says why
         }

@@ -5,8 +5,8 @@ import java.time.Duration;
 /**
  * When the trend-file lock may be taken. The agent takes it right after it appended a line to its archive and
  * keeps it for the whole forecast; an agent that finds it taken sleeps a second. So the lock is left alone
- * outside of the pause between two cycles. An agent without a pause is disturbed for at most 2 per cent of
- * the time.
+ * outside of the pause between two cycles. An agent without a pause, or with one below two seconds, is
+ * disturbed for at most 2 per cent of the time.
  *
  * <p>One thread uses it. Times are those of {@link System#nanoTime}.
  */

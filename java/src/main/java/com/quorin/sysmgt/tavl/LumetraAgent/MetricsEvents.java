@@ -11,7 +11,10 @@ final class MetricsEvents {
     /** The types of events that belong to a resource. */
     static final List<String> TYPES_OF_RESOURCES = List.of("exhaustion", "upperTolerance", "innerTolerance");
 
-    /** Disks that come and go for years cannot fill the memory; events of further names are not counted. */
+    /**
+     * Disks that come and go for years cannot fill the memory; events of further names are not counted.
+     * Failures have no name and always are.
+     */
     private static final int MOST_NAMES = 10_000;
 
     private record Key(String type, String name, String instance) {}
@@ -31,11 +34,12 @@ final class MetricsEvents {
      */
     synchronized void add(JsonNode event) {
         String type = event.path("type").asText();
-        Key key = type.equals(AgentEvents.FATAL) ? new Key(type, "", "")
+        boolean isFatal = type.equals(AgentEvents.FATAL);
+        Key key = isFatal ? new Key(type, "", "")
                 : new Key(type, event.path("resource").asText(""),
                         instance(event.path("instance").asText("")));
         told++;
-        if (counts.size() < MOST_NAMES || counts.containsKey(key)) {
+        if (isFatal || counts.size() < MOST_NAMES || counts.containsKey(key)) {
             counts.merge(key, 1L, Long::sum);
         }
     }

@@ -23,7 +23,7 @@ final class MetricsHealth {
     }
 
     /**
-     * Whether the newest cycle is at most three periods old.
+     * Whether the agent runs and its newest cycle is at most three periods old.
      *
      * @param view what may be seen of the agent
      * @return the route, which answers 503 with the reason when it is not

@@ -97,11 +97,11 @@ final class ResourceJudge {
      * The limit that a resource is forecast against, by its method and as the agent's headline has it: the
      * lower one where there are two.
      *
-     * @param facts what is known of the resource; may be null
+     * @param facts what is known of the resource
      * @return per cent; null for none
      */
     static Double limit(ResourceFacts facts) {
-        if (facts == null || !facts.hasLimit()) {
+        if (!facts.hasLimit()) {
             return null;
         }
         return facts.hasLowerLimit() ? 0.0 : 100.0;

@@ -10,7 +10,7 @@ enum ResourceState {
     FORECAST("forecast", "exhaustion forecast"),
     /** An exhaustion is forecast, and the value has not yet reached the notification level. */
     PENDING("pending", "notification pending"),
-    /** No new cycle for three periods: nothing is known of the present. */
+    /** No new cycle for three periods, or the agent has ended: nothing is known of the present. */
     STALE("stale", "stale"),
     /** The agent could not read it in the newest cycle. */
     UNREADABLE("unreadable", "unreadable"),

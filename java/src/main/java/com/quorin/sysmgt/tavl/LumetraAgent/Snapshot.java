@@ -46,8 +46,9 @@ record Snapshot(Agent agent, List<Resource> resources, @JsonIgnore Measures meas
      * @param home               its home directory
      * @param startedAt          when the host started
      * @param generatedAt        when this snapshot was made
-     * @param running            whether the agent runs (not still starting, not ended)
-     * @param stale              whether the newest cycle is more than three periods old
+     * @param running            whether the agent runs: false after its end
+     * @param stale              whether the newest cycle is more than three periods old, or the agent has
+     *                           ended
      * @param cycles             completed cycles since the start
      * @param newestCycleAt      time of the newest cycle; null before the first
      * @param periodSeconds      pause between two cycles, 0 without one
@@ -75,7 +76,7 @@ record Snapshot(Agent agent, List<Resource> resources, @JsonIgnore Measures meas
      * @param samples             samples of this run that the forecast can use, at most what the window holds
      * @param firstForecastAt     when the first forecast can come; null once there is one or when none can
      *                            come
-     * @param secondsToExhaustion seconds from the newest cycle to the forecast exhaustion, to 36 s
+     * @param secondsToExhaustion seconds from {@code forecastAt} to the forecast exhaustion, to 36 s
      * @param exhaustionAt        the moment of the forecast exhaustion, seconds since the epoch
      * @param model               the model that was chosen
      * @param notificationLevel   value from which on events go out, per cent

@@ -10,7 +10,7 @@ import java.util.Map;
 final class StaticFiles {
 
     /** The file that stands for the path "/". */
-    static final String START = "index.html";
+    private static final String START = "index.html";
 
     private static final String FOLDER = "/web/";
     private static final String HTML = "text/html; charset=utf-8";
@@ -20,7 +20,7 @@ final class StaticFiles {
     private static final String TEXT = "text/plain; charset=utf-8";
 
     /** Name to content type. */
-    static final Map<String, String> TYPES = Map.ofEntries(
+    private static final Map<String, String> TYPES = Map.ofEntries(
             Map.entry(START, HTML),
             Map.entry("app.js", SCRIPT),
             Map.entry("chart.js", SCRIPT),
@@ -39,7 +39,7 @@ final class StaticFiles {
     private StaticFiles() {}
 
     /**
-     * Reads all files that the program's archive holds.
+     * Reads all files from the program's archive.
      *
      * @return the contents by path
      */
@@ -47,16 +47,12 @@ final class StaticFiles {
         Map<String, WebContent> contents = new LinkedHashMap<>();
         TYPES.forEach((name, type) -> {
             try (InputStream in = StaticFiles.class.getResourceAsStream(FOLDER + name)) {
-                if (in != null) {
-                    contents.put("/" + name, new WebContent(type, in.readAllBytes()));
-                }
+                contents.put("/" + name, new WebContent(type, in.readAllBytes()));
             } catch (IOException e) {
                 throw new UncheckedIOException("the program's archive cannot be read", e);
             }
         });
-        if (contents.containsKey("/" + START)) {
-            contents.put("/", contents.get("/" + START));
-        }
+        contents.put("/", contents.get("/" + START));
         return contents;
     }
 }

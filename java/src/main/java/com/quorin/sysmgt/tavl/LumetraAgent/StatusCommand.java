@@ -139,11 +139,20 @@ final class StatusCommand implements Callable<Integer> {
                 Thread.sleep(watch * 1000L);
                 lines = lines();
             } catch (AgentClient.Unavailable e) {
-                lines = List.of(e.getMessage());
+                lines = instead(e);
             } catch (InterruptedException e) {
                 return Lumetra.DONE;
             }
         }
+    }
+
+    /** What is shown while there is no answer: among JSON, nothing. */
+    private List<String> instead(AgentClient.Unavailable reason) {
+        if (!json) {
+            return List.of(reason.getMessage());
+        }
+        System.err.println("lumetra status: " + reason.getMessage());
+        return List.of();
     }
 
     /** One write for all of it, so that nothing flickers. */

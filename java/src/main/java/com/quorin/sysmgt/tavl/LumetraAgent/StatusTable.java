@@ -20,7 +20,7 @@ final class StatusTable {
     private static final int STATE = 3;
     private static final int LEVEL = 6;
     private static final int LEAST_INSTANCE = 9;
-    private static final int LONGEST_WORD = 40;
+    private static final int LONGEST_NAME = 40;
     private static final int SHOWN_USERS = 3;
     private static final String GAP = "  ";
     private static final String UNKNOWN = "-";
@@ -101,7 +101,7 @@ final class StatusTable {
         if (resource.state() == ResourceState.COLLECTING) {
             state += " (" + resource.samples() + " of " + agent.samplesForForecast() + ")";
         }
-        return List.of(shortened(Words.printable(resource.resource()), LONGEST_WORD),
+        return List.of(shortened(Words.printable(resource.resource()), LONGEST_NAME),
                 Words.printable(resource.instance()), percent(resource.value()), state,
                 exhaustion(resource, now), orUnknown(resource.model()),
                 percent(resource.notificationLevel()));

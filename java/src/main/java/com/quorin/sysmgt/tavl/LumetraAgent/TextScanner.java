@@ -113,7 +113,13 @@ final class TextScanner {
         }
     }
 
-    private static boolean isWhiteSpace(char c) {
+    /**
+     * Whether a character separates tokens.
+     *
+     * @param c the character
+     * @return true for the blank, the tab and everything that ends a line
+     */
+    static boolean isWhiteSpace(char c) {
         return c == ' ' || (c >= '\t' && c <= '\r');
     }
 }

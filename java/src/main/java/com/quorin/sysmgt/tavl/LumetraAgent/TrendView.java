@@ -4,8 +4,8 @@ package com.quorin.sysmgt.tavl.LumetraAgent;
  * What the chart of one resource shows. Immutable. The components' names are those of the JSON.
  *
  * @param id                  the resource's number
- * @param source              "forecast": the agent's own trend files; "history": the archive, before the first
- *                            forecast
+ * @param source              "forecast": the agent's own trend files; "history": the archive, as long as there
+ *                            is no forecast
  * @param forecastAt          when the forecast was made, seconds since the epoch; null without one
  * @param model               the model that was chosen; null without a forecast
  * @param secondsToExhaustion seconds from {@code forecastAt} to the forecast exhaustion; null for none

@@ -36,7 +36,7 @@ final class WatchedFleet {
     private static final int SAMPLES_OF_LARGE_FLEET = 256;
 
     private static final long LIST_AGAIN = Duration.ofMinutes(1).toNanos();
-    private static final int DISTANCES = 32;
+    private static final int MOST_TIMES = 32;
 
     private final AgentConfiguration configuration;
     private final List<DeclaredResource> declared;
@@ -91,7 +91,7 @@ final class WatchedFleet {
     void take(ArchiveLine line) {
         lines++;
         newestTimes.addLast(line.epochSeconds());
-        if (newestTimes.size() > DISTANCES) {
+        if (newestTimes.size() > MOST_TIMES) {
             newestTimes.removeFirst();
         }
         line.values().forEach((id, value) -> resource(id).take(line.epochSeconds(), lines, value));

@@ -18,7 +18,7 @@ final class WebContent {
     static final String JSON = "application/json; charset=utf-8";
 
     /** What is no larger gains nothing from compression. */
-    static final int COMPRESSED_FROM = 1024;
+    static final int LARGEST_PLAIN = 1024;
 
     private static final int TAG_BYTES = 16;
 
@@ -77,10 +77,10 @@ final class WebContent {
     /**
      * Whether a compressed form is worth its sending.
      *
-     * @return true above {@value #COMPRESSED_FROM} bytes
+     * @return true above {@value #LARGEST_PLAIN} bytes
      */
     boolean isCompressible() {
-        return bytes.length > COMPRESSED_FROM;
+        return bytes.length > LARGEST_PLAIN;
     }
 
     /**

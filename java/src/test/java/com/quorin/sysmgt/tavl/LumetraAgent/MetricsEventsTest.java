@@ -59,4 +59,14 @@ class MetricsEventsTest {
         assertEquals(0, of("exhaustion", "Space", "/dev/10000"));
         assertEquals(10_101, counts.told());
     }
+
+    @Test
+    void aFailureCountsHoweverManyNamesThereWereBeforeIt() {
+        for (int i = 0; i < 10_100; i++) {
+            tell("exhaustion", "Space", "/dev/" + i);
+        }
+        tell("fatal", null, null);
+        tell("fatal", null, null);
+        assertEquals(2, counts.fatal());
+    }
 }

@@ -155,7 +155,6 @@ class ResourceJudgeTest {
         assertEquals(100.0, ResourceJudge.limit(upper()));
         assertEquals(0.0, ResourceJudge.limit(facts(2, ResourceFacts.Kind.COUNTED)));
         assertEquals(0.0, ResourceJudge.limit(facts(3, ResourceFacts.Kind.COUNTED)));
-        assertNull(ResourceJudge.limit(null));
     }
 
     private static Snapshot.Resource row(int id, ResourceState state, Double seconds, Double value) {

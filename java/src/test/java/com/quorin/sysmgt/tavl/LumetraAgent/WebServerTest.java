@@ -7,7 +7,6 @@ import static org.junit.jupiter.api.Assertions.assertNotEquals;
 import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
-import static org.junit.jupiter.api.Assumptions.assumeTrue;
 
 import com.fasterxml.jackson.databind.ObjectMapper;
 import java.io.ByteArrayInputStream;
@@ -269,7 +268,6 @@ class WebServerTest {
     @Test
     void everyFileOfThePageIsServedWithItsType() throws IOException {
         URL folder = StaticFiles.class.getResource("/web");
-        assumeTrue(folder != null, "there is no page yet");
         Map<String, WebContent> files = StaticFiles.load();
         try (JarFile jar = ((JarURLConnection) folder.openConnection()).getJarFile()) {
             List<String> names = jar.stream().filter(e -> e.getName().startsWith("web/") && !e.isDirectory())
