@@ -32,7 +32,7 @@ final class CheckCommand implements Callable<Integer> {
     static final int WARNED = 3;
 
     @Option(names = "--home", paramLabel = "DIR",
-            description = "The agent's home. Default: that of ./run-agent.")
+            description = "The agent's home. Default: that of lumetra run.")
     private String home = System.getProperty("lumetra.home", "..");
 
     @Option(names = "--config", paramLabel = "FILE",

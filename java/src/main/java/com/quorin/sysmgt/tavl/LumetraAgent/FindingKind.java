@@ -11,11 +11,11 @@ import java.util.Locale;
 enum FindingKind {
 
     /** The home is no directory. */
-    HOME_MISSING(true, "%1$s is no directory", "a home; ./run-agent --home makes one"),
+    HOME_MISSING(true, "%1$s is no directory", "a home; lumetra run --home makes one"),
 
     /** The working directory is missing. */
     BIN_MISSING(true, "there is no directory %1$s, in which the agent runs",
-            "the directory bin; ./run-agent makes it"),
+            "the directory bin; lumetra run makes it"),
 
     /** The configuration cannot be opened. */
     CONFIGURATION_UNOPENABLE(true, "the configuration cannot be opened: %1$s", "a readable file"),

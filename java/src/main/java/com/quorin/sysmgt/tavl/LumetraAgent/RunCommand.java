@@ -158,7 +158,7 @@ final class RunCommand implements Callable<Integer> {
             Path bin = Path.of(home).resolve("bin");
             if (!Files.isDirectory(bin) || !Files.isSameFile(bin, Path.of(""))) {
                 throw new ParameterException(spec.commandLine(), "The working directory must be " + bin
-                        + "; start the agent with run-agent");
+                        + "; start the agent with lumetra run");
             }
             Path.of(config);
         } catch (IOException | InvalidPathException e) {

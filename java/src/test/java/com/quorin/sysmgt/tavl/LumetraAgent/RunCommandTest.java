@@ -76,7 +76,7 @@ class RunCommandTest {
     @Test
     void anotherWorkingDirectoryIsRefused() {
         assertEquals(2, execute("--home", "/nonexistent"));
-        assertTrue(err.toString().contains("start the agent with run-agent"));
+        assertTrue(err.toString().contains("start the agent with lumetra run"));
     }
 
     @Test
