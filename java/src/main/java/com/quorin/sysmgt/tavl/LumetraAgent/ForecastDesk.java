@@ -91,7 +91,7 @@ final class ForecastDesk {
     private Outcome readHeadline(WatchedResource resource, long cycle) {
         long from = nanoTime.getAsLong();
         try {
-            resource.headline = reader.headline(resource.key);
+            resource.headline = hasPause ? reader.headline(resource.key) : keepChart(resource).headline();
             return resource.headline.time() >= cycle ? Outcome.NEW : Outcome.OLD;
         } catch (TrendUnavailable e) {
             return switch (e.reason()) {
@@ -105,6 +105,13 @@ final class ForecastDesk {
         } finally {
             window.used(from, nanoTime.getAsLong());
         }
+    }
+
+    /** An agent without a pause rarely gives the lock away: whoever asks for the chart later may not get it. */
+    private TrendReader.Trend keepChart(WatchedResource resource) throws TrendUnavailable {
+        TrendReader.Trend trend = reader.read(resource.key);
+        resource.chart = new WatchedResource.Chart(trend.headline().time(), Charts.of(resource.id, trend));
+        return trend;
     }
 
     /**

@@ -705,6 +705,20 @@ class AgentWatchTest {
     }
 
     @Test
+    void anAgentWithoutAPauseShowsItsForecastAlsoWhenItNeverGivesTheLockAgain() throws IOException {
+        period = 100;
+        swap(3, 1);
+        prepare();
+        forecast(1000, SOON, 75);
+        for (int i = 0; i < 400; i++) {
+            append(START + i / 20 + " 3 0 50.00 \n");
+            pass(50);
+        }
+        natives.labelResult = LumetraSubagent.BUSY;
+        assertEquals("forecast", ask().source());
+    }
+
+    @Test
     void waitingForTheLockDoesNotKeepTheSamplesBack() throws IOException {
         period = 100;
         disks();
