@@ -379,7 +379,9 @@ final class AgentWatch implements AgentView, AutoCloseable {
             return Charts.of(id, new TrendView.Curve(new double[0], new double[0]), null);
         }
         if (!resource.canHaveForecast(fleet.window(resource))) {
-            return keep(resource, fleet.newestCycle(), history(resource));
+            TrendView view = history(resource);
+            resource.keep(fleet.newestCycle(), view);
+            return view;
         }
         if (isStale()) {
             return lastKnown(resource);
@@ -387,14 +389,8 @@ final class AgentWatch implements AgentView, AutoCloseable {
         if (!desk.isOpen()) {
             return null;
         }
-        TrendReader.Trend trend = desk.read(resource);
-        return trend == null ? lastKnown(resource)
-                : keep(resource, trend.headline().time(), Charts.of(resource.id, trend));
-    }
-
-    private static TrendView keep(WatchedResource resource, long cycle, TrendView view) {
-        resource.chart = new WatchedResource.Chart(cycle, view);
-        return view;
+        desk.readChart(resource);
+        return lastKnown(resource);
     }
 
     private TrendView lastKnown(WatchedResource resource) {

@@ -91,7 +91,7 @@ final class ForecastDesk {
     private Outcome readHeadline(WatchedResource resource, long cycle) {
         long from = nanoTime.getAsLong();
         try {
-            resource.headline = hasPause ? reader.headline(resource.key) : keepChart(resource).headline();
+            resource.headline = hasPause ? reader.headline(resource.key) : headlineWithChart(resource);
             return resource.headline.time() >= cycle ? Outcome.NEW : Outcome.OLD;
         } catch (TrendUnavailable e) {
             return switch (e.reason()) {
@@ -108,10 +108,21 @@ final class ForecastDesk {
     }
 
     /** An agent without a pause rarely gives the lock away: whoever asks for the chart later may not get it. */
-    private TrendReader.Trend keepChart(WatchedResource resource) throws TrendUnavailable {
+    private TrendReader.Headline headlineWithChart(WatchedResource resource) throws TrendUnavailable {
+        try {
+            return keepChart(resource);
+        } catch (TrendUnavailable e) {
+            return switch (e.reason()) {
+                case NO_FILE, MALFORMED -> reader.headline(resource.key); // a full disk may have cost a curve only
+                case BUSY, NO_RESOURCES, STOPPING -> throw e;
+            };
+        }
+    }
+
+    private TrendReader.Headline keepChart(WatchedResource resource) throws TrendUnavailable {
         TrendReader.Trend trend = reader.read(resource.key);
-        resource.chart = new WatchedResource.Chart(trend.headline().time(), Charts.of(resource.id, trend));
-        return trend;
+        resource.keep(trend.headline().time(), Charts.of(resource.id, trend));
+        return trend.headline();
     }
 
     /**
@@ -124,17 +135,16 @@ final class ForecastDesk {
     }
 
     /**
-     * Reads a resource's chart.
+     * Reads a resource's chart, which the resource keeps; without a forecast to be had it keeps the one it has.
      *
      * @param resource the resource
-     * @return the forecast; null when there is none to be had
      */
-    TrendReader.Trend read(WatchedResource resource) {
+    void readChart(WatchedResource resource) {
         long from = nanoTime.getAsLong();
         try {
-            return reader.read(resource.key);
+            keepChart(resource);
         } catch (TrendUnavailable e) {
-            return null;
+            // the last known chart has to do
         } finally {
             window.used(from, nanoTime.getAsLong());
         }

@@ -88,6 +88,16 @@ final class WatchedResource {
     }
 
     /**
+     * Keeps a chart as the newest.
+     *
+     * @param cycle the cycle that it belongs to
+     * @param view  the chart
+     */
+    void keep(long cycle, TrendView view) {
+        chart = new Chart(cycle, view);
+    }
+
+    /**
      * Whether the agent can have made a forecast of it.
      *
      * @param window how many samples its window holds

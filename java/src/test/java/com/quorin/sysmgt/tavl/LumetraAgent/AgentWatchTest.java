@@ -704,18 +704,33 @@ class AgentWatchTest {
         assertTrue(natives.headlines <= 22, natives.headlines + " headlines");
     }
 
+    private void twentySecondsWithoutAPause() throws IOException {
+        for (int i = 0; i < 400; i++) {
+            append(START + i / 20 + " 3 0 50.00 \n");
+            pass(50);
+        }
+    }
+
     @Test
     void anAgentWithoutAPauseShowsItsForecastAlsoWhenItNeverGivesTheLockAgain() throws IOException {
         period = 100;
         swap(3, 1);
         prepare();
         forecast(1000, SOON, 75);
-        for (int i = 0; i < 400; i++) {
-            append(START + i / 20 + " 3 0 50.00 \n");
-            pass(50);
-        }
+        twentySecondsWithoutAPause();
         natives.labelResult = LumetraSubagent.BUSY;
         assertEquals("forecast", ask().source());
+    }
+
+    @Test
+    void aCurveThatIsMissingCostsAnAgentWithoutAPauseNoHeadline() throws IOException {
+        period = 100;
+        swap(3, 1);
+        prepare();
+        forecast(1000, SOON, 75).pairsResult = 3;
+        twentySecondsWithoutAPause();
+        assertEquals(ResourceState.PENDING, only().state());
+        assertEquals("history", ask().source());
     }
 
     @Test
