@@ -2,6 +2,7 @@
 
 #include "agent/debugLog.h"
 #include "resources/windowSizing.h"
+#include "support/clock.h"
 #include "support/handles.h"
 #include "support/textScanner.h"
 
@@ -106,7 +107,7 @@ void place(Clasp& clasp, std::int64_t rid, std::int64_t now, std::int64_t time, 
 } // namespace
 
 int refreshcircularbuffers(Clasp* clasp) {
-    const std::int64_t now = std::time(nullptr);
+    const std::int64_t now = systemClock().wallTime();
     FileStream archive = openStream(clasp->HardDriveArchive, "r");
     if (!archive)
         return 1;

@@ -16,8 +16,6 @@ namespace obrin {
 
 namespace {
 
-using Clock = ChildProcess::Clock;
-
 // --- the text of a listing
 // ---------------------------------------------------------------------------------------
 
@@ -91,8 +89,8 @@ constexpr std::size_t longestListing = wholeFileLimit;
 
 struct ListingState {
     std::chrono::milliseconds deadline{10000};
-    Clock::duration budget = std::chrono::seconds(1); ///< for all listings of a cycle
-    Clock::duration used{};
+    Clock::Duration budget = std::chrono::seconds(1); ///< for all listings of a cycle
+    Clock::Duration used{};
     bool gaveUp = false; ///< a deadline passed in this cycle
     std::optional<TakenListing> newest[2];
     std::optional<ChildProcess> stuck; ///< killed, and not gone yet
@@ -140,21 +138,18 @@ bool tooLong(const std::string& path) {
     return ::stat(path.c_str(), &written) == 0 && static_cast<std::size_t>(written.st_size) >= longestListing;
 }
 
-/// Waits for the end of a command that writes to `path`, and ends one that would go on until the disk is full.
-std::optional<int> waitWatching(ChildProcess& child, Clock::time_point deadline, const std::string& path) {
-    constexpr std::chrono::milliseconds glance{20};
-    std::optional<int> status;
-    while (!status && Clock::now() < deadline) {
-        status = child.wait(std::min(deadline, Clock::now() + glance));
-        if (!status && tooLong(path))
+/// Waits for the end of a command that writes to `path`, and ends one that would go on until the disk is
+/// full.
+std::optional<int> waitWatching(ChildProcess& child, Clock::Moment deadline, const std::string& path) {
+    return child.wait(deadline, [&] {
+        if (tooLong(path))
             child.kill();
-    }
-    return status;
+    });
 }
 
 /// Runs a command to its end or to the deadline. Past it, its group is killed, and nothing more is started in
 /// this cycle.
-Outcome run(const ChildCommand& command, Clock::time_point deadline) {
+Outcome run(const ChildCommand& command, Clock::Moment deadline) {
     std::optional<ChildProcess> child = ChildProcess::start(command);
     if (!child)
         return {};
@@ -167,7 +162,7 @@ Outcome run(const ChildCommand& command, Clock::time_point deadline) {
     }
     state().gaveUp = true;
     child->kill();
-    const Clock::time_point patience = Clock::now() + timeToDie;
+    const Clock::Moment patience = systemClock().now() + timeToDie;
     outcome.status = child->wait(patience).value_or(SIGKILL);
     if (child->alive())
         state().stuck = std::move(child);
@@ -181,7 +176,7 @@ std::shared_ptr<const DiskListing> listingOf(const std::string& text) {
 }
 
 TakenListing takeFresh(const std::string& command) {
-    const Clock::time_point deadline = Clock::now() + state().deadline;
+    const Clock::Moment deadline = systemClock().now() + state().deadline;
     const std::string& path = systemPaths().diskListing;
     const Outcome written = run(shellCommand(command + " > " + shellWord(path), false), deadline);
     TakenListing taken{written.status, nullptr};
@@ -244,7 +239,7 @@ const DiskLine* DiskListing::find(const std::string& cleanedName) const {
 
 void beginListingCycle(std::chrono::milliseconds samplePeriod) {
     ListingState& cycle = state();
-    cycle.budget = std::max<Clock::duration>(samplePeriod / 4, std::chrono::seconds(1));
+    cycle.budget = std::max<Clock::Duration>(samplePeriod / 4, std::chrono::seconds(1));
     cycle.used = {};
     cycle.gaveUp = false;
     cycle.newest[0].reset();
@@ -260,9 +255,9 @@ TakenListing takeDiskListing(DiskCounter counter) {
         return newest.value_or(TakenListing{SIGKILL, nullptr});
     if (cycle.used >= cycle.budget && newest)
         return *newest;
-    const Clock::time_point begun = Clock::now();
+    const Clock::Moment begun = systemClock().now();
     TakenListing taken = takeFresh(counter == DiskCounter::inodes ? "df -i" : "df");
-    cycle.used += Clock::now() - begun;
+    cycle.used += systemClock().now() - begun;
     if (taken.listing || !newest)
         newest = taken;
     return taken;

@@ -9,6 +9,7 @@
 #include "agent/debugLog.h"
 #include "resources/resourceChain.h"
 #include "resources/scratchPad.h"
+#include "support/clock.h"
 #include "support/numericLocale.h"
 #include "support/textScanner.h"
 #include "trendviewer/trendFiles.h"
@@ -142,7 +143,7 @@ std::string pushSamples(Clasp* clasp) {
 }
 
 void stampCycle() {
-    const std::time_t now = std::time(nullptr);
+    const std::time_t now = systemClock().wallTime();
     TimeStamp = clampToInt32(now);
     char text[32] = "";
     ::ctime_r(&now, text);

@@ -14,6 +14,7 @@
 #include "resources/resourceChain.h"
 #include "resources/resourceText.h"
 #include "resources/windowSizing.h"
+#include "support/clock.h"
 #include "support/wholeFile.h"
 #include "trendviewer/trendFiles.h"
 
@@ -22,7 +23,6 @@
 #include <ctime>
 #include <exception>
 #include <memory>
-#include <unistd.h>
 
 namespace obrin {
 namespace {
@@ -126,7 +126,7 @@ void runOneCycle(Clasp* clasp, int maxfilesizeinMB) {
 
 int endRun() {
     char now[32] = "";
-    const std::time_t seconds = std::time(nullptr);
+    const std::time_t seconds = systemClock().wallTime();
     ::ctime_r(&seconds, now);
     DEBUGMSG("Ending prediction. timeOfDay=%s\n", now);
     return closeLogFile();
@@ -150,7 +150,7 @@ void runWith(std::string_view configuration, const std::string& configPath) {
 void announceStart() {
     initLogFile();
     openLogFile();
-    ::sleep(1);
+    systemClock().pause(std::chrono::seconds(1));
     say("libObrinagent.so starting. Log file is open!\n");
 }
 

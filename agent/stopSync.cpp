@@ -1,6 +1,7 @@
 #include "agent/stopSync.h"
 
 #include "agent/debugLog.h"
+#include "support/clock.h"
 
 #include <cerrno>
 #include <ctime>
@@ -24,16 +25,9 @@ public:
     ~StopLock() { ::pthread_mutex_unlock(&mut); }
 };
 
-timespec deadlineIn(int seconds) {
-    timespec deadline{};
-    ::clock_gettime(CLOCK_MONOTONIC, &deadline);
-    deadline.tv_sec += seconds;
-    return deadline;
-}
-
 void logUnexpected(int seconds, int result) {
     char text[32] = "";
-    const std::time_t now = std::time(nullptr);
+    const std::time_t now = systemClock().wallTime();
     ::ctime_r(&now, text);
     DEBUGMSG("javaThreadSyncSleep(%d) returned %d=0x%08x (ERROR). timeOfDay=%s", seconds, result,
              static_cast<unsigned>(result), text);
@@ -53,11 +47,11 @@ bool stopRequested() {
 
 int javaThreadSyncSleep(int seconds) {
     StopLock lock;
-    const timespec deadline = deadlineIn(seconds);
+    const Clock::Moment deadline = systemClock().now() + std::chrono::seconds(seconds);
     const unsigned requestsBefore = stopRequests;
     int result = 0;
     while (result == 0 && stopRequests == requestsBefore)
-        result = ::pthread_cond_clockwait(&pleaseStopCond, &mut, CLOCK_MONOTONIC, &deadline);
+        result = systemClock().waitUntil(&pleaseStopCond, &mut, deadline);
     if (result != 0 && result != ETIMEDOUT && result != EINTR)
         logUnexpected(seconds, result);
     return result;

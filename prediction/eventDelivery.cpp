@@ -1,6 +1,7 @@
 #include "prediction/eventDelivery.h"
 
 #include "agent/debugLog.h"
+#include "support/clock.h"
 
 #include <ctime>
 
@@ -36,7 +37,7 @@ std::int32_t sendEvent(const char* timeText, double seconds, const char* name, c
     eventSink->getPrev_tte();
 
     char nowText[32] = "";
-    const std::time_t now = std::time(nullptr);
+    const std::time_t now = systemClock().wallTime();
     std::tm local{};
     ::localtime_r(&now, &local);
     std::strftime(nowText, sizeof nowText, "%H:%M:%S %m/%d/%Y", &local);

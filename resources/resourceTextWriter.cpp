@@ -1,5 +1,6 @@
 #include "agent/debugLog.h"
 #include "resources/resourceText.h"
+#include "support/clock.h"
 #include "support/numericLocale.h"
 #include "support/wholeFile.h"
 
@@ -65,7 +66,7 @@ std::string resourceTextFromChain(const Clasp& clasp, std::string_view timeText)
 int update_autoresource_file(Clasp* clasp) {
     if (!clasp->declarationsComplete)
         return 1;
-    const std::time_t now = std::time(nullptr);
+    const std::time_t now = systemClock().wallTime();
     char timeText[64] = "";
     ::ctime_r(&now, timeText);
     if (!replaceWholeFile(clasp->ResourceText, resourceTextFromChain(*clasp, timeText)))

@@ -94,9 +94,9 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
 }
 
 /// Milliseconds until the deadline, at least 0, at most `most`.
-int millisecondsUntil(ChildProcess::Clock::time_point deadline, int most) {
+int millisecondsUntil(Clock::Moment deadline, int most) {
     const auto left =
-        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - ChildProcess::Clock::now()).count();
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - systemClock().now()).count();
     return static_cast<int>(std::clamp<decltype(left)>(left + 1, 0, most));
 }
 
@@ -127,7 +127,7 @@ ChildProcess& ChildProcess::operator=(ChildProcess&& other) noexcept {
 ChildProcess::~ChildProcess() {
     kill();
     if (pid_ > 0)
-        wait(Clock::now() + timeToReap);
+        wait(systemClock().now() + timeToReap);
 }
 
 std::optional<ChildProcess> ChildProcess::start(const ChildCommand& command) {
@@ -156,7 +156,7 @@ std::optional<ChildProcess> ChildProcess::start(const ChildCommand& command) {
     return ChildProcess(pid, std::move(lifeline->readEnd), std::move(output->readEnd));
 }
 
-std::optional<int> ChildProcess::wait(Clock::time_point deadline) {
+std::optional<int> ChildProcess::wait(Clock::Moment deadline, const std::function<void()>& meanwhile) {
     while (!status_) {
         int status = 0;
         const pid_t ended = ::waitpid(pid_, &status, WNOHANG);
@@ -164,8 +164,10 @@ std::optional<int> ChildProcess::wait(Clock::time_point deadline) {
             status_ = status;
         else if (ended < 0 && errno != EINTR)
             status_ = -1; // nobody kept a status: SIGCHLD is ignored, and the child is gone
-        if (status_ || Clock::now() >= deadline)
+        if (status_ || systemClock().now() >= deadline)
             break;
+        if (meanwhile)
+            meanwhile();
         // Its descriptors close a moment before a process can be waited for: from then on look often.
         const bool closed = lifelineClosed();
         pollfd waited{closed ? -1 : lifeline_.get(), POLLIN, 0};
@@ -174,7 +176,7 @@ std::optional<int> ChildProcess::wait(Clock::time_point deadline) {
     return status_;
 }
 
-std::string ChildProcess::takeOutput(Clock::time_point deadline, std::size_t limit) {
+std::string ChildProcess::takeOutput(Clock::Moment deadline, std::size_t limit) {
     std::string text;
     char block[16384];
     while (output_ && text.size() < limit) {
@@ -183,9 +185,9 @@ std::string ChildProcess::takeOutput(Clock::time_point deadline, std::size_t lim
             text.append(block, static_cast<std::size_t>(got));
             continue;
         }
-        if (got == 0 || (errno != EAGAIN && errno != EINTR) || Clock::now() >= deadline)
+        if (got == 0 || (errno != EAGAIN && errno != EINTR) || systemClock().now() >= deadline)
             break;
-        const bool ended = wait(Clock::time_point{}).has_value();
+        const bool ended = wait(Clock::Moment{}).has_value();
         pollfd waited{output_.get(), POLLIN, 0};
         if (::poll(&waited, 1, millisecondsUntil(deadline, lookAgain)) == 0 && ended)
             break;
@@ -202,7 +204,7 @@ void ChildProcess::kill() {
 bool ChildProcess::alive() {
     if (pid_ <= 0)
         return false;
-    if (!wait(Clock::time_point{}))
+    if (!wait(Clock::Moment{}))
         return true;
     return !lifelineClosed() && ::kill(-pid_, 0) == 0;
 }

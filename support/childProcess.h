@@ -1,8 +1,9 @@
 #pragma once
 
+#include "support/clock.h"
 #include "support/handles.h"
 
-#include <chrono>
+#include <functional>
 #include <optional>
 #include <string>
 #include <sys/types.h>
@@ -24,8 +25,6 @@ struct ChildCommand {
 /// number of objects may be in use.
 class ChildProcess {
 public:
-    using Clock = std::chrono::steady_clock;
-
     /// Starts the program. Nothing, with errno, when it cannot be started (no process, no descriptor, no such
     /// program).
     static std::optional<ChildProcess> start(const ChildCommand& command);
@@ -38,12 +37,12 @@ public:
 
     /// Waits until the program has ended or the deadline has passed. Its status as waitpid(2) gives it, -1
     /// when the kernel kept none (SIGCHLD ignored); nothing when it is still running. A deadline in the past
-    /// only looks.
-    std::optional<int> wait(Clock::time_point deadline);
+    /// only looks. `meanwhile` is called every 20 milliseconds or so until then.
+    std::optional<int> wait(Clock::Moment deadline, const std::function<void()>& meanwhile = {});
 
     /// Reads standard output to its end, to `limit` bytes, or to the deadline, whichever is first; stops also
     /// when the program has ended and what it left running prints nothing. Empty without captureOutput.
-    std::string takeOutput(Clock::time_point deadline, std::size_t limit);
+    std::string takeOutput(Clock::Moment deadline, std::size_t limit);
 
     /// SIGKILL to the whole group; nothing once the group is gone.
     void kill();

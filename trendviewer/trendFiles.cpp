@@ -4,6 +4,7 @@
 #include "agent/debugLog.h"
 #include "agent/errorExit.h"
 #include "agent/stopSync.h"
+#include "support/clock.h"
 #include "support/handles.h"
 
 #include <cerrno>
@@ -32,7 +33,7 @@ std::int32_t trendViewerLockFiles() {
     int tries = 0;
     int outcome = ::pthread_mutex_trylock(&tvmut);
     while (outcome == EBUSY && tries++ <= mostPauses) {
-        ::sleep(1);
+        systemClock().pause(std::chrono::seconds(1));
         outcome = ::pthread_mutex_trylock(&tvmut);
     }
     holdsLock = holdsLock || outcome == 0;

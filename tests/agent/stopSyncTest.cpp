@@ -1,9 +1,9 @@
 #include "agent/stopSync.h"
 
 #include "tests/support/temporaryDirectory.h"
+#include "tests/support/turnedClock.h"
 
 #include <cerrno>
-#include <chrono>
 #include <gtest/gtest.h>
 #include <thread>
 #include <vector>
@@ -11,15 +11,21 @@
 namespace obrin {
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
+using test::TurnedClock;
+
+/// Returns once a sleep has begun; a stop request that follows falls into it.
+void awaitSleep(TurnedClock& clock) {
+    while (clock.sleeps().empty())
+        std::this_thread::yield();
+}
 
 TEST(StopSync, SleepOfZeroSecondsTimesOutAtOnceAndLogsNothing) {
     test::CapturedLog log;
+    TurnedClock clock;
+    clock.holdSleeps();
     beginExecuting();
-    const auto start = Clock::now();
     EXPECT_EQ(javaThreadSyncSleep(0), ETIMEDOUT);
-    EXPECT_LT(Clock::now() - start, 500ms);
     EXPECT_EQ(log.text(), "");
 }
 
@@ -27,26 +33,43 @@ TEST(StopSync, NegativeSleepTimesOutAtOnce) {
     EXPECT_EQ(javaThreadSyncSleep(-5), ETIMEDOUT);
 }
 
-TEST(StopSync, StopRequestEndsALongSleepWithinAMomentWithResultZero) {
+TEST(StopSync, StopRequestEndsALongSleepWithResultZero) {
+    TurnedClock clock;
+    clock.holdSleeps();
     beginExecuting();
-    const auto start = Clock::now();
-    std::thread stopper([] {
-        std::this_thread::sleep_for(50ms);
+    std::thread stopper([&] {
+        awaitSleep(clock);
         pleaseStop();
     });
     EXPECT_EQ(javaThreadSyncSleep(60), 0);
-    EXPECT_LT(Clock::now() - start, 5s);
     stopper.join();
+    EXPECT_EQ(clock.sleeps(), TurnedClock::Seconds{60s});
     EXPECT_EQ(continueExecuting, 0);
     EXPECT_TRUE(stopRequested());
 }
 
 TEST(StopSync, StopRequestWithoutASleepInProgressWaitsForTheNextFullSleep) {
+    TurnedClock clock;
     beginExecuting();
     pleaseStop();
-    const auto start = Clock::now();
-    EXPECT_EQ(javaThreadSyncSleep(1), ETIMEDOUT);
-    EXPECT_GE(Clock::now() - start, 990ms);
+    EXPECT_EQ(javaThreadSyncSleep(240), ETIMEDOUT);
+    EXPECT_EQ(clock.sleeps(), TurnedClock::Seconds{240s});
+}
+
+TEST(StopSync, AWakeUpWithoutAStopRequestDoesNotEndTheSleep) {
+    TurnedClock clock;
+    clock.holdSleeps();
+    beginExecuting();
+    std::thread turner([&] {
+        for (std::size_t i = 1; i <= 3; ++i) {
+            while (clock.sleeps().size() < i)
+                std::this_thread::yield();
+            clock.turn(20s);
+        }
+    });
+    EXPECT_EQ(javaThreadSyncSleep(60), ETIMEDOUT);
+    turner.join();
+    EXPECT_EQ(clock.sleeps(), (TurnedClock::Seconds{60s, 40s, 20s}));
 }
 
 TEST(StopSync, SecondStopRequestChangesNothingAndReturnsZero) {
@@ -63,11 +86,13 @@ TEST(StopSync, ANewRunBeginsExecutingAgain) {
 }
 
 TEST(StopSync, ManyThreadsMayStopTheSameSleep) {
+    TurnedClock clock;
+    clock.holdSleeps();
     beginExecuting();
     std::vector<std::thread> stoppers;
     for (int i = 0; i < 8; ++i)
-        stoppers.emplace_back([] {
-            std::this_thread::sleep_for(30ms);
+        stoppers.emplace_back([&] {
+            awaitSleep(clock);
             pleaseStop();
         });
     EXPECT_EQ(javaThreadSyncSleep(60), 0);

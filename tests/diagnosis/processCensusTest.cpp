@@ -305,7 +305,7 @@ std::map<int, PsRow> runPs() {
     std::map<int, PsRow> rows;
     if (!ps)
         return rows;
-    std::istringstream lines(ps->takeOutput(ChildProcess::Clock::now() + std::chrono::seconds(10), 1 << 22));
+    std::istringstream lines(ps->takeOutput(systemClock().now() + std::chrono::seconds(10), 1 << 22));
     std::string line;
     std::getline(lines, line);
     while (std::getline(lines, line)) {

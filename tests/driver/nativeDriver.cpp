@@ -9,11 +9,21 @@
 //   references  local, global, most local, frames, characters    left over by the run
 //   viewer    method, result, count                          with --viewers: what those threads were given
 //   misuse    what                                           wrong use of the environment, wrong results
+//   pause     seconds                                        with --turned-clock: the agent pauses
+//   sleep     seconds                                        with --turned-clock: its sleep between cycles
+//   begins turned                                                   with --turned-clock: a line of input was
+//   obeyed
+//
+// With --turned-clock time stands still for the agent, except that it goes by at once when the agent pauses
+// or sleeps, and as lines of the standard input say: "turn SECONDS" lets time go by, "jump SECONDS" moves the
+// time of day alone. With --hold-sleeps, too, sleeps last until "turn" ends them or a stop request.
 //
 // Exit status: 0 when everything was given back and used rightly, 3 otherwise, 2 for a wrong command line.
 
+#include "support/immortal.h"
 #include "tests/driver/viewerThreads.h"
 #include "tests/support/fakeJavaEnvironment.h"
+#include "tests/support/turnedClock.h"
 
 #include <atomic>
 #include <cerrno>
@@ -27,6 +37,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <random>
 #include <string>
 #include <sys/stat.h>
@@ -39,13 +50,12 @@ extern "C" {
 jint Java_com_quorin_sysmgt_tavl_LumetraAgent_ExecPrediction_research_1main(JNIEnv*, jobject, jobject, jint,
                                                                             jstring, jstring);
 jint Java_com_quorin_sysmgt_tavl_LumetraAgent_LumetraSubagent_javaThreadSyncPleaseStop(JNIEnv*, jobject);
-
-unsigned sleep(unsigned seconds);
 }
 
 namespace {
 
 using namespace obrin::test;
+using obrin::Immortal;
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
@@ -63,16 +73,16 @@ struct Options {
     int arguments = 2;
     int stopThreads = 1;
     int stopTwice = 0;
-    long startPauseMs = 1000;
     long viewers = 0;
     long keepLockMs = 4000;
     unsigned seed = 1;
     bool levels = false;
     bool nullTexts = false;
+    bool turnedClock = false;
+    bool holdSleeps = false;
 };
 
-thread_local long startPause = -1; // of the agent's thread: a viewer's wait for the lock is not its pause
-std::atomic<int> stopSignals{0};   // lock-free, so fit for a signal handler
+std::atomic<int> stopSignals{0}; // lock-free, so fit for a signal handler
 
 void countStopSignal(int) {
     ++stopSignals;
@@ -303,6 +313,10 @@ Options readOptions(const std::vector<std::string>& words, FakeJavaEnvironment& 
         const std::string& name = words[i];
         if (name == "--levels")
             options.levels = true;
+        else if (name == "--turned-clock")
+            options.turnedClock = true;
+        else if (name == "--hold-sleeps")
+            options.holdSleeps = true;
         else if (name == "--null-texts")
             options.nullTexts = true;
         else if (name == "--no-copy")
@@ -342,8 +356,6 @@ Options readOptions(const std::vector<std::string>& words, FakeJavaEnvironment& 
                 options.stopThreads = static_cast<int>(number);
             else if (name == "--extra-stops")
                 options.stopTwice = static_cast<int>(number);
-            else if (name == "--start-pause-ms")
-                options.startPauseMs = number;
             else if (name == "--viewers")
                 options.viewers = number;
             else if (name == "--keep-lock-ms")
@@ -374,15 +386,32 @@ bool reportEnd(const FakeJavaEnvironment& java) {
     return left == 0 && misuses.empty() && java.mostLocalReferences() <= 16 + 4;
 }
 
-} // namespace
-
-/// Stands before the C library's, so that a test of many runs need not wait out the agent's pause at its
-/// start.
-extern "C" unsigned sleep(unsigned seconds) {
-    const long told = std::exchange(startPause, -1);
-    pause(told >= 0 ? milliseconds(told) : std::chrono::seconds(seconds));
-    return 0;
+/// Lets the agent's time go by as the standard input says.
+void obeyInput(TurnedClock& clock) {
+    std::string word;
+    long seconds = 0;
+    while (std::cin >> word >> seconds) {
+        if (word == "turn")
+            clock.turn(std::chrono::seconds(seconds));
+        else if (word == "jump")
+            clock.setWallTime(clock.wallTime() + seconds);
+        else
+            usage("no such input: " + word);
+        tell("turned");
+    }
 }
+
+void turnClock(bool holdSleeps) {
+    static Immortal<TurnedClock> clock;
+    clock->onWait([](const char* what, std::chrono::seconds time) {
+        tell(std::string(what) + "\t" + std::to_string(time.count()));
+    });
+    if (holdSleeps)
+        clock->holdSleeps();
+    std::thread([] { obeyInput(*clock); }).detach(); // ends with the process
+}
+
+} // namespace
 
 int main(int count, char** words) {
     FakeJavaEnvironment java;
@@ -398,12 +427,13 @@ int main(int count, char** words) {
     action.sa_flags = SA_RESTART;
     ::sigaction(SIGUSR1, &action, nullptr);
     ::signal(SIGXFSZ, SIG_IGN); // as a Java machine does: a file over its limit is an error, not a death
+    if (options.turnedClock)
+        turnClock(options.holdSleeps);
     bool fine = true;
     ViewerThreads viewers(options.viewers, options.seed, options.keepLockMs);
     const milliseconds alone(options.viewers > 0 ? 300 : 0); // the viewers' time before and after the runs
     pause(alone);
     for (long run = 0; run < options.runs; ++run, options.seed += 100) {
-        startPause = options.startPauseMs;
         Run(options, java).go();
         fine = reportEnd(java) && fine;
     }

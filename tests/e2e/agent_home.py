@@ -227,22 +227,24 @@ class Result:
 
 
 class Running:
-    """The driver at work, in a process group of its own."""
+    """The driver at work, in a process group of its own. Its clock is "turned" (the agent's time goes by at once when it
+    pauses or sleeps, and otherwise stands), "held" (sleeps, too, last until the clock is turned) or "real"."""
 
-    def __init__(self, home, *options, prefix=(), pause=0, environment=None, refuse=True, preexec=None):
+    def __init__(self, home, *options, prefix=(), clock="turned", environment=None, refuse=True, preexec=None):
         driver = DRIVER
         if preexec:  # another user may not be let into the checkout
             driver = home.at("nativeDriver")
             shutil.copy(DRIVER, driver)
             os.chmod(driver, 0o755)
-        command = [*prefix, driver, "--bin", home.at("bin"), "--start-pause-ms", str(pause)]
+        command = [*prefix, driver, "--bin", home.at("bin"),
+                   *{"real": (), "turned": ("--turned-clock",), "held": ("--turned-clock", "--hold-sleeps")}[clock]]
         if refuse:
             command += ["--behaviour", "sendEvent=refuse"]
         command += [str(option) for option in options]
         environment = dict(environment or home.environment())
         if "strace" in command[0]:  # a leak search needs the same system calls
             environment["ASAN_OPTIONS"] = environment.get("ASAN_OPTIONS", "") + ":detect_leaks=0"
-        self.process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+        self.process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                                         env=environment, start_new_session=True, preexec_fn=preexec)
         self.told = []  # through a pipe: a file would feel the limits that a test sets
         self.reader = threading.Thread(target=self.read, daemon=True)
@@ -255,6 +257,20 @@ class Running:
     def stop(self):
         """A stop request (only without a prefix that stays in front of the driver)."""
         self.process.send_signal(signal.SIGUSR1)
+
+    def turn(self, seconds):
+        """Lets time go by for the agent."""
+        self.obey("turn", seconds)
+
+    def jump(self, seconds):
+        """Moves the agent's time of day alone."""
+        self.obey("jump", seconds)
+
+    def obey(self, word, seconds):
+        before = self.output().count("turned\n")
+        self.process.stdin.write(f"{word} {seconds}\n".encode())
+        self.process.stdin.flush()
+        wait_until(lambda: self.output().count("turned\n") > before, what="a turned clock")
 
     def read(self):
         with self.process.stdout as stream:
@@ -283,6 +299,7 @@ class Running:
         except (ProcessLookupError, PermissionError):
             pass
         self.process.wait()
+        self.process.stdin.close()
 
 
 def wait_until(condition, seconds=60, what="it"):

@@ -47,7 +47,7 @@ class Arguments(AgentTest):
 
     def test_start_says_so_and_waits_a_second(self):
         home = self.home()
-        result = self.run_agent(home, "--cycles", 1, pause=1000)
+        result = self.run_agent(home, "--cycles", 1, clock="real")
         self.assertIn("libObrinagent.so starting. Log file is open!\n", result.output)
         self.assertIn("agent locale(LC_ALL)=C\n", result.output)
         self.assertTrue(home.log().startswith("libObrinagent.so starting. Log file is open!\n"))
@@ -120,7 +120,7 @@ class Configuration(AgentTest):
 
 class Periods(AgentTest):
     def test_1500_ms_sleeps_one_second(self):
-        result = self.run_agent(self.home(period=1500), "--cycles", 3)
+        result = self.run_agent(self.home(period=1500), "--cycles", 3, clock="real")
         self.assertTrue(1950 <= result.stops[0][0] < 2700, result.stops)
 
     def test_999_ms_sleeps_not_at_all(self):
@@ -135,7 +135,7 @@ class Periods(AgentTest):
 
 class Stopping(AgentTest):
     def test_a_stop_in_the_sleep_ends_the_run_at_once(self):
-        result = self.run_agent(self.home(period=60000), "--stop-after-ms", 500)
+        result = self.run_agent(self.home(period=60000), "--stop-after-ms", 500, clock="held")
         self.assertLess(result.ended[0][0] - result.stops[0][0], 400)
         self.assertEqual(result.stops[0][1], 0)
 
@@ -143,7 +143,7 @@ class Stopping(AgentTest):
         home = self.home(inputs=FEW + (DISK_SPACE,), period=2000)
         home.stub_df(HEADING + "/dev/a 100 50 50 50% /\n",
                      before="grep -q TimeStamp ../log/LumetraAgent.log && { touch ../in_cycle; sleep 0.2; }")
-        result = self.run_agent(home, "--stop-when", home.at("in_cycle"))
+        result = self.run_agent(home, "--stop-when", home.at("in_cycle"), clock="real")
         self.assertEqual(len(home.archive_lines()), 1)
         self.assertGreaterEqual(result.ended[0][0] - result.stops[0][0], 2000)
         self.assertLess(result.ended[0][0] - result.stops[0][0], 5000)

@@ -1,4 +1,4 @@
-"""The rules of the house: floors, no circles, Java types in their rooms, no unsafe calls."""
+"""The rules of the house: floors, no circles, Java types and time in their rooms, no unsafe calls."""
 
 import pathlib
 import re
@@ -79,6 +79,20 @@ class House(unittest.TestCase):
                 self.assertIsNone(unsafe.search(code), f"{path}: {line}")
                 if "setlocale" in code:
                     self.assertIn("setlocale(LC_ALL, nullptr)", code, f"{path}: {line}")
+
+    def test_time_enters_through_the_clock_only(self):
+        past_it = re.compile(r"(?<![\w.>])(::|std::)?(time|gettimeofday|clock_gettime|clock|ftime|sleep|usleep|nanosleep|"
+                             r"clock_nanosleep|pthread_cond_(timed|clock)wait)\s*\(|_clock::now\b|\bthis_thread::sleep|"
+                             r"\bTIME_UTC\b|\bwait_(for|until)\s*\(")
+        for text in ("std::time(nullptr)", "::time(&now)", "x = time(0)", "steady_clock::now()", "::sleep(1)", "usleep (5)",
+                     "std::this_thread::sleep_for(x)", "::clock_gettime(CLOCK_REALTIME, &t)", "gettimeofday(&t, nullptr)"):
+            self.assertIsNotNone(past_it.search(text), text)
+        for path in sources():
+            if room(path) == "support/clock":
+                continue
+            for line in path.read_text().splitlines():
+                code = re.sub(r'"(\\.|[^"\\])*"', '""', line.split("//")[0])
+                self.assertIsNone(past_it.search(code), f"{path}: {line}")
 
     def test_memory_and_files_are_taken_in_the_support_rooms_only(self):
         naked = re.compile(r"\bnew\s+\w|\b(malloc|calloc|realloc|fopen|delete)\b\s*[(\w]")

@@ -61,7 +61,7 @@ class A9_DamagedListings(ListingTest):
 
     def test_a_line_cut_in_a_later_listing_leaves_the_value_as_it_was(self):
         home = self.disk_home()
-        agent = self.running(home)
+        agent = self.running(home, clock="real")
         self.grows(home)
         for cut in ("/dev/good 1000 2", "/dev/good 1000 250 9", "/dev/good 1000 990 10 99% ", ""):
             home.stub_df(HEADING + cut)
@@ -122,7 +122,7 @@ class B3_NoListing(ListingTest):
     def after(self, script):
         """Runs with a good listing first, then with the script in its place; the log and the archived values."""
         home = self.disk_home()
-        agent = self.running(home)
+        agent = self.running(home, clock="real")
         self.grows(home)
         if script is None:
             os.unlink(home.at("stub", "df"))
@@ -161,7 +161,7 @@ class B3_NoListing(ListingTest):
 
     def test_an_endless_listing_is_given_up(self):
         home = self.disk_home()
-        agent = self.running(home)
+        agent = self.running(home, clock="real")
         self.grows(home)
         home.stub_script("#!/bin/sh\nexec cat /dev/zero\n")
         self.grows(home, 2, 40)
@@ -232,7 +232,7 @@ class E_Mounts(ListingTest):
     def test_E4_a_disk_that_comes_goes_and_returns_keeps_its_number(self):
         self.base = self.small_file_system("size=1m")
         home = self.home(inputs=FEW + (DISK_SPACE,))
-        agent = self.running(home)
+        agent = self.running(home, clock="real")
         self.grows(home)
         target = self.mounted("disk", "size=100k")
         point = os.fsdecode(target)
@@ -261,7 +261,7 @@ class E_Mounts(ListingTest):
 class E3_HangingListing(ListingTest):
     def test_E3_a_hanging_df_is_given_up_with_its_children_and_its_return_is_noticed(self):
         home = self.disk_home(period=1000)
-        agent = self.running(home)
+        agent = self.running(home, clock="real")
         self.grows(home, 2)
         home.stub_script("#!/bin/sh\necho $$ >>../pids\nsleep 1000 &\necho $! >>../pids\nwait\n")
         wait_until(lambda: read(home.at("pids")), what="a hanging df")
@@ -278,7 +278,7 @@ class E3_HangingListing(ListingTest):
 
     def test_a_stop_during_a_hanging_df_ends_after_the_cycle_and_the_sleep(self):
         home = self.disk_home(period=1000)
-        agent = self.running(home)
+        agent = self.running(home, clock="real")
         self.grows(home, 1)
         home.stub_script("#!/bin/sh\ntouch ../hangs\nexec sleep 1000\n")
         wait_until(lambda: os.path.exists(home.at("hangs")), what="a hanging df")

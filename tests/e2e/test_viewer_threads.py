@@ -27,7 +27,7 @@ class ViewerThreads(AgentTest):
         home = self.home(inputs=(declaration("PercentProcessesUsed", window=window(260)),
                                  declaration("LogicalDisk", "*", "PercentFreeSpaceUsed", window=window(260))), period=PERIOD)
         home.stub_df(HEADING + STAYS + COME_AND_GO[0])
-        agent = Running(home, "--viewers", 8, "--limit-ms", (SECONDS + 60) * 1000)
+        agent = Running(home, "--viewers", 8, "--limit-ms", (SECONDS + 60) * 1000, clock="real")
         self.addCleanup(agent.clean)
         end = time.monotonic() + SECONDS
         wait_until(home.archive_lines, 20, "a cycle")

@@ -22,8 +22,8 @@ ChildCommand shell(const std::string& text, bool captureOutput = false) {
     return {"/bin/sh", {"sh", "-c", text}, {"PATH=/usr/bin:/bin"}, captureOutput};
 }
 
-ChildProcess::Clock::time_point within(std::chrono::milliseconds time) {
-    return ChildProcess::Clock::now() + time;
+Clock::Moment within(std::chrono::milliseconds time) {
+    return systemClock().now() + time;
 }
 
 std::size_t openDescriptors() {
@@ -91,21 +91,21 @@ TEST(ChildProcess, TakesNoMoreOutputThanAskedFor) {
 TEST(ChildProcess, OutputAndWaitEndAtTheirDeadline) {
     auto child = ChildProcess::start(shell("echo a; sleep 1000", true));
     ASSERT_TRUE(child);
-    const auto begun = ChildProcess::Clock::now();
+    const auto begun = systemClock().now();
     EXPECT_EQ(child->takeOutput(within(100ms), 1000), "a\n");
     EXPECT_EQ(child->wait(within(100ms)), std::nullopt);
     EXPECT_TRUE(child->alive());
-    EXPECT_GE(ChildProcess::Clock::now() - begun, 200ms);
-    EXPECT_LT(ChildProcess::Clock::now() - begun, 2s);
+    EXPECT_GE(systemClock().now() - begun, 200ms);
+    EXPECT_LT(systemClock().now() - begun, 2s);
 }
 
 TEST(ChildProcess, ABackgroundProcessDoesNotHoldUpTheOutput) {
     auto child = ChildProcess::start(shell("sleep 1000 & echo a", true));
     ASSERT_TRUE(child);
-    const auto begun = ChildProcess::Clock::now();
+    const auto begun = systemClock().now();
     EXPECT_EQ(child->takeOutput(within(10s), 1000), "a\n");
     EXPECT_EQ(child->wait(within(10s)), 0);
-    EXPECT_LT(ChildProcess::Clock::now() - begun, 2s);
+    EXPECT_LT(systemClock().now() - begun, 2s);
     EXPECT_TRUE(child->alive());
     child->kill();
     for (int i = 0; i < 200 && child->alive(); ++i)
@@ -172,10 +172,10 @@ TEST(ChildProcess, ItsEndIsNoticedWhenSigchldIsIgnored) {
     const pid_t forked = ::fork();
     if (forked == 0) {
         ::signal(SIGCHLD, SIG_IGN);
-        const auto begun = ChildProcess::Clock::now();
+        const auto begun = systemClock().now();
         auto child = ChildProcess::start(shell("sleep 0.1; exit 0"));
         const bool unknown = child && child->wait(within(5s)) == -1;
-        const bool waited = ChildProcess::Clock::now() - begun >= 100ms;
+        const bool waited = systemClock().now() - begun >= 100ms;
         ::_exit(unknown && waited && !child->alive() ? 0 : 1);
     }
     int status = -1;

@@ -4,8 +4,8 @@
 #include "agent/stopSync.h"
 #include "tests/support/recordingSink.h"
 #include "tests/support/temporaryDirectory.h"
+#include "tests/support/turnedClock.h"
 
-#include <chrono>
 #include <filesystem>
 #include <future>
 #include <gtest/gtest.h>
@@ -16,7 +16,6 @@ namespace obrin {
 namespace {
 
 using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
 
 /// Holds the lock on another thread until it is told to let go.
 class LockHolder {
@@ -48,14 +47,29 @@ private:
 class TrendFileLock : public testing::Test {
 protected:
     TrendFileLock() { beginExecuting(); }
+
+    /// Another thread lets the lock go in the pause of that number, counted from 1.
+    void releaseInPause(LockHolder& holder, int number) {
+        clock.onWait([this, &holder, number](const char*, std::chrono::seconds) {
+            if (++pauses == number)
+                holder.release();
+        });
+    }
+
+    test::TurnedClock clock;
+    int pauses = 0;
 };
 
-TEST_F(TrendFileLock, LockHeldElsewhereForLongerThanThreeSecondsIsRefusedAfterAboutThreeSeconds) {
+TEST_F(TrendFileLock, LockHeldElsewhereForLongerThanThreeSecondsIsRefusedAfterThreePausesOfASecond) {
     LockHolder holder;
-    const auto start = Clock::now();
     EXPECT_EQ(trendViewerLockFiles(), 5);
-    EXPECT_GE(Clock::now() - start, 2900ms);
-    EXPECT_LT(Clock::now() - start, 6s);
+    EXPECT_EQ(clock.pauses(), (test::TurnedClock::Seconds{1s, 1s, 1s}));
+}
+
+TEST_F(TrendFileLock, AFreeLockIsTakenWithoutAPause) {
+    EXPECT_EQ(trendViewerLockFiles(), 0);
+    EXPECT_EQ(trendViewerUnlockFiles(), 0);
+    EXPECT_EQ(clock.pauses(), test::TurnedClock::Seconds{});
 }
 
 TEST_F(TrendFileLock, AfterAStopRequestTheLockIsRefusedAtOnceAndNotTouched) {
@@ -74,12 +88,9 @@ TEST_F(TrendFileLock, AfterAStopRequestTheLockIsRefusedAtOnceAndNotTouched) {
 
 TEST_F(TrendFileLock, LockThatBecomesFreeJustBeforeTheFourthAttemptIsHeldAlthoughTheResultIsFive) {
     LockHolder holder;
-    std::thread later([&] {
-        std::this_thread::sleep_for(2500ms);
-        holder.release();
-    });
+    releaseInPause(holder, 3);
     EXPECT_EQ(trendViewerLockFiles(), 5);
-    later.join();
+    EXPECT_EQ(pauses, 3);
     auto other = std::async(std::launch::async, [] { return trendViewerUnlockFiles(); }); // changes nothing
     EXPECT_EQ(other.get(), 0);
     auto refused = std::async(std::launch::async, [] { return trendViewerLockFiles(); });
@@ -88,14 +99,14 @@ TEST_F(TrendFileLock, LockThatBecomesFreeJustBeforeTheFourthAttemptIsHeldAlthoug
 }
 
 TEST_F(TrendFileLock, LockThatBecomesFreeEarlierIsTakenWithResultZero) {
-    LockHolder holder;
-    std::thread later([&] {
-        std::this_thread::sleep_for(500ms);
-        holder.release();
-    });
-    EXPECT_EQ(trendViewerLockFiles(), 0);
-    EXPECT_EQ(trendViewerUnlockFiles(), 0);
-    later.join();
+    for (int number : {1, 2}) {
+        LockHolder holder;
+        pauses = 0;
+        releaseInPause(holder, number);
+        EXPECT_EQ(trendViewerLockFiles(), 0);
+        EXPECT_EQ(trendViewerUnlockFiles(), 0);
+        EXPECT_EQ(pauses, number);
+    }
 }
 
 TEST_F(TrendFileLock, UnlockByAThreadThatDoesNotHoldItChangesNothing) {

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <chrono>
+#include <ctime>
+#include <pthread.h>
+
+namespace obrin {
+
+/// Every time that the agent goes by enters here, the real one unless a test has set another. Any thread.
+class Clock {
+public:
+    using Duration = std::chrono::steady_clock::duration;
+    /// Of a clock that nobody sets: only differences mean anything.
+    using Moment = std::chrono::steady_clock::time_point;
+
+    Clock() = default;
+    Clock(const Clock&) = delete;
+    Clock& operator=(const Clock&) = delete;
+    virtual ~Clock() = default;
+
+    /// The time of day in seconds since the epoch; may jump either way.
+    virtual std::time_t wallTime();
+
+    virtual Moment now();
+
+    /// Comes back after that time, whatever signals arrive.
+    virtual void pause(std::chrono::seconds time);
+
+    /// Waits on the condition with its mutex held. 0 when woken, with or without a cause; ETIMEDOUT when the
+    /// deadline has passed, else the error number of the wait.
+    virtual int waitUntil(pthread_cond_t* condition, pthread_mutex_t* mutex, Moment deadline);
+};
+
+/// The clock that everybody uses.
+Clock& systemClock();
+
+/// Sets another one, null for the real one. It must outlive its users, so: while no agent runs.
+void setSystemClock(Clock* clock);
+
+} // namespace obrin
