@@ -248,6 +248,19 @@ TEST_F(ArchiveFile, DirectoriesAreMadeUpToTheLastSeparator) {
     EXPECT_FALSE(std::filesystem::exists(base + "/x/y"));
 }
 
+TEST_F(ArchiveFile, DirectoriesGetMode0766LessTheUmask) {
+    const auto modeUnder = [this](mode_t mask, const std::string& name) {
+        const mode_t before = ::umask(mask);
+        smart_mkdir(directory.path(name) + "/");
+        ::umask(before);
+        struct stat state = {};
+        EXPECT_EQ(::stat(directory.path(name).c_str(), &state), 0);
+        return state.st_mode & 07777U;
+    };
+    EXPECT_EQ(modeUnder(0, "open"), 0766U);
+    EXPECT_EQ(modeUnder(027, "masked"), 0740U);
+}
+
 TEST_F(ArchiveFile, EachPrefixOfThePathIsLoggedInOrder) {
     smart_mkdir("/proc/b/c/"); // nothing can be made there, which is ignored
     EXPECT_EQ(log.text(),

@@ -49,6 +49,28 @@ TEST_F(CircularBuffers, RingOfThreeAfterFivePushesHoldsTheNewestThreeInTheirSlot
     EXPECT_EQ(log.text(), "0 1 3.000000 30.000000\n1 1 4.000000 40.000000\n2 1 5.000000 50.000000\n");
 }
 
+TEST_F(CircularBuffers, RingThatIsNotFullDumpsWhatItHas) {
+    clasp.MillisecondsPerSample = 1000;
+    Link& link = add(3.0 / 3600);
+    ASSERT_EQ(allocatecircularbuffers(&clasp), 1);
+    dumponecircularbuffer(&link);
+    EXPECT_EQ(log.text(), "");
+    pushSample(link, 1, 10);
+    pushSample(link, 2, 20);
+    dumponecircularbuffer(&link);
+    EXPECT_EQ(log.text(), "0 1 1.000000 10.000000\n1 1 2.000000 20.000000\n");
+}
+
+TEST_F(CircularBuffers, RingsHoldDoubles) {
+    clasp.MillisecondsPerSample = 1000;
+    Link& link = add(1);
+    ASSERT_EQ(allocatecircularbuffers(&clasp), 1);
+    // No float holds either.
+    pushSample(link, 1700000001.0, 0.1);
+    EXPECT_EQ(link.TimeBuffer[0], 1700000001.0);
+    EXPECT_EQ(link.ValueBuffer[0], 0.1);
+}
+
 TEST_F(CircularBuffers, WindowOfADaySampledEveryMinuteHolds1440Samples) {
     clasp.MillisecondsPerSample = 60000;
     Link& link = add(24);

@@ -36,6 +36,15 @@ protected:
         EXPECT_EQ(link.DataArray[0], 7.5);
     }
 
+    static constexpr double capacityBefore = 3.0;
+
+    /// Expects that result, and that capacity afterwards.
+    void expectCapacity(Link link, int result, double capacity) {
+        link.UpperLimitCalc = capacityBefore;
+        EXPECT_EQ(ReadRawData(&link), result);
+        EXPECT_EQ(link.UpperLimitCalc, capacity);
+    }
+
     TestMachine machine;
 };
 
@@ -112,6 +121,31 @@ TEST_F(ProcessesReader, UpperLimitIsTruncatedAndACapacityOfZeroGivesNoValue) {
     expectNotRead(systemLink("PercentProcessesUsed"));
 }
 
+TEST_F(ProcessesReader, UpperLimitLeavesTheMeasuredCapacityAlone) {
+    put("loadavg", "0.00 0.01 0.05 2/80 1234\n");
+    put("meminfo", "MemTotal: 2000000 kB\n");
+    put("threads-max", "16000\n");
+    expectCapacity(systemLink("PercentProcessesUsed", 50.9), 1, 16000.0);
+}
+
+TEST_F(ProcessesReader, CapacityIsKeptAlthoughItGivesNoValue) {
+    put("loadavg", "0.00 0.01 0.05 2/80 1234\n");
+    put("meminfo", "MemTotal: 2000000 kB\n");
+    put("threads-max", "16000\n");
+    expectCapacity(systemLink("PercentProcessesUsed", 0.9), notRead, 16000.0);
+    put("meminfo", "MemTotal: 31 kB\n");
+    expectCapacity(systemLink("PercentProcessesUsed"), notRead, 0.0);
+}
+
+TEST_F(ProcessesReader, AReadingThatEndsBeforeTheCapacityKeepsTheOneBefore) {
+    put("meminfo", "MemTotal: 2000000 kB\n");
+    put("threads-max", "16000\n");
+    expectCapacity(systemLink("PercentProcessesUsed"), notRead, capacityBefore);
+    put("loadavg", "0.00 0.01 0.05 2/80 1234\n");
+    put("threads-max", "many\n");
+    expectCapacity(systemLink("PercentProcessesUsed"), notRead, capacityBefore);
+}
+
 TEST_F(ProcessesReader, LoadavgWithoutASlashIsNotRead) {
     put("meminfo", "MemTotal: 2000000 kB\n");
     put("threads-max", "16000\n");
@@ -138,6 +172,11 @@ TEST_F(SwapReader, UpperLimitKeepsItsFraction) {
     EXPECT_DOUBLE_EQ(valueOf(systemLink("PercentSwapSpaceUsed", 50.9)), (50.9 - 25.0) / 50.9 * 100.0);
     expectNotRead(systemLink("PercentSwapSpaceUsed", infinite));
     expectNotRead(systemLink("PercentSwapSpaceUsed", 5e-324));
+}
+
+TEST_F(SwapReader, UpperLimitLeavesTheMeasuredCapacityAlone) {
+    put("meminfo", "SwapTotal: 100 kB\nSwapFree: 25 kB\n");
+    expectCapacity(systemLink("PercentSwapSpaceUsed", 50.9), 1, 100.0);
 }
 
 TEST_F(SwapReader, LogsItsOpeningToTheByte) {
@@ -170,6 +209,18 @@ TEST_F(DescriptorsReader, UpperLimitOf50Point9Uses50) {
     EXPECT_DOUBLE_EQ(valueOf(systemLink("PercentFileDescriptorsUsed", 50.9)), 40.0);
     expectNotRead(systemLink("PercentFileDescriptorsUsed", 0.9));
     EXPECT_NEAR(valueOf(systemLink("PercentFileDescriptorsUsed", infinite)), 0.0, 1e-12);
+}
+
+TEST_F(DescriptorsReader, UpperLimitLeavesTheMeasuredCapacityAlone) {
+    put("file-nr", "20 0 8192\n");
+    expectCapacity(systemLink("PercentFileDescriptorsUsed", 50.9), 1, 8192.0);
+}
+
+TEST_F(DescriptorsReader, CapacityIsKeptAlthoughItGivesNoValue) {
+    put("file-nr", "20 0 8192\n");
+    expectCapacity(systemLink("PercentFileDescriptorsUsed", 0.9), notRead, 8192.0);
+    put("file-nr", "20 0 0\n");
+    expectCapacity(systemLink("PercentFileDescriptorsUsed"), notRead, 0.0);
 }
 
 TEST_F(DescriptorsReader, TheLargestMaximumIsAboutZeroPerCent) {
@@ -212,6 +263,18 @@ TEST_F(DiskReader, UpperLimitReplacesTheCapacityWithItsFraction) {
                      300.0 / 200.5 * 100.0);
     EXPECT_EQ(valueOf(diskLink("/dev/hda1 /home", "PercentFreeSpaceUsed", infinite)), 0.0);
     expectNotRead(diskLink("/dev/hda1 /home", "PercentFreeSpaceUsed", 5e-324));
+}
+
+TEST_F(DiskReader, UpperLimitLeavesTheMeasuredCapacityOfSpaceAndInodesAlone) {
+    machine.installDf(
+        "echo head; case \"$1\" in -i) echo 'a 100 30 60 34% /a';; *) echo 'a 1000 300 600 34% /a';; esac\n");
+    expectCapacity(diskLink("a /a", "PercentFreeSpaceUsed", 200.5), 1, 900.0);
+    expectCapacity(diskLink("a /a", "PercentFreeInodesUsed", 200.5), 1, 90.0);
+}
+
+TEST_F(DiskReader, CapacityIsKeptAlthoughItGivesNoValue) {
+    machine.installDf("echo head; echo 'a 1000 300 600 34% /a'\n");
+    expectCapacity(diskLink("a /a", "PercentFreeSpaceUsed", 5e-324), notRead, 900.0);
 }
 
 TEST_F(DiskReader, ADiskThatDiffersOnlyInCleanedCharactersMatches) {

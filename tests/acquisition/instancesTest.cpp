@@ -1,8 +1,12 @@
 #include "acquisition/instances.h"
 
+#include "support/handles.h"
 #include "tests/acquisition/testMachine.h"
 
+#include <cerrno>
+#include <climits>
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
 
 using namespace obrin;
 using namespace obrin::test;
@@ -109,7 +113,14 @@ TEST(DriveExists, TotalIsAlwaysThereWithoutReadingTheTable) {
     EXPECT_EQ(driveExists(MountTable::parse(""), "_Total"), 1);
     systemPaths().mounts = machine.path("mounts");
     writeFile(machine.path("mounts"), "a /a tmpfs rw 0 0\n");
+    const Descriptor watch(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+    ASSERT_GE(::inotify_add_watch(watch.get(), machine.path("mounts").c_str(), IN_OPEN), 0);
+    char event[sizeof(inotify_event) + NAME_MAX + 1];
     EXPECT_EQ(driveExists("_Total"), 1);
+    EXPECT_EQ(::read(watch.get(), event, sizeof event), -1);
+    EXPECT_EQ(errno, EAGAIN);
+    EXPECT_EQ(driveExists("b /b"), 0); // which is seen
+    EXPECT_GT(::read(watch.get(), event, sizeof event), 0);
 }
 
 TEST(DriveExists, AnUnreadableTableKeepsEveryDisk) {

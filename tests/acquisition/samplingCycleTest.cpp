@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -31,6 +32,13 @@ std::string declaration(const std::string& object, const std::string& counter, c
            "EndResourceInput\n";
 }
 
+std::size_t occurrences(const std::string& text, std::string_view part) {
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++count;
+    return count;
+}
+
 /// A whole machine of text files: a home with the agent's folders, a `df` that prints what the test wrote, a
 /// mount table.
 class SamplingCycle : public testing::Test {
@@ -40,8 +48,7 @@ protected:
             std::filesystem::create_directory(home.path(folder));
         before = std::filesystem::current_path();
         std::filesystem::current_path(home.path("bin"));
-        writeFile(home.path("path/df"), "#!/bin/sh\nexec /bin/cat " + home.path("listing") + "\n");
-        std::filesystem::permissions(home.path("path/df"), std::filesystem::perms::owner_all);
+        installDf("exec /bin/cat " + home.path("listing") + "\n");
         pathBefore = ::getenv("PATH");
         ::setenv("PATH", (home.path("path") + ":" + pathBefore).c_str(), 1);
 
@@ -78,6 +85,22 @@ protected:
         writeFile(home.path("mounts"), table);
     }
 
+    void installDf(const std::string& body) {
+        writeFile(home.path("path/df"), "#!/bin/sh\n" + body);
+        std::filesystem::permissions(home.path("path/df"), std::filesystem::perms::owner_all);
+    }
+
+    /// From now on df -i has a listing of its own.
+    void listInodesOf(const std::string& point) {
+        writeFile(home.path("inodes"), "Filesystem Inodes IUsed IFree IUse% Mounted on\n/dev" + point +
+                                           " 1000 100 900 10% " + point + "\n");
+        installDf("if [ \"$1\" = -i ]; then exec /bin/cat " + home.path("inodes") + "; fi\nexec /bin/cat " +
+                  home.path("listing") + "\n");
+    }
+
+    /// How often a disk was looked up in a listing.
+    std::size_t diskReadings() const { return occurrences(log.text(), " before 9 fopen"); }
+
     void declare(const std::string& inputs) {
         writeFile(clasp.ResourceText, "BeginResourceDeclaration\n" + inputs + "EndResourceDeclaration\n");
         ASSERT_EQ(validateResourceText(&clasp), 1) << log.text();
@@ -105,13 +128,7 @@ protected:
         return nullptr;
     }
 
-    std::size_t records() const {
-        const std::string pad = readFile(clasp.ScratchPad);
-        std::size_t count = 0;
-        for (std::size_t at = pad.find("Event:"); at != std::string::npos; at = pad.find("Event:", at + 1))
-            ++count;
-        return count;
-    }
+    std::size_t records() const { return occurrences(readFile(clasp.ScratchPad), "Event:"); }
 
     test::TemporaryDirectory home;
     test::CapturedLog log;
@@ -153,12 +170,59 @@ TEST_F(SamplingCycle, ThreeNewFileSystemsBecomeThreeLinksAndRecordsAndTheTemplat
     EXPECT_EQ(lastLine(), "2 0 25.00 3 0 25.00 4 0 25.00");
     EXPECT_EQ(records(), 4U);
     // Read once when it is made and again when the walk reaches it.
-    const std::string text = log.text();
-    std::size_t readings = 0;
-    for (std::size_t at = text.find(" before 9 fopen"); at != std::string::npos;
-         at = text.find(" before 9 fopen", at + 1))
-        ++readings;
-    EXPECT_EQ(readings, 6U);
+    EXPECT_EQ(diskReadings(), 6U);
+}
+
+TEST_F(SamplingCycle, KnownDiskEntersTheChainWithoutBeingReadFirst) {
+    const std::string record = "\nEvent: ResourceDefinition - Informational \n2   ";
+    writeFile(clasp.ScratchPad,
+              record + "1   (LogicalDisk)   (/dev/a /a)   (PercentFreeSpaceUsed)   -2   \n" + record +
+                  "7   (LogicalDisk)   (/dev/b /b)   (PercentFreeSpaceUsed)   -2   \n" + record +
+                  "4   (LogicalDisk)   (_Total)   (PercentFreeSpaceUsed)   -1   \n");
+    mount({});
+    declare(disks);
+    clasp.pFirstLink->DataArray[0] = 3.5;
+    mount({"/a", "/b"});
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    // The walk has passed the place of number 1 and comes to number 7 once.
+    EXPECT_EQ(lastLine(), "1 0 3.50 7 0 25.00");
+    EXPECT_EQ(diskReadings(), 1U);
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(lastLine(), "1 0 25.00 7 0 25.00");
+}
+
+TEST_F(SamplingCycle, ListOfDisksThatCannotBeHadIsToldAndTheCycleGoesOn) {
+    mount({});
+    clasp.MillisecondsPerSample = 240000; // long enough for two listings on a busy machine
+    declare(disks + swap);
+    mount({"/a"});
+    installDf("mkdir " + home.path("counted") + " 2>/dev/null && exec /bin/cat " + home.path("listing") +
+              "\n");
+    EXPECT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_NE(log.text().find("\nRetrievedisks returned error code -1\n"), std::string::npos) << log.text();
+    EXPECT_EQ(lastLine(), "2 0 75.00");
+}
+
+TEST_F(SamplingCycle, PlainListingNamesTheDisksOfInodeTemplatesToo) {
+    mount({});
+    declare(declaration("LogicalDisk", "PercentFreeInodesUsed", "PercentFreeInodesUsed"));
+    mount({"/a", "/b"});
+    listInodesOf("/b");
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(lastLine(), "2 0 0.00 3 0 10.00");
+    ASSERT_NE(find("/dev/a /a"), nullptr);
+}
+
+TEST_F(SamplingCycle, DiskThatIsListedAndNotMountedIsReadAndThenRemoved) {
+    mount({});
+    declare(disks);
+    const std::string table = readFile(home.path("mounts"));
+    mount({"/a"});
+    writeFile(home.path("mounts"), table);
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(lastLine(), "");
+    EXPECT_EQ(diskReadings(), 2U);
+    EXPECT_EQ(records(), 2U);
 }
 
 TEST_F(SamplingCycle, KnownFileSystemsAreNotMadeAgainInTheNextCycle) {
@@ -174,12 +238,15 @@ TEST_F(SamplingCycle, UnmountedFileSystemGoesWithItsTrendFilesAndComesBackUnderI
     mount({"/a", "/b"});
     declare(disks);
     ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
-    const std::string trend = home.path("data/PercentFreeSpaceUsed_dev_a__aBM.ini");
-    writeFile(trend, "x");
+    const std::string stem = home.path("data/PercentFreeSpaceUsed_dev_");
+    for (const char* name : {"a__aBM.ini", "a__aBMPRD.gnp", "a__aBMSMP.gnp", "b__bBM.ini"})
+        writeFile(stem + name, "x");
     mount({"/b"});
     ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
     EXPECT_EQ(lastLine(), "3 0 25.00");
-    EXPECT_FALSE(std::filesystem::exists(trend));
+    for (const char* name : {"a__aBM.ini", "a__aBMPRD.gnp", "a__aBMSMP.gnp"})
+        EXPECT_FALSE(std::filesystem::exists(stem + name)) << name;
+    EXPECT_TRUE(std::filesystem::exists(stem + "b__bBM.ini"));
     EXPECT_EQ(find("/dev/a /a"), nullptr);
     mount({"/a", "/b"});
     ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
@@ -250,8 +317,9 @@ TEST_F(SamplingCycle, EmptyChainWritesALineOfItsTimeStamp) {
 
 TEST_F(SamplingCycle, CycleLogsItsTimeStampFirst) {
     EXPECT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
-    EXPECT_TRUE(log.text().starts_with("\n************ TimeStamp = " + std::to_string(TimeStamp) + " = "))
-        << log.text();
+    const std::time_t stamp = TimeStamp;
+    EXPECT_EQ(log.text(),
+              "\n************ TimeStamp = " + std::to_string(stamp) + " = " + std::ctime(&stamp) + "\n");
 }
 
 TEST_F(SamplingCycle, ScratchPadThatCannotBeWrittenStillLetsTheDiskBeWatchedUnderANumberOfItsOwn) {

@@ -181,7 +181,8 @@ TEST_F(TrendFileDeletion, OneResourcesFilesGoAndItsNeighboursStay) {
     for (const char* name :
          {"PercentFreeSpaceUsed_dev_sda1__homeBM.ini", "PercentFreeSpaceUsed_dev_sda1__homeBMPRD.gnp",
           "PercentFreeSpaceUsed_dev_sda1__homeBMSMP.gnp", "PercentFreeSpaceUsed_dev_sda1__home2BM.ini",
-          "PercentFreeInodesUsed_dev_sda1__homeBM.ini"})
+          "PercentFreeInodesUsed_dev_sda1__homeBM.ini", "PercentFreeSpaceUsed.cul",
+          "PercentFreeSpaceUsed_dev_sda1__home.cul"})
         make(name);
     deleteResourceTrendFilesSynchronized(&link);
     EXPECT_FALSE(exists("PercentFreeSpaceUsed_dev_sda1__homeBM.ini"));
@@ -189,6 +190,8 @@ TEST_F(TrendFileDeletion, OneResourcesFilesGoAndItsNeighboursStay) {
     EXPECT_FALSE(exists("PercentFreeSpaceUsed_dev_sda1__homeBMSMP.gnp"));
     EXPECT_TRUE(exists("PercentFreeSpaceUsed_dev_sda1__home2BM.ini"));
     EXPECT_TRUE(exists("PercentFreeInodesUsed_dev_sda1__homeBM.ini"));
+    EXPECT_TRUE(exists("PercentFreeSpaceUsed.cul"));
+    EXPECT_TRUE(exists("PercentFreeSpaceUsed_dev_sda1__home.cul"));
     EXPECT_EQ(log.text(), "");
 }
 
@@ -214,14 +217,37 @@ TEST_F(TrendFileDeletion, DisplayNameCannotLeadOutOfTheDataDirectory) {
     EXPECT_TRUE(exists("outsideBM.ini"));
 }
 
-TEST_F(TrendFileDeletion, WithoutDescriptorsTheFailureIsLoggedAndReported) {
-    openLogFile(); // while there still is a descriptor for it
+/// Runs a step while there is no descriptor to be had but the log's, which is opened before.
+template <class Step>
+void withoutDescriptors(Step step) {
+    openLogFile();
     rlimit before{};
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
     const rlimit none{0, before.rlim_max};
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
-    deleteTrendFilesSynchronized(&clasp);
+    step();
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+}
+
+TEST_F(TrendFileDeletion, WithoutDescriptorsTheFailureForOneResourceIsLoggedAndReported) {
+    link.NameIs.assign("PercentFreeSpaceUsed");
+    link.Descriptor1.assign("/dev/sda1 /home");
+    withoutDescriptors([this] { deleteResourceTrendFilesSynchronized(&link); });
+    const std::string text = "trendFiles deleteResourceTrendFiles(): system(\"rm -f " +
+                             clasp.DataHomeDirectory +
+                             "PercentFreeSpaceUsed_dev_sda1__homeBM*\") failed.  errno=24=0x00000018";
+    ASSERT_EQ(sink.events.size(), 1U);
+    EXPECT_EQ(sink.events[0].timeText, "fatal");
+    EXPECT_EQ(sink.events[0].name, text);
+    EXPECT_EQ(sink.events[0].seconds, 0.0);
+    EXPECT_TRUE(log.text().starts_with("\n" + text + "\n\nstart sendEvent fatal ")) << log.text();
+    EXPECT_TRUE(log.text().ends_with("\ntrendFiles deleteResourceTrendFiles(): before return(errno);\n"
+                                     "Failure of deleteResourceTrendFiles. Error Code 24.\n"))
+        << log.text();
+}
+
+TEST_F(TrendFileDeletion, WithoutDescriptorsTheFailureIsLoggedAndReported) {
+    withoutDescriptors([this] { deleteTrendFilesSynchronized(&clasp); });
     const std::string home = clasp.DataHomeDirectory;
     const std::string text = "deleteTrendFiles(): system(\"rm -f " + home + "/*.cul " + home + "/*.ini " +
                              home + "/*.gnp\") failed.  errno=24=0x00000018";
