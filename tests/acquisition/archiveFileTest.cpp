@@ -135,6 +135,21 @@ TEST_F(ArchiveFile, LimitOfOneMegabyteKeepsAtMostThatManyBytesFromJustAfterALine
     EXPECT_EQ(text[text.size() - kept.size() - 1], '\n');
 }
 
+TEST_F(ArchiveFile, LineThatBeginsAtTheCutIsDropped) {
+    const std::string text = lines(2 << 20); // of 64 bytes each, so one begins at each megabyte
+    writeFile(archive, text);
+    EXPECT_EQ(trim(archive, 1), 1);
+    EXPECT_EQ(readFile(archive), text.substr(text.size() - (1 << 20) + 64));
+}
+
+TEST_F(ArchiveFile, LimitOfNoMegabytesOrLessKeepsNothing) {
+    for (int limit : {0, -1}) {
+        writeFile(archive, "1 3 0 41.27 \n2 3 0 41.30 \n");
+        EXPECT_EQ(trim(archive, limit), 1);
+        EXPECT_EQ(readFile(archive), "") << limit;
+    }
+}
+
 TEST_F(ArchiveFile, ArchiveWithoutALineFeedBehindTheCutBecomesEmpty) {
     writeFile(archive, "line\n" + std::string(1200000, 'x'));
     EXPECT_EQ(trim(archive, 1), 1);

@@ -61,6 +61,30 @@ TEST_F(CircularBuffers, RingThatIsNotFullDumpsWhatItHas) {
     EXPECT_EQ(log.text(), "0 1 1.000000 10.000000\n1 1 2.000000 20.000000\n");
 }
 
+TEST_F(CircularBuffers, RingsAreDumpedInChainOrder) {
+    clasp.MillisecondsPerSample = 1000;
+    Link& first = add(1);
+    Link& second = add(1);
+    ASSERT_EQ(allocatecircularbuffers(&clasp), 1);
+    pushSample(second, 2, 20);
+    pushSample(first, 1, 10);
+    EXPECT_EQ(dumpallcircularbuffers(&clasp), 1);
+    EXPECT_EQ(log.text(), "0 1 1.000000 10.000000\n0 2 2.000000 20.000000\n");
+}
+
+TEST_F(CircularBuffers, RingAllocatedAnewBeginsAtItsFirstSlotWithZeros) {
+    clasp.MillisecondsPerSample = 1000;
+    Link& link = add(3.0 / 3600);
+    ASSERT_EQ(allocatecircularbuffers(&clasp), 1);
+    for (int t = 1; t <= 5; ++t)
+        pushSample(link, t, t);
+    ASSERT_EQ(allocatecircularbuffers(&clasp), 1);
+    EXPECT_EQ(link.SampleCount, 0U);
+    EXPECT_EQ(link.NextSlot, 0U);
+    for (std::uint32_t slot = 0; slot < 3; ++slot)
+        EXPECT_EQ(link.ValueBuffer[slot] + link.TimeBuffer[slot], 0.0);
+}
+
 TEST_F(CircularBuffers, RingsHoldDoubles) {
     clasp.MillisecondsPerSample = 1000;
     Link& link = add(1);
@@ -134,6 +158,19 @@ TEST_F(CircularBuffers, ReadingTheArchiveBackSkipsUnknownResourcesAndPlacesTheOt
     EXPECT_EQ(one.TimeBuffer[0], static_cast<double>(now - 20));
     ASSERT_EQ(two.SampleCount, 2U);
     EXPECT_EQ(two.ValueBuffer[1], 21.0);
+}
+
+TEST_F(CircularBuffers, EveryLinkOfANumberGetsItsSamplesBack) {
+    clasp.MillisecondsPerSample = 1000;
+    Link& one = add(1);
+    Link& two = add(1);
+    two.RID = one.RID;
+    ASSERT_EQ(allocatecircularbuffers(&clasp), 1);
+    clasp.HardDriveArchive = directory.path("archive");
+    test::writeFile(clasp.HardDriveArchive, std::to_string(std::time(nullptr)) + " 1 0 10.50 \n");
+    EXPECT_EQ(refreshcircularbuffers(&clasp), 1);
+    EXPECT_EQ(one.ValueBuffer[0], 10.5);
+    EXPECT_EQ(two.ValueBuffer[0], 10.5);
 }
 
 TEST_F(CircularBuffers, SamplesAsOldAsTheWindowAreSkipped) {

@@ -116,7 +116,8 @@ TEST_F(ProcessesReader, UpperLimitIsTruncatedAndACapacityOfZeroGivesNoValue) {
     expectNotRead(systemLink("PercentProcessesUsed", 0.9));
     EXPECT_NEAR(valueOf(systemLink("PercentProcessesUsed", infinite)), 0.0, 1e-12);
     EXPECT_NEAR(valueOf(systemLink("PercentProcessesUsed", 1e300)), 0.0, 1e-12);
-    EXPECT_DOUBLE_EQ(valueOf(systemLink("PercentProcessesUsed", std::nan(""))), 0.5);
+    for (double none : {std::nan(""), 0.0, -50.0})
+        EXPECT_DOUBLE_EQ(valueOf(systemLink("PercentProcessesUsed", none)), 0.5);
     put("meminfo", "MemTotal: 31 kB\n");
     expectNotRead(systemLink("PercentProcessesUsed"));
 }
@@ -164,6 +165,8 @@ TEST_F(SwapReader, WithoutSwapAndWithoutUpperLimitTheValueIsUnchanged) {
     EXPECT_EQ(link.DataArray[0], 7.5);
     EXPECT_EQ(link.UpperLimitCalc, 0.0);
     expectNotRead(systemLink("PercentSwapSpaceUsed", 0.0));
+    put("meminfo", "SwapTotal: -5 kB\nSwapFree: 0 kB\n");
+    expectNotRead(systemLink("PercentSwapSpaceUsed"));
 }
 
 TEST_F(SwapReader, UpperLimitKeepsItsFraction) {
@@ -287,6 +290,11 @@ TEST_F(DiskReader, TotalOfZeroAndCapacityOfZeroReadAs100) {
     machine.installDf("echo head; echo 'a 0 0 0 - /a'; echo 'b 10 0 0 - /b'; echo 'c 0 5 5 50% /c'\n");
     for (const char* name : {"a /a", "b /b", "c /c"})
         EXPECT_EQ(valueOf(diskLink(name, "PercentFreeInodesUsed")), 100.0);
+}
+
+TEST_F(DiskReader, TotalThatIsNotToldLeavesTheShareOfUsedAndAvailable) {
+    machine.installDf("echo head; echo 'a - 30 70 30% /a'\n");
+    EXPECT_DOUBLE_EQ(valueOf(diskLink("a /a")), 30.0);
 }
 
 TEST_F(DiskReader, SumsBeyond64BitsAreComputedWithoutOverflow) {

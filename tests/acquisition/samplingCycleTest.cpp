@@ -1,6 +1,7 @@
 #include "acquisition/samplingCycle.h"
 
 #include "acquisition/circularBuffers.h"
+#include "acquisition/diskListing.h"
 #include "agent/agentState.h"
 #include "agent/stopSync.h"
 #include "resources/resourceChain.h"
@@ -16,6 +17,7 @@
 #include <ctime>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <limits>
 #include <unistd.h>
 
 namespace obrin {
@@ -290,6 +292,50 @@ TEST_F(SamplingCycle, ResourceThatTheReadersDoNotKnowKeepsItsValueAndTheCycleSuc
     EXPECT_EQ(lastLine(), "1 0 0.00");
 }
 
+TEST_F(SamplingCycle, SampleStatusIsArchivedBesideItsValue) {
+    mount({});
+    declare(swap);
+    clasp.pFirstLink->SampleStatus = 4;
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(lastLine(), "1 4 75.00");
+}
+
+TEST_F(SamplingCycle, ProcessInstancesAreNeverRemoved) {
+    mount({});
+    Link process;
+    process.ResourceType = 2;
+    process.Descriptor0 = "Process";
+    process.Descriptor1 = "/bin/server /gone";
+    process.Descriptor3 = "123";
+    process.RID = 1;
+    process.DataArray[0] = 3.5;
+    process.pClasp = &clasp;
+    ASSERT_EQ(CreateLinkInChainAndCopyData(&process), 1);
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(lastLine(), "1 0 3.50");
+}
+
+TEST_F(SamplingCycle, DiskForWhichNoNumberIsLeftIsNotWatched) {
+    mount({});
+    declare(disks);
+    clasp.MaximumRIDValue = std::numeric_limits<std::int32_t>::max();
+    mount({"/a"});
+    EXPECT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(lastLine(), "");
+    EXPECT_EQ(find("/dev/a /a"), nullptr);
+}
+
+TEST_F(SamplingCycle, ListingGivenUpInOneCycleIsTakenInTheNext) {
+    mount({});
+    declare(disks);
+    mount({"/a"});
+    setListingDeadline(std::chrono::milliseconds(0));
+    EXPECT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    setListingDeadline(std::chrono::seconds(10));
+    EXPECT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(lastLine(), "2 0 25.00");
+}
+
 TEST_F(SamplingCycle, ReadingThatFailsArchivesTheValueBefore) {
     mount({});
     declare(swap);
@@ -316,10 +362,14 @@ TEST_F(SamplingCycle, EmptyChainWritesALineOfItsTimeStamp) {
 }
 
 TEST_F(SamplingCycle, CycleLogsItsTimeStampFirst) {
+    mount({});
+    declare(swap);
+    const std::size_t declared = log.text().size();
     EXPECT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
     const std::time_t stamp = TimeStamp;
-    EXPECT_EQ(log.text(),
-              "\n************ TimeStamp = " + std::to_string(stamp) + " = " + std::ctime(&stamp) + "\n");
+    EXPECT_EQ(log.text().substr(declared),
+              "\n************ TimeStamp = " + std::to_string(stamp) + " = " + std::ctime(&stamp) +
+                  "\n before 7 fopen(/proc/meminfo)\n after  7 fopen(/proc/meminfo)\n");
 }
 
 TEST_F(SamplingCycle, ScratchPadThatCannotBeWrittenStillLetsTheDiskBeWatchedUnderANumberOfItsOwn) {
@@ -331,6 +381,10 @@ TEST_F(SamplingCycle, ScratchPadThatCannotBeWrittenStillLetsTheDiskBeWatchedUnde
     mount({"/a", "/b"});
     ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
     EXPECT_EQ(lastLine(), "2 0 25.00 3 0 75.00 4 0 25.00");
+    // In the first cycle that can, also without another new disk.
+    std::filesystem::create_directory(home.path("missing"));
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(records(), 4U);
 }
 
 TEST_F(SamplingCycle, HugeAndNegativeValuesAreWrittenWhole) {
