@@ -4,6 +4,7 @@
 #include "tests/support/turnedClock.h"
 
 #include <cerrno>
+#include <ctime>
 #include <gtest/gtest.h>
 #include <thread>
 #include <vector>
@@ -70,6 +71,35 @@ TEST(StopSync, AWakeUpWithoutAStopRequestDoesNotEndTheSleep) {
     EXPECT_EQ(javaThreadSyncSleep(60), ETIMEDOUT);
     turner.join();
     EXPECT_EQ(clock.sleeps(), (TurnedClock::Seconds{60s, 40s, 20s}));
+}
+
+/// A clock whose waits fail with that error number.
+class FailingClock : public TurnedClock {
+public:
+    explicit FailingClock(int error) : error_(error) {}
+    int waitUntil(pthread_cond_t*, pthread_mutex_t*, Moment) override { return error_; }
+
+private:
+    int error_;
+};
+
+TEST(StopSync, AWaitThatFailsEndsTheSleepAndIsLoggedWithItsErrorAndTheTimeOfDay) {
+    test::CapturedLog log;
+    FailingClock clock(EINVAL);
+    clock.setWallTime(1008921600);
+    beginExecuting();
+    EXPECT_EQ(javaThreadSyncSleep(240), EINVAL);
+    const std::time_t now = 1008921600;
+    EXPECT_EQ(log.text(), std::string("javaThreadSyncSleep(240) returned 22=0x00000016 (ERROR). timeOfDay=") +
+                              std::ctime(&now));
+}
+
+TEST(StopSync, AnInterruptedWaitEndsTheSleepAndIsNotLogged) {
+    test::CapturedLog log;
+    FailingClock clock(EINTR);
+    beginExecuting();
+    EXPECT_EQ(javaThreadSyncSleep(240), EINTR);
+    EXPECT_EQ(log.text(), "");
 }
 
 TEST(StopSync, SecondStopRequestChangesNothingAndReturnsZero) {

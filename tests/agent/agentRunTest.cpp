@@ -1,0 +1,196 @@
+#include "agent/agentRun.h"
+
+#include "agent/agentState.h"
+#include "agent/debugLog.h"
+#include "agent/stopSync.h"
+#include "prediction/exhaustion.h"
+#include "support/systemPaths.h"
+#include "tests/support/recordingSink.h"
+#include "tests/support/temporaryDirectory.h"
+#include "tests/support/turnedClock.h"
+#include "trendviewer/trendFiles.h"
+
+#include <filesystem>
+#include <functional>
+#include <future>
+#include <gmock/gmock.h>
+#include <regex>
+#include <stdexcept>
+
+namespace obrin::test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+/// Stands still, and tells when somebody asks for the time of day.
+class WatchedClock : public TurnedClock {
+public:
+    std::time_t wallTime() override {
+        if (onWallTime)
+            onWallTime();
+        return TurnedClock::wallTime();
+    }
+
+    std::function<void()> onWallTime;
+};
+
+/// Tells of each call while it lasts.
+class WatchedSink : public RecordingSink {
+public:
+    bool sendEvent(const char* timeText, double seconds, const char* name, const char* instance,
+                   const char* culprit) override {
+        if (onEvent)
+            onEvent(name);
+        return RecordingSink::sendEvent(timeText, seconds, name, instance, culprit);
+    }
+    bool sendUpperToleranceEvent(const char* name, const char* instance, double limit) override {
+        if (onTolerance)
+            onTolerance();
+        return RecordingSink::sendUpperToleranceEvent(name, instance, limit);
+    }
+
+    std::function<void(const std::string&)> onEvent;
+    std::function<void()> onTolerance;
+};
+
+/// A run of so many cycles over a machine whose swap space is used up, which the forecast of the first cycle
+/// says.
+class AgentRun : public testing::Test {
+protected:
+    AgentRun() {
+        std::filesystem::create_directory(home.path("data"));
+        systemPaths().meminfo = home.path("meminfo");
+        systemPaths().trimWorkFile = home.path("temp");
+        writeFile(systemPaths().meminfo, "SwapTotal: 100 kB\nSwapFree: 0 kB\n");
+        writeFile(resources, declarations);
+        clock.onWait([this](const char* what, std::chrono::seconds) {
+            if (std::string(what) == "sleep" && --cycles == 0)
+                continueExecuting = 0;
+        });
+    }
+    ~AgentRun() override {
+        const SystemPaths defaults;
+        systemPaths().meminfo = defaults.meminfo;
+        systemPaths().trimWorkFile = defaults.trimWorkFile;
+    }
+
+    int run() {
+        writeFile(home.path("AutoConfig.ini"), home.path("data/") + " archive.txt " + home.path("pad") +
+                                                   " analysis " + resources + " 1000 0 1 50 0 0\n");
+        return runAgent(2, "Lumetra", home.path("AutoConfig.ini"));
+    }
+
+    /// Whether a reader gets the trend-file lock now, and which declarations it would find.
+    std::string seen() const {
+        const int result = std::async(std::launch::async, [] {
+                               const int locked = trendViewerLockFiles();
+                               trendViewerUnlockFiles();
+                               return locked;
+                           }).get();
+        return std::string(result == 0 ? "unlocked" : "locked") + ", " +
+               (readFile(resources) == declarations ? "old declarations" : "new declarations");
+    }
+
+    const std::string declarations =
+        "BeginResourceDeclaration BeginResourceInput FindObject (PercentSwapSpaceUsed) FindInstance (i) "
+        "FindCounter (c) WindowSize -1. NameIs (Swap) AnalyticalMethod 1 UpperLimitAbs 0 UpperLimitCalc 0 "
+        "LowerLimitAbs 0 LowerLimitCalc 0 CulpritMarker (m) EndResourceInput EndResourceDeclaration\n";
+    TemporaryDirectory home;
+    CapturedLog log;
+    WatchedSink sink;
+    WatchedClock clock;
+    const std::string resources = home.path("resources.txt");
+    const std::string archive = home.path("data/archive.txt");
+    int cycles = 1;
+};
+
+TEST_F(AgentRun, StartWaitsOneSecondWithItsLogOpenAndThenSaysSo) {
+    std::vector<std::string> waits;
+    clock.onWait([&](const char* what, std::chrono::seconds time) {
+        waits.push_back(what + std::to_string(time.count()) +
+                        (std::filesystem::exists(systemPaths().log) ? " log" : "") + log.text());
+    });
+    writeFile(systemPaths().log, "of an earlier run");
+    testing::internal::CaptureStdout();
+    announceStart();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "libObrinagent.so starting. Log file is open!\n");
+    EXPECT_THAT(waits, ElementsAre("pause1 log"));
+    EXPECT_EQ(log.text(), "libObrinagent.so starting. Log file is open!\n");
+}
+
+TEST_F(AgentRun, CycleSamplesForecastsUnderTheLockUnlocksRewritesAndTrims) {
+    std::vector<std::string> steps;
+    sink.onTolerance = [&] {
+        EXPECT_EQ(std::ranges::count(readFile(archive), '\n'), 1);
+        std::filesystem::remove(archive); // for the trimming to find it gone
+        steps.push_back("forecast: " + seen());
+        clock.onWallTime = [&] {
+            clock.onWallTime = nullptr;
+            steps.push_back("rewriting: " + seen());
+        };
+    };
+    sink.onEvent = [&](const std::string& text) { steps.push_back(text + ": " + seen()); };
+    EXPECT_EQ(run(), 0);
+    EXPECT_THAT(steps,
+                ElementsAre("forecast: locked, old declarations", "rewriting: unlocked, old declarations",
+                            "Cannot Get Filesize of " + archive + ": unlocked, new declarations"));
+}
+
+TEST_F(AgentRun, ForecastThatFailsIsToldAndTheRunGoesOn) {
+    cycles = 2;
+    sink.onTolerance = [] { throw std::runtime_error("no room"); };
+    EXPECT_EQ(run(), 0);
+    ASSERT_EQ(sink.events.size(), 1U);
+    EXPECT_EQ(sink.events[0].timeText, "fatal");
+    EXPECT_EQ(sink.events[0].name, "Call To predictor Failed");
+    EXPECT_THAT(log.text(), HasSubstr("A step of the cycle was given up: no room\n"
+                                      "Failure of predictor. Error Code -1...exiting.\n"
+                                      "start sendEvent fatal 0.000000 Call To predictor Failed (null)\n"));
+    EXPECT_EQ(std::ranges::count(readFile(archive), '\n'), 2);
+    EXPECT_THAT(readFile(resources), StartsWith("/** Updated on "));
+}
+
+TEST_F(AgentRun, SamplingThatFailsIsToldEveryCycleAndTheForecastGoesOn) {
+    cycles = 2;
+    std::filesystem::create_directory(archive);
+    std::vector<std::string> texts;
+    EXPECT_EQ(run(), 0);
+    for (const auto& event : sink.events)
+        texts.push_back(event.timeText + " " + event.name);
+    EXPECT_THAT(texts, ElementsAre("fatal Call To RawDataRetrievalAndArchive Failed",
+                                   "fatal Call To RawDataRetrievalAndArchive Failed"));
+    EXPECT_THAT(log.text(), HasSubstr("\nFailure of RawDataRetrievalAndArchive. Error Code -1...exiting.\n"));
+    EXPECT_EQ(sink.upperEvents.size(), 1U);
+}
+
+TEST_F(AgentRun, StartDeletesTrendFilesThenResetsTheEventFlagsThenSamples) {
+    shownUpper = 1;
+    writeFile(home.path("data/oldBM.ini"), "x");
+    bool deleted = false;
+    sink.onTolerance = [&] { deleted = !std::filesystem::exists(home.path("data/oldBM.ini")); };
+    EXPECT_EQ(run(), 0);
+    EXPECT_TRUE(deleted);
+    EXPECT_THAT(log.text(), HasSubstr("\ntrendFiles: after deleteTrendFiles()  XStatus=1=0x00000001\n"
+                                      "Before setInitialEventStates()\n"
+                                      "\n************ TimeStamp = "));
+    EXPECT_EQ(sink.upperEvents.size(), 1U);
+}
+
+TEST_F(AgentRun, EndDeletesTrendFilesThenTheChainThenSaysSo) {
+    EXPECT_EQ(run(), 0);
+    const std::time_t now = clock.wallTime();
+    const std::regex end(
+        "\ntrendFiles: after deleteTrendFiles\\(\\)  XStatus=1=0x00000001\n"
+        "ScanUpChainDeletingAllLinks\\(pResourceClasp=08[0-9a-f]{8}\\) deleting pLink1=08[0-9a-f]{8}\n"
+        "Ending prediction\\. timeOfDay=" +
+        std::string(std::ctime(&now)) + "\n$");
+    const std::string text = log.text();
+    EXPECT_TRUE(std::regex_search(text, end)) << text;
+    EXPECT_EQ(pResourceClasp, nullptr);
+    EXPECT_FALSE(std::filesystem::exists(home.path("data/SwapiBM.ini")));
+}
+
+} // namespace
+} // namespace obrin::test
