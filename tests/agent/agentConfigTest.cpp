@@ -4,6 +4,7 @@
 #include "tests/support/recordingSink.h"
 #include "tests/support/temporaryDirectory.h"
 
+#include <cstdio>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <random>
@@ -46,6 +47,25 @@ TEST_F(AgentConfig, ElevenItemsByPosition) {
     EXPECT_TRUE(sink.events.empty());
     EXPECT_NE(log.text().find("enablepooltaggingflag = 1\nGrace period = 24 hours\n"), std::string::npos)
         << log.text();
+}
+
+TEST_F(AgentConfig, EveryItemIsTracedAndWhereDataGoesIsLogged) {
+    const auto traced = [](int item) {
+        char text[120];
+        std::snprintf(text, sizeof text,
+                      "\nObrinagent before fscanf() Argument=0x%08x\n"
+                      "\nObrinagent after  fscanf() Argument=0x%08x\n",
+                      static_cast<unsigned>(item), static_cast<unsigned>(item));
+        return std::string(text);
+    };
+    ASSERT_TRUE(read("home archive.txt pad analysis resources 60000 1 48 50 1 24"));
+    std::string expected = traced(1) +
+                           "smart_mkdir: drive is \nsmart_mkdir: directory is home\n"
+                           "Data will be stored in directory home\n" +
+                           traced(2) + "Archive data will be stored in file homearchive.txt\n";
+    for (int item = 3; item <= 11; ++item)
+        expected += traced(item);
+    EXPECT_EQ(log.text(), expected + "enablepooltaggingflag = 1\nGrace period = 24 hours\n");
 }
 
 TEST_F(AgentConfig, FileOfExactlyNineItemsStartsWithPoolTaggingOffAndNoGracePeriod) {

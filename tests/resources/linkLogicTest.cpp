@@ -191,12 +191,19 @@ TEST_F(LinkLogic, OnlyTheDisksThatWereNamedAreAdopted) {
     machine.numberOfDisks = [] { return 5; };
     EXPECT_EQ(run('D', inputText()), 1);
     EXPECT_THAT(identifiers(), ElementsAre("1 inst -1", "2 /dev/a / -2"));
-    disks.clear();
-    machine.disks = [](int, std::vector<DiskName>* names) {
-        names->assign(9, DiskName("x /x"));
-        return 2;
-    };
-    EXPECT_EQ(run('D', inputText()), 1); // the template is there already
+}
+
+TEST_F(LinkLogic, OfMoreNamesThanWereCountedOrToldOnlySoManyAreAdopted) {
+    for (const auto& [counted, told] : {std::pair{2, 3}, {3, 2}}) {
+        ScanUpChainDeletingAllLinks(&clasp);
+        machine.numberOfDisks = [counted] { return counted; };
+        machine.disks = [told](int, std::vector<DiskName>* names) {
+            *names = {DiskName("a /a"), DiskName("b /b"), DiskName("c /c")};
+            return told;
+        };
+        EXPECT_EQ(run('D', inputText()), 1);
+        EXPECT_THAT(identifiers(), ElementsAre("1 inst -1", "2 a /a -2", "3 b /b -2"));
+    }
 }
 
 TEST_F(LinkLogic, NoDisksLeaveTheTemplateAlone) {

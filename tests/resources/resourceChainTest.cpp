@@ -109,7 +109,9 @@ TEST_F(ResourceChain, ACopyTakesTheDeclarationAndStartsIdle) {
     link.DataArray[0] = 3.5;
     link.DataArray[1] = 4.5;
     link.sampleWords[1] = 6;
-    link.predictionWords[3] = 8;
+    link.SampleStatus = 7;
+    for (int i = 0; i < 4; ++i)
+        link.predictionWords[i] = 8 + i;
     link.RID = 4;
     link.AnalyticalMethod = 1;
     link.UpperLimitAbs = 1;
@@ -128,7 +130,8 @@ TEST_F(ResourceChain, ACopyTakesTheDeclarationAndStartsIdle) {
     EXPECT_EQ(copy->CulpritMarker, "marker");
     EXPECT_EQ(copy->DataArray[0] + copy->DataArray[1], 8);
     EXPECT_EQ(copy->sampleWords[1], 6);
-    EXPECT_EQ(copy->predictionWords[3], 8);
+    EXPECT_EQ(copy->SampleStatus, 7);
+    EXPECT_THAT(copy->predictionWords, ElementsAre(8, 9, 10, 11));
     EXPECT_EQ(copy->RID, 4);
     EXPECT_EQ(copy->AnalyticalMethod, 1);
     EXPECT_EQ(copy->UpperLimitAbs + 10 * copy->UpperLimitCalc, 21);

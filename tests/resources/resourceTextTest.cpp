@@ -258,6 +258,16 @@ TEST_F(ResourceText, TheWrittenFileIsExact) {
                   input("LogicalDisk") + "EndResourceDeclaration\n");
 }
 
+TEST_F(ResourceText, InstancesOfDisksAndProcessesAreNotWritten) {
+    parse(declaration(input("LogicalDisk") + input("Process")));
+    Link process = makeLink(2, "Process", "inst", "count", "123");
+    process.RID = 9;
+    ASSERT_EQ(CreateLinkInChainAndCopyData(&process), 1);
+    EXPECT_EQ(resourceTextFromChain(clasp, timeText),
+              "/** Updated on " + timeText + " **/\nBeginResourceDeclaration\n\n" + input("LogicalDisk") +
+                  input("Process") + "EndResourceDeclaration\n");
+}
+
 TEST_F(ResourceText, AWrittenFileParsesBackToTheSameTemplateLinksWithAutomaticWindows) {
     parse(declaration(input("Swap", "12", " odd (name\n/* kept ") + input("LogicalDisk") + input("Process")));
     clasp.pFirstLink->UpperLimitAbs = 1.7976931348623157e308;

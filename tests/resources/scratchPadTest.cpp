@@ -332,6 +332,17 @@ TEST_F(ScratchPadFile, ARecordThatCouldNotBeWrittenIsWrittenOnceItCan) {
     EXPECT_EQ(readFile(inner), record(2, 1, "a /a") + record(2, 2, "b /b"));
 }
 
+TEST_F(ScratchPadFile, ANumberWhoseRecordIsOnlyInMemoryOutlivesAForeignChange) {
+    const std::string inner = directory.path("gone/pad.txt");
+    ScratchPad pad(inner);
+    EXPECT_EQ(numberOf(pad, disk("a /a")), 1);
+    std::filesystem::create_directory(directory.path("gone"));
+    writeFile(inner, record(2, 5, "b /b"));
+    takeLinkFromChain(clasp.pFirstLink);
+    EXPECT_EQ(numberOf(pad, disk("a /a")), 1);
+    EXPECT_EQ(numberOf(pad, disk("b /b")), 5);
+}
+
 TEST_F(ScratchPadFile, ARecordThatDoesNotFitIsTakenBackWhole) {
     ScratchPad pad(clasp.ScratchPad);
     numberOf(pad, disk("a /a"));

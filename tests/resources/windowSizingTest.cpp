@@ -52,6 +52,7 @@ TEST_F(WindowSizing, AnAutomaticWindowIsATenthOfTheForecastAndSetsThePeriod) {
 TEST_F(WindowSizing, TheLongestWindowHoldsThreeHundredSamples) {
     add(-1);
     add(24);
+    add(1);
     AutoSizeWindows(&clasp);
     EXPECT_EQ(clasp.MillisecondsPerSample, 288000);
 }
@@ -62,6 +63,9 @@ TEST_F(WindowSizing, AGivenPeriodAndAWindowOfZeroStay) {
     AutoSizeWindows(&clasp);
     EXPECT_EQ(clasp.MillisecondsPerSample, 10000);
     EXPECT_EQ(link->WindowSize, 0);
+    clasp.MillisecondsPerSample = -2; // only -1 asks for a choice
+    AutoSizeWindows(&clasp);
+    EXPECT_EQ(clasp.MillisecondsPerSample, -2);
 }
 
 TEST_F(WindowSizing, AnEmptyChainAndHugeWindowsDoNotOverflowThePeriod) {
@@ -81,6 +85,17 @@ TEST_F(WindowSizing, AWindowShorterThanThePeriodIsResetAndLoggedTwice) {
     EXPECT_EQ(log.text(), "***Error: Sample interval of 600.00 sec is greater than window size of 360.00 sec "
                           "for 0 instance counter"
                           ">>>>>>Setting window size to 17280.00 sec\n");
+}
+
+TEST_F(WindowSizing, EveryWindowShorterThanThePeriodIsReset) {
+    clasp.MillisecondsPerSample = 600000;
+    Link* first = add(0.1);
+    Link* good = add(1);
+    Link* last = add(0.1);
+    EXPECT_EQ(SanityCheckChain(&clasp), -2);
+    EXPECT_DOUBLE_EQ(first->WindowSize, 4.8);
+    EXPECT_DOUBLE_EQ(good->WindowSize, 1);
+    EXPECT_DOUBLE_EQ(last->WindowSize, 4.8);
 }
 
 TEST_F(WindowSizing, AWindowOfExactlyOnePeriodStays) {

@@ -124,6 +124,13 @@ protected:
     }
     void make(const std::string& name) { test::writeFile(directory.path(name), "x"); }
     bool exists(const std::string& name) const { return std::filesystem::exists(directory.path(name)); }
+    /// The files of all resources or of the one.
+    void deleteSynchronized(bool all) {
+        if (all)
+            deleteTrendFilesSynchronized(&clasp);
+        else
+            deleteResourceTrendFilesSynchronized(&link);
+    }
 
     test::TemporaryDirectory directory;
     test::CapturedLog log;
@@ -193,6 +200,38 @@ TEST_F(TrendFileDeletion, OneResourcesFilesGoAndItsNeighboursStay) {
     EXPECT_TRUE(exists("PercentFreeSpaceUsed.cul"));
     EXPECT_TRUE(exists("PercentFreeSpaceUsed_dev_sda1__home.cul"));
     EXPECT_EQ(log.text(), "");
+}
+
+TEST_F(TrendFileDeletion, BothDeletionsAwaitAReaderAndLeaveTheLockFree) {
+    link.NameIs.assign("a");
+    for (bool all : {true, false}) {
+        make("aBM.ini");
+        test::TurnedClock clock;
+        LockHolder reader;
+        int pauses = 0;
+        clock.onWait([&](const char*, std::chrono::seconds) {
+            EXPECT_TRUE(exists("aBM.ini"));
+            if (++pauses == 2)
+                reader.release();
+        });
+        deleteSynchronized(all);
+        EXPECT_EQ(pauses, 2);
+        EXPECT_FALSE(exists("aBM.ini"));
+        const LockHolder next; // which expects to get it
+        EXPECT_EQ(pauses, 2);
+    }
+}
+
+TEST_F(TrendFileDeletion, AReaderThatKeepsTheLockPreventsNeitherDeletionAndStillHasIt) {
+    link.NameIs.assign("a");
+    for (bool all : {true, false}) {
+        make("aBM.ini");
+        test::TurnedClock clock;
+        const LockHolder reader;
+        deleteSynchronized(all);
+        EXPECT_FALSE(exists("aBM.ini"));
+        EXPECT_EQ(trendViewerLockFiles(), 5);
+    }
 }
 
 TEST_F(TrendFileDeletion, ShellCharactersInNamesAreTextAndNothingElse) {
