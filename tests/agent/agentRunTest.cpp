@@ -79,6 +79,7 @@ protected:
     int run() {
         writeFile(home.path("AutoConfig.ini"), home.path("data/") + " archive.txt " + home.path("pad") +
                                                    " analysis " + resources + " 1000 0 1 50 0 0\n");
+        beginExecuting();
         return runAgent(2, "Lumetra", home.path("AutoConfig.ini"));
     }
 
@@ -145,8 +146,7 @@ TEST_F(AgentRun, ForecastThatFailsIsToldAndTheRunGoesOn) {
     ASSERT_EQ(sink.events.size(), 1U);
     EXPECT_EQ(sink.events[0].timeText, "fatal");
     EXPECT_EQ(sink.events[0].name, "Call To predictor Failed");
-    EXPECT_THAT(log.text(), HasSubstr("A step of the cycle was given up: no room\n"
-                                      "Failure of predictor. Error Code -1...exiting.\n"
+    EXPECT_THAT(log.text(), HasSubstr("\nFailure of predictor. Error Code -1...exiting.\n"
                                       "start sendEvent fatal 0.000000 Call To predictor Failed (null)\n"));
     EXPECT_EQ(std::ranges::count(readFile(archive), '\n'), 2);
     EXPECT_THAT(readFile(resources), StartsWith("/** Updated on "));
