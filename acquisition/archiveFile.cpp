@@ -26,6 +26,21 @@ void logFailure(const char* what, const std::string& path, int error) {
     DEBUGMSG("Archive file %s: %s: %s\n", path.c_str(), what, std::strerror(error));
 }
 
+/// The archive open to be appended to; an owner of nothing, logged, when it cannot be opened or is no file.
+Descriptor openArchive(const std::string& path, struct stat& state) {
+    // O_NONBLOCK: a FIFO in the archive's place is refused instead of waited for.
+    Descriptor file = Descriptor::open(path, O_RDWR | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY);
+    if (!file || ::fstat(file.get(), &state) != 0) {
+        logFailure("cannot be opened", path, errno);
+        return {};
+    }
+    if (!S_ISREG(state.st_mode)) {
+        DEBUGMSG("Archive file %s: is a FIFO or a device, which keeps no history\n", path.c_str());
+        return {};
+    }
+    return file;
+}
+
 /// Offset just behind the last line feed within the last longestTornLine bytes before `size`; 0 for the start
 /// of the file, -1 when there is none or the file cannot be read.
 off_t endOfLastWholeLine(int fd, off_t size) {
@@ -61,21 +76,18 @@ bool cutTornTail(int fd, const std::string& path, off_t& size) {
 } // namespace
 
 bool appendArchiveLine(const std::string& path, std::string_view line) {
-    // O_NONBLOCK: a FIFO in the archive's place is refused instead of waited for.
-    Descriptor file = Descriptor::open(path, O_RDWR | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY);
     struct stat state;
-    if (!file || ::fstat(file.get(), &state) != 0) {
-        logFailure("cannot be opened", path, errno);
+    Descriptor file = openArchive(path, state);
+    if (!file)
         return false;
-    }
-    off_t size = S_ISREG(state.st_mode) ? state.st_size : 0;
+    off_t size = state.st_size;
     std::string text;
     if (!cutTornTail(file.get(), path, size))
         text.push_back('\n');
     text.append(line);
     if (!writeAll(file.get(), text.data(), text.size())) {
         const int error = errno;
-        if (S_ISREG(state.st_mode) && ::ftruncate(file.get(), size) != 0)
+        if (::ftruncate(file.get(), size) != 0)
             logFailure("half a line cannot be taken back", path, errno);
         logFailure("cannot be written", path, error);
         return false;
@@ -121,19 +133,18 @@ bool copyRest(int from, int to) {
 
 enum class Kept { done, noWorkFile, failed };
 
-/// Puts the newest `limit` bytes of `archive`, from a whole line on, into `workFile` and renames that over
+/// Puts the newest `limit` bytes of `archive`, from a whole line on, into `work` and renames that over
 /// `target`.
-Kept keepNewest(int archive, const struct stat& state, off_t limit, const std::string& workFile,
+Kept keepNewest(int archive, const struct stat& state, off_t limit, SideFile work,
                 const std::string& target) {
-    Descriptor work = Descriptor::open(workFile, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW);
-    if (!work)
+    if (!work.file)
         return Kept::noWorkFile;
-    if (::fchmod(work.get(), state.st_mode & 07777) == 0 && skipToNextLine(archive, state.st_size - limit) &&
-        copyRest(archive, work.get()) && ::fsync(work.get()) == 0 && work.close() == 0 &&
-        ::rename(workFile.c_str(), target.c_str()) == 0)
+    if (takeAttributes(work.file.get(), state) && skipToNextLine(archive, state.st_size - limit) &&
+        copyRest(archive, work.file.get()) && ::fsync(work.file.get()) == 0 && work.file.close() == 0 &&
+        ::rename(work.path.c_str(), target.c_str()) == 0)
         return Kept::done;
     const int error = errno;
-    ::unlink(workFile.c_str());
+    ::unlink(work.path.c_str());
     errno = error;
     return Kept::failed;
 }
@@ -152,10 +163,12 @@ int trim(const std::string& path, int megabytes) {
         error_exit("fatal", "Cannot Open Database File For Database Trimming");
         return 1;
     }
-    Kept kept = keepNewest(archive.get(), state, limit, systemPaths().trimWorkFile, target);
+    const std::string& temp = systemPaths().trimWorkFile;
+    Kept kept = keepNewest(archive.get(), state, limit,
+                           {Descriptor::open(temp, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW), temp}, target);
     if (kept == Kept::failed &&
         errno == EXDEV) // the archive lies on another file system than the working directory
-        kept = keepNewest(archive.get(), state, limit, target + ".new", target);
+        kept = keepNewest(archive.get(), state, limit, makeSideFile(target, 0600), target);
     if (kept == Kept::noWorkFile)
         error_exit("fatal", "Cannot Open Temp File For Database Trimming");
     else if (kept == Kept::failed)

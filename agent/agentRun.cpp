@@ -76,9 +76,17 @@ int cannotOpen(const std::string& configPath) {
     return 0;
 }
 
+/// Removes what a death left of files that were being replaced, where the run replaces any.
+void removeLeftovers(const Clasp& clasp) {
+    removeSideFiles(clasp.DataHomeDirectory);
+    removeSideFiles(linkTarget(clasp.HardDriveArchive));
+    removeSideFiles(linkTarget(clasp.ResourceText));
+}
+
 /// Everything between the configuration and the first cycle. False when the run cannot go on; that has been
 /// reported.
 bool startUp(Clasp* clasp) {
+    removeLeftovers(*clasp);
     if (validateResourceText(clasp) != 1) {
         reportFailedStep("validateResourceText");
         return false;

@@ -1,12 +1,13 @@
 #include "support/wholeFile.h"
 
-#include "support/handles.h"
+#include "support/clock.h"
 
 #include <cerrno>
-#include <climits>
+#include <cinttypes>
+#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
-#include <sys/stat.h>
+#include <sys/random.h>
 #include <unistd.h>
 
 namespace obrin {
@@ -39,42 +40,88 @@ std::string linkTarget(const std::string& path) {
 
 namespace {
 
-/// Where the new text is written: in the same directory, under a name no longer than the file system takes.
-std::string besideName(const std::string& target) {
-    const std::string suffix = ".new";
-    const std::size_t name = target.rfind('/') + 1; // 0 when there is none
-    return target.substr(0, name) + target.substr(name, NAME_MAX - suffix.size()) + suffix;
+constexpr std::string_view sideFileStart = ".lumetra-";
+constexpr std::size_t sideFileDigits = 16;
+
+/// The directory of a file as a prefix of names in it: up to and including the last "/", empty without one.
+std::string directoryPrefix(const std::string& path) {
+    return path.substr(0, path.rfind('/') + 1);
 }
 
-bool writeNewFile(const std::string& path, std::string_view content, const struct stat* old,
-                  Synchronise synchronise) {
-    Descriptor file = Descriptor::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW);
-    if (!file)
-        return false;
-    if (old != nullptr && ::fchmod(file.get(), old->st_mode & 07777) != 0)
-        return false;
-    return writeAll(file.get(), content.data(), content.size()) &&
-           (synchronise == Synchronise::no || ::fsync(file.get()) == 0) && file.close() == 0;
+/// A number that nobody foresees. Before the machine has gathered randomness the clock must do: whether the
+/// name is free is for the file system to say in any case.
+std::uint64_t unforeseen() {
+    std::uint64_t number = 0;
+    if (::getrandom(&number, sizeof number, GRND_NONBLOCK) != sizeof number)
+        number = static_cast<std::uint64_t>(systemClock().now().time_since_epoch().count());
+    return number;
+}
+
+bool isSideFile(std::string_view name) {
+    return name.size() == sideFileStart.size() + sideFileDigits && name.starts_with(sideFileStart) &&
+           name.find_first_not_of("0123456789abcdef", sideFileStart.size()) == std::string_view::npos;
+}
+
+bool fill(SideFile& side, std::string_view content, const struct stat* old, Synchronise synchronise) {
+    return (old == nullptr || takeAttributes(side.file.get(), *old)) &&
+           writeAll(side.file.get(), content.data(), content.size()) &&
+           (synchronise == Synchronise::no || ::fsync(side.file.get()) == 0) && side.file.close() == 0;
 }
 
 } // namespace
 
+SideFile makeSideFile(const std::string& target, unsigned mode) {
+    SideFile side;
+    int attempts = 100; // one is enough but for a name that somebody has
+    do {
+        char digits[sideFileDigits + 1];
+        std::snprintf(digits, sizeof digits, "%016" PRIx64, unforeseen());
+        side.path = directoryPrefix(target).append(sideFileStart).append(digits);
+        side.file = Descriptor::open(side.path, O_WRONLY | O_CREAT | O_EXCL, mode);
+    } while (!side.file && errno == EEXIST && --attempts > 0);
+    return side;
+}
+
+bool takeAttributes(int fd, const struct stat& old) {
+    // Only the superuser gives a file away; a group that the agent is in can still be kept. A change of owner
+    // takes permission bits away, so they come last.
+    static_cast<void>(::fchown(fd, old.st_uid, old.st_gid) == 0 ||
+                      ::fchown(fd, static_cast<uid_t>(-1), old.st_gid) == 0);
+    return ::fchmod(fd, old.st_mode & 07777) == 0;
+}
+
 bool replaceWholeFile(const std::string& path, std::string_view content, Synchronise synchronise) {
     const std::string target = linkTarget(path);
-    const std::string beside = besideName(target);
     struct stat old;
     const bool exists = ::stat(target.c_str(), &old) == 0;
     if (exists && !S_ISREG(old.st_mode)) {
         errno = EINVAL; // a device or a directory is nothing to rename over
         return false;
     }
-    if (writeNewFile(beside, content, exists ? &old : nullptr, synchronise) &&
-        ::rename(beside.c_str(), target.c_str()) == 0)
+    // Until it has the old file's permission bits, it is for nobody else to read.
+    SideFile side = makeSideFile(target, exists ? 0600 : 0666);
+    if (!side.file)
+        return false;
+    if (fill(side, content, exists ? &old : nullptr, synchronise) &&
+        ::rename(side.path.c_str(), target.c_str()) == 0)
         return true;
     const int reason = errno;
-    ::unlink(beside.c_str());
+    ::unlink(side.path.c_str());
     errno = reason;
     return false;
+}
+
+void removeSideFiles(const std::string& path) {
+    const std::string prefix = directoryPrefix(path);
+    const Directory directory(::opendir(prefix.empty() ? "." : prefix.c_str()));
+    if (!directory)
+        return;
+    const int fd = ::dirfd(directory.get());
+    struct stat state;
+    while (const dirent* entry = ::readdir(directory.get()))
+        if (isSideFile(entry->d_name) && ::fstatat(fd, entry->d_name, &state, AT_SYMLINK_NOFOLLOW) == 0 &&
+            S_ISREG(state.st_mode))
+            ::unlinkat(fd, entry->d_name, 0);
 }
 
 } // namespace obrin

@@ -1,8 +1,11 @@
 #pragma once
 
+#include "support/handles.h"
+
 #include <optional>
 #include <string>
 #include <string_view>
+#include <sys/stat.h>
 
 namespace obrin {
 
@@ -20,13 +23,32 @@ std::string linkTarget(const std::string& path);
 /// Whether a file is on the disk, and not only on its way there, before it takes its name.
 enum class Synchronise { yes, no };
 
-/// Puts `content` in the place of the file: written beside it under "<path>.new" (a name too long for that is
-/// cut before ".new"), synchronised to the disk, and renamed over it, so the name opens to the old or to the
-/// new text whole, also after a power cut. A symbolic link stays one: its target is replaced. The old file's
-/// permission bits are kept. False with errno on failure; the old file is then untouched and nothing is left
-/// beside it. Synchronising costs a millisecond and more: with Synchronise::no, for files that are made anew
-/// all the time, the promise holds but for a power cut, which may leave the file empty or torn.
+/// Puts `content` in the place of the file: written into a side file, synchronised to the disk, and renamed
+/// over it, so the name opens to the old or to the new text whole, also after a power cut. A symbolic link
+/// stays one: its target is replaced. The old file's permission bits are kept, and its owner and group as far
+/// as the agent may give them. False with errno on failure; the old file is then untouched and nothing is
+/// left beside it. Synchronising costs a millisecond and more: with Synchronise::no, for files that are made
+/// anew all the time, the promise holds but for a power cut, which may leave the file empty or torn.
 bool replaceWholeFile(const std::string& path, std::string_view content,
                       Synchronise synchronise = Synchronise::yes);
+
+/// A file that is to take another's place once it is whole. It lies in the same directory under a name of its
+/// own, which is nobody's: ".lumetra-" and 16 random hexadecimal digits.
+struct SideFile {
+    Descriptor file; ///< open for writing; an owner of nothing, with errno, when it could not be made
+    std::string path;
+};
+
+/// Makes a side file for `target`, which need not exist, with these permission bits less the umask.
+SideFile makeSideFile(const std::string& target, unsigned mode);
+
+/// Gives a file the permission bits of `old`, and its owner and group as far as the agent may. False with
+/// errno when the permission bits cannot be set.
+bool takeAttributes(int fd, const struct stat& old);
+
+/// Removes the side files in the directory that `path` has in front of its last "/": what a death left of
+/// files that were being replaced. Regular files of exactly that form of name; nothing else is touched. Not
+/// for a moment in which another thread replaces a file there.
+void removeSideFiles(const std::string& path);
 
 } // namespace obrin

@@ -108,8 +108,6 @@ std::int32_t deleteTrendFiles(Clasp* clasp) {
     if (home.empty())
         return 1;
     const std::int32_t status = removeMatching(home + "/", *clasp, [](std::string_view name) {
-        if (name.ends_with(".new")) // what a death left of a file that was being replaced
-            name.remove_suffix(4);
         return !name.starts_with('.') &&
                (name.ends_with(".cul") || name.ends_with(".ini") || name.ends_with(".gnp"));
     });

@@ -10,7 +10,9 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -72,12 +74,13 @@ TEST_F(ArchiveFile, FileOfOneTornLineBecomesTheNewLine) {
     EXPECT_EQ(readFile(archive), "2 3 0 41.30 \n");
 }
 
-TEST_F(ArchiveFile, LineThatDoesNotFitIsTakenBack) {
-    writeFile(archive, "1 3 0 41.27 \n");
+TEST_F(ArchiveFile, LineThatDoesNotFitIsTakenBackAndTheReasonLogged) {
+    const std::string before = lines(2000); // leaves the log, which suffers the same limit, room for its line
+    writeFile(archive, before);
     const pid_t child = ::fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
-        const rlimit limit{20, 20};
+        const rlimit limit{2005, 2005};
         ::signal(SIGXFSZ, SIG_IGN);
         ::setrlimit(RLIMIT_FSIZE, &limit);
         ::_exit(appendArchiveLine(archive, "2 3 0 41.30 \n") ? 1 : 0);
@@ -85,24 +88,44 @@ TEST_F(ArchiveFile, LineThatDoesNotFitIsTakenBack) {
     int status = -1;
     ::waitpid(child, &status, 0);
     EXPECT_EQ(status, 0);
-    EXPECT_EQ(readFile(archive), "1 3 0 41.27 \n");
+    EXPECT_EQ(readFile(archive), before);
+    EXPECT_EQ(log.text(), "Archive file " + archive + ": cannot be written: File too large\n");
     EXPECT_TRUE(appendArchiveLine(archive, "3 3 0 41.30 \n"));
-    EXPECT_EQ(readFile(archive), "1 3 0 41.27 \n3 3 0 41.30 \n");
+    EXPECT_EQ(readFile(archive), before + "3 3 0 41.30 \n");
 }
 
-TEST_F(ArchiveFile, ArchiveThatCannotBeWrittenIsNamedInTheLogWithTheReason) {
-    EXPECT_FALSE(appendArchiveLine("/dev/full", "1 3 0 41.27 \n"));
-    EXPECT_NE(log.text().find("Archive file /dev/full: cannot be written: No space left on device"),
-              std::string::npos);
+TEST_F(ArchiveFile, ArchiveThatCannotBeOpenedIsNamedInTheLogWithTheReason) {
     EXPECT_FALSE(appendArchiveLine(directory.path("missing/archive"), "1 \n"));
-    EXPECT_NE(log.text().find("cannot be opened: No such file or directory"), std::string::npos);
+    EXPECT_NE(log.text().find("Archive file " + directory.path("missing/archive") +
+                              ": cannot be opened: No such file or directory\n"),
+              std::string::npos);
     EXPECT_FALSE(appendArchiveLine(directory.path(""), "1 \n"));
 }
 
-TEST_F(ArchiveFile, FifoInTheArchivesPlaceDoesNotHoldTheAgent) {
+TEST_F(ArchiveFile, AFifoASocketOrADeviceInTheArchivesPlaceIsRefusedWithALogLine) {
+    const std::string socket = directory.path("socket");
+    const std::string device = directory.path("device");
     ASSERT_EQ(::mkfifo(archive.c_str(), 0600), 0);
-    appendArchiveLine(archive, "1 3 0 41.27 \n");
-    SUCCEED();
+    const int listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{AF_UNIX, {}};
+    ASSERT_LT(socket.size(), sizeof address.sun_path);
+    socket.copy(address.sun_path, sizeof address.sun_path - 1);
+    ASSERT_EQ(::bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    ::close(listener);
+    ASSERT_EQ(::symlink("/dev/null", device.c_str()), 0);
+
+    for (const std::string& path : {archive, device, socket}) {
+        EXPECT_FALSE(appendArchiveLine(path, "1 3 0 41.27 \n"));
+        const std::string line = path == socket ? ": cannot be opened: No such device or address\n"
+                                                : ": is a FIFO or a device, which keeps no history\n";
+        EXPECT_NE(log.text().find("Archive file " + path + line), std::string::npos) << log.text();
+    }
+    // Opened without a partner, a FIFO would still hand out what had been put into it.
+    const int fifo = ::open(archive.c_str(), O_RDWR | O_NONBLOCK);
+    char byte = 0;
+    EXPECT_EQ(::read(fifo, &byte, 1), -1);
+    EXPECT_EQ(errno, EAGAIN);
+    ::close(fifo);
 }
 
 TEST_F(ArchiveFile, ArchiveOfExactlyATenthOverTheLimitIsLeftAloneAndOneByteMoreIsCut) {
@@ -156,10 +179,14 @@ TEST_F(ArchiveFile, ArchiveWithoutALineFeedBehindTheCutBecomesEmpty) {
     EXPECT_EQ(readFile(archive), "");
 }
 
-TEST_F(ArchiveFile, PermissionsAndSymbolicLinkSurviveTheTrimming) {
+TEST_F(ArchiveFile, PermissionsOwnerAndSymbolicLinkSurviveTheTrimming) {
     const std::string real = directory.path("elsewhere.txt");
     writeFile(real, lines(2000000));
     ASSERT_EQ(::chmod(real.c_str(), 0640), 0);
+    const bool mayGiveAway = ::geteuid() == 0;
+    if (mayGiveAway) {
+        ASSERT_EQ(::chown(real.c_str(), 1234, 2345), 0);
+    }
     ASSERT_EQ(::symlink(real.c_str(), archive.c_str()), 0);
     EXPECT_EQ(trim(archive, 1), 1);
     EXPECT_TRUE(std::filesystem::is_symlink(archive));
@@ -167,6 +194,7 @@ TEST_F(ArchiveFile, PermissionsAndSymbolicLinkSurviveTheTrimming) {
     ASSERT_EQ(::stat(real.c_str(), &state), 0);
     EXPECT_LE(state.st_size, 1048576);
     EXPECT_EQ(state.st_mode & 0777U, 0640U);
+    EXPECT_TRUE(!mayGiveAway || (state.st_uid == 1234 && state.st_gid == 2345));
 }
 
 TEST_F(ArchiveFile, WorkFileOnAnotherFileSystemIsCopedWith) {
@@ -176,6 +204,7 @@ TEST_F(ArchiveFile, WorkFileOnAnotherFileSystemIsCopedWith) {
         here.st_dev == there.st_dev)
         GTEST_SKIP() << "no second file system at /dev/shm";
     systemPaths().trimWorkFile = "/dev/shm/lumetra-trim-" + std::to_string(::getpid());
+    writeFile(archive + ".new", "somebody's");
     const std::string text = lines(2000000);
     writeFile(archive, text);
     EXPECT_EQ(trim(archive, 1), 1);
@@ -184,7 +213,9 @@ TEST_F(ArchiveFile, WorkFileOnAnotherFileSystemIsCopedWith) {
     EXPECT_TRUE(text.ends_with(kept));
     EXPECT_GT(kept.size(), 0U);
     EXPECT_FALSE(std::filesystem::exists(systemPaths().trimWorkFile));
-    EXPECT_FALSE(std::filesystem::exists(archive + ".new"));
+    // Nothing else was left in the directory, and a file that only looked like a work file is still there.
+    EXPECT_EQ(readFile(archive + ".new"), "somebody's");
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.path()), {}), 2);
 }
 
 TEST_F(ArchiveFile, WorkFileThatCannotBeMadeIsReportedAndTheArchiveStays) {

@@ -8,6 +8,7 @@ Knows the file formats on its own and shares nothing with the agent's code. The 
   RID   identifiers: a resource keeps its number, a number never names two resources
   LOG   debug log: bounded, one backup, no holes
   TREND trend and culprit files: none are left when the agent has ended
+  SIDE  side files: none is left of a file that was replaced
 
 As a command: check_home.py HOME [--config FILE] [--before DIR] [--trimmed] [--killed] [--scratch-pad-lossy]
 A "before" directory is an earlier copy of the home. Exit status 0 when every promise holds.
@@ -178,6 +179,11 @@ def parse_scratch_pad(text):
     return records
 
 
+def side_files(directory):
+    """Names of files there that were to take another's place."""
+    return [name for name in os.listdir(directory) if re.fullmatch(r"\.lumetra-[0-9a-f]{16}", name)]
+
+
 class Checker:
     """Collects what is wrong. Every method adds lines "CODE what" to `problems`."""
 
@@ -338,8 +344,8 @@ class Checker:
                 path = os.path.join(place, name)
                 if path in self.layout.files().values():
                     continue
-                if name.endswith(".new") or (place == self.layout.bin and name == "temp"):
-                    self.wrong("ARCH" if name == "temp" else "DECL", f"a work file is left: {path}")
+                if name in side_files(place) or (place == self.layout.bin and name == "temp"):
+                    self.wrong("ARCH" if name == "temp" else "SIDE", f"a work file is left: {path}")
                 if place == self.layout.data and name.endswith((".ini", ".gnp", ".cul")):
                     self.wrong("TREND", f"a trend file is left: {path}")
 

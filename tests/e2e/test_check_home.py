@@ -101,7 +101,7 @@ class Checking(unittest.TestCase):
         write(self.home.layout.log, "x" * (check_home.LOG_LIMIT + 1))
         self.assertEqual(self.problems(), ["LOG"])
         write(self.home.layout.log, "")
-        for path, code in ((self.home.at("bin", "temp"), "ARCH"), (self.home.layout.declarations + ".new", "DECL"),
+        for path, code in ((self.home.at("bin", "temp"), "ARCH"), (self.home.at("config", ".lumetra-0123456789abcdef"), "SIDE"),
                            (self.home.at("data", "xBM.ini"), "TREND"), (self.home.layout.log + ".2", "LOG")):
             write(path, "")
             self.assertEqual(self.problems(), [code], path)

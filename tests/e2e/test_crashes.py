@@ -3,13 +3,25 @@
 import os
 import shutil
 import signal
+import subprocess
 import time
 import unittest
 
 import check_home
-from agent_home import DISK_SPACE, FEW, HEADING, AgentTest, Running, needs_tool, read, write
+from agent_home import DISK_SPACE, FEW, HEADING, AgentTest, Running, is_sanitized, needs_tool, read, write
 
 ROWS = "/dev/a 1000 250 750 25% /\n/dev/b 1000 500 500 50% /proc\n"
+# Makes the random names of side files known, so that the calls on them can be watched.
+NOTHING_RANDOM = """
+#include <string.h>
+#include <sys/random.h>
+ssize_t getrandom(void* buffer, size_t size, unsigned flags) {
+    (void)flags;
+    memset(buffer, 0, size);
+    return (ssize_t)size;
+}
+"""
+SIDE_FILE = ".lumetra-" + 16 * "0"
 ROOM = "/dev/shm" if os.access("/dev/shm", os.W_OK) else "/tmp"
 
 
@@ -37,11 +49,14 @@ class C1_Killed(CrashTest):
     CALLS = ("write", "rename", "unlink", "openat", "ftruncate", "fsync", "close")
 
     @needs_tool("strace")
+    @needs_tool("cc")
     def test_C1_a_kill_at_every_step_on_every_file_leaves_all_in_order_and_a_clean_next_start(self):
         model = self.grown_home(trimming=True)
         for name in ("space", "inodes"):  # a new disk, so that the scratch pad grows, too
             write(model.at("stub", name), HEADING + ROWS + "/dev/c 1000 750 250 75% /dev\n")
+        self.made_known = self.shim()
         deaths = 0
+        left = 0
         for call in self.CALLS:
             place, step = 1, 1
             while True:
@@ -52,24 +67,38 @@ class C1_Killed(CrashTest):
                 if not killed:
                     break
                 deaths += 1
+                left += killed == "side file left"
                 # Trimming copies block by block: its later blocks are all alike.
                 step = 1 if place < 24 else 8
                 place += step
         self.assertGreater(deaths, 40)
+        if self.made_known:
+            self.assertGreater(left, 2, "deaths between the making of a side file and its renaming")
+
+    def shim(self):
+        """Variables that make the names of side files known; none where nothing can be loaded before the agent."""
+        if is_sanitized():
+            return {}
+        home = self.home()
+        write(home.at("shim.c"), NOTHING_RANDOM)
+        subprocess.run(["cc", "-shared", "-fPIC", "-o", home.at("shim.so"), home.at("shim.c")], check=True)
+        return {"LD_PRELOAD": home.at("shim.so")}
 
     def kill_at(self, home, call, place):
         """One run that dies at the given call, and the next start. False when the run came to its end."""
         before = home.snapshot()
         watched = []
-        for path in home.layout.files().values():
-            for file in (path, path + ".new"):
-                watched += ["-P", file, "-P", os.path.relpath(file, home.layout.bin)]
+        side_file = home.at("config", SIDE_FILE)
+        for file in (*home.layout.files().values(), side_file):
+            watched += ["-P", file, "-P", os.path.relpath(file, home.layout.bin)]
         watched += ["-P", "temp", "-P", home.at("bin", "temp")]
         prefix = ["strace", "-f", "-qq", "-o", home.at("strace.txt"), *watched,
                   "-e", f"inject={call}:signal=KILL:when={place}"]
-        result = Running(home, "--cycles", 2, "--limit-ms", 20000, prefix=prefix).finish(40)
+        result = Running(home, "--cycles", 2, "--limit-ms", 20000, prefix=prefix,
+                         environment=home.environment(**self.made_known)).finish(40)
         if result.status == 0:
             return False
+        left = os.path.exists(side_file)
         self.assertEqual(result.status, -signal.SIGKILL, f"{call} {place}: {result.output[-500:]}")
         where = f"killed at {call} {place}: {read(home.at('strace.txt'))[-400:]}"
         self.assertEqual(check_home.check(home.layout, before=before, killed=True, trimmed=True), [], where)
@@ -81,9 +110,30 @@ class C1_Killed(CrashTest):
         # Before the agent died, or after: nothing that was there is lost, and nothing torn is left.
         self.assertEqual(check_home.check(home.layout, before=dead, killed=True, trimmed=True), [], where)
         self.assertTrue(home.snapshot()["archive"].endswith(b"\n"), where)
-        self.assertFalse(os.path.exists(home.layout.declarations + ".new"), where)
+        self.assertEqual(check_home.side_files(home.at("config")) + check_home.side_files(home.at("data")), [], where)
         self.assertIsNotNone(home.number_of("/dev"), where)
-        return True
+        return "side file left" if left else "killed"
+
+    def test_C1_a_start_removes_what_a_death_left_of_replaced_files_and_nothing_of_others(self):
+        home = self.home()
+        os.mkdir(home.at("elsewhere"))
+        os.rename(home.layout.declarations, home.at("elsewhere", "real.txt"))
+        os.symlink("../elsewhere/real.txt", home.layout.declarations)
+        places = ("data", "config", "elsewhere")
+        others = [home.at("data", name) for name in ("BM.ini.new", "x.gnp.new", "x.cul.new")]
+        others += [home.at(place, name) for place in places for name in (".lumetra-0123", ".lumetra-backup")]
+        others += [home.layout.declarations + ".new", home.at("elsewhere", "real.txt.new"),
+                   home.at("elsewhere", ".lumetra-0123456789ABCDEF")]
+        for path in others:
+            write(path, "somebody's")
+        for place in ("data", "elsewhere"):
+            write(home.at(place, ".lumetra-0123456789abcdef"), "half")
+        self.run_agent(home, "--cycles", 2)
+        for place in ("data", "elsewhere"):
+            self.assertEqual(check_home.side_files(home.at(place)), [])
+        for path in others:
+            self.assertEqual(read(path), "somebody's", path)
+        self.assertIn("Updated on", read(home.at("elsewhere", "real.txt")))
 
     def test_C1_a_kill_at_any_time_is_survived(self):
         home = self.grown_home()

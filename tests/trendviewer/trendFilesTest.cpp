@@ -146,14 +146,15 @@ TEST_F(TrendFileDeletion, EmptyDataDirectoryIsASuccess) {
 }
 
 TEST_F(TrendFileDeletion, TrendAndCulpritFilesGoAndOthersStay) {
-    for (const char* name : {"aBM.ini", "aBMPRD.gnp", "aBMSMP.gnp", "a.cul", "aBM.ini.new", "x.new",
-                             "archive.txt", "ini", ".hidden.ini", "x.inix"})
+    for (const char* name : {"aBM.ini", "aBMPRD.gnp", "aBMSMP.gnp", "a.cul", "aBM.ini.new", "a.gnp.new",
+                             "a.cul.new", "x.new", "archive.txt", "ini", ".hidden.ini", "x.inix"})
         make(name);
     std::filesystem::create_directory(directory.path("folder.ini"));
     EXPECT_EQ(deleteTrendFiles(&clasp), 1);
-    for (const char* name : {"aBM.ini", "aBMPRD.gnp", "aBMSMP.gnp", "a.cul", "aBM.ini.new"})
+    for (const char* name : {"aBM.ini", "aBMPRD.gnp", "aBMSMP.gnp", "a.cul"})
         EXPECT_FALSE(exists(name)) << name;
-    for (const char* name : {"x.new", "archive.txt", "ini", ".hidden.ini", "x.inix", "folder.ini"})
+    for (const char* name : {"aBM.ini.new", "a.gnp.new", "a.cul.new", "x.new", "archive.txt", "ini",
+                             ".hidden.ini", "x.inix", "folder.ini"})
         EXPECT_TRUE(exists(name)) << name;
 }
 

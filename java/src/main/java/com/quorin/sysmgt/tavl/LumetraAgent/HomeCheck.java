@@ -16,9 +16,9 @@ import java.util.regex.Pattern;
 final class HomeCheck {
 
     private static final int MOST_NAMES = 10;
-    private static final Pattern DELETED = Pattern.compile("[^.].*\\.(cul|ini|gnp)(\\.new)?", Pattern.DOTALL);
+    private static final Pattern DELETED = Pattern.compile("[^.].*\\.(cul|ini|gnp)", Pattern.DOTALL);
     private static final Pattern AGENTS_OWN = Pattern.compile("(.*BM\\.ini|.*BMPRD\\.gnp|.*BMSMP\\.gnp"
-            + "|Percent(Processes|SwapSpace|FileDescriptors)Used\\.cul)(\\.new)?", Pattern.DOTALL);
+            + "|Percent(Processes|SwapSpace|FileDescriptors)Used\\.cul)", Pattern.DOTALL);
 
     private final CheckHome home;
     private final Path configuration;
