@@ -36,29 +36,10 @@ bool readInput(InputReading& input, const std::string& object, const InstanceEnu
     return result != -1;
 }
 
-/// Whether an input begins in what the parse did not reach. An open comment may have swallowed one: its words
-/// count.
-bool holdsInput(std::string_view unread) {
-    TextScanner text(unread);
-    bool commentsClose = true;
-    while (const auto token = text.word()) {
-        const int code = ResourceDeclarationPiston(*token);
-        if (code == beginInputKey || code == findObjectKey)
-            return true;
-        if (code != openingCommentKey || !commentsClose)
-            continue;
-        const std::size_t inside = text.position();
-        commentsClose = CommentFunction(*token, text) == 1;
-        if (!commentsClose)
-            text.moveTo(inside);
-    }
-    return false;
-}
-
 const char* lossOf(const InputReading& input, bool sawFile, std::string_view unread) {
     if (sawFile)
         return "an input of object File has no place in it";
-    if (input.losses.input || holdsInput(unread))
+    if (input.losses.input || (!input.losses.ended && holdsInput(unread)))
         return "it holds an input that was not read";
     if (input.losses.argument)
         return "an argument in it was cut";
@@ -92,7 +73,7 @@ ParseResult parseResourceText(std::string_view text, Clasp* clasp, ScratchPad& s
     InputReading input{scanner, scratchPad, clasp};
     bool sawFile = false;
     bool linkMissing = false;
-    if (ScanForKeyCode(beginDeclarationKey, scanner, &input.losses) != 1) {
+    if (ScanForKeyCode(beginDeclarationKey, scanner) != 1) { // what stands before it declares nothing
         DEBUGMSG("\n\nStr 'BeginResourceDeclaration' not found res.txt %s.\n\n", file);
         return {};
     }
@@ -103,6 +84,7 @@ ParseResult parseResourceText(std::string_view text, Clasp* clasp, ScratchPad& s
             return {};
         }
         input.linkMissing = false;
+        input.losses.ended = false; // an end before this input was none
         sawFile = sawFile || token == "File";
         if (!readInput(input, token, instances))
             return {};

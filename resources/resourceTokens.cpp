@@ -60,9 +60,11 @@ int ScanForKeyCode(int code, TextScanner& text, ParseLosses* losses) {
             return 1;
         if (CommentFunction(*token, text) == -1)
             return -1;
+        if (losses == nullptr)
+            continue;
         const bool beginsInput = found == findObjectKey || (found == beginInputKey && code != findObjectKey);
-        if (beginsInput && losses != nullptr)
-            losses->input = true;
+        losses->ended = losses->ended || found == endDeclarationKey;
+        losses->input = losses->input || (beginsInput && !losses->ended);
     }
     return -1;
 }
@@ -73,13 +75,35 @@ int CommentFunction(std::string_view token, TextScanner& text) {
     return text.skipPastWord(ClosingCommentText) ? 1 : -1;
 }
 
+bool holdsInput(std::string_view unread) {
+    TextScanner text(unread);
+    bool commentsClose = true;
+    while (const auto token = text.word()) {
+        const int code = ResourceDeclarationPiston(*token);
+        if (code == endDeclarationKey)
+            return false;
+        if (code == beginInputKey || code == findObjectKey)
+            return true;
+        if (code != openingCommentKey || !commentsClose)
+            continue;
+        const std::size_t inside = text.position();
+        commentsClose = CommentFunction(*token, text) == 1;
+        if (!commentsClose)
+            text.moveTo(inside);
+    }
+    return false;
+}
+
 int RetrieveArgument(std::string* argument, TextScanner& text, ParseLosses* losses) {
+    std::string_view skipped;
     std::string_view taken;
-    if (!takeUpTo('(', text, &taken) || !takeUpTo(')', text, &taken))
+    if (!takeUpTo('(', text, &skipped) || !takeUpTo(')', text, &taken))
         return -1;
     const std::string_view kept = taken.substr(0, std::min(taken.find('\0'), longestArgument));
-    if (kept.size() < taken.size() && losses != nullptr)
-        losses->argument = true;
+    if (losses != nullptr) {
+        losses->argument = losses->argument || kept.size() < taken.size();
+        losses->input = losses->input || (!losses->ended && holdsInput(skipped));
+    }
     argument->assign(kept);
     return 1;
 }

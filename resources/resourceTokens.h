@@ -57,6 +57,7 @@ inline constexpr std::size_t longestArgument = 127;
 
 /// What a reading passed over or dropped although a user may have meant it.
 struct ParseLosses {
+    bool ended = false; ///< the end of the declaration was passed: words behind it declare nothing
     bool input = false; ///< the beginning of a resource input was skipped in the search for another keyword
     bool argument = false; ///< an argument was cut
 };
@@ -66,15 +67,21 @@ int ResourceDeclarationPiston(std::string_view token);
 
 /// Moves behind the next keyword of that code, skipping all other words and whole comments. 1; -1 at the end
 /// of the text or in a comment that is not closed. Notes in `losses`, when given, that an input's beginning
-/// was skipped.
+/// was skipped before the end of the declaration.
 int ScanForKeyCode(int code, TextScanner& text, ParseLosses* losses = nullptr);
 
 /// When `token` is "/*", moves behind the next "*/". 1; -1 when there is none, at the end of the text then.
 int CommentFunction(std::string_view token, TextScanner& text);
 
+/// Whether a resource input begins in a part of the declaration that nothing else took: one of its first two
+/// keywords stands there, before the end of the declaration and outside of comments. An open comment may have
+/// swallowed one: its words count.
+bool holdsInput(std::string_view unread);
+
 /// Puts what stands between the next "(" and the ")" after it into `argument`, at most longestArgument bytes,
 /// and moves behind the ")". 1; -1 when the text ends first, `argument` is then of no use. A byte of value
-/// 255 ends the text here.
+/// 255 ends the text here. Notes in `losses`, when given, that bytes were dropped or that an input began
+/// before the "(".
 int RetrieveArgument(std::string* argument, TextScanner& text, ParseLosses* losses = nullptr);
 
 } // namespace obrin

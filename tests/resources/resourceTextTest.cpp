@@ -203,10 +203,35 @@ TEST_F(ResourceText, ACommentBetweenInputsEndsTheDeclarationAndTheFileIsLeftAlon
     }
 }
 
-TEST_F(ResourceText, WordsAndCommentsBehindTheDeclarationDoNotKeepItFromBeingRewritten) {
-    EXPECT_EQ(parse(declaration(input("Swap")) + "written by hand /* FindObject */ /* open"), 1);
-    EXPECT_TRUE(clasp.declarationsComplete);
-    EXPECT_FALSE(leftAlone());
+TEST_F(ResourceText, KeywordsBeforeAndBehindTheDeclarationDoNotKeepItFromBeingRewritten) {
+    const std::string swap = declaration(input("Swap"));
+    std::string withoutEnd = swap; // its last input goes on behind the declaration
+    withoutEnd.replace(withoutEnd.find("EndResourceInput"), 16, "");
+    for (const std::string& text :
+         {swap + "written by hand /* FindObject */ /* open", swap + "BeginResourceInput FindObject (Old)",
+          swap + input("Old"), "FindObject BeginResourceInput EndResourceDeclaration\n" + swap,
+          input("Early") + swap, withoutEnd + "FindObject (Old) BeginResourceInput",
+          swap.substr(0, swap.find("EndResourceDeclaration")) +
+              "/* of one input */ EndResourceDeclaration"}) {
+        ScanUpChainDeletingAllLinks(&clasp);
+        EXPECT_EQ(parse(text), 1) << text;
+        EXPECT_THAT(chain(), ElementsAre("Swap 1")) << text;
+        EXPECT_TRUE(clasp.declarationsComplete) << text;
+        EXPECT_FALSE(leftAlone()) << text;
+    }
+    EXPECT_THAT(log.text(), Not(HasSubstr("is not rewritten")));
+}
+
+TEST_F(ResourceText, AnEndBeforeTheFirstInputIsNone) {
+    EXPECT_EQ(parse(declaration("EndResourceDeclaration " + input("Swap") + "word " + input("Ignored"))), 1);
+    EXPECT_THAT(chain(), ElementsAre("Swap 1"));
+    EXPECT_TRUE(leftAlone());
+}
+
+TEST_F(ResourceText, AWordBetweenInputsEndsTheDeclarationAndTheFileIsLeftAlone) {
+    EXPECT_EQ(parse(declaration(input("Swap") + "word " + input("Ignored"))), 1);
+    EXPECT_THAT(chain(), ElementsAre("Swap 1"));
+    EXPECT_TRUE(leftAlone());
 }
 
 TEST_F(ResourceText, AnInputThatAnotherSwallowedKeepsTheFileFromBeingRewritten) {
@@ -218,8 +243,11 @@ TEST_F(ResourceText, AnInputThatAnotherSwallowedKeepsTheFileFromBeingRewritten) 
     EXPECT_THAT(log.text(), HasSubstr("is not rewritten in this run: it holds an input that was not read\n"));
 }
 
-TEST_F(ResourceText, AnInputBeforeTheDeclarationKeepsTheFileFromBeingRewritten) {
-    EXPECT_EQ(parse(input("Early") + declaration(input("Swap"))), 1);
+TEST_F(ResourceText, AnInputInTheWayOfAnArgumentKeepsTheFileFromBeingRewritten) {
+    std::string text = declaration(input("Swap") + input("Swallowed"));
+    text.replace(text.find("(mark)"), 6, "");
+    EXPECT_EQ(parse(text), 1);
+    EXPECT_THAT(chain(), ElementsAre("Swap 1"));
     EXPECT_TRUE(leftAlone());
 }
 
@@ -426,7 +454,8 @@ TEST_F(ResourceText, ARewriteThatDoesNotFitLeavesTheOldFile) {
     ::setrlimit(RLIMIT_FSIZE, &old);
     std::signal(SIGXFSZ, handler);
     EXPECT_EQ(file(), before);
-    EXPECT_FALSE(std::filesystem::exists(clasp.ResourceText + ".new"));
+    const auto files = std::filesystem::directory_iterator(directory.path());
+    EXPECT_EQ(std::distance(files, {}), 2) << "something is left beside declarations and scratch pad";
     EXPECT_FALSE(leftAlone());
 }
 
