@@ -24,10 +24,17 @@ bool isDigit(char byte) {
     return byte >= '0' && byte <= '9';
 }
 
+/// Moves behind "<number>$", which says which argument is meant: all are alike here.
+void skipPosition(std::string_view text, std::size_t& at) {
+    const std::size_t digits = text.find_first_not_of("0123456789", at);
+    if (digits != std::string_view::npos && digits > at && text[digits] == '$')
+        at = digits + 1;
+}
+
 /// Digits, or a "*" whose argument would be 0. Saturates.
 std::size_t readCount(std::string_view text, std::size_t& at) {
     if (at < text.size() && text[at] == '*') {
-        ++at;
+        skipPosition(text, ++at);
         return 0;
     }
     std::size_t count = 0;
@@ -40,6 +47,7 @@ std::size_t readCount(std::string_view text, std::size_t& at) {
 Conversion readConversion(std::string_view text) {
     Conversion found;
     std::size_t at = 1;
+    skipPosition(text, at);
     for (; at < text.size(); ++at) {
         const char flag = text[at];
         if (flag == '-')

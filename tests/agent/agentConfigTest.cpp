@@ -99,7 +99,12 @@ TEST_F(AgentConfig, EachMissingItemIsLoggedAndReportedWithItsOwnText) {
     std::string text;
     for (int missing = 0; missing < 9; ++missing) {
         sink.events.clear();
+        const std::size_t logged = log.text().size();
         EXPECT_FALSE(read(text)) << missing;
+        EXPECT_NE(
+            log.text().find("\n\nEOF has been prematurely reached in file /etc/AutoConfig.ini.\n\n", logged),
+            std::string::npos)
+            << missing;
         if (failures[missing] == nullptr) {
             EXPECT_TRUE(sink.events.empty());
         } else {
@@ -140,10 +145,25 @@ TEST_F(AgentConfig, WordWhereANumberBelongsLeavesThatItemAndEveryLaterNumberAsIt
     EXPECT_EQ(megabytes, 0);
 }
 
-TEST_F(AgentConfig, NumbersBeyondThirtyTwoBitsSaturate) {
-    EXPECT_TRUE(read(home() + " a p l r 99999999999999999999 -99999999999 48 50"));
+TEST_F(AgentConfig, NumbersBeyondThirtyTwoBitsAreTheNearestThatFits) {
+    constexpr int most = 2147483647;
+    // 2^32 + 1 would be 1 with its upper half cut off, the first and the last need more than 64 bits.
+    EXPECT_TRUE(read(home() + " a p l r 99999999999999999999 -99999999999 4294967297 2147483648 4294967296 "
+                              "-99999999999999999999"));
+    EXPECT_EQ(clasp.MillisecondsPerSample, most);
+    EXPECT_EQ(clasp.MinForecastHours, -most - 1);
+    EXPECT_EQ(clasp.MaxForecastHours, most);
+    EXPECT_EQ(megabytes, most);
+    EXPECT_EQ(enablepooltaggingflag, most);
+    EXPECT_EQ(grace_period, -most - 1);
+}
+
+TEST_F(AgentConfig, NumbersOfExactlyThirtyTwoBitsStayWhatTheyAre) {
+    EXPECT_TRUE(read(home() + " a p l r 2147483647 -2147483648 2147483646 -2147483647"));
     EXPECT_EQ(clasp.MillisecondsPerSample, 2147483647);
     EXPECT_EQ(clasp.MinForecastHours, -2147483647 - 1);
+    EXPECT_EQ(clasp.MaxForecastHours, 2147483646);
+    EXPECT_EQ(megabytes, -2147483647);
 }
 
 TEST_F(AgentConfig, AWordOfAMegabyteIsHeldWhole) {

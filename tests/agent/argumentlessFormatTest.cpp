@@ -57,6 +57,13 @@ TEST(ArgumentlessFormat, TextAndPointerConversionsAreEmpty) {
     EXPECT_EQ(renderWithoutArguments("[%s][%5s][%-3c][%p][%m]", 100), "[][     ][   ][(nil)][]");
 }
 
+TEST(ArgumentlessFormat, PositionalConversionIsTheSameConversionWithoutItsPosition) {
+    EXPECT_EQ(renderWithoutArguments("[%1$s][%2$d][%1$5d][%3$-3c][%1$n][%12$.2f][%1$p]", 100),
+              "[][0][    0][   ][][0.00][(nil)]");
+    EXPECT_EQ(renderWithoutArguments("[%2$*1$d][%3$.*1$f]", 100), "[0][0]");
+    EXPECT_EQ(renderWithoutArguments("[%1$%][%1$k][%$s][%1$", 100), "[%][%1$k][%$s][%1$");
+}
+
 TEST(ArgumentlessFormat, PercentThatBeginsNoConversionStays) {
     EXPECT_EQ(renderWithoutArguments("50%", 100), "50%");
     EXPECT_EQ(renderWithoutArguments("50%\n", 100), "50%\n");

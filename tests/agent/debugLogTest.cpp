@@ -29,6 +29,27 @@ TEST(DebugLog, LogOfExactlyTheLimitTakesOneMoreMessageAndTheNextOneLandsAloneInA
     EXPECT_EQ(readFile(systemPaths().logBackup), std::string(logSizeLimit, 'x') + "still in the old log\n");
 }
 
+TEST(DebugLog, LogThatIsReopenedToBeAppendedToIsTurnedOverByItsRealSize) {
+    CapturedLog log;
+    writeFile(systemPaths().log, std::string(logSizeLimit, 'x'));
+    openLogFileAppend();
+    DEBUGMSG("+");
+    closeLogFile(); // as a run does at its end; a reader's line comes later
+    DEBUGMSG("alone\n");
+    EXPECT_EQ(log.text(), "alone\n");
+    EXPECT_EQ(readFile(systemPaths().logBackup), std::string(logSizeLimit, 'x') + "+");
+}
+
+TEST(DebugLog, LogThatOthersLengthenedIsTurnedOverByItsRealSize) {
+    CapturedLog log;
+    DEBUGMSG("ours\n");
+    std::filesystem::resize_file(systemPaths().log,
+                                 logSizeLimit + 1); // no stream position of ours knows of it
+    DEBUGMSG("alone\n");
+    EXPECT_EQ(log.text(), "alone\n");
+    EXPECT_EQ(readFile(systemPaths().logBackup).size(), logSizeLimit + 1U);
+}
+
 TEST(DebugLog, SecondBackupReplacesTheFirst) {
     CapturedLog log;
     DEBUGMSG("first\n");
