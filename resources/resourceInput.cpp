@@ -21,7 +21,7 @@ const InputFailureTexts type1FailureTexts = {
 const InputFailureTexts type2FailureTexts = {
     "\n\nFailure parsing for 'FindInstance' from resource text %s.\n",
     "\n\nFailure retrieving Instance argument from resource text %s.\n",
-    "\n\nFailure parsing for 'FindCounter' from resource text %s.\n",
+    "\n\nFailure parsing for 'FindCounter' in resource text %s.\n",
     "\n\nFailure retrieving Counter argument from resource text %s.\n",
     "\n\nFailure parsing for 'WindowSize' in resource text %s.\n\n",
     "\n\nFailure parsing for 'NameIs' in resource text %s.\n\n",

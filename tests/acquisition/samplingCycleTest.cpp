@@ -10,6 +10,7 @@
 #include "support/systemPaths.h"
 #include "support/textScanner.h"
 #include "tests/support/recordingSink.h"
+#include "tests/support/sourceText.h"
 #include "tests/support/temporaryDirectory.h"
 
 #include <algorithm>
@@ -409,6 +410,13 @@ TEST_F(SamplingCycle, HugeAndNegativeValuesAreWrittenWhole) {
     clasp.pFirstLink->DataArray[0] = -1e300;
     ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
     EXPECT_EQ(lastLine().size(), std::string("1 0 -").size() + 301 + 3);
+}
+
+TEST(SamplingCycleTexts, TextsOfFailuresThatThisPlatformDoesNotHaveStandInTheSource) {
+    const std::string source = test::sourceText("acquisition/samplingCycle.cpp");
+    for (const char* text : {"\"Failure of RefreshRawData at point A. Error Code %d\\n\", refreshed)",
+                             "\"Failure of ReadRawData. Error Code %d\\n\", result)"})
+        EXPECT_NE(source.find(text), std::string::npos) << text;
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include "prediction/exhaustion.h"
 #include "support/systemPaths.h"
 #include "tests/support/recordingSink.h"
+#include "tests/support/sourceText.h"
 #include "tests/support/temporaryDirectory.h"
 #include "tests/support/turnedClock.h"
 #include "trendviewer/trendFiles.h"
@@ -76,9 +77,10 @@ protected:
         systemPaths().trimWorkFile = defaults.trimWorkFile;
     }
 
-    int run() {
+    /// `numbers` are the period in milliseconds and the two forecast horizons in hours.
+    int run(const std::string& numbers = "1000 0 1") {
         writeFile(home.path("AutoConfig.ini"), home.path("data/") + " archive.txt " + home.path("pad") +
-                                                   " analysis " + resources + " 1000 0 1 50 0 0\n");
+                                                   " analysis " + resources + " " + numbers + " 50 0 0\n");
         beginExecuting();
         return runAgent(2, "Lumetra", home.path("AutoConfig.ini"));
     }
@@ -137,6 +139,36 @@ TEST_F(AgentRun, CycleSamplesForecastsUnderTheLockUnlocksRewritesAndTrims) {
     EXPECT_THAT(steps,
                 ElementsAre("forecast: locked, old declarations", "rewriting: unlocked, old declarations",
                             "Cannot Get Filesize of " + archive + ": unlocked, new declarations"));
+}
+
+TEST_F(AgentRun, DeclarationsThatCannotBeReadAreToldAndEndTheRun) {
+    std::filesystem::remove(resources);
+    EXPECT_EQ(run(), 0);
+    ASSERT_EQ(sink.events.size(), 1U);
+    EXPECT_EQ(sink.events[0].timeText, "fatal");
+    EXPECT_EQ(sink.events[0].name, "Call To validateResourceText Failed");
+    EXPECT_THAT(log.text(),
+                HasSubstr("\nvalidateResourceText failed...exiting\n"
+                          "start sendEvent fatal 0.000000 Call To validateResourceText Failed (null)\n"));
+    EXPECT_FALSE(std::filesystem::exists(archive));
+}
+
+TEST_F(AgentRun, RingsThatFindNoMemoryAreToldAndTheRunGoesOn) {
+    EXPECT_EQ(run("1 0 2147483647"), 0);
+    ASSERT_EQ(sink.events.size(), 1U);
+    EXPECT_EQ(sink.events[0].timeText, "fatal");
+    EXPECT_EQ(sink.events[0].name, "Call To allocatecircularbuffers Failed");
+    EXPECT_THAT(log.text(),
+                HasSubstr("\nallocatecircularbuffers failed...exiting\n"
+                          "start sendEvent fatal 0.000000 Call To allocatecircularbuffers Failed (null)\n"));
+    EXPECT_EQ(std::ranges::count(readFile(archive), '\n'), 1);
+}
+
+TEST_F(AgentRun, StepsThatCannotFailWouldBeToldInTheSameWords) {
+    const std::string source = sourceText("agent/agentRun.cpp");
+    for (const std::string step : {"AutoSizeWindows", "SanityCheckChain"})
+        EXPECT_THAT(source, HasSubstr("if (" + step + "(clasp) == -1) {\n        reportFailedStep(\"" + step +
+                                      "\");"));
 }
 
 TEST_F(AgentRun, ForecastThatFailsIsToldAndTheRunGoesOn) {

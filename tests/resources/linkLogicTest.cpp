@@ -113,7 +113,7 @@ const Row rows[] = {
     {1, "\n\nError retrieving Instance argument in resource text F.",
      "\n\nFailure retrieving Instance argument from resource text F.\n"},
     {2, "\n\nError parsing for 'FindCounter' in resource test F.",
-     "\n\nFailure parsing for 'FindCounter' from resource text F.\n"},
+     "\n\nFailure parsing for 'FindCounter' in resource text F.\n"},
     {3, "\n\nError retrieving Counter argument in resource text F.",
      "\n\nFailure retrieving Counter argument from resource text F.\n"},
     {4, "\n\nError parsing for 'WindowSize' in resource text F.",
