@@ -29,12 +29,20 @@ bool readLink(Link* link) {
     return result != -1;
 }
 
+/// Takes back what a reading of the instance before has written into the working copy of a template, so that
+/// an instance without a reading of its own shows the template's value and not its neighbour's.
+void putBack(const Link& pattern, Link* instance) {
+    std::copy(std::begin(pattern.DataArray), std::end(pattern.DataArray), instance->DataArray);
+    instance->UpperLimitCalc = pattern.UpperLimitCalc;
+}
+
 /// Puts the working copy of an instance into the chain unless it is there: under its old number when the
 /// scratch pad knows it, else under a new one and with its first reading. False when that reading failed
 /// severely.
-bool adopt(ScratchPad& scratchPad, Link* instance) {
+bool adopt(ScratchPad& scratchPad, const Link& pattern, Link* instance) {
     if (CheckForDuplicateLinkInChain(instance) != -2)
         return true;
+    putBack(pattern, instance);
     std::int32_t knownRid = -2;
     if (CheckForDuplicateLinkInFileAndGetRID(scratchPad, instance, &knownRid) == -2) {
         if (GenerateNewRID(instance) != 1)
@@ -61,7 +69,7 @@ bool expandProcessTemplate(ScratchPad& scratchPad, const Link* pattern) {
         return true;
     for (int i = 0; i < std::min(count, found); ++i) {
         instance->Descriptor3.assign(std::to_string(pids[static_cast<std::size_t>(i)]));
-        if (!adopt(scratchPad, instance.get()))
+        if (!adopt(scratchPad, *pattern, instance.get()))
             return false;
     }
     DeleteType2Resource(std::move(instance));
@@ -84,7 +92,7 @@ bool expandDiskTemplate(ScratchPad& scratchPad, const Link* pattern) {
     for (const DiskName& name : names) {
         instance->Descriptor3.assign("-2");
         instance->Descriptor1.assign(name.view());
-        if (!adopt(scratchPad, instance.get()))
+        if (!adopt(scratchPad, *pattern, instance.get()))
             return false;
     }
     DeleteType2Resource(std::move(instance));

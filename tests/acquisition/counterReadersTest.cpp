@@ -282,6 +282,52 @@ TEST_F(DiskReader, ADiskThatDiffersOnlyInCleanedCharactersMatches) {
     expectNotRead(diskLink("/dev/hda1 /homes"));
 }
 
+// A capacity of 0: no reader but that of disks makes a value of it, and each notes what it measured.
+
+TEST_F(ProcessesReader, ACapacityOfZeroGives155AndKeepsTheValueAndIsNotedAsMeasured) {
+    put("loadavg", "0.00 0.01 0.05 2/80 1234\n");
+    put("meminfo", "MemTotal: 2000000 kB\n");
+    put("threads-max", "0\n");
+    Link link = systemLink("PercentProcessesUsed");
+    link.UpperLimitCalc = 3.0;
+    EXPECT_EQ(ReadRawData(&link), 155);
+    EXPECT_EQ(link.DataArray[0], 7.5);
+    EXPECT_EQ(link.UpperLimitCalc, 0.0);
+}
+
+TEST_F(SwapReader, ACapacityOfZeroGives155AndKeepsTheValueAndIsNotedAsMeasured) {
+    put("meminfo", "SwapTotal: 0 kB\nSwapFree: 0 kB\n");
+    Link link = systemLink("PercentSwapSpaceUsed");
+    link.UpperLimitCalc = 3.0;
+    EXPECT_EQ(ReadRawData(&link), 155);
+    EXPECT_EQ(link.DataArray[0], 7.5);
+    EXPECT_EQ(link.UpperLimitCalc, 0.0);
+}
+
+TEST_F(DescriptorsReader, ACapacityOfZeroGives155AndKeepsTheValueAndIsNotedAsMeasured) {
+    put("file-nr", "0 0 0\n");
+    Link link = systemLink("PercentFileDescriptorsUsed");
+    link.UpperLimitCalc = 3.0;
+    EXPECT_EQ(ReadRawData(&link), 155);
+    EXPECT_EQ(link.DataArray[0], 7.5);
+    EXPECT_EQ(link.UpperLimitCalc, 0.0);
+}
+
+TEST_F(DiskReader, ACapacityOfExactlyZeroReadsAs100AndIsNotedAsMeasured) {
+    machine.installDf(
+        "echo head; echo 'a 1000 0 0 0% /a'; echo 'b 1000 -5 5 0% /b'; echo 'c 1000 0 1 0% /c'\n");
+    for (const char* counter : {"PercentFreeSpaceUsed", "PercentFreeInodesUsed"})
+        for (const char* name : {"a /a", "b /b"}) {
+            Link link = diskLink(name, counter);
+            link.UpperLimitCalc = 3.0;
+            EXPECT_EQ(ReadRawData(&link), 1);
+            EXPECT_EQ(link.DataArray[0], 100.0);
+            EXPECT_EQ(link.UpperLimitCalc, 0.0);
+        }
+    EXPECT_EQ(valueOf(diskLink("c /c")), 0.0);
+    EXPECT_EQ(valueOf(diskLink("a /a", "PercentFreeSpaceUsed", 50.0)), 0.0);
+}
+
 TEST_F(DiskReader, TotalOfZeroAndCapacityOfZeroReadAs100) {
     machine.installDf("echo head; echo 'a 0 0 0 - /a'; echo 'b 10 0 0 - /b'; echo 'c 0 5 5 50% /c'\n");
     for (const char* name : {"a /a", "b /b", "c /c"})

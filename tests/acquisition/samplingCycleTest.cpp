@@ -240,6 +240,53 @@ TEST_F(SamplingCycle, DiskThatIsListedAndNotMountedIsReadAndThenRemoved) {
     EXPECT_EQ(records(), 2U);
 }
 
+/// A df whose counts of inodes know only the first of two disks, full to 99 per cent, and that prints the
+/// rows of `space` for both.
+void printInodesOfOneDisk(const test::TemporaryDirectory& home) {
+    writeFile(home.path("inodes"), "heading\n/dev/a 100 99 1 99% /a\n");
+    writeFile(home.path("path/df"), "#!/bin/sh\n[ \"$1\" = -i ] && exec /bin/cat " + home.path("inodes") +
+                                        "\nexec /bin/cat " + home.path("listing") + "\n");
+}
+
+TEST_F(SamplingCycle, ANewDiskWithoutAReadingOfItsOwnNeverShowsItsNeighboursValueOrCapacity) {
+    mount({});
+    declare(declaration("LogicalDisk", "PercentFreeInodesUsed", "PercentFreeInodesUsed"));
+    mount({"/a", "/b"});
+    printInodesOfOneDisk(home);
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(lastLine(), "2 0 99.00 3 0 0.00");
+    EXPECT_EQ(find("/dev/a /a")->UpperLimitCalc, 100.0);
+    EXPECT_EQ(find("/dev/b /b")->UpperLimitCalc, 0.0);
+    EXPECT_EQ(find("/dev/b /b")->ValueBuffer[0], 0.0);
+}
+
+TEST_F(SamplingCycle, ADiskThatReturnsUnderItsOldNumberNeverShowsItsNeighboursValueOrCapacity) {
+    mount({});
+    declare(declaration("LogicalDisk", "PercentFreeInodesUsed", "PercentFreeInodesUsed"));
+    writeFile(clasp.ScratchPad,
+              readFile(clasp.ScratchPad) +
+                  "\nEvent: ResourceDefinition - Informational \n"
+                  "2   7   (LogicalDisk)   (/dev/b /b)   (PercentFreeInodesUsed)   -2   \n");
+    mount({"/a", "/b"});
+    printInodesOfOneDisk(home);
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(lastLine(), "7 0 0.00 8 0 99.00");
+    EXPECT_EQ(find("/dev/b /b")->UpperLimitCalc, 0.0);
+}
+
+TEST_F(SamplingCycle, ATemplatesOwnValueAndCapacityAreWhatANewDiskWithoutAReadingStartsFrom) {
+    mount({});
+    declare(declaration("LogicalDisk", "PercentFreeInodesUsed", "PercentFreeInodesUsed"));
+    clasp.pFirstLink->DataArray[0] = 4.25;
+    clasp.pFirstLink->UpperLimitCalc = 77.0;
+    mount({"/a", "/b"});
+    printInodesOfOneDisk(home);
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(lastLine(), "2 0 99.00 3 0 4.25");
+    EXPECT_EQ(find("/dev/b /b")->UpperLimitCalc, 77.0);
+}
+
 TEST_F(SamplingCycle, KnownFileSystemsAreNotMadeAgainInTheNextCycle) {
     mount({"/a", "/b", "/c"});
     declare(disks);
@@ -360,6 +407,18 @@ TEST_F(SamplingCycle, ReadingThatFailsArchivesTheValueBefore) {
     EXPECT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
     EXPECT_EQ(lastLine(), "1 0 75.00");
     EXPECT_EQ(clasp.pFirstLink->SampleCount, 2U);
+}
+
+TEST_F(SamplingCycle, ACapacityOfZeroArchivesTheValueBeforeAndTheCycleSucceeds) {
+    mount({});
+    declare(swap + descriptors);
+    writeFile(systemPaths().fileNr, "0 0 0\n");
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(lastLine(), "1 0 75.00 2 0 0.00");
+    writeFile(systemPaths().meminfo, "SwapTotal: 0 kB\nSwapFree: 0 kB\n");
+    EXPECT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(lastLine(), "1 0 75.00 2 0 0.00");
+    EXPECT_EQ(clasp.pFirstLink->UpperLimitCalc, 0.0);
 }
 
 TEST_F(SamplingCycle, ArchiveThatCannotBeWrittenFailsTheCycleAndFillsTheRingsAllTheSame) {
