@@ -7,10 +7,13 @@
 #include "support/wholeFile.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <csignal>
 #include <limits>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace obrin {
 
@@ -169,31 +172,48 @@ Outcome run(const ChildCommand& command, Clock::Moment deadline) {
     return outcome;
 }
 
-/// A listing of that text; null when there is not even a heading.
-std::shared_ptr<const DiskListing> listingOf(const std::string& text) {
+/// What a command that ended with this status has printed. Of one that failed, text without even a heading is
+/// no listing.
+std::shared_ptr<const DiskListing> listingOf(const std::string& text, int status) {
     auto listing = std::make_shared<const DiskListing>(text);
-    return listing->hasHeading() ? listing : nullptr;
+    return status == 0 || listing->hasHeading() ? listing : nullptr;
+}
+
+/// Empties the work file. Whether what stands in it from now on is certainly new.
+bool emptied(const std::string& path) {
+    return ::truncate(path.c_str(), 0) == 0 || errno == ENOENT;
+}
+
+/// Whether a command that ended with this status put a listing into the work file that is whole. One that
+/// failed may have had no room for the rest: the file then ends where a block does.
+bool isWhole(int status, const std::string& text) {
+    constexpr std::size_t smallestBlock = 512;
+    if (text.empty() || text.back() != '\n')
+        return false;
+    const bool killed = !WIFEXITED(status) || WEXITSTATUS(status) > 128; // as a shell tells it
+    return status == 0 || (!killed && text.size() % smallestBlock != 0);
 }
 
 TakenListing takeFresh(const std::string& command) {
     const Clock::Moment deadline = systemClock().now() + state().deadline;
     const std::string& path = systemPaths().diskListing;
+    const bool wasEmptied = emptied(path);
     const Outcome written = run(shellCommand(command + " > " + shellWord(path), false), deadline);
     TakenListing taken{written.status, nullptr};
     if (!written.started || written.status == commandNotRun || state().gaveUp)
         return taken;
-    if (written.status == 0) {
-        // Only a command that succeeded is known to have replaced the file and filled it to the end.
+    // Only a command that succeeded, or that found the file empty, is known to have filled it.
+    if (written.status == 0 || wasEmptied) {
         const std::string text = readWholeFile(path).value_or("");
-        if (!text.empty() && text.back() == '\n') {
-            taken.listing = listingOf(text);
+        if (isWhole(written.status, text)) {
+            taken.listing = listingOf(text, written.status);
             return taken;
         }
     }
     // It said on standard error what was wrong the first time.
     const Outcome piped = run(shellCommand(command + " 2>/dev/null", true), deadline);
     if (piped.started && !state().gaveUp)
-        taken.listing = listingOf(piped.output);
+        taken.listing = listingOf(piped.output, piped.status);
     return taken;
 }
 
@@ -258,7 +278,7 @@ TakenListing takeDiskListing(DiskCounter counter) {
     const Clock::Moment begun = systemClock().now();
     TakenListing taken = takeFresh(counter == DiskCounter::inodes ? "df -i" : "df");
     cycle.used += systemClock().now() - begun;
-    if (taken.listing || !newest)
+    if (!newest || (taken.listing && taken.listing->hasHeading()))
         newest = taken;
     return taken;
 }

@@ -65,10 +65,11 @@ void beginListingCycle(std::chrono::milliseconds samplePeriod);
 /// Runs "df > ../tempdata/LumetraDisks.txt" or "df -i > ../tempdata/LumetraDisks.txt" and reads the result,
 /// in 1024-byte blocks whatever the environment asks for. The command has a deadline of 10 seconds; past it
 /// it is killed with its group, and none is started again in this cycle, nor while what was killed is still
-/// there (stuck in the kernel). When the command fails (the work file cannot hold the listing, say), the
-/// listing is taken again through a pipe within the same deadline: the rows printed there count, an older
-/// work file never does. No listing when the command could not be run, was given up, or printed not even a
-/// heading. Agent thread.
+/// there (stuck in the kernel). When the work file does not hold a whole listing afterwards (its disk is
+/// full, say), the listing is taken again through a pipe within the same deadline: the rows printed there
+/// count, an older work file never does. A command that fails although its listing is whole is not repeated.
+/// No listing when the command could not be run, was given up, or failed and printed not even a heading.
+/// Agent thread.
 TakenListing takeDiskListing(DiskCounter counter);
 
 /// The status of a command that could not be started, or that the shell could not find.

@@ -13,6 +13,14 @@ namespace obrin {
 namespace {
 
 bool longNameLogged = false;
+bool missingListingLogged = false;
+
+/// Says once, until a listing comes, that there is none.
+void noteListing(bool isThere) {
+    if (!isThere && !missingListingLogged)
+        DEBUGMSG("%s", noDiskListing);
+    missingListingLogged = !isThere;
+}
 
 bool isControl(unsigned char byte) {
     return byte < 0x20 || byte == 0x7F;
@@ -73,8 +81,9 @@ int GetNumberOfdisks() {
     const TakenListing taken = takeDiskListing(DiskCounter::space);
     DEBUGMSG(" before 10 fopen(../tempdata/LumetraDisks.txt) retval=%d\n", taken.status);
     DEBUGMSG(" after  10 fopen(../tempdata/LumetraDisks.txt)\n");
-    if (!taken.listing)
-        return -1;
+    noteListing(taken.listing && taken.listing->hasHeading());
+    if (!taken.listing || !taken.listing->hasHeading())
+        return 0;
     constexpr auto most = static_cast<std::size_t>(std::numeric_limits<int>::max());
     return static_cast<int>(std::min(taken.listing->lineFeeds(), most)) - 1;
 }
@@ -105,6 +114,7 @@ int Retrievedisks(int count, std::vector<DiskName>* names) {
 
 void beginInstanceRun() {
     longNameLogged = false;
+    missingListingLogged = false;
     beginListingCycle(std::chrono::milliseconds(0));
 }
 

@@ -13,16 +13,21 @@ namespace obrin {
 /// Name of a disk: "%s %s" of device and mount point, at most 511 bytes.
 using DiskName = FixedText<512>;
 
-/// Number of file systems in a fresh `df` listing, its lines whether well-formed or not; -1 when there is no
-/// listing (not even its heading). Agent thread.
+/// What is logged when there is no listing to count disks in, once until there is one again.
+inline constexpr const char* noDiskListing =
+    "No disk listing can be had: the disks are taken up with the first one that comes\n";
+
+/// Number of file systems in a fresh `df` listing, its lines whether well-formed or not. 0 when there is no
+/// listing (df hangs or is not there, no process can be started, not even a heading was printed): a start
+/// goes on without the disks, and they are taken up later. Agent thread.
 int GetNumberOfdisks();
 
 /// Fills `names` (emptied first) with at most `count` disks of a fresh listing, in its order, and returns how
-/// many; -1 when the listing cannot be had. A disk whose name does not fit is left out, with one log line a
-/// run. Agent thread.
+/// many, 0 for an empty one; -1 when the listing cannot be had. A disk whose name does not fit is left out,
+/// with one log line a run. Agent thread.
 int Retrievedisks(int count, std::vector<DiskName>* names);
 
-/// Begins a run: listings of an earlier one are forgotten, and a name that does not fit is logged once more.
+/// Begins a run: listings of an earlier one are forgotten, and what is logged once is logged once more.
 /// Agent thread.
 void beginInstanceRun();
 

@@ -63,16 +63,44 @@ TEST(Disks, LinesThatAreNotWellFormedCountButGiveNoDisk) {
     EXPECT_EQ(texts(names), std::vector<std::string>{"a /a"});
 }
 
-TEST(Disks, WithoutAListingThereIsMinusOneDiskAndAnEmptyOneHasNone) {
+TEST(Disks, AnEmptyListingHasNoDisksAndWithoutOneTheCountIsZeroAndThereAreNoNames) {
     TestMachine machine;
     std::vector<DiskName> names(2);
-    machine.installDf("exit 0\n");
-    EXPECT_EQ(GetNumberOfdisks(), -1);
-    EXPECT_EQ(Retrievedisks(1, &names), -1);
-    EXPECT_TRUE(names.empty());
-    machine.installDf("echo heading\n");
+    for (const char* empty : {"exit 0\n", "echo heading\n"}) {
+        machine.installDf(empty);
+        EXPECT_EQ(GetNumberOfdisks(), 0);
+        EXPECT_EQ(Retrievedisks(1, &names), 0);
+        EXPECT_TRUE(names.empty());
+    }
+    machine.installDf("exit 1\n");
     EXPECT_EQ(GetNumberOfdisks(), 0);
-    EXPECT_EQ(Retrievedisks(1, &names), 0);
+    EXPECT_EQ(Retrievedisks(1, &names), -1);
+}
+
+std::size_t complaints(const TestMachine& machine) {
+    const std::string text = machine.log.text();
+    std::size_t count = 0;
+    for (std::size_t at = text.find(noDiskListing); at != std::string::npos;
+         at = text.find(noDiskListing, at + 1))
+        ++count;
+    return count;
+}
+
+TEST(Disks, AMissingListingIsLoggedOnceUntilOneComes) {
+    TestMachine machine;
+    for (const char* without : {"exit 1\n", "exit 0\n"}) { // no listing, and one without its heading
+        const std::size_t before = complaints(machine);
+        machine.installDf("echo heading\n");
+        GetNumberOfdisks();
+        EXPECT_EQ(complaints(machine), before);
+        machine.installDf(without);
+        for (int i = 0; i < 3; ++i)
+            GetNumberOfdisks();
+        EXPECT_EQ(complaints(machine), before + 1);
+    }
+    beginInstanceRun();
+    GetNumberOfdisks();
+    EXPECT_EQ(complaints(machine), 3U);
 }
 
 TEST(Disks, ANameThatDoesNotFitIsLeftOutWithOneLogLineARun) {

@@ -20,6 +20,7 @@
 //
 // Exit status: 0 when everything was given back and used rightly, 3 otherwise, 2 for a wrong command line.
 
+#include "acquisition/diskListing.h"
 #include "support/immortal.h"
 #include "tests/driver/viewerThreads.h"
 #include "tests/support/fakeJavaEnvironment.h"
@@ -356,6 +357,8 @@ Options readOptions(const std::vector<std::string>& words, FakeJavaEnvironment& 
                 options.stopThreads = static_cast<int>(number);
             else if (name == "--extra-stops")
                 options.stopTwice = static_cast<int>(number);
+            else if (name == "--listing-deadline-ms")
+                obrin::setListingDeadline(milliseconds(number));
             else if (name == "--viewers")
                 options.viewers = number;
             else if (name == "--keep-lock-ms")

@@ -12,6 +12,7 @@ from agent_home import (DISK_INODES, DISK_SPACE, FEW, HEADING, INODE_HEADING, Ag
 
 ROW = "/dev/good 1000 250 750 25% /\n"
 NOBODY = 65534
+NO_LISTING = "No disk listing can be had: the disks are taken up with the first one that comes\n"
 
 
 class ListingTest(AgentTest):
@@ -72,8 +73,10 @@ class A9_DamagedListings(ListingTest):
     def test_an_empty_listing_and_one_without_heading_end_nothing(self):
         for text in ("", "\n", "x"):
             home = self.disk_home(text)
-            result = self.run_agent(home, "--stop-after-ms", 300)
+            result = self.run_agent(home, "--cycles", 2)
             self.assertEqual(result.ended[0][1], 0)
+            self.assertEqual(result.fatal(), [])
+            self.assertEqual(home.log().count(NO_LISTING), 0 if text == "\n" else 1)
 
 
 class B2_NoProcess(ListingTest):
@@ -81,24 +84,28 @@ class B2_NoProcess(ListingTest):
         subprocess.run(["prlimit", "--pid", str(agent.pid), f"--nproc={most}:"], check=True, preexec_fn=become_nobody)
 
     @unittest.skipUnless(os.getuid() == 0, "only root may become another user")
-    def test_when_no_process_can_be_started_disks_fail_softly(self):
+    def test_G7_a_start_while_no_process_can_be_started_goes_on_and_takes_the_disks_up_later(self):
         home = self.disk_home(inputs=FEW + (DISK_SPACE,))
-        self.run_agent(home, "--cycles", 2)
+        self.run_agent(home, "--cycles", 2, clock="real")
         rid = home.number_of("/")
         subprocess.run(["chown", "-R", str(NOBODY), home.path], check=True)
 
         def become_limited():
-            resource.setrlimit(resource.RLIMIT_NPROC, (2, 2))  # the agent's thread and the driver's
+            resource.setrlimit(resource.RLIMIT_NPROC, (2, 1000))  # the agent's thread and the driver's
             become_nobody()
 
         lines = len(home.archive_lines())
-        result = self.run_agent(home, "--stop-after-ms", 600, preexec=become_limited)
-        # Without a listing the count of disks is below 0, which the start takes for a severe error.
+        agent = self.running(home, clock="real", preexec=become_limited)
+        self.grows(home)
+        self.assertEqual(set(home.archive_lines()[lines][1]), {1, 2}, "a line without the disk")
+        self.limit_processes(agent, 1000)
+        wait_until(lambda: rid in home.archive_lines()[-1][1], what="the disk with the first listing that comes")
+        result = self.end(agent, home)
         self.assertIn(f"retval={127 << 8}\n", home.log())
-        self.assertEqual(result.fatal(), ["Call To validateResourceText Failed"])
-        self.assertEqual(result.ended[0][1], 0)
-        self.assertEqual(len(home.archive_lines()), lines)
+        self.assertEqual(home.log().count(NO_LISTING), 1)
+        self.assertEqual(result.fatal(), [])
         self.assertEqual(home.number_of("/"), rid)
+        self.assertEqual(self.values_of(home, rid)[-1], "25.00")
 
     @unittest.skipUnless(os.getuid() == 0, "only root may become another user")
     def test_a_limit_that_comes_while_running_costs_the_disk_readings_only(self):
@@ -275,6 +282,38 @@ class E3_HangingListing(ListingTest):
         self.end(agent, home)
         pids = [int(word) for word in read(home.at("pids")).split()]
         self.assertEqual([pid for pid in pids if is_alive(pid)], [])
+
+    def test_G7_a_start_while_df_hangs_goes_on_and_takes_the_disks_up_with_the_first_listing_that_comes(self):
+        home = self.disk_home(inputs=FEW + (DISK_SPACE, DISK_INODES))
+        before = home.snapshot()
+        home.stub_script("#!/bin/sh\necho $$ >>../pids\nexec sleep 1000\n")
+        agent = self.running(home, "--listing-deadline-ms", 300, clock="real")
+        self.grows(home, 2)
+        self.assertEqual(set(home.archive_lines()[-1][1]), {1, 2})
+        self.assertEqual([name[3] for name in home.numbers() if name[0] == "LogicalDisk"], [-1, -1], "the templates stand")
+        home.stub_df(HEADING + ROW, INODE_HEADING + "/dev/good 1000 100 900 10% /\n")
+        self.grows(home, 3)
+        rids = [home.number_of("/"), home.number_of("/", "PercentFreeInodesUsed")]
+        self.assertEqual([home.archive_lines()[-1][1][rid] for rid in rids], ["25.00", "10.00"])
+        result = self.end(agent, home)
+        self.assertEqual(result.fatal(), [])
+        self.assertEqual(home.log().count(NO_LISTING), 1)
+        self.assertEqual(read(home.layout.declarations).count("FindObject (LogicalDisk)"), 2)
+        self.assertNotEqual(home.snapshot()["declarations"], before["declarations"], "rewritten, the disks with it")
+        starts = read(home.at("pids")).split()
+        cycles = home.log()[:home.log().index("retval=0")].count("TimeStamp = ")
+        self.assertLessEqual(len(starts), 1 + cycles, "one at the start and one a cycle")
+
+    def test_a_start_without_a_df_goes_on_and_takes_the_disks_up_when_there_is_one(self):
+        home = self.disk_home()
+        os.unlink(home.at("stub", "df"))
+        agent = self.running(home, environment=dict(os.environ, PATH=home.at("stub") + ":" + home.at("nowhere")))
+        self.grows(home, 2)
+        home.stub_script("#!/bin/sh\nwhile IFS= read -r line; do echo \"$line\"; done <../stub/space\n")
+        wait_until(lambda: home.number_of("/") in home.archive_lines()[-1][1], what="the disk")
+        result = self.end(agent, home)
+        self.assertEqual(result.fatal(), [])
+        self.assertEqual(home.log().count(NO_LISTING), 1)
 
     def test_a_stop_during_a_hanging_df_ends_after_the_cycle_and_the_sleep(self):
         home = self.disk_home(period=1000)
