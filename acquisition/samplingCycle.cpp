@@ -120,11 +120,12 @@ bool readChain(Clasp* clasp) {
 
 void removeUnmountedDisks(Clasp* clasp) {
     const MountTable mounted = MountTable::read();
+    bool lockRefused = false;
     for (Link* link = clasp->pFirstLink; link != nullptr;) {
         Link* next = link->pNextLink;
         if (link->ResourceType == 2 && !isTemplate(*link) && link->Descriptor0 == "LogicalDisk" &&
             driveExists(mounted, link->Descriptor1.view()) == 0) {
-            deleteResourceTrendFilesSynchronized(link);
+            deleteResourceTrendFilesSynchronized(link, &lockRefused);
             DeleteType2Resource(takeLinkFromChain(link));
         }
         link = next;

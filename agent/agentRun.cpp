@@ -123,11 +123,12 @@ void runOneCycle(Clasp* clasp, int maxfilesizeinMB) {
     const int sampled = attempt([&] { return RawDataRetrievalAndArchive(clasp); });
     if (sampled != 1)
         reportFailedCycleStep("RawDataRetrievalAndArchive", sampled);
-    trendViewerLockFiles(); // refused or not, the forecast goes on: a reader must not stop it
-    const int predicted = attempt([&] { return predictor(clasp); });
-    if (predicted != 1)
-        reportFailedCycleStep("predictor", predicted);
-    trendViewerUnlockFiles();
+    {
+        const TrendFileGuard lock;
+        const int predicted = attempt([&] { return predictor(clasp); });
+        if (predicted != 1)
+            reportFailedCycleStep("predictor", predicted);
+    }
     attempt([&] { return update_autoresource_file(clasp); });
     attempt([&] { return trim(clasp->HardDriveArchive, maxfilesizeinMB); });
 }

@@ -24,20 +24,27 @@ pthread_mutex_t tvmut = PTHREAD_MUTEX_INITIALIZER;
 thread_local bool holdsLock = false;
 
 constexpr int mostPauses = 2;
+constexpr std::int32_t lockBusy = 5;
 
-} // namespace
-
-std::int32_t trendViewerLockFiles() {
+/// The attempts to take the lock; only the first when it does not wait. The result of trendViewerLockFiles().
+std::int32_t takeLock(bool waits) {
     if (stopRequested())
         return 2;
     int tries = 0;
     int outcome = ::pthread_mutex_trylock(&tvmut);
-    while (outcome == EBUSY && tries++ <= mostPauses) {
+    while (waits && outcome == EBUSY && tries++ <= mostPauses) {
         systemClock().pause(std::chrono::seconds(1));
         outcome = ::pthread_mutex_trylock(&tvmut);
     }
     holdsLock = holdsLock || outcome == 0;
-    return tries <= mostPauses ? 0 : 5;
+    const bool busy = waits ? tries > mostPauses : outcome == EBUSY;
+    return busy ? lockBusy : 0;
+}
+
+} // namespace
+
+std::int32_t trendViewerLockFiles() {
+    return takeLock(true);
 }
 
 std::int32_t trendViewerUnlockFiles() {
@@ -45,6 +52,17 @@ std::int32_t trendViewerUnlockFiles() {
         return 0;
     holdsLock = false;
     return ::pthread_mutex_unlock(&tvmut) == EINVAL ? 5 : 0;
+}
+
+TrendFileGuard::TrendFileGuard(Patience patience) {
+    const bool heldBefore = holdsLock;
+    refused_ = takeLock(patience == Patience::waits) == lockBusy;
+    taken_ = holdsLock && !heldBefore;
+}
+
+TrendFileGuard::~TrendFileGuard() {
+    if (taken_)
+        trendViewerUnlockFiles();
 }
 
 namespace {
@@ -140,21 +158,23 @@ std::int32_t deleteResourceTrendFiles(Link* link) {
 }
 
 void deleteTrendFilesSynchronized(Clasp* clasp) {
-    trendViewerLockFiles();
+    const TrendFileGuard lock;
     const std::int32_t status = deleteTrendFiles(clasp);
     DEBUGMSG("trendFiles: after deleteTrendFiles()  XStatus=%d=0x%08x\n", status,
              static_cast<unsigned>(status));
-    trendViewerUnlockFiles();
     if (status != 1) {
         DEBUGMSG("Failure of deleteTrendFiles. Error Code %d...exiting.\n", status);
         DEBUGMSG("trendFiles main(): before return;\n");
     }
 }
 
-void deleteResourceTrendFilesSynchronized(Link* link) {
-    trendViewerLockFiles();
+void deleteResourceTrendFilesSynchronized(Link* link, bool* lockRefused) {
+    const bool refusedBefore = lockRefused != nullptr && *lockRefused;
+    const TrendFileGuard lock(refusedBefore ? TrendFileGuard::Patience::none
+                                            : TrendFileGuard::Patience::waits);
+    if (lockRefused != nullptr)
+        *lockRefused = refusedBefore || lock.refused();
     const std::int32_t status = deleteResourceTrendFiles(link);
-    trendViewerUnlockFiles();
     if (status != 1)
         DEBUGMSG("Failure of deleteResourceTrendFiles. Error Code %d.\n", status);
 }

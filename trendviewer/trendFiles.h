@@ -17,14 +17,36 @@ std::int32_t trendViewerLockFiles();
 /// 5 when the lock is invalid, else 0.
 std::int32_t trendViewerUnlockFiles();
 
+/// Holds the lock for as long as it lives, if it got it: taken as by trendViewerLockFiles(), and given back
+/// also where the result said 5 although it was taken. Goes on without the lock when it is refused: a reader
+/// must not stop the agent.
+class TrendFileGuard {
+public:
+    enum class Patience { waits, none }; ///< none: one attempt and no pause
+
+    explicit TrendFileGuard(Patience patience = Patience::waits);
+    TrendFileGuard(const TrendFileGuard&) = delete;
+    TrendFileGuard& operator=(const TrendFileGuard&) = delete;
+    ~TrendFileGuard();
+
+    /// Whether it stayed busy.
+    bool refused() const { return refused_; }
+
+private:
+    bool refused_ = false;
+    bool taken_ = false;
+};
+
 /// Remove all trend files and culprit reports (*.cul, *.ini, *.gnp) of the data home directory. 1, or the
 /// error number when the directory cannot be searched. An empty home directory deletes nothing; the run's own
 /// four files are never deleted.
 std::int32_t deleteTrendFiles(Clasp* clasp);
 void deleteTrendFilesSynchronized(Clasp* clasp);
 
-/// Remove the trend files of one resource (its name stem and "BM*"). 1, or the error number.
+/// Remove the trend files of one resource (its name stem and "BM*"). 1, or the error number. One refusal of
+/// the lock is enough for a pass of many removals: `*lockRefused`, if given and false at the start of the
+/// pass, is set by it, and those behind do not wait for the lock again.
 std::int32_t deleteResourceTrendFiles(Link* link);
-void deleteResourceTrendFilesSynchronized(Link* link);
+void deleteResourceTrendFilesSynchronized(Link* link, bool* lockRefused = nullptr);
 
 } // namespace obrin

@@ -2,6 +2,7 @@
 
 #include "acquisition/circularBuffers.h"
 #include "acquisition/diskListing.h"
+#include "acquisition/instances.h"
 #include "agent/agentState.h"
 #include "agent/stopSync.h"
 #include "resources/resourceChain.h"
@@ -12,6 +13,8 @@
 #include "tests/support/recordingSink.h"
 #include "tests/support/sourceText.h"
 #include "tests/support/temporaryDirectory.h"
+#include "tests/support/turnedClock.h"
+#include "trendviewer/trendFiles.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -19,6 +22,8 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <limits>
+#include <semaphore>
+#include <thread>
 #include <unistd.h>
 
 namespace obrin {
@@ -67,6 +72,7 @@ protected:
         clasp.MillisecondsPerSample = 1000;
         clasp.MaxForecastHours = 10;
         beginExecuting();
+        beginInstanceRun();
     }
 
     ~SamplingCycle() override {
@@ -314,6 +320,59 @@ TEST_F(SamplingCycle, UnmountedFileSystemGoesWithItsTrendFilesAndComesBackUnderI
     ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
     EXPECT_EQ(lastLine(), "2 0 25.00 3 0 25.00");
     EXPECT_EQ(records(), 3U);
+}
+
+/// A thread that has the trend-file lock and does not give it back as long as this lives.
+class StubbornReader {
+public:
+    StubbornReader() { has_.acquire(); }
+    ~StubbornReader() { ended_.release(); }
+
+private:
+    std::binary_semaphore has_{0};
+    std::binary_semaphore ended_{0};
+    std::jthread thread_{[this] {
+        EXPECT_EQ(trendViewerLockFiles(), 0);
+        has_.release();
+        ended_.acquire();
+        trendViewerUnlockFiles();
+    }};
+};
+
+TEST_F(SamplingCycle, TwoHundredDisksUnmountedTogetherWaitOnceForALockThatAReaderKeepsAndLoseTheirFiles) {
+    std::vector<std::string> points;
+    for (int i = 0; i < 200; ++i)
+        points.push_back("/d" + std::to_string(i));
+    mount(points);
+    declare(disks);
+    for (const std::string& point : points)
+        writeFile(
+            home.path("data/PercentFreeSpaceUsed_dev_" + point.substr(1) + "__" + point.substr(1) + "BM.ini"),
+            "x");
+    ASSERT_NE(find("/dev/d199 /d199"), nullptr);
+    mount({});
+    test::TurnedClock clock;
+    const StubbornReader reader;
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(clock.pauses().size(), 3U); // of the first of them; the lock is not waited for again
+    EXPECT_EQ(lastLine(), "");
+    EXPECT_EQ(clasp.pFirstLink, clasp.pLastLink);
+    for (const auto& left : std::filesystem::directory_iterator(home.path("data")))
+        EXPECT_NE(left.path().extension(), ".ini") << left.path();
+}
+
+TEST_F(SamplingCycle, APassAfterTheOneInWhichTheLockWasRefusedWaitsForItAgain) {
+    mount({"/a", "/b"});
+    declare(disks);
+    test::TurnedClock clock;
+    const StubbornReader reader;
+    for (const std::vector<std::string>& left :
+         {std::vector<std::string>{"/b"}, std::vector<std::string>{}}) {
+        const std::size_t pausesBefore = clock.pauses().size();
+        mount(left);
+        ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+        EXPECT_EQ(clock.pauses().size(), pausesBefore + 3);
+    }
 }
 
 TEST_F(SamplingCycle, RemovedLinkMayBeTheLastOfTheChain) {

@@ -115,6 +115,67 @@ TEST_F(TrendFileLock, UnlockByAThreadThatDoesNotHoldItChangesNothing) {
     EXPECT_EQ(trendViewerLockFiles(), 5);
 }
 
+using TrendFileLockGuard = TrendFileLock;
+
+/// Whether another thread gets the lock at its first attempt; it gives it back.
+bool isFree() {
+    return std::async(std::launch::async,
+                      [] { return !TrendFileGuard(TrendFileGuard::Patience::none).refused(); })
+        .get();
+}
+
+TEST_F(TrendFileLockGuard, GivesBackWhatItTookAtTheEndOfItsScopeAlsoWhenAnExceptionEndsThat) {
+    try {
+        const TrendFileGuard lock;
+        EXPECT_FALSE(lock.refused());
+        EXPECT_FALSE(isFree());
+        throw std::bad_alloc();
+    } catch (const std::bad_alloc&) {
+        EXPECT_TRUE(isFree());
+    }
+}
+
+TEST_F(TrendFileLockGuard, GivesBackTheLockOfTheFourthAttemptAlthoughThatCountsAsARefusal) {
+    LockHolder holder;
+    releaseInPause(holder, 3);
+    {
+        const TrendFileGuard lock;
+        EXPECT_TRUE(lock.refused());
+        EXPECT_FALSE(isFree());
+    }
+    EXPECT_TRUE(isFree());
+}
+
+TEST_F(TrendFileLockGuard, DoesNotGiveBackALockThatItWasRefused) {
+    LockHolder holder;
+    EXPECT_TRUE(TrendFileGuard().refused());
+    EXPECT_EQ(clock.pauses(), (test::TurnedClock::Seconds{1s, 1s, 1s}));
+    EXPECT_FALSE(isFree());
+}
+
+TEST_F(TrendFileLockGuard, WithoutPatienceItTriesOnceAndDoesNotPause) {
+    EXPECT_FALSE(TrendFileGuard(TrendFileGuard::Patience::none).refused());
+    LockHolder holder;
+    EXPECT_TRUE(TrendFileGuard(TrendFileGuard::Patience::none).refused());
+    EXPECT_EQ(clock.pauses(), test::TurnedClock::Seconds{});
+}
+
+TEST_F(TrendFileLockGuard, DoesNotGiveBackALockThatItsThreadHadBefore) {
+    ASSERT_EQ(trendViewerLockFiles(), 0);
+    EXPECT_TRUE(TrendFileGuard(TrendFileGuard::Patience::none).refused());
+    EXPECT_FALSE(isFree());
+    trendViewerUnlockFiles();
+    EXPECT_TRUE(isFree());
+}
+
+TEST_F(TrendFileLockGuard, AfterAStopRequestItTakesNothingAndCountsAsNoRefusal) {
+    pleaseStop();
+    const TrendFileGuard lock;
+    EXPECT_FALSE(lock.refused());
+    beginExecuting();
+    EXPECT_TRUE(isFree());
+}
+
 class TrendFileDeletion : public testing::Test {
 protected:
     TrendFileDeletion() {
