@@ -138,16 +138,20 @@ void appendTriple(std::string& line, const Link& link) {
     line += text;
 }
 
-/// Pushes this cycle's samples and gives the archive line that holds them.
-std::string pushSamples(Clasp* clasp) {
+/// Before the archive line, which memory may be refused to: the rings need none.
+void pushSamples(Clasp* clasp) {
+    for (Link* link = clasp->pFirstLink; link != nullptr; link = link->pNextLink)
+        if (!isTemplate(*link))
+            pushSample(*link, static_cast<double>(TimeStamp), link->DataArray[0]);
+}
+
+/// The archive line of this cycle's samples.
+std::string archiveLine(const Clasp& clasp) {
     const NumericLocale decimalPoint;
     std::string line = std::to_string(TimeStamp) + " ";
-    for (Link* link = clasp->pFirstLink; link != nullptr; link = link->pNextLink) {
-        if (isTemplate(*link))
-            continue;
-        appendTriple(line, *link);
-        pushSample(*link, static_cast<double>(TimeStamp), link->DataArray[0]);
-    }
+    for (const Link* link = clasp.pFirstLink; link != nullptr; link = link->pNextLink)
+        if (!isTemplate(*link))
+            appendTriple(line, *link);
     return line + "\n";
 }
 
@@ -172,8 +176,8 @@ int RawDataRetrievalAndArchive(Clasp* clasp) {
     if (!readChain(clasp))
         return -1;
     removeUnmountedDisks(clasp);
-    const std::string line = pushSamples(clasp);
-    return appendArchiveLine(clasp->HardDriveArchive, line) ? 1 : -1;
+    pushSamples(clasp);
+    return appendArchiveLine(clasp->HardDriveArchive, archiveLine(*clasp)) ? 1 : -1;
 }
 
 } // namespace obrin

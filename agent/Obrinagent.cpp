@@ -11,6 +11,7 @@
 #include <atomic>
 #include <exception>
 #include <jni.h>
+#include <new>
 
 namespace obrin {
 namespace {
@@ -50,10 +51,17 @@ jint research(JNIEnv* env, jobject self, jobject events, jint argumentCount, jst
     } ended;
     try {
         announceStart();
-        const std::string program = takeJavaText(env, programName);
-        const std::string config = takeJavaText(env, configPath);
-        JavaSide java(env, self, events);
-        return runAgent(argumentCount, program, config);
+        beginExecuting();
+        const JavaSide java(env, self, events);
+        do {
+            try {
+                return runAgent(argumentCount, takeJavaText(env, programName), takeJavaText(env, configPath));
+            } catch (const std::bad_alloc&) {
+                DEBUGMSG("No memory for the start of the run, which is tried again in a second\n");
+            }
+            javaThreadSyncSleep(1);
+        } while (continueExecuting != 0);
+        return endRun();
     } catch (const std::exception& failure) {
         DEBUGMSG("The run ended early: %s\n", failure.what());
     } catch (...) {

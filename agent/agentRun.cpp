@@ -50,22 +50,30 @@ private:
     std::unique_ptr<Clasp> clasp_;
 };
 
-/// Prints to standard output and to the log.
-void say(const std::string& text) {
-    std::fputs(text.c_str(), stdout);
+/// Prints to standard output and to the log; three parts of one text.
+void say(const char* before, const char* text = "", const char* after = "") {
+    std::printf("%s%s%s", before, text, after);
     std::fflush(stdout);
-    DEBUGMSG("%s", text.c_str());
+    DEBUGMSG("%s%s%s", before, text, after);
+}
+
+// The reports take no memory: its want may be what they tell of.
+
+void reportFailure(const char* what) {
+    char text[128];
+    std::snprintf(text, sizeof text, "Call To %s Failed", what);
+    error_exit("fatal", text);
 }
 
 /// A step that failed is logged and reported; `what` is the step's name.
 void reportFailedStep(const char* what) {
     DEBUGMSG("%s failed...exiting\n", what);
-    error_exit("fatal", (std::string("Call To ") + what + " Failed").c_str());
+    reportFailure(what);
 }
 
 void reportFailedCycleStep(const char* what, int result) {
     DEBUGMSG("Failure of %s. Error Code %d...exiting.\n", what, result);
-    error_exit("fatal", (std::string("Call To ") + what + " Failed").c_str());
+    reportFailure(what);
 }
 
 int cannotOpen(const std::string& configPath) {
@@ -107,14 +115,14 @@ bool startUp(Clasp* clasp) {
     return true;
 }
 
-/// The result of a step of the cycle; -1 when memory was too short for it, which the next cycle may find
-/// better.
+/// The result of a step that the run can go on without; -1 when memory was too short for it, which the next
+/// time may find better.
 template <class Step>
 int attempt(Step step) {
     try {
         return step();
     } catch (const std::exception& failure) {
-        DEBUGMSG("A step of the cycle was given up: %s\n", failure.what());
+        DEBUGMSG("A step of the run was given up: %s\n", failure.what());
         return -1;
     }
 }
@@ -133,14 +141,6 @@ void runOneCycle(Clasp* clasp, int maxfilesizeinMB) {
     attempt([&] { return trim(clasp->HardDriveArchive, maxfilesizeinMB); });
 }
 
-int endRun() {
-    char now[32] = "";
-    const std::time_t seconds = systemClock().wallTime();
-    ::ctime_r(&seconds, now);
-    DEBUGMSG("Ending prediction. timeOfDay=%s\n", now);
-    return closeLogFile();
-}
-
 void runWith(std::string_view configuration, const std::string& configPath) {
     RunRecord record;
     Clasp* clasp = record.get();
@@ -151,7 +151,10 @@ void runWith(std::string_view configuration, const std::string& configPath) {
         runOneCycle(clasp, maxfilesizeinMB);
         javaThreadSyncSleep(clasp->MillisecondsPerSample / 1000);
     } while (continueExecuting != 0);
-    deleteTrendFilesSynchronized(clasp);
+    attempt([&] {
+        deleteTrendFilesSynchronized(clasp);
+        return 1;
+    });
 }
 
 } // namespace
@@ -164,20 +167,27 @@ void announceStart() {
 }
 
 int runAgent(int argumentCount, const std::string& programName, const std::string& configPath) {
-    beginExecuting();
     beginInstanceRun();
     ::tzset();
     if (argumentCount != 2) {
-        say("\n\nusage: " + programName + " \t ..\\data\\AutoConfig.ini \n\n");
+        say("\n\nusage: ", programName.c_str(), " \t ..\\data\\AutoConfig.ini \n\n");
         error_exit("fatal", "Improper Arguments");
     }
     const auto configuration = readWholeFile(configPath);
     if (!configuration)
         return cannotOpen(configPath);
     const char* locale = std::setlocale(LC_ALL, nullptr);
-    say(std::string("agent locale(LC_ALL)=") + (locale == nullptr ? "" : locale) + "\n");
+    say("agent locale(LC_ALL)=", locale == nullptr ? "" : locale, "\n");
     runWith(*configuration, configPath);
     return endRun();
+}
+
+int endRun() {
+    char now[32] = "";
+    const std::time_t seconds = systemClock().wallTime();
+    ::ctime_r(&seconds, now);
+    DEBUGMSG("Ending prediction. timeOfDay=%s\n", now);
+    return closeLogFile();
 }
 
 } // namespace obrin

@@ -78,94 +78,130 @@ Conversion readConversion(std::string_view text) {
     return found;
 }
 
-std::string fraction(const Conversion& c, std::size_t defaultDigits) {
+/// Text that is put together in room of a fixed size.
+class BoundedText {
+public:
+    explicit BoundedText(std::span<char> room) : room_(room) {}
+
+    void append(std::string_view text) {
+        length_ += text.copy(room_.data() + length_, room_.size() - length_);
+    }
+    void append(std::size_t count, char byte) {
+        count = std::min(count, room_.size() - length_);
+        std::fill_n(room_.data() + length_, count, byte);
+        length_ += count;
+    }
+    bool full() const { return length_ == room_.size(); }
+    std::size_t length() const { return length_; }
+
+private:
+    std::span<char> room_;
+    std::size_t length_ = 0;
+};
+
+/// What a conversion prints between its sign and its padding: some zeroes with a text on each side.
+struct Body {
+    std::string_view head;
+    std::size_t zeroes = 0;
+    std::string_view tail;
+
+    std::size_t size() const { return head.size() + zeroes + tail.size(); }
+};
+
+Body fraction(const Conversion& c, std::size_t defaultDigits, std::string_view whole,
+              std::string_view wholeAndPoint, std::string_view exponent) {
     const std::size_t digits = c.hasPrecision ? c.precision : defaultDigits;
-    if (digits == 0)
-        return c.alternate ? "." : "";
-    return "." + std::string(digits, '0');
+    return {digits == 0 && !c.alternate ? whole : wholeAndPoint, digits, exponent};
 }
 
-std::string zeroInteger(const Conversion& c) {
-    std::string digits(c.hasPrecision ? c.precision : 1, '0');
-    if (digits.empty() && c.letter == 'o' && c.alternate)
-        digits = "0";
-    return digits;
+Body zeroInteger(const Conversion& c) {
+    const bool lone = c.hasPrecision && c.precision == 0 && c.letter == 'o' && c.alternate;
+    return {"", c.hasPrecision && !lone ? c.precision : 1, ""};
 }
 
-std::string zeroNumber(const Conversion& c) {
+Body zeroNumber(const Conversion& c) {
     switch (c.letter) {
     case 'f':
     case 'F':
-        return "0" + fraction(c, 6);
+        return fraction(c, 6, "0", "0.", "");
     case 'e':
     case 'E':
-        return "0" + fraction(c, 6) + (c.letter == 'e' ? "e+00" : "E+00");
+        return fraction(c, 6, "0", "0.", c.letter == 'e' ? "e+00" : "E+00");
     case 'g':
     case 'G': {
         const std::size_t digits = c.hasPrecision ? std::max<std::size_t>(c.precision, 1) : 6;
-        return c.alternate ? "0." + std::string(digits - 1, '0') : "0";
+        return c.alternate ? Body{"0.", digits - 1, ""} : Body{"0", 0, ""};
     }
     case 'a':
-        return "0x0" + fraction(c, 0) + "p+0";
+        return fraction(c, 0, "0x0", "0x0.", "p+0");
     case 'A':
-        return "0X0" + fraction(c, 0) + "P+0";
+        return fraction(c, 0, "0X0", "0X0.", "P+0");
     default:
         return zeroInteger(c);
     }
 }
 
-std::string pad(const Conversion& c, const std::string& sign, const std::string& body, bool zeroesAllowed) {
+void pad(BoundedText& text, const Conversion& c, std::string_view sign, Body body, bool zeroesAllowed) {
     const std::size_t used = sign.size() + body.size();
-    const std::string padding(c.width > used ? c.width - used : 0, ' ');
-    if (c.left)
-        return sign + body + padding;
-    if (c.zeroes && zeroesAllowed) {
+    const std::size_t padding = c.width > used ? c.width - used : 0;
+    const bool withZeroes = !c.left && c.zeroes && zeroesAllowed;
+    if (!c.left && !withZeroes)
+        text.append(padding, ' ');
+    text.append(sign);
+    if (withZeroes) {
         const std::size_t prefix = c.letter == 'a' || c.letter == 'A' ? 2 : 0; // zeros go behind "0x"
-        return sign + body.substr(0, prefix) + std::string(padding.size(), '0') + body.substr(prefix);
+        text.append(body.head.substr(0, prefix));
+        text.append(padding, '0');
+        body.head.remove_prefix(prefix);
     }
-    return padding + sign + body;
+    text.append(body.head);
+    text.append(body.zeroes, '0');
+    text.append(body.tail);
+    if (c.left)
+        text.append(padding, ' ');
 }
 
-std::string render(const Conversion& c) {
+void render(BoundedText& text, const Conversion& c) {
     switch (c.letter) {
     case '%':
-        return "%";
+        return text.append("%");
     case 'n':
     case 'm':
-        return "";
+        return;
     case 's':
     case 'S':
     case 'c':
     case 'C':
-        return pad(c, "", "", false);
+        return pad(text, c, "", {}, false);
     case 'p':
-        return pad(c, "", "(nil)", false);
+        return pad(text, c, "", {"(nil)", 0, ""}, false);
     default:
         break;
     }
     const bool integer = std::string_view("diouxX").find(c.letter) != std::string_view::npos;
     const bool isSigned = !integer || c.letter == 'd' || c.letter == 'i';
-    const std::string sign = !isSigned ? "" : c.plus ? "+" : c.blank ? " " : "";
-    return pad(c, sign, zeroNumber(c), !(integer && c.hasPrecision));
+    const std::string_view sign = !isSigned ? "" : c.plus ? "+" : c.blank ? " " : "";
+    pad(text, c, sign, zeroNumber(c), !(integer && c.hasPrecision));
 }
 
 } // namespace
 
-std::string renderWithoutArguments(std::string_view format, std::size_t longest) {
-    std::string text;
-    std::size_t at = 0;
-    while (at < format.size() && text.size() < longest) {
-        const std::size_t percent = std::min(format.find('%', at), format.size());
-        text.append(format.substr(at, percent - at));
-        at = percent;
-        if (at == format.size())
+std::size_t renderWithoutArguments(std::string_view format, std::span<char> room) noexcept {
+    BoundedText text(room);
+    while (!format.empty() && !text.full()) {
+        const std::size_t percent = std::min(format.find('%'), format.size());
+        text.append(format.substr(0, percent));
+        format.remove_prefix(percent);
+        if (format.empty())
             break;
-        const Conversion conversion = readConversion(format.substr(at));
-        text.append(conversion.letter == 0 ? "%" : render(conversion));
-        at += conversion.letter == 0 ? 1 : conversion.length;
+        const Conversion conversion = readConversion(format);
+        if (conversion.letter == 0)
+            text.append("%");
+        else
+            render(text, conversion);
+        format.remove_prefix(conversion.letter == 0 ? 1 : conversion.length);
     }
-    text.resize(std::min(text.size(), longest));
-    return text;
+    return text.length();
 }
 
 } // namespace obrin

@@ -9,6 +9,7 @@
 
 #include <cstdarg>
 #include <fcntl.h>
+#include <string_view>
 #include <sys/stat.h>
 
 namespace obrin {
@@ -48,45 +49,45 @@ void prepare() REQUIRES(logLock) {
         turnOver(systemPaths().logBackup);
 }
 
-int write(const std::string& text) REQUIRES(logLock) {
+int write(std::string_view text) REQUIRES(logLock) {
     prepare();
     return fLog && writeAll(::fileno(fLog.get()), text.data(), text.size()) ? 0 : EOF;
 }
 
 } // namespace
 
-void initLogFile() {
+void initLogFile() noexcept {
     MutexLock lock(logLock);
     close();
 }
 
-void openLogFile() {
+void openLogFile() noexcept {
     MutexLock lock(logLock);
     open("w+c");
 }
 
-void openLogFileAppend() {
+void openLogFileAppend() noexcept {
     MutexLock lock(logLock);
     open("a+c");
 }
 
-int closeLogFile() {
+int closeLogFile() noexcept {
     MutexLock lock(logLock);
     return close();
 }
 
-void backupFile() {
+void backupFile() noexcept {
     MutexLock lock(logLock);
     turnOver(systemPaths().logBackup);
 }
 
-void keepEventLog() {
+void keepEventLog() noexcept {
     MutexLock lock(logLock);
     turnOver(systemPaths().eventLog);
     write("LumetraAgent.log.event saved. Opening new log file.\n");
 }
 
-int DEBUGMSG(const char* format, ...) {
+int DEBUGMSG(const char* format, ...) noexcept {
     char message[logMessageSize];
     va_list arguments;
     va_start(arguments, format);
@@ -95,12 +96,13 @@ int DEBUGMSG(const char* format, ...) {
         std::vsnprintf(message, sizeof message, format, arguments);
     }
     va_end(arguments);
-    const std::string text = renderWithoutArguments(message, logMessageSize - 1);
+    char text[logMessageSize - 1];
+    const std::size_t length = renderWithoutArguments(message, text);
     MutexLock lock(logLock);
-    return write(text);
+    return write({text, length});
 }
 
-int DEBUGFLUSH() {
+int DEBUGFLUSH() noexcept {
     MutexLock lock(logLock);
     return fLog ? std::fflush(fLog.get()) : 0;
 }

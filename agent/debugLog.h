@@ -5,8 +5,9 @@ namespace obrin {
 // The one text log of the library, at systemPaths().log: every room writes its trace, results and errors
 // through DEBUGMSG. A message is on disk when DEBUGMSG returns. When the log has grown past logSizeLimit it
 // becomes the backup (one generation) and a new one begins. Every function may be called from any thread;
-// each is one step under the log's own lock. A log that cannot be opened or written loses lines and nothing
-// else; each message tries again.
+// each is one step under the log's own lock, takes no memory of its own and throws nothing, so that a handler
+// may log what it caught. A log that cannot be opened or written loses lines and nothing else; each message
+// tries again.
 
 /// A log longer than this many bytes is turned over before the next message.
 inline constexpr long logSizeLimit = 1000000;
@@ -15,30 +16,30 @@ inline constexpr long logSizeLimit = 1000000;
 inline constexpr unsigned logMessageSize = 2048;
 
 /// Forgets the log without writing to it: the state at the start of a run.
-void initLogFile();
+void initLogFile() noexcept;
 
 /// Opens the log anew and empty; nothing when it is open.
-void openLogFile();
+void openLogFile() noexcept;
 
 /// Opens the log to append to it; nothing when it is open.
-void openLogFileAppend();
+void openLogFileAppend() noexcept;
 
 /// Closes the log. The result of fclose, 0 when none was open.
-int closeLogFile();
+int closeLogFile() noexcept;
 
 /// Makes the log the backup, replacing an older one, and begins a new log.
-void backupFile();
+void backupFile() noexcept;
 
 /// Makes the log the kept event log, replacing an older one, begins a new log and says so in its first line.
-void keepEventLog();
+void keepEventLog() noexcept;
 
 /// Writes one message, formatted as printf does; a log that is closed is opened to be appended to. The text
 /// is then formatted a second time without arguments: "%%" becomes "%", any other conversion stands for zero
 /// or nothing (see renderWithoutArguments). Numbers have a decimal point whatever the process's locale. The
 /// result of fflush: 0, or EOF when the message could not be written.
-int DEBUGMSG(const char* format, ...) __attribute__((format(printf, 1, 2)));
+int DEBUGMSG(const char* format, ...) noexcept __attribute__((format(printf, 1, 2)));
 
 /// Writes out what the log stream still holds. The result of fflush, 0 when no log is open.
-int DEBUGFLUSH();
+int DEBUGFLUSH() noexcept;
 
 } // namespace obrin

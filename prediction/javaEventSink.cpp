@@ -3,6 +3,8 @@
 #include "agent/debugLog.h"
 #include "support/jniSupport.h"
 
+#include <new>
+
 namespace obrin {
 
 JavaEventSink::JavaEventSink(JNIEnv* env, jobject events) : env_(env), events_(events) {
@@ -12,10 +14,15 @@ JavaEventSink::JavaEventSink(JNIEnv* env, jobject events) : env_(env), events_(e
 }
 
 bool JavaEventSink::failed(const char* where) {
-    const auto exception = takePendingException(env_);
-    if (exception)
-        DEBUGMSG("Java exception in %s: %s\n", where, exception->c_str());
-    return exception.has_value();
+    if (env_->ExceptionCheck() == JNI_FALSE)
+        return false;
+    try {
+        DEBUGMSG("Java exception in %s: %s\n", where, takePendingException(env_)->c_str());
+    } catch (const std::bad_alloc&) {
+        env_->ExceptionClear();
+        DEBUGMSG("Java exception in %s, and no memory to describe it\n", where);
+    }
+    return true;
 }
 
 bool JavaEventSink::find(jclass type, Method& method) {
@@ -39,8 +46,13 @@ Result JavaEventSink::ask(Method& method, Result refused, Call call) {
     jclass type = env_->GetObjectClass(events_);
     if (type == nullptr || !find(type, method))
         return refused;
-    const Result result = call(type);
-    return failed(method.name) ? refused : result;
+    try {
+        const Result result = call(type);
+        return failed(method.name) ? refused : result;
+    } catch (const std::bad_alloc&) {
+        DEBUGMSG("No memory to call %s\n", method.name);
+        return refused;
+    }
 }
 
 std::int32_t JavaEventSink::getOs_support() {

@@ -11,9 +11,12 @@ namespace obrin {
 
 namespace {
 
-/// Registers the link that stands for the input itself.
+/// Registers the link that stands for the input itself, at the second try if need be: what memory was refused
+/// to for a moment would be missing for the whole run.
 Registration registerDeclared(InputReading& input, Link& link) {
-    const Registration registration = registerLink(input.scratchPad, &link);
+    Registration registration = registerLink(input.scratchPad, &link);
+    if (registration == Registration::failed)
+        registration = registerLink(input.scratchPad, &link);
     input.linkMissing = registration == Registration::failed;
     return registration;
 }

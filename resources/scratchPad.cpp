@@ -56,7 +56,7 @@ bool ScratchPad::refresh() {
         const int reason = errno;
         noteReadProblem(reason == ENOENT ? 0 : reason);
         if (reason == ENOENT && seen_)
-            forgetAll();
+            readAnew(-1);
         return false;
     }
     struct stat status = {};
@@ -66,8 +66,7 @@ bool ScratchPad::refresh() {
     }
     if (seen_ == stateOf(status))
         return true;
-    forgetAll();
-    readAll(file.get());
+    readAnew(file.get());
     seen_ = stateOf(status);
     if (passedOver_ > 0)
         DEBUGMSG("Scratch pad %s: %u incomplete or contradicting records passed over\n", path_.c_str(),
@@ -75,16 +74,19 @@ bool ScratchPad::refresh() {
     return true;
 }
 
-void ScratchPad::forgetAll() {
-    seen_.reset();
-    ridByIdentity_.clear();
-    usedRids_.clear();
-    lastRid_ = 0;
-    highestRid_ = 0;
-    passedOver_ = 0;
+void ScratchPad::readAnew(int fd) {
+    // Beside the old index, which stays when memory is refused on the way: half an index would give the
+    // numbers of the other half away again.
+    ScratchPad fresh(path_);
+    fresh.readProblem_ = readProblem_;
     // Numbers of this run stay taken also while their records are only in memory.
     for (const UnwrittenRecord& record : unwritten_)
-        claim(record.identity, record.rid);
+        fresh.claim(record.identity, record.rid);
+    if (fd >= 0)
+        fresh.readAll(fd);
+    fresh.unwritten_.swap(unwritten_);
+    fresh.unsynchronised_ = unsynchronised_;
+    *this = std::move(fresh);
 }
 
 void ScratchPad::readAll(int fd) {
@@ -219,8 +221,15 @@ int RecordLinkForRIDCollision(ScratchPad& pad, const Link* link) {
         DEBUGMSG("A name that the scratch pad cannot hold is not stored: %s\n", link->Descriptor1.c_str());
         return -1;
     }
-    pad.claim(identity, link->RID);
+    // First the record, then the claim: a number that the index knows and the file never gets would be given
+    // away again by the next run.
     pad.unwritten_.push_back({std::move(identity), link->RID, std::move(text)});
+    try {
+        pad.claim(pad.unwritten_.back().identity, link->RID);
+    } catch (...) {
+        pad.unwritten_.pop_back();
+        throw;
+    }
     return pad.writeUnwritten() ? 1 : -1;
 }
 

@@ -76,8 +76,8 @@ private:
     };
 
     static FileState stateOf(const struct stat& status);
+    void readAnew(int fd);
     void readAll(int fd);
-    void forgetAll();
     void takeSection(std::string_view section);
     bool claim(const std::string& identity, std::int32_t rid);
     bool writeUnwritten();

@@ -2,6 +2,8 @@
 
 #include "support/javaText.h"
 
+#include <memory>
+
 namespace obrin {
 
 LocalFrame::LocalFrame(JNIEnv* env, jint capacity) : env_(env), pushed_(env->PushLocalFrame(capacity) == 0) {}
@@ -24,10 +26,10 @@ std::string takeJavaText(JNIEnv* env, jstring text) {
         env->ExceptionClear();
         return {};
     }
-    std::string copy = fromJavaEncoding(characters);
-    if (isCopy == JNI_TRUE)
-        env->ReleaseStringUTFChars(text, characters);
-    return copy;
+    const auto release = [env, text](const char* copy) { env->ReleaseStringUTFChars(text, copy); };
+    const std::unique_ptr<const char, decltype(release)> copied(isCopy == JNI_TRUE ? characters : nullptr,
+                                                                release);
+    return fromJavaEncoding(characters);
 }
 
 namespace {

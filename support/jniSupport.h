@@ -28,11 +28,12 @@ private:
 jstring makeJavaText(JNIEnv* env, const char* text);
 
 /// The characters of a Java text as UTF-8; empty for a null reference and when Java has no memory (the
-/// exception is then cleared). Characters that Java did not copy are not released.
+/// exception is then cleared). Characters that Java did not copy are not released, those that it did always.
 std::string takeJavaText(JNIEnv* env, jstring text);
 
 /// Looks for a pending exception and clears it. Its own text ("java.lang.IllegalStateException: why"), or a
-/// replacement when even that cannot be had; nothing when none was pending. Needs a local frame around it.
+/// replacement when even that cannot be had; nothing when none was pending. Needs a local frame around it. When
+/// memory is refused to the text, the exception is cleared all the same or another one is pending.
 std::optional<std::string> takePendingException(JNIEnv* env);
 
 } // namespace obrin

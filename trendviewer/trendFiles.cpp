@@ -8,6 +8,8 @@
 #include "support/handles.h"
 
 #include <cerrno>
+#include <climits>
+#include <cstdio>
 #include <functional>
 #include <pthread.h>
 #include <sys/stat.h>
@@ -109,14 +111,17 @@ std::int32_t removeMatching(const std::string& path, const Clasp& clasp,
     return 1;
 }
 
+/// Room for a command that names three paths, none longer than the kernel takes: longer ones hold no file.
+constexpr std::size_t longestCommand = 3 * (PATH_MAX + 16);
+
 /// Tells the log and Java that a deletion could not be made. `function` and `command` are named in the texts.
-std::int32_t deletionFailed(const char* function, const std::string& command, int error) {
-    char number[64];
-    std::snprintf(number, sizeof number, "errno=%d=0x%08x", error, static_cast<unsigned>(error));
-    const std::string text = std::string(function) + "(): system(\"" + command + "\") failed.  " + number;
-    DEBUGMSG("\n%s\n\n", text.c_str());
-    error_exit("fatal", text.c_str());
-    return error;
+/// Takes no memory: its want is a reason to come here.
+void deletionFailed(const char* function, const char* command, int error) {
+    char text[longestCommand + 128];
+    std::snprintf(text, sizeof text, "%s(): system(\"%s\") failed.  errno=%d=0x%08x", function, command,
+                  error, static_cast<unsigned>(error));
+    DEBUGMSG("\n%s\n\n", text);
+    error_exit("fatal", text);
 }
 
 } // namespace
@@ -131,9 +136,10 @@ std::int32_t deleteTrendFiles(Clasp* clasp) {
     });
     if (status == 1)
         return 1;
-    const std::string prefix = home + "/";
-    deletionFailed("deleteTrendFiles", "rm -f " + prefix + "*.cul " + prefix + "*.ini " + prefix + "*.gnp",
-                   status);
+    char command[longestCommand];
+    std::snprintf(command, sizeof command, "rm -f %s/*.cul %s/*.ini %s/*.gnp", home.c_str(), home.c_str(),
+                  home.c_str());
+    deletionFailed("deleteTrendFiles", command, status);
     DEBUGMSG("trendFiles deleteTrendFiles(): before return(errno);\n");
     return status;
 }
@@ -152,7 +158,9 @@ std::int32_t deleteResourceTrendFiles(Link* link) {
         directory, *link->pClasp, [&](std::string_view name) { return name.starts_with(prefix); });
     if (status == 1)
         return 1;
-    deletionFailed("trendFiles deleteResourceTrendFiles", "rm -f " + stem + "*", status);
+    char command[longestCommand];
+    std::snprintf(command, sizeof command, "rm -f %s*", stem.c_str());
+    deletionFailed("trendFiles deleteResourceTrendFiles", command, status);
     DEBUGMSG("trendFiles deleteResourceTrendFiles(): before return(errno);\n");
     return status;
 }

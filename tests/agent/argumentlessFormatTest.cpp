@@ -6,6 +6,12 @@
 namespace obrin {
 namespace {
 
+std::string rendered(std::string_view format, std::size_t longest) {
+    std::string text(longest + 1, '#');
+    text.resize(renderWithoutArguments(format, {text.data(), longest}));
+    return text;
+}
+
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 #pragma GCC diagnostic ignored "-Wformat-security"
@@ -32,7 +38,7 @@ TEST(ArgumentlessFormat, GivesWhatPrintfGivesForAZeroOrEmptyArgument) {
                     if (undefined)
                         continue;
                     const std::string format = "<%" + std::string(flags) + width + precision + letter + ">";
-                    EXPECT_EQ(renderWithoutArguments(format, 1000), withZero(format, letter)) << format;
+                    EXPECT_EQ(rendered(format, 1000), withZero(format, letter)) << format;
                     ++compared;
                 }
     EXPECT_GT(compared, 2000);
@@ -41,44 +47,59 @@ TEST(ArgumentlessFormat, GivesWhatPrintfGivesForAZeroOrEmptyArgument) {
 TEST(ArgumentlessFormat, AlternateFormsOfZero) {
     for (const char* format : {"%#o", "%#.0o", "%#x", "%#.0f", "%#g", "%#.3g", "%#e"}) {
         const char letter = std::string(format).back();
-        EXPECT_EQ(renderWithoutArguments(format, 1000), withZero(format, letter)) << format;
+        EXPECT_EQ(rendered(format, 1000), withZero(format, letter)) << format;
     }
 }
 
 TEST(ArgumentlessFormat, DoubledPercentBecomesOne) {
-    EXPECT_EQ(renderWithoutArguments("100%% of it", 100), "100% of it");
+    EXPECT_EQ(rendered("100%% of it", 100), "100% of it");
 }
 
 TEST(ArgumentlessFormat, StoringConversionStoresNothingAndPrintsNothing) {
-    EXPECT_EQ(renderWithoutArguments("a%nb%hhnc%5nd", 100), "abcd");
+    EXPECT_EQ(rendered("a%nb%hhnc%5nd", 100), "abcd");
 }
 
 TEST(ArgumentlessFormat, TextAndPointerConversionsAreEmpty) {
-    EXPECT_EQ(renderWithoutArguments("[%s][%5s][%-3c][%p][%m]", 100), "[][     ][   ][(nil)][]");
+    EXPECT_EQ(rendered("[%s][%5s][%-3c][%p][%m]", 100), "[][     ][   ][(nil)][]");
 }
 
 TEST(ArgumentlessFormat, PositionalConversionIsTheSameConversionWithoutItsPosition) {
-    EXPECT_EQ(renderWithoutArguments("[%1$s][%2$d][%1$5d][%3$-3c][%1$n][%12$.2f][%1$p]", 100),
+    EXPECT_EQ(rendered("[%1$s][%2$d][%1$5d][%3$-3c][%1$n][%12$.2f][%1$p]", 100),
               "[][0][    0][   ][][0.00][(nil)]");
-    EXPECT_EQ(renderWithoutArguments("[%2$*1$d][%3$.*1$f]", 100), "[0][0]");
-    EXPECT_EQ(renderWithoutArguments("[%1$%][%1$k][%$s][%1$", 100), "[%][%1$k][%$s][%1$");
+    EXPECT_EQ(rendered("[%2$*1$d][%3$.*1$f]", 100), "[0][0]");
+    EXPECT_EQ(rendered("[%1$%][%1$k][%$s][%1$", 100), "[%][%1$k][%$s][%1$");
 }
 
 TEST(ArgumentlessFormat, PercentThatBeginsNoConversionStays) {
-    EXPECT_EQ(renderWithoutArguments("50%", 100), "50%");
-    EXPECT_EQ(renderWithoutArguments("50%\n", 100), "50%\n");
-    EXPECT_EQ(renderWithoutArguments("%k %", 100), "%k %");
+    EXPECT_EQ(rendered("50%", 100), "50%");
+    EXPECT_EQ(rendered("50%\n", 100), "50%\n");
+    EXPECT_EQ(rendered("%k %", 100), "%k %");
 }
 
 TEST(ArgumentlessFormat, HugeWidthsAreCutAtTheLimit) {
-    EXPECT_EQ(renderWithoutArguments("%999999999999999999999d", 2047).size(), 2047U);
-    EXPECT_EQ(renderWithoutArguments("%.999999999f", 2047).size(), 2047U);
-    EXPECT_EQ(renderWithoutArguments("%*d|%.*f", 100), "0|0");
+    EXPECT_EQ(rendered("%999999999999999999999d", 2047).size(), 2047U);
+    EXPECT_EQ(rendered("%.999999999f", 2047).size(), 2047U);
+    EXPECT_EQ(rendered("%*d|%.*f", 100), "0|0");
 }
 
 TEST(ArgumentlessFormat, NeverLongerThanAllowed) {
-    EXPECT_EQ(renderWithoutArguments("abcdef", 3), "abc");
-    EXPECT_EQ(renderWithoutArguments("ab%5d", 4), "ab  ");
+    EXPECT_EQ(rendered("abcdef", 3), "abc");
+    EXPECT_EQ(rendered("ab%5d", 4), "ab  ");
+    EXPECT_EQ(rendered("abc%%", 3), "abc");
+    EXPECT_EQ(rendered("%d", 0), "");
+}
+
+TEST(ArgumentlessFormat, WritesNothingBehindItsRoom) {
+    const std::string format = "a%%%9d%-9d%.9f%09a%#.9g%p%5s%e%k end";
+    const std::string whole = rendered(format, 1000);
+    ASSERT_GT(whole.size(), 60U);
+    for (std::size_t longest = 0; longest <= whole.size() + 1; ++longest) {
+        std::string room(whole.size() + 2, '#');
+        const std::size_t length = renderWithoutArguments(format, {room.data(), longest});
+        EXPECT_EQ(length, std::min(longest, whole.size()));
+        EXPECT_EQ(room.substr(0, length), whole.substr(0, length));
+        EXPECT_EQ(room.find_first_not_of('#', length), std::string::npos) << longest;
+    }
 }
 
 } // namespace

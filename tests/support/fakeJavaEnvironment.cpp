@@ -38,6 +38,16 @@ bool isJavaEncoded(std::string_view text) {
 
 namespace {
 
+thread_local int callsInside = 0; ///< of this thread to functions of an environment
+
+} // namespace
+
+bool insideFakeJava() {
+    return callsInside > 0;
+}
+
+namespace {
+
 struct Method {
     std::string className;
     std::string name;
@@ -178,20 +188,39 @@ struct FakeJavaEnvironment::State : JNIEnv_ {
 /// The functions of the table. Each begins with entry(), which keeps the clerk's book.
 struct FakeFunctions {
     using State = FakeJavaEnvironment::State;
-    using Lock = std::unique_lock<std::mutex>;
+
+    /// Holds the environment's mutex; the thread is inside the environment as long as it lives.
+    class Lock {
+    public:
+        template <class Book>
+        Lock(std::mutex& mutex, Book keepBook) : lock_(mutex) {
+            ++callsInside;
+            keepBook();
+        }
+        Lock(const Lock&) = delete;
+        Lock& operator=(const Lock&) = delete;
+        ~Lock() { --callsInside; }
+        void lock() { lock_.lock(); }
+        void unlock() { lock_.unlock(); }
+
+    private:
+        std::unique_lock<std::mutex> lock_;
+    };
 
     static State& stateOf(JNIEnv* env) { return *static_cast<State*>(env); }
 
     static Lock entry(JNIEnv* env, const char* function, bool allowedWhilePending = false) {
         State& state = stateOf(env);
-        Lock lock(state.mutex);
+        return Lock(state.mutex, [&] { keepBook(state, function, allowedWhilePending); });
+    }
+
+    static void keepBook(State& state, const char* function, bool allowedWhilePending) {
         if (state.keep)
             state.functionNames.emplace_back(function);
         if (std::this_thread::get_id() != state.owner)
             state.misuse(std::string(function) + " on a thread that does not own the environment");
         if (state.pending != nullptr && !allowedWhilePending)
             state.misuse(std::string(function) + " while an exception is pending");
-        return lock;
     }
 
     static jint getVersion(JNIEnv* env) {

@@ -34,6 +34,10 @@ struct JavaCall {
 /// 80, no overlong forms, nothing cut off).
 bool isJavaEncoded(std::string_view text);
 
+/// Whether the calling thread is in a function of such an environment: what it does there Java does, and not
+/// the agent.
+bool insideFakeJava();
+
 /// A Java environment without a Java machine: enough of the function table to run the agent, and a strict
 /// clerk of how it is used. It counts references and characters that were not given back, and notes as
 /// misuse: a call from another thread than the owner, a call that is not allowed while an exception is
