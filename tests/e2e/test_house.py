@@ -2,6 +2,8 @@
 
 import pathlib
 import re
+import subprocess
+import sys
 import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -102,6 +104,11 @@ class House(unittest.TestCase):
             for line in path.read_text().splitlines():
                 code = re.sub(r'"(\\.|[^"\\])*"', '""', line.split("//")[0])
                 self.assertIsNone(naked.search(code), f"{path}: {line}")
+
+    def test_every_mutant_still_finds_its_line_and_its_test(self):
+        checked = subprocess.run([sys.executable, ROOT / "tests" / "mutants" / "run", "--check"],
+                                 capture_output=True, text=True)
+        self.assertEqual(checked.returncode, 0, checked.stdout + checked.stderr)
 
 
 if __name__ == "__main__":
