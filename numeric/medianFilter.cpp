@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <optional>
 
 namespace obrin {
 namespace {
@@ -37,6 +38,15 @@ Count everySample(Count n, const float* in, Count s, float* out) {
     if (in != out)
         scopy(n / s, in, s, out, 1);
     return n / s;
+}
+
+/// The result where no window need be sorted: for arguments out of range, windows of one sample, no samples.
+std::optional<Count> withoutWindows(Count n, const float* in, Count w, Count s, float* out) {
+    if (!argumentsAreSound(w, s))
+        return 0;
+    if (w == 1)
+        return everySample(n, in, s, out);
+    return n < 1 ? std::optional<Count>(0) : std::nullopt;
 }
 
 bool isNegativeZero(float sample) {
@@ -110,12 +120,8 @@ void searchedMedians(Count n, const float* in, Count w, Count s, Count windows, 
 } // namespace
 
 Count median_filter(Count n, const float* in, Count w, Count s, float* out) {
-    if (!argumentsAreSound(w, s))
-        return 0;
-    if (w == 1)
-        return everySample(n, in, s, out);
-    if (n < 1)
-        return 0;
+    if (const std::optional<Count> done = withoutWindows(n, in, w, s, out))
+        return *done;
     buffer.get(w);
     const Count windows = windowCount(n, w, s);
     if (hasUnordered(n, in)) {
@@ -131,12 +137,8 @@ Count median_filter(Count n, const float* in, Count w, Count s, float* out) {
 }
 
 Count median_filter_with_border_effects(Count n, const float* in, Count w, Count s, float* out) {
-    if (!argumentsAreSound(w, s))
-        return 0;
-    if (w == 1)
-        return everySample(n, in, s, out);
-    if (n < 1)
-        return 0;
+    if (const std::optional<Count> done = withoutWindows(n, in, w, s, out))
+        return *done;
     const Count h = w / 2;
     const std::int64_t last = std::numeric_limits<std::int64_t>::max();
     SortedWindow window(n, in, buffer.get(hasUnordered(n, in) ? std::max(n, w) : w),
