@@ -215,6 +215,22 @@ TEST_F(Diagnosis, LeavesOutProcessesThatVanished) {
     EXPECT_EQ(report(descriptors), "Top Consumers of FDs:\n\t(stays) \tPID 3 \t#FDs 2\n");
 }
 
+TEST_F(Diagnosis, ReportsAProcessThatIsNumberedZero) {
+    ProcessTree tree;
+    tree.add("3", {statOf(0, "zero"), statusOf("zero", 0, 2048, 1024), 0});
+    EXPECT_EQ(run(descriptors), 1);
+    EXPECT_EQ(report(descriptors), "Top Consumers of FDs:\n\t(zero) \tPID 0 \t#FDs 2\n");
+}
+
+TEST_F(Diagnosis, EntryThatDoesNotFitLeavesOutThoseBehindItToo) {
+    ProcessTree tree;
+    tree.add("3", {statOf(3, "long-name"), statusOf("long-name", 0, 2048, 2048), 0});
+    tree.add("4", {statOf(4, "x"), statusOf("x", 0, 2048, 1024), 0});
+    fillCulpritText(culpritTextSize - 1 - 6); // room for " x(4)1"
+    EXPECT_EQ(run(memory), 1);
+    EXPECT_EQ(std::string(culprits.text), std::string(culpritTextSize - 1 - 6, 'x'));
+}
+
 TEST_F(Diagnosis, CulpritsOfSeveralResourcesGatherInOneText) {
     becomeSmallMachine();
     run(descriptors);

@@ -108,6 +108,8 @@ TEST(StatusText, FirstWordIsSkippedAndTheRestReadWordByWord) {
     EXPECT_EQ(record.ppid, 9);
     EXPECT_EQ(memory.VmSize, 2048);
     EXPECT_EQ(memory.VmRSS, 1024);
+    readStatusText("PPid: 8", &record, &memory);
+    EXPECT_EQ(record.ppid, 9);
 }
 
 TEST(StatusText, WithoutFiguresEverythingStays) {

@@ -36,7 +36,7 @@ bool findBest(const Series& s, Hinges& hinges) {
 struct Judge {
     std::vector<Hinges> sets;
     std::vector<double> errors;
-    double least = 0.0, band = 0.0;
+    double least = 0.0, total = 0.0, band = 0.0;
 
     explicit Judge(const Series& s) {
         long double sum = 0.0L;
@@ -44,15 +44,16 @@ struct Judge {
             sum += y;
         const long double mean = sum / static_cast<long double>(s.y.size());
         std::vector<double> centred;
-        long double total = 0.0L;
+        long double squares = 0.0L;
         for (const float y : s.y) {
             centred.push_back(static_cast<double>(static_cast<long double>(y) - mean));
-            total += (static_cast<long double>(y) - mean) * (static_cast<long double>(y) - mean);
+            squares += (static_cast<long double>(y) - mean) * (static_cast<long double>(y) - mean);
         }
+        total = static_cast<double>(squares);
         test::fitExhaustively(s.x, centred, s.positions, s.k, &errors);
         test::forEachHingeSet(s.positions, s.k, [this](const Hinges& hinges) { sets.push_back(hinges); });
         least = *std::min_element(errors.begin(), errors.end());
-        band = hingeTieBand * static_cast<double>(total);
+        band = hingeTieBand * total;
     }
 
     double errorOf(const Hinges& hinges) const {
@@ -397,6 +398,30 @@ TEST(HingeSearchTies, ALeadThatGrowsInStepsBelowTheBandKeepsTheFirstWithinTheBan
         crowded += hinges[0] > 1 && hinges != judge.sets[static_cast<std::size_t>(least)] ? 1U : 0U;
     }
     EXPECT_GT(crowded, 0U) << "no series made the lead change hands within the band";
+}
+
+TEST(HingeSearchTies, SetsWithinATrillionthOfTheTotalSumOfSquaresAreEqualAndNoOthers) {
+    // A line that bends at 200 ever more, and a hinge beside the bend that would be the first of equals.
+    double lastTie = 0.0, firstDifference = 1.0;
+    for (int bend = 1; bend <= 200; ++bend) {
+        Series s;
+        for (int i = 0; i <= 400; ++i) {
+            s.x.push_back(static_cast<float>(i));
+            s.y.push_back(static_cast<float>(i * 16) +
+                          (i > 200 ? std::ldexp(static_cast<float>(bend * (i - 200)), -14) : 0.0F));
+        }
+        s.positions = {199, 200};
+        const Judge judge(s);
+        const double apart = (judge.errors[0] - judge.errors[1]) / judge.total;
+        Hinges hinges;
+        ASSERT_TRUE(findBest(s, hinges));
+        if (hinges[0] == 199)
+            lastTie = std::max(lastTie, apart);
+        else
+            firstDifference = std::min(firstDifference, apart);
+    }
+    EXPECT_NEAR(lastTie, 1e-12, 0.05e-12);
+    EXPECT_NEAR(firstDifference, 1e-12, 0.05e-12);
 }
 
 // ---- what is declined

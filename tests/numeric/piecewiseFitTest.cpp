@@ -286,8 +286,9 @@ TEST(BestPiecewiseFit, FewerSamplesThanUnknownsAreLoggedForEachSet) {
     test::CapturedLog log;
     fitGiven({4.0F}, {9.0F}, {});
     const std::string once = log.text();
-    fitBest({0.0F, 1.0F}, {5.0F, 6.0F}, {1, 1, 1}, 1);
+    const Fit fit = fitBest({0.0F, 1.0F}, {5.0F, 6.0F}, {0, 1, 1}, 1);
     EXPECT_EQ(log.text(), once + once + once + once);
+    expectSame(fit.x, {0.0F, 0.0F, 1.0F}); // all are equal, at no error: the first one stays
 }
 
 TEST(BestPiecewiseFit, NoSamplesLeaveTheEndpointsAlone) {
@@ -451,6 +452,17 @@ TEST(YEqPiecLinX, BeyondTheEndsTheFirstAndTheLastSegmentGoOn) {
     std::vector<float> y(9);
     EXPECT_EQ(y_eq_piec_lin_x(3, ex, ey, 9, x, y.data()), 1);
     expectSame(y, {-195.0F, 3.0F, 5.0F, 15.0F, 25.0F, 22.5F, 20.0F, 19.5F, -470.0F});
+}
+
+TEST(YEqPiecLinX, AnEndpointsAbscissaBelongsToTheSegmentOnItsRight) {
+    // A segment is computed from its right end: over this one, the left value loses its last digits.
+    const float ex[] = {0.0F, 3.0F}, ey[] = {0.1F, 1e9F};
+    const float x = 0.0F;
+    float y = -77.0F;
+    EXPECT_EQ(y_eq_piec_lin_x(2, ex, ey, 1, &x, &y), 1);
+    const double left = static_cast<double>(ey[0]), right = static_cast<double>(ey[1]);
+    ASSERT_NE(static_cast<float>(-3.0 * ((right - left) / 3.0) + right), ey[0]);
+    EXPECT_EQ(y, static_cast<float>(-3.0 * ((right - left) / 3.0) + right));
 }
 
 TEST(YEqPiecLinX, TheSweepToTheLeftEndsWithTheAbscissae) {

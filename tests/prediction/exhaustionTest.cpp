@@ -42,6 +42,13 @@ TEST(Tolerance, NewestValueWithinTheMarginOfTheUpperLimitCountsAndJustOutsideItD
     EXPECT_EQ(newlyReachedLimit(Floats{100}, upper100), ReachedLimit::upper);
 }
 
+TEST(Tolerance, MarginIsTakenOffInDoublePrecision) {
+    const float below = 99.95F; // the float next to it, which is less
+    ASSERT_LT(static_cast<double>(below), 99.95);
+    EXPECT_EQ(newlyReachedLimit(Floats{50, below}, upper100), ReachedLimit::none);
+    EXPECT_EQ(newlyReachedLimit(Floats{50, std::nextafter(below, 100.0F)}, upper100), ReachedLimit::upper);
+}
+
 TEST(Tolerance, LowerLimitHasNoMargin) {
     EXPECT_EQ(newlyReachedLimit(Floats{5, 0}, lower0), ReachedLimit::lower);
     EXPECT_EQ(newlyReachedLimit(Floats{5, 0.01F}, lower0), ReachedLimit::none);
@@ -72,10 +79,43 @@ TEST(Grid, BeginsAtTheOldestSamplePlusTheWindowsStartAndEndsNearItsEnd) {
     EXPECT_NEAR(times.back(), 172800.0F, 1.0F);
 }
 
+TEST(Grid, StepIsADoubleAddedToTimesThatAreFloats) {
+    // Over 500 hours the two other ways of computing it end elsewhere.
+    Floats times(forecastPoints);
+    forecastGrid(0.0F, 0.0F, 1800000.0F, times);
+    const double step = 1800000.0 / 199.0;
+    Floats expected{0.0F};
+    Floats withFloatStep{0.0F};
+    Floats fromDoubles{0.0F};
+    for (int i = 1; i < forecastPoints; ++i) {
+        expected.push_back(static_cast<float>(static_cast<double>(expected.back()) + step));
+        withFloatStep.push_back(withFloatStep.back() + static_cast<float>(step));
+        fromDoubles.push_back(static_cast<float>(i * step));
+    }
+    ASSERT_NE(expected, withFloatStep);
+    ASSERT_NE(expected, fromDoubles);
+    EXPECT_EQ(times, expected);
+    EXPECT_EQ(times.back(), 1800003.0F);
+}
+
+TEST(Grid, BeginsAtTheSumOfTheOldestTimeAndTheWindowsStart) {
+    Floats times(forecastPoints);
+    forecastGrid(500.0F, 3600.0F, 7200.0F, times);
+    EXPECT_EQ(times[0], 4100.0F);
+}
+
 TEST(CrossingSearch, FirstPointBeyondALimitAfterTheNewestSampleCounts) {
     const Crossing crossing = findCrossing(Floats{0, 3600, 7200}, Floats{50, 100, 120}, 1800.0F, upper100);
     EXPECT_TRUE(crossing.ahead);
     EXPECT_EQ(crossing.hours, 0.5);
+}
+
+TEST(CrossingSearch, TimeAheadIsADifferenceOfFloats) {
+    const float time = 868.34174F;
+    const float now = 8192.1F;
+    ASSERT_NE(static_cast<double>(time - now), static_cast<double>(time) - static_cast<double>(now));
+    EXPECT_EQ(findCrossing(Floats{time}, Floats{100}, now, upper100).hours,
+              static_cast<double>(time - now) / 3600.0);
 }
 
 TEST(CrossingSearch, CrossingAtOrBeforeTheNewestSampleDoesNotCountButItsTimeStays) {
@@ -125,6 +165,11 @@ TEST(NotificationState, FirstPositivePredictionSetsTheLevelHalfwayTo100AndFiresN
     play({{true, 60, Notification::onset, 1, 80, 5}});
 }
 
+TEST(NotificationState, LevelIsComputedInDoublePrecision) {
+    ASSERT_NE(0.2F + (100.0F - 0.2F) * 0.5F, 50.1F);
+    play({{true, 0.2F, Notification::onset, 1, 50.1F, 5}});
+}
+
 TEST(NotificationState, SecondPositivePredictionFiresOnlyAtTheLevel) {
     play({{true, 60, Notification::onset, 1, 80, 5},
           {true, 79.9F, Notification::pending, 1, 80, 5},
@@ -157,8 +202,23 @@ TEST(NotificationState, PositivePredictionResetsTheHysteresis) {
           {false, 60, Notification::fading, 1, 80, 4}});
 }
 
+TEST(NotificationState, IntentWithoutAnyPatienceLeftIsDroppedAtOnce) {
+    Link link;
+    link.NotifyPending = 1;
+    EXPECT_EQ(advanceNotification(link, false, 50), Notification::cleared);
+    EXPECT_EQ(link.NotifyPending, 0);
+}
+
 TEST(NotificationState, IdleWithoutAPrediction) {
     play({{false, 99, Notification::none, 0, 0, 0}});
+}
+
+TEST(InitialEventStates, AreBothCleared) {
+    shownInner = 1;
+    shownUpper = 1;
+    setInitialEventStates();
+    EXPECT_EQ(shownInner, 0);
+    EXPECT_EQ(shownUpper, 0);
 }
 
 TEST(Clipping, UpperLimitAloneClipsToItAndToZero) {
@@ -203,14 +263,39 @@ protected:
         }
     }
 
-    int predict(ToleranceLimits limits = upper100) {
+    int predict(ToleranceLimits limits = upper100, float outer = 172800.0F) {
         const PredictionParameters parameters;
         return predict_exhaustion(&link, static_cast<std::int32_t>(x.size()), x.data(), y.data(),
-                                  limits.lower, limits.upper, 0.0F, 172800.0F, &parameters, &valid,
-                                  &culprits);
+                                  limits.lower, limits.upper, 0.0F, outer, &parameters, &valid, &culprits);
     }
 
     bool script() const { return std::filesystem::exists(directory.path("Disk_dev_sda1__BM.ini")); }
+    std::string scriptText() const { return test::readFile(directory.path("Disk_dev_sda1__BM.ini")); }
+    std::string forecast() const { return test::readFile(directory.path("Disk_dev_sda1__BMPRD.gnp")); }
+
+    /// 45 minutes on a line through floats that reaches 100 between the grid's 25th and 26th hour, when the
+    /// grid has a point an hour; the event is due.
+    void reachTheLimitAfterTwentySixHours() {
+        x.clear();
+        y.clear();
+        for (int i = 0; i <= 300; ++i) {
+            x.push_back(9.0F * static_cast<float>(i));
+            y.push_back(90.0F + static_cast<float>(i) / 1024.0F);
+        }
+        link.NotifyPending = 1;
+        link.NotifyLevel = 87.5F;
+        EXPECT_EQ(predict(upper100, 199 * 3600.0F), 1);
+    }
+
+    /// The value of the last point of the forecast, which is far ahead of the samples.
+    std::string lastForecastValue(ToleranceLimits limits, float from, float to) {
+        line(300, from, to);
+        predict(limits);
+        const std::string text = forecast();
+        const std::size_t end = text.size() - std::min<std::size_t>(text.size(), 2);
+        const std::size_t begin = text.rfind(' ', end - 1) + 1;
+        return text.substr(begin, end - begin);
+    }
 
     test::TemporaryDirectory directory;
     test::CapturedLog log;
@@ -243,6 +328,70 @@ TEST_F(PredictExhaustion, OnsetFirstThenTheEventOnceTheLevelIsReached) {
     EXPECT_NEAR(sink.events[0].seconds, 2840.5, 172800.0 / 199.0);
     EXPECT_NE(log.text().find("prediction is TRUE, will fire event at level 80.000000\n"), std::string::npos);
     EXPECT_NE(log.text().find("exhaustion imminent\n"), std::string::npos);
+}
+
+TEST_F(PredictExhaustion, ForecastBeginsAtTheOldestSampleNotAtTheNewest) {
+    line(300, 40, 60);
+    predict();
+    EXPECT_TRUE(forecast().starts_with("0.000000 40.0000")) << forecast().substr(0, 80);
+}
+
+TEST_F(PredictExhaustion, TimeTextOfTheEventIsMadeOfTheSecondsToExhaustion) {
+    reachTheLimitAfterTwentySixHours();
+    ASSERT_EQ(sink.events.size(), 1U);
+    EXPECT_EQ(sink.events[0].seconds, 90900.0);
+    EXPECT_EQ(sink.events[0].timeText, "1 day(s) 1 hr(s) 15 min(s) and 0 sec(s)");
+}
+
+TEST_F(PredictExhaustion, ImminentExhaustionIsLoggedInSecondsAndHours) {
+    reachTheLimitAfterTwentySixHours();
+    EXPECT_NE(log.text().find(
+                  "Exhaustion notification pending, prediction is TRUE, will fire event at level 87.500000\n"
+                  "In 90900.00 seconds (25.25 hours) from NOW,\n"
+                  "exhaustion imminent\n"
+                  "start sendEvent 1 day(s) 1 hr(s) 15 min(s) and 0 sec(s) 90900.000000 Disk /dev/sda1 /\n"),
+              std::string::npos)
+        << log.text();
+}
+
+TEST_F(PredictExhaustion, ScriptSaysTheHoursAndTheNotificationLevel) {
+    reachTheLimitAfterTwentySixHours();
+    const TrendLabel label = parseTrendLabel(scriptText());
+    EXPECT_TRUE(label.text.ends_with(".      25.25 hours to exhaustion.")) << label.text;
+    EXPECT_NE(scriptText().find(", notif level=87.50'"), std::string::npos) << scriptText();
+}
+
+TEST_F(PredictExhaustion, OfTwoLimitsTheScriptShowsTheLowerOne) {
+    line(300, 40, 60);
+    predict({10.0F, 80.0F});
+    EXPECT_TRUE(scriptText().starts_with("limit(x) = 1.000000e+01\n")) << scriptText();
+    predict({-1.0F, 80.0F});
+    EXPECT_TRUE(scriptText().starts_with("limit(x) = 8.000000e+01\n")) << scriptText();
+}
+
+TEST_F(PredictExhaustion, ForecastIsShownBetweenZeroAndTheUpperLimitWhenThatIsAlone) {
+    EXPECT_EQ(lastForecastValue({-1.0F, 80.0F}, 40, 60), "80.000000");
+    EXPECT_EQ(lastForecastValue({-1.0F, 80.0F}, 60, 40), "0.000000");
+}
+
+TEST_F(PredictExhaustion, ForecastIsShownBetweenTheLowerLimitAndOneHundredWhateverTheUpperLimit) {
+    for (const float upper : {-1.0F, 80.0F}) {
+        EXPECT_EQ(lastForecastValue({10.0F, upper}, 40, 60), "100.000000");
+        EXPECT_EQ(lastForecastValue({10.0F, upper}, 60, 40), "10.000000");
+    }
+}
+
+TEST_F(PredictExhaustion, FadingIntentIsLoggedCycleByCycle) {
+    line(300, 50, 50);
+    link.NotifyPending = 1;
+    link.HysteresisCount = 2;
+    for (int cycle = 0; cycle < 3; ++cycle)
+        predict();
+    const std::string selected = "Selected model:simple linear regression\n";
+    const std::string fading =
+        "Exhaustion notification pending, prediction if FALSE, decrementing hysteresis count to ";
+    EXPECT_EQ(log.text(), selected + fading + "1\n" + selected + fading + "0\nClearing intent to notify\n" +
+                              selected + "No exhaustion imminent in the given time limits\n");
 }
 
 TEST_F(PredictExhaustion, WithoutEnoughDataTheStateAndTheFilesStayAsTheyAre) {
@@ -316,8 +465,7 @@ TEST_F(PredictExhaustion, WithoutLimitsNothingFiresAndTheScriptsLimitIsMinusOne)
     EXPECT_EQ(predict(noLimits), 0);
     EXPECT_TRUE(sink.events.empty());
     EXPECT_TRUE(sink.upperEvents.empty());
-    const std::string text = test::readFile(directory.path("Disk_dev_sda1__BM.ini"));
-    EXPECT_TRUE(text.starts_with("limit(x) = -1.000000e+00\n")) << text;
+    EXPECT_TRUE(scriptText().starts_with("limit(x) = -1.000000e+00\n")) << scriptText();
 }
 
 TEST_F(PredictExhaustion, TimeAxisThatStandsStillOrStepsBackEndsWithoutAFalseEvent) {
@@ -346,7 +494,7 @@ TEST_F(PredictExhaustion, FilesOfAForecastWithoutACrossingSayNoExhaustion) {
     line(300, 50, 50);
     EXPECT_EQ(predict(), 0);
     EXPECT_TRUE(script());
-    const TrendLabel label = parseTrendLabel(test::readFile(directory.path("Disk_dev_sda1__BM.ini")));
+    const TrendLabel label = parseTrendLabel(scriptText());
     EXPECT_EQ(label.timeStamp, 1700000000);
     EXPECT_EQ(label.text, "Algorithm: simple linear regression.      no exhaustion within horizon.");
     EXPECT_EQ(label.level, -1.0F);

@@ -3,10 +3,12 @@
 #include "acquisition/circularBuffers.h"
 #include "agent/agentState.h"
 #include "prediction/exhaustion.h"
+#include "support/systemPaths.h"
 #include "tests/support/recordingSink.h"
 #include "tests/support/temporaryDirectory.h"
 
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
@@ -81,13 +83,28 @@ TEST_F(Predictor, ResourceWithoutAMethodAndTemplatesAreNeitherDiagnosedNorPredic
 }
 
 TEST_F(Predictor, AlertWindowComesFromTheForecastHours) {
-    clasp.MinForecastHours = 2;
+    clasp.MinForecastHours = 36;
     clasp.MaxForecastHours = 1000000;
     EXPECT_EQ(predictor(&clasp), 1);
-    EXPECT_EQ(InnerTolerance, 7200.0);
+    EXPECT_EQ(InnerTolerance, 129600.0);
     EXPECT_EQ(OuterTolerance, 3600000000.0);
-    EXPECT_NE(log.text().find("between 2 and 1000000 hours (0.08 and 41666.67 days):\n"), std::string::npos)
+    EXPECT_NE(log.text().find("between 36 and 1000000 hours (1.50 and 41666.67 days):\n"), std::string::npos)
         << log.text();
+}
+
+TEST_F(Predictor, ForecastAndAnnouncementBeginAtMinForecastHours) {
+    clasp.MinForecastHours = 24;
+    Link& link = add("Disk");
+    fill(link, 300, 50, 99); // full long before the window begins
+    link.NotifyPending = 1;
+    EXPECT_EQ(predictor(&clasp), 1);
+    const std::string forecast = test::readFile(directory.path("Disk_TotalBMPRD.gnp"));
+    EXPECT_TRUE(forecast.starts_with("86400.000000 100.000000 \n")) << forecast.substr(0, 40);
+    EXPECT_EQ(std::count(forecast.begin(), forecast.end(), '\n'), 200);
+    // The grid ends at 48 hours, to the rounding of its times.
+    EXPECT_EQ(forecast.substr(forecast.rfind('\n', forecast.size() - 2) + 1, 6), "172800") << forecast;
+    ASSERT_EQ(sink.events.size(), 1U);
+    EXPECT_DOUBLE_EQ(sink.events[0].seconds, 86400.0 - 2990.0);
 }
 
 TEST_F(Predictor, EachAnalysedResourceIsLoggedAndGetsItsFiles) {
@@ -122,6 +139,79 @@ TEST_F(Predictor, SamplesOfExactlyMinusOneAreLeftOut) {
     EXPECT_EQ(samples.find("-1.0"), std::string::npos);
     EXPECT_TRUE(samples.starts_with("0.000000 30.000000 \n10.000000 30.000000 \n30.000000 "))
         << samples.substr(0, 80);
+}
+
+TEST_F(Predictor, BookkeepingTellsTheSamplesTheValidOnesTheirPairsAndTheLastSlot) {
+    Link& link = add("Disk", 250);
+    fill(link, 310, 30, 30);
+    link.ValueBuffer[7] = -1.0;
+    EXPECT_EQ(predictor(&clasp), 1);
+    EXPECT_EQ(NumOfSamples, 250);
+    EXPECT_EQ(NumberOfValidDataPoints, 249);
+    EXPECT_EQ(NumOfSlopes, 250 * 249 / 2);
+    EXPECT_EQ(Index1, 59);
+}
+
+TEST_F(Predictor, ValuesNextToMinusOneAndBelowItAreSamples) {
+    Link& link = add("Disk");
+    fill(link, 300, 30, 30);
+    const double values[] = {std::nextafter(-1.0, 0.0), std::nextafter(-1.0, -2.0), -0.999, -1.0000001, -2.0};
+    std::copy(std::begin(values), std::end(values), link.ValueBuffer.get());
+    EXPECT_EQ(predictor(&clasp), 1);
+    EXPECT_EQ(NumberOfValidDataPoints, 300);
+    const std::string samples = test::readFile(directory.path("Disk_TotalBMSMP.gnp"));
+    EXPECT_TRUE(samples.starts_with("0.000000 -1.000000 \n10.000000 -1.000000 \n20.000000 -0.999000 \n"
+                                    "30.000000 -1.000000 \n40.000000 -2.000000 \n50.000000 30.000000 \n"))
+        << samples.substr(0, 150);
+}
+
+TEST_F(Predictor, OneSampleAtTheLimitOfItsMethodIsTold) {
+    struct Case {
+        std::int32_t method;
+        double value;
+        const char* logged;
+    };
+    for (const Case& one : {Case{1, 100.0, "equal to or above upper tolerance of 100.000000\n"},
+                            Case{2, 0.0, "equal to or below lower tolerance of 0.000000\n"}}) {
+        setInitialEventStates();
+        sink.upperEvents.clear();
+        Link& link = add("Disk");
+        link.AnalyticalMethod = one.method;
+        pushSample(link, 1700000000, one.value);
+        EXPECT_EQ(bestmodelObrin(&link, nullptr), 1);
+        ASSERT_EQ(sink.upperEvents.size(), 1U);
+        EXPECT_EQ(sink.upperEvents[0].limit, one.value);
+        EXPECT_NE(log.text().find(one.logged), std::string::npos) << log.text();
+    }
+}
+
+TEST_F(Predictor, MethodWithoutLimitsIsForecastAllTheSame) {
+    add("Unknown").AnalyticalMethod = 4;
+    add("Negative").AnalyticalMethod = -1;
+    for (const auto& link : links)
+        fill(*link, 300, 10, 99);
+    EXPECT_EQ(predictor(&clasp), 1);
+    EXPECT_EQ(files(), 6U);
+}
+
+/// The resources of a small captured machine, of which both events are due in every cycle.
+TEST_F(Predictor, CulpritsGatherOverTheResourcesOfACycleAndBeginAnewInTheNext) {
+    systemPaths().proc = std::string(LUMETRA_FIXTURES) + "/census-small/proc";
+    add("PercentFileDescriptorsUsed");
+    add("PercentSwapSpaceUsed");
+    for (const auto& link : links) {
+        fill(*link, 300, 80, 81);
+        link->NotifyPending = 1;
+    }
+    EXPECT_EQ(predictor(&clasp), 1);
+    EXPECT_EQ(predictor(&clasp), 1);
+    systemPaths().proc = SystemPaths().proc;
+    const std::string descriptors = " java(20)42 sshd(21)11 init(1)9 bash(32)6 tool(30)5 worker(31)0";
+    ASSERT_EQ(sink.events.size(), 4U);
+    EXPECT_EQ(sink.events[0].culprit, descriptors);
+    EXPECT_TRUE(sink.events[1].culprit.starts_with(descriptors + " java(20)210 ")) << sink.events[1].culprit;
+    EXPECT_EQ(sink.events[2].culprit, descriptors);
+    EXPECT_EQ(sink.events[3].culprit, sink.events[1].culprit);
 }
 
 TEST_F(Predictor, WrappedRingIsReadOldestFirst) {
