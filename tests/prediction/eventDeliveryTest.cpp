@@ -95,7 +95,7 @@ TEST(EventDelivery, LogNamesTheLocalTimeBeforeTheDateAndTheMonthBeforeTheDay) {
         for (std::time_t moment = before; moment <= after && !found; ++moment)
             found = log.text() == "start sendEvent soon 1.000000 Swap here\n"
                                   "EXHAUSTION will occur within soon\tfrom " +
-                                      written(moment + days * 86400) + "\n";
+                                      written(moment + days * std::time_t{86400}) + "\n";
         EXPECT_TRUE(found) << log.text();
     }
 }

@@ -381,19 +381,6 @@ TEST_F(PredictExhaustion, ForecastIsShownBetweenTheLowerLimitAndOneHundredWhatev
     }
 }
 
-TEST_F(PredictExhaustion, FadingIntentIsLoggedCycleByCycle) {
-    line(300, 50, 50);
-    link.NotifyPending = 1;
-    link.HysteresisCount = 2;
-    for (int cycle = 0; cycle < 3; ++cycle)
-        predict();
-    const std::string selected = "Selected model:simple linear regression\n";
-    const std::string fading =
-        "Exhaustion notification pending, prediction if FALSE, decrementing hysteresis count to ";
-    EXPECT_EQ(log.text(), selected + fading + "1\n" + selected + fading + "0\nClearing intent to notify\n" +
-                              selected + "No exhaustion imminent in the given time limits\n");
-}
-
 TEST_F(PredictExhaustion, WithoutEnoughDataTheStateAndTheFilesStayAsTheyAre) {
     link.NotifyPending = 1;
     link.NotifyLevel = 77.0F;
