@@ -5,7 +5,8 @@
 
 namespace obrin {
 
-/// A process-wide object that is never destroyed: Java may end the process while the agent's thread still uses it.
+/// A process-wide object that is never destroyed: Java may end the process while the agent's thread still
+/// uses it.
 template <class T>
 class Immortal {
 public:

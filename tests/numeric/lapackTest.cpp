@@ -2,11 +2,26 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <limits>
 
+extern "C" void dgels_();
+
 namespace obrin {
 namespace {
+
+TEST(Lapack, IsTheLibraryThatTheRunNames) {
+    const char* expected = std::getenv("LUMETRA_EXPECTED_LAPACK");
+    if (expected == nullptr)
+        GTEST_SKIP() << "LUMETRA_EXPECTED_LAPACK names no folder";
+    Dl_info found{};
+    ASSERT_NE(::dladdr(reinterpret_cast<const void*>(&dgels_), &found), 0);
+    EXPECT_EQ(std::filesystem::canonical(found.dli_fname).parent_path(),
+              std::filesystem::canonical(expected));
+}
 
 TEST(Lapack, SafeMinimumIsTheLeastNormalDoubleAndItsReciprocalIsFinite) {
     EXPECT_EQ(safeMinimum(), std::numeric_limits<double>::min());

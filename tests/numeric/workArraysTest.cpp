@@ -4,13 +4,6 @@
 #include <cstdint>
 #include <gtest/gtest.h>
 
-// The address sanitizer ends the process where the C library would refuse; here the refusal is what is
-// tested.
-extern "C" __attribute__((weak, visibility("default"))) const char* __asan_default_options();
-const char* __asan_default_options() {
-    return "allocator_may_return_null=1";
-}
-
 namespace obrin {
 namespace {
 

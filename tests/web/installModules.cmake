@@ -1,0 +1,11 @@
+# Installs the modules that drive the browser, unless those of this very lock file are there.
+file(SHA256 "${FOLDER}/package-lock.json" wanted)
+set(mark "${FOLDER}/node_modules/.installed-from")
+set(present "")
+if(EXISTS "${mark}")
+    file(READ "${mark}" present)
+endif()
+if(NOT present STREQUAL wanted)
+    execute_process(COMMAND npm ci --no-audit --no-fund WORKING_DIRECTORY "${FOLDER}" COMMAND_ERROR_IS_FATAL ANY)
+    file(WRITE "${mark}" "${wanted}")
+endif()
