@@ -11,6 +11,7 @@
 #include <cstring>
 #include <exception>
 #include <fcntl.h>
+#include <initializer_list>
 #include <optional>
 #include <string>
 #include <sys/stat.h>
@@ -116,6 +117,13 @@ std::string shown(std::string_view name) {
     return text;
 }
 
+std::string joined(std::initializer_list<std::string_view> parts) {
+    std::string text;
+    for (std::string_view part : parts)
+        text += part;
+    return text;
+}
+
 /// False when the entry does not fit whole; the text is then as it was.
 bool append(CulpritText* culpritText, const std::string& entry) {
     const std::size_t length = ::strnlen(culpritText->text, culpritTextSize);
@@ -137,10 +145,10 @@ std::string writeReport(const Report& report, const std::vector<Record>& records
         const std::string name = shown(records[i].name.view());
         const std::string pid = std::to_string(records[i].pid);
         const std::string measure = std::to_string(records[i].*report.measure);
-        const std::string tail = pid + " \t" + report.label + measure + report.unit + "\n";
+        const std::string tail = joined({pid, " \t", report.label, measure, report.unit, "\n"});
         DEBUGMSG("\t(%s%s%s", name.c_str(), report.logSeparator, tail.c_str());
-        file += "\t(" + name + fileSeparator + tail;
-        fits = fits && append(culpritText, " " + name + "(" + pid + ")" + measure);
+        file += joined({"\t(", name, fileSeparator, tail});
+        fits = fits && append(culpritText, joined({" ", name, "(", pid, ")", measure}));
     }
     return file;
 }

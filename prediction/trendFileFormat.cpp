@@ -135,7 +135,7 @@ TrendLabel parseTrendLabel(std::string_view script) {
         return label;
     label.timeStamp = std::strtol(time, nullptr, 10);
     label.text = std::string("Algorithm: ") + model + ".      " + horizon + ".";
-    if (std::sscanf(level, "notif level=%f", &label.level) != 1)
+    if (std::sscanf(level, "notif level=%f", &label.level) != 1) // NOLINT(cert-err34-c): our own text
         label.level = -3.0F;
     return label;
 }

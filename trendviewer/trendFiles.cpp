@@ -112,7 +112,7 @@ std::int32_t removeMatching(const std::string& path, const Clasp& clasp,
 }
 
 /// Room for a command that names three paths, none longer than the kernel takes: longer ones hold no file.
-constexpr std::size_t longestCommand = 3 * (PATH_MAX + 16);
+constexpr std::size_t longestCommand = std::size_t{3} * (PATH_MAX + 16);
 
 /// Tells the log and Java that a deletion could not be made. `function` and `command` are named in the texts.
 /// Takes no memory: its want is a reason to come here.
