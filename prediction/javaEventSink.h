@@ -11,8 +11,8 @@ namespace obrin {
 /// Delivers events to the static methods of the events object's class, on the thread of the given Java
 /// environment, which must outlive the sink. The class and its methods are looked up once at construction,
 /// while the process still has the descriptors to load a class with; a method that was not found is looked
-/// for again at each call. A missing method, an exception and a shortage of memory, Java's or the process's, are
-/// described in the log, cleared, and count as a refusal. No local reference outlives a call.
+/// for again at each call. A missing method, an exception and a shortage of memory, Java's or the process's,
+/// are described in the log, cleared, and count as a refusal. No local reference outlives a call.
 class JavaEventSink : public EventSink {
 public:
     JavaEventSink(JNIEnv* env, jobject events);

@@ -32,8 +32,8 @@ jstring makeJavaText(JNIEnv* env, const char* text);
 std::string takeJavaText(JNIEnv* env, jstring text);
 
 /// Looks for a pending exception and clears it. Its own text ("java.lang.IllegalStateException: why"), or a
-/// replacement when even that cannot be had; nothing when none was pending. Needs a local frame around it. When
-/// memory is refused to the text, the exception is cleared all the same or another one is pending.
+/// replacement when even that cannot be had; nothing when none was pending. Needs a local frame around it.
+/// When memory is refused to the text, the exception is cleared all the same or another one is pending.
 std::optional<std::string> takePendingException(JNIEnv* env);
 
 } // namespace obrin
