@@ -4,19 +4,21 @@
 //   event     type, text, seconds, instance, culprit         a call of sendEvent
 //   call      method, arguments                              a call of any other method that takes arguments
 //   level     cycles, descriptors, threads, resident kB      with --levels
-//   stop      milliseconds since the run's start, result     a stop request
-//   ended     milliseconds since the run's start, result     research_main has returned
+//   stop      result                                     a stop request
+//   ended     result                                     research_main has returned
 //   references  local, global, most local, frames, characters    left over by the run
 //   viewer    method, result, count                          with --viewers: what those threads were given
 //   misuse    what                                           wrong use of the environment, wrong results
-//   pause     seconds                                        with --turned-clock: the agent pauses
-//   sleep     seconds                                        with --turned-clock: its sleep between cycles
-//   begins turned                                                   with --turned-clock: a line of input was
-//   obeyed
+//   answer    method, result                             with --viewers: the first time that they were given
+//   it pause     seconds                                    with --turned-clock: the agent's thread pauses
+//   sleep     seconds                                    with --turned-clock: its sleep between cycles begins
+//   turned                                               with --turned-clock: a line of input was obeyed
+//   limit                                                the run had to be ended
 //
 // With --turned-clock time stands still for the agent, except that it goes by at once when the agent pauses
 // or sleeps, and as lines of the standard input say: "turn SECONDS" lets time go by, "jump SECONDS" moves the
-// time of day alone. With --hold-sleeps, too, sleeps last until "turn" ends them or a stop request.
+// time of day alone. With --hold-sleeps, too, sleeps last until "turn" ends them or a stop request. The sleep
+// after the last of --cycles lasts, with any clock, until the stop request that comes then.
 //
 // Exit status: 0 when everything was given back and used rightly, 3 otherwise, 2 for a wrong command line.
 
@@ -26,6 +28,7 @@
 #include "tests/support/fakeJavaEnvironment.h"
 #include "tests/support/turnedClock.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -35,16 +38,14 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <random>
 #include <string>
-#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
-#include <utility>
 #include <vector>
 
 extern "C" {
@@ -56,9 +57,12 @@ jint Java_com_quorin_sysmgt_tavl_LumetraAgent_LumetraSubagent_javaThreadSyncPlea
 namespace {
 
 using namespace obrin::test;
+using obrin::Clock;
 using obrin::Immortal;
-using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
+
+/// A run that takes longer is ended; the tests' own deadline comes before.
+constexpr auto mostTime = std::chrono::hours(1);
 
 struct Options {
     std::string bin = ".";
@@ -66,16 +70,13 @@ struct Options {
     std::string program = "Lumetra";
     std::string locale;
     std::string stopWhenExists;
-    long stopAfterMs = -1;
     long randomStopMs = -1;
-    long limitMs = 120000;
     long cycles = -1;
     long runs = 1;
     int arguments = 2;
     int stopThreads = 1;
     int stopTwice = 0;
     long viewers = 0;
-    long keepLockMs = 4000;
     unsigned seed = 1;
     bool levels = false;
     bool nullTexts = false;
@@ -108,54 +109,6 @@ std::string printable(const std::string& text) {
     return result;
 }
 
-/// The archive that the configuration names, as the agent will.
-std::string archiveOf(const std::string& config) {
-    std::error_code ignored;
-    if (!std::filesystem::is_regular_file(config, ignored))
-        return {};
-    std::ifstream file(config);
-    std::string home;
-    std::string name;
-    file >> home >> name;
-    return home + name;
-}
-
-/// Counts the line feeds that come into a growing file.
-class LineCounter {
-public:
-    explicit LineCounter(std::string path) : path_(std::move(path)) { offset_ = size(); }
-
-    long count() {
-        const long long now = size();
-        if (now < offset_)
-            offset_ = 0; // cut down meanwhile
-        if (now == offset_)
-            return lines_;
-        std::ifstream file(path_, std::ios::binary);
-        file.seekg(offset_);
-        char block[4096];
-        while (file.read(block, sizeof block), file.gcount() > 0) {
-            const auto got = file.gcount();
-            for (std::streamsize i = 0; i < got; ++i)
-                lines_ += block[i] == '\n';
-            offset_ += got;
-        }
-        return lines_;
-    }
-
-private:
-    long long size() const {
-        struct stat state;
-        return ::stat(path_.c_str(), &state) == 0 && S_ISREG(state.st_mode)
-                   ? static_cast<long long>(state.st_size)
-                   : 0;
-    }
-
-    std::string path_;
-    long long offset_ = 0;
-    long lines_ = 0;
-};
-
 std::string levels(long cycles) {
     long descriptors = 0;
     long threads = 0;
@@ -169,15 +122,67 @@ std::string levels(long cycles) {
            std::to_string(threads) + "\t" + std::to_string(pages * (::sysconf(_SC_PAGESIZE) / 1024));
 }
 
+/// The agent's sleeps, and so its cycles, of one run at a time.
+class Sleeps {
+public:
+    /// A run begins. Before it, no sleep of the run before may be left.
+    void begin(long lastCycle) {
+        last_ = lastCycle;
+        cycles_ = 0;
+        resumed_ = false;
+    }
+
+    long cycles() const { return cycles_; }
+
+    /// As Clock::waitUntil, in the place of `wait`, which does it otherwise.
+    template <class Wait>
+    int sleep(pthread_cond_t* condition, pthread_mutex_t* mutex, Wait wait) {
+        if (!resumed_) {
+            ++cycles_;
+            if (onCycle)
+                onCycle(cycles_);
+        }
+        const bool isLast = cycles_ == last_;
+        const int result = isLast ? ::pthread_cond_wait(condition, mutex) : wait();
+        resumed_ = result == 0; // woken, but not always by a stop request
+        return result;
+    }
+
+    std::function<void(long cycles)> onCycle; ///< at the end of each, on the agent's thread
+
+private:
+    std::atomic<long> cycles_{0};
+    long last_ = -1;
+    bool resumed_ = false;
+};
+
+Sleeps sleeps;
+
+/// A clock that notices sleeps and pauses.
+template <class Time>
+class NoticingClock : public Time {
+public:
+    int waitUntil(pthread_cond_t* condition, pthread_mutex_t* mutex, Clock::Moment deadline) override {
+        return sleeps.sleep(condition, mutex, [&] { return Time::waitUntil(condition, mutex, deadline); });
+    }
+
+    void pause(std::chrono::seconds time) override {
+        ViewerThreads::paused();
+        Time::pause(time);
+    }
+};
+
 /// One run of the agent and those who will end it.
 class Run {
 public:
     Run(const Options& options, FakeJavaEnvironment& java) : options_(options), java_(java) {}
 
     void go() {
-        LineCounter lines(archiveOf(options_.config));
-        lines_ = &lines;
-        begin_ = Clock::now();
+        sleeps.begin(options_.cycles);
+        sleeps.onCycle = [this](long cycles) {
+            if (options_.levels && cycles % std::max(options_.cycles / 10, 1L) == 0)
+                tell(levels(cycles));
+        };
         std::vector<std::thread> others;
         others.emplace_back([this] { watch(); });
         if (options_.randomStopMs >= 0)
@@ -190,18 +195,14 @@ public:
     }
 
 private:
-    long elapsed() const { return static_cast<long>((Clock::now() - begin_) / milliseconds(1)); }
-
     void stop() {
-        const long when = elapsed();
         const jint result = Java_com_quorin_sysmgt_tavl_LumetraAgent_LumetraSubagent_javaThreadSyncPleaseStop(
             nullptr, nullptr);
-        tell("stop\t" + std::to_string(when) + "\t" + std::to_string(result));
+        tell("stop\t" + std::to_string(result));
     }
 
-    bool due(long cycles) const {
-        return (options_.stopAfterMs >= 0 && elapsed() >= options_.stopAfterMs) ||
-               (options_.cycles >= 0 && cycles >= options_.cycles) ||
+    bool due() const {
+        return (options_.cycles >= 0 && sleeps.cycles() >= options_.cycles) ||
                (!options_.stopWhenExists.empty() && ::access(options_.stopWhenExists.c_str(), F_OK) == 0);
     }
 
@@ -209,15 +210,9 @@ private:
     void watch() {
         int seenSignals = stopSignals;
         bool sent = false;
-        long nextLevel = options_.cycles / 10;
-        long limit = options_.limitMs;
+        auto limit = std::chrono::steady_clock::now() + mostTime;
         while (!ended_) {
-            const long cycles = lines_->count();
-            if (options_.levels && nextLevel > 0 && cycles >= nextLevel) {
-                tell(levels(cycles));
-                nextLevel += options_.cycles / 10;
-            }
-            if (!sent && due(cycles)) {
+            if (!sent && due()) {
                 sent = true;
                 for (int i = 0; i <= options_.stopTwice; ++i)
                     stop();
@@ -226,10 +221,10 @@ private:
                 seenSignals = stopSignals;
                 stop();
             }
-            if (elapsed() >= limit) {
-                tell("limit\t" + std::to_string(elapsed()));
+            if (std::chrono::steady_clock::now() >= limit) {
+                tell("limit");
                 stop();
-                limit = elapsed() + 1000;
+                limit += std::chrono::seconds(1);
             }
             pause(milliseconds(1));
         }
@@ -255,7 +250,7 @@ private:
         jstring config = options_.nullTexts ? nullptr : java_.makeText(options_.config);
         const jint result = Java_com_quorin_sysmgt_tavl_LumetraAgent_ExecPrediction_research_1main(
             env, self, events, options_.arguments, program, config);
-        tell("ended\t" + std::to_string(elapsed()) + "\t" + std::to_string(result));
+        tell("ended\t" + std::to_string(result));
         if (const auto exception = java_.pendingException())
             tell("misuse\treturned with " + *exception);
         for (jobject mine : {self, events, static_cast<jobject>(program), static_cast<jobject>(config)})
@@ -264,8 +259,6 @@ private:
 
     const Options& options_;
     FakeJavaEnvironment& java_;
-    LineCounter* lines_ = nullptr;
-    Clock::time_point begin_;
     std::atomic<bool> ended_{false};
 };
 
@@ -274,7 +267,7 @@ private:
     std::exit(2);
 }
 
-/// "method=refuse", "=throw", "=missing" or "=block:MS".
+/// "method=refuse", "=throw", "=missing" or "=block:SECONDS".
 void setBehaviour(FakeJavaEnvironment& java, const std::string& text) {
     const auto equals = text.find('=');
     if (equals == std::string::npos)
@@ -288,7 +281,7 @@ void setBehaviour(FakeJavaEnvironment& java, const std::string& text) {
     else if (mode == "missing")
         behaviour.mode = JavaBehaviour::Mode::missing;
     else if (mode.rfind("block:", 0) == 0)
-        behaviour = {JavaBehaviour::Mode::block, milliseconds(std::atol(mode.c_str() + 6))};
+        behaviour = {JavaBehaviour::Mode::block, std::chrono::seconds(std::atol(mode.c_str() + 6))};
     else if (mode != "accept")
         usage("unknown mode " + mode);
     java.setBehaviour(text.substr(0, equals), behaviour);
@@ -339,14 +332,8 @@ Options readOptions(const std::vector<std::string>& words, FakeJavaEnvironment& 
                 options.locale = value;
             else if (name == "--stop-when")
                 options.stopWhenExists = value;
-            else if (name == "--stop-after-ms")
-                options.stopAfterMs = number;
-            else if (name == "--seconds")
-                options.stopAfterMs = number * 1000;
             else if (name == "--random-stop-ms")
                 options.randomStopMs = number;
-            else if (name == "--limit-ms")
-                options.limitMs = number;
             else if (name == "--cycles")
                 options.cycles = number;
             else if (name == "--runs")
@@ -361,8 +348,6 @@ Options readOptions(const std::vector<std::string>& words, FakeJavaEnvironment& 
                 obrin::setListingDeadline(milliseconds(number));
             else if (name == "--viewers")
                 options.viewers = number;
-            else if (name == "--keep-lock-ms")
-                options.keepLockMs = number;
             else if (name == "--seed")
                 options.seed = static_cast<unsigned>(number);
             else if (name == "--behaviour")
@@ -404,10 +389,17 @@ void obeyInput(TurnedClock& clock) {
     }
 }
 
-void turnClock(bool holdSleeps) {
-    static Immortal<TurnedClock> clock;
-    clock->onWait([](const char* what, std::chrono::seconds time) {
-        tell(std::string(what) + "\t" + std::to_string(time.count()));
+void setRealClock() {
+    static Immortal<NoticingClock<Clock>> clock;
+    obrin::setSystemClock(&*clock);
+}
+
+void setTurnedClock(bool holdSleeps) {
+    static Immortal<NoticingClock<TurnedClock>> clock;
+    const auto agentsThread = std::this_thread::get_id();
+    clock->onWait([agentsThread](const char* what, std::chrono::seconds time) {
+        if (std::this_thread::get_id() == agentsThread)
+            tell(std::string(what) + "\t" + std::to_string(time.count()));
     });
     if (holdSleeps)
         clock->holdSleeps();
@@ -431,16 +423,17 @@ int main(int count, char** words) {
     ::sigaction(SIGUSR1, &action, nullptr);
     ::signal(SIGXFSZ, SIG_IGN); // as a Java machine does: a file over its limit is an error, not a death
     if (options.turnedClock)
-        turnClock(options.holdSleeps);
+        setTurnedClock(options.holdSleeps);
+    else
+        setRealClock();
     bool fine = true;
-    ViewerThreads viewers(options.viewers, options.seed, options.keepLockMs);
-    const milliseconds alone(options.viewers > 0 ? 300 : 0); // the viewers' time before and after the runs
-    pause(alone);
+    ViewerThreads viewers(options.viewers, options.seed, tell);
+    viewers.awaitLooks();
     for (long run = 0; run < options.runs; ++run, options.seed += 100) {
         Run(options, java).go();
         fine = reportEnd(java) && fine;
     }
-    pause(alone);
+    viewers.awaitLooks();
     for (const auto& line : viewers.end()) {
         tell(line);
         fine = fine && line.rfind("misuse", 0) != 0;

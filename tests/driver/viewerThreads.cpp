@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <iterator>
 #include <map>
 #include <random>
 #include <utility>
@@ -13,19 +14,26 @@
 namespace obrin::test {
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr const char* listClass = "com/quorin/sysmgt/tavl/LumetraAgent/TrendReader$Values";
-constexpr auto betweenKeeps = std::chrono::seconds(12);
+constexpr long looksBetweenKeeps = 40;
+constexpr long pausesInAKeep = 12; // three an attempt: four threads went without it
+constexpr long aFewLooks = 5;
 constexpr jint forecastTokens = 400; // 200 points, always
+
+std::atomic<long> pauses{0};
+
+void restFor(milliseconds time) {
+    std::this_thread::sleep_for(time);
+}
 
 } // namespace
 
 class ViewerThreads::Viewer {
 public:
-    Viewer(const std::atomic<bool>& ended, unsigned seed, long keepMs)
-        : ended_(ended), random_(seed), keep_(keepMs) {}
+    Viewer(const std::atomic<bool>& ended, unsigned seed, bool keeps, Tell tell)
+        : ended_(ended), random_(seed), keeps_(keeps), tell_(tell) {}
 
     void run() {
         FakeJavaEnvironment java;
@@ -36,8 +44,7 @@ public:
         java.onCall([this](const JavaCall& call) { given_.push_back(call); });
         java_ = &java;
         list_ = java.makeObject(listClass);
-        lastKeep_ = Clock::now();
-        while (!ended_)
+        for (; !ended_; ++looks_)
             look();
         java.env()->DeleteLocalRef(list_);
         if (java.localReferences() + java.globalReferences() + java.openFrames() +
@@ -48,6 +55,7 @@ public:
             complain(misuse);
     }
 
+    long looks() const { return looks_; }
     const std::vector<std::string>& complaints() const { return complaints_; }
     const std::map<std::pair<std::string, std::string>, long>& results() const { return results_; }
 
@@ -74,7 +82,9 @@ private:
     }
 
     void count(const char* method, jint result, bool read = false) {
-        ++results_[{method, read ? "read" : std::to_string(result)}];
+        const std::string answer = read ? "read" : std::to_string(result);
+        if (++results_[{method, answer}] == 1)
+            tell_(std::string("answer\t") + method + "\t" + answer);
         if (java_->pendingException()) {
             complain(std::string(method) + " returned with " + *java_->pendingException());
             java_->env()->ExceptionClear();
@@ -95,19 +105,17 @@ private:
         const auto [name, instance] = anyResource();
         const Text javaName(*java_, name);
         const Text javaInstance(*java_, cleanfilename(instance));
-        const bool keeping = keep_ > milliseconds(0) && Clock::now() - lastKeep_ > betweenKeeps;
+        const bool keeping = keeps_ && looks_ % looksBetweenKeeps == looksBetweenKeeps - 1;
         const bool locked = keeping || upTo(29) == 0;
         const bool mayHold = locked && readHeadline(javaName.get(), javaInstance.get());
         readLimit(javaName.get(), javaInstance.get());
         readCurve(javaName.get(), javaInstance.get(), "PRD");
         readCurve(javaName.get(), javaInstance.get(), "SMP");
-        if (keeping && mayHold) {
+        if (keeping && mayHold)
             keepLock();
-            lastKeep_ = Clock::now();
-        }
         if (locked || upTo(9) == 0)
             unlock();
-        std::this_thread::sleep_for(milliseconds(upTo(10)));
+        restFor(milliseconds(upTo(10))); // for the agent's sake, which shares the processors
     }
 
     std::pair<std::string, std::string> anyResource() {
@@ -182,16 +190,17 @@ private:
     }
 
     void keepLock() {
-        ++results_[{"kept", "0"}];
-        const auto end = Clock::now() + keep_;
-        while (!ended_ && Clock::now() < end)
-            std::this_thread::sleep_for(milliseconds(20));
+        count("kept", 0);
+        const long enough = pauses + pausesInAKeep;
+        while (!ended_ && pauses < enough)
+            restFor(milliseconds(1));
     }
 
     const std::atomic<bool>& ended_;
     std::minstd_rand random_;
-    milliseconds keep_;
-    Clock::time_point lastKeep_;
+    bool keeps_;
+    Tell tell_;
+    std::atomic<long> looks_{0};
     FakeJavaEnvironment* java_ = nullptr;
     jobject list_ = nullptr;
     std::vector<JavaCall> given_; ///< calls of the method in hand
@@ -199,16 +208,29 @@ private:
     std::map<std::pair<std::string, std::string>, long> results_;
 };
 
-ViewerThreads::ViewerThreads(long count, unsigned seed, long keepMs) {
+ViewerThreads::ViewerThreads(long count, unsigned seed, Tell tell) {
     for (long i = 0; i < count; ++i)
         viewers_.push_back(
-            std::make_unique<Viewer>(ended_, seed + static_cast<unsigned>(i), i == 0 ? keepMs : 0));
+            std::make_unique<Viewer>(ended_, seed + static_cast<unsigned>(i), i == 0 && count > 1, tell));
     for (auto& viewer : viewers_)
         threads_.emplace_back([&viewer] { viewer->run(); });
 }
 
 ViewerThreads::~ViewerThreads() {
     end();
+}
+
+void ViewerThreads::awaitLooks() const {
+    std::vector<long> enough;
+    std::transform(viewers_.begin(), viewers_.end(), std::back_inserter(enough),
+                   [](const auto& viewer) { return viewer->looks() + aFewLooks; });
+    for (std::size_t i = 0; i < viewers_.size(); ++i)
+        while (viewers_[i]->looks() < enough[i])
+            restFor(milliseconds(1));
+}
+
+void ViewerThreads::paused() {
+    ++pauses;
 }
 
 std::vector<std::string> ViewerThreads::end() {

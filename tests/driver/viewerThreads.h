@@ -13,11 +13,20 @@ namespace obrin::test {
 /// the files promise.
 class ViewerThreads {
 public:
-    /// The first thread keeps the lock for `keepMs` milliseconds now and then (0: never).
-    ViewerThreads(long count, unsigned seed, long keepMs);
+    using Tell = void (*)(const std::string& line);
+
+    /// The first thread of several now and then keeps the lock until others have paused for it. The first
+    /// time that a method gives a result, `tell` gets an "answer" line of the driver's output.
+    ViewerThreads(long count, unsigned seed, Tell tell);
     ViewerThreads(const ViewerThreads&) = delete;
     ViewerThreads& operator=(const ViewerThreads&) = delete;
     ~ViewerThreads();
+
+    /// Waits until each thread has looked at a few resources from now on.
+    void awaitLooks() const;
+
+    /// Somebody pauses for the lock. Any thread.
+    static void paused();
 
     /// Ends the threads. What they found, as lines of the driver's output: "viewer" lines that count results,
     /// "misuse" lines for whatever is wrong.

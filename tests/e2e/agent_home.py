@@ -18,9 +18,17 @@ PROJECT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file
 BUILD = os.path.abspath(os.environ.get("LUMETRA_BUILD", os.path.join(PROJECT, "build", "debug")))
 DRIVER = os.path.join(BUILD, "tests", "nativeDriver")
 LIBRARY = os.path.join(BUILD, "libObrinagent.so")
+LONG = os.environ.get("LUMETRA_LONG") == "1"
+DEADLINE = 3600  # seconds; only so that nothing waits for ever: who runs the tests gives up long before
 
 HEADING = "Filesystem     1K-blocks     Used Available Use% Mounted on\n"
 INODE_HEADING = "Filesystem      Inodes  IUsed   IFree IUse% Mounted on\n"
+
+
+def often(ordinary, long):
+    """How often to repeat something, or how large to make it: in an ordinary run and in a long one."""
+    return long if LONG else ordinary
+
 
 # Mounts.
 
@@ -202,16 +210,16 @@ class Result:
     def __init__(self, output, status):
         self.output = output
         self.status = status
-        self.events, self.stops, self.ended, self.levels, self.references, self.misuses = [], [], [], [], [], []
+        self.events, self.levels, self.references, self.misuses = [], [], [], []
+        self.stops, self.ended, self.pauses, self.sleeps = [], [], [], []
         self.limited = False
         for line in output.split("\n"):
             fields = line.split("\t")
             if fields[0] == "event":
                 self.events.append(tuple(fields[1:]))
-            elif fields[0] == "stop":
-                self.stops.append((int(fields[1]), int(fields[2])))
-            elif fields[0] == "ended":
-                self.ended.append((int(fields[1]), int(fields[2])))
+            elif fields[0] in ("stop", "ended", "pause", "sleep"):
+                {"stop": self.stops, "ended": self.ended, "pause": self.pauses, "sleep": self.sleeps}[fields[0]].append(
+                    int(fields[1]))
             elif fields[0] == "level":
                 self.levels.append(tuple(int(field) for field in fields[1:]))
             elif fields[0] == "references":
@@ -231,6 +239,7 @@ class Running:
     pauses or sleeps, and otherwise stands), "held" (sleeps, too, last until the clock is turned) or "real"."""
 
     def __init__(self, home, *options, prefix=(), clock="turned", environment=None, refuse=True, preexec=None):
+        self.home = home
         driver = DRIVER
         if preexec:  # another user may not be let into the checkout
             driver = home.at("nativeDriver")
@@ -256,7 +265,26 @@ class Running:
 
     def stop(self):
         """A stop request (only without a prefix that stays in front of the driver)."""
+        stops = self.output().count("stop\t")
         self.process.send_signal(signal.SIGUSR1)
+        self.until(lambda: self.output().count("stop\t") > stops or self.process.poll() is not None, "a stop")
+
+    def until(self, condition, what):
+        """Waits for something that the driver brings about."""
+        def met():
+            ended = self.process.poll() is not None
+            if condition():
+                return True
+            if ended:
+                raise AssertionError(f"the driver ended before {what}; it told:\n" + self.output()[-3000:])
+            return False
+
+        wait_until(met, what=what)
+
+    def grows(self, lines=3):
+        """Waits for further lines in the archive, and so for whole cycles."""
+        begin = len(self.home.archive_lines())
+        self.until(lambda: len(self.home.archive_lines()) >= begin + lines, "an archive that grows")
 
     def turn(self, seconds):
         """Lets time go by for the agent."""
@@ -270,7 +298,7 @@ class Running:
         before = self.output().count("turned\n")
         self.process.stdin.write(f"{word} {seconds}\n".encode())
         self.process.stdin.flush()
-        wait_until(lambda: self.output().count("turned\n") > before, what="a turned clock")
+        self.until(lambda: self.output().count("turned\n") > before, "a turned clock")
 
     def read(self):
         with self.process.stdout as stream:
@@ -280,16 +308,16 @@ class Running:
     def output(self):
         return b"".join(self.told).decode("latin-1")
 
-    def finish(self, timeout=180):
+    def finish(self):
         try:
-            self.process.wait(timeout)
+            self.process.wait(DEADLINE)
         except subprocess.TimeoutExpired:
             os.killpg(self.process.pid, signal.SIGKILL)
             self.process.wait()
             raise AssertionError("the driver did not end; it told:\n" + self.output()[-3000:]) from None
         finally:
             self.clean()
-        self.reader.join(5)
+        self.reader.join()
         return Result(self.output(), self.process.returncode)
 
     def clean(self):
@@ -302,7 +330,7 @@ class Running:
         self.process.stdin.close()
 
 
-def wait_until(condition, seconds=60, what="it"):
+def wait_until(condition, seconds=DEADLINE, what="it"):
     end = time.monotonic() + seconds
     while not condition():
         if time.monotonic() > end:
@@ -343,12 +371,26 @@ class AgentTest(unittest.TestCase):
         self.addCleanup(umount, directory)
         return directory
 
-    def run_agent(self, home, *options, timeout=180, **how):
+    def running(self, home, *options, **how):
+        """A running agent that the test stops itself; ended with the test at the latest."""
+        agent = Running(home, *options, **how)
+        self.addCleanup(agent.clean)
+        return agent
+
+    def end(self, agent, **check):
+        """Stops a running agent; all must be as after run_agent."""
+        agent.stop()
+        result = agent.finish()
+        self.assert_ended_well(result)
+        self.assert_in_order(agent.home, **check)
+        return result
+
+    def run_agent(self, home, *options, **how):
         """Runs the driver to its end; its environment must have been used rightly and all references given back."""
         check = {key: how.pop(key) for key in ("trimmed", "scratch_pad_lossy", "clock_jumped", "before",
                                                "expected_declarations") if key in how}
         check.setdefault("before", home.snapshot())
-        result = Running(home, *options, **how).finish(timeout)
+        result = Running(home, *options, **how).finish()
         self.assert_ended_well(result)
         self.assert_in_order(home, **check)
         return result

@@ -4,11 +4,10 @@ import os
 import shutil
 import signal
 import subprocess
-import time
 import unittest
 
 import check_home
-from agent_home import DISK_SPACE, FEW, HEADING, AgentTest, Running, is_sanitized, needs_tool, read, write
+from agent_home import DISK_SPACE, FEW, HEADING, AgentTest, Running, is_sanitized, needs_tool, often, read, size, write
 
 ROWS = "/dev/a 1000 250 750 25% /\n/dev/b 1000 500 500 50% /proc\n"
 # Makes the random names of side files known, so that the calls on them can be watched.
@@ -58,7 +57,7 @@ class C1_Killed(CrashTest):
         deaths = 0
         left = 0
         for call in self.CALLS:
-            place, step = 1, 1
+            place = 1
             while True:
                 home = self.copy_of(model)
                 write(home.at("stub", "space"), read(model.at("stub", "space")))
@@ -69,11 +68,10 @@ class C1_Killed(CrashTest):
                 deaths += 1
                 left += killed == "side file left"
                 # Trimming copies block by block: its later blocks are all alike.
-                step = 1 if place < 24 else 8
-                place += step
-        self.assertGreater(deaths, 40)
+                place += often(1 + place // 2, 1 if place < 24 else 8)
+        self.assertGreater(deaths, often(20, 40))
         if self.made_known:
-            self.assertGreater(left, 2, "deaths between the making of a side file and its renaming")
+            self.assertGreater(left, often(0, 2), "deaths between the making of a side file and its renaming")
 
     def shim(self):
         """Variables that make the names of side files known; none where nothing can be loaded before the agent."""
@@ -94,8 +92,7 @@ class C1_Killed(CrashTest):
         watched += ["-P", "temp", "-P", home.at("bin", "temp")]
         prefix = ["strace", "-f", "-qq", "-o", home.at("strace.txt"), *watched,
                   "-e", f"inject={call}:signal=KILL:when={place}"]
-        result = Running(home, "--cycles", 2, "--limit-ms", 20000, prefix=prefix,
-                         environment=home.environment(**self.made_known)).finish(40)
+        result = Running(home, "--cycles", 2, prefix=prefix, environment=home.environment(**self.made_known)).finish()
         if result.status == 0:
             return False
         left = os.path.exists(side_file)
@@ -104,7 +101,7 @@ class C1_Killed(CrashTest):
         self.assertEqual(check_home.check(home.layout, before=before, killed=True, trimmed=True), [], where)
         self.assertTrue(os.path.getsize(home.layout.archive) > 0, where)
         dead = home.snapshot()
-        result = Running(home, "--cycles", 2).finish(20)
+        result = Running(home, "--cycles", 2).finish()
         self.assert_ended_well(result)
         self.assertEqual(result.fatal(), [], where)
         # Before the agent died, or after: nothing that was there is lost, and nothing torn is left.
@@ -137,10 +134,10 @@ class C1_Killed(CrashTest):
 
     def test_C1_a_kill_at_any_time_is_survived(self):
         home = self.grown_home()
-        for delay in range(15):
+        for step in range(often(5, 30)):
             before = home.snapshot()
-            agent = Running(home)
-            time.sleep(0.02 + delay * 0.011)
+            agent = self.running(home)
+            agent.until(lambda step=step: size(home.layout.log) > step * 400, "a log that grows")
             agent.process.kill()
             agent.finish()
             self.assertEqual(check_home.check(home.layout, before=before, killed=True), [])
@@ -152,13 +149,13 @@ class C2_PowerCut(CrashTest):
         """A start on a home one file of which has this content."""
         home = self.copy_of(model)
         write(home.layout.files()[name], content)
-        result = Running(home, "--cycles", 1, "--limit-ms", 15000).finish(30)
+        result = Running(home, "--cycles", 1).finish()
         self.assert_ended_well(result)
         self.assertTrue(set(result.fatal()) <= {"Call To validateResourceText Failed"}, where)
         return home, result
 
     def cuts(self, content, step):
-        return sorted({*range(0, len(content), step), len(content) - 1, 1, 2})
+        return sorted({*range(0, len(content), step * often(7, 1)), len(content) - 1, 1, 2})
 
     def test_C2_an_archive_cut_or_zeroed_anywhere_keeps_its_whole_lines(self):
         model = self.grown_home()

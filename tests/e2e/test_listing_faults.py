@@ -2,6 +2,7 @@
 
 import os
 import resource
+import shutil
 import signal
 import subprocess
 import time
@@ -13,6 +14,7 @@ from agent_home import (DISK_INODES, DISK_SPACE, FEW, HEADING, INODE_HEADING, Ag
 ROW = "/dev/good 1000 250 750 25% /\n"
 NOBODY = 65534
 NO_LISTING = "No disk listing can be had: the disks are taken up with the first one that comes\n"
+PERIOD = 20  # seconds
 
 
 class ListingTest(AgentTest):
@@ -20,22 +22,6 @@ class ListingTest(AgentTest):
         home = self.home(inputs=inputs, **config)
         home.stub_df(space, inodes)
         return home
-
-    def running(self, home, *options, **how):
-        agent = Running(home, *options, **how)
-        self.addCleanup(agent.clean)
-        return agent
-
-    def grows(self, home, lines=3, seconds=20):
-        begin = len(home.archive_lines())
-        wait_until(lambda: len(home.archive_lines()) >= begin + lines, seconds, "an archive that grows")
-
-    def end(self, agent, home):
-        agent.stop()
-        result = agent.finish()
-        self.assert_ended_well(result)
-        self.assert_in_order(home)
-        return result
 
 
 def become_nobody():
@@ -62,19 +48,19 @@ class A9_DamagedListings(ListingTest):
 
     def test_a_line_cut_in_a_later_listing_leaves_the_value_as_it_was(self):
         home = self.disk_home()
-        agent = self.running(home, clock="real")
-        self.grows(home)
+        agent = self.running(home)
+        agent.grows()
         for cut in ("/dev/good 1000 2", "/dev/good 1000 250 9", "/dev/good 1000 990 10 99% ", ""):
             home.stub_df(HEADING + cut)
-            self.grows(home)
-        self.end(agent, home)
+            agent.grows()
+        self.end(agent)
         self.assertEqual(set(self.values_of(home, home.number_of("/"))), {"25.00"})
 
     def test_an_empty_listing_and_one_without_heading_end_nothing(self):
         for text in ("", "\n", "x"):
             home = self.disk_home(text)
             result = self.run_agent(home, "--cycles", 2)
-            self.assertEqual(result.ended[0][1], 0)
+            self.assertEqual(result.ended, [0])
             self.assertEqual(result.fatal(), [])
             self.assertEqual(home.log().count(NO_LISTING), 0 if text == "\n" else 1)
 
@@ -91,16 +77,16 @@ class B2_NoProcess(ListingTest):
         subprocess.run(["chown", "-R", str(NOBODY), home.path], check=True)
 
         def become_limited():
-            resource.setrlimit(resource.RLIMIT_NPROC, (2, 1000))  # the agent's thread and the driver's
+            resource.setrlimit(resource.RLIMIT_NPROC, (3, 1000))  # the agent's thread and the driver's two
             become_nobody()
 
         lines = len(home.archive_lines())
-        agent = self.running(home, clock="real", preexec=become_limited)
-        self.grows(home)
+        agent = self.running(home, preexec=become_limited)
+        agent.grows()
         self.assertEqual(set(home.archive_lines()[lines][1]), {1, 2}, "a line without the disk")
         self.limit_processes(agent, 1000)
-        wait_until(lambda: rid in home.archive_lines()[-1][1], what="the disk with the first listing that comes")
-        result = self.end(agent, home)
+        agent.until(lambda: rid in home.archive_lines()[-1][1], "the disk with the first listing that comes")
+        result = self.end(agent)
         self.assertIn(f"retval={127 << 8}\n", home.log())
         self.assertEqual(home.log().count(NO_LISTING), 1)
         self.assertEqual(result.fatal(), [])
@@ -113,30 +99,30 @@ class B2_NoProcess(ListingTest):
         subprocess.run(["chown", "-R", str(NOBODY), home.path], check=True)
 
         agent = self.running(home, preexec=become_nobody)
-        self.grows(home)
-        self.limit_processes(agent, 2)
-        self.grows(home, 2)  # a listing may have been under way
+        agent.grows()
+        self.limit_processes(agent, 3)
+        agent.grows(2)  # a listing may have been under way
         home.stub_df(HEADING + "/dev/good 1000 500 500 50% /\n")
-        self.grows(home, 3)
+        agent.grows()
         self.assertEqual(self.values_of(home, home.number_of("/"))[-1], "25.00")
         self.limit_processes(agent, 1000)
-        self.grows(home, 3)
+        agent.grows()
         self.assertEqual(self.values_of(home, home.number_of("/"))[-1], "50.00")
-        self.end(agent, home)
+        self.end(agent)
 
 
 class B3_NoListing(ListingTest):
     def after(self, script):
         """Runs with a good listing first, then with the script in its place; the log and the archived values."""
         home = self.disk_home()
-        agent = self.running(home, clock="real")
-        self.grows(home)
+        agent = self.running(home)
+        agent.grows()
         if script is None:
             os.unlink(home.at("stub", "df"))
         else:
             home.stub_script(script)
-        self.grows(home, 4)
-        result = self.end(agent, home)
+        agent.grows(4)
+        result = self.end(agent)
         self.assertEqual(result.fatal(), [])
         return home
 
@@ -146,12 +132,12 @@ class B3_NoListing(ListingTest):
         agent = self.running(home, environment=dict(os.environ, PATH=path))
         # The stub needs cat, which is not in this PATH.
         home.stub_script("#!/bin/sh\nwhile IFS= read -r line; do echo \"$line\"; done <../stub/space\n")
-        wait_until(lambda: home.number_of("/") is not None, what="a disk")
-        self.grows(home, 3)
+        agent.until(lambda: home.number_of("/") is not None, "a disk")
+        agent.grows()
         value = self.values_of(home, home.number_of("/"))[-1]
         os.unlink(home.at("stub", "df"))
-        self.grows(home, 4)
-        self.end(agent, home)
+        agent.grows(4)
+        self.end(agent)
         self.assertEqual(value, "25.00")
         self.assertEqual(self.values_of(home, home.number_of("/"))[-1], "25.00")
         self.assertIn(f"retval={127 << 8}\n", home.log())
@@ -168,14 +154,14 @@ class B3_NoListing(ListingTest):
 
     def test_an_endless_listing_is_given_up(self):
         home = self.disk_home()
-        agent = self.running(home, clock="real")
-        self.grows(home)
+        agent = self.running(home)
+        agent.grows()
         home.stub_script("#!/bin/sh\nexec cat /dev/zero\n")
-        self.grows(home, 2, 40)
+        agent.grows(2)
         self.assertLess(os.path.getsize(home.at("tempdata", "LumetraDisks.txt")), 1 << 30)
         home.stub_df(HEADING + ROW)
-        self.grows(home, 3, 40)
-        self.end(agent, home)
+        agent.grows()
+        self.end(agent)
         self.assertLess(os.path.getsize(home.at("tempdata", "LumetraDisks.txt")), 10000)
 
 
@@ -224,33 +210,43 @@ class E_Mounts(ListingTest):
         self.base = self.small_file_system("size=1m,nr_inodes=5000")
         for number in range(1000):
             self.mounted(f"m{number}")
-        home = self.home(inputs=FEW + (DISK_SPACE,), period=1999)
-        result = self.run_agent(home, "--cycles", 3, timeout=180)
-        sleeps = 2 * 1000
-        self.assertLess((result.stops[0][0] - sleeps) / 3, 1999, "a cycle outlives its period")
+        home = self.home(inputs=FEW + (DISK_SPACE,), period=PERIOD * 1000)
+        home.stub_script(f"#!/bin/sh\necho >>../starts\nn=$(wc -l <../starts)\n"
+                         f"until [ -e ../go$n ]; do sleep 0.01; done\nexec {shutil.which('df')} \"$@\"\n")
+        agent = self.running(home, "--cycles", 3)
+        starts = 0
+        while agent.process.poll() is None:
+            if read(home.at("starts")).count("\n") > starts:
+                starts += 1
+                agent.turn(1)  # which each listing takes
+                write(home.at(f"go{starts}"), "")
+            time.sleep(0.002)
+        self.assert_ended_well(agent.finish())
+        self.assert_in_order(home)
+        stamps = [stamp for stamp, _ in home.archive_lines()]
+        self.assertLess(max(after - before for before, after in zip(stamps, stamps[1:])), 2 * PERIOD,
+                        "a cycle outlives its period")
+        self.assertLess(starts, 20, "a listing for each disk")
         watched = [name for name in home.numbers() if f" {self.base}/m" in name[1]]
         self.assertEqual(len(watched), 1000)
         self.assertEqual(len(home.archive_lines()[0][1]), len(home.archive_lines()[-1][1]))
-        records = home.numbers()
-        self.run_agent(home, "--cycles", 1, timeout=180)
-        self.assertEqual(home.numbers(), records)
 
     @needs_mounts
     def test_E4_a_disk_that_comes_goes_and_returns_keeps_its_number(self):
         self.base = self.small_file_system("size=1m")
         home = self.home(inputs=FEW + (DISK_SPACE,))
-        agent = self.running(home, clock="real")
-        self.grows(home)
+        agent = self.running(home)
+        agent.grows()
         target = self.mounted("disk", "size=100k")
         point = os.fsdecode(target)
-        wait_until(lambda: home.number_of(point), what="a new disk")
+        agent.until(lambda: home.number_of(point), "a new disk")
         rid = home.number_of(point)
-        wait_until(lambda: rid in home.archive_lines()[-1][1], what="a sample of it")
+        agent.until(lambda: rid in home.archive_lines()[-1][1], "a sample of it")
         umount(target)
-        wait_until(lambda: rid not in home.archive_lines()[-1][1], what="its end")
+        agent.until(lambda: rid not in home.archive_lines()[-1][1], "its end")
         mount("tmpfs", target, "tmpfs", 0, "size=100k")
-        wait_until(lambda: rid in home.archive_lines()[-1][1], what="its return")
-        self.end(agent, home)
+        agent.until(lambda: rid in home.archive_lines()[-1][1], "its return")
+        self.end(agent)
         self.assertEqual(home.number_of(point), rid)
 
     @needs_mounts
@@ -268,63 +264,70 @@ class E_Mounts(ListingTest):
 class E3_HangingListing(ListingTest):
     def test_E3_a_hanging_df_is_given_up_with_its_children_and_its_return_is_noticed(self):
         home = self.disk_home(period=1000)
-        agent = self.running(home, clock="real")
-        self.grows(home, 2)
-        home.stub_script("#!/bin/sh\necho $$ >>../pids\nsleep 1000 &\necho $! >>../pids\nwait\n")
-        wait_until(lambda: read(home.at("pids")), what="a hanging df")
-        begin = time.monotonic()
-        self.grows(home, 1, 30)
-        self.assertLess(time.monotonic() - begin, 13, "a cycle waits for one deadline, not for one a disk")
-        pids = [int(word) for word in read(home.at("pids")).split()]
-        wait_until(lambda: not any(is_alive(pid) for pid in pids[:2]), 5, "the end of the whole group")
+        agent = self.running(home)
+        agent.grows(2)
+        home.stub_script("#!/bin/sh\nsleep 1000 &\necho $$ $! >>../pids\nwait\n")
+        agent.until(lambda: read(home.at("pids")), "a hanging df")
+        lines = len(home.archive_lines())
+        agent.turn(10)
+        agent.until(lambda: read(home.at("pids")).count("\n") == 2, "the next cycle's df")
+        self.assertEqual(len(home.archive_lines()), lines + 1, "a cycle waits for one deadline, not for one a disk")
+        first, second = ([int(pid) for pid in line.split()] for line in read(home.at("pids")).splitlines())
+        agent.until(lambda: not any(is_alive(pid) for pid in first), "the end of the whole group")
+        self.assertTrue(all(is_alive(pid) for pid in second))
         home.stub_df(HEADING + "/dev/good 1000 500 500 50% /\n")
-        wait_until(lambda: self.values_of(home, home.number_of("/"))[-1] == "50.00", 30, "a reading again")
-        self.end(agent, home)
-        pids = [int(word) for word in read(home.at("pids")).split()]
-        self.assertEqual([pid for pid in pids if is_alive(pid)], [])
+        agent.turn(10)
+        agent.until(lambda: self.values_of(home, home.number_of("/"))[-1] == "50.00", "a reading again")
+        self.end(agent)
+        wait_until(lambda: not any(is_alive(pid) for pid in second), what="the end of the second group")
 
     def test_G7_a_start_while_df_hangs_goes_on_and_takes_the_disks_up_with_the_first_listing_that_comes(self):
         home = self.disk_home(inputs=FEW + (DISK_SPACE, DISK_INODES))
         before = home.snapshot()
         home.stub_script("#!/bin/sh\necho $$ >>../pids\nexec sleep 1000\n")
-        agent = self.running(home, "--listing-deadline-ms", 300, clock="real")
-        self.grows(home, 2)
+        agent = self.running(home)
+        for hanging in (1, 2, 3):  # at the start, and in each of the first two cycles
+            agent.until(lambda hanging=hanging: read(home.at("pids")).count("\n") == hanging, "a hanging df")
+            self.assertEqual(len(home.archive_lines()), max(0, hanging - 2))
+            agent.turn(10)
+        agent.until(lambda: len(home.archive_lines()) == 2, "two cycles")
         self.assertEqual(set(home.archive_lines()[-1][1]), {1, 2})
         self.assertEqual([name[3] for name in home.numbers() if name[0] == "LogicalDisk"], [-1, -1], "the templates stand")
+        agent.until(lambda: read(home.at("pids")).count("\n") == 4, "the last hanging df")
         home.stub_df(HEADING + ROW, INODE_HEADING + "/dev/good 1000 100 900 10% /\n")
-        self.grows(home, 3)
+        agent.turn(10)
+        agent.grows(3)
         rids = [home.number_of("/"), home.number_of("/", "PercentFreeInodesUsed")]
         self.assertEqual([home.archive_lines()[-1][1][rid] for rid in rids], ["25.00", "10.00"])
-        result = self.end(agent, home)
+        result = self.end(agent)
         self.assertEqual(result.fatal(), [])
         self.assertEqual(home.log().count(NO_LISTING), 1)
         self.assertEqual(read(home.layout.declarations).count("FindObject (LogicalDisk)"), 2)
         self.assertNotEqual(home.snapshot()["declarations"], before["declarations"], "rewritten, the disks with it")
-        starts = read(home.at("pids")).split()
-        cycles = home.log()[:home.log().index("retval=0")].count("TimeStamp = ")
-        self.assertLessEqual(len(starts), 1 + cycles, "one at the start and one a cycle")
 
     def test_a_start_without_a_df_goes_on_and_takes_the_disks_up_when_there_is_one(self):
         home = self.disk_home()
         os.unlink(home.at("stub", "df"))
         agent = self.running(home, environment=dict(os.environ, PATH=home.at("stub") + ":" + home.at("nowhere")))
-        self.grows(home, 2)
+        agent.grows(2)
         home.stub_script("#!/bin/sh\nwhile IFS= read -r line; do echo \"$line\"; done <../stub/space\n")
-        wait_until(lambda: home.number_of("/") in home.archive_lines()[-1][1], what="the disk")
-        result = self.end(agent, home)
+        agent.until(lambda: home.number_of("/") in home.archive_lines()[-1][1], "the disk")
+        result = self.end(agent)
         self.assertEqual(result.fatal(), [])
         self.assertEqual(home.log().count(NO_LISTING), 1)
 
     def test_a_stop_during_a_hanging_df_ends_after_the_cycle_and_the_sleep(self):
-        home = self.disk_home(period=1000)
-        agent = self.running(home, clock="real")
-        self.grows(home, 1)
+        home = self.disk_home(period=7000)
+        agent = self.running(home)
+        agent.grows(1)
         home.stub_script("#!/bin/sh\ntouch ../hangs\nexec sleep 1000\n")
-        wait_until(lambda: os.path.exists(home.at("hangs")), what="a hanging df")
+        agent.until(lambda: os.path.exists(home.at("hangs")), "a hanging df")
+        lines, sleeps = len(home.archive_lines()), agent.output().count("sleep\t7\n")
         agent.stop()
-        result = agent.finish(30)
+        agent.turn(10)
+        result = agent.finish()
         self.assert_ended_well(result)
-        self.assertLess(result.ended[0][0] - result.stops[0][0], 15000)
+        self.assertEqual((len(home.archive_lines()), len(result.sleeps)), (lines + 1, sleeps + 1))
 
 
 def is_alive(pid):

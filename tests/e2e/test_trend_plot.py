@@ -76,7 +76,7 @@ class TrendPlot(unittest.TestCase):
         self.directory = directory.name
         written = subprocess.run(
             [os.path.join(BUILD, "tests", "tests_prediction"), "--gtest_filter=TrendFilesForPlotting.*"],
-            env=dict(os.environ, LUMETRA_TREND_OUT=self.directory), capture_output=True, text=True, timeout=60)
+            env=dict(os.environ, LUMETRA_TREND_OUT=self.directory), capture_output=True, text=True)
         self.assertEqual(written.returncode, 0, written.stdout + written.stderr)
 
     def points(self, name):
@@ -86,7 +86,7 @@ class TrendPlot(unittest.TestCase):
         self.assertTrue(os.path.exists(script), name)
         octal = "".join(f"\\{byte:03o}" for byte in os.fsencode(script))
         drawn = subprocess.run(["gnuplot", "-"], input=DRAW.format(picture=picture, script=octal), text=True,
-                               capture_output=True, cwd=self.directory, timeout=60)
+                               capture_output=True, cwd=self.directory)
         self.assertEqual((drawn.returncode, drawn.stderr.strip().splitlines()), (0, [LABEL]), name)
         with open(picture, "rb") as file:
             rows = rows_of(file.read())

@@ -1,5 +1,7 @@
 #include "tests/support/fakeJavaEnvironment.h"
 
+#include "support/clock.h"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -527,7 +529,7 @@ struct FakeFunctions {
         if (listener)
             listener(record);
         if (behaviour.mode == JavaBehaviour::Mode::block)
-            std::this_thread::sleep_for(behaviour.blocking);
+            systemClock().pause(behaviour.blocking);
         lock.lock();
         if (behaviour.mode == JavaBehaviour::Mode::raise) {
             state.raise("java/lang/IllegalStateException", method->name + " was told to throw");

@@ -20,7 +20,7 @@ namespace obrin::test {
 struct JavaBehaviour {
     enum class Mode { answer, refuse, raise, missing, block };
     Mode mode = Mode::answer;
-    std::chrono::milliseconds blocking{0}; ///< for `block`: how long before it answers
+    std::chrono::seconds blocking{0}; ///< for `block`: how long before it answers, by the system clock
 };
 
 /// One call of a Java method. A text argument stands as its characters, a null reference as "(null)", a
