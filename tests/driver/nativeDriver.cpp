@@ -24,6 +24,7 @@
 
 #include "acquisition/diskListing.h"
 #include "support/immortal.h"
+#include "support/systemPaths.h"
 #include "tests/driver/viewerThreads.h"
 #include "tests/support/fakeJavaEnvironment.h"
 #include "tests/support/turnedClock.h"
@@ -328,6 +329,8 @@ Options readOptions(const std::vector<std::string>& words, FakeJavaEnvironment& 
                 options.config = value;
             else if (name == "--program")
                 options.program = value;
+            else if (name == "--processes")
+                obrin::systemPaths().proc = value;
             else if (name == "--locale")
                 options.locale = value;
             else if (name == "--stop-when")

@@ -19,6 +19,7 @@ BUILD = os.path.abspath(os.environ.get("LUMETRA_BUILD", os.path.join(PROJECT, "b
 DRIVER = os.path.join(BUILD, "tests", "nativeDriver")
 LIBRARY = os.path.join(BUILD, "libObrinagent.so")
 LONG = os.environ.get("LUMETRA_LONG") == "1"
+PROCESSES_OF_A_SMALL_MACHINE = os.path.join(PROJECT, "tests", "fixtures", "census-small", "proc")
 DEADLINE = 3600  # seconds; only so that nothing waits for ever: who runs the tests gives up long before
 
 HEADING = "Filesystem     1K-blocks     Used Available Use% Mounted on\n"
@@ -236,16 +237,18 @@ class Result:
 
 class Running:
     """The driver at work, in a process group of its own. Its clock is "turned" (the agent's time goes by at once when it
-    pauses or sleeps, and otherwise stands), "held" (sleeps, too, last until the clock is turned) or "real"."""
+    pauses or sleeps, and otherwise stands), "held" (sleeps, too, last until the clock is turned) or "real". The processes that it
+    finds are few, whatever runs on this machine."""
 
     def __init__(self, home, *options, prefix=(), clock="turned", environment=None, refuse=True, preexec=None):
         self.home = home
-        driver = DRIVER
+        driver, processes = DRIVER, PROCESSES_OF_A_SMALL_MACHINE
         if preexec:  # another user may not be let into the checkout
-            driver = home.at("nativeDriver")
+            driver, processes = home.at("nativeDriver"), home.at("processes")
             shutil.copy(DRIVER, driver)
             os.chmod(driver, 0o755)
-        command = [*prefix, driver, "--bin", home.at("bin"),
+            shutil.copytree(PROCESSES_OF_A_SMALL_MACHINE, processes, symlinks=True, dirs_exist_ok=True)
+        command = [*prefix, driver, "--bin", home.at("bin"), "--processes", processes,
                    *{"real": (), "turned": ("--turned-clock",), "held": ("--turned-clock", "--hold-sleeps")}[clock]]
         if refuse:
             command += ["--behaviour", "sendEvent=refuse"]
@@ -389,7 +392,8 @@ class AgentTest(unittest.TestCase):
         """Runs the driver to its end; its environment must have been used rightly and all references given back."""
         check = {key: how.pop(key) for key in ("trimmed", "scratch_pad_lossy", "clock_jumped", "before",
                                                "expected_declarations") if key in how}
-        check.setdefault("before", home.snapshot())
+        if "before" not in check:
+            check["before"] = home.snapshot()
         result = Running(home, *options, **how).finish()
         self.assert_ended_well(result)
         self.assert_in_order(home, **check)
