@@ -90,8 +90,10 @@ constexpr std::chrono::milliseconds timeToDie{500};
 /// Listings longer than this are cut; 10,000 mounts with the longest names need less.
 constexpr std::size_t longestListing = wholeFileLimit;
 
+/// Past this, a command is given up.
+constexpr std::chrono::seconds longestRun{10};
+
 struct ListingState {
-    std::chrono::milliseconds deadline{10000};
     Clock::Duration budget = std::chrono::seconds(1); ///< for all listings of a cycle
     Clock::Duration used{};
     bool gaveUp = false; ///< a deadline passed in this cycle
@@ -195,7 +197,7 @@ bool isWhole(int status, const std::string& text) {
 }
 
 TakenListing takeFresh(const std::string& command) {
-    const Clock::Moment deadline = systemClock().now() + state().deadline;
+    const Clock::Moment deadline = systemClock().now() + longestRun;
     const std::string& path = systemPaths().diskListing;
     const bool wasEmptied = emptied(path);
     const Outcome written = run(shellCommand(command + " > " + shellWord(path), false), deadline);
@@ -281,10 +283,6 @@ TakenListing takeDiskListing(DiskCounter counter) {
     if (!newest || (taken.listing && taken.listing->hasHeading()))
         newest = taken;
     return taken;
-}
-
-void setListingDeadline(std::chrono::milliseconds deadline) {
-    state().deadline = deadline;
 }
 
 } // namespace obrin

@@ -75,7 +75,4 @@ TakenListing takeDiskListing(DiskCounter counter);
 /// The status of a command that could not be started, or that the shell could not find.
 inline constexpr int commandNotRun = 127 << 8;
 
-/// Replaces the deadline of 10 seconds. Agent thread, between listings.
-void setListingDeadline(std::chrono::milliseconds deadline);
-
 } // namespace obrin

@@ -1,9 +1,9 @@
 #include "acquisition/circularBuffers.h"
 
 #include "tests/support/temporaryDirectory.h"
+#include "tests/support/turnedClock.h"
 
 #include <cmath>
-#include <ctime>
 #include <gtest/gtest.h>
 #include <memory>
 #include <vector>
@@ -148,7 +148,8 @@ TEST_F(CircularBuffers, ReadingTheArchiveBackSkipsUnknownResourcesAndPlacesTheOt
     Link& two = add(1);
     clasp.MaximumRIDValue = 9;
     ASSERT_EQ(allocatecircularbuffers(&clasp), 1);
-    const long now = std::time(nullptr);
+    const test::TurnedClock clock;
+    const long now = systemClock().wallTime();
     clasp.HardDriveArchive = directory.path("archive");
     test::writeFile(clasp.HardDriveArchive, std::to_string(now - 20) + " 1 0 10.50 7 0 99.00 2 0 20.25 \n" +
                                                 std::to_string(now - 10) + " 7 0 98.00 2 0 21.00 \n");
@@ -177,10 +178,11 @@ TEST_F(CircularBuffers, SamplesAsOldAsTheWindowAreSkipped) {
     clasp.MillisecondsPerSample = 1000;
     Link& link = add(1);
     ASSERT_EQ(allocatecircularbuffers(&clasp), 1);
-    const long now = std::time(nullptr);
+    const test::TurnedClock clock;
+    const long now = systemClock().wallTime();
     clasp.HardDriveArchive = directory.path("archive");
     test::writeFile(clasp.HardDriveArchive, std::to_string(now - 3600) + " 1 0 1.00 \n" +
-                                                std::to_string(now - 3500) + " 1 0 2.00 \n");
+                                                std::to_string(now - 3599) + " 1 0 2.00 \n");
     EXPECT_EQ(refreshcircularbuffers(&clasp), 1);
     ASSERT_EQ(link.SampleCount, 1U);
     EXPECT_EQ(link.ValueBuffer[0], 2.0);
@@ -194,7 +196,8 @@ TEST_F(CircularBuffers, MissingArchiveLeavesTheRingsEmpty) {
 TEST_F(CircularBuffers, ArchiveCutAtAnyByteGivesOnlySamplesThatWereInIt) {
     clasp.MillisecondsPerSample = 1000;
     Link& link = add(1);
-    const long now = std::time(nullptr);
+    const test::TurnedClock clock;
+    const long now = systemClock().wallTime();
     const std::string whole =
         std::to_string(now - 2) + " 1 0 41.27 \n" + std::to_string(now - 1) + " 1 0 42.00 \n";
     clasp.HardDriveArchive = directory.path("archive");
@@ -214,7 +217,8 @@ TEST_F(CircularBuffers, GarbageInTheArchiveEnds) {
     clasp.MillisecondsPerSample = 1000;
     Link& link = add(1);
     ASSERT_EQ(allocatecircularbuffers(&clasp), 1);
-    const long now = std::time(nullptr);
+    const test::TurnedClock clock;
+    const long now = systemClock().wallTime();
     clasp.HardDriveArchive = directory.path("archive");
     test::writeFile(clasp.HardDriveArchive,
                     std::string("\0\0x%n y", 7) + "\n" + std::to_string(now) + " 1 0 5.00 \n");

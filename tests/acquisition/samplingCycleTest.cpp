@@ -139,6 +139,7 @@ protected:
 
     std::size_t records() const { return occurrences(readFile(clasp.ScratchPad), "Event:"); }
 
+    test::TurnedClock clock;
     test::TemporaryDirectory home;
     test::CapturedLog log;
     test::RecordingSink sink;
@@ -202,7 +203,6 @@ TEST_F(SamplingCycle, KnownDiskEntersTheChainWithoutBeingReadFirst) {
 
 TEST_F(SamplingCycle, ListOfDisksThatCannotBeHadIsToldAndTheCycleGoesOn) {
     mount({});
-    clasp.MillisecondsPerSample = 240000; // long enough for two listings on a busy machine
     declare(disks + swap);
     mount({"/a"});
     installDf("mkdir " + home.path("counted") + " 2>/dev/null && exec /bin/cat " + home.path("listing") +
@@ -448,12 +448,17 @@ TEST_F(SamplingCycle, ListingGivenUpInOneCycleIsTakenInTheNext) {
     mount({});
     declare(disks);
     mount({"/a"});
-    setListingDeadline(std::chrono::milliseconds(0));
-    EXPECT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    installDf(": > " + home.path("hangs") + "\nexec sleep 1000\n");
+    {
+        const test::TimeGoesBy pastTheDeadline(clock, std::chrono::seconds(10), [&] {
+            return std::filesystem::remove(home.path("hangs")); // so that it goes by once
+        });
+        EXPECT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    }
+    installDf("exec /bin/cat " + home.path("listing") + "\n");
     while (takeDiskListing(DiskCounter::space).status == -1) {
         // what was killed takes a moment to go
     }
-    setListingDeadline(std::chrono::seconds(10));
     EXPECT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
     EXPECT_EQ(lastLine(), "2 0 25.00");
 }

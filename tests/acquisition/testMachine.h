@@ -5,11 +5,13 @@
 #include "acquisition/instances.h"
 #include "support/systemPaths.h"
 #include "tests/support/temporaryDirectory.h"
+#include "tests/support/turnedClock.h"
 
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <string>
@@ -20,7 +22,8 @@
 namespace obrin::test {
 
 /// The readers on a machine of the test's own: log, work file and programs in temporary directories, the
-/// kernel's files from a fixture or a test. Everything is as before when it goes.
+/// kernel's files from a fixture or a test, and a clock that stands still. Everything is as before when it
+/// goes.
 class TestMachine {
 public:
     TestMachine() {
@@ -28,7 +31,6 @@ public:
         ::setenv("PATH", (directory_.path("bin") + ":" + path_).c_str(), 1);
         systemPaths().diskListing = directory_.path("LumetraDisks.txt");
         systemPaths().tasksHeader = directory_.path("no-tasks.h");
-        setListingDeadline(std::chrono::seconds(10));
         beginInstanceRun();
         beginListingCycle(std::chrono::minutes(4));
     }
@@ -37,7 +39,6 @@ public:
     ~TestMachine() {
         ::setenv("PATH", path_.c_str(), 1);
         systemPaths() = before_;
-        setListingDeadline(std::chrono::seconds(10));
         beginListingCycle(std::chrono::seconds(4));
     }
 
@@ -68,6 +69,20 @@ public:
 
     std::string path(std::string_view name = {}) const { return directory_.path(name); }
 
+    /// Lets the time pass that a listing may take, once, as soon as `when` holds.
+    TimeGoesBy listingTimesOutWhen(std::function<bool()> when) {
+        return TimeGoesBy(clock, longestListing, [this, when = std::move(when), begun = clock.now()] {
+            return clock.now() < begun + longestListing && when();
+        });
+    }
+    /// The same as soon as the test's own df has been started once more.
+    TimeGoesBy nextListingTimesOut() {
+        return listingTimesOutWhen([this, before = dfStarts()] { return dfStarts() > before; });
+    }
+
+    static constexpr std::chrono::seconds longestListing{10};
+
+    TurnedClock clock;
     CapturedLog log;
 
 private:

@@ -96,4 +96,18 @@ void TurnedClock::tell(const char* what, Seconds& kept, Duration time) {
     told(what, floor<seconds>(time));
 }
 
+TimeGoesBy::TimeGoesBy(TurnedClock& clock, Clock::Duration time, std::function<bool()> when)
+    : thread_([this, &clock, time, when = std::move(when)] {
+          await([&] {
+              if (!ended_ && when())
+                  clock.turn(time);
+              return ended_.load();
+          });
+      }) {}
+
+TimeGoesBy::~TimeGoesBy() {
+    ended_ = true;
+    thread_.join();
+}
+
 } // namespace obrin::test

@@ -3,7 +3,9 @@
 #include "support/clock.h"
 #include "support/mutex.h"
 
+#include <atomic>
 #include <functional>
+#include <thread>
 #include <vector>
 
 namespace obrin::test {
@@ -52,5 +54,25 @@ private:
     Seconds pauses_ GUARDED_BY(lock_);
     Seconds sleeps_ GUARDED_BY(lock_);
 };
+
+/// For as long as it lives, a thread turns a clock by `time` again and again while `when` holds.
+class TimeGoesBy {
+public:
+    TimeGoesBy(TurnedClock& clock, Clock::Duration time, std::function<bool()> when);
+    TimeGoesBy(const TimeGoesBy&) = delete;
+    TimeGoesBy& operator=(const TimeGoesBy&) = delete;
+    ~TimeGoesBy();
+
+private:
+    std::atomic<bool> ended_{false};
+    std::thread thread_;
+};
+
+/// Comes back once `condition` holds. No test has a deadline of its own: who runs them has one.
+template <class Condition>
+void await(Condition condition) {
+    while (!condition())
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
 
 } // namespace obrin::test
