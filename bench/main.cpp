@@ -1,5 +1,5 @@
-// Prints how much faster the toolkit is than its textbook forms, both measured in this run, as a table in
-// Markdown.
+// Prints, as tables in Markdown, how much faster the toolkit is than its textbook forms, both measured in
+// this run, and how much longer work takes that is four times as large.
 
 #include "bench/ratios.h"
 
@@ -10,6 +10,7 @@ namespace obrin::bench {
 std::vector<Ratio> fitRatios();
 std::vector<Ratio> selectionRatios();
 std::vector<Ratio> medianRatios();
+std::vector<Growth> growths();
 long allocationsInASecondCall();
 } // namespace obrin::bench
 
@@ -26,6 +27,16 @@ int main() {
         }
     const long allocations = allocationsInASecondCall();
     std::printf("| allocations in a second call with the same sizes | %ld | | | 0 |\n", allocations);
+    constexpr double linear = 4.0;
+    constexpr double quadratic = 16.0;
+    std::printf("\n| What | n | n, ms | 4 n, ms | Ratio | At most |\n|---|---:|---:|---:|---:|---:|\n");
+    for (const Growth& row : growths()) {
+        const double ratio = row.four_times_ns / row.once_ns;
+        const double most = (linear + quadratic) / 2;
+        missed += ratio > most ? 1 : 0;
+        std::printf("| %s | %d | %.2f | %.2f | %.1f | %.0f |\n", row.what, row.size, row.once_ns / 1e6,
+                    row.four_times_ns / 1e6, ratio, most);
+    }
     std::printf("\n%s\n",
                 missed == 0 && allocations == 0 ? "Every row is reached." : "Some rows are not reached.");
     return 0;

@@ -13,4 +13,12 @@ struct Ratio {
     double required;
 };
 
+/// What n things cost and what four times as many do, both in nanoseconds a call.
+struct Growth {
+    const char* what;
+    int size;
+    double once_ns;
+    double four_times_ns;
+};
+
 } // namespace obrin::bench

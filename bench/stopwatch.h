@@ -1,20 +1,25 @@
 #pragma once
 
 #include <algorithm>
-#include <chrono>
+#include <ctime>
 #include <vector>
 
 namespace obrin::bench {
 
-/// Nanoseconds of one call of `work`: the median of nine rounds, each long enough to be measured.
+/// Nanoseconds of processor time of one call of `work`, so that a busy machine changes little: the median of
+/// nine rounds, each long enough to be measured.
 template <class Work>
 double nanosecondsPerCall(Work work) {
-    using Clock = std::chrono::steady_clock;
-    const auto timed = [&work](long calls) {
-        const auto begin = Clock::now();
+    const auto processorTime = [] {
+        timespec time{};
+        ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+        return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
+    };
+    const auto timed = [&](long calls) {
+        const double begin = processorTime();
         for (long i = 0; i < calls; ++i)
             work();
-        return std::chrono::duration<double, std::nano>(Clock::now() - begin).count();
+        return processorTime() - begin;
     };
     long calls = 1;
     while (timed(calls) < 5e6)

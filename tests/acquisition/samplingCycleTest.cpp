@@ -450,7 +450,7 @@ TEST_F(SamplingCycle, ListingGivenUpInOneCycleIsTakenInTheNext) {
     mount({"/a"});
     installDf(": > " + home.path("hangs") + "\nexec sleep 1000\n");
     {
-        const test::TimeGoesBy pastTheDeadline(clock, std::chrono::seconds(10), [&] {
+        const test::TimeGoesBy pastTheDeadline(clock, std::chrono::seconds(10), [&](Clock::Moment) {
             return std::filesystem::remove(home.path("hangs")); // so that it goes by once
         });
         EXPECT_EQ(RawDataRetrievalAndArchive(&clasp), 1);

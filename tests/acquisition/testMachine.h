@@ -11,7 +11,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <string>
@@ -69,18 +68,14 @@ public:
 
     std::string path(std::string_view name = {}) const { return directory_.path(name); }
 
-    /// Lets the time pass that a listing may take, once, as soon as `when` holds.
-    TimeGoesBy listingTimesOutWhen(std::function<bool()> when) {
-        return TimeGoesBy(clock, longestListing, [this, when = std::move(when), begun = clock.now()] {
-            return clock.now() < begun + longestListing && when();
-        });
-    }
-    /// The same as soon as the test's own df has been started once more.
+    /// Lets the ten seconds go by that a listing may take, as soon as the test's own df has been started once
+    /// more.
     TimeGoesBy nextListingTimesOut() {
-        return listingTimesOutWhen([this, before = dfStarts()] { return dfStarts() > before; });
+        return TimeGoesBy(clock, std::chrono::seconds(10),
+                          [this, begun = clock.now(), before = dfStarts()](Clock::Moment now) {
+                              return now == begun && dfStarts() > before;
+                          });
     }
-
-    static constexpr std::chrono::seconds longestListing{10};
 
     TurnedClock clock;
     CapturedLog log;

@@ -15,6 +15,15 @@ std::time_t TurnedClock::wallTime() {
 }
 
 Clock::Moment TurnedClock::now() {
+    std::shared_ptr<Looked> looked;
+    Moment before;
+    {
+        MutexLock lock(lock_);
+        looked = looked_;
+        before = Moment(gone_);
+    }
+    if (looked)
+        turn((*looked)(before));
     MutexLock lock(lock_);
     return Moment(gone_);
 }
@@ -75,6 +84,11 @@ void TurnedClock::onWait(Told told) {
     told_ = std::move(told);
 }
 
+void TurnedClock::onLook(Looked looked) {
+    MutexLock lock(lock_);
+    looked_ = looked ? std::make_shared<Looked>(std::move(looked)) : nullptr;
+}
+
 TurnedClock::Seconds TurnedClock::pauses() {
     MutexLock lock(lock_);
     return pauses_;
@@ -96,18 +110,13 @@ void TurnedClock::tell(const char* what, Seconds& kept, Duration time) {
     told(what, floor<seconds>(time));
 }
 
-TimeGoesBy::TimeGoesBy(TurnedClock& clock, Clock::Duration time, std::function<bool()> when)
-    : thread_([this, &clock, time, when = std::move(when)] {
-          await([&] {
-              if (!ended_ && when())
-                  clock.turn(time);
-              return ended_.load();
-          });
-      }) {}
+TimeGoesBy::TimeGoesBy(TurnedClock& clock, Clock::Duration time, When when) : clock_(clock) {
+    clock_.onLook(
+        [time, when = std::move(when)](Clock::Moment now) { return when(now) ? time : Clock::Duration(0); });
+}
 
 TimeGoesBy::~TimeGoesBy() {
-    ended_ = true;
-    thread_.join();
+    clock_.onLook({});
 }
 
 } // namespace obrin::test

@@ -3,8 +3,8 @@
 #include "support/clock.h"
 #include "support/mutex.h"
 
-#include <atomic>
 #include <functional>
+#include <memory>
 #include <thread>
 #include <vector>
 
@@ -37,6 +37,10 @@ public:
     using Told = std::function<void(const char* what, std::chrono::seconds time)>;
     void onWait(Told told);
 
+    /// Is called with each look at the clock; what it gives goes by before the answer.
+    using Looked = std::function<Duration(Moment)>;
+    void onLook(Looked looked);
+
     /// What was asked for so far, in order.
     Seconds pauses();
     Seconds sleeps();
@@ -51,21 +55,24 @@ private:
     pthread_cond_t* sleepersCondition_ GUARDED_BY(lock_) = nullptr;
     pthread_mutex_t* sleepersMutex_ GUARDED_BY(lock_) = nullptr;
     Told told_ GUARDED_BY(lock_);
+    std::shared_ptr<Looked> looked_ GUARDED_BY(lock_);
     Seconds pauses_ GUARDED_BY(lock_);
     Seconds sleeps_ GUARDED_BY(lock_);
 };
 
-/// For as long as it lives, a thread turns a clock by `time` again and again while `when` holds.
+/// For as long as it lives, somebody else's look at a clock turns it by `time` if `when`, which is given the
+/// moment before, holds. Who waits for a program until a deadline looks every 20 milliseconds or so.
 class TimeGoesBy {
 public:
-    TimeGoesBy(TurnedClock& clock, Clock::Duration time, std::function<bool()> when);
+    using When = std::function<bool(Clock::Moment)>;
+
+    TimeGoesBy(TurnedClock& clock, Clock::Duration time, When when);
     TimeGoesBy(const TimeGoesBy&) = delete;
     TimeGoesBy& operator=(const TimeGoesBy&) = delete;
     ~TimeGoesBy();
 
 private:
-    std::atomic<bool> ended_{false};
-    std::thread thread_;
+    TurnedClock& clock_;
 };
 
 /// Comes back once `condition` holds. No test has a deadline of its own: who runs them has one.
