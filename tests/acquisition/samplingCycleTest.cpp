@@ -351,7 +351,6 @@ TEST_F(SamplingCycle, TwoHundredDisksUnmountedTogetherWaitOnceForALockThatAReade
             "x");
     ASSERT_NE(find("/dev/d199 /d199"), nullptr);
     mount({});
-    test::TurnedClock clock;
     const StubbornReader reader;
     ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
     EXPECT_EQ(clock.pauses().size(), 3U); // of the first of them; the lock is not waited for again
@@ -364,7 +363,6 @@ TEST_F(SamplingCycle, TwoHundredDisksUnmountedTogetherWaitOnceForALockThatAReade
 TEST_F(SamplingCycle, APassAfterTheOneInWhichTheLockWasRefusedWaitsForItAgain) {
     mount({"/a", "/b"});
     declare(disks);
-    test::TurnedClock clock;
     const StubbornReader reader;
     for (const std::vector<std::string>& left :
          {std::vector<std::string>{"/b"}, std::vector<std::string>{}}) {

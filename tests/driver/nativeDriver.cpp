@@ -22,7 +22,6 @@
 //
 // Exit status: 0 when everything was given back and used rightly, 3 otherwise, 2 for a wrong command line.
 
-#include "acquisition/diskListing.h"
 #include "support/immortal.h"
 #include "support/systemPaths.h"
 #include "tests/driver/viewerThreads.h"
@@ -62,9 +61,6 @@ using obrin::Clock;
 using obrin::Immortal;
 using std::chrono::milliseconds;
 
-/// A run that takes longer is ended; the tests' own deadline comes before.
-constexpr auto mostTime = std::chrono::hours(1);
-
 struct Options {
     std::string bin = ".";
     std::string config = "../config/AutoConfig.ini";
@@ -72,6 +68,7 @@ struct Options {
     std::string locale;
     std::string stopWhenExists;
     long randomStopMs = -1;
+    long limitMs = 3600000; // the tests' own deadline comes before
     long cycles = -1;
     long runs = 1;
     int arguments = 2;
@@ -211,7 +208,7 @@ private:
     void watch() {
         int seenSignals = stopSignals;
         bool sent = false;
-        auto limit = std::chrono::steady_clock::now() + mostTime;
+        auto limit = std::chrono::steady_clock::now() + milliseconds(options_.limitMs);
         while (!ended_) {
             if (!sent && due()) {
                 sent = true;
@@ -337,6 +334,8 @@ Options readOptions(const std::vector<std::string>& words, FakeJavaEnvironment& 
                 options.stopWhenExists = value;
             else if (name == "--random-stop-ms")
                 options.randomStopMs = number;
+            else if (name == "--limit-ms")
+                options.limitMs = number;
             else if (name == "--cycles")
                 options.cycles = number;
             else if (name == "--runs")
@@ -347,8 +346,6 @@ Options readOptions(const std::vector<std::string>& words, FakeJavaEnvironment& 
                 options.stopThreads = static_cast<int>(number);
             else if (name == "--extra-stops")
                 options.stopTwice = static_cast<int>(number);
-            else if (name == "--listing-deadline-ms")
-                obrin::setListingDeadline(milliseconds(number));
             else if (name == "--viewers")
                 options.viewers = number;
             else if (name == "--seed")

@@ -321,7 +321,7 @@ class A7_Log(StorageTest):
         agent.until(lambda: size(home.layout.log) > 300000, "a log that grows")
         for _ in range(200):
             self.assertLessEqual(os.path.getsize(home.layout.log), check_home.LOG_LIMIT)
-            if len(home.archive_lines()) > 40:
+            if len(home.archive_lines()) > 25:
                 break
             agent.grows(1)
         self.end(agent, before=before)

@@ -29,7 +29,7 @@ class ViewerThreads(AgentTest):
         home.stub_df(HEADING + STAYS + COME_AND_GO[0])
         agent = self.running(home, "--viewers", 8)
         for turn in range(1, often(3, 12)):
-            agent.grows(SAMPLES)  # until the disk has files that go with it
+            agent.grows(SAMPLES if turn == 1 else often(20, SAMPLES))  # until there are files, and some go with a disk
             home.stub_df(HEADING + STAYS + COME_AND_GO[turn % 2])
         agent.until(lambda: self.unheard(agent.output()) == [], "every answer")
         agent.stop()
