@@ -31,6 +31,7 @@ final class AgentClient {
             .enable(DeserializationFeature.READ_UNKNOWN_ENUM_VALUES_AS_NULL);
 
     private final URI page;
+    private final int patience;
 
     /**
      * Names the agent without asking it yet.
@@ -38,7 +39,18 @@ final class AgentClient {
      * @param page the address of its page, ending with a slash
      */
     AgentClient(URI page) {
+        this(page, TIMEOUT_SECONDS);
+    }
+
+    /**
+     * Names the agent, and how long its silence is borne.
+     *
+     * @param page     the address of its page, ending with a slash
+     * @param patience in seconds; a chart is given twice as long
+     */
+    AgentClient(URI page, int patience) {
         this.page = page;
+        this.patience = patience;
     }
 
     /** An agent that cannot be asked, or an answer that is not an agent's; the message is one line. */
@@ -77,7 +89,7 @@ final class AgentClient {
      * @throws Unavailable when there is none
      */
     Overview overview() throws Unavailable {
-        JsonNode json = get("api/v1/resources", TIMEOUT_SECONDS);
+        JsonNode json = get("api/v1/resources", patience);
         Snapshot snapshot = as(Snapshot.class, json);
         if (snapshot.agent() == null || snapshot.resources() == null
                 || snapshot.resources().stream().anyMatch(Objects::isNull)) {
@@ -94,7 +106,7 @@ final class AgentClient {
      * @throws Unavailable when there is none
      */
     TrendView trend(int id) throws Unavailable {
-        JsonNode json = get("api/v1/resources/" + id + "/trend", 2 * TIMEOUT_SECONDS);
+        JsonNode json = get("api/v1/resources/" + id + "/trend", 2 * patience);
         TrendView trend = as(TrendView.class, json);
         if (!isCurve(trend.samples()) || trend.forecast() != null && !isCurve(trend.forecast())) {
             throw stranger("its answer is not a chart");
@@ -111,7 +123,7 @@ final class AgentClient {
      */
     CulpritReport culprits(int id) throws Unavailable {
         CulpritReport report = as(
-                CulpritReport.class, get("api/v1/resources/" + id + "/culprits", TIMEOUT_SECONDS));
+                CulpritReport.class, get("api/v1/resources/" + id + "/culprits", patience));
         if (report.processes() == null || report.processes().stream().anyMatch(Objects::isNull)) {
             throw stranger("its answer is not a list of processes");
         }
@@ -196,7 +208,7 @@ final class AgentClient {
 
     private JsonNode fetch(URI address, int timeoutSeconds) throws IOException, Unavailable {
         HttpURLConnection connection = (HttpURLConnection) address.toURL().openConnection();
-        connection.setConnectTimeout((int) TimeUnit.SECONDS.toMillis(TIMEOUT_SECONDS));
+        connection.setConnectTimeout((int) TimeUnit.SECONDS.toMillis(patience));
         connection.setReadTimeout((int) TimeUnit.SECONDS.toMillis(timeoutSeconds));
         connection.setInstanceFollowRedirects(false);
         connection.setUseCaches(false);

@@ -119,12 +119,10 @@ class AgentClientTest {
     }
 
     @Test
-    void aServerThatIsSilentIsGivenUpAfterFiveSeconds() throws IOException {
+    void aServerThatIsSilentIsGivenUp() throws IOException {
         try (ServerSocket silent = new ServerSocket(0, 5, InetAddress.getLoopbackAddress())) {
-            client = new AgentClient(URI.create("http://127.0.0.1:" + silent.getLocalPort() + "/"));
-            long begin = System.nanoTime();
-            assertTrue(failure().contains("no answer within 5 s"));
-            assertTrue(System.nanoTime() - begin < 15_000_000_000L);
+            client = new AgentClient(URI.create("http://127.0.0.1:" + silent.getLocalPort() + "/"), 1);
+            assertTrue(failure().contains("no answer within 1 s"));
         }
     }
 }

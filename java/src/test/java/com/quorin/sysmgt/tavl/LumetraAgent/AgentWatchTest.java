@@ -22,9 +22,10 @@ import java.util.ArrayList;
 import java.util.List;
 import java.util.Locale;
 import java.util.Map;
-import java.util.Optional;
 import java.util.concurrent.CompletableFuture;
-import java.util.concurrent.TimeUnit;
+import java.util.concurrent.atomic.AtomicBoolean;
+import java.util.concurrent.locks.LockSupport;
+import java.util.function.BooleanSupplier;
 import java.util.function.Supplier;
 import org.junit.jupiter.api.AfterEach;
 import org.junit.jupiter.api.BeforeEach;
@@ -52,7 +53,7 @@ class AgentWatchTest {
     private long nanos = 5_000_000_000L;
     private long millis = START * 1000;
     private boolean running = true;
-    private Duration patience = Duration.ofSeconds(5);
+    private Duration patience = Duration.ofDays(1); // who is not answered waits for ever
     private AgentWatch watch;
 
     @BeforeEach
@@ -110,6 +111,11 @@ class AgentWatchTest {
         listings++;
         DiskListing disks = DiskListing.parse(listing);
         return new MachineCapacities(home, disks, disks);
+    }
+
+    /** The real clocks, for a watch that does its work on its own thread. */
+    private AgentWatch.Timing realTiming() {
+        return new AgentWatch.Timing(System::currentTimeMillis, System::nanoTime, patience);
     }
 
     private AgentWatch.Timing timing() {
@@ -359,15 +365,13 @@ class AgentWatchTest {
         nanos += 9400 * MS;
         watch.round();
         assertEquals(0, natives.headlines);
-        CompletableFuture<Optional<TrendView>> chart = CompletableFuture.supplyAsync(() -> watch.trend(3));
-        for (int i = 0; i < 20; i++) {
-            sleep(10);
-            watch.round();
-        }
+        CompletableFuture<TrendView> chart = request(3);
+        watch.round();
+        watch.round();
         assertEquals(0, natives.headlines);
         assertFalse(chart.isDone());
         cycle(2000, 3, "50.00");
-        assertEquals("forecast", chart.join().get().source());
+        assertEquals("forecast", chart.join().source());
     }
 
     private void event(String resource, String instance) {
@@ -375,12 +379,19 @@ class AgentWatchTest {
         events.accept(mapper.createObjectNode().put("resource", resource).put("instance", instance));
     }
 
-    private static void sleep(int ms) {
-        try {
-            TimeUnit.MILLISECONDS.sleep(ms);
-        } catch (InterruptedException e) {
-            throw new IllegalStateException(e);
+    private static void await(BooleanSupplier condition) {
+        while (!condition.getAsBoolean()) {
+            LockSupport.parkNanos(MS);
         }
+    }
+
+    /** Asks for a chart on another thread, as the web server does; returns once that thread waits for it. */
+    private CompletableFuture<TrendView> request(int id) {
+        CompletableFuture<TrendView> answer = new CompletableFuture<>();
+        Thread asker = new Thread(() -> answer.complete(watch.trend(id).get()));
+        asker.start();
+        await(() -> answer.isDone() || asker.getState() == Thread.State.TIMED_WAITING);
+        return answer;
     }
 
     @Test
@@ -558,7 +569,7 @@ class AgentWatchTest {
     void aChartBeforeTheForecastIsTheArchives() throws IOException {
         swap(3, 1);
         append(START - 10 + " 3 0 12.34 \n");
-        make(this::capacities, AgentWatch.Timing.real());
+        make(this::capacities, realTiming());
         append(START + " 3 0 -1.00 \n" + (START + 10) + " 3 0 99.95 \n");
         watch.start();
         TrendView chart = chartOnceListed();
@@ -571,22 +582,17 @@ class AgentWatchTest {
     }
 
     private TrendView chartOnceListed() {
-        Optional<TrendView> chart = watch.trend(3);
-        for (int i = 0; i < 100 && chart.isEmpty(); i++) {
-            sleep(50);
-            chart = watch.trend(3);
-        }
-        return chart.get();
+        await(() -> watch.trend(3).isPresent());
+        return watch.trend(3).get();
     }
 
-    /** Asks on another thread, as the web server does, while this one does the view's work. */
+    /** Asks on another thread, while this one does the view's work. */
     private TrendView ask() {
-        CompletableFuture<Optional<TrendView>> chart = CompletableFuture.supplyAsync(() -> watch.trend(3));
-        for (int i = 0; i < 500 && !chart.isDone(); i++) {
-            sleep(5);
+        CompletableFuture<TrendView> chart = request(3);
+        while (!chart.isDone()) {
             watch.round();
         }
-        return chart.join().get();
+        return chart.join();
     }
 
     @Test
@@ -629,19 +635,19 @@ class AgentWatchTest {
     @Test
     void aBusyLockLeavesTheHistoryWithinTheBound() throws IOException {
         swap(3, 1);
-        patience = Duration.ofMillis(700);
-        make(this::capacities, new AgentWatch.Timing(System::currentTimeMillis, System::nanoTime, patience));
+        patience = Duration.ofMillis(50);
+        make(this::capacities, realTiming());
+        AtomicBoolean isHeld = new AtomicBoolean();
+        natives.whileWaiting = () -> await(() -> !isHeld.get());
         natives.labelResult = LumetraSubagent.BUSY;
-        natives.lockDelayMillis = 3000;
         watch.start();
         appendTwoHundredCycles();
-        TrendView chart = chartOnceListed();
-        long from = System.nanoTime();
-        chart = watch.trend(3).get();
-        long took = (System.nanoTime() - from) / MS;
+        chartOnceListed();
+        isHeld.set(true);
+        TrendView chart = watch.trend(3).get();
         assertEquals("history", chart.source());
         assertEquals(200, chart.samples().times().length);
-        assertTrue(took < 1500, took + " ms");
+        isHeld.set(false);
     }
 
     @Test
@@ -651,13 +657,11 @@ class AgentWatchTest {
         PrintStream err = System.err;
         System.setErr(new PrintStream(told, true, StandardCharsets.UTF_8));
         try {
-            make(this::capacities, AgentWatch.Timing.real());
+            make(this::capacities, realTiming());
             natives.thrownByLabel = new UnsatisfiedLinkError("no viewer");
             watch.start();
             appendTwoHundredCycles();
-            for (int i = 0; i < 100 && watch.snapshot().resources().isEmpty(); i++) {
-                sleep(50);
-            }
+            await(() -> !watch.snapshot().resources().isEmpty());
         } finally {
             System.setErr(err);
         }
@@ -760,7 +764,7 @@ class AgentWatchTest {
     }
 
     @Test
-    void threeHundredResourcesAreQuick() throws IOException {
+    void threeHundredResourcesWithTheLongestHistoryAreShownAndEachHeadlineReadOnceACycle() throws IOException {
         disks();
         for (int id = 1; id <= 300; id++) {
             disk(id, "/dev/vd" + id + " /mnt/" + id);
@@ -776,9 +780,7 @@ class AgentWatchTest {
             old.append(START - 20000 + 10L * i).append(values).append(" \n");
         }
         append(old.toString());
-        long before = System.nanoTime();
         prepare();
-        long read = System.nanoTime();
         StringBuilder run = new StringBuilder();
         for (int i = 1; i <= 1728; i++) {
             run.append(START + 10L * i).append(values).append(" \n");
@@ -786,48 +788,38 @@ class AgentWatchTest {
         append(run.toString());
         millis = (START + 17280) * 1000;
         nanos += 17280_000 * MS;
-        long polling = System.nanoTime();
         watch.round();
-        long polled = System.nanoTime();
         pass(100);
-        long shown = System.nanoTime();
+        assertEquals(300, natives.headlines);
         pass(10_000);
         append(START + 17290 + values.toString() + " \n");
         natives.files.values().forEach(f -> f.time = (int) (START + 17290));
         watch.round();
-        long second = System.nanoTime();
         pass(100);
-        long shownAgain = System.nanoTime();
-        System.out.printf(Locale.ROOT, "300 resources x 1728 samples: history %d ms, lines %d ms, "
-                + "first snapshot %d ms, next snapshot %d ms%n", (read - before) / MS,
-                (polled - polling) / MS, (shown - polled) / MS, (shownAgain - second) / MS);
+        assertEquals(600, natives.headlines);
         assertEquals(300, watch.snapshot().resources().size());
         assertTrue(watch.snapshot().resources().stream().allMatch(r -> r.state() == ResourceState.PENDING
                 && r.samples() == 1728 && r.forecastAt() == START + 17290));
-        assertTrue(shownAgain - second < 5000 * MS);
     }
 
     @Test
     void afterTheEndTheLastThatWasSeenIsAnswered() throws IOException {
         swap(3, 1);
-        make(this::capacities, AgentWatch.Timing.real());
+        make(this::capacities, realTiming());
         watch.start();
         appendTwoHundredCycles();
         assertEquals("history", chartOnceListed().source());
         watch.close();
-        long from = System.nanoTime();
         assertEquals(200, watch.trend(3).get().samples().times().length);
-        assertTrue(System.nanoTime() - from < 1000 * MS);
         assertEquals(1, watch.snapshot().resources().size());
     }
 
     @Test
-    void tooManyRequestsAreAnsweredAtOnce() throws Exception {
+    void tooManyRequestsAreAnsweredAtOnce() throws IOException {
         disks();
         for (int id = 1; id <= 100; id++) {
             disk(id, "/dev/vd" + id + " /mnt/" + id);
         }
-        patience = Duration.ofMillis(1500);
         prepare();
         Object[] values = new Object[200];
         for (int i = 0; i < 100; i++) {
@@ -835,20 +827,15 @@ class AgentWatchTest {
             values[2 * i + 1] = "5.00";
         }
         cycle(0, values);
-        List<CompletableFuture<Optional<TrendView>>> waiting = new ArrayList<>();
+        List<CompletableFuture<TrendView>> waiting = new ArrayList<>();
         for (int id = 1; id <= 64; id++) {
-            int asked = id;
-            CompletableFuture<Optional<TrendView>> answer = new CompletableFuture<>();
-            new Thread(() -> answer.complete(watch.trend(asked))).start();
-            waiting.add(answer);
+            waiting.add(request(id)); // nobody does the view's work: it waits
         }
-        sleep(500); // nobody does the view's work: all of them wait
         assertTrue(waiting.stream().noneMatch(CompletableFuture::isDone));
-        long from = System.nanoTime();
         assertEquals("history", watch.trend(100).get().source());
-        assertTrue(System.nanoTime() - from < 500 * MS);
-        for (CompletableFuture<Optional<TrendView>> answer : waiting) {
-            assertEquals("history", answer.get(5, TimeUnit.SECONDS).get().source());
+        watch.round();
+        for (CompletableFuture<TrendView> answer : waiting) {
+            assertEquals("history", answer.join().source());
         }
     }
 

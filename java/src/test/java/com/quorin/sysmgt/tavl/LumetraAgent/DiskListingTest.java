@@ -56,20 +56,18 @@ class DiskListingTest {
 
     @Test
     void theRealCommandListsTheRootFileSystem() {
-        DiskListing listing = DiskListing.run(List.of("printf", "%s", INODES), Duration.ofSeconds(10)).get();
+        DiskListing listing = DiskListing.run(List.of("printf", "%s", INODES), Duration.ofDays(1)).get();
         assertEquals(Optional.of(200.0), listing.capacity("/dev/vda /"));
-        assertTrue(DiskListing.run(List.of("df"), Duration.ofSeconds(10)).isPresent());
+        assertTrue(DiskListing.run(List.of("df"), Duration.ofDays(1)).isPresent());
     }
 
     @Test
     void aCommandThatDoesNotExistYieldsNothing() {
-        assertTrue(DiskListing.run(List.of("/nonexistent/df"), Duration.ofSeconds(10)).isEmpty());
+        assertTrue(DiskListing.run(List.of("/nonexistent/df"), Duration.ofDays(1)).isEmpty());
     }
 
     @Test
     void aCommandThatDoesNotEndIsGivenUpAtItsDeadline() {
-        long start = System.nanoTime();
-        assertTrue(DiskListing.run(List.of("sleep", "30"), Duration.ofMillis(200)).isEmpty());
-        assertTrue(System.nanoTime() - start < Duration.ofSeconds(10).toNanos());
+        assertTrue(DiskListing.run(List.of("sleep", "infinity"), Duration.ofMillis(200)).isEmpty());
     }
 }

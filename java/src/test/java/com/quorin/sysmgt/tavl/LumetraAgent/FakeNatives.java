@@ -30,7 +30,6 @@ final class FakeNatives implements TrendReader.Natives {
     boolean holdsAfterBusy;
     Throwable thrownByLabel;
     Throwable thrownByPairs;
-    long lockDelayMillis;
     Runnable whileWaiting = () -> { };
     int headlines;
     int unlocks;
@@ -64,9 +63,6 @@ final class FakeNatives implements TrendReader.Natives {
         asked.add(name + instance);
         headlines++;
         whileWaiting.run();
-        if (lockDelayMillis > 0) {
-            java.util.concurrent.locks.LockSupport.parkNanos(lockDelayMillis * 1_000_000);
-        }
         if (labelResult == LumetraSubagent.BUSY && holdsAfterBusy || labelResult == 0) {
             lock.lock();
         }

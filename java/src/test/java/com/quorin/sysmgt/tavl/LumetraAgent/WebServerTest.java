@@ -66,7 +66,6 @@ class WebServerTest {
     /** Sends a request as it stands and reads until the server closes. */
     private Answer send(String request) throws IOException {
         try (Socket socket = new Socket(server.address().getAddress(), server.address().getPort())) {
-            socket.setSoTimeout(15000);
             socket.getOutputStream().write(request.getBytes(StandardCharsets.ISO_8859_1));
             byte[] all = socket.getInputStream().readAllBytes();
             String text = new String(all, StandardCharsets.ISO_8859_1);
@@ -219,12 +218,16 @@ class WebServerTest {
 
     @Test
     void aBodyIsRefusedAndNotWaitedFor() throws IOException {
-        long begin = System.nanoTime();
         assertError(400, get("/small", "Content-Length: 3000", "", "x".repeat(3000)));
         assertError(405, ask("POST", "/small", "Content-Length: 5", "", "hello"));
         assertError(400, get("/small", "Transfer-Encoding: chunked", "", "5", "hello", "0", ""));
-        assertTrue(System.nanoTime() - begin < 3_000_000_000L);
         assertEquals(200, get("/small", "Content-Length: 0").status);
+        try (Socket socket = new Socket(server.address().getAddress(), server.address().getPort())) {
+            socket.getOutputStream().write(
+                    "GET /small HTTP/1.1\r\nHost: localhost\r\nContent-Length: 3000\r\n\r\n".getBytes());
+            byte[] begin = socket.getInputStream().readNBytes("HTTP/1.1 400".length()); // the body never comes
+            assertEquals("HTTP/1.1 400", new String(begin, StandardCharsets.ISO_8859_1));
+        }
     }
 
     @Test
