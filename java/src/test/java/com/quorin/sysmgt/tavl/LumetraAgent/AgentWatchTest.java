@@ -638,15 +638,21 @@ class AgentWatchTest {
         patience = Duration.ofMillis(50);
         make(this::capacities, realTiming());
         AtomicBoolean isHeld = new AtomicBoolean();
-        natives.whileWaiting = () -> await(() -> !isHeld.get());
+        AtomicBoolean isWaiting = new AtomicBoolean();
+        natives.whileWaiting = () -> {
+            isWaiting.set(isHeld.get());
+            await(() -> !isHeld.get());
+        };
         natives.labelResult = LumetraSubagent.BUSY;
         watch.start();
         appendTwoHundredCycles();
-        chartOnceListed();
-        isHeld.set(true);
-        TrendView chart = watch.trend(3).get();
+        TrendView chart = chartOnceListed();
         assertEquals("history", chart.source());
         assertEquals(200, chart.samples().times().length);
+        isHeld.set(true);
+        appendTwoHundredCycles();
+        await(isWaiting::get);
+        assertEquals("history", watch.trend(3).get().source());
         isHeld.set(false);
     }
 
