@@ -1,56 +1,64 @@
 """Java machines with the real library in them: the bare probe, the shipped host, and what they tell."""
 
-import atexit
+import hashlib
 import http.client
 import json
 import os
 import queue
 import shutil
 import signal
-import socket
 import subprocess
 import sys
 import tempfile
 import threading
-import time
 import unittest
 import urllib.error
 import urllib.request
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "e2e"))
+TESTS = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+sys.path[:0] = [TESTS, os.path.join(TESTS, "e2e")]
 import agent_home  # noqa: E402
 import check_home  # noqa: E402
 from agent_home import BUILD, LIBRARY, PROJECT  # noqa: E402
+from suite import LONG, die_with_parent, free_port, long_only, remaining, some, wait_until  # noqa: E402
 
 JAR = os.path.abspath(os.environ.get("LUMETRA_JAR", os.path.join(BUILD, "java", "lumetra-agent.jar")))
 COMPLAINTS = ("WARNING in native method", "WARNING: JNI local refs", "FATAL ERROR in native method", "SIGSEGV",
               "A fatal error has been detected", "AddressSanitizer", "runtime error:")
-HEAP = ("-XX:+UseSerialGC", "-Xms16m", "-Xmx64m")
+# A small machine that starts fast.
+JAVA_OPTIONS = ("-Xcheck:jni", "-XX:+UseSerialGC", "-XX:TieredStopAtLevel=1", "-Xshare:auto", "-Xms16m", "-Xmx64m")
 PROGRAM = os.path.join(PROJECT, "lumetra")
-_classes = None
 
 
-def probe_classes():
-    """The directory of the compiled probe; compiled once a process."""
-    global _classes
-    if _classes is None:
-        _classes = tempfile.mkdtemp(prefix="lumetra-classes-")
-        atexit.register(shutil.rmtree, _classes, ignore_errors=True)
-        source = os.path.join(os.path.dirname(os.path.abspath(__file__)), "java", "Probe.java")
-        subprocess.run(["javac", "-Xlint:all", "-Werror", "-cp", JAR, "-d", _classes, source], check=True)
-    return _classes
+def built_once(kind, sources, build):
+    """A directory with what `build` makes of the sources in the directory that it is given. Kept beside the build until a
+    source or the jar changes, and shared by all tests, also those that run at the same time."""
+    digest = hashlib.sha256()
+    for path in (*sources, JAR):
+        with open(path, "rb") as file:
+            digest.update(file.read())
+    target = os.path.join(BUILD, "test-cache", f"{kind}-{digest.hexdigest()[:16]}")
+    if not os.path.exists(target):
+        os.makedirs(os.path.dirname(target), exist_ok=True)
+        fresh = tempfile.mkdtemp(dir=os.path.dirname(target))
+        build(fresh)
+        try:
+            os.rename(fresh, target)
+        except OSError:  # another test was faster
+            shutil.rmtree(fresh)
+    return target
 
 
-def free_port():
-    """A port that nobody listens on."""
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
+def classes_of(name):
+    """The directory of the compiled classes of a source of the tests."""
+    source = os.path.join(TESTS, "jvm", "java", name + ".java")
+    return built_once(name, [source], lambda directory: subprocess.run(
+        ["javac", "-Xlint:all", "-Werror", "-cp", JAR, "-d", directory, source], check=True))
 
 
-def ask(port, path, method="GET", timeout=10, **headers):
+def ask(port, path, method="GET", **headers):
     """One request to the page: status, headers, body."""
-    connection = http.client.HTTPConnection("127.0.0.1", port, timeout=timeout)
+    connection = http.client.HTTPConnection("127.0.0.1", port, timeout=remaining())
     try:
         connection.request(method, path, headers={name.replace("_", "-"): value for name, value in headers.items()})
         response = connection.getresponse()
@@ -59,25 +67,25 @@ def ask(port, path, method="GET", timeout=10, **headers):
         connection.close()
 
 
-def api(url, path, seconds=20):
+def api(url, path):
     """An answer of the JSON interface of a page, which may have to start first."""
-    end = time.monotonic() + seconds
-    while True:
+
+    def answer():
         try:
-            with urllib.request.urlopen(f"{url}api/v1/{path}", timeout=10) as response:
+            with urllib.request.urlopen(f"{url}api/v1/{path}", timeout=remaining()) as response:
                 return json.load(response)
         except urllib.error.HTTPError:
             raise
         except OSError:
-            if time.monotonic() > end:
-                raise
-            time.sleep(0.1)
+            return None
+
+    return wait_until(answer, f"an answer of {url}")
 
 
-def host_command(home, library, *options, port=0):
+def host_command(home, library, *options, port=0, java=()):
     if "--port" not in options:
         options = ("--port", str(port), *options)
-    return ["java", "-Xcheck:jni", *HEAP, f"-Dlumetra.library={library}", "-jar", JAR, "run", "--home", home.path,
+    return ["java", *JAVA_OPTIONS, *java, f"-Dlumetra.library={library}", "-jar", JAR, "run", "--home", home.path,
             "--config", "../config/AutoConfig.ini", *options]
 
 
@@ -89,7 +97,7 @@ class Machine:
         self.arrived = queue.Queue()
         self.process = subprocess.Popen(command, cwd=home.at("bin"), env=environment or home.environment(),
                                         stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                                        start_new_session=True)
+                                        start_new_session=True, preexec_fn=die_with_parent)
         self.reader = threading.Thread(target=self.read, daemon=True)
         self.reader.start()
 
@@ -108,25 +116,47 @@ class Machine:
         self.process.stdin.write(line.encode() + b"\n")
         self.process.stdin.flush()
 
-    def expect(self, start, seconds=60):
+    def expect(self, start):
         """Reads on to the next line that starts so, or in one of these ways."""
-        end = time.monotonic() + seconds
         while True:
             try:
-                line = self.arrived.get(timeout=max(0.01, end - time.monotonic()))
+                line = self.arrived.get(timeout=remaining())
             except queue.Empty:
-                raise AssertionError(f"no line {start!r} within {seconds} s in:\n{self.output()[-3000:]}") from None
+                raise AssertionError(f"no line {start!r} in:\n{self.output()[-3000:]}") from None
             if line is None:
                 raise AssertionError(f"the machine ended before a line {start!r}:\n{self.output()[-3000:]}")
             if line.startswith(start):
                 return line
 
-    def expect_all(self, *starts, seconds=60):
+    def expect_all(self, *starts):
         """Reads on until a line has started so for each of the texts, in any order: several threads write them."""
         missing = set(starts)
         while missing:
-            line = self.expect(tuple(missing), seconds)
+            line = self.expect(tuple(missing))
             missing = {start for start in missing if not line.startswith(start)}
+
+    def until(self, condition, what="it"):
+        """Waits for something that only a living machine can bring about."""
+
+        def happened():
+            has_ended = self.process.poll() is not None
+            value = condition()
+            if not value and has_ended:
+                raise AssertionError(f"the machine ended before {what}:\n{self.output()[-3000:]}")
+            return value
+
+        return wait_until(happened, what)
+
+    def stop(self):
+        """Asks the probe's run to stop until it has: a request in a cycle is heeded after the pause that follows."""
+        while True:
+            self.say("stop")
+            try:
+                while not (self.arrived.get(timeout=0.2) or "").startswith("returned\t0"):
+                    pass
+                return
+            except queue.Empty:
+                self.until(lambda: True)
 
     def signal(self, number):
         self.process.send_signal(number)
@@ -135,17 +165,17 @@ class Machine:
         """Texts of the fatal events so far."""
         return [line.split("\t")[2] for line in self.lines if line.startswith("event\tfatal\t")]
 
-    def end(self, seconds=30):
+    def end(self):
         """Waits for the end; the exit status."""
         if not self.process.stdin.closed:
             self.process.stdin.close()
         try:
-            self.process.wait(seconds)
+            self.process.wait(remaining())
         except subprocess.TimeoutExpired:
             raise AssertionError("the machine did not end:\n" + self.output()[-3000:]) from None
         finally:
             self.kill()
-        self.reader.join(5)
+        self.reader.join()
         return self.process.returncode
 
     def kill(self):
@@ -181,24 +211,28 @@ class JavaTest(unittest.TestCase):
         return machine
 
     def probe(self, home, *options, environment=None):
-        machine = self.start(home, ["java", "-Xcheck:jni", *HEAP, *options, "-cp", JAR + ":" + probe_classes(), "Probe",
+        machine = self.start(home, ["java", *JAVA_OPTIONS, *options, "-cp", JAR + ":" + classes_of("Probe"), "Probe",
                                     self.library], environment)
-        machine.expect("ready", 40)
+        machine.expect("ready")
         return machine
 
-    def host(self, home, *options, port=0):
+    def host(self, home, *options, port=0, java=(), environment=None):
         """The shipped host program, on the home's own configuration; without the page unless a port is given."""
-        return self.start(home, host_command(home, self.library, *options, port=port))
+        return self.start(home, host_command(home, self.library, *options, port=port, java=java), environment)
 
-    def page(self, home, *options):
+    def page(self, home, *options, **more):
         """The same with its page; also the page's port."""
         port = free_port()
-        machine = self.host(home, *options, port=port)
-        machine.expect(f"The page is at http://127.0.0.1:{port}/", 40)
+        machine = self.host(home, *options, port=port, **more)
+        machine.expect(f"The page is at http://127.0.0.1:{port}/")
         return machine, port
 
-    def lines(self, home, count, seconds=60):
-        agent_home.wait_until(lambda: len(home.archive_lines()) >= count, seconds, f"archive line {count}")
+    def lines(self, machine, home, count):
+        """Waits until the archive has so many lines."""
+        machine.until(lambda: len(home.archive_lines()) >= count, f"archive line {count}")
+
+    def more_lines(self, machine, home, count):
+        self.lines(machine, home, len(home.archive_lines()) + count)
 
     def assert_clean(self, machine, home=None, **check):
         for complaint in COMPLAINTS:
@@ -210,3 +244,14 @@ class JavaTest(unittest.TestCase):
         """Ends the probe, whose run has returned, and checks everything."""
         self.assertEqual(machine.end(), 0, machine.output()[-2000:])
         self.assert_clean(machine, home, **check)
+
+    def terminate(self, machine, home=None, **check):
+        """Ends the host in order and checks everything."""
+        machine.signal(signal.SIGTERM)
+        self.assertEqual(machine.end(), 0, machine.output()[-2000:])
+        self.assert_clean(machine, home, **check)
+
+
+__all__ = ["BUILD", "COMPLAINTS", "JAR", "JAVA_OPTIONS", "LIBRARY", "LONG", "PROGRAM", "PROJECT", "TESTS", "JavaTest",
+           "Machine", "api", "ask", "built_once", "classes_of", "free_port", "host_command", "long_only", "remaining", "some",
+           "wait_until"]

@@ -10,7 +10,7 @@ import tempfile
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from java_host import COMPLAINTS, JAR, LIBRARY, PROGRAM, PROJECT, JavaTest, host_command  # noqa: E402
+from java_host import COMPLAINTS, JAR, LIBRARY, PROGRAM, PROJECT, JavaTest, host_command, remaining  # noqa: E402
 
 
 def installed_jdks():
@@ -49,7 +49,7 @@ class JdksTest(JavaTest):
     def run_with(self, version, *command, **environment):
         """Runs a command with a Java that tells its version and checks native calls; what it printed without a warning."""
         done = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
-                              timeout=90, env={**os.environ, "JAVA_HOME": JDKS[version], "LUMETRA_JAR": JAR,
+                              timeout=remaining(), env={**os.environ, "JAVA_HOME": JDKS[version], "LUMETRA_JAR": JAR,
                                                "JDK_JAVA_OPTIONS": "-showversion -Xcheck:jni", **environment})
         self.assertEqual(0, done.returncode, done.stdout)
         self.assertRegex(done.stdout, rf'version "{version}\b')
@@ -63,7 +63,7 @@ class JdksTest(JavaTest):
         for version in JDKS:
             with self.subTest(java=version):
                 home = os.path.join(checkout, f"home{version}")
-                printed = self.run_with(version, os.path.join(checkout, "lumetra"), "run", "--home", home, "--for", "3",
+                printed = self.run_with(version, os.path.join(checkout, "lumetra"), "run", "--home", home, "--for", "1",
                                         "--port", "0", PATH=path)
                 self.assertIn("The agent has stopped after", printed)
                 with open(os.path.join(home, "data", "LumetraArchive.txt"), encoding="ascii") as archive:
@@ -71,8 +71,8 @@ class JdksTest(JavaTest):
 
     def test_the_other_commands_run_on_each_java(self):
         home = self.fresh_home(period=1000)
-        _, port = self.page(home)
-        self.lines(home, 1)
+        machine, port = self.page(home)
+        self.lines(machine, home, 1)
         for version in JDKS:
             with self.subTest(java=version):
                 self.assertIn("Nothing found.", self.run_with(version, PROGRAM, "check", "--home", home.path))
@@ -81,7 +81,7 @@ class JdksTest(JavaTest):
     @unittest.skipUnless(max(JDKS, default=0) >= 24, "no installed Java warns of native access")
     def test_a_java_that_is_not_told_warns(self):
         home = self.fresh_home(period=2000)
-        java, *options = host_command(home, self.library, "--for", "2")
+        java, *options = host_command(home, self.library, "--for", "1")
         self.assertEqual("java", java)
         machine = self.start(home, [os.path.join(JDKS[max(JDKS)], "bin", "java"), *options])
         machine.end()

@@ -8,12 +8,11 @@ import time
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from java_host import LIBRARY, JavaTest  # noqa: E402
-from agent_home import (DISK_SPACE, FEW, HEADING, mount, needs_mounts, umount, wait_until,  # noqa: E402
-                        write)
+from java_host import LIBRARY, LONG, JavaTest, some  # noqa: E402
+from agent_home import DISK_SPACE, FEW, HEADING, mount, needs_mounts, umount, write  # noqa: E402
 
-CONFIG = "../config/AutoConfig.ini"
-RUN = "run 2 " + CONFIG
+RUN = "run 2 ../config/AutoConfig.ini"
+DAY = 86400000  # milliseconds
 EXPORTED = {
     "Java_com_quorin_sysmgt_tavl_LumetraAgent_ExecPrediction_research_1main",
     "Java_com_quorin_sysmgt_tavl_LumetraAgent_LumetraSubagent_javaThreadSyncPleaseStop",
@@ -23,6 +22,19 @@ EXPORTED = {
     "Java_com_quorin_sysmgt_tavl_LumetraAgent_LumetraSubagent_trendViewerGetXYPairs",
     "Java_com_quorin_sysmgt_tavl_LumetraAgent_LumetraSubagent_trendViewerUnlockFiles",
 }
+
+
+class AgentTest(JavaTest):
+    @staticmethod
+    def held_df(home):
+        """Puts a df in the agent's PATH that the first cycle waits for until it is let go; what tells that it does."""
+        home.stub_df(HEADING + "/dev/a 100 50 50 50% /\n", before="if grep -q TimeStamp ../log/LumetraAgent.log; then\n"
+                     "touch ../in_df; while [ ! -e ../go ]; do sleep 0.02; done\nfi")
+        return lambda: os.path.exists(home.at("in_df"))
+
+    @staticmethod
+    def let_df_go(home):
+        write(home.at("go"), "")
 
 
 class Library(JavaTest):
@@ -36,7 +48,7 @@ class Sampling(JavaTest):
         home = self.fresh_home()
         machine = self.probe(home)
         machine.say(RUN)
-        self.lines(home, 3)
+        self.lines(machine, home, 3)
         machine.say("stop")
         machine.expect_all("stopped\t0", "returned\t0")
         self.finish(machine, home)
@@ -52,20 +64,18 @@ class Sampling(JavaTest):
         os.mkdir(disk)
         machine = self.probe(home)
         machine.say(RUN)
-        self.lines(home, 2)
+        self.lines(machine, home, 2)
         known = set(home.numbers().values())
         mount("tmpfs", disk, "tmpfs", 0, "size=100k")
         self.addCleanup(self.forget, disk)
-        wait_until(lambda: home.number_of(disk), what="a new disk")
-        rid = home.number_of(disk)
+        rid = machine.until(lambda: home.number_of(disk), "a new disk")
         self.assertNotIn(rid, known)
-        wait_until(lambda: rid in home.archive_lines()[-1][1], what="a sample of it")
+        machine.until(lambda: rid in home.archive_lines()[-1][1], "a sample of it")
         umount(disk)
-        wait_until(lambda: rid not in home.archive_lines()[-1][1], what="its end")
+        machine.until(lambda: rid not in home.archive_lines()[-1][1], "its end")
         mount("tmpfs", disk, "tmpfs", 0, "size=100k")
-        wait_until(lambda: rid in home.archive_lines()[-1][1], what="its return")
-        machine.say("stop")
-        machine.expect("returned\t0")
+        machine.until(lambda: rid in home.archive_lines()[-1][1], "its return")
+        machine.stop()
         self.finish(machine, home)
         self.assertEqual(home.number_of(disk), rid)
 
@@ -78,53 +88,51 @@ class Sampling(JavaTest):
 
     def test_the_shipped_host_ends_by_itself_and_a_second_start_keeps_all_identifiers(self):
         home = self.fresh_home()
-        machine = self.host(home, "--for", "3")
-        self.assertEqual(machine.end(40), 0, machine.output()[-2000:])
+        machine = self.host(home, "--for", "1")
+        self.assertEqual(machine.end(), 0, machine.output()[-2000:])
         self.assert_clean(machine, home)
         numbers, lines, before = home.numbers(), len(home.archive_lines()), home.snapshot()
         self.assertGreaterEqual(lines, 1)
-        machine = self.host(home, "--for", "3")
-        self.assertEqual(machine.end(40), 0, machine.output()[-2000:])
+        machine = self.host(home, "--for", "1")
+        self.assertEqual(machine.end(), 0, machine.output()[-2000:])
         self.assert_clean(machine, home, before=before)
         self.assertEqual(home.numbers(), numbers)
         self.assertGreater(len(home.archive_lines()), lines)
 
 
-class Stopping(JavaTest):
+class Stopping(AgentTest):
     def test_a_stop_in_the_sleep_ends_the_call_at_once(self):
-        home = self.fresh_home(period=60000)
+        home = self.fresh_home(period=DAY)
         machine = self.probe(home)
         machine.say(RUN)
-        self.lines(home, 1)
-        time.sleep(1)  # the rest of the cycle
-        begin = time.monotonic()
-        machine.say("stop")
-        machine.expect("returned\t0")
-        self.assertLess(time.monotonic() - begin, 1)
+        self.lines(machine, home, 1)
+        machine.stop()
+        self.assertEqual(len(home.archive_lines()), 1)
         self.finish(machine, home)
 
-    def test_a_stop_during_a_cycle_ends_the_call_after_the_cycle_and_a_full_sleep(self):
-        home = self.fresh_home(period=2000)
+    def test_a_stop_during_a_cycle_ends_the_call_after_the_cycle_and_the_sleep(self):
+        home = self.fresh_home(period=1000)
         home.declare(FEW + (DISK_SPACE,))
-        home.stub_df(HEADING + "/dev/a 100 50 50 50% /\n",
-                     before="grep -q TimeStamp ../log/LumetraAgent.log && { touch ../in_cycle; sleep 0.3; }")
+        in_cycle = self.held_df(home)
         machine = self.probe(home)
         machine.say(RUN)
-        wait_until(lambda: os.path.exists(home.at("in_cycle")), what="a cycle")
-        begin = time.monotonic()
+        machine.until(in_cycle, "a cycle")
         machine.say("stop")
+        machine.expect("stopped\t0")
+        begin = time.monotonic()
+        self.let_df_go(home)
         machine.expect("returned\t0")
-        self.assertGreaterEqual(time.monotonic() - begin, 2)
+        self.assertGreaterEqual(time.monotonic() - begin, 1)
         self.assertEqual(len(home.archive_lines()), 1)
         self.finish(machine, home)
 
     def test_further_runs_in_the_same_machine_work(self):
         home = self.fresh_home()
         machine = self.probe(home)
-        for run in range(1, 5):
+        for run in range(4 if LONG else 2):
             lines = len(home.archive_lines())
             machine.say(RUN)
-            self.lines(home, lines + 2)
+            self.lines(machine, home, lines + 2)
             machine.say("stop")
             machine.say("stop")
             machine.expect("returned\t0")
@@ -137,7 +145,7 @@ class Stopping(JavaTest):
         machine.say("stop")
         machine.expect("stopped\t0")
         machine.say(RUN)
-        self.lines(home, 2)
+        self.lines(machine, home, 2)
         machine.say("stop")
         machine.expect("returned\t0")
         machine.say("stop")
@@ -155,7 +163,8 @@ class Failures(JavaTest):
     def test_every_premature_end_arrives_in_java(self):
         home = self.fresh_home()
         machine = self.probe(home)
-        for count, text in self.PREMATURE.items():
+        premature = dict(some(self.PREMATURE.items(), 2))
+        for count, text in premature.items():
             write(home.at("config", "short.ini"), "\n".join(self.WORDS[:count]) + "\n")
             machine.say("run 2 ../config/short.ini")
             event = machine.expect("event\t")
@@ -164,7 +173,7 @@ class Failures(JavaTest):
         write(home.at("config", "short.ini"), "\n".join(self.WORDS[:3]) + "\n")
         machine.say("run 2 ../config/short.ini")
         machine.expect("returned\t0")
-        self.assertEqual(len(machine.fatal()), len(self.PREMATURE))
+        self.assertEqual(len(machine.fatal()), len(premature))
         self.finish(machine, home)
 
     def test_every_other_fatal_text_of_the_start_and_the_cycle_arrives_in_java(self):
@@ -211,20 +220,20 @@ class Failures(JavaTest):
         self.finish(machine, home)
 
     def test_a_full_java_heap_counts_as_refusal_and_the_next_cycle_is_normal(self):
-        home = self.fresh_home(period=1000, archive="none/archive.txt")
+        home = self.fresh_home(archive="none/archive.txt")
         home.declare(FEW)
         machine = self.probe(home)
         machine.say(RUN)
         machine.expect("event\tfatal\tCall To RawDataRetrievalAndArchive Failed")
         machine.say("mode refuse")
         machine.say("hog")
+        machine.until(lambda: "Java exception in " in home.log(), "an event that found no memory")
+        machine.say("unhog")
         machine.expect("unhogged")
-        wait_until(lambda: "Java exception in " in home.log(), what="an event that found no memory")
         machine.expect("event\tfatal\tCall To RawDataRetrievalAndArchive Failed")
         os.mkdir(home.at("data", "none"))
-        self.lines(home, 2)
-        machine.say("stop")
-        machine.expect("returned\t0")
+        self.lines(machine, home, 2)
+        machine.stop()
         self.finish(machine, home)
 
     def test_without_descriptors_events_are_still_delivered_and_files_stay(self):
@@ -232,87 +241,83 @@ class Failures(JavaTest):
         home.declare(FEW)
         machine = self.probe(home)
         machine.say(RUN)
-        self.lines(home, 2)
+        self.lines(machine, home, 2)
         before = home.snapshot()
         subprocess.run(["prlimit", "--pid", str(machine.process.pid), "--nofile=3:"], check=True)
         for _ in range(3):
             machine.expect("event\tfatal\tCall To RawDataRetrievalAndArchive Failed")
         self.assertEqual(home.snapshot()["scratch pad"], before["scratch pad"])
         subprocess.run(["prlimit", "--pid", str(machine.process.pid), "--nofile=1000:"], check=True)
-        count = len(home.archive_lines())
-        self.lines(home, count + 2)
-        machine.say("stop")
-        machine.expect("returned\t0")
+        self.more_lines(machine, home, 2)
+        machine.stop()
         self.finish(machine, home, before=before)
 
 
-class Signals(JavaTest):
+class Signals(AgentTest):
     def test_sigquit_gives_a_thread_dump_and_the_agent_goes_on(self):
         home = self.fresh_home()
         machine = self.probe(home)
         machine.say(RUN)
-        self.lines(home, 2)
+        self.lines(machine, home, 2)
         machine.signal(signal.SIGQUIT)
         machine.expect("Full thread dump")
-        self.lines(home, len(home.archive_lines()) + 2)
-        machine.say("stop")
-        machine.expect("returned\t0")
+        self.more_lines(machine, home, 2)
+        machine.stop()
         self.finish(machine, home)
 
     def test_sigquit_during_df_is_not_swallowed(self):
-        home = self.fresh_home(period=1000)
+        home = self.fresh_home()
         home.declare(FEW + (DISK_SPACE,))
-        home.stub_df(HEADING + "/dev/a 100 50 50 50% /\n",
-                     before="grep -q TimeStamp ../log/LumetraAgent.log && { touch ../in_df; sleep 1; }")
+        in_df = self.held_df(home)
         machine = self.probe(home)
         machine.say(RUN)
-        wait_until(lambda: os.path.exists(home.at("in_df")), what="a slow df")
+        machine.until(in_df, "a df that is waited for")
         machine.signal(signal.SIGQUIT)
-        begin = time.monotonic()
         machine.expect("Full thread dump")
-        self.assertLess(time.monotonic() - begin, 0.9, "the dump waited for df")
-        machine.say("stop")
-        machine.expect("returned\t0")
+        self.assertEqual(home.archive_lines(), [], "the dump waited for df")
+        self.let_df_go(home)
+        machine.stop()
         self.finish(machine, home)
 
-    def test_sigterm_ends_the_shipped_host_in_order(self):
-        home = self.fresh_home(period=60000)
+    def assert_ends_in_order(self, how):
+        home = self.fresh_home(period=DAY)
         machine = self.host(home)
-        self.lines(home, 1)
-        machine.signal(signal.SIGTERM)
-        status = machine.end(40)
-        self.assertIn(status, (0, 143), machine.output()[-2000:])
-        self.assertEqual(status, 0, "SIGTERM ends with 0")
+        self.lines(machine, home, 1)
+        machine.signal(how)
+        self.assertEqual(machine.end(), 0, machine.output()[-2000:])
         self.assertIn("Ending prediction. timeOfDay=", home.log())
         self.assert_clean(machine, home)
 
+    def test_sigterm_ends_the_shipped_host_in_order(self):
+        self.assert_ends_in_order(signal.SIGTERM)
+
     def test_sigint_ends_the_shipped_host_in_order(self):
-        home = self.fresh_home(period=60000)
-        machine = self.host(home)
-        self.lines(home, 1)
-        machine.signal(signal.SIGINT)
-        self.assertEqual(machine.end(40), 0, machine.output()[-2000:])
-        self.assert_clean(machine, home)
+        self.assert_ends_in_order(signal.SIGINT)
 
     def test_a_sudden_end_at_any_time_leaves_the_files_in_order(self):
         home = self.fresh_home()
-        for delay in (1.05, 1.1, 1.2):
-            for how in (signal.SIGTERM, signal.SIGKILL, None):
+        begun = ("in the first cycle", lambda lines: "TimeStamp" in home.log()[lines[1]:])
+        first = ("after the first line", lambda lines: len(home.archive_lines()) > lines[0])
+        third = ("after the third line", lambda lines: len(home.archive_lines()) > lines[0] + 2)
+        cases = [(when, how) for when in (begun, first, third) for how in (signal.SIGTERM, signal.SIGKILL, None)]
+        for (name, is_time), how in cases if LONG else cases[::4]:  # each moment and each way once
+            with self.subTest(when=name, how=how):
                 before = home.snapshot()
+                so_far = len(home.archive_lines()), len(home.log())
                 machine = self.probe(home)
                 machine.say(RUN)
-                time.sleep(delay)
+                machine.until(lambda: is_time(so_far), name)
                 if how is None:
                     machine.say("exit 5")
                 else:
                     machine.signal(how)
-                self.assertEqual(machine.end(20), {None: 5, signal.SIGTERM: 143}.get(how, -9))
+                self.assertEqual(machine.end(), {None: 5, signal.SIGTERM: 143}.get(how, -9))
                 self.assert_clean(machine, home, before=before, killed=True)
+        before = home.snapshot()
         machine = self.probe(home)
         machine.say(RUN)
-        self.lines(home, len(home.archive_lines()) + 2)
-        machine.say("stop")
-        machine.expect("returned\t0")
+        self.more_lines(machine, home, 2)
+        machine.stop()
         self.finish(machine, home, before=before)
 
 

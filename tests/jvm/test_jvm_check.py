@@ -8,12 +8,10 @@ import shutil
 import socket
 import subprocess
 import sys
-import tempfile
-import time
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from java_host import JAR, PROGRAM, agent_home  # noqa: E402
+from java_host import JAR, LONG, PROGRAM, agent_home, classes_of, remaining, some, wait_until  # noqa: E402
 from agent_home import (DISK_SPACE, DRIVER, PROCESSES, PROJECT, Home, Running, declaration,  # noqa: E402
                         declarations_text)
 
@@ -54,17 +52,17 @@ def prepare(home, steps):
             os.truncate(path, int(more[0]))
 
 
-def agent_refuses(home, patience=30):
+def agent_refuses(home):
     """Whether the agent ends by itself before its first cycle."""
-    running = Running(home, "--limit-ms", "60000")
+    running = Running(home)
     log = home.at("log", "LumetraAgent.log")
-    end = time.monotonic() + patience
+
+    def is_accepted():
+        return ACCEPTED in agent_home.read(log) or os.path.exists(home.at("data", "LumetraArchive.txt"))
+
     try:
-        while running.process.poll() is None and time.monotonic() < end:
-            if ACCEPTED in agent_home.read(log) or os.path.exists(home.at("data", "LumetraArchive.txt")):
-                return False
-            time.sleep(0.002)
-        return running.process.poll() is not None and ACCEPTED not in agent_home.read(log)
+        wait_until(lambda: is_accepted() or running.process.poll() is not None, "a decision of the agent")
+        return not is_accepted()
     finally:
         running.clean()
 
@@ -80,10 +78,7 @@ class Checker:
     """The check in one long-lived Java machine."""
 
     def __init__(self):
-        self.classes = tempfile.mkdtemp(prefix="lumetra-classes-")
-        source = os.path.join(os.path.dirname(os.path.abspath(__file__)), "java", "CheckMany.java")
-        subprocess.run(["javac", "-Xlint:all", "-Werror", "-cp", JAR, "-d", self.classes, source], check=True)
-        self.process = subprocess.Popen(["java", "-XX:+UseSerialGC", "-Xmx256m", "-cp", JAR + ":" + self.classes,
+        self.process = subprocess.Popen(["java", "-XX:+UseSerialGC", "-Xmx256m", "-cp", JAR + ":" + classes_of("CheckMany"),
                                          "com.quorin.sysmgt.tavl.LumetraAgent.CheckMany"], stdin=subprocess.PIPE,
                                         stdout=subprocess.PIPE, env=dict(os.environ, LC_ALL="C.UTF-8"))
         self.kinds = dict(line.split() for line in iter(self.line, "ready"))
@@ -103,9 +98,8 @@ class Checker:
 
     def close(self):
         self.process.stdin.close()
-        self.process.wait(10)
+        self.process.wait()
         self.process.stdout.close()
-        shutil.rmtree(self.classes, ignore_errors=True)
 
 
 @unittest.skipUnless(shutil.which("javac"), "no Java development kit is installed")
@@ -142,23 +136,25 @@ class SameJudgement(CheckTest):
         """Of both kinds there must be many, or the comparison would prove little."""
         home = self.home()
         refused = 0
+        texts = some(texts, 30)
         for text in texts:
             forget_run(home)
             agent_home.write(home.at("config", name), text)
             refused += self.compare(home, repr(text))
-        self.assertGreater(refused, len(texts) // 20)
-        self.assertGreater(len(texts) - refused, len(texts) // 20)
+        least = len(texts) // 20 if LONG else 0
+        self.assertGreater(refused, least)
+        self.assertGreater(len(texts) - refused, least)
 
     def test_the_files_that_provoke_the_findings(self):
         names = sorted({name.rpartition(".")[0] for name in os.listdir(CASES)} - {"base"})
         self.assertGreater(len(names), 50)
         refused = 0
-        for name in names:
+        for name in some(names, 20):
             with self.subTest(name):
                 home = case_home(name)
                 self.addCleanup(home.remove)
                 refused += self.compare(home, name)
-        self.assertGreater(refused, 8)
+        self.assertGreater(refused, 1)
 
     def test_declarations_that_are_cut_off_anywhere(self):
         text = declarations_text((PROCESSES, declaration("Other", "i", "c", "n")))
@@ -238,7 +234,7 @@ class AsTyped(CheckTest):
     """./lumetra check as a user types it."""
 
     def lumetra(self, *options, cwd=None):
-        result = subprocess.run([PROGRAM, "check", *options], cwd=cwd, capture_output=True, timeout=60,
+        result = subprocess.run([PROGRAM, "check", *options], cwd=cwd, capture_output=True, timeout=remaining(),
                                 env=dict(os.environ, LUMETRA_JAR=JAR))
         return result.returncode, result.stdout.decode(), result.stderr.decode()
 
@@ -301,14 +297,14 @@ class AsTyped(CheckTest):
         before = set(os.listdir(home.at("data")))
         report = json.loads(self.lumetra("--home", home.path, "--json")[1])
         self.assertEqual([finding["id"] for finding in report["findings"]], ["deletion-at-start"])
-        running = Running(home, "--limit-ms", "60000")
+        running = Running(home)
         self.addCleanup(running.clean)
-        agent_home.wait_until(lambda: agent_home.size(home.at("data", "archive.gnp")) > 0, 30, "a cycle")
+        wait_until(lambda: agent_home.size(home.at("data", "archive.gnp")) > 0, "a cycle")
         gone = before - set(os.listdir(home.at("data")))
         self.assertEqual(report["findings"][0]["found"].split(", "), sorted(gone))
 
     def test_a_wrong_command_line(self):
-        for options in (("--unknown",), ("--home",), ("--home", ""), ("--config", ""), ("stray",)):
+        for options in some((("--unknown",), ("--home",), ("--home", ""), ("--config", ""), ("stray",)), 2):
             code, out, err = self.lumetra(*options)
             self.assertEqual((code, out), (2, ""), options)
             self.assertIn("lumetra check", err)
@@ -340,7 +336,7 @@ class AsTyped(CheckTest):
             options = {}
         jar = shutil.copy(JAR, home.at("lumetra-agent.jar"))  # another user may not be let into the checkout
         os.chmod(jar, 0o644)
-        result = subprocess.run(["java", "-jar", jar, "check", "--home", home.path], capture_output=True, timeout=60, cwd="/",
+        result = subprocess.run(["java", "-jar", jar, "check", "--home", home.path], capture_output=True, timeout=remaining(), cwd="/",
                                 **options)
         self.assertEqual(result.returncode, 1, result.stderr)
         self.assertIn("permission denied; expected a readable file [declarations-unopenable]", result.stdout.decode())

@@ -1,4 +1,5 @@
-"""Forecasts in a real Java machine, with nothing simulated: real file systems that really fill, real leaks."""
+"""Forecasts in a real Java machine: real file systems that really fill, real leaks. Only the time of day is turned, and in
+the long run not even that."""
 
 import json
 import os
@@ -10,14 +11,18 @@ import time
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from java_host import JavaTest  # noqa: E402
-from agent_home import declaration, mount, needs_mounts, umount, wait_until  # noqa: E402
+from java_host import JavaTest, long_only, wait_until  # noqa: E402
+from agent_home import declaration, mount, needs_mounts, umount  # noqa: E402
 from log_follower import LogFollower  # noqa: E402
+from turned_agent import TurnedAgent  # noqa: E402
 
 PERIOD = 900  # milliseconds: below a second there is no pause between cycles
 HORIZON = 3600  # seconds: the shortest there is, as it is configured in whole hours
 GRID_STEP = HORIZON / 199
-SIZE = 64 << 20
+CYCLES = 260  # in which a turned disk fills; the first forecast takes 200
+CYCLE = 10  # seconds of turned time: all cycles lie within the horizon, which is counted from the first sample
+PORTION = 64 << 10
+SIZE = CYCLES * PORTION
 ONSET = "Onset of exhaustion detected, setting notification level to "
 PENDING = "Exhaustion notification pending, prediction is TRUE, will fire event at level "
 FADING = "Exhaustion notification pending, prediction if FALSE, decrementing hysteresis count to "
@@ -32,27 +37,34 @@ def disks(samples):
     return declaration("LogicalDisk", "*", "PercentFreeSpaceUsed", window=window(samples))
 
 
-class Filler(threading.Thread):
+def fill(path, size):
+    """Writes so much, or what there is space for, to a file of a file system."""
+    with open(os.path.join(path, "data"), "ab", buffering=0) as file:
+        while size > 0:
+            try:
+                size -= file.write(bytes(min(size, PORTION)))
+            except OSError:
+                return
+
+
+class RealFiller(threading.Thread):
     """Fills a file system at a steady pace, a portion at the start of each second: the agent's clock counts whole
     seconds too, so what it sees is a line."""
 
     def __init__(self, directory, seconds):
         super().__init__(daemon=True)
-        self.path = os.path.join(directory, "data")
-        self.portion = bytes(SIZE // seconds)
+        self.directory = directory
+        self.portion = SIZE // seconds
         self.stopped = threading.Event()
         self.full_at = None
         self.start()
 
     def run(self):
-        with open(self.path, "wb", buffering=0) as file:
-            while not self.stopped.wait(1 - time.time() % 1):
-                try:
-                    if file.write(self.portion) < len(self.portion):
-                        file.write(self.portion)
-                except OSError:
-                    self.full_at = time.time()
-                    return
+        while not self.stopped.wait(1 - time.time() % 1):
+            fill(self.directory, self.portion)
+            if os.statvfs(self.directory).f_bfree == 0:
+                self.full_at = time.time()
+                return
 
     def end(self):
         self.stopped.set()
@@ -68,15 +80,16 @@ class ForecastTest(JavaTest):
         self.addCleanup(umount, path)
         return path, "small " + path
 
-    def fill(self, path, seconds):
-        filler = Filler(path, seconds)
-        self.addCleanup(filler.end)
-        return filler
+    def turned(self, home, path):
+        """An agent that sees this file system alone and whose cycles the test turns, and its log."""
+        turned = TurnedAgent(home, path)
+        self.addCleanup(turned.close)
+        return turned, self.host(home, environment=turned.environment()), self.follow(home)
 
-    def run_host(self, home):
+    def follow(self, home):
         follower = LogFollower(home.layout.log)
-        self.addCleanup(follower.end)
-        return self.host(home), follower
+        self.addCleanup(follower.close)
+        return follower
 
     def events(self, home, instance=None, kind=None):
         """The whole records of the home's file of events, of one instance and kind."""
@@ -88,9 +101,7 @@ class ForecastTest(JavaTest):
         return [event for event in records if instance in (None, event.get("instance")) and kind in (None, event["type"])]
 
     def stop(self, machine, home):
-        machine.signal(15)
-        self.assertEqual(machine.end(40), 0, machine.output()[-2000:])
-        self.assert_clean(machine, home)
+        self.terminate(machine, home)
         self.assertEqual(self.events(home, kind="fatal"), [])
 
 
@@ -100,45 +111,82 @@ class Exhaustion(ForecastTest):
         home = self.fresh_home(period=PERIOD)
         home.declare((disks(2000),))
         path, instance = self.disk(home)
-        filler = self.fill(path, 90)
-        machine, log = self.run_host(home)
-        wait_until(lambda: log.holds(instance, ONSET), 80, "the onset")
+        turned, machine, log = self.turned(home, path)
+        while not log.holds(instance, ONSET):
+            turned.cycle(CYCLE, lambda: fill(path, PORTION))
         self.assertEqual(self.events(home, instance), [])
-        level = log.number(instance, ONSET)
-        wait_until(lambda: self.events(home, instance), 60, "the event")
-        used = os.statvfs(path)
-        filled = 100 * (1 - used.f_bfree / used.f_blocks)
+        while not self.events(home, instance):
+            turned.cycle(CYCLE, lambda: fill(path, PORTION))
+        told_at, used = turned.now, os.statvfs(path)
         event = self.events(home, instance)[0]
-        self.assertEqual((event["type"], event["resource"]), ("exhaustion", "PercentFreeSpaceUsed"))
-        self.assertGreaterEqual(filled, level)
-        self.assertLess(filled, level + 5, "the event came late")
-        wait_until(lambda: filler.full_at, 60, "the end of the space")
-        truth = filler.full_at - event["epochSeconds"]
-        self.assertGreater(truth, 10)
-        self.assertAlmostEqual(event["secondsToExhaustion"], truth, delta=GRID_STEP + 0.1 * truth)
+        self.assert_announced(event, log.number(instance, ONSET), used)
+        self.assertLessEqual(abs(told_at - event["epochSeconds"]), 2 * CYCLE)
+        self.assertAlmostEqual(event["secondsToExhaustion"], used.f_bfree * used.f_bsize / PORTION * CYCLE, delta=GRID_STEP + CYCLE)
+        turned.release()
         self.stop(machine, home)
         self.assertIn(f"FORECAST  PercentFreeSpaceUsed [{instance}] will be exhausted in ", machine.output())
 
+    def assert_announced(self, event, level, used):
+        filled = 100 * (1 - used.f_bfree / used.f_blocks)
+        self.assertEqual((event["type"], event["resource"]), ("exhaustion", "PercentFreeSpaceUsed"))
+        self.assertGreaterEqual(filled, level)
+        self.assertLess(filled, level + 5, "the event came late")
+
+    @long_only
+    @needs_mounts
+    def test_with_nothing_simulated_a_disk_that_fills_steadily_is_announced_in_time(self):
+        home = self.fresh_home(period=PERIOD)
+        home.declare((disks(2000),))
+        path, instance = self.disk(home)
+        filler = RealFiller(path, 90)
+        self.addCleanup(filler.end)
+        machine, log = self.host(home), self.follow(home)
+        machine.until(lambda: log.holds(instance, ONSET) or filler.full_at, "the onset")
+        self.assertEqual(self.events(home, instance), [])
+        machine.until(lambda: self.events(home, instance) or filler.full_at, "the event")
+        event = self.events(home, instance)[0]
+        self.assert_announced(event, log.number(instance, ONSET), os.statvfs(path))
+        wait_until(lambda: filler.full_at, "the end of the space")
+        truth = filler.full_at - event["epochSeconds"]
+        self.assertAlmostEqual(event["secondsToExhaustion"], truth, delta=GRID_STEP + 0.1 * truth)
+        self.stop(machine, home)
+
+    def leaker(self, home, most):
+        """A process that opens as many files as each line that it is sent says."""
+        os.symlink(os.path.realpath(sys.executable), home.at("leaker"))
+        program = ("import os, resource, sys\n"
+                   f"resource.setrlimit(resource.RLIMIT_NOFILE, ({most}, {most}))\n"
+                   "for line in sys.stdin:\n    for _ in range(int(line)):\n        os.open('/dev/null', os.O_RDONLY)\n"
+                   "    print(flush=True)\n")
+        leaker = subprocess.Popen([home.at("leaker"), "-I", "-S", "-c", program], stdin=subprocess.PIPE,
+                                  stdout=subprocess.PIPE, text=True)
+        self.addCleanup(lambda: (leaker.stdin.close(), leaker.stdout.close(), leaker.kill(), leaker.wait()))
+        return leaker
+
+    @needs_mounts
     def test_a_process_that_leaks_descriptors_is_the_first_culprit(self):
         _, most = resource.getrlimit(resource.RLIMIT_NOFILE)
-        leaks = min(36000, most - 100)  # more than the browsers of other tests take
+        leaks = min(20000, most - 100)  # more than the browsers of other tests take
         if leaks < 2000:
             self.skipTest(f"a process may have {most} descriptors only")
         with open("/proc/sys/fs/file-nr", encoding="ascii") as file:
             allocated = int(file.read().split()[0])
         home = self.fresh_home(period=PERIOD)
-        home.declare((declaration("PercentFileDescriptorsUsed", window=window(2000), limit=allocated + leaks),))
-        os.symlink(os.path.realpath(sys.executable), home.at("leaker"))
-        program = ("import os, resource, sys, time\n"
-                   f"resource.setrlimit(resource.RLIMIT_NOFILE, ({leaks + 100}, {most}))\n"
-                   f"for _ in range(90):\n    time.sleep(1 - time.time() % 1)\n    for _ in range({leaks // 90}):\n"
-                   "        os.open('/dev/null', os.O_RDONLY)\n"
-                   "sys.stdin.read()\n")
-        leaker = subprocess.Popen([home.at("leaker"), "-I", "-S", "-c", program], stdin=subprocess.PIPE)
-        self.addCleanup(lambda: (leaker.stdin.close(), leaker.kill(), leaker.wait()))
-        machine, log = self.run_host(home)
-        wait_until(lambda: log.holds("_Total", ONSET), 80, "the onset")
-        wait_until(lambda: self.events(home), 60, "the event")
+        home.declare((declaration("PercentFileDescriptorsUsed", window=window(2000), limit=allocated + leaks), disks(2000)))
+        path, _ = self.disk(home)
+        leaker = self.leaker(home, leaks + 100)
+
+        def leak():
+            if not self.events(home):
+                leaker.stdin.write(f"{leaks // CYCLES}\n")
+                leaker.stdin.flush()
+                leaker.stdout.readline()
+
+        turned, machine, log = self.turned(home, path)
+        while not log.holds("_Total", ONSET):
+            turned.cycle(CYCLE, leak)
+        while not self.events(home):
+            turned.cycle(CYCLE, leak)
         event = self.events(home)[0]
         self.assertEqual((event["type"], event["resource"], event["instance"]),
                          ("exhaustion", "PercentFileDescriptorsUsed", "_Total"))
@@ -146,25 +194,27 @@ class Exhaustion(ForecastTest):
         self.assertEqual((first["name"], first["pid"]), ("leaker", leaker.pid))
         self.assertGreater(first["value"], leaks / 3)
         self.assertTrue(event["culpritText"].startswith(f" leaker({leaker.pid}){first['value']} "), event["culpritText"])
+        turned.release()
         self.stop(machine, home)
         self.assertIn(f"; largest users: leaker (pid {leaker.pid}) ", machine.output())
 
     @needs_mounts
     def test_a_disk_that_is_emptied_again_loses_its_intent_after_five_cycles_without_an_event(self):
         home = self.fresh_home(period=PERIOD)
-        home.declare((disks(260),))
+        home.declare((disks(CYCLES),))
         path, instance = self.disk(home)
-        filler = self.fill(path, 120)
-        machine, log = self.run_host(home)
-        wait_until(lambda: log.holds(instance, PENDING), 80, "an intent")
-        filler.end()
-        os.truncate(filler.path, 0)
-        wait_until(lambda: log.holds(instance, "Clearing intent to notify"), 60, "its end")
+        turned, machine, log = self.turned(home, path)
+        while not log.holds(instance, PENDING):
+            turned.cycle(CYCLE, lambda: fill(path, PORTION))
+        os.truncate(os.path.join(path, "data"), 0)
+        while not log.holds(instance, "Clearing intent to notify"):
+            turned.cycle(CYCLE)
         told = log.told(instance)
         end = told.index("Clearing intent to notify")
         self.assertEqual(told[end - 5:end], [FADING + str(left) for left in (4, 3, 2, 1, 0)])
-        self.assertEqual(log.number(instance, ONSET) > 50, True)
+        self.assertGreater(log.number(instance, ONSET), 50)
         self.assertEqual(self.events(home, instance), [])
+        turned.release()
         self.stop(machine, home)
 
 
@@ -172,25 +222,29 @@ class Tolerance(ForecastTest):
     @needs_mounts
     def test_a_disk_already_full_at_the_start_is_told_once_with_its_first_sample_and_never_again(self):
         home = self.fresh_home(period=PERIOD)
-        home.declare((disks(260),))
+        home.declare((disks(CYCLES),))
         path, instance = self.disk(home)
-        self.fill(path, 2).join()
-        machine, _ = self.run_host(home)
-        self.lines(home, 210, 60)
+        fill(path, SIZE)
+        turned, machine, _ = self.turned(home, path)
+        for _ in range(210):  # and with forecasts
+            turned.cycle(CYCLE)
+        turned.release()
         self.stop(machine, home)
         self.assertEqual(len(self.events(home, instance, "upperTolerance")), 1)
 
     @needs_mounts
     def test_a_disk_that_fills_to_the_brim_while_it_is_watched_gives_one_tolerance_event(self):
         home = self.fresh_home(period=PERIOD)
-        home.declare((disks(260),))
+        home.declare((disks(CYCLES),))
         path, instance = self.disk(home)
-        machine, _ = self.run_host(home)
-        self.lines(home, 20, 30)
+        turned, machine, _ = self.turned(home, path)
+        for _ in range(20):
+            turned.cycle(CYCLE)
         self.assertEqual(self.events(home, instance), [])
-        self.fill(path, 4).join()
-        wait_until(lambda: self.events(home, instance, "upperTolerance"), 20, "the event")
-        self.lines(home, len(home.archive_lines()) + 210, 60)
+        turned.cycle(CYCLE, lambda: fill(path, SIZE))
+        for _ in range(210):
+            turned.cycle(CYCLE)
+        turned.release()
         self.stop(machine, home)
         told = self.events(home, instance, "upperTolerance")
         self.assertEqual([(event["resource"], event["limit"]) for event in told], [("PercentFreeSpaceUsed", 100.0)])
@@ -206,7 +260,7 @@ class Records(ForecastTest):
         mount("small", home.at("log"), "tmpfs", 0, "size=256k")
         self.addCleanup(umount, home.at("log"))
         machine = self.host(home)
-        wait_until(lambda: self.events(home, kind="fatal"), 30, "a record")
+        machine.until(lambda: self.events(home, kind="fatal"), "a record")
         with open(home.at("log", "ballast"), "wb", buffering=0) as file:
             try:
                 while file.write(bytes(4096)):
@@ -214,12 +268,12 @@ class Records(ForecastTest):
             except OSError:
                 pass
         count = len(machine.lines)
-        wait_until(lambda: len(machine.lines) > count + 50, 30, "events on a full disk")
+        machine.until(lambda: len(machine.lines) > count + 50, "events on a full disk")
         os.unlink(home.at("log", "ballast"))
         recorded = len(self.events(home))
-        wait_until(lambda: len(self.events(home)) > recorded, 30, "records after it")  # each line is whole JSON
+        machine.until(lambda: len(self.events(home)) > recorded, "records after it")  # each line is whole JSON
         machine.signal(15)
-        machine.end(40)
+        machine.end()
         self.assert_clean(machine)
 
 

@@ -6,8 +6,8 @@ import sys
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from java_host import JavaTest, api, free_port  # noqa: E402
-from agent_home import PROJECT, declaration, wait_until  # noqa: E402
+from java_host import JavaTest, api, remaining  # noqa: E402
+from agent_home import PROJECT, declaration  # noqa: E402
 
 WEB = os.path.join(PROJECT, "tests", "web")
 
@@ -17,18 +17,15 @@ class Page(JavaTest):
         home = self.fresh_home(period=900)  # below a second there is no pause between cycles
         home.declare(tuple(declaration(name, window="0.45") for name in
                            ("PercentProcessesUsed", "PercentSwapSpaceUsed", "PercentFileDescriptorsUsed")))
-        port = free_port()
-        machine = self.host(home, "--port", str(port))
+        machine, port = self.page(home)
         url = f"http://127.0.0.1:{port}/"
-        wait_until(lambda: any(r["forecastAt"] for r in api(url, "resources")["resources"]), 80, "a forecast")
-        browser = subprocess.run(["node", "--test", "realpage.test.mjs"], cwd=WEB, capture_output=True, text=True, timeout=120,
+        machine.until(lambda: any(r["forecastAt"] for r in api(url, "resources")["resources"]), "a forecast")
+        browser = subprocess.run(["node", "--test", "realpage.test.mjs"], cwd=WEB, capture_output=True, text=True, timeout=remaining(),
                                  env={**os.environ, "LUMETRA_PAGE_URL": url})
         self.assertEqual(browser.returncode, 0, browser.stdout[-4000:] + browser.stderr[-2000:])
         self.assertRegex(browser.stdout, "(#|ℹ) pass [1-9]")
         self.assertRegex(browser.stdout, "(#|ℹ) skipped 0")
-        machine.signal(15)
-        self.assertEqual(machine.end(40), 0, machine.output()[-2000:])
-        self.assert_clean(machine, home)
+        self.terminate(machine, home)
 
 
 if __name__ == "__main__":

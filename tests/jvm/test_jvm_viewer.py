@@ -7,11 +7,14 @@ import time
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from java_host import JavaTest  # noqa: E402
-from test_jvm_sanitized import BUILD as ASAN_BUILD, runtime  # noqa: E402
-from agent_home import FEW, declaration, enter_mount_namespace, mount, read, umount, wait_until, write  # noqa: E402
-from viewers import EVERY_ANSWER, PERIOD, cycles_too_long, missing_answers, window  # noqa: E402
+from java_host import LONG, JavaTest  # noqa: E402
+from sanitized import NEEDS_ASAN, library, sanitized  # noqa: E402
+from agent_home import FEW, declaration, mount, needs_mounts, read, umount, write  # noqa: E402
+from viewers import EVERY_ANSWER, PERIOD, missing_answers, window  # noqa: E402
 
+OUTSIDE_A_RUN = {"descriptors": ("1",), "label": ("1",), "limit": ("1",), "PRD": ("1",), "SMP": ("1",)}
+WITHIN_A_RUN = {"descriptors": ("0",), "label": ("0", "3"), "limit": ("0", "3"), "PRD": ("3", "read"), "SMP": ("3", "read"),
+                "unlock": ("0",)}
 RUN = "run 2 ../config/AutoConfig.ini"
 SWAP = "PercentSwapSpaceUsed none"
 SCRIPT = ("limit(x) = 9.250000e+01\n set label '@ 1700000000, 12.35 hours to exhaustion, hinge regression, notif "
@@ -32,7 +35,7 @@ class ViewerTest(JavaTest):
         """One call: what it handed over, and its result or what it threw."""
         before = len(machine.lines)
         machine.say(command)
-        wait_until(lambda: any(line.startswith(("result\t", "thrown\t")) for line in machine.lines[before:]), 20, command)
+        machine.until(lambda: any(line.startswith(("result\t", "thrown\t")) for line in machine.lines[before:]), command)
         lines = [line.split("\t") for line in machine.lines[before:]]
         answer = next(line for line in lines if line[0] in ("result", "thrown"))
         return [line[1:] for line in lines if line[0] == "append"], answer[1]
@@ -40,27 +43,32 @@ class ViewerTest(JavaTest):
     def unview(self, machine):
         """Ends the reading threads; whatever was wrong is told."""
         machine.say("unview")
-        machine.expect("unviewed", 30)
+        machine.expect("unviewed")
         self.assertEqual([line for line in machine.lines if line.startswith(("wrong\t", "unknown\t"))], [])
 
-    def stop(self, machine):
-        machine.say("stop")
-        machine.expect("returned\t0", 40)
+    def await_answers(self, machine, expected):
+        """Waits until the reading threads have been given all these."""
+
+        def has_come():
+            machine.say("answers")
+            machine.expect("answered")
+            return not missing_answers(machine.lines, expected)
+
+        machine.until(has_come, f"one of {expected}")
 
 
 class OneCall(ViewerTest):
     def setUp(self):
-        self.home = self.fresh_home(period=60000)
+        self.home = self.fresh_home(period=86400000)
         self.home.declare(FEW + (declaration("PercentSwapSpaceUsed", "none"),))
         self.machine = self.probe(self.home)
         self.machine.say(RUN)
-        wait_until(lambda: read(self.home.layout.declarations).startswith("/** Updated"), what="the end of a cycle")
-        time.sleep(0.5)  # into the sleep, which a stop ends
+        self.machine.until(lambda: read(self.home.layout.declarations).startswith("/** Updated"), "the end of a cycle")
         write(self.home.at("data", "PercentSwapSpaceUsednoneBM.ini"), SCRIPT)  # the agent's own ones take 200 samples
         write(self.home.at("data", "PercentSwapSpaceUsednoneBMPRD.gnp"), "1 10.5 \n2 11.5 \n")
 
     def end(self):
-        self.stop(self.machine)
+        self.machine.stop()
         self.finish(self.machine, self.home)
 
     def test_each_method_hands_over_what_it_should(self):
@@ -116,7 +124,7 @@ class OneCall(ViewerTest):
         self.end()
 
     def test_after_a_run_every_method_gives_1(self):
-        self.stop(self.machine)
+        self.machine.stop()
         self.machine.say("objects null")
         for call in ("descriptors", "label " + SWAP, "limit " + SWAP, "pairs PRD " + SWAP):
             self.assertEqual(self.ask(self.machine, call), ([], "1"))
@@ -128,63 +136,59 @@ class ManyThreads(ViewerTest):
     def test_G3_readers_before_during_and_after_runs_that_end_at_random(self):
         home = self.forecasting_home()
         machine = self.probe(home)
-        machine.say("viewers 8 0")
-        time.sleep(0.5)
-        for run in range(4):
+        machine.say("viewers 8")
+        self.await_answers(machine, OUTSIDE_A_RUN)
+        for run in range(4 if LONG else 2):
             machine.say(RUN)
             if run == 1:
-                wait_until(lambda: any(name.endswith("BM.ini") for name in os.listdir(home.at("data"))), 60, "a forecast")
-            time.sleep(1 + random.random())
-            self.stop(machine)
-        time.sleep(0.5)
+                self.await_answers(machine, WITHIN_A_RUN)
+            self.more_lines(machine, home, random.randint(1, 20))
+            machine.stop()
         self.unview(machine)
         self.finish(machine, home)
-        expected = dict(EVERY_ANSWER, kept=(), label=("0", "1", "3"))
-        self.assertEqual(missing_answers(machine.lines, expected), [])
         self.assertEqual(machine.fatal(), [])
 
 
-@unittest.skipUnless(ASAN_BUILD, "LUMETRA_ASAN_BUILD names no build with the address sanitizer")
+@NEEDS_ASAN
 class ManyThreadsSanitized(ViewerTest):
-    library = os.path.join(os.path.abspath(ASAN_BUILD), "libObrinagent.so")
-    SECONDS = 60
+    library = library()
+    SECONDS = 60 if LONG else 0
 
-    def test_E4_F3_eight_readers_for_a_minute_while_mounts_come_and_go(self):
-        mounts = enter_mount_namespace() is None  # before the machine starts, which lives in it, too
+    @needs_mounts
+    def test_E4_F3_eight_readers_while_mounts_come_and_go_and_one_keeps_the_lock(self):
         home = self.forecasting_home()
         disk = home.at("disk")
         os.mkdir(disk)
-        machine = self.probe(home, environment=home.environment(
-            LD_PRELOAD=runtime(), ASAN_OPTIONS="handle_segv=0:detect_leaks=0:exitcode=77",
-            UBSAN_OPTIONS="halt_on_error=1:print_stacktrace=1"))
-        machine.say("viewers 8 4000")
+        machine = self.probe(home, environment=sanitized(home))
+        machine.say("viewers 8")
+        self.await_answers(machine, OUTSIDE_A_RUN)
+        mount("tmpfs", disk, "tmpfs", 0, "size=100k")
         machine.say(RUN)
+        machine.until(lambda: any("disk" in name for name in os.listdir(home.at("data"))), "files that go with the disk")
+        self.await_answers(machine, WITHIN_A_RUN)
+        machine.say("keep")
+        machine.expect("kept")
+        self.more_lines(machine, home, 2)
+        self.await_answers(machine, {"label": ("5",)})
+        machine.say("unkeep")
+        rid = home.number_of(disk)
+        self.go_and_come(machine, home, disk, rid)
         end = time.monotonic() + self.SECONDS
         while time.monotonic() < end:
-            self.turn(disk if mounts else None, min(12, max(0.1, end - time.monotonic())))
-            self.assertIsNone(machine.process.poll(), machine.output()[-3000:])
-        self.stop(machine)
-        time.sleep(0.5)
+            self.go_and_come(machine, home, disk, rid)
+        umount(disk)
+        machine.stop()
         self.unview(machine)
         self.finish(machine, home)
-        self.assertEqual(cycles_too_long(home.archive_lines()), [])
-        self.assertEqual(missing_answers(machine.lines, EVERY_ANSWER), [])
+        self.assertEqual(missing_answers(machine.lines, dict(EVERY_ANSWER, kept=())), [])
         self.assertEqual(machine.fatal(), [])
-        if mounts:
-            self.assertIsNotNone(home.number_of(disk))
 
     @staticmethod
-    def turn(disk, seconds):
-        """A disk that is there until it has files that go with it, and then is gone."""
-        if disk is None:
-            time.sleep(seconds)
-            return
+    def go_and_come(machine, home, disk, rid):
+        umount(disk)
+        machine.until(lambda: rid not in home.archive_lines()[-1][1], "the disk's end")
         mount("tmpfs", disk, "tmpfs", 0, "size=100k")
-        try:
-            time.sleep(seconds)
-        finally:
-            umount(disk)
-        time.sleep(0.5)
+        machine.until(lambda: rid in home.archive_lines()[-1][1], "the disk's return")
 
 
 if __name__ == "__main__":

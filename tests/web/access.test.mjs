@@ -203,7 +203,7 @@ describe("small screens", () => {
   });
 
   test("the chart follows the width of the window", async () => {
-    await withWorld(busyServer(), {}, async (page) => {
+    await withWorld(busyServer(), { own: true }, async (page) => {
       await page.waitForSelector("#chart canvas");
       await page.setViewportSize({ width: 500, height: 800 });
       await page.waitForFunction(() => document.querySelector("#chart .uplot").getBoundingClientRect().right <= 500);

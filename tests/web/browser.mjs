@@ -4,45 +4,102 @@ import { mkdirSync } from "node:fs";
 import path from "node:path";
 import { fileURLToPath } from "node:url";
 import { chromium } from "playwright-core";
+import { remaining } from "./suite.mjs";
 
 const ROOT = fileURLToPath(new URL("../../", import.meta.url));
 const SCREENSHOTS = process.env.LUMETRA_SCREENSHOTS ?? path.join(ROOT, "build/test-results/screenshots");
 
 export function launch() {
   return chromium.launch({
+    timeout: remaining(),
     executablePath: process.env.LUMETRA_CHROMIUM ?? "/usr/bin/chromium",
     args: ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
       "--disable-background-networking", "--disable-component-update", "--disable-sync"],
   });
 }
 
+const idle = new Map(); // pages between two tests, by the options of their contexts: a new one costs as much as a test
+
+async function newPage(browser, options) {
+  const context = await browser.newContext({ locale: "en-GB", viewport: { width: 1440, height: 900 }, ...options });
+  context.setDefaultTimeout(remaining());
+  return context.newPage();
+}
+
 /**
- * Runs a body with a page of its own, and holds afterwards that the console had no error and that every request went
- * to the page's own origin. A test that takes the agent away says so with lossExpected.
+ * Runs a body with a page, and holds afterwards that the console had no error and that every request went to the page's own
+ * origin. A test that takes the agent away says so with lossExpected, one that changes more than what is in the document
+ * with own.
  */
 export async function withPage(browser, origin, options, body) {
-  const { lossExpected = false, ...contextOptions } = options;
-  const context = await browser.newContext({ locale: "en-GB", viewport: { width: 1440, height: 900 }, ...contextOptions });
-  const page = await context.newPage();
+  const { lossExpected = false, own = false, ...contextOptions } = options;
+  const key = JSON.stringify(contextOptions);
+  const page = (!own && idle.get(key)) || await newPage(browser, contextOptions);
+  idle.delete(key);
   const errors = [];
   const elsewhere = [];
   const ownDoing = /^Canvas2D: Multiple readback operations/; // the tests look at pixels, the page does not
-  page.on("console", (m) => ["error", "warning"].includes(m.type()) && !ownDoing.test(m.text()) && errors.push(m.text()));
-  page.on("pageerror", (e) => errors.push(String(e)));
-  page.on("request", (r) => new URL(r.url()).origin !== new URL(origin).origin && elsewhere.push(r.url()));
+  const listeners = {
+    console: (m) => ["error", "warning"].includes(m.type()) && !ownDoing.test(m.text()) && errors.push(m.text()),
+    pageerror: (e) => errors.push(String(e)),
+    request: (r) => r.url() !== "about:blank" && new URL(r.url()).origin !== new URL(origin).origin && elsewhere.push(r.url()),
+  };
+  Object.entries(listeners).forEach(([name, listener]) => page.on(name, listener));
+  let isUsable = false;
   try {
     await body(page);
+    await page.goto("about:blank");
     const lost = /^Failed to load resource: (net::ERR_|the server responded with a status of 50)/;
     assert.deepEqual(errors.filter((e) => !(lossExpected && lost.test(e))), [], "console errors");
     assert.deepEqual(elsewhere, [], "requests elsewhere");
+    isUsable = !own && !idle.has(key);
   } finally {
-    await context.close();
+    Object.entries(listeners).forEach(([name, listener]) => page.off(name, listener));
+    if (isUsable) {
+      idle.set(key, page);
+    } else {
+      await page.context().close();
+    }
   }
 }
 
 export async function open(page, url, hash = "") {
   await page.goto(url + hash);
   await page.waitForSelector("html[data-ready]");
+}
+
+/** Lets the page ask the agent at once, as it does when it is seen again. */
+export function look(page) {
+  return page.evaluate(() => document.dispatchEvent(new Event("visibilitychange")));
+}
+
+/** Waits until what was to be drawn is drawn. */
+export function drawn(page) {
+  return page.evaluate(() => new Promise((resolve) => { requestAnimationFrame(() => requestAnimationFrame(resolve)); }));
+}
+
+/**
+ * Takes the page's clock into the test's hand, before the page is opened (on a page of its own). Gives a function that lets
+ * the page's pause pass, and returns the next one once the page has begun it: when all answers of a round have come.
+ */
+export async function turnedClock(page, time = new Date()) {
+  await page.clock.install({ time });
+  await page.addInitScript(() => {
+    const start = window.setTimeout;
+    window.pauses = [];
+    window.setTimeout = (action, milliseconds, ...rest) => {
+      if (action.name === "ask") {
+        window.pauses.push(milliseconds);
+      }
+      return start(action, milliseconds, ...rest);
+    };
+  });
+  return async () => {
+    const before = await page.evaluate(() => window.pauses.length);
+    await page.clock.runFor(await page.evaluate(() => window.pauses.at(-1)));
+    await page.waitForFunction((count) => window.pauses.length > count, before, { polling: "raf" });
+    return page.evaluate(() => window.pauses.at(-1));
+  };
 }
 
 export async function screenshot(page, name, fullPage = false) {

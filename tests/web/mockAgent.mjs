@@ -45,6 +45,7 @@ export class MockAgent {
     const { pathname } = new URL(request.url, this.url);
     response.setHeader("Content-Security-Policy", POLICY);
     response.setHeader("X-Content-Type-Options", "nosniff");
+    response.setHeader("Date", new Date(this.world.now * 1000).toUTCString());
     if (pathname.startsWith("/api/v1/")) {
       this.#json(request, response, pathname.slice("/api/v1/".length));
       return;

@@ -3,9 +3,9 @@ import assert from "node:assert/strict";
 import { spawnSync } from "node:child_process";
 import { after, before, describe, test } from "node:test";
 import { fileURLToPath } from "node:url";
-import { launch, open, screenshot, withPage } from "./browser.mjs";
-import { MockAgent } from "./mockAgent.mjs";
-import { withWorld as inWorld } from "./support.mjs";
+import { launch, look, open, screenshot, withPage } from "./browser.mjs";
+import { until } from "./suite.mjs";
+import { withAgent, withTurnedWorld, withWorld as inWorld } from "./support.mjs";
 import { busyServer, freshServer, largeServer, STATE_WORDS, World } from "./world.mjs";
 
 const SCHEMA = fileURLToPath(new URL("../../docs/api.schema.json", import.meta.url));
@@ -83,6 +83,7 @@ for kind, answer in json.load(sys.stdin):
       const [moved] = agent.world.resources.splice(34, 1);
       agent.world.resources.unshift(moved);
       const [gone] = agent.world.resources.splice(38, 1);
+      await look(page);
       await page.waitForFunction(() => document.querySelector("#rows .name").textContent === "/export/volume034");
       assert.equal(await page.locator(`a[href="#/resource/${gone.id}"]`).count(), 0);
       assert.ok(await page.evaluate(() => document.activeElement === window.kept), "the focus stayed on the same element");
@@ -96,19 +97,21 @@ for kind, answer in json.load(sys.stdin):
       await page.focus('#rows a[href="#/resource/8"]');
       const [moved] = agent.world.resources.splice(7, 1);
       agent.world.resources.unshift(moved);
+      await look(page);
       await page.waitForFunction(() => document.querySelector("#rows .name").textContent === "/boot");
       assert.equal(await page.evaluate(() => document.activeElement.getAttribute("href")), "#/resource/8");
     });
   });
 
   test("touches nothing when nothing is new, and asks with the ETag", async () => {
-    await withWorld(busyServer(), {}, async (page, agent) => {
+    await withTurnedWorld(browser, busyServer(), {}, async (page, agent, pass) => {
       await page.evaluate(() => {
         window.changes = 0;
         new MutationObserver((list) => { window.changes += list.length; })
           .observe(document.getElementById("rows"), { subtree: true, childList: true, attributes: true, characterData: true });
       });
-      await page.waitForTimeout(4500);
+      await pass();
+      await pass();
       const later = agent.requests.filter((r) => r.name === "resources").slice(1);
       assert.ok(later.length >= 2, `${later.length} further questions`);
       assert.ok(later.every((r) => r.etag !== null && r.unchanged), "each was answered with 304");
@@ -169,15 +172,14 @@ for kind, answer in json.load(sys.stdin):
 });
 
 describe("the headline", () => {
-  const at = (seconds) => new Date(Date.now() + seconds * 1000);
   const zoned = { timezoneId: "UTC" };
 
   test("names what runs out first, in how long and when", async () => {
     const world = busyServer();
-    const clock = at(world.resources[0].secondsToExhaustion - 4).toISOString().slice(11, 16);
+    const clock = new Date(world.resources[0].exhaustionAt * 1000).toISOString().slice(11, 16);
     const text = await headlineOf(world, zoned);
     assert.match(text, /^\/data runs out in about 5 h 20 min \((Mon|Tue|Wed|Thu|Fri|Sat|Sun) \d\d:\d\d\)\.$/);
-    assert.ok(text.includes(clock) || text.includes(at(5 * 3600 + 1200 - 64).toISOString().slice(11, 16)), text);
+    assert.ok(text.includes(clock), text);
   });
 
   test("says that nothing runs out", async () => {
@@ -227,6 +229,7 @@ describe("the headline", () => {
       assert.match(await page.textContent("#pulse"), /^stale/);
       stale.agent.stale = false;
       Object.assign(stale.resources[0], { state: "forecast", stateText: "exhaustion forecast" });
+      await look(page);
       await page.waitForFunction(() => document.getElementById("headline").textContent.startsWith("/data runs out"));
     });
   });
@@ -243,16 +246,11 @@ describe("the headline", () => {
   });
 
   test("a wrong clock of the reader does not change the countdown", async () => {
-    const agent = await new MockAgent(busyServer()).start();
-    try {
-      await withPage(browser, agent.url, {}, async (page) => {
-        await page.clock.install({ time: Date.now() + 3 * 3600 * 1000 });
-        await open(page, agent.url);
-        assert.match(await headline(page), /in about 5 h (15|20) min/);
-      });
-    } finally {
-      await agent.stop();
-    }
+    await withAgent(busyServer(), (agent) => withPage(browser, agent.url, { own: true }, async (page) => {
+      await page.clock.install({ time: Date.now() + 3 * 3600 * 1000 });
+      await open(page, agent.url);
+      assert.match(await headline(page), /in about 5 h 20 min/);
+    }));
   });
 });
 
@@ -265,12 +263,14 @@ describe("events", () => {
       assert.equal(await page.getAttribute("#announcer", "aria-live"), "polite");
       await page.evaluate(() => { window.sameDocument = true; });
       const event = { resource: r.resource, instance: r.instance, type: "upperTolerance", limit: 100 };
-      world.event({ ...event, at: Math.floor(Date.now() / 1000) });
+      world.event({ ...event, at: world.now });
+      await look(page);
       await page.waitForFunction(() => document.querySelector("#event-list li").dataset.type === "upperTolerance");
       assert.match(await page.textContent("#event-list li"), /^\/ reached its limit of 100 %/);
       assert.equal(await page.textContent("#announcer"), "New: / reached its limit of 100 %.");
       await page.evaluate(() => { document.getElementById("announcer").textContent = ""; });
-      world.event({ ...event, at: Math.floor(Date.now() / 1000) + 1 });
+      world.event({ ...event, at: world.now + 1 });
+      await look(page);
       await page.waitForFunction(() => document.querySelector("#event-list time").textContent.includes("2 times"));
       assert.equal(await page.textContent("#announcer"), "");
       assert.ok(await page.evaluate(() => window.sameDocument));
@@ -312,6 +312,7 @@ describe("events", () => {
       await page.click("#events summary");
       assert.equal(await page.isVisible("#event-list"), false);
       world.event({ type: "fatal", message: "archive: no space" });
+      await look(page);
       await page.waitForFunction(() => document.getElementById("events-count").textContent === "4");
       assert.equal(await page.isVisible("#event-list"), false);
     });
@@ -320,76 +321,66 @@ describe("events", () => {
 
 describe("the asking", () => {
   test("is rare while the page is hidden, and comes at once when it is seen again", async () => {
-    await withWorld(busyServer(), {}, async (page, agent) => {
+    await withTurnedWorld(browser, busyServer(), {}, async (page, agent, pass) => {
       const hide = (hidden) => page.evaluate((value) => {
         Object.defineProperty(document, "hidden", { configurable: true, get: () => value });
         document.dispatchEvent(new Event("visibilitychange"));
       }, hidden);
       await hide(true);
-      await page.waitForTimeout(2500); // the question that was due already
+      assert.equal(await pass(), 30000); // after the question that was due already
       const from = agent.requests.length;
-      await page.waitForTimeout(4500);
+      await page.clock.runFor(29000);
       assert.equal(agent.requests.length, from);
       await hide(false);
-      await page.waitForTimeout(700);
-      assert.ok(agent.requests.length > from);
+      await until(() => agent.requests.length > from, "a question");
     });
   });
 });
 
 describe("an agent that does not answer", () => {
   test("is told, with what was known kept, and its return is noticed", async () => {
-    const agent = await new MockAgent(busyServer()).start();
-    try {
-      await withPage(browser, agent.url, { lossExpected: true }, async (page) => {
-        await open(page, agent.url);
-        await agent.vanish();
-        await page.waitForSelector("#banner:not([hidden])", { timeout: 15000 });
-        assert.match(await page.textContent("#banner"),
-          /^The agent does not answer since \d\d:\d\d; the page shows what was known then\.$/);
-        assert.match(await page.textContent("#pulse"), /^no answer/);
-        assert.equal(await page.locator(ROW).count(), 10);
-        agent.world.resources[0].value = 79.9;
-        await agent.start(agent.port);
-        await page.waitForSelector("#banner", { state: "hidden", timeout: 20000 });
-        assert.equal(await page.locator(`${ROW} .value .number`).first().textContent(), "79.9 %");
-      });
-    } finally {
-      await agent.stop();
-    }
+    await withTurnedWorld(browser, busyServer(), { lossExpected: true }, async (page, agent, pass) => {
+      await agent.vanish();
+      await pass();
+      assert.equal(await page.isVisible("#banner"), false, "one lost answer is no news");
+      await pass();
+      assert.match(await page.textContent("#banner"),
+        /^The agent does not answer since \d\d:\d\d; the page shows what was known then\.$/);
+      assert.match(await page.textContent("#pulse"), /^no answer/);
+      assert.equal(await page.locator(ROW).count(), 10);
+      agent.world.resources[0].value = 79.9;
+      await agent.start(agent.port);
+      await pass();
+      assert.equal(await page.isVisible("#banner"), false);
+      assert.equal(await page.locator(`${ROW} .value .number`).first().textContent(), "79.9 %");
+    });
   });
 
   test("a refusing one is asked less and less often", async () => {
-    const agent = await new MockAgent(busyServer()).start();
-    try {
-      await withPage(browser, agent.url, { lossExpected: true }, async (page) => {
-        await open(page, agent.url);
-        agent.refuse = 503;
-        const from = agent.requests.length;
-        await page.waitForTimeout(13500);
-        const asked = agent.requests.slice(from).filter((r) => r.name === "resources").length;
-        assert.ok(asked >= 2 && asked <= 4, `asked ${asked} times in 13.5 s`);
-        agent.refuse = 0;
-        await page.waitForSelector("#banner", { state: "hidden", timeout: 20000 });
-      });
-    } finally {
-      await agent.stop();
-    }
+    await withTurnedWorld(browser, busyServer(), { lossExpected: true }, async (page, agent, pass) => {
+      agent.refuse = 503;
+      const pauses = [];
+      for (let i = 0; i < 6; i++) {
+        pauses.push(await pass());
+      }
+      assert.deepEqual(pauses, [2000, 4000, 8000, 16000, 30000, 30000]);
+      agent.refuse = 0;
+      assert.equal(await pass(), 2000);
+      assert.equal(await page.isVisible("#banner"), false);
+    });
   });
 
   test("from the start is told too", async () => {
-    const agent = await new MockAgent(busyServer()).start();
-    agent.refuse = 503;
-    try {
+    await withAgent(busyServer(), async (agent) => {
+      agent.refuse = 503;
       await withPage(browser, agent.url, { lossExpected: true }, async (page) => {
         await page.goto(agent.url);
         await page.waitForFunction(() => document.getElementById("headline").textContent === "The agent does not answer.");
         agent.refuse = 0;
-        await page.waitForSelector(ROW, { timeout: 10000 });
+        await look(page);
+        await page.waitForSelector(ROW);
       });
-    } finally {
-      await agent.stop();
-    }
+    });
   });
 
   test("a slow cycle is told in the view of a resource as well", async () => {

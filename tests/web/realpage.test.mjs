@@ -2,6 +2,7 @@
 import assert from "node:assert/strict";
 import { after, before, describe, test } from "node:test";
 import { columnsOf, distinctPixels, launch, open, screenshot, withPage } from "./browser.mjs";
+import { until } from "./suite.mjs";
 import { STATE_WORDS } from "./world.mjs";
 
 const url = process.env.LUMETRA_PAGE_URL;
@@ -18,7 +19,7 @@ describe("the page of a running agent", () => {
   test("lists the resources that the interface lists, in its order", { skip }, async () => {
     await withPage(browser, url, {}, async (page) => {
       await open(page, url);
-      await page.waitForSelector("#rows > tr", { timeout: 30000 });
+      await page.waitForSelector("#rows > tr");
       const ids = await page.$$eval("#rows .name", (all) => all.map((a) => Number(a.hash.split("/").at(-1))));
       const answer = await page.evaluate(async () => (await fetch("api/v1/resources")).json());
       assert.ok(ids.length > 0);
@@ -37,11 +38,9 @@ describe("the page of a running agent", () => {
       const answer = await page.evaluate(async () => (await fetch("api/v1/resources")).json());
       const first = answer.resources.find((r) => r.samples > 1) ?? answer.resources[0];
       await page.click(`#rows a[href="#/resource/${first.id}"]`);
-      await page.waitForSelector("#chart canvas", { timeout: 15000 });
-      await page.waitForTimeout(300);
-      assert.ok(await distinctPixels(page) > 10, "the canvas is not blank");
-      const curve = await columnsOf(page, "--samples");
-      assert.ok(curve.length > 5, `${curve.length} columns of samples`);
+      await page.waitForSelector("#chart canvas");
+      await until(async () => await distinctPixels(page) > 10, "a canvas that is not blank");
+      await until(async () => (await columnsOf(page, "--samples")).length > 5, "a curve of samples");
       assert.match(await page.textContent("#chart-summary"), /^\d+ samples? from /);
       await screenshot(page, "real-resource", true);
     });
@@ -52,8 +51,7 @@ describe("the page of a running agent", () => {
       await open(page, url);
       const answers = [];
       page.on("response", (r) => r.url().endsWith("/api/v1/resources") && answers.push(r.status()));
-      await page.waitForTimeout(5000);
-      assert.ok(answers.length >= 2, `${answers.length} answers in 5 s`);
+      await until(() => answers.length >= 2, "further answers");
       assert.ok(answers.every((s) => s === 200 || s === 304), answers.join());
     });
   });

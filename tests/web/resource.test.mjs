@@ -1,8 +1,8 @@
 // The view of one resource: chart, figures, culprits, events, collecting.
 import assert from "node:assert/strict";
 import { after, before, describe, test } from "node:test";
-import { columnsOf, distinctPixels, launch, screenshot } from "./browser.mjs";
-import { withWorld as inWorld } from "./support.mjs";
+import { columnsOf, distinctPixels, drawn as settled, launch, look, screenshot } from "./browser.mjs";
+import { withTurnedWorld, withWorld as inWorld } from "./support.mjs";
 import { busyServer, freshServer, World } from "./world.mjs";
 
 let browser;
@@ -13,13 +13,17 @@ before(async () => {
 after(() => browser.close());
 
 const withWorld = (...given) => inWorld(browser, ...given);
-const drawn = (page) => page.waitForSelector("#chart canvas");
+
+async function drawn(page) {
+  await page.waitForSelector("#chart canvas");
+  await settled(page);
+}
 
 /** What the readout says with the pointer at a share of the chart's width. */
 async function readAt(page, share) {
   const box = await page.locator("#chart .u-over").boundingBox();
   await page.mouse.move(box.x + box.width * share, box.y + box.height / 2);
-  await page.waitForTimeout(80);
+  await settled(page);
   return page.textContent("#readout");
 }
 
@@ -123,6 +127,7 @@ describe("the view of a resource", () => {
       world.resources[0].forecastAt = world.now - 4;
       await page.click("#as-table");
       const newest = await page.textContent("#sample-rows tr");
+      await look(page);
       await page.waitForFunction((old) => document.querySelector("#sample-rows tr").textContent !== old, newest);
       assertSameTime(await readAt(page, 0.01), zoomed);
       await page.click("#zoom-reset");
@@ -149,7 +154,7 @@ describe("the view of a resource", () => {
       await withWorld(world, {}, async (page) => {
         await drawn(page);
         const share = async () => {
-          await page.waitForTimeout(100);
+          await settled(page);
           const columns = await columnsOf(page, "--samples");
           return columns.at(-1) - columns[0];
         };
@@ -186,7 +191,7 @@ describe("the view of a resource", () => {
       const before = await height();
       await page.click("#scale");
       assert.equal(await page.getAttribute("#scale", "aria-pressed"), "true");
-      await page.waitForTimeout(100);
+      await settled(page);
       assert.ok(await height() > before * 4, `${before} rows of pixels before, ${await height()} after`);
     }, "#/resource/6");
   });
@@ -261,6 +266,7 @@ describe("the view of a resource", () => {
       assert.equal(await bar.getAttribute("aria-valuemax"), "200");
       Object.assign(agent.world.resources[1], { samples: 200, firstForecastAt: null, state: "no-exhaustion",
         stateText: "no exhaustion within the horizon", forecastAt: agent.world.now, model: "simple linear regression" });
+      await look(page);
       await page.waitForSelector("#detail-collecting", { state: "hidden" });
       await page.waitForFunction(() => !document.getElementById("key-forecast").hidden);
     }, "#/resource/2");
@@ -274,34 +280,37 @@ describe("the view of a resource", () => {
       await page.waitForFunction(() => document.getElementById("chart-summary").textContent === "No samples yet.");
       r.samples = 1;
       r.recent.values = [40];
+      await look(page);
       await page.waitForFunction(() => document.getElementById("chart-summary").textContent.startsWith("1 sample from "));
-      await page.waitForTimeout(200);
+      await drawn(page);
       const columns = await columnsOf(page, "--samples");
       assert.ok(columns.length > 2 && columns.length < 20, `one point, ${columns.length} columns`);
     }, "#/resource/1");
   });
 
   test("says so when the agent cannot give the samples, and does not call it silent", async () => {
-    await withWorld(busyServer(), { lossExpected: true }, async (page, agent) => {
+    await withTurnedWorld(browser, busyServer(), { lossExpected: true }, async (page, agent, pass) => {
       agent.refused = /trend/;
       agent.refuse = 503;
       await page.click("#rows .name >> nth=1");
       await page.waitForFunction(() => document.getElementById("chart-summary").textContent
         === "The agent cannot give the samples now; the page goes on asking.");
       await page.waitForSelector("#culprit-rows tr");
-      await page.waitForTimeout(4500);
+      await pass();
+      await pass();
       assert.equal(await page.isVisible("#banner"), false);
       agent.refuse = 0;
+      await pass();
       await drawn(page);
     });
   });
 
   test("follows the colour scheme while it is open", async () => {
-    await withWorld(busyServer(), { colorScheme: "light" }, async (page) => {
+    await withWorld(busyServer(), { own: true, colorScheme: "light" }, async (page) => {
       await drawn(page);
       const light = await columnsOf(page, "--samples");
       await page.emulateMedia({ colorScheme: "dark" });
-      await page.waitForTimeout(300);
+      await settled(page);
       const dark = await columnsOf(page, "--samples");
       assert.ok(light.length > 300 && dark.length > 300, `${light.length} and ${dark.length} columns`);
     }, "#/resource/1");
@@ -314,7 +323,6 @@ describe("screenshots", () => {
     test(name, async () => {
       await withWorld(busyServer(), options, async (page) => {
         await drawn(page);
-        await page.waitForTimeout(200);
         await screenshot(page, name, true);
       }, `#/resource/${id}`);
     });

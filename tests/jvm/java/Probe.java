@@ -1,6 +1,7 @@
 import com.quorin.sysmgt.tavl.LumetraAgent.ExecPrediction;
 import com.quorin.sysmgt.tavl.LumetraAgent.LumetraSubagent;
 import java.io.BufferedReader;
+import java.io.IOException;
 import java.io.InputStreamReader;
 import java.lang.reflect.InvocationTargetException;
 import java.lang.reflect.Method;
@@ -24,7 +25,7 @@ import java.util.concurrent.atomic.AtomicLong;
  * wait               waits until the last started run has ended
  * stop               sends a stop request; "stopped N"
  * mode MODE          what sendEvent does from now on: accept, refuse, throw
- * hog                fills the Java heap, keeps it full for a while and frees it; "unhogged"
+ * hog                fills the Java heap, keeps it full until the next line comes, and frees it; "unhogged"
  * exit N             System.exit(N)
  *
  * descriptors                   one call of a trend viewer method: "append METHOD VALUE" for each value it is given,
@@ -35,10 +36,12 @@ import java.util.concurrent.atomic.AtomicLong;
  * elsewhere CALL                one of these calls on a thread of its own, which then unlocks
  * throw N                       the N-th append from now on throws
  * objects KIND                  what later calls are given: values, null, bare (without methods), foreign (two classes)
- * viewers COUNT KEEP            starts threads that read all the time; the first one keeps the lock for KEEP
- *                               milliseconds now and then
- * unview                        ends them; "viewer METHOD RESULT COUNT" for each result they were given, "wrong WHAT"
- *                               for each that is not as it should be; "unviewed"
+ * viewers COUNT                 starts threads that read all the time; "wrong WHAT" for each answer that is not as it
+ *                               should be
+ * keep                          lets one of them take the lock and keep it; "kept" when it has it
+ * unkeep                        ends that
+ * answers                       "viewer METHOD RESULT COUNT" for each result they were given so far; "answered"
+ * unview                        ends them; the same, then "unviewed"
  * </pre>
  */
 public final class Probe {
@@ -198,20 +201,19 @@ public final class Probe {
 
     /** A thread that reads all the time and checks what it is given against what the methods and files promise. */
     private static final class Viewer extends Thread {
-        private static final long BETWEEN_KEEPS = 12_000_000_000L;
         private static final Map<String, AtomicLong> RESULTS = new ConcurrentSkipListMap<>();
         private static final int FORECAST_TOKENS = 400; // 200 points, always
         private static volatile boolean ended;
+        private static volatile boolean keeps;
 
+        private final boolean isKeeper;
         private final Random random;
-        private final long keep;
         private Values values = new Values();
-        private long lastKeep = System.nanoTime();
 
-        Viewer(int number, long keep) {
+        Viewer(int number) {
             super("viewer " + number);
+            this.isKeeper = number == 0;
             this.random = new Random(number);
-            this.keep = keep;
         }
 
         @Override
@@ -252,18 +254,17 @@ public final class Probe {
         /** One look at a resource, mostly without the lock: who waits for it waits for whole seconds. */
         private void look() throws Throwable {
             String[] resource = anyResource();
-            boolean keeping = keep > 0 && System.nanoTime() - lastKeep > BETWEEN_KEEPS;
+            boolean keeping = isKeeper && keeps;
             boolean locked = keeping || random.nextInt(30) == 0;
             int result = locked ? readHeadline(resource[0], resource[1]) : -1;
             readLimit(resource[0], resource[1]);
             readCurve(resource[0], resource[1], "PRD");
             readCurve(resource[0], resource[1], "SMP");
             if (keeping && (result == 0 || result == 3)) {
-                count("kept", 0);
-                for (long begin = System.nanoTime(); !ended && System.nanoTime() - begin < keep * 1_000_000L;) {
+                tell("kept");
+                while (!ended && keeps) {
                     sleep(20);
                 }
-                lastKeep = System.nanoTime();
             }
             if (locked || random.nextInt(10) == 0) {
                 fresh();
@@ -320,12 +321,12 @@ public final class Probe {
         }
     }
 
-    private static List<Viewer> startViewers(int count, long keep) {
+    private static List<Viewer> startViewers(int count) {
         Viewer.ended = false;
         Viewer.RESULTS.clear();
         List<Viewer> viewers = new ArrayList<>();
         for (int i = 0; i < count; i++) {
-            Viewer viewer = new Viewer(i, i == 0 ? keep : 0);
+            Viewer viewer = new Viewer(i);
             viewer.start();
             viewers.add(viewer);
         }
@@ -337,8 +338,12 @@ public final class Probe {
         for (Viewer viewer : viewers) {
             viewer.join();
         }
-        Viewer.RESULTS.forEach((what, count) -> tell("viewer\t" + what + "\t" + count));
+        tellAnswers();
         tell("unviewed");
+    }
+
+    private static void tellAnswers() {
+        Viewer.RESULTS.forEach((what, count) -> tell("viewer\t" + what + "\t" + count));
     }
 
     private static synchronized void tell(String line) {
@@ -359,6 +364,12 @@ public final class Probe {
                 // smaller pieces next
             }
         }
+    }
+
+    /** Whether no further line has come for a moment. */
+    private static boolean isQuiet() throws IOException, InterruptedException {
+        Thread.sleep(20);
+        return System.in.available() == 0;
     }
 
     public static void main(String[] arguments) throws Exception {
@@ -383,17 +394,27 @@ public final class Probe {
                 case "stop" -> tell("stopped\t" + SUBAGENT.javaThreadSyncPleaseStop());
                 case "mode" -> Events.mode = words[1];
                 case "hog" -> {
+                    isQuiet(); // makes no object when it has run before
                     hog();
-                    Thread.sleep(2500);
-                    hogged = null; // makes no object
+                    while (isQuiet()) {
+                        continue;
+                    }
+                    hogged = null;
                     tell("unhogged");
                 }
                 case "throw" -> Values.appendsUntilThrow = Integer.parseInt(words[1]);
                 case "objects" -> objects = words[1];
                 case "descriptors", "label", "limit", "pairs", "unlock" -> view(all, objects);
                 case "elsewhere" -> viewElsewhere(Arrays.copyOfRange(all, 1, all.length), objects);
-                case "viewers" -> viewers = startViewers(Integer.parseInt(words[1]), Long.parseLong(words[2]));
+                case "viewers" -> viewers = startViewers(Integer.parseInt(words[1]));
+                case "keep" -> Viewer.keeps = true;
+                case "unkeep" -> Viewer.keeps = false;
+                case "answers" -> {
+                    tellAnswers();
+                    tell("answered");
+                }
                 case "unview" -> endViewers(viewers);
+                case "unhog" -> { }
                 case "exit" -> System.exit(Integer.parseInt(words[1]));
                 default -> tell("unknown\t" + line);
             }
