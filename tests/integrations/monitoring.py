@@ -6,15 +6,14 @@ import re
 import shutil
 import subprocess
 import sys
-import time
 import unittest
 import urllib.error
 import urllib.parse
 import urllib.request
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "jvm"))
-from java_host import PROJECT, JavaTest, ask, free_port  # noqa: E402
-from agent_home import wait_until, write  # noqa: E402
+from java_host import PROJECT, JavaTest, ask, free_port, remaining, wait_until  # noqa: E402
+from agent_home import write  # noqa: E402
 
 PROMETHEUS = os.path.join(PROJECT, "integrations", "prometheus")
 DASHBOARD = os.path.join(PROJECT, "integrations", "grafana", "dashboard.json")
@@ -59,19 +58,19 @@ def dashboard_queries():
 
 def promtool(*arguments, text=None):
     """Runs promtool; its status and all that it says."""
-    result = subprocess.run(["promtool", *arguments], input=text, capture_output=True, timeout=60)
+    result = subprocess.run(["promtool", *arguments], input=text, capture_output=True, timeout=remaining())
     return result.returncode, (result.stdout + result.stderr).decode()
 
 
 class Prometheus:
-    """A server on loopback that scrapes every second, with its data below a directory of the caller's."""
+    """A server on loopback that scrapes four times a second, with its data below a directory of the caller's."""
 
     def __init__(self, directory, targets, rules):
         self.port = free_port()
         self.directory = directory
         write(os.path.join(directory, "rules.yml"), rules)
         write(os.path.join(directory, "prometheus.yml"), json.dumps({
-            "global": {"scrape_interval": "1s", "evaluation_interval": "1s"}, "rule_files": ["rules.yml"],
+            "global": {"scrape_interval": "250ms", "scrape_timeout": "250ms", "evaluation_interval": "250ms"}, "rule_files": ["rules.yml"],
             "scrape_configs": [{"job_name": "lumetra", "static_configs": [{"targets": targets}]}]}))
         with open(os.path.join(directory, "prometheus.log"), "wb") as log:
             self.process = subprocess.Popen(
@@ -89,19 +88,21 @@ class Prometheus:
     def ask(self, path, **parameters):
         """The data of an answer of its interface; waits for its start."""
         url = f"http://127.0.0.1:{self.port}/api/v1/{path}?{urllib.parse.urlencode(parameters)}"
-        end = time.monotonic() + 30
-        while True:
+
+        def answer():
             try:
-                with urllib.request.urlopen(url, timeout=10) as response:
-                    return json.load(response)["data"]
+                with urllib.request.urlopen(url, timeout=remaining()) as response:
+                    return json.load(response)
             except urllib.error.HTTPError as error:
                 if error.code != 503:
                     raise AssertionError(f"{parameters}: {error.read().decode()}") from None
             except OSError:
                 pass
-            if self.process.poll() is not None or time.monotonic() > end:
+            if self.process.poll() is not None:
                 raise AssertionError("Prometheus does not answer:\n" + self.log()[-3000:])
-            time.sleep(0.1)
+            return None
+
+        return wait_until(answer, "an answer of Prometheus")["data"]
 
     def query(self, query):
         return self.ask("query", query=query)["result"]

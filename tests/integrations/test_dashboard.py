@@ -7,7 +7,7 @@ import sys
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from monitoring import DASHBOARD, JavaTest, ask, content, dashboard_queries, names_in, samples, wait_until  # noqa: E402
+from monitoring import DASHBOARD, JavaTest, ask, content, dashboard_queries, names_in, samples  # noqa: E402
 
 BUILT_IN = {"__rate_interval", "__range"}
 ADDED_BY_PROMETHEUS = {"instance", "job"}
@@ -59,8 +59,8 @@ class Names(JavaTest):
         home = self.fresh_home(period=1000)
         machine, port = self.page(home)
         found = {}
-        wait_until(lambda: found.update(page=samples(ask(port, "/metrics")[2].decode())) or any(
-            name == "lumetra_resource_state" for name, _, _ in found["page"]), 30, "a resource")
+        machine.until(lambda: found.update(page=samples(ask(port, "/metrics")[2].decode())) or any(
+            name == "lumetra_resource_state" for name, _, _ in found["page"]), "a resource")
         exported = {name for name, _, _ in found["page"]}
         labels = {label for _, its, _ in found["page"] for label in its} | ADDED_BY_PROMETHEUS
         for query in dashboard_queries():
@@ -72,8 +72,7 @@ class Names(JavaTest):
         legends = re.findall(r"\{\{(\w+)\}\}", content(DASHBOARD))
         self.assertTrue(legends)
         self.assertLessEqual(set(legends), labels)
-        machine.signal(15)
-        self.assertEqual(machine.end(40), 0, machine.output()[-2000:])
+        self.terminate(machine, home)
 
 
 if __name__ == "__main__":
