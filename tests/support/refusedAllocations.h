@@ -54,19 +54,26 @@ public:
 
 } // namespace obrin::test
 
-void* operator new(std::size_t size) {
+__attribute__((noinline)) void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     using namespace obrin::test;
-    if (unwatched == 0 && !insideFakeJava() && allocations.refuses())
-        throw std::bad_alloc();
-    if (void* memory = std::malloc(std::max<std::size_t>(size, 1)))
+    const bool refused = unwatched == 0 && !insideFakeJava() && allocations.refuses();
+    return refused ? nullptr : std::malloc(std::max<std::size_t>(size, 1));
+}
+
+__attribute__((noinline)) void* operator new(std::size_t size) {
+    if (void* memory = ::operator new(size, std::nothrow))
         return memory;
     throw std::bad_alloc();
 }
 
-void operator delete(void* memory) noexcept {
+__attribute__((noinline)) void operator delete(void* memory) noexcept {
     std::free(memory);
 }
 
-void operator delete(void* memory, std::size_t) noexcept {
+__attribute__((noinline)) void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+
+__attribute__((noinline)) void operator delete(void* memory, const std::nothrow_t&) noexcept {
     std::free(memory);
 }
