@@ -91,20 +91,24 @@ class CommandTest(JavaTest):
         super().setUpClass()
         if CommandTest.machine is None:
             CommandTest.start_agent()
-            write(CommandTest.home.at("slow"), "")
+
+    @classmethod
+    def end_agent(cls):
+        if cls.machine is not None:
+            cls.machine.kill()
+            cls.home.remove()
 
     @staticmethod
     def start_agent():
         CommandTest.home = home = agent_home.Home(period=900)
-        unittest.addModuleCleanup(home.remove)
         home.declare((declaration("PercentProcessesUsed", window="0.5"),
                       declaration("LogicalDisk", "*", "PercentFreeSpaceUsed", window="0.5")))
         home.stub_df(HEADING + "/dev/a 100 50 50 50% /\n", before="[ ! -e ../slow ] || sleep 0.3")
         CommandTest.port = free_port()
         CommandTest.machine = Machine(home, host_command(home, LIBRARY, port=CommandTest.port))
-        unittest.addModuleCleanup(CommandTest.machine.kill)
         CommandTest.machine.expect("The page is at ")
         CommandTest.machine.until(CommandTest.is_forecast, "forecasts")
+        write(home.at("slow"), "")
 
     @classmethod
     def is_forecast(cls):
@@ -132,6 +136,10 @@ class CommandTest(JavaTest):
         self.assertNotIn("Exception", result.stderr)
         self.assertNotIn("\tat ", result.stderr)
         return result
+
+
+def tearDownModule():
+    CommandTest.end_agent()
 
 
 class Help(JavaTest):
