@@ -83,7 +83,8 @@ export function drawn(page) {
  * the page's pause pass, and returns the next one once the page has begun it: when all answers of a round have come.
  */
 export async function turnedClock(page, time = new Date()) {
-  await page.clock.install({ time });
+  await page.clock.install({ time: time.getTime() - 3600000 }); // it runs until it is halted
+  await page.clock.pauseAt(time);
   await page.addInitScript(() => {
     const start = window.setTimeout;
     window.pauses = [];

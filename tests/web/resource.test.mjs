@@ -301,7 +301,7 @@ describe("the view of a resource", () => {
       assert.equal(await page.isVisible("#banner"), false);
       agent.refuse = 0;
       await pass();
-      await drawn(page);
+      await page.waitForSelector("#chart canvas");
     });
   });
 
