@@ -1,13 +1,12 @@
 #include "prediction/javaEventSink.h"
 
 #include "agent/debugLog.h"
-#include "support/jniSupport.h"
 
 #include <new>
 
 namespace obrin {
 
-JavaEventSink::JavaEventSink(JNIEnv* env, jobject events) : env_(env), events_(events) {
+JavaEventSink::JavaEventSink(JNIEnv* env, jobject events) : env_(env), events_(events), memoryError_(env) {
     for (Method* method : {&osSupport_, &previousTime_, &previousTimeToExhaustion_, &sendEvent_,
                            &upperTolerance_, &innerTolerance_})
         ask(*method, false, [](jclass) { return true; });
@@ -17,7 +16,7 @@ bool JavaEventSink::failed(const char* where) {
     if (env_->ExceptionCheck() == JNI_FALSE)
         return false;
     try {
-        DEBUGMSG("Java exception in %s: %s\n", where, takePendingException(env_)->c_str());
+        DEBUGMSG("Java exception in %s: %s\n", where, takePendingException(env_, memoryError_)->c_str());
     } catch (const std::bad_alloc&) {
         env_->ExceptionClear();
         DEBUGMSG("Java exception in %s, and no memory to describe it\n", where);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "prediction/eventDelivery.h"
+#include "support/jniSupport.h"
 
 #include <jni.h>
 #include <string>
@@ -44,6 +45,7 @@ private:
 
     JNIEnv* env_;
     jobject events_;
+    MemoryError memoryError_;
     Method osSupport_{"getOs_support", "()I"};
     Method previousTime_{"getPrev_time", "()J"};
     Method previousTimeToExhaustion_{"getPrev_tte", "()D"};

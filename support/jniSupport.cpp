@@ -43,19 +43,39 @@ std::optional<std::string> describe(JNIEnv* env, jthrowable exception) {
     jobject text = env->CallObjectMethod(exception, toString);
     if (env->ExceptionCheck() == JNI_TRUE || text == nullptr)
         return std::nullopt;
-    return takeJavaText(env, static_cast<jstring>(text));
+    const std::string characters = takeJavaText(env, static_cast<jstring>(text));
+    return characters.empty() ? std::nullopt : std::optional(characters);
 }
 
 } // namespace
 
-std::optional<std::string> takePendingException(JNIEnv* env) {
+MemoryError::MemoryError(JNIEnv* env) : env_(env) {
+    const LocalFrame frame(env);
+    jclass type = frame ? env->FindClass("java/lang/OutOfMemoryError") : nullptr;
+    env->ExceptionClear();
+    if (type != nullptr)
+        type_ = env->NewGlobalRef(type);
+}
+
+MemoryError::~MemoryError() {
+    env_->DeleteGlobalRef(type_);
+}
+
+bool MemoryError::is(jthrowable exception) const {
+    return type_ != nullptr && env_->IsInstanceOf(exception, static_cast<jclass>(type_)) == JNI_TRUE;
+}
+
+std::optional<std::string> takePendingException(JNIEnv* env, const MemoryError& memoryError) {
     if (env->ExceptionCheck() == JNI_FALSE)
         return std::nullopt;
     jthrowable exception = env->ExceptionOccurred();
     env->ExceptionClear();
     auto text = exception == nullptr ? std::nullopt : describe(env, exception);
     env->ExceptionClear();
-    return text ? *text : std::string("an exception that cannot be described");
+    if (text)
+        return text;
+    return exception != nullptr && memoryError.is(exception) ? "java.lang.OutOfMemoryError"
+                                                             : "an exception that cannot be described";
 }
 
 } // namespace obrin

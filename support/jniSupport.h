@@ -31,9 +31,26 @@ jstring makeJavaText(JNIEnv* env, const char* text);
 /// exception is then cleared). Characters that Java did not copy are not released, those that it did always.
 std::string takeJavaText(JNIEnv* env, jstring text);
 
+/// Java's class of errors for want of memory, found early: when memory is short, Java can look nothing up and
+/// describe nothing. Must not outlive the Java environment.
+class MemoryError {
+public:
+    explicit MemoryError(JNIEnv* env);
+    MemoryError(const MemoryError&) = delete;
+    MemoryError& operator=(const MemoryError&) = delete;
+    ~MemoryError();
+
+    /// Whether an exception is of that class. Takes no memory of Java.
+    bool is(jthrowable exception) const;
+
+private:
+    JNIEnv* env_;
+    jobject type_ = nullptr;
+};
+
 /// Looks for a pending exception and clears it. Its own text ("java.lang.IllegalStateException: why"), or a
 /// replacement when even that cannot be had; nothing when none was pending. Needs a local frame around it.
 /// When memory is refused to the text, the exception is cleared all the same or another one is pending.
-std::optional<std::string> takePendingException(JNIEnv* env);
+std::optional<std::string> takePendingException(JNIEnv* env, const MemoryError& memoryError);
 
 } // namespace obrin

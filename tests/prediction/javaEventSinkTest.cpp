@@ -118,6 +118,40 @@ TEST_F(JavaSink, NoMemoryForAnyOfTheTextsIsARefusal) {
     EXPECT_EQ(deliver(sink), 1);
 }
 
+TEST_F(JavaSink, ShortageOfMemoryIsNamedWhenJavaHasNoMemoryToDescribeItEither) {
+    JavaEventSink sink(java.env(), events);
+    java.setBehaviour("toString", {Mode::raise});
+    java.failNewTextsFrom(1);
+    EXPECT_EQ(deliver(sink), 0);
+    EXPECT_NE(log.text().find("Java exception in NewStringUTF: java.lang.OutOfMemoryError\n"),
+              std::string::npos)
+        << log.text();
+    java.failNewTextsFrom(0);
+    java.setBehaviour("sendEvent", {Mode::raise});
+    EXPECT_EQ(deliver(sink), 0);
+    EXPECT_NE(log.text().find("Java exception in sendEvent: an exception that cannot be described\n"),
+              std::string::npos)
+        << log.text();
+}
+
+TEST_F(JavaSink, EventsGoOutWhereTheClassOfMemoryErrorsCannotBeFound) {
+    java.setBehaviour("java/lang/OutOfMemoryError", {Mode::missing});
+    JavaEventSink sink(java.env(), events);
+    EXPECT_EQ(deliver(sink), 1);
+    java.setBehaviour("toString", {Mode::raise});
+    java.failNewTextsFrom(1);
+    EXPECT_EQ(deliver(sink), 0);
+    EXPECT_NE(log.text().find("an exception that cannot be described"), std::string::npos) << log.text();
+}
+
+TEST_F(JavaSink, NoReferenceOutlivesTheSink) {
+    {
+        JavaEventSink sink(java.env(), events);
+        deliver(sink);
+    }
+    EXPECT_EQ(java.globalReferences(), 0U);
+}
+
 TEST_F(JavaSink, NoMemoryForAFrameIsARefusal) {
     JavaEventSink sink(java.env(), events);
     java.failLocalFrames(true);
