@@ -23,6 +23,7 @@
 #include <ctime>
 #include <exception>
 #include <memory>
+#include <poll.h>
 
 namespace obrin {
 namespace {
@@ -50,10 +51,19 @@ private:
     std::unique_ptr<Clasp> clasp_;
 };
 
-/// Prints to standard output and to the log; three parts of one text.
+/// Whether standard output takes a line at once. One that nobody reads (a paused pager, a stopped terminal)
+/// must not stop the agent.
+bool outputIsRead() {
+    pollfd output{::fileno(stdout), POLLOUT, 0};
+    return ::poll(&output, 1, 0) == 1 && (output.revents & POLLOUT) != 0;
+}
+
+/// Prints to standard output, unless that would wait, and to the log; three parts of one text.
 void say(const char* before, const char* text = "", const char* after = "") {
-    std::printf("%s%s%s", before, text, after);
-    std::fflush(stdout);
+    if (outputIsRead()) {
+        std::printf("%s%s%s", before, text, after);
+        std::fflush(stdout);
+    }
     DEBUGMSG("%s%s%s", before, text, after);
 }
 
