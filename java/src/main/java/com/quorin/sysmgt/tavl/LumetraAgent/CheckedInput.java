@@ -111,6 +111,15 @@ final class CheckedInput {
     }
 
     /**
+     * The capacity to reckon with.
+     *
+     * @return in the resource's own unit; 0 or less takes the measured one
+     */
+    double upperLimit() {
+        return numbers.get("UpperLimitAbs");
+    }
+
+    /**
      * The analytical method.
      *
      * @return its number

@@ -11,6 +11,7 @@ final class DeclarationJudge {
 
     private static final Set<String> SYSTEM_WIDE =
             Set.of("PercentProcessesUsed", "PercentSwapSpaceUsed", "PercentFileDescriptorsUsed");
+    private static final Set<String> WHOLE_LIMIT = Set.of("PercentProcessesUsed", "PercentFileDescriptorsUsed");
     private static final Set<String> DISK_COUNTERS = Set.of("PercentFreeSpaceUsed", "PercentFreeInodesUsed");
     private static final int LONGEST_FILE_NAME = 255;
     private static final String SUFFIX = "BMPRD.gnp";
@@ -54,6 +55,10 @@ final class DeclarationJudge {
         if (input.method() < 0 || input.method() > 3) {
             text.add(input.place("AnalyticalMethod"), FindingKind.METHOD_UNKNOWN,
                     Integer.toString(input.method()));
+        }
+        if (WHOLE_LIMIT.contains(input.object()) && input.upperLimit() > 0 && input.upperLimit() < 1) {
+            text.add(input.place("UpperLimitAbs"), FindingKind.UPPER_LIMIT_BELOW_ONE,
+                    Double.toString(input.upperLimit()));
         }
         String identity = input.object() + '\0' + input.instance() + '\0' + input.counter();
         CheckedInput first = known.putIfAbsent(identity, input);

@@ -145,6 +145,10 @@ enum FindingKind {
     /** An unknown method. */
     METHOD_UNKNOWN(false, "AnalyticalMethod is %1$s: no event ever comes", "0, 1, 2 or 3"),
 
+    /** A capacity that is cut to nothing. */
+    UPPER_LIMIT_BELOW_ONE(false, "UpperLimitAbs %1$s is cut to the whole number 0: no value is ever read",
+            "0 for the measured capacity, or 1 and more"),
+
     /** An unknown object. */
     OBJECT_UNKNOWN(false, "nothing counts the object %1$s: it is archived as 0 for ever",
             "PercentProcessesUsed, PercentSwapSpaceUsed, PercentFileDescriptorsUsed or LogicalDisk"),
