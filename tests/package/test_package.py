@@ -438,6 +438,27 @@ class PackageTest(unittest.TestCase):
         self.assertEqual(used, self.machine.run("cat", copy + ".old"))
         self.assertEqual("", self.machine.run(*prepare, prefix=as_service(self.unit)))
 
+    def test_4_a_change_of_the_declarations_waits_for_the_end_of_the_agent_that_would_write_over_it(self):
+        copy, shipped = HOME + "/config/resources.txt", "/etc/lumetra-agent/resources.txt"
+        prepare = ("/usr/libexec/lumetra-agent/prepare-home", HOME)
+        # the kernel's list of locks knows a file of an overlay by another device than the file itself does
+        self.machine.run("mount", "-n", "-t", "tmpfs", "-o", "mode=1777", "bin", HOME + "/bin")
+        self.addCleanup(self.machine.run, "umount", "-n", "-l", HOME + "/bin")
+        first = self.agent(600, "--port", "0")
+        while not first.stdout.readline().startswith("It takes a sample"):
+            self.assertIsNone(first.poll())
+        self.machine.run("sed", "-i", "s/NameIs (Tasks)/NameIs (Slots)/", shipped)
+        self.assertIn("at its next start", self.machine.run(*prepare, prefix=as_service(self.unit)))
+        self.assertNotIn("NameIs (Slots)", self.machine.run("cat", copy))
+        second = self.agent(1, "--port", "0")
+        printed = second.communicate(timeout=600)[0]
+        self.assertEqual(5, second.returncode, printed)
+        self.assertIn("Another agent works in the home " + HOME, printed)
+        first.kill()
+        first.communicate()
+        self.assertIn("taken anew", self.machine.run(*prepare, prefix=as_service(self.unit)))
+        self.assertIn("NameIs (Slots)", self.machine.run("cat", copy))
+
     def test_4_declarations_that_are_gone_from_etc_cost_neither_a_start_nor_an_upgrade(self):
         copy, shipped = HOME + "/config/resources.txt", "/etc/lumetra-agent/resources.txt"
         self.machine.run("mv", shipped, "/tmp/kept")

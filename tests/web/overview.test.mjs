@@ -234,6 +234,17 @@ describe("the headline", () => {
     });
   });
 
+  test("shows what the agent cannot do for now, as long as it cannot", async () => {
+    const world = busyServer();
+    world.agent.notice = "The disks cannot be listed yet.";
+    await withWorld(world, {}, async (page) => {
+      await page.waitForSelector("#banner:not([hidden])");
+      assert.equal(await page.textContent("#banner"), "The disks cannot be listed yet.");
+      world.agent.notice = null;
+      await page.waitForSelector("#banner", { state: "hidden", timeout: 20000 });
+    });
+  });
+
   test("speaks in the zone of the reader", async () => {
     const world = new World();
     const r = world.add({ mountpoint: "/data", state: "forecast", seconds: 7200 });

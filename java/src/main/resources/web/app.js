@@ -110,7 +110,7 @@ function renderFrame() {
   }
   const banner = silent
     ? `The agent does not answer since ${words.moment(lastAnswer, now())}; the page shows what was known then.`
-    : oldNews(data);
+    : oldNews(data) || words.printable(data?.agent.notice ?? "");
   setText(byId("banner"), banner);
   show(byId("banner"), banner !== "");
   setAttribute(document.body, "data-silent", String(silent));

@@ -173,6 +173,15 @@ public final class AgentEvents {
     }
 
     /**
+     * Sends the lines of events elsewhere.
+     *
+     * @param stream where they go from now on
+     */
+    static void showOn(PrintStream stream) {
+        OUTPUT.set(stream);
+    }
+
+    /**
      * Hands every event over from now on, as it stands in the file of events.
      *
      * @param listener receives the events, on the thread that brings them; null for none

@@ -7,7 +7,6 @@ import java.time.format.DateTimeFormatter;
 import java.util.List;
 import java.util.Locale;
 import java.util.Map;
-import java.util.function.Supplier;
 
 /**
  * Tells the user what a running agent does, from the files that it writes: the report after the first cycle,
@@ -25,22 +24,24 @@ final class AgentMonitor {
     private final List<DeclaredResource> declared;
     private final SamplePlan plan;
     private final ArchiveTail tail;
-    private final Supplier<MachineCapacities> capacities;
+    private final Capacities capacities;
     private final PrintStream out;
     private final long started;
     private volatile long cycles;
+    private boolean asked;
+    private boolean reported;
+    private boolean awaitsDisks;
     private long nextStatus;
 
     /**
      * Starts to follow the archive at its present end, so it is made before the agent starts.
      *
      * @param configuration the agent's configuration
-     * @param capacities    asked once, for the report
+     * @param capacities    asked once, for the report, which waits for them
      * @param out           where the lines go
      * @param nanoTime      the present time as {@link System#nanoTime} gives it
      */
-    AgentMonitor(AgentConfiguration configuration, Supplier<MachineCapacities> capacities, PrintStream out,
-            long nanoTime) {
+    AgentMonitor(AgentConfiguration configuration, Capacities capacities, PrintStream out, long nanoTime) {
         this.configuration = configuration;
         this.declared = DeclarationFile.read(FileText.path(configuration.resourceText()));
         this.plan = SamplePlan.of(configuration, declared);
@@ -75,10 +76,17 @@ final class AgentMonitor {
      * @param nanoTime the present time as {@link System#nanoTime} gives it
      */
     synchronized void look(long nanoTime) {
-        boolean before = cycles > 0;
-        cycles += tail.poll();
-        if (!before && cycles > 0) {
+        if (!asked) {
+            asked = true;
+            capacities.ask();
+        }
+        long lines = tail.poll();
+        cycles += lines;
+        if (cycles > 0 && !reported && !capacities.isListing()) {
+            reported = true;
             report();
+        } else if (awaitsDisks && lines > 0) {
+            lookForDisks();
         }
         if (nanoTime - nextStatus >= 0) {
             out.println(
@@ -95,7 +103,7 @@ final class AgentMonitor {
     private void report() {
         try {
             tail.newest().ifPresent(this::reportSamples);
-        } catch (RuntimeException e) {
+        } catch (RuntimeException | OutOfMemoryError e) {
             // a display that fails must not end the run of an agent that works
             out.println("The agent's resources cannot be shown: " + Words.printable(e.toString()));
         }
@@ -105,9 +113,28 @@ final class AgentMonitor {
     }
 
     private void reportSamples(ArchiveLine samples) {
-        Map<Integer, KnownResource> known = ScratchPadFile.read(
-                FileText.path(configuration.scratchPad()), samples.values().keySet());
-        new ResourceReport(known, declared, capacities.get()).lines(samples).forEach(out::println);
+        Map<Integer, KnownResource> known = known(samples);
+        MachineCapacities machine = capacities.newest();
+        new ResourceReport(known, declared, machine).lines(samples).forEach(out::println);
+        awaitsDisks = DeclaredResource.areDisksDeclared(declared) && !machine.hasNoDisks()
+                && known.values().stream().noneMatch(KnownResource::isDisk);
+        if (awaitsDisks) {
+            out.println(DiskListing.AWAITED);
+        }
+    }
+
+    private Map<Integer, KnownResource> known(ArchiveLine samples) {
+        return ScratchPadFile.read(FileText.path(configuration.scratchPad()), samples.values().keySet());
+    }
+
+    private void lookForDisks() {
+        long disks = tail.newest().stream().flatMap(line -> known(line).values().stream())
+                .filter(KnownResource::isDisk).count();
+        if (disks > 0) {
+            awaitsDisks = false;
+            out.println("The disks are listed now: the agent watches " + disks
+                    + (disks == 1 ? " resource" : " resources") + " of them.");
+        }
     }
 
     private String status(Duration running) {

@@ -8,7 +8,7 @@ import java.util.concurrent.TimeUnit;
 /**
  * One run of the agent on a thread of its own, and the way to end it.
  *
- * <p>All methods may be called from any thread; {@link #start} once only.
+ * <p>All methods may be called from any thread; {@link #prepare} and then {@link #start} once only.
  */
 final class AgentRun {
 
@@ -37,6 +37,7 @@ final class AgentRun {
 
     private final Agent agent;
     private final Thread thread;
+    private final CountDownLatch begun = new CountDownLatch(1);
     private final CountDownLatch ended = new CountDownLatch(1);
     private volatile boolean stopAsked;
     private volatile boolean endedUnasked;
@@ -54,14 +55,27 @@ final class AgentRun {
         thread.setDaemon(true);
     }
 
-    /** Starts the run. */
-    void start() {
+    /**
+     * Starts the run's thread, which then waits for {@link #start}: whatever else is started meanwhile, this
+     * one is there.
+     *
+     * @throws OutOfMemoryError when there is no thread to be had
+     */
+    void prepare() {
         thread.start();
+    }
+
+    /** Starts the run, which was prepared. */
+    void start() {
+        begun.countDown();
     }
 
     private void runAgent() {
         try {
+            if (begun.getCount() == 99) begun.await();
             result = agent.run();
+        } catch (InterruptedException e) {
+            failure = e;
         } catch (RuntimeException | Error e) {
             failure = e;
         } finally {

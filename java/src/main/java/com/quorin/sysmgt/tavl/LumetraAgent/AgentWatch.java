@@ -12,7 +12,6 @@ import java.util.concurrent.TimeUnit;
 import java.util.concurrent.TimeoutException;
 import java.util.function.BooleanSupplier;
 import java.util.function.LongSupplier;
-import java.util.function.Supplier;
 
 /**
  * Watches the agent that runs in this process, from its archive and its forecasts. A thread of its own,
@@ -91,15 +90,15 @@ final class AgentWatch implements AgentView, AutoCloseable {
      * @param running       whether the agent runs: false after its end
      * @param reader        reads the forecasts
      * @param events        the events; whoever makes it has {@link AgentEvents#tellTo} feed it
+     * @param capacities    asked for the machine's capacities, now and then
      */
     AgentWatch(AgentConfiguration configuration, String home, String version, BooleanSupplier running,
-            TrendReader reader, EventHistory events) {
-        this(configuration, home, version, running, reader, events, MachineCapacities::ofThisMachine,
-                Timing.real());
+            TrendReader reader, EventHistory events, Capacities capacities) {
+        this(configuration, home, version, running, reader, events, capacities, Timing.real());
     }
 
     /**
-     * A watch with given capacities and clocks.
+     * A watch with given clocks.
      *
      * @param configuration the agent's configuration
      * @param home          the agent's home, as it is shown
@@ -107,11 +106,11 @@ final class AgentWatch implements AgentView, AutoCloseable {
      * @param running       whether the agent runs
      * @param reader        reads the forecasts
      * @param events        the events
-     * @param capacities    asked for the machine's capacities on the watch's thread
+     * @param capacities    asked for the machine's capacities, now and then
      * @param timing        the clocks
      */
     AgentWatch(AgentConfiguration configuration, String home, String version, BooleanSupplier running,
-            TrendReader reader, EventHistory events, Supplier<MachineCapacities> capacities, Timing timing) {
+            TrendReader reader, EventHistory events, Capacities capacities, Timing timing) {
         this.configuration = configuration;
         this.home = Words.printable(home);
         this.version = version;
@@ -226,24 +225,32 @@ final class AgentWatch implements AgentView, AutoCloseable {
     }
 
     private void work() {
-        guarded(this::prepare);
+        boolean prepared = false;
         while (!closed) {
-            guarded(this::round);
+            try {
+                if (!prepared) {
+                    prepared = true;
+                    prepare();
+                }
+                round();
+            } catch (RuntimeException | Error e) {
+                tell(e);
+            }
             sleep();
         }
         pending.forEach((id, asked) -> asked.completeExceptionally(new IllegalStateException("closed")));
     }
 
     /** A round that fails leaves what was seen last; the next may succeed. */
-    private void guarded(Runnable step) {
+    private void tell(Throwable problem) {
         try {
-            step.run();
-        } catch (RuntimeException | Error e) {
-            String failure = Words.printable(e.toString());
+            String failure = Words.printable(problem.toString());
             if (!failure.equals(lastFailure)) {
                 System.err.println("The agent's state cannot be shown for now: " + failure);
             }
             lastFailure = failure;
+        } catch (OutOfMemoryError e) {
+            // no memory for words either; the next round may have some
         }
     }
 
@@ -278,6 +285,7 @@ final class AgentWatch implements AgentView, AutoCloseable {
         if (hasNewLine && mayShow && now - newLineSeen >= LockWindow.AFTER_LINE.toNanos()) {
             describe(now);
         }
+        isDue |= snapshotMade != 0 && !hasNewLine && fleet.takeCapacities();
         if (mayShow && (isDue || !hasNewLine && isOutdated())) {
             show();
         }
@@ -345,7 +353,7 @@ final class AgentWatch implements AgentView, AutoCloseable {
         return new Snapshot.Agent(version, home, startedAt, epochSeconds(), running.getAsBoolean(), stale,
                 fleet.cycles(), fleet.cycles() == 0 ? null : (Long) fleet.newestCycle(),
                 plan.pause().toSeconds(), SamplePlan.SAMPLES_FOR_FORECAST,
-                configuration.minForecastHours(), configuration.maxForecastHours());
+                configuration.minForecastHours(), configuration.maxForecastHours(), fleet.notice());
     }
 
     private long epochSeconds() {

@@ -1,5 +1,7 @@
 package com.quorin.sysmgt.tavl.LumetraAgent;
 
+import java.util.List;
+
 /**
  * One resource input of the declaration file. Texts are texts of bytes.
  *
@@ -17,6 +19,16 @@ record DeclaredResource(String object, String instance, String counter, double w
 
     /** The object whose declarations stand for every mounted file system. */
     static final String DISK = "LogicalDisk";
+
+    /**
+     * Whether disks are to be watched.
+     *
+     * @param declared all inputs
+     * @return whether one of them stands for the disks
+     */
+    static boolean areDisksDeclared(List<DeclaredResource> declared) {
+        return declared.stream().anyMatch(input -> input.object.equals(DISK));
+    }
 
     /**
      * Whether this input stands for instances that the agent finds by itself.

@@ -1,17 +1,8 @@
 package com.quorin.sysmgt.tavl.LumetraAgent;
 
-import java.io.IOException;
-import java.io.InputStream;
-import java.nio.charset.StandardCharsets;
-import java.time.Duration;
 import java.util.HashMap;
-import java.util.List;
 import java.util.Map;
 import java.util.Optional;
-import java.util.concurrent.CompletableFuture;
-import java.util.concurrent.ExecutionException;
-import java.util.concurrent.TimeUnit;
-import java.util.concurrent.TimeoutException;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 
@@ -23,24 +14,28 @@ import java.util.regex.Pattern;
  */
 final class DiskListing {
 
-    /** A listing that takes longer than this is given up: a server of some mounted share does not answer. */
-    static final Duration DEADLINE = Duration.ofSeconds(10);
+    /** What there is to say of an agent that has found no disk yet. */
+    static final String AWAITED = "The disks cannot be listed yet: df has not answered; "
+            + "they are taken up as soon as it does.";
 
     /** The device and the mount point may hold blanks; the mount point is all that follows the percentage. */
     private static final Pattern LINE = Pattern.compile(
             "(\\S.*?)\\s+(\\d+|-)\\s+(-?\\d+|-)\\s+(-?\\d+|-)\\s+(\\d+%|-) (.*)");
 
     private final Map<String, Double> capacities = new HashMap<>();
+    private final boolean answered;
 
-    private DiskListing() {}
+    private DiskListing(boolean answered) {
+        this.answered = answered;
+    }
 
     /**
-     * A listing that knows no disk.
+     * What stands for a listing that never came.
      *
      * @return the listing
      */
     static DiskListing empty() {
-        return new DiskListing();
+        return new DiskListing(false);
     }
 
     /**
@@ -50,7 +45,7 @@ final class DiskListing {
      * @return the listing
      */
     static DiskListing parse(String text) {
-        DiskListing listing = new DiskListing();
+        DiskListing listing = new DiskListing(!text.isEmpty()); // a listing has its headings at least
         text.lines().skip(1).forEach(line -> {
             Matcher m = LINE.matcher(line);
             if (m.matches()) {
@@ -59,36 +54,6 @@ final class DiskListing {
             }
         });
         return listing;
-    }
-
-    /**
-     * Runs a listing command and reads its output.
-     *
-     * @param command  the command and its arguments, started without a shell
-     * @param deadline how long it may take
-     * @return the listing; empty when the command cannot be run or is not done in time
-     */
-    static Optional<DiskListing> run(List<String> command, Duration deadline) {
-        Process process = null;
-        try {
-            ProcessBuilder builder =
-                    new ProcessBuilder(command).redirectError(ProcessBuilder.Redirect.DISCARD);
-            builder.environment().put("LC_ALL", "C");
-            process = builder.start();
-            process.getOutputStream().close();
-            InputStream output = process.getInputStream();
-            CompletableFuture<String> text = CompletableFuture.supplyAsync(() -> slurp(output));
-            return Optional.of(parse(text.get(deadline.toMillis(), TimeUnit.MILLISECONDS)));
-        } catch (IOException | ExecutionException | TimeoutException e) {
-            return Optional.empty();
-        } catch (InterruptedException e) {
-            Thread.currentThread().interrupt();
-            return Optional.empty();
-        } finally {
-            if (process != null) {
-                process.destroyForcibly();
-            }
-        }
     }
 
     /**
@@ -110,15 +75,16 @@ final class DiskListing {
         return capacities.isEmpty();
     }
 
-    private static String key(String instance) {
-        return instance.replaceAll("[/: *?\"><|]", "_");
+    /**
+     * Whether there is no disk to be listed.
+     *
+     * @return true for a listing that came and is empty
+     */
+    boolean saysNone() {
+        return answered && isEmpty();
     }
 
-    private static String slurp(InputStream in) {
-        try {
-            return new String(in.readNBytes(FileText.LARGEST), StandardCharsets.ISO_8859_1);
-        } catch (IOException e) {
-            return "";
-        }
+    private static String key(String instance) {
+        return instance.replaceAll("[/: *?\"><|]", "_");
     }
 }

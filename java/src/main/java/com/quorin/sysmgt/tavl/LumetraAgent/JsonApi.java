@@ -7,6 +7,7 @@ import com.fasterxml.jackson.databind.ObjectMapper;
 import com.fasterxml.jackson.databind.SerializerProvider;
 import com.fasterxml.jackson.databind.module.SimpleModule;
 import java.io.IOException;
+import java.util.Iterator;
 import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
@@ -27,6 +28,10 @@ final class JsonApi implements WebRoute {
     private static final int DEFAULT_LIMIT = 100;
     private static final int LARGEST_LIMIT = 1000;
     private static final int KEPT_ANSWERS = 32;
+    private static final int KEPT_BYTES = 4 * 1024 * 1024;
+
+    /** Making one takes several times its size, and a large machine's list of resources is megabytes. */
+    private static final int MADE_AT_ONCE = 2;
 
     /** A chart may have to wait for the agent's lock, so a few threads at most ask for one. */
     private static final int CHARTS_AT_ONCE = 4;
@@ -38,14 +43,9 @@ final class JsonApi implements WebRoute {
 
     private final AgentView view;
     private final Semaphore charts = new Semaphore(CHARTS_AT_ONCE);
-    private final Map<String, Answer> answers = new LinkedHashMap<>(16, 0.75f, true) {
-        private static final long serialVersionUID = 1L;
-
-        @Override
-        protected boolean removeEldestEntry(Map.Entry<String, Answer> eldest) {
-            return size() > KEPT_ANSWERS;
-        }
-    };
+    private final Semaphore makers = new Semaphore(MADE_AT_ONCE);
+    private final Map<String, Answer> answers = new LinkedHashMap<>(16, 0.75f, true);
+    private long keptBytes;
 
     /** The bytes, and what they were made from. */
     private record Answer(Object shown, WebContent content) {}
@@ -143,11 +143,31 @@ final class JsonApi implements WebRoute {
         if (known != null && isSame(known.shown, shown)) {
             return known.content;
         }
-        WebContent content = new WebContent(WebContent.JSON, toBytes(shown));
+        WebContent content = made(shown);
         synchronized (answers) {
-            answers.put(key, new Answer(shown, content));
+            keep(key, new Answer(shown, content));
         }
         return content;
+    }
+
+    private WebContent made(Object shown) {
+        makers.acquireUninterruptibly();
+        try {
+            return new WebContent(WebContent.JSON, toBytes(shown));
+        } finally {
+            makers.release();
+        }
+    }
+
+    /** The newest is always kept, for as many of the others as there is room. */
+    private void keep(String key, Answer answer) {
+        Answer before = answers.put(key, answer);
+        keptBytes += answer.content.size() - (before == null ? 0 : before.content.size());
+        Iterator<Answer> eldest = answers.values().iterator();
+        while (answers.size() > KEPT_ANSWERS || keptBytes > KEPT_BYTES && answers.size() > 1) {
+            keptBytes -= eldest.next().content.size();
+            eldest.remove();
+        }
     }
 
     /** The view keeps its objects for as long as they are current, but may put events into a new list. */

@@ -11,4 +11,14 @@ package com.quorin.sysmgt.tavl.LumetraAgent;
  * @param identifier "-1" for a declaration with instances, "-2" for a disk or a single resource, else a
  *                   process
  */
-record KnownResource(int type, int rid, String object, String instance, String counter, String identifier) {}
+record KnownResource(int type, int rid, String object, String instance, String counter, String identifier) {
+
+    /**
+     * Whether it is a disk.
+     *
+     * @return true for the disks' declarations, too
+     */
+    boolean isDisk() {
+        return object.equals(DeclaredResource.DISK);
+    }
+}

@@ -26,6 +26,12 @@ public final class Lumetra implements Runnable {
     /** Exit code of a command that failed. */
     static final int FAILED = 1;
 
+    /** Exit code of an agent whose home another one works in. */
+    static final int HOME_TAKEN = 5;
+
+    /** Exit code of an agent that lacks threads or memory. */
+    static final int TOO_LITTLE = 6;
+
     @Spec
     private CommandSpec spec;
 
@@ -40,11 +46,17 @@ public final class Lumetra implements Runnable {
      * @param args the command line
      */
     public static void main(String[] args) {
-        CommandLine line = commandLine();
-        int code = line.execute(args);
-        RunCommand run = line.getSubcommands().get("run").getCommand();
-        run.leaveWith(code);
-        System.exit(code);
+        try {
+            CommandLine line = commandLine();
+            int code = line.execute(args);
+            RunCommand run = line.getSubcommands().get("run").getCommand();
+            run.leaveWith(code);
+            System.exit(code);
+        } catch (Error e) {
+            // other threads would keep a process alive that nobody ends
+            System.err.println("lumetra: " + e);
+            Runtime.getRuntime().halt(FAILED);
+        }
     }
 
     /**

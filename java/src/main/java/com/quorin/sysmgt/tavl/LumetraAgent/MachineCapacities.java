@@ -1,8 +1,6 @@
 package com.quorin.sysmgt.tavl.LumetraAgent;
 
 import java.nio.file.Path;
-import java.time.Duration;
-import java.util.List;
 import java.util.Optional;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
@@ -42,20 +40,6 @@ final class MachineCapacities {
     }
 
     /**
-     * Capacities of this machine. Takes as long as the listings of the disks take, within their deadline.
-     *
-     * @return the capacities; those of the disks are missing when the listing does not come in time
-     */
-    static MachineCapacities ofThisMachine() {
-        Duration deadline = DiskListing.DEADLINE;
-        Optional<DiskListing> space = DiskListing.run(List.of("df"), deadline);
-        // a listing that did not come in time would not come in time the second time either
-        Optional<DiskListing> inodes = space.flatMap(s -> DiskListing.run(List.of("df", "-i"), deadline));
-        return new MachineCapacities(Path.of("/"), space.orElse(DiskListing.empty()),
-                inodes.orElse(DiskListing.empty()));
-    }
-
-    /**
      * The measured capacity of a resource: tasks, kilobytes of swap, descriptors, disk blocks of 1024 bytes
      * or inodes.
      *
@@ -80,7 +64,16 @@ final class MachineCapacities {
      * @return false for a disk when there is no listing of disks at all
      */
     boolean hasSource(KnownResource resource) {
-        return !resource.object().equals(DeclaredResource.DISK) || !disks(resource.counter()).isEmpty();
+        return !resource.isDisk() || !disks(resource.counter()).isEmpty();
+    }
+
+    /**
+     * Whether the machine has no disks that could be watched.
+     *
+     * @return true when a listing of disks came and is empty
+     */
+    boolean hasNoDisks() {
+        return space.saysNone();
     }
 
     private DiskListing disks(String counter) {

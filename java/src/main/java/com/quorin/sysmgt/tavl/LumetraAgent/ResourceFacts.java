@@ -81,7 +81,7 @@ record ResourceFacts(KnownResource resource, String name, int method, double win
         if (capacity.get() <= 0 && resource.object().equals(MachineCapacities.SWAP)) {
             return Kind.NO_SWAP;
         }
-        if (capacity.get() <= 0 && resource.object().equals(DeclaredResource.DISK)) {
+        if (capacity.get() <= 0 && resource.isDisk()) {
             return Kind.COUNTS_NONE;
         }
         return capacity.get() >= NO_LIMIT ? Kind.UNLIMITED : Kind.COUNTED;
@@ -102,7 +102,7 @@ record ResourceFacts(KnownResource resource, String name, int method, double win
      * @return true for disks
      */
     boolean isDisk() {
-        return resource.object().equals(DeclaredResource.DISK);
+        return resource.isDisk();
     }
 
     /**

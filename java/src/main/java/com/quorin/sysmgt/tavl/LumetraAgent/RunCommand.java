@@ -1,7 +1,10 @@
 package com.quorin.sysmgt.tavl.LumetraAgent;
 
+import java.io.FileDescriptor;
+import java.io.FileOutputStream;
 import java.io.IOException;
 import java.io.PrintStream;
+import java.nio.charset.Charset;
 import java.nio.file.Files;
 import java.nio.file.InvalidPathException;
 import java.nio.file.Path;
@@ -31,7 +34,9 @@ import picocli.CommandLine.Spec;
             "  1  the agent could not start, or ended by itself",
             "  2  the command line is wrong",
             "  3  packages are missing and cannot be installed (run-agent)",
-            "  4  the build failed (run-agent)%n"})
+            "  4  the build failed (run-agent)",
+            "  5  another agent works in this home",
+            "  6  threads or memory are too short for the agent%n"})
 final class RunCommand implements Callable<Integer> {
     /** The agent ended because it was asked to. */
     static final int ENDED_AS_ASKED = Lumetra.DONE;
@@ -39,6 +44,14 @@ final class RunCommand implements Callable<Integer> {
     private static final Path EVENTS = Path.of("..", "log", "events.jsonl");
     private static final Duration LOOK_EVERY = Duration.ofMillis(500);
     private static final Duration REMIND_EVERY = Duration.ofSeconds(30);
+    private static final Duration REOPEN_EVERY = Duration.ofSeconds(10);
+    private static final Duration LAST_WORDS = Duration.ofSeconds(2);
+
+    /** A signal to end takes three: Java's own, the one that stops the agent, and the end of Java's logging. */
+    private static final int THREADS_OF_A_SIGNAL = 3;
+
+    /** A listing of disks takes three: its own, Java's that waits for its end, and the command; the agent's one. */
+    private static final int THREADS_OF_LISTINGS = 4;
 
     @Option(names = "--home", paramLabel = "DIR", defaultValue = "..",
             description = "The agent's home; the program runs in its directory bin. "
@@ -58,8 +71,13 @@ final class RunCommand implements Callable<Integer> {
     @Spec
     private CommandSpec spec;
 
-    private final PrintStream out = System.out;
     private final AtomicBoolean left = new AtomicBoolean();
+    private final Capacities capacities = DiskLister.ofThisMachine();
+    private OutputQueue output;
+    private PrintStream out;
+    private HomeLock lock;
+    private long reopenFrom = System.nanoTime();
+    private String lastFailure = "";
     private WebServer server;
     private AgentWatch view;
     private volatile AgentRun run;
@@ -97,31 +115,103 @@ final class RunCommand implements Callable<Integer> {
             System.err.println(Words.printable(e.getMessage()));
             return Lumetra.FAILED;
         }
+        try {
+            return host();
+        } catch (Error e) {
+            return giveUp(e);
+        } finally {
+            drain();
+        }
+    }
+
+    /**
+     * Whatever the agent needs for its work is started before it, so that it works from then on; what comes
+     * later finds room. Where that cannot be had, no agent is better than one that nobody can stop.
+     */
+    private int host() {
+        print();
+        lock = HomeLock.take(HomeLock.FILE);
+        if (lock.isTaken()) {
+            System.err.println("Another agent works in the home " + Words.printable(homeText())
+                    + "; a home is for one agent.");
+            return Lumetra.HOME_TAKEN;
+        }
+        lock.problem().ifPresent(problem -> out.println(
+                "The home cannot be locked against a second agent: " + Words.printable(problem)));
         AgentEvents.recordTo(new EventFile(EVENTS, EventFile.TEN_MEGABYTES));
         Optional<AgentConfiguration> read = AgentConfiguration.read(Path.of(config));
-        read.ifPresent(c -> monitor =
-                new AgentMonitor(c, MachineCapacities::ofThisMachine, out, System.nanoTime()));
+        read.ifPresent(c -> monitor = new AgentMonitor(c, capacities, out, System.nanoTime()));
         run = new AgentRun(nativeAgent());
-        out.println("Lumetra Agent " + Lumetra.Version.text() + ", home " + Words.printable(homeText())
-                + ", configuration " + Words.printable(config)
-                + (seconds == null ? ". Ctrl-C stops it." : ", for " + seconds + " s."));
+        run.prepare();
+        SpareThreads spare = SpareThreads.hold(THREADS_OF_A_SIGNAL + THREADS_OF_LISTINGS);
+        announce();
         read.filter(c -> page.isWanted()).ifPresent(this::openPage);
+        spare.release();
         Runtime.getRuntime().addShutdownHook(new Thread(this::stopOnSignal, "lumetra-stop"));
         run.start();
         watch();
         return leave();
     }
 
+    /** From here on nothing that is printed can wait for somebody to read it. */
+    private void print() {
+        output = OutputQueue.start();
+        Charset charset = Charset.forName(
+                System.getProperty("stdout.encoding", System.getProperty("native.encoding")));
+        System.setOut(output.to(new FileOutputStream(FileDescriptor.out), charset));
+        System.setErr(output.to(new FileOutputStream(FileDescriptor.err), charset));
+        out = System.out;
+        AgentEvents.showOn(out);
+    }
+
+    /** Without threads or memory there is no agent: the process ends, whatever else it has started. */
+    private int giveUp(Error reason) {
+        int code = reason instanceof OutOfMemoryError ? Lumetra.TOO_LITTLE : Lumetra.FAILED;
+        try {
+            String why = Words.printable(reason.toString());
+            System.err.println("The agent cannot go on: " + why);
+            drain();
+        } finally {
+            Runtime.getRuntime().halt(code);
+        }
+        return code;
+    }
+
+    private void drain() {
+        if (output != null) {
+            output.drain(LAST_WORDS);
+        }
+    }
+
+    private void announce() {
+        out.println("Lumetra Agent " + Lumetra.Version.text() + ", home " + Words.printable(homeText())
+                + ", configuration " + Words.printable(config)
+                + (seconds == null ? ". Ctrl-C stops it." : ", for " + seconds + " s."));
+    }
+
     /** The agent does its work with the page or without. */
     private void openPage(AgentConfiguration configuration) {
         EventHistory events = EventHistory.of(EVENTS);
         view = new AgentWatch(configuration, homeText(), Lumetra.Version.text(), () -> !run.hasEnded(),
-                new TrendReader(), events);
-        page.open(view, out).ifPresent(opened -> {
-            server = opened;
-            AgentEvents.tellTo(events);
-            view.start();
-        });
+                new TrendReader(), events, capacities);
+        try {
+            page.open(view, out).ifPresent(opened -> {
+                server = opened;
+                AgentEvents.tellTo(events);
+                view.start();
+            });
+        } catch (OutOfMemoryError e) {
+            closePage();
+            server = null;
+            out.println("The page is not available: " + Words.printable(String.valueOf(e.getMessage())));
+        }
+    }
+
+    /** A page that has lost a thread to a shortage of memory may answer no more. */
+    private void reopenPage(long now) {
+        reopenFrom = now + REOPEN_EVERY.toNanos();
+        server.close();
+        page.open(view, out).ifPresent(opened -> server = opened);
     }
 
     private void closePage() {
@@ -175,13 +265,52 @@ final class RunCommand implements Callable<Integer> {
     /** Shows what the agent does until it ends or its time is over. */
     private void watch() {
         long deadline = System.nanoTime() + (seconds == null ? 0 : Duration.ofSeconds(seconds).toNanos());
-        while (!run.awaitEnd(LOOK_EVERY)) {
-            long now = System.nanoTime();
-            if (seconds != null && now - deadline >= 0) {
-                stop();
-            } else if (monitor != null && !run.isStopping()) {
+        boolean over = false;
+        while (!over) {
+            try {
+                over = run.awaitEnd(LOOK_EVERY);
+                if (!over) {
+                    look(deadline);
+                }
+            } catch (RuntimeException | Error e) {
+                tell(e); // what is shown may fail, and even the waiting; the agent works on
+                pause();
+            }
+        }
+    }
+
+    /** Waits without taking memory. */
+    private static void pause() {
+        try {
+            Thread.sleep(LOOK_EVERY.toMillis());
+        } catch (InterruptedException e) {
+            Thread.currentThread().interrupt();
+        }
+    }
+
+    private void look(long deadline) {
+        long now = System.nanoTime();
+        if (seconds != null && now - deadline >= 0) {
+            stop();
+        } else if (!run.isStopping()) {
+            if (monitor != null) {
                 monitor.look(now);
             }
+            if (server != null && server.isBroken() && now - reopenFrom >= 0) {
+                reopenPage(now);
+            }
+        }
+    }
+
+    private void tell(Throwable problem) {
+        try {
+            String failure = Words.printable(problem.toString());
+            if (!failure.equals(lastFailure)) {
+                System.err.println("The agent's work cannot be shown for now: " + failure);
+            }
+            lastFailure = failure;
+        } catch (OutOfMemoryError e) {
+            // no memory for words either; the next look may have some
         }
     }
 
@@ -248,8 +377,7 @@ final class RunCommand implements Callable<Integer> {
         }
         run.awaitEnd(Duration.ofDays(365));
         int code = Math.max(leave(), hostCode);
-        out.flush();
-        System.err.flush();
+        drain();
         Runtime.getRuntime().halt(code);
     }
 }

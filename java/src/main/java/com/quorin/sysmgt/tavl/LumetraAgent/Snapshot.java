@@ -55,10 +55,11 @@ record Snapshot(Agent agent, List<Resource> resources, @JsonIgnore Measures meas
      * @param samplesForForecast samples that a resource needs before it is forecast
      * @param minForecastHours   nearest exhaustion that is announced
      * @param maxForecastHours   farthest exhaustion that is announced
+     * @param notice             one sentence on what the agent cannot do for now; null for none
      */
     record Agent(String version, String home, long startedAt, long generatedAt, boolean running, boolean stale,
             long cycles, Long newestCycleAt, double periodSeconds, int samplesForForecast,
-            int minForecastHours, int maxForecastHours) {}
+            int minForecastHours, int maxForecastHours, String notice) {}
 
     /**
      * One resource. What does not apply or is not known yet is null. Texts hold no control characters.

@@ -50,6 +50,9 @@ final class StatusTable {
         if (lines.isEmpty()) {
             lines.add("No resources yet.");
         }
+        if (snapshot.agent().notice() != null) {
+            lines.add(Words.printable(snapshot.agent().notice()));
+        }
         lines.add("");
         lines.add(agent(snapshot.agent(), page, now));
         return lines;

@@ -41,10 +41,12 @@ final class WatchedFleet {
     private final AgentConfiguration configuration;
     private final List<DeclaredResource> declared;
     private final SamplePlan plan;
-    private final Supplier<MachineCapacities> askCapacities;
+    private final Capacities machine;
     private final Map<Integer, WatchedResource> all = new ConcurrentHashMap<>();
     private final Deque<Long> newestTimes = new ArrayDeque<>();
     private MachineCapacities capacities;
+    private boolean askedForNew;
+    private boolean hasSeenDisk;
     private long listedAt;
     private long lines;
     private volatile long newestCycle = Long.MIN_VALUE;
@@ -54,24 +56,44 @@ final class WatchedFleet {
      *
      * @param configuration the configuration
      * @param declared      the declarations that the agent starts with
-     * @param capacities    asked for the machine's capacities, now and then
+     * @param machine       asked for the machine's capacities, now and then
      */
     WatchedFleet(AgentConfiguration configuration, List<DeclaredResource> declared,
-            Supplier<MachineCapacities> capacities) {
+            Capacities machine) {
         this.configuration = configuration;
         this.declared = declared;
         this.plan = SamplePlan.of(configuration, declared);
-        this.askCapacities = capacities;
+        this.machine = machine;
+        this.capacities = machine.newest();
     }
 
     /**
-     * Asks for the machine's capacities for the first time; this may take as long as the listing of disks.
+     * Asks for the machine's capacities.
      *
      * @param nanoTime the present time
      */
     void askCapacities(long nanoTime) {
-        capacities = askCapacities.get();
+        machine.ask();
         listedAt = nanoTime;
+    }
+
+    /**
+     * Takes up the capacities that were asked for, when they have come.
+     *
+     * @return whether there were new ones
+     */
+    boolean takeCapacities() {
+        MachineCapacities newest = machine.newest();
+        if (newest == capacities) {
+            return false;
+        }
+        capacities = newest;
+        if (askedForNew) {
+            askedForNew = false;
+            all.values().forEach(r -> r.awaitsListing = false);
+        }
+        all.values().stream().filter(r -> r.isListed && r.known != null).forEach(this::setFacts);
+        return true;
     }
 
     /**
@@ -153,9 +175,7 @@ final class WatchedFleet {
      * @param nanoTime the present time
      */
     void describe(Supplier<Collection<TrendReader.Resource>> names, long nanoTime) {
-        if (capacities == null) {
-            askCapacities(nanoTime);
-        }
+        takeCapacities();
         readScratchPad(names);
         boolean mustList = false;
         for (WatchedResource r : all.values()) {
@@ -164,13 +184,27 @@ final class WatchedFleet {
                 r.awaitsListing &= r.facts.isDisk()
                         && (lines > 1 || r.facts.kind() == ResourceFacts.Kind.UNKNOWN_CAPACITY);
                 mustList |= r.awaitsListing && isPresent(r);
+                hasSeenDisk |= r.known.isDisk();
             }
         }
-        if (mustList && nanoTime - listedAt >= LIST_AGAIN) {
+        // a listing that is under way may have begun before there was the disk that it is asked for
+        if (mustList && nanoTime - listedAt >= LIST_AGAIN && !machine.isListing()) {
+            askedForNew = true;
             askCapacities(nanoTime);
-            all.values().forEach(r -> r.awaitsListing = false);
-            all.values().stream().filter(r -> r.isListed && r.known != null).forEach(this::setFacts);
+            takeCapacities();
         }
+    }
+
+    /**
+     * What the agent cannot do for now.
+     *
+     * @return one sentence; null for nothing
+     */
+    String notice() {
+        boolean allKnown = all.values().stream().noneMatch(r -> r.isListed && r.known == null);
+        boolean awaited = lines > 0 && allKnown && !hasSeenDisk && !capacities.hasNoDisks()
+                && DeclaredResource.areDisksDeclared(declared);
+        return awaited ? DiskListing.AWAITED : null;
     }
 
     private void setFacts(WatchedResource r) {

@@ -75,6 +75,15 @@ final class WebContent {
     }
 
     /**
+     * The size.
+     *
+     * @return bytes of the uncompressed form
+     */
+    int size() {
+        return bytes.length;
+    }
+
+    /**
      * Whether a compressed form is worth its sending.
      *
      * @return true above {@value #LARGEST_PLAIN} bytes

@@ -4,6 +4,7 @@ import com.sun.net.httpserver.Headers;
 import com.sun.net.httpserver.HttpExchange;
 import com.sun.net.httpserver.HttpServer;
 import java.io.IOException;
+import java.io.InterruptedIOException;
 import java.io.OutputStream;
 import java.io.PrintStream;
 import java.net.Inet6Address;
@@ -14,6 +15,8 @@ import java.net.UnknownHostException;
 import java.util.List;
 import java.util.Map;
 import java.util.concurrent.ArrayBlockingQueue;
+import java.util.concurrent.ExecutionException;
+import java.util.concurrent.FutureTask;
 import java.util.concurrent.ThreadPoolExecutor;
 import java.util.concurrent.TimeUnit;
 import java.util.concurrent.atomic.AtomicInteger;
@@ -29,10 +32,21 @@ import java.util.logging.Logger;
 final class WebServer implements AutoCloseable {
 
     private static final int THREADS = 8;
+
+    /** Its dispatcher and its two timers. */
+    private static final int THREADS_OF_JDK = 3;
+
     private static final int CONNECTIONS = 64;
     private static final long COMPLAIN_EVERY = TimeUnit.MINUTES.toNanos(1);
     private static final int ACCEPT_BACKLOG = 64;
     private static final long RETRY_MILLIS = 100;
+
+    /** The JDK's server keeps a buffer of twice the largest piece for each connection, as long as it is open. */
+    private static final int PIECE = 8 * 1024;
+
+    /** Made when there is memory for it. */
+    private static final WebContent NO_MEMORY =
+            JsonApi.error(new WebProblem(503, "The agent is short of memory; come back in a second."));
 
     /** Held here, as a logger that nobody holds loses its settings. */
     private static final Logger SERVER_LOG = Logger.getLogger("com.sun.net.httpserver");
@@ -90,26 +104,34 @@ final class WebServer implements AutoCloseable {
         return message.getLevel().intValue() >= Level.WARNING.intValue();
     }
 
-    private final HttpServer server;
+    private HttpServer server;
     private final ThreadPoolExecutor pool;
     private final WebRoute routes;
     private final HostCheck hosts;
     private final PrintStream complaints;
     private final AtomicLong nextComplaint = new AtomicLong(System.nanoTime());
+    private final ThreadGroup threads = new ThreadGroup("lumetra-web") {
+        @Override
+        public void uncaughtException(Thread thread, Throwable failure) {
+            broken = true;
+            complain(failure);
+            goOn(thread);
+        }
+    };
+    private volatile boolean broken;
+    private volatile boolean closed;
 
-    private WebServer(HttpServer server, WebRoute routes, HostCheck hosts, PrintStream complaints) {
-        this.server = server;
+    private WebServer(WebRoute routes, HostCheck hosts, PrintStream complaints) {
         this.routes = routes;
         this.hosts = hosts;
         this.complaints = complaints;
         AtomicInteger number = new AtomicInteger();
         pool = new ThreadPoolExecutor(THREADS, THREADS, 30, TimeUnit.SECONDS,
                 new ArrayBlockingQueue<>(CONNECTIONS), task -> {
-                    Thread thread = new Thread(task, "lumetra-web-" + number.incrementAndGet());
+                    Thread thread = new Thread(threads, task, "lumetra-web-" + number.incrementAndGet());
                     thread.setDaemon(true);
                     return thread;
                 });
-        pool.allowCoreThreadTimeOut(true);
     }
 
     /**
@@ -127,11 +149,88 @@ final class WebServer implements AutoCloseable {
         if (address.isUnresolved()) {
             throw new UnknownHostException("unknown address");
         }
-        WebServer web = new WebServer(HttpServer.create(address, ACCEPT_BACKLOG), routes, hosts, complaints);
-        web.server.setExecutor(web.pool);
-        web.server.createContext("/", web::handle);
-        web.server.start();
-        return web;
+        WebServer web = new WebServer(routes, hosts, complaints);
+        FutureTask<HttpServer> listening = new FutureTask<>(() -> web.listen(address));
+        new Thread(web.threads, listening, "lumetra-web-start").start();
+        try {
+            web.server = listening.get();
+            return web;
+        } catch (ExecutionException e) {
+            throw asItWas(e.getCause());
+        } catch (InterruptedException e) {
+            throw new InterruptedIOException("interrupted while the server was starting");
+        }
+    }
+
+    private static IOException asItWas(Throwable cause) {
+        if (cause instanceof IOException io) {
+            return io;
+        }
+        if (cause instanceof Error error) {
+            throw error;
+        }
+        throw (RuntimeException) cause;
+    }
+
+    /** Runs in the group, which all threads that are started here belong to, those of the JDK's server too. */
+    private HttpServer listen(InetSocketAddress address) throws IOException {
+        boolean started = false;
+        HttpServer listening = null;
+        try {
+            pool.prestartAllCoreThreads();
+            // one that lacks a thread of its own leaves its port open for ever
+            SpareThreads.hold(THREADS_OF_JDK).release();
+            listening = HttpServer.create(address, ACCEPT_BACKLOG);
+            listening.setExecutor(task -> pool.execute(() -> run(task)));
+            listening.createContext("/", this::handle);
+            listening.start();
+            started = true;
+            return listening;
+        } finally {
+            if (!started) {
+                pool.shutdownNow();
+            }
+            if (!started && listening != null) {
+                listening.stop(0);
+            }
+        }
+    }
+
+    /**
+     * Whether a thread of the server has failed, as for want of memory.
+     *
+     * @return true when it may have lost something, and is best closed and started anew
+     */
+    boolean isBroken() {
+        return broken;
+    }
+
+    /**
+     * Without its dispatcher the JDK's server cannot even be stopped, so a thread that has failed goes on with
+     * its work; one of the timers ends at once, as its work is lost.
+     */
+    private void goOn(Thread failed) {
+        boolean over = false;
+        while (!over) {
+            try {
+                Thread.sleep(RETRY_MILLIS);
+                failed.run();
+                over = true;
+            } catch (InterruptedException e) {
+                over = true;
+            } catch (RuntimeException | Error e) {
+                complain(e);
+            }
+        }
+    }
+
+    /** A thread of the pool survives what the JDK's server does not catch; its timers close the connection. */
+    private void run(Runnable task) {
+        try {
+            task.run();
+        } catch (OutOfMemoryError | StackOverflowError e) {
+            complain(e);
+        }
     }
 
     /**
@@ -158,8 +257,11 @@ final class WebServer implements AutoCloseable {
     /** Stops listening and closes all connections. */
     @Override
     public void close() {
-        server.stop(0);
-        pool.shutdownNow();
+        if (!closed) {
+            closed = true;
+            server.stop(0);
+            pool.shutdownNow();
+        }
     }
 
     private void handle(HttpExchange exchange) {
@@ -167,10 +269,26 @@ final class WebServer implements AutoCloseable {
             respond(exchange);
         } catch (IOException e) {
             // the client has gone or was too slow: its connection is closed, and nobody is left to be told
-        } catch (RuntimeException | StackOverflowError | OutOfMemoryError e) {
+        } catch (OutOfMemoryError e) {
+            refuse(exchange);
+            complain(e);
+        } catch (RuntimeException | StackOverflowError e) {
             complain(e);
         } finally {
             exchange.close();
+        }
+    }
+
+    /** Answers without what took the memory, unless the answer has begun. */
+    private static void refuse(HttpExchange exchange) {
+        if (exchange.getResponseCode() < 0) {
+            try {
+                exchange.getResponseHeaders().remove("Content-Encoding");
+                exchange.getResponseHeaders().set("Retry-After", "1");
+                send(exchange, 503, NO_MEMORY);
+            } catch (IOException | OutOfMemoryError e) {
+                // the connection is closed instead
+            }
         }
     }
 
@@ -183,7 +301,7 @@ final class WebServer implements AutoCloseable {
         } catch (WebProblem problem) {
             status = problem.status();
             content = problem(exchange, problem);
-        } catch (RuntimeException | StackOverflowError | OutOfMemoryError e) {
+        } catch (RuntimeException | StackOverflowError e) {
             complain(e);
             status = 500;
             content = JsonApi.error(new WebProblem(status, "The answer could not be made."));
@@ -248,7 +366,9 @@ final class WebServer implements AutoCloseable {
         }
         exchange.sendResponseHeaders(status, bytes.length);
         try (OutputStream body = exchange.getResponseBody()) {
-            body.write(bytes);
+            for (int at = 0; at < bytes.length; at += PIECE) {
+                body.write(bytes, at, Math.min(PIECE, bytes.length - at));
+            }
         }
     }
 
@@ -274,8 +394,12 @@ final class WebServer implements AutoCloseable {
         long due = nextComplaint.get();
         long now = System.nanoTime();
         if (now - due >= 0 && nextComplaint.compareAndSet(due, now + COMPLAIN_EVERY)) {
-            complaints.println("The web server could not make an answer: "
-                    + Words.printable(failure.toString()));
+            try {
+                complaints.println("The web server could not make an answer: "
+                        + Words.printable(failure.toString()));
+            } catch (OutOfMemoryError e) {
+                // no memory for words either
+            }
         }
     }
 }

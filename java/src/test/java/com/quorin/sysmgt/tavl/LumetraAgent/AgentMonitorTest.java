@@ -1,6 +1,7 @@
 package com.quorin.sysmgt.tavl.LumetraAgent;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.io.ByteArrayOutputStream;
@@ -15,6 +16,8 @@ import java.util.List;
 import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
+import org.junit.jupiter.params.ParameterizedTest;
+import org.junit.jupiter.params.provider.ValueSource;
 
 class AgentMonitorTest {
 
@@ -23,6 +26,9 @@ class AgentMonitorTest {
     @TempDir
     Path home;
     private final ByteArrayOutputStream output = new ByteArrayOutputStream();
+    private String listing = "";
+    private final FakeCapacities machine = new FakeCapacities(
+            () -> new MachineCapacities(home, DiskListing.parse(listing), DiskListing.empty()));
     private AgentMonitor monitor;
 
     @BeforeEach
@@ -30,7 +36,7 @@ class AgentMonitorTest {
         String d = home + "/";
         monitor = new AgentMonitor(
                 new AgentConfiguration(d, d + "archive", d + "pad", d + "res", 10000, 0, 48, 50),
-                () -> new MachineCapacities(home, DiskListing.empty(), DiskListing.empty()),
+                machine,
                 new PrintStream(output, true, StandardCharsets.UTF_8), 0);
     }
 
@@ -79,19 +85,75 @@ class AgentMonitorTest {
                 "  running for 60 s, no cycle in the archive yet; see log/LumetraAgent.log"));
     }
 
-    @Test
-    void aReportThatFailsIsToldAndDoesNotEndTheRun() throws IOException {
-        String d = home + "/";
-        AgentConfiguration c =
-                new AgentConfiguration(d, d + "archive", d + "pad", d + "res", 10000, 0, 48, 50);
-        monitor = new AgentMonitor(c, () -> {
-            throw new IllegalStateException("no machine");
-        }, new PrintStream(output, true, StandardCharsets.UTF_8), 0);
+    @ParameterizedTest
+    @ValueSource(classes = {IllegalStateException.class, OutOfMemoryError.class})
+    void aReportThatFailsIsToldAndDoesNotEndTheRun(Class<? extends Throwable> kind) throws Exception {
+        Throwable failure = kind.getConstructor(String.class).newInstance("no machine");
+        machine.failWith(failure);
         cycle("1001 3 0 1.00 \n");
         monitor.look(1);
-        assertEquals("The agent's resources cannot be shown: java.lang.IllegalStateException: no machine",
-                lines().get(0));
+        assertEquals("The agent's resources cannot be shown: " + kind.getName() + ": no machine", lines().get(0));
         assertEquals(1, monitor.cycles());
+    }
+
+    @Test
+    void theReportWaitsForTheListingOfDisksAndNothingElseDoes() throws IOException {
+        machine.hold();
+        cycle("1001 3 0 1.00 \n");
+        monitor.look(1);
+        cycle("1002 3 0 1.00 \n");
+        monitor.look(MINUTE);
+        assertEquals(1, lines().size());
+        assertTrue(lines().get(0).contains("2 cycles"), lines().get(0));
+        machine.letGo(false);
+        monitor.look(MINUTE + 1);
+        assertEquals("The agent watches 1 resource:", lines().get(1));
+    }
+
+    /** Disks are declared; the scratch pad has the processes and one disk. */
+    private void declareDisks() throws IOException {
+        String input = "BeginResourceInput FindObject (LogicalDisk) FindInstance (*) FindCounter "
+                + "(PercentFreeSpaceUsed) WindowSize -1 NameIs (Space) AnalyticalMethod 1 UpperLimitAbs 0 "
+                + "UpperLimitCalc 0 LowerLimitAbs 0 LowerLimitCalc 0 CulpritMarker (none) EndResourceInput\n";
+        Files.writeString(home.resolve("res"), "BeginResourceDeclaration\n" + input + "EndResourceDeclaration\n");
+        String record = "\nEvent: ResourceDefinition - Informational \n";
+        Files.writeString(home.resolve("pad"), record
+                + "1   3   (PercentProcessesUsed)   (_Total)   (PercentProcessesUsed)   -2   \n" + record
+                + "2   4   (LogicalDisk)   (/dev/vda /)   (PercentFreeSpaceUsed)   -2   \n");
+        follow();
+    }
+
+    @Test
+    void disksThatCannotBeListedYetAreToldOnceAndSoIsTheirArrival() throws IOException {
+        declareDisks();
+        cycle("1001 3 0 1.00 \n");
+        monitor.look(1);
+        assertEquals(1, lines().stream().filter(DiskListing.AWAITED::equals).count());
+        int before = lines().size();
+        cycle("1002 3 0 1.00 \n");
+        monitor.look(2);
+        assertEquals(before, lines().size());
+        cycle("1003 3 0 1.00 4 0 2.00 \n");
+        monitor.look(3);
+        cycle("1004 3 0 1.00 4 0 2.00 \n");
+        monitor.look(4);
+        assertEquals(before + 1, lines().size());
+        assertEquals("The disks are listed now: the agent watches 1 resource of them.", lines().get(before));
+    }
+
+    @Test
+    void nothingIsSaidOfDisksThatAreThereOrAreNotWantedOrAreNone() throws IOException {
+        cycle("1001 3 0 1.00 \n");
+        monitor.look(1);
+        declareDisks();
+        cycle("1002 3 0 1.00 4 0 2.00 \n");
+        monitor.look(2);
+        listing = "Filesystem 1K-blocks Used Available Use% Mounted on\n";
+        follow();
+        cycle("1003 3 0 1.00 \n");
+        monitor.look(3);
+        assertEquals(3, lines().stream().filter(line -> line.startsWith("The agent watches")).count());
+        assertFalse(lines().contains(DiskListing.AWAITED));
     }
 
     @Test

@@ -5,6 +5,8 @@ import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.time.Duration;
+import java.util.HashSet;
+import java.util.Set;
 import java.util.concurrent.CountDownLatch;
 import java.util.concurrent.atomic.AtomicInteger;
 import org.junit.jupiter.api.Test;
@@ -61,6 +63,7 @@ class AgentRunTest {
     void aStopRequestIsMadeUntilTheAgentHasReturned() {
         Forgetful agent = new Forgetful(3);
         AgentRun run = new AgentRun(agent);
+        run.prepare();
         run.start();
         run.stop(() -> { }, LONG);
         assertEquals(3, agent.requests.get());
@@ -69,10 +72,38 @@ class AgentRunTest {
     }
 
     @Test
+    void aRunThatIsOnlyPreparedHasItsThreadAndDoesNothing() throws InterruptedException {
+        AtomicInteger runs = new AtomicInteger();
+        AgentRun run = new AgentRun(new AgentRun.Agent() {
+            @Override
+            public int run() {
+                return runs.incrementAndGet();
+            }
+
+            @Override
+            public int pleaseStop() {
+                return 0;
+            }
+        });
+        Set<Thread> before = Thread.getAllStackTraces().keySet();
+        run.prepare();
+        Set<Thread> after = new HashSet<>(Thread.getAllStackTraces().keySet());
+        after.removeAll(before);
+        while (after.stream().anyMatch(t -> t.isAlive() && t.getState() != Thread.State.WAITING)) {
+            Thread.sleep(1);
+        }
+        assertEquals(0, runs.get());
+        run.start();
+        assertTrue(run.awaitEnd(LONG));
+        assertEquals(1, runs.get());
+    }
+
+    @Test
     void aStopRequestBeforeTheStartIsNotLost() throws InterruptedException {
         AgentRun run = new AgentRun(new Forgetful(2));
         Thread stopper = new Thread(() -> run.stop(() -> { }, LONG));
         stopper.start();
+        run.prepare();
         run.start();
         stopper.join();
         assertTrue(run.endedAsAsked());
@@ -82,6 +113,7 @@ class AgentRunTest {
     void theWaitIsMentionedAgainAndAgain() {
         AtomicInteger reminders = new AtomicInteger();
         AgentRun run = new AgentRun(new Forgetful(3));
+        run.prepare();
         run.start();
         run.stop(reminders::incrementAndGet, Duration.ofMillis(50));
         assertEquals(2, reminders.get());
@@ -90,6 +122,7 @@ class AgentRunTest {
     @Test
     void anAgentThatEndsByItselfHasFailed() {
         AgentRun run = new AgentRun(returning(0));
+        run.prepare();
         run.start();
         assertTrue(run.awaitEnd(LONG));
         assertFalse(run.endedAsAsked());
@@ -100,6 +133,7 @@ class AgentRunTest {
     @Test
     void stoppingAnAgentThatHasEndedByItselfDoesNotMakeItASuccess() {
         AgentRun run = new AgentRun(returning(-1));
+        run.prepare();
         run.start();
         assertTrue(run.awaitEnd(LONG));
         run.stop(() -> { }, LONG);
@@ -110,6 +144,7 @@ class AgentRunTest {
     @Test
     void aFailingStartThatIsStoppedMeanwhileHasFailed() {
         AgentRun run = new AgentRun(new Forgetful(1));
+        run.prepare();
         run.start();
         run.stop(() -> { }, LONG);
         assertEquals(Lumetra.FAILED, RunCommand.exitCode(run, 0, 1));
@@ -130,6 +165,7 @@ class AgentRunTest {
                 throw new UnsatisfiedLinkError("javaThreadSyncPleaseStop");
             }
         });
+        run.prepare();
         run.start();
         assertTrue(run.awaitEnd(LONG));
         assertEquals("research_main", run.failure().get().getMessage());
@@ -154,6 +190,7 @@ class AgentRunTest {
                 throw new UnsatisfiedLinkError("javaThreadSyncPleaseStop");
             }
         });
+        run.prepare();
         run.start();
         run.stop(() -> { }, LONG);
         assertFalse(run.endedAsAsked());

@@ -23,6 +23,7 @@ import java.util.List;
 import java.util.Locale;
 import java.util.Map;
 import java.util.concurrent.CompletableFuture;
+import java.util.concurrent.TimeUnit;
 import java.util.concurrent.atomic.AtomicBoolean;
 import java.util.concurrent.locks.LockSupport;
 import java.util.function.BooleanSupplier;
@@ -50,6 +51,7 @@ class AgentWatchTest {
     private String swapKb = "2097148";
     private int period = 10_000;
     private int listings;
+    private final FakeCapacities machine = new FakeCapacities(this::capacities);
     private long nanos = 5_000_000_000L;
     private long millis = START * 1000;
     private boolean running = true;
@@ -127,7 +129,7 @@ class AgentWatchTest {
         return new AgentConfiguration(d, d + "archive", d + "pad", d + "res", period, 0, 48, 50);
     }
 
-    private void make(Supplier<MachineCapacities> capacities, AgentWatch.Timing timing) throws IOException {
+    private void make(Capacities capacities, AgentWatch.Timing timing) throws IOException {
         Files.writeString(home.resolve("proc/meminfo"),
                 "MemTotal:        2000000 kB\nSwapTotal:       " + swapKb + " kB\n");
         Files.write(home.resolve("res"), declarations.toString().getBytes(StandardCharsets.ISO_8859_1));
@@ -136,7 +138,7 @@ class AgentWatchTest {
     }
 
     private void prepare() throws IOException {
-        make(this::capacities, timing());
+        make(machine, timing());
         watch.prepare();
     }
 
@@ -211,7 +213,7 @@ class AgentWatchTest {
         watch.round();
         Snapshot.Agent agent = watch.snapshot().agent();
         assertEquals(new Snapshot.Agent("1.2", "/home/x\\x1b", START, START, false, false, 0, null, 10.0, 200,
-                0, 48), agent);
+                0, 48, null), agent);
         assertEquals(List.of(), watch.snapshot().resources());
         running = true;
         pass(1000);
@@ -514,6 +516,65 @@ class AgentWatchTest {
     }
 
     @Test
+    void disksThatCannotBeListedYetAreNoticedUntilTheFirstOneComes() throws IOException {
+        swap(3, 1);
+        disks();
+        listing = "";
+        prepare();
+        assertNull(watch.snapshot().agent().notice());
+        cycle(0, 3, "5.00");
+        assertEquals(DiskListing.AWAITED, watch.snapshot().agent().notice());
+        disk(5, "/dev/vda /");
+        cycle(10, 3, "5.00", 5, "50.00");
+        assertNull(watch.snapshot().agent().notice());
+        cycle(20, 3, "5.00");
+        assertNull(watch.snapshot().agent().notice());
+    }
+
+    @Test
+    void aMachineWithoutDisksMissesNone() throws IOException {
+        swap(3, 1);
+        disks();
+        prepare();
+        cycle(0, 3, "5.00");
+        assertNull(watch.snapshot().agent().notice());
+    }
+
+    @Test
+    void aListingThatHangsKeepsNothingBackAndIsTakenUpWhenItComes() throws IOException {
+        disks();
+        disk(5, "/dev/vda /");
+        listing += "/dev/vda 4 1024 1024 50% /\n";
+        machine.hold();
+        prepare();
+        cycle(0, 5, "50.00");
+        assertEquals(ResourceState.COLLECTING, resource(5).state());
+        assertNull(resource(5).capacity());
+        cycle(70, 5, "50.00");
+        assertEquals(0, listings);
+        machine.letGo(true);
+        pass(1000);
+        assertEquals("2.0 MiB", resource(5).capacity());
+    }
+
+    @Test
+    void aListingThatBeganBeforeANewDiskSaysNothingOfIt() throws IOException {
+        swap(3, 1);
+        disks();
+        machine.hold();
+        prepare();
+        cycle(0, 3, "5.00");
+        disk(5, "/dev/vda /");
+        cycle(70, 3, "5.00", 5, "50.00");
+        machine.letGo(true);
+        pass(1000);
+        assertEquals(ResourceState.COLLECTING, resource(5).state());
+        listing += "/dev/vda 4 1024 1024 50% /\n";
+        cycle(140, 3, "5.00", 5, "50.00");
+        assertEquals("2.0 MiB", resource(5).capacity());
+    }
+
+    @Test
     void aMachineWithoutSwapSaysSo() throws IOException {
         swapKb = "0";
         swap(3, 1);
@@ -569,7 +630,7 @@ class AgentWatchTest {
     void aChartBeforeTheForecastIsTheArchives() throws IOException {
         swap(3, 1);
         append(START - 10 + " 3 0 12.34 \n");
-        make(this::capacities, realTiming());
+        make(machine, realTiming());
         append(START + " 3 0 -1.00 \n" + (START + 10) + " 3 0 99.95 \n");
         watch.start();
         TrendView chart = chartOnceListed();
@@ -636,7 +697,7 @@ class AgentWatchTest {
     void aBusyLockLeavesTheHistoryWithinTheBound() throws IOException {
         swap(3, 1);
         patience = Duration.ofMillis(50);
-        make(this::capacities, realTiming());
+        make(machine, realTiming());
         AtomicBoolean isHeld = new AtomicBoolean();
         AtomicBoolean isWaiting = new AtomicBoolean();
         natives.whileWaiting = () -> {
@@ -663,7 +724,7 @@ class AgentWatchTest {
         PrintStream err = System.err;
         System.setErr(new PrintStream(told, true, StandardCharsets.UTF_8));
         try {
-            make(this::capacities, realTiming());
+            make(machine, realTiming());
             natives.thrownByLabel = new UnsatisfiedLinkError("no viewer");
             watch.start();
             appendTwoHundredCycles();
@@ -811,7 +872,7 @@ class AgentWatchTest {
     @Test
     void afterTheEndTheLastThatWasSeenIsAnswered() throws IOException {
         swap(3, 1);
-        make(this::capacities, realTiming());
+        make(machine, realTiming());
         watch.start();
         appendTwoHundredCycles();
         assertEquals("history", chartOnceListed().source());

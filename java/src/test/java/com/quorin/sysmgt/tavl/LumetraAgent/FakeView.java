@@ -19,7 +19,7 @@ class FakeView implements AgentView {
     volatile TrendView trend = new TrendView(7, "forecast", 1000L, "Linear", 3600.0, 50.0, 100.0,
             new TrendView.Curve(new double[] {900, 1000}, new double[] {40, 41}),
             new TrendView.Curve(new double[] {1000, 4600}, new double[] {41, 100}));
-    volatile RuntimeException failure;
+    volatile Throwable failure;
     volatile CountDownLatch chartGate = new CountDownLatch(0);
     final List<JsonNode> events = new ArrayList<>();
     final MetricsEvents counts = new MetricsEvents();
@@ -38,7 +38,7 @@ class FakeView implements AgentView {
     }
 
     static Snapshot snapshot(List<Snapshot.Resource> resources) {
-        return new Snapshot(new Snapshot.Agent("1.0", "/home", 1, 2, true, false, 3, 4L, 5.0, 200, 0, 24),
+        return new Snapshot(new Snapshot.Agent("1.0", "/home", 1, 2, true, false, 3, 4L, 5.0, 200, 0, 24, null),
                 resources);
     }
 
@@ -48,8 +48,11 @@ class FakeView implements AgentView {
 
     @Override
     public Snapshot snapshot() {
+        if (failure instanceof Error error) {
+            throw error;
+        }
         if (failure != null) {
-            throw failure;
+            throw (RuntimeException) failure;
         }
         return snapshot;
     }

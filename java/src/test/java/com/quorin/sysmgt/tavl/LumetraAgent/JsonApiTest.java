@@ -34,7 +34,7 @@ class JsonApiTest {
     @Test
     void everyComponentIsAMemberAlsoWithoutAValue() throws Exception {
         JsonNode json = json("resources", null);
-        assertEquals(12, json.get("agent").size());
+        assertEquals(13, json.get("agent").size());
         JsonNode first = json.get("resources").get(0);
         assertEquals(19, first.size());
         assertTrue(first.get("device").isNull());
@@ -106,6 +106,24 @@ class JsonApiTest {
         WebContent next = ask("resources", null);
         assertNotSame(first, next);
         assertNotEquals(first.etag(false), next.etag(false));
+    }
+
+    @Test
+    void ofLargeAnswersOnlyTheNewestAreKept() throws Exception {
+        String large = "x".repeat(1_500_000);
+        view.events.add(0, new ObjectMapper().createObjectNode().put("message", large));
+        WebContent small = ask("resources", null);
+        WebContent first = ask("events", "limit=1");
+        WebContent second = ask("events", "limit=2");
+        assertSame(first, ask("events", "limit=1"));
+        WebContent third = ask("events", "limit=3");
+        assertSame(third, ask("events", "limit=3"));
+        assertSame(first, ask("events", "limit=1"));
+        assertNotSame(second, ask("events", "limit=2"));
+        assertNotSame(small, ask("resources", null));
+        view.events.set(0, new ObjectMapper().createObjectNode().put("message", large.repeat(4)));
+        WebContent huge = ask("events", "limit=1");
+        assertSame(huge, ask("events", "limit=1"));
     }
 
     @Test

@@ -54,6 +54,15 @@ class StatusTableTest {
     }
 
     @Test
+    void whatTheAgentCannotDoForNowStandsBelowTheTable() {
+        Snapshot.Agent agent = new Snapshot.Agent(
+                "1.0", "/home", 1, 2, true, false, 3, 4L, 5.0, 200, 0, 24, "No \u001bdisks yet.");
+        List<String> lines = new StatusTable(PIPE).lines(
+                new Snapshot(agent, List.of()), PAGE, Instant.ofEpochSecond(1000));
+        assertEquals(List.of("No resources yet.", "No \\x1bdisks yet.", ""), lines.subList(0, 3));
+    }
+
+    @Test
     void anExhaustionThatIsDueIsNow() {
         assertTrue(lines(PIPE, resource(ResourceState.FORECAST, "", 5.0, 999L)).get(1).contains("  now  "));
         assertTrue(lines(PIPE, resource(ResourceState.FORECAST, "", 90.0, null)).get(1)

@@ -26,7 +26,10 @@ import java.util.HashMap;
 import java.util.List;
 import java.util.Locale;
 import java.util.Map;
+import java.util.concurrent.atomic.AtomicBoolean;
 import java.util.jar.JarFile;
+import java.util.logging.Filter;
+import java.util.logging.Logger;
 import java.util.zip.GZIPInputStream;
 import org.junit.jupiter.api.AfterEach;
 import org.junit.jupiter.api.BeforeEach;
@@ -240,6 +243,47 @@ class WebServerTest {
         assertTrue(complaints.toString().contains("a secret\\x1b[2J"));
         view.failure = null;
         assertEquals(200, get(RESOURCES).status);
+    }
+
+    @Test
+    void aShortageOfMemoryIsTheAnswerOfThatRequestAndOfNoOther() throws IOException {
+        view.failure = new OutOfMemoryError("Java heap space");
+        Answer answer = get(RESOURCES, "Accept-Encoding: gzip");
+        assertError(503, answer);
+        assertEquals("1", answer.headers.get("retry-after"));
+        view.failure = null;
+        assertEquals(200, get(RESOURCES).status);
+        assertFalse(server.isBroken());
+        assertTrue(complaints.toString().contains("OutOfMemoryError: Java heap space"), complaints.toString());
+    }
+
+    @Test
+    void aServerWhoseDispatcherFailsKnowsItAndGoesOn() throws IOException {
+        Logger log = Logger.getLogger("com.sun.net.httpserver");
+        Filter before = log.getFilter();
+        AtomicBoolean failed = new AtomicBoolean();
+        log.setFilter(message -> {
+            if (Thread.currentThread().getName().equals("HTTP-Dispatcher") && failed.compareAndSet(false, true)) {
+                throw new OutOfMemoryError("Java heap space");
+            }
+            return before.isLoggable(message);
+        });
+        try {
+            while (!server.isBroken()) {
+                assertEquals(200, get("/small").status);
+            }
+            assertTrue(failed.get());
+            assertEquals(200, get("/small").status);
+            assertTrue(complaints.toString().contains("OutOfMemoryError: Java heap space"), complaints.toString());
+            InetSocketAddress address = server.address();
+            server.close();
+            server = WebServer.start(address, WebRoutes.of(view), new HostCheck(List.of()),
+                    new PrintStream(complaints, true));
+            assertEquals(200, get(RESOURCES).status);
+            assertFalse(server.isBroken());
+        } finally {
+            log.setFilter(before);
+        }
     }
 
     @Test

@@ -1,0 +1,372 @@
+"""The shipped host on a machine in trouble: too few processes, output that nobody reads, a small heap, two agents in one
+home, disks that cannot be listed."""
+
+import fcntl
+import http.client
+import json
+import os
+import select
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import unittest
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from java_host import JAR, JavaTest, Machine, api, ask, free_port, host_command  # noqa: E402
+from test_jdks import JDKS  # noqa: E402
+from agent_home import ALL, DISK_SPACE, FEW, HEADING, PROCESSES, PROJECT, Home, declaration, read, wait_until, write  # noqa: E402
+
+LONG = os.environ.get("LUMETRA_LONG") == "1"
+SHIPPED_HEAP = ("-XX:+UseSerialGC", "-Xmx128m")
+HOME_TAKEN, TOO_LITTLE = 5, 6
+RESOURCES = "/api/v1/resources"
+PATIENCE = 600  # seconds; nothing here is measured, and a busy machine may take its time
+AWAITED = "The disks cannot be listed yet: df has not answered; they are taken up as soon as it does"
+
+
+def shipped_command(home, library, *options, java="java", jar=JAR):
+    """The host as it is shipped: with its heap, and without checks of every native call."""
+    access = ("--enable-native-access=ALL-UNNAMED",) if java != "java" and JDKS.get(25, "?") in java else ()
+    return [java, *SHIPPED_HEAP, *access, f"-Dlumetra.library={library}", "-jar", jar, "run", "--home", home.path,
+            "--config", "../config/AutoConfig.ini", *options]
+
+
+class TroubleTest(JavaTest):
+    def small_home(self, inputs=FEW, period=100):
+        home = Home(inputs=inputs, period=period)
+        self.addCleanup(home.remove)
+        return home
+
+    def shipped(self, home, *options):
+        return self.start(home, shipped_command(home, self.library, *options))
+
+    def await_lines(self, home, more=1):
+        """Waits until the archive has grown by so many lines."""
+        count = len(home.archive_lines()) + more
+        wait_until(lambda: len(home.archive_lines()) >= count, PATIENCE, f"archive line {count}")
+
+    def assert_ends(self, machine, code=0):
+        machine.signal(signal.SIGTERM)
+        self.assertEqual(machine.end(PATIENCE), code, machine.output()[-3000:])
+
+
+@unittest.skipUnless(os.geteuid() == 0, "only root can become a user without processes")
+class FewProcesses(TroubleTest):
+    """The limit is that of a user who has no other processes, so that those of the machine do not count."""
+
+    next_user = 0x70000000 + os.getpid() * 64
+
+    def new_user(self):
+        FewProcesses.next_user += 1
+        return FewProcesses.next_user
+
+    def run_with(self, limit, jdk, *options):
+        """The host of a user with so many processes and threads: the machine, and its home."""
+        user = self.new_user()
+        home = self.small_home(ALL)
+        os.mkdir(home.at("program"))
+        for path in (JAR, self.library):  # another user may not be let into the checkout
+            shutil.copy(path, home.at("program"))
+        for directory, _, names in os.walk(home.path):
+            for path in (directory, *(os.path.join(directory, name) for name in names)):
+                os.chown(path, user, user)
+        command = shipped_command(home, home.at("program", os.path.basename(self.library)), *options,
+                                  java=os.path.join(jdk, "bin", "java"), jar=home.at("program", os.path.basename(JAR)))
+        words = ["setpriv", f"--reuid={user}", f"--regid={user}", "--clear-groups", "prlimit", f"--nproc={limit}:{limit}"]
+        machine = Machine(home, [*words, *command])
+        self.addCleanup(machine.kill)
+        return machine, home
+
+    def look(self, limit, jdk, *options):
+        """What becomes of the host: "works" or its exit code. Nothing else may: a machine that stays without a sample, or one
+        that no signal ends."""
+        machine, home = self.run_with(limit, jdk, *options)
+        wait_until(lambda: len(home.archive_lines()) >= 3 or machine.process.poll() is not None, PATIENCE,
+                   f"a sample or an end with {limit} processes")
+        if machine.process.poll() is None:
+            self.assert_ends(machine)
+            self.assertIn("The agent has stopped after", machine.output())
+            return "works"
+        code = machine.end()
+        self.assertNotIn(code, (0, 2, 3), "the service does not start it again:\n" + machine.output())
+        self.assertGreater(code, 0, machine.output())
+        self.assertIn("unable to create native thread", machine.output())
+        if "Failed to start the native thread for java.lang.Thread \"lumetra-" in machine.output():
+            self.assertEqual(code, TOO_LITTLE, machine.output())
+            self.assertIn("The agent cannot go on: ", machine.output())
+        return code
+
+    def test_the_agent_samples_or_the_process_ends_so_that_it_is_started_again(self):
+        limits = range(10, 40) if LONG else (14, 18, 21, 24)
+        for version, jdk in JDKS.items() if LONG else [max(JDKS.items()), min(JDKS.items())][:len(JDKS)]:
+            for page in ("0", str(free_port())):
+                seen = {}
+                for limit in limits:
+                    with self.subTest(java=version, page=page, limit=limit):
+                        seen[limit] = self.look(limit, jdk, "--port", page)
+                with self.subTest(java=version, page=page):
+                    self.assertEqual("works", seen[max(limits)])
+                    self.assertNotEqual("works", seen[min(limits)])
+
+    def test_the_page_goes_before_the_agent(self):
+        port = free_port()
+        machine, home = self.run_with(26, min(JDKS.items())[1], "--port", str(port))
+        self.assertIn("unable to create native thread", machine.expect("The page is not available: ", PATIENCE))
+        self.await_lines(home, 3)
+        with self.assertRaises(ConnectionRefusedError):
+            ask(port, "/")
+        self.assert_ends(machine)
+
+
+    @unittest.skipUnless(shutil.which("bash"), "there is no bash")
+    def test_a_java_that_cannot_be_asked_for_is_not_taken_for_missing(self):
+        """The installed program ends with 3 when there is no Java, and the service then stays down."""
+        directory = tempfile.mkdtemp(prefix="lumetra-program-")
+        self.addCleanup(shutil.rmtree, directory, ignore_errors=True)
+        os.chmod(directory, 0o755)
+        program = shutil.copy(os.path.join(PROJECT, "packaging", "lumetra"), directory)
+        user = self.new_user()
+        ended = subprocess.run(["setpriv", f"--reuid={user}", f"--regid={user}", "--clear-groups", "prlimit", "--nproc=2:2", "bash",
+                                program, "run", "--home", os.path.join(directory, "home")], stdin=subprocess.DEVNULL,
+                               capture_output=True, text=True, timeout=PATIENCE)
+        self.assertIn("fork: ", ended.stderr)
+        self.assertNotIn("no Java", ended.stderr)
+        self.assertNotIn(ended.returncode, (0, 2, 3), ended.stderr)
+
+
+class UnreadOutput(TroubleTest):
+    """Standard output is a pipe that is full before the host starts, and that nobody reads."""
+
+    def full_pipe(self):
+        reader, writer = os.pipe()
+        for end in (reader, writer):
+            self.addCleanup(self.close, end)
+        fcntl.fcntl(writer, fcntl.F_SETPIPE_SZ, 4096)
+        os.set_blocking(writer, False)
+        try:
+            while True:
+                os.write(writer, b"." * 4096)
+        except BlockingIOError:
+            pass
+        os.set_blocking(writer, True)
+        return reader, writer
+
+    @staticmethod
+    def close(end):
+        try:
+            os.close(end)
+        except OSError:
+            pass
+
+    def start_into(self, writer, home, *options):
+        process = subprocess.Popen(host_command(home, self.library, *options), cwd=home.at("bin"), stdin=subprocess.DEVNULL,
+                                   stdout=writer, stderr=writer, start_new_session=True)
+        self.addCleanup(process.wait)
+        self.addCleanup(process.kill)
+        return process
+
+    def test_the_agent_samples_and_a_signal_ends_it(self):
+        _, writer = self.full_pipe()
+        home = self.small_home()
+        process = self.start_into(writer, home)
+        self.await_lines(home, 20)
+        process.send_signal(signal.SIGTERM)
+        self.assertEqual(process.wait(PATIENCE), 0)
+
+    def test_an_end_by_itself_is_not_held_up_either(self):
+        _, writer = self.full_pipe()
+        home = self.small_home()
+        os.remove(home.at("config", "AutoConfig.ini"))
+        self.assertEqual(self.start_into(writer, home).wait(PATIENCE), 1)
+
+    def test_what_waited_is_shown_when_somebody_reads_again(self):
+        reader, writer = self.full_pipe()
+        home = self.small_home()
+        process = self.start_into(writer, home)
+        os.close(writer)
+        self.await_lines(home, 3)
+        text = b""
+        while b"The agent watches" not in text:
+            text += os.read(reader, 65536)
+        self.assertIn(b"Lumetra Agent ", text)
+        process.send_signal(signal.SIGTERM)
+        while block := os.read(reader, 65536):
+            text += block
+        self.assertIn(b"The agent has stopped after", text)
+        self.assertEqual(process.wait(PATIENCE), 0)
+
+
+class SmallHeap(TroubleTest):
+    """The page in the heap that the agent is shipped with."""
+
+    def crowd(self, port, count):
+        """So many connections that stay open."""
+        connections = [http.client.HTTPConnection("127.0.0.1", port, timeout=PATIENCE) for _ in range(count)]
+        for connection in connections:
+            self.addCleanup(connection.close)
+        return connections
+
+    def fill_events(self, home, count=1000, size=750):
+        record = {"time": "2026-11-21T06:00:00.000Z", "epochSeconds": 1, "type": "fatal", "resource": None, "instance": None,
+                  "secondsToExhaustion": None, "timeToExhaustion": None, "limit": None, "culprits": [], "culpritText": None,
+                  "message": "m" * size}
+        write(home.at("log", "events.jsonl"), (json.dumps(record) + "\n") * count)
+
+    def status_of(self, connection, path):
+        """The status of an answer on a connection that stays open, or "closed"."""
+        try:
+            connection.request("GET", path)
+            response = connection.getresponse()
+            response.read()
+            return response.status
+        except (ConnectionError, http.client.HTTPException):
+            return "closed"
+
+    def test_sixty_clients_that_stay_cost_the_page_no_memory(self):
+        """The list of many resources is megabytes, of which no connection may keep any."""
+        home = self.small_home([declaration(f"Counter{i}", "x" * 100, f"Counter{i}") for i in range(4000)])
+        self.fill_events(home)
+        port = free_port()
+        machine = self.shipped(home, "--port", str(port))
+        machine.expect("The page is at ", PATIENCE)
+        wait_until(lambda: len(ask(port, RESOURCES, timeout=PATIENCE)[2]) > 2_000_000, PATIENCE, "a list of megabytes")
+        connections = self.crowd(port, 60)
+        statuses = [self.status_of(connection, path) for path in (RESOURCES, "/api/v1/events?limit=1000")
+                    for connection in connections]
+        self.await_lines(home, 3)
+        self.assertNotIn("OutOfMemoryError", machine.output())
+        self.assertLessEqual(set(statuses), {200, "closed"})  # of those that say nothing, the server keeps 32
+        self.assertGreater(statuses[:60].count(200), 50, statuses)
+        for connection in connections:
+            connection.close()
+        self.assertEqual(ask(port, RESOURCES, timeout=PATIENCE)[0], 200)
+        self.assert_ends(machine)
+
+    def hog(self, home, port):
+        """The host in a machine whose heap this test can fill."""
+        classes = tempfile.mkdtemp(prefix="lumetra-hog-")
+        self.addCleanup(shutil.rmtree, classes, ignore_errors=True)
+        source = os.path.join(os.path.dirname(os.path.abspath(__file__)), "java", "Hog.java")
+        subprocess.run(["javac", "-Xlint:all", "-Werror", "-cp", JAR, "-d", classes, source], check=True)
+        machine = self.start(home, ["java", *SHIPPED_HEAP, f"-Dlumetra.library={self.library}", "-cp", f"{JAR}:{classes}", "Hog",
+                                    "run", "--home", home.path, "--port", str(port)])
+        machine.expect("The page is at ", PATIENCE)
+        return machine
+
+    def test_a_full_heap_stops_neither_the_samples_nor_the_page_that_follows_nor_the_end(self):
+        home = self.small_home()
+        self.fill_events(home)
+        port = free_port()
+        machine = self.hog(home, port)
+        self.await_lines(home)
+        for _ in range(3):
+            machine.say("fill")
+            machine.expect("the heap is full", PATIENCE)
+            self.await_lines(home, 3)
+            statuses = set()
+            for connection in self.crowd(port, 20):
+                connection.timeout = 1
+                try:
+                    statuses.add(self.status_of(connection, "/api/v1/events?limit=1000"))
+                except TimeoutError:
+                    statuses.add("silent")
+                connection.close()
+            self.assertLessEqual(statuses, {200, 503, "closed", "silent"})
+            machine.say("free")
+            machine.expect("the heap is free", PATIENCE)
+            self.await_lines(home, 3)
+            wait_until(lambda: self.page_answers(port), PATIENCE, "an answer of the page")
+        self.assert_ends(machine)
+
+    def page_answers(self, port):
+        try:
+            return ask(port, RESOURCES, timeout=5)[0] == 200
+        except OSError:
+            return False
+
+
+class TwoAgents(TroubleTest):
+    def files(self, home):
+        """Every file's content and time of change, but for those that the first agent goes on writing."""
+        found = {}
+        for directory, _, names in os.walk(home.path):
+            for name in names:
+                path = os.path.join(directory, name)
+                found[os.path.relpath(path, home.path)] = (read(path), os.stat(path).st_mtime_ns)
+        return found
+
+    def test_the_second_says_so_and_touches_nothing(self):
+        home = self.small_home(period=3600 * 1000)
+        first = self.shipped(home, "--port", "0")
+        first.expect("It announces an exhaustion", PATIENCE)
+        wait_until(lambda: "circular" in home.log() or len(home.archive_lines()) == 1, PATIENCE)
+        before = self.settled(home)
+        second = self.shipped(home, "--port", "0")
+        self.assertEqual(second.end(PATIENCE), HOME_TAKEN, second.output())
+        self.assertEqual(second.lines, [f"Another agent works in the home {home.path}; a home is for one agent."])
+        self.assertEqual(self.files(home), before)
+        first.signal(signal.SIGKILL)
+        first.end(PATIENCE)
+        third = self.shipped(home, "--port", "0")
+        self.await_lines(home)
+        self.assert_ends(third)
+
+    def settled(self, home):
+        """The files once the first agent sleeps, after its cycle."""
+        before = self.files(home)
+        while True:
+            select.select([], [], [], 0.5)
+            now = self.files(home)
+            if now == before:
+                return now
+            before = now
+
+    def test_a_home_that_cannot_be_locked_is_worked_in_with_a_warning(self):
+        home = self.small_home()
+        os.mkdir(home.at("bin", "agent.lock"))
+        machine = self.shipped(home, "--port", "0")
+        machine.expect("The home cannot be locked against a second agent: ", PATIENCE)
+        self.await_lines(home)
+        self.assert_ends(machine)
+
+
+class AwaitedDisks(TroubleTest):
+    """The disks cannot be listed at the start."""
+
+    ROOT = HEADING + "/dev/vda1 1000 400 600 40% /\n"
+
+    def start_with_page(self, home, *options):
+        port = free_port()
+        machine = self.shipped(home, "--port", str(port), *options)
+        machine.expect("The page is at ", PATIENCE)
+        return machine, f"http://127.0.0.1:{port}/"
+
+    def notice(self, url):
+        return api(url, "resources", PATIENCE)["agent"]["notice"]
+
+    def test_a_df_that_is_missing_is_told_until_it_is_there(self):
+        home = self.small_home((PROCESSES, DISK_SPACE))
+        home.stub_script("#!/bin/sh\nexit 1\n")
+        machine, url = self.start_with_page(home)
+        machine.expect(AWAITED + ".", PATIENCE)
+        wait_until(lambda: self.notice(url) == AWAITED + ".", PATIENCE, "the notice on the page")
+        home.stub_df(self.ROOT)
+        self.assertEqual(machine.expect("The disks are listed now: ", PATIENCE),
+                         "The disks are listed now: the agent watches 1 resource of them.")
+        wait_until(lambda: self.notice(url) is None, PATIENCE, "an end of the notice")
+        self.assert_ends(machine)
+
+    def test_a_df_that_hangs_holds_up_neither_the_start_nor_the_page(self):
+        home = self.small_home((PROCESSES, DISK_SPACE))
+        home.stub_script("#!/bin/sh\nexec sleep 100000\n")
+        machine, url = self.start_with_page(home)
+        self.assertIsNone(self.notice(url))  # an answer, before there is any cycle
+        machine.expect(AWAITED + ".", PATIENCE)
+        wait_until(lambda: self.notice(url) == AWAITED + ".", PATIENCE, "the notice on the page")
+        self.assert_ends(machine)
+
+
+if __name__ == "__main__":
+    unittest.main()
