@@ -3,6 +3,7 @@
 #include "tests/support/temporaryDirectory.h"
 #include "tests/support/turnedClock.h"
 
+#include <atomic>
 #include <cerrno>
 #include <ctime>
 #include <gtest/gtest.h>
@@ -61,14 +62,16 @@ TEST(StopSync, AWakeUpWithoutAStopRequestDoesNotEndTheSleep) {
     TurnedClock clock;
     clock.holdSleeps();
     beginExecuting();
+    std::atomic<bool> ended{false};
     std::thread turner([&] {
-        for (std::size_t i = 1; i <= 3; ++i) {
-            while (clock.sleeps().size() < i)
+        for (std::size_t i = 1; i <= 3 && !ended; ++i) {
+            while (clock.sleeps().size() < i && !ended)
                 std::this_thread::yield();
             clock.turn(20s);
         }
     });
     EXPECT_EQ(javaThreadSyncSleep(60), ETIMEDOUT);
+    ended = true;
     turner.join();
     EXPECT_EQ(clock.sleeps(), (TurnedClock::Seconds{60s, 40s, 20s}));
 }
