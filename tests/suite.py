@@ -40,8 +40,13 @@ def wait_until(condition, what="it"):
     while not (value := condition()):
         if time.monotonic() > DEADLINE:
             raise AssertionError(f"{what} did not happen before the deadline of all tests")
-        time.sleep(0.01)
+        time.sleep(0.005)
     return value
+
+
+def often(ordinary, long):
+    """How often to repeat something, or how large to make it: in an ordinary run and in a long one."""
+    return long if LONG else ordinary
 
 
 def some(items, count):

@@ -8,27 +8,20 @@ import subprocess
 import sys
 import tempfile
 import threading
-import time
 import unittest
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+sys.path[:0] = [os.path.dirname(os.path.abspath(__file__)), os.path.dirname(os.path.dirname(os.path.abspath(__file__)))]
 import check_home  # noqa: E402
+from suite import LONG, often, remaining, wait_until  # noqa: E402, F401
 
 PROJECT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 BUILD = os.path.abspath(os.environ.get("LUMETRA_BUILD", os.path.join(PROJECT, "build", "debug")))
 DRIVER = os.path.join(BUILD, "tests", "nativeDriver")
 LIBRARY = os.path.join(BUILD, "libObrinagent.so")
-LONG = os.environ.get("LUMETRA_LONG") == "1"
 PROCESSES_OF_A_SMALL_MACHINE = os.path.join(PROJECT, "tests", "fixtures", "census-small", "proc")
-DEADLINE = 3600  # seconds; only so that nothing waits for ever: who runs the tests gives up long before
 
 HEADING = "Filesystem     1K-blocks     Used Available Use% Mounted on\n"
 INODE_HEADING = "Filesystem      Inodes  IUsed   IFree IUse% Mounted on\n"
-
-
-def often(ordinary, long):
-    """How often to repeat something, or how large to make it: in an ordinary run and in a long one."""
-    return long if LONG else ordinary
 
 
 # Mounts.
@@ -313,7 +306,7 @@ class Running:
 
     def finish(self):
         try:
-            self.process.wait(DEADLINE)
+            self.process.wait(remaining())
         except subprocess.TimeoutExpired:
             os.killpg(self.process.pid, signal.SIGKILL)
             self.process.wait()
@@ -331,14 +324,6 @@ class Running:
             pass
         self.process.wait()
         self.process.stdin.close()
-
-
-def wait_until(condition, seconds=DEADLINE, what="it"):
-    end = time.monotonic() + seconds
-    while not condition():
-        if time.monotonic() > end:
-            raise AssertionError(f"{what} did not happen within {seconds} seconds")
-        time.sleep(0.005)
 
 
 def children_of(pid):

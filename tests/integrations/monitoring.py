@@ -70,7 +70,8 @@ class Prometheus:
         self.directory = directory
         write(os.path.join(directory, "rules.yml"), rules)
         write(os.path.join(directory, "prometheus.yml"), json.dumps({
-            "global": {"scrape_interval": "250ms", "scrape_timeout": "250ms", "evaluation_interval": "250ms"}, "rule_files": ["rules.yml"],
+            "global": {"scrape_interval": "250ms", "scrape_timeout": "250ms", "evaluation_interval": "250ms"},
+            "rule_files": ["rules.yml"],
             "scrape_configs": [{"job_name": "lumetra", "static_configs": [{"targets": targets}]}]}))
         with open(os.path.join(directory, "prometheus.log"), "wb") as log:
             self.process = subprocess.Popen(

@@ -20,7 +20,7 @@ sys.path[:0] = [TESTS, os.path.join(TESTS, "e2e")]
 import agent_home  # noqa: E402
 import check_home  # noqa: E402
 from agent_home import BUILD, LIBRARY, PROJECT  # noqa: E402
-from suite import LONG, die_with_parent, free_port, long_only, remaining, some, wait_until  # noqa: E402
+from suite import LONG, die_with_parent, free_port, long_only, often, remaining, some, wait_until  # noqa: E402
 
 JAR = os.path.abspath(os.environ.get("LUMETRA_JAR", os.path.join(BUILD, "java", "lumetra-agent.jar")))
 COMPLAINTS = ("WARNING in native method", "WARNING: JNI local refs", "FATAL ERROR in native method", "SIGSEGV",
@@ -253,5 +253,5 @@ class JavaTest(unittest.TestCase):
 
 
 __all__ = ["BUILD", "COMPLAINTS", "JAR", "JAVA_OPTIONS", "LIBRARY", "LONG", "PROGRAM", "PROJECT", "TESTS", "JavaTest",
-           "Machine", "api", "ask", "built_once", "classes_of", "free_port", "host_command", "long_only", "remaining", "some",
+           "Machine", "api", "ask", "built_once", "classes_of", "free_port", "host_command", "long_only", "often", "remaining", "some",
            "wait_until"]

@@ -8,7 +8,7 @@ import time
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from java_host import LIBRARY, LONG, JavaTest, some  # noqa: E402
+from java_host import LIBRARY, JavaTest, often, some  # noqa: E402
 from agent_home import DISK_SPACE, FEW, HEADING, mount, needs_mounts, umount, write  # noqa: E402
 
 RUN = "run 2 ../config/AutoConfig.ini"
@@ -129,7 +129,7 @@ class Stopping(AgentTest):
     def test_further_runs_in_the_same_machine_work(self):
         home = self.fresh_home()
         machine = self.probe(home)
-        for run in range(4 if LONG else 2):
+        for run in range(often(2, 4)):
             lines = len(home.archive_lines())
             machine.say(RUN)
             self.lines(machine, home, lines + 2)
@@ -300,7 +300,7 @@ class Signals(AgentTest):
         first = ("after the first line", lambda lines: len(home.archive_lines()) > lines[0])
         third = ("after the third line", lambda lines: len(home.archive_lines()) > lines[0] + 2)
         cases = [(when, how) for when in (begun, first, third) for how in (signal.SIGTERM, signal.SIGKILL, None)]
-        for (name, is_time), how in cases if LONG else cases[::4]:  # each moment and each way once
+        for (name, is_time), how in often(cases[::4], cases):  # each moment and each way once
             with self.subTest(when=name, how=how):
                 before = home.snapshot()
                 so_far = len(home.archive_lines()), len(home.log())

@@ -11,7 +11,7 @@ import sys
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from java_host import JAR, LONG, PROGRAM, agent_home, classes_of, remaining, some, wait_until  # noqa: E402
+from java_host import JAR, PROGRAM, agent_home, classes_of, often, remaining, some, wait_until  # noqa: E402
 from agent_home import (DISK_SPACE, DRIVER, PROCESSES, PROJECT, Home, Running, declaration,  # noqa: E402
                         declarations_text)
 
@@ -141,7 +141,7 @@ class SameJudgement(CheckTest):
             forget_run(home)
             agent_home.write(home.at("config", name), text)
             refused += self.compare(home, repr(text))
-        least = len(texts) // 20 if LONG else 0
+        least = often(0, len(texts) // 20)
         self.assertGreater(refused, least)
         self.assertGreater(len(texts) - refused, least)
 
@@ -336,8 +336,8 @@ class AsTyped(CheckTest):
             options = {}
         jar = shutil.copy(JAR, home.at("lumetra-agent.jar"))  # another user may not be let into the checkout
         os.chmod(jar, 0o644)
-        result = subprocess.run(["java", "-jar", jar, "check", "--home", home.path], capture_output=True, timeout=remaining(), cwd="/",
-                                **options)
+        result = subprocess.run(["java", "-jar", jar, "check", "--home", home.path], capture_output=True, cwd="/",
+                                timeout=remaining(), **options)
         self.assertEqual(result.returncode, 1, result.stderr)
         self.assertIn("permission denied; expected a readable file [declarations-unopenable]", result.stdout.decode())
         self.assertIn("/log: warning: the directory", result.stdout.decode())

@@ -20,7 +20,7 @@ sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from java_host import (JAR, LIBRARY, PROGRAM, JavaTest, Machine, ask, free_port, host_command, remaining,  # noqa: E402
                        some)
 import agent_home  # noqa: E402
-from agent_home import DISK_SPACE, HEADING, declaration, mount, needs_mounts, umount, write  # noqa: E402
+from agent_home import HEADING, declaration, mount, needs_mounts, umount, write  # noqa: E402
 
 RESOURCES = "/api/v1/resources"
 WAITING = re.compile(r"waiting for \S+ \.\.\.\r\x1b\[K")  # told and taken back when an answer takes its time

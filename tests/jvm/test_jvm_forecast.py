@@ -121,7 +121,8 @@ class Exhaustion(ForecastTest):
         event = self.events(home, instance)[0]
         self.assert_announced(event, log.number(instance, ONSET), used)
         self.assertLessEqual(abs(told_at - event["epochSeconds"]), 2 * CYCLE)
-        self.assertAlmostEqual(event["secondsToExhaustion"], used.f_bfree * used.f_bsize / PORTION * CYCLE, delta=GRID_STEP + CYCLE)
+        truth = used.f_bfree * used.f_bsize / PORTION * CYCLE
+        self.assertAlmostEqual(event["secondsToExhaustion"], truth, delta=GRID_STEP + CYCLE)
         turned.release()
         self.stop(machine, home)
         self.assertIn(f"FORECAST  PercentFreeSpaceUsed [{instance}] will be exhausted in ", machine.output())

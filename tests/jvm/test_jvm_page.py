@@ -20,8 +20,8 @@ class Page(JavaTest):
         machine, port = self.page(home)
         url = f"http://127.0.0.1:{port}/"
         machine.until(lambda: any(r["forecastAt"] for r in api(url, "resources")["resources"]), "a forecast")
-        browser = subprocess.run(["node", "--test", "realPage.mjs"], cwd=WEB, capture_output=True, text=True, timeout=remaining(),
-                                 env={**os.environ, "LUMETRA_PAGE_URL": url})
+        browser = subprocess.run(["node", "--test", "realPage.mjs"], cwd=WEB, capture_output=True, text=True,
+                                 timeout=remaining(), env={**os.environ, "LUMETRA_PAGE_URL": url})
         self.assertEqual(browser.returncode, 0, browser.stdout[-4000:] + browser.stderr[-2000:])
         self.assertRegex(browser.stdout, "(#|ℹ) pass [1-9]")
         self.assertRegex(browser.stdout, "(#|ℹ) skipped 0")

@@ -7,7 +7,7 @@ import time
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from java_host import LONG, JavaTest  # noqa: E402
+from java_host import JavaTest, often  # noqa: E402
 from sanitized import NEEDS_ASAN, library, sanitized  # noqa: E402
 from agent_home import FEW, declaration, mount, needs_mounts, read, umount, write  # noqa: E402
 from viewers import EVERY_ANSWER, PERIOD, missing_answers, window  # noqa: E402
@@ -30,8 +30,8 @@ class ViewerTest(JavaTest):
         home.declare((declaration("PercentProcessesUsed", window=window(260)),
                       declaration("LogicalDisk", "*", "PercentFreeSpaceUsed", window=window(260))))
         os.mkdir(home.at("disk"))
-        home.stub_df("", before=f"unset LD_PRELOAD\nPATH=${{PATH#*:}} df \"$@\" | grep -e ^Filesystem -e ' {home.at('disk')}$'\n"
-                     "exit")
+        home.stub_df("", before="unset LD_PRELOAD\n"
+                     f"PATH=${{PATH#*:}} df \"$@\" | grep -e ^Filesystem -e ' {home.at('disk')}$'\nexit")
         return home
 
     def run_to_forecasts(self, machine, home, what):
@@ -151,7 +151,7 @@ class ManyThreads(ViewerTest):
         self.run_to_forecasts(machine, home, "PercentProcessesUsed")
         machine.stop()
         self.await_answers(machine, OUTSIDE_A_RUN)
-        for _ in range(100 if LONG else 2):
+        for _ in range(often(2, 100)):
             machine.say(RUN)
             self.more_lines(machine, home, random.randint(1, 20))
             machine.stop()
@@ -163,7 +163,7 @@ class ManyThreads(ViewerTest):
 @NEEDS_ASAN
 class ManyThreadsSanitized(ViewerTest):
     library = library()
-    SECONDS = 60 if LONG else 0
+    SECONDS = often(0, 60)
 
     @needs_mounts
     def test_E4_F3_eight_readers_while_mounts_come_and_go_and_one_keeps_the_lock(self):

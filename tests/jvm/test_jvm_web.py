@@ -14,7 +14,7 @@ import threading
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from java_host import LONG, PROJECT, JavaTest, Machine, ask, free_port, host_command  # noqa: E402
+from java_host import PROJECT, JavaTest, Machine, ask, free_port, host_command, often  # noqa: E402
 import agent_home  # noqa: E402
 from agent_home import HEADING, declaration  # noqa: E402
 
@@ -194,7 +194,7 @@ class Listening(WebTest):
             port = holder.getsockname()[1]
             addresses = (("127.0.0.1", "Address already in use"), ("192.0.2.1", "Cannot assign requested address"),
                          ("no-such-name.invalid", "this machine knows no such name"))
-            for address, why in addresses if LONG else addresses[:1]:
+            for address, why in often(addresses[:1], addresses):
                 home = self.fresh_home()
                 machine = self.host(home, "--listen", address, port=port)
                 line = machine.expect("The page is not available: ")
@@ -279,7 +279,7 @@ class Served(SharedAgentTest):
         ids = [r["id"] for r in self.await_resources(self.machine, self.port)]
         paths = [RESOURCES, "/", "/api/v1/events", f"{RESOURCES}/{ids[0]}/trend", f"{RESOURCES}/{ids[0]}/culprits", "/nowhere"]
         before = descriptors(pid)
-        enough = 2000 if LONG else 100
+        enough = often(100, 2000)
         is_over = threading.Event()
         counts = []
 
@@ -320,7 +320,7 @@ class Served(SharedAgentTest):
 class Hostile(WebTest):
     def test_clients_that_crawl_hold_up_neither_the_agent_nor_others_for_good(self):
         home = self.fresh_home()
-        times = () if LONG else ("-Dsun.net.httpserver.maxReqTime=2", "-Dsun.net.httpserver.maxRspTime=2")
+        times = often(("-Dsun.net.httpserver.maxReqTime=2", "-Dsun.net.httpserver.maxRspTime=2"), ())
         machine, port = self.page(home, java=times)
         self.lines(machine, home, 1)
         before = descriptors(machine.process.pid)

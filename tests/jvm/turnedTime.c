@@ -1,5 +1,5 @@
-// Preloaded, tells a process the time of day that stands in the file that TURNED_TIME names: eight bytes, whole seconds. It
-// stands still until somebody writes another. Time that is waited for is the real one.
+// Preloaded, tells a process the time of day that stands in the file that TURNED_TIME names: eight bytes,
+// whole seconds. It stands still until somebody writes another. Time that is waited for is the real one.
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <fcntl.h>

@@ -141,7 +141,8 @@ class Machine:
         """The files that the copy alone has, and those that it has no more. What a package could leave behind is among the
         first, what it could take away among the second; what else happens on the machine meanwhile is in neither."""
         find = ("find", os.path.join(self.folder, "upper"), "-mindepth", "1", "-printf", "%y /%P\\n")
-        listed = subprocess.run(["nsenter", "-m", "-t", str(self.keeper.pid), *find], stdout=subprocess.PIPE, text=True, check=True)
+        listed = subprocess.run(["nsenter", "-m", "-t", str(self.keeper.pid), *find], stdout=subprocess.PIPE, text=True,
+                                check=True)
         kinds = {name: kind for kind, _, name in (line.partition(" ") for line in listed.stdout.splitlines())}
         added = {name for name, kind in kinds.items() if kind != "c" and not os.path.lexists(name)}
         taken = {name for name, kind in kinds.items() if kind == "c" and os.path.lexists(name)}
