@@ -72,7 +72,7 @@ final class AgentRun {
 
     private void runAgent() {
         try {
-            if (begun.getCount() == 99) begun.await();
+            begun.await();
             result = agent.run();
         } catch (InterruptedException e) {
             failure = e;

@@ -94,9 +94,9 @@ class DiskListerTest {
         Path pipe = directory.resolve("pipe");
         Path starts = directory.resolve("starts");
         // its output stays open after its end, in hands that the kill does not reach
-        DiskLister lister = lister("echo >>" + starts + "\nmkfifo " + pipe + "\ncat " + pipe + "\n");
+        DiskLister lister = lister("mkfifo " + pipe + "\ncat " + pipe + " &\necho >>" + starts + "\nwait\n");
         lister.ask();
-        await(() -> Files.exists(pipe));
+        await(() -> fileHasLines(starts, 1));
         nanos += DiskLister.DEADLINE.toNanos();
         assertFalse(lister.isListing());
         for (int i = 0; i < 10; i++) {
