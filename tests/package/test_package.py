@@ -445,14 +445,14 @@ class PackageTest(unittest.TestCase):
         # the kernel's list of locks knows a file of an overlay by another device than the file itself does
         self.machine.run("mount", "-n", "-t", "tmpfs", "-o", "mode=1777", "bin", HOME + "/bin")
         self.addCleanup(self.machine.run, "umount", "-n", "-l", HOME + "/bin")
-        first = self.agent(600, "--port", "0")
+        first = self.agent("--port", "0")
         while not first.stdout.readline().startswith("It takes a sample"):
             self.assertIsNone(first.poll())
         self.machine.run("sed", "-i", "s/NameIs (Tasks)/NameIs (Slots)/", shipped)
         self.assertIn("at its next start", self.machine.run(*prepare, prefix=as_service(self.unit)))
         self.assertNotIn("NameIs (Slots)", self.machine.run("cat", copy))
-        second = self.agent(1, "--port", "0")
-        printed = second.communicate(timeout=600)[0]
+        second = self.agent("--port", "0")
+        printed = second.communicate(timeout=remaining())[0]
         self.assertEqual(5, second.returncode, printed)
         self.assertIn("Another agent works in the home " + HOME, printed)
         first.kill()
