@@ -155,8 +155,8 @@ class Machine:
         return not OTHERS_FILES.search(name) and not name.startswith("/var/lib/dpkg/info/lumetra")
 
     def count(self, path):
-        """The number of lines of a file."""
-        return len(self.run("cat", path).splitlines())
+        """The number of lines of a file, 0 when there is none."""
+        return len(self.run("sh", "-c", f"cat '{path}' 2>/dev/null || true").splitlines())
 
 
 def as_service(unit, no_new_privileges=True):
@@ -294,6 +294,8 @@ class PackageTest(unittest.TestCase):
 
     def await_status(self, port):
         """What status prints once there is a sample."""
+        begin = self.machine.count(HOME + "/data/LumetraArchive.txt")
+        wait_until(lambda: self.machine.count(HOME + "/data/LumetraArchive.txt") > begin, "a cycle")
 
         def told():
             printed = self.machine.run("lumetra", "status", "--port", str(port), expected=None)
