@@ -206,7 +206,6 @@ private:
 
     /// Sends the one stop request that is due, and further ones past the limit.
     void watch() {
-        int seenSignals = stopSignals;
         bool sent = false;
         auto limit = std::chrono::steady_clock::now() + milliseconds(options_.limitMs);
         while (!ended_) {
@@ -215,8 +214,8 @@ private:
                 for (int i = 0; i <= options_.stopTwice; ++i)
                     stop();
             }
-            if (seenSignals != stopSignals) {
-                seenSignals = stopSignals;
+            if (seenSignals_ != stopSignals) {
+                seenSignals_ = stopSignals;
                 stop();
             }
             if (std::chrono::steady_clock::now() >= limit) {
@@ -257,6 +256,7 @@ private:
 
     const Options& options_;
     FakeJavaEnvironment& java_;
+    int seenSignals_ = stopSignals; ///< those of now, not of when the watcher comes to look
     std::atomic<bool> ended_{false};
 };
 
