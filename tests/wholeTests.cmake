@@ -20,7 +20,7 @@ find_program(LUMETRA_PYTHON NAMES python3 PATHS /usr/bin NO_DEFAULT_PATH)
 function(lumetra_whole_test name)
     cmake_parse_arguments(ARG "" "" "COMMAND;LABELS;ENVIRONMENT" ${ARGN})
     add_test(NAME ${name} COMMAND ${ARG_COMMAND} WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
-    set_tests_properties(${name} PROPERTIES LABELS "${ARG_LABELS}" ENVIRONMENT "${whole_environment};${ARG_ENVIRONMENT}"
+    set_tests_properties(${name} PROPERTIES LABELS "${ARG_LABELS}" COST 20 ENVIRONMENT "${whole_environment};${ARG_ENVIRONMENT}"
         ENVIRONMENT_MODIFICATION "PATH=path_list_prepend:${builds}/prometheus/usr/bin")
 endfunction()
 
@@ -39,6 +39,11 @@ lumetra_python_tests(e2e whole)
 lumetra_python_tests(jvm whole)
 lumetra_python_tests(integrations whole)
 lumetra_python_tests(package whole)
+
+# The longest begin first, so that none of them is the last that all wait for. Seconds on two idle cores.
+set_tests_properties(jvm.jvm_trouble PROPERTIES COST 110)
+set_tests_properties(package.package PROPERTIES COST 55)
+set_tests_properties(jvm.jvm_agent jvm.jvm_commands jvm.jvm_viewer jvm.jvm_web PROPERTIES COST 35)
 
 # The page in a browser, a file each, once the driver of the browser is there.
 set(web ${CMAKE_CURRENT_SOURCE_DIR}/web)
