@@ -32,8 +32,9 @@ void restFor(milliseconds time) {
 
 class ViewerThreads::Viewer {
 public:
-    Viewer(const std::atomic<bool>& ended, unsigned seed, bool keeps, Tell tell)
-        : ended_(ended), random_(seed), keeps_(keeps), tell_(tell) {}
+    Viewer(const std::atomic<bool>& ended, const std::atomic<bool>& awaited, unsigned seed, bool keeps,
+           Tell tell)
+        : ended_(ended), awaited_(awaited), random_(seed), keeps_(keeps), tell_(tell) {}
 
     void run() {
         FakeJavaEnvironment java;
@@ -192,11 +193,12 @@ private:
     void keepLock() {
         count("kept", 0);
         const long enough = pauses + pausesInAKeep;
-        while (!ended_ && pauses < enough)
+        while (!ended_ && !awaited_ && pauses < enough)
             restFor(milliseconds(1));
     }
 
     const std::atomic<bool>& ended_;
+    const std::atomic<bool>& awaited_;
     std::minstd_rand random_;
     bool keeps_;
     Tell tell_;
@@ -210,8 +212,8 @@ private:
 
 ViewerThreads::ViewerThreads(long count, unsigned seed, Tell tell) {
     for (long i = 0; i < count; ++i)
-        viewers_.push_back(
-            std::make_unique<Viewer>(ended_, seed + static_cast<unsigned>(i), i == 0 && count > 1, tell));
+        viewers_.push_back(std::make_unique<Viewer>(ended_, awaited_, seed + static_cast<unsigned>(i),
+                                                    i == 0 && count > 1, tell));
     for (auto& viewer : viewers_)
         threads_.emplace_back([&viewer] { viewer->run(); });
 }
@@ -220,13 +222,15 @@ ViewerThreads::~ViewerThreads() {
     end();
 }
 
-void ViewerThreads::awaitLooks() const {
+void ViewerThreads::awaitLooks() {
+    awaited_ = true;
     std::vector<long> enough;
     std::transform(viewers_.begin(), viewers_.end(), std::back_inserter(enough),
                    [](const auto& viewer) { return viewer->looks() + aFewLooks; });
     for (std::size_t i = 0; i < viewers_.size(); ++i)
         while (viewers_[i]->looks() < enough[i])
             restFor(milliseconds(1));
+    awaited_ = false;
 }
 
 void ViewerThreads::paused() {

@@ -22,8 +22,9 @@ public:
     ViewerThreads& operator=(const ViewerThreads&) = delete;
     ~ViewerThreads();
 
-    /// Waits until each thread has looked at a few resources from now on.
-    void awaitLooks() const;
+    /// Waits until each thread has looked at a few resources from now on. Meanwhile none keeps the lock: there
+    /// may be no agent that pauses for it.
+    void awaitLooks();
 
     /// Somebody pauses for the lock. Any thread.
     static void paused();
@@ -36,6 +37,7 @@ private:
     class Viewer;
 
     std::atomic<bool> ended_{false};
+    std::atomic<bool> awaited_{false};
     std::vector<std::unique_ptr<Viewer>> viewers_;
     std::vector<std::thread> threads_;
 };
