@@ -22,8 +22,8 @@ public:
     ViewerThreads& operator=(const ViewerThreads&) = delete;
     ~ViewerThreads();
 
-    /// Waits until each thread has looked at a few resources from now on. Meanwhile none keeps the lock: there
-    /// may be no agent that pauses for it.
+    /// Waits until each thread has looked at a few resources from now on. Meanwhile none keeps the lock:
+    /// there may be no agent that pauses for it.
     void awaitLooks();
 
     /// Somebody pauses for the lock. Any thread.
