@@ -1,11 +1,13 @@
 #include "acquisition/circularBuffers.h"
 
+#include "agent/agentState.h"
 #include "agent/debugLog.h"
 #include "resources/windowSizing.h"
 #include "support/clock.h"
 #include "support/handles.h"
 #include "support/textScanner.h"
 
+#include <algorithm>
 #include <ctime>
 #include <memory>
 
@@ -32,6 +34,7 @@ bool allocateRing(Link& link, std::int32_t millisecondsPerSample) {
 } // namespace
 
 int allocatecircularbuffers(Clasp* clasp) {
+    MutexLock lock(chainLock);
     for (Link* link = clasp->pFirstLink; link != nullptr; link = link->pNextLink) {
         if (!allocateRing(*link, clasp->MillisecondsPerSample)) {
             DEBUGMSG("Fatal error in malloc circular buffer\n");
@@ -39,6 +42,14 @@ int allocatecircularbuffers(Clasp* clasp) {
         }
     }
     return 1;
+}
+
+std::uint32_t samplesHeld(const Link& link) {
+    return std::min(link.SampleCount, link.BufferSize);
+}
+
+std::uint32_t slotOfSample(const Link& link, std::uint32_t place) {
+    return link.SampleCount >= link.BufferSize ? (link.NextSlot + place) % link.BufferSize : place;
 }
 
 void pushSample(Link& link, double time, double value) {
@@ -99,6 +110,7 @@ private:
 };
 
 void place(Clasp& clasp, std::int64_t rid, std::int64_t now, std::int64_t time, double value) {
+    MutexLock lock(chainLock);
     for (Link* link = clasp.pFirstLink; link != nullptr; link = link->pNextLink)
         if (link->RID == rid && static_cast<double>(now - time) < link->WindowSize * 3600.0)
             pushSample(*link, static_cast<double>(time), value);
@@ -133,10 +145,8 @@ int refreshcircularbuffers(Clasp* clasp) {
 }
 
 int dumponecircularbuffer(const Link* link) {
-    const bool full = link->SampleCount >= link->BufferSize;
-    const std::uint32_t count = full ? link->BufferSize : link->SampleCount;
-    for (std::uint32_t i = 0; i < count; ++i) {
-        const std::uint32_t slot = full ? (link->NextSlot + i) % link->BufferSize : i;
+    for (std::uint32_t i = 0; i < samplesHeld(*link); ++i) {
+        const std::uint32_t slot = slotOfSample(*link, i);
         DEBUGMSG("%d %d %f %f\n", static_cast<int>(i), link->RID, link->TimeBuffer[slot],
                  link->ValueBuffer[slot]);
     }

@@ -6,14 +6,20 @@ namespace obrin {
 
 // The ring of (time, value) samples of each link. While SampleCount is below BufferSize, slots 0 to
 // SampleCount-1 hold the samples from oldest to newest; once full, the i-th oldest is at (NextSlot + i) mod
-// BufferSize. Agent thread only.
+// BufferSize. The agent thread alone changes it, under chainLock; what changes it here takes that lock
+// itself, but for pushSample.
 
 /// Sizes every link's ring to its window, templates included, empty and zeroed. 1; -1 with a log line at the
 /// first ring that cannot be had: that link is left without a ring, links further down keep their old state.
 int allocatecircularbuffers(Clasp* clasp);
 
+/// The slots of the ring from the oldest sample to the newest are slotOfSample(link, 0) to
+/// slotOfSample(link, samplesHeld(link) - 1).
+std::uint32_t samplesHeld(const Link& link);
+std::uint32_t slotOfSample(const Link& link, std::uint32_t place);
+
 /// Adds one sample; the oldest goes when the ring is full. Constant time, no allocation. Nothing for a link
-/// without a ring.
+/// without a ring. With chainLock held.
 void pushSample(Link& link, double time, double value);
 
 /// Fills the rings from the archive file. 1, also without an archive; -1 with a log line when the archive

@@ -44,7 +44,13 @@ int store(Link& link, std::optional<double> value) {
     if (!value)
         return notRead;
     link.DataArray[0] = *value;
+    link.findings.valueRead = true;
     return 1;
+}
+
+void setCapacity(Link& link, double capacity) {
+    link.UpperLimitCalc = capacity;
+    link.findings.capacityRead = true;
 }
 
 std::optional<std::int64_t> readProcessCapacity() {
@@ -81,7 +87,7 @@ int readProcesses(Link& link) {
     const auto capacity = readProcessCapacity();
     if (!capacity)
         return notRead;
-    link.UpperLimitCalc = static_cast<double>(*capacity);
+    setCapacity(link, static_cast<double>(*capacity));
     return store(link, processesUsed(*tasks, *capacity, link.UpperLimitAbs));
 }
 
@@ -92,7 +98,7 @@ int readSwapSpace(Link& link) {
     const auto swap = parseSwapSpace(meminfo.value_or(""));
     if (!swap)
         return notRead;
-    link.UpperLimitCalc = static_cast<double>(swap->total);
+    setCapacity(link, static_cast<double>(swap->total));
     return store(link, swapSpaceUsed(*swap, link.UpperLimitAbs));
 }
 
@@ -103,7 +109,7 @@ int readDescriptors(Link& link) {
     const auto descriptors = parseFileNr(fileNr.value_or(""));
     if (!descriptors)
         return notRead;
-    link.UpperLimitCalc = static_cast<double>(descriptors->maximum);
+    setCapacity(link, static_cast<double>(descriptors->maximum));
     return store(link, descriptorsUsed(*descriptors, link.UpperLimitAbs));
 }
 
@@ -120,7 +126,7 @@ int readDisk(Link& link) {
         taken.listing ? taken.listing->find(cleanfilename(link.Descriptor1.view())) : nullptr;
     if (line == nullptr)
         return notRead;
-    link.UpperLimitCalc = diskCapacity(*line);
+    setCapacity(link, diskCapacity(*line));
     return store(link, diskUsed(*line, link.UpperLimitAbs));
 }
 
@@ -213,6 +219,8 @@ std::optional<double> diskUsed(const DiskLine& line, double upperLimitAbs) {
 }
 
 int ReadRawData(Link* link) {
+    link->findings.valueRead = false;
+    link->findings.capacityRead = false;
     if (link->Descriptor0 == "PercentProcessesUsed")
         return readProcesses(*link);
     if (link->Descriptor0 == "PercentSwapSpaceUsed")

@@ -246,9 +246,12 @@ std::optional<DiskLine> parseDiskLine(std::string_view line) {
 DiskListing::DiskListing(std::string_view text) {
     for (std::size_t end = text.find('\n'); end != std::string_view::npos; end = text.find('\n')) {
         const bool heading = lineFeeds_++ == 0;
-        if (auto parsed = heading ? std::nullopt : parseDiskLine(text.substr(0, end))) {
+        const std::string_view line = text.substr(0, end);
+        if (auto parsed = heading ? std::nullopt : parseDiskLine(line)) {
             byCleanedName_.emplace(cleanfilename(parsed->device + " " + parsed->mountPoint), lines_.size());
             lines_.push_back(std::move(*parsed));
+        } else if (!heading && leftOut_.size() < mostLeftOut) {
+            leftOut_.emplace_back(line);
         }
         text.remove_prefix(end + 1);
     }

@@ -11,6 +11,9 @@
 
 namespace obrin {
 
+/// So many of what is left out are kept, to be told.
+inline constexpr std::size_t mostLeftOut = 100;
+
 /// What a listing counts.
 enum class DiskCounter { space, inodes };
 
@@ -39,6 +42,8 @@ public:
     /// Line feeds of the text, those of the heading and of lines that are not well-formed included.
     std::size_t lineFeeds() const { return lineFeeds_; }
     const std::vector<DiskLine>& lines() const { return lines_; }
+    /// The first of the lines that are not well-formed, as they stand there.
+    const std::vector<std::string>& leftOut() const { return leftOut_; }
 
     /// The line whose "device mountPoint", cleaned with cleanfilename, equals `cleanedName`; null when there
     /// is none. The first such line counts.
@@ -47,6 +52,7 @@ public:
 private:
     std::size_t lineFeeds_ = 0;
     std::vector<DiskLine> lines_;
+    std::vector<std::string> leftOut_;
     std::unordered_map<std::string, std::size_t> byCleanedName_;
 };
 

@@ -2,6 +2,7 @@
 
 #include "acquisition/diskListing.h"
 #include "agent/debugLog.h"
+#include "support/immortal.h"
 #include "support/systemPaths.h"
 #include "support/wholeFile.h"
 
@@ -14,6 +15,12 @@ namespace {
 
 bool longNameLogged = false;
 bool missingListingLogged = false;
+Immortal<std::vector<LeftOutDisk>> leftOut;
+
+void leaveOut(const std::string& text, const char* reason) {
+    if (leftOut->size() < mostLeftOut)
+        leftOut->push_back({text, reason});
+}
 
 /// Says once, until a listing comes, that there is none.
 void noteListing(bool isThere) {
@@ -95,6 +102,9 @@ int Retrievedisks(int count, std::vector<DiskName>* names) {
     DEBUGMSG(" after  11 fopen(../tempdata/LumetraDisks.txt)\n");
     if (!taken.listing)
         return -1;
+    leftOut->clear();
+    for (const std::string& line : taken.listing->leftOut())
+        leaveOut(line, "its line in the listing of disks cannot be read without doubt");
     int retrieved = 0;
     for (const DiskLine& line : taken.listing->lines()) {
         if (retrieved >= count)
@@ -103,16 +113,27 @@ int Retrievedisks(int count, std::vector<DiskName>* names) {
         if (name.size() <= DiskName::capacity()) {
             names->emplace_back(name);
             ++retrieved;
-        } else if (!longNameLogged) {
-            longNameLogged = true;
+            continue;
+        }
+        leaveOut(name, "its name is too long");
+        if (!longNameLogged)
             DEBUGMSG("Disks with a name longer than %zu characters are left out, the first is %.200s...\n",
                      DiskName::capacity(), name.c_str());
-        }
+        longNameLogged = true;
     }
     return retrieved;
 }
 
+const std::vector<LeftOutDisk>& disksLeftOut() {
+    return *leftOut;
+}
+
+bool awaitsDiskListing() {
+    return missingListingLogged;
+}
+
 void beginInstanceRun() {
+    leftOut->clear();
     longNameLogged = false;
     missingListingLogged = false;
     beginListingCycle(std::chrono::milliseconds(0));

@@ -27,6 +27,18 @@ int GetNumberOfdisks();
 /// with one log line a run. Agent thread.
 int Retrievedisks(int count, std::vector<DiskName>* names);
 
+/// A disk of the newest listing that is not watched.
+struct LeftOutDisk {
+    std::string text;   ///< its name, or its line of the listing
+    const char* reason; ///< for a person
+};
+
+/// At most mostLeftOut of them. Agent thread.
+const std::vector<LeftOutDisk>& disksLeftOut();
+
+/// Whether the newest attempt to list the disks gave nothing. Agent thread.
+bool awaitsDiskListing();
+
 /// Begins a run: listings of an earlier one are forgotten, and what is logged once is logged once more.
 /// Agent thread.
 void beginInstanceRun();

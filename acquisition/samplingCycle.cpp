@@ -140,6 +140,7 @@ void appendTriple(std::string& line, const Link& link) {
 
 /// Before the archive line, which memory may be refused to: the rings need none.
 void pushSamples(Clasp* clasp) {
+    MutexLock lock(chainLock);
     for (Link* link = clasp->pFirstLink; link != nullptr; link = link->pNextLink)
         if (!isTemplate(*link))
             pushSample(*link, static_cast<double>(TimeStamp), link->DataArray[0]);

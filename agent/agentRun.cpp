@@ -8,6 +8,7 @@
 #include "agent/agentState.h"
 #include "agent/debugLog.h"
 #include "agent/errorExit.h"
+#include "agent/hostFeed.h"
 #include "agent/stopSync.h"
 #include "prediction/exhaustion.h"
 #include "prediction/predictor.h"
@@ -38,6 +39,7 @@ public:
         if (clasp_->pLastLink != nullptr)
             ScanUpChainDeletingAllLinks(clasp_.get());
         publish(nullptr);
+        publishEnd();
     }
 
     Clasp* get() const { return clasp_.get(); }
@@ -137,28 +139,56 @@ int attempt(Step step) {
     }
 }
 
-void runOneCycle(Clasp* clasp, int maxfilesizeinMB) {
+/// Seconds since the last call.
+class StopWatch {
+public:
+    double lap() {
+        const Clock::Moment now = systemClock().now();
+        const std::chrono::duration<double> time = now - last_;
+        last_ = now;
+        return time.count();
+    }
+
+private:
+    Clock::Moment last_ = systemClock().now();
+};
+
+void publish(const Clasp& clasp, const CycleReport& report) {
+    attempt([&] {
+        publishCycle(clasp, report);
+        return 1;
+    });
+}
+
+void runOneCycle(Clasp* clasp, CycleReport* report) {
+    StopWatch watch;
     const int sampled = attempt([&] { return RawDataRetrievalAndArchive(clasp); });
     if (sampled != 1)
         reportFailedCycleStep("RawDataRetrievalAndArchive", sampled);
+    report->sampling = watch.lap();
     {
         const TrendFileGuard lock;
         const int predicted = attempt([&] { return predictor(clasp); });
         if (predicted != 1)
             reportFailedCycleStep("predictor", predicted);
     }
+    report->forecast = watch.lap();
     attempt([&] { return update_autoresource_file(clasp); });
-    attempt([&] { return trim(clasp->HardDriveArchive, maxfilesizeinMB); });
+    attempt([&] { return trim(clasp->HardDriveArchive, report->archiveMegabytes); });
+    report->writing = watch.lap();
+    ++report->cycles;
+    publish(*clasp, *report);
 }
 
 void runWith(std::string_view configuration, const std::string& configPath) {
     RunRecord record;
     Clasp* clasp = record.get();
-    int maxfilesizeinMB = 0;
-    if (!readConfiguration(configuration, configPath, clasp, &maxfilesizeinMB) || !startUp(clasp))
+    CycleReport report;
+    if (!readConfiguration(configuration, configPath, clasp, &report.archiveMegabytes) || !startUp(clasp))
         return;
+    publish(*clasp, report);
     do {
-        runOneCycle(clasp, maxfilesizeinMB);
+        runOneCycle(clasp, &report);
         javaThreadSyncSleep(clasp->MillisecondsPerSample / 1000);
     } while (continueExecuting != 0);
     attempt([&] {

@@ -1,9 +1,11 @@
 #include "acquisition/diskListing.h"
 #include "acquisition/textForms.h"
+#include "agent/hostFeed.h"
 #include "bench/ratios.h"
 #include "bench/stopwatch.h"
 #include "diagnosis/processCensus.h"
 #include "resources/linkLogic.h"
+#include "resources/resourceChain.h"
 #include "resources/resourceTokens.h"
 #include "resources/scratchPad.h"
 #include "support/systemPaths.h"
@@ -72,6 +74,27 @@ double scratchPadLookUps(int records) {
     return time;
 }
 
+/// The state after a cycle, made for the host.
+double publication(int disks) {
+    Clasp clasp;
+    Link link;
+    link.ResourceType = 2;
+    link.Descriptor0 = "LogicalDisk";
+    link.Descriptor2 = "PercentFreeSpaceUsed";
+    link.Descriptor3 = "-2";
+    link.NameIs = "PercentFreeSpaceUsed";
+    link.pClasp = &clasp;
+    for (int i = 1; i <= disks; ++i) {
+        link.Descriptor1.assign(numbered("/dev/", i) + numbered(" /mnt/", i));
+        link.RID = i;
+        CreateLinkInChainAndCopyData(&link);
+    }
+    openHostFeed();
+    const double time = nanosecondsPerCall([&] { publishCycle(clasp, {}); });
+    ScanUpChainDeletingAllLinks(&clasp);
+    return time;
+}
+
 using Count = std::int32_t;
 using Record = ProcessResourceInformation;
 
@@ -116,7 +139,8 @@ std::vector<Growth> growths() {
             growth("scratch pad, every record looked up", 2500, scratchPadLookUps),
             growth("children of processes with one parent", 7500, siblings),
             growth("children of processes that share one number", 7500, sharedNumber),
-            growth("families of a chain of processes", 2500, chain)};
+            growth("families of a chain of processes", 2500, chain),
+            growth("state of a cycle for the host", 2500, publication)};
 }
 
 } // namespace obrin::bench

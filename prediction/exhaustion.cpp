@@ -6,6 +6,7 @@
 #include "prediction/eventDelivery.h"
 #include "prediction/trendFileFormat.h"
 
+#include <algorithm>
 #include <array>
 #include <string>
 
@@ -39,19 +40,19 @@ ToleranceLimits limitsOfMethod(std::int32_t analyticalMethod) {
     }
 }
 
+ReachedLimit reachedLimit(float value, ToleranceLimits limits) {
+    if (isSet(limits.lower) && value <= limits.lower)
+        return ReachedLimit::lower;
+    if (isSet(limits.upper) && static_cast<double>(value) >= static_cast<double>(limits.upper) - upperMargin)
+        return ReachedLimit::upper;
+    return ReachedLimit::none;
+}
+
 ReachedLimit newlyReachedLimit(std::span<const float> values, ToleranceLimits limits) {
-    const auto beyond = [limits](float value) {
-        if (isSet(limits.lower) && value <= limits.lower)
-            return ReachedLimit::lower;
-        if (isSet(limits.upper) &&
-            static_cast<double>(value) >= static_cast<double>(limits.upper) - upperMargin)
-            return ReachedLimit::upper;
-        return ReachedLimit::none;
-    };
     for (float value : values.first(values.size() - 1))
-        if (beyond(value) != ReachedLimit::none)
+        if (reachedLimit(value, limits) != ReachedLimit::none)
             return ReachedLimit::none;
-    return beyond(values.back());
+    return reachedLimit(values.back(), limits);
 }
 
 void forecastGrid(float first, float inner, float outer, std::span<float> times) {
@@ -159,6 +160,20 @@ void logNotification(const Link& link, Notification notification) {
     }
 }
 
+/// Keeps the forecast with its link for those who look on.
+void keepForecast(Link& link, const TrendHeadline& headline, std::span<const float> forecast, float newest) {
+    MutexLock lock(chainLock);
+    LinkFindings& findings = link.findings;
+    findings.forecastTime = headline.timeStamp;
+    findings.hoursToExhaustion = headline.hoursToExhaustion;
+    findings.model.assign(headline.model);
+    findings.forecastOrigin = headline.timeStamp - static_cast<double>(newest);
+    if (!findings.forecast)
+        findings.forecast = allocateZeroed<float>(forecast.size());
+    if (findings.forecast)
+        std::ranges::copy(forecast, findings.forecast.get());
+}
+
 void announceExhaustion(const Link& link, double hours, const CulpritText* culpritText) {
     const double seconds = hours * 3600.0;
     DEBUGMSG("In %.2f seconds (%.2f hours) from NOW,\n", seconds, hours);
@@ -200,6 +215,7 @@ std::int32_t predict_exhaustion(Link* link, std::int32_t n, const float* x, cons
     clipForDisplay(forecast, limits);
     const TrendHeadline headline{static_cast<double>(isSet(lower) ? lower : upper), TimeStamp, crossing.hours,
                                  model, link->NotifyLevel};
+    keepForecast(*link, headline, forecast, times.back());
     writeTrendFiles(headline, link->pClasp->DataHomeDirectory, link->NameIs.view(), link->Descriptor1.view(),
                     forecastTimes, forecast, times, values);
     return notification == Notification::fires ? 1 : 0;

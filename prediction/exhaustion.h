@@ -23,8 +23,11 @@ ToleranceLimits limitsOfMethod(std::int32_t analyticalMethod);
 
 enum class ReachedLimit { none, lower, upper };
 
-/// The limit that the newest value has reached (at or below the lower, at or above the upper less 0.05), if
-/// it is the first of the series that is beyond any limit. `values` oldest first, not empty.
+/// The limit that a value has reached: at or below the lower, at or above the upper less 0.05.
+ReachedLimit reachedLimit(float value, ToleranceLimits limits);
+
+/// The limit that the newest value has reached, if it is the first of the series that has reached any.
+/// `values` oldest first, not empty.
 ReachedLimit newlyReachedLimit(std::span<const float> values, ToleranceLimits limits);
 
 inline constexpr int forecastPoints = 200;

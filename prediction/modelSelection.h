@@ -30,6 +30,10 @@ inline constexpr const char* no_model = "Not enough data: no model selected";
 /// The smoothed points that a forecast needs at the least.
 inline constexpr std::int32_t minimumSmoothedPoints = 40;
 
+/// So many samples that is with the parameters as they are.
+inline constexpr std::int32_t samplesForForecast =
+    minimumSmoothedPoints * PredictionParameters{}.medianStride;
+
 /// Smooths the n samples (x ascending, seconds since the first; y any unit), fits the six models, chooses one
 /// by the weighted error that favours the newest points, and evaluates it at the nOut ascending times xOut
 /// (same base as x), also beyond the samples, into yOut.

@@ -1,5 +1,6 @@
 #include "prediction/predictor.h"
 
+#include "acquisition/circularBuffers.h"
 #include "agent/debugLog.h"
 #include "prediction/exhaustion.h"
 #include "support/immortal.h"
@@ -27,15 +28,12 @@ std::vector<SampleRecord>& FirstPoint = *gathered;
 namespace {
 
 constexpr double secondsPerHour = 3600.0;
-constexpr double noSample = -1.0; ///< a buffered value that stands for none
 
 /// Puts the valid samples of a ring into FirstPoint, oldest first.
 void gatherSamples(const Link& link) {
-    const bool wrapped = link.SampleCount >= link.BufferSize;
-    const std::uint32_t count = wrapped ? link.BufferSize : link.SampleCount;
     FirstPoint.clear();
-    for (std::uint32_t i = 0; i < count; ++i) {
-        const std::uint32_t slot = wrapped ? (link.NextSlot + i) % link.BufferSize : i;
+    for (std::uint32_t i = 0; i < samplesHeld(link); ++i) {
+        const std::uint32_t slot = slotOfSample(link, i);
         Index1 = clampToInt32(slot);
         if (link.ValueBuffer[slot] != noSample)
             FirstPoint.push_back({link.TimeBuffer[slot], link.ValueBuffer[slot]});
@@ -84,6 +82,7 @@ std::int32_t TestforImpendingOutage(Clasp* clasp) {
 
 std::int32_t bestmodelObrin(Link* link, CulpritText* culpritText) {
     gatherSamples(*link);
+    link->findings.usableSamples = NumberOfValidDataPoints;
     const ToleranceLimits limits = limitsOfMethod(link->AnalyticalMethod);
     if (NumberOfValidDataPoints > 0)
         bestmodel(link, NumberOfValidDataPoints, FirstPoint.data(), limits.upper, limits.lower,

@@ -8,6 +8,9 @@
 
 namespace obrin {
 
+/// A buffered value that stands for none.
+inline constexpr double noSample = -1.0;
+
 /// One valid sample of the resource in hand.
 struct SampleRecord {
     double time;  ///< seconds since the epoch

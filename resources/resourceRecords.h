@@ -14,6 +14,19 @@ struct Clasp;
 /// A limit of -1.0 means "none on this side".
 inline constexpr double noLimit = -1.0;
 
+/// What the newest readings and forecasts of a link were, for those who look on: nothing in the run goes by
+/// it. A copy of a link begins without.
+struct LinkFindings {
+    bool valueRead = false;          ///< by the newest reading
+    bool capacityRead = false;       ///< UpperLimitCalc, by the newest reading
+    std::int32_t usableSamples = 0;  ///< samples of the ring that the newest analysis could use
+    std::int32_t forecastTime = 0;   ///< TimeStamp of the newest forecast; 0 for none yet
+    double hoursToExhaustion = -1.0; ///< as that forecast's headline has it; not above 0: none in sight
+    FixedText<40> model;             ///< of that forecast
+    double forecastOrigin = 0.0;     ///< what its times count from, seconds since the epoch
+    ZeroedNumbers<float> forecast;   ///< its values on the grid; empty without one or for want of memory
+};
+
 /// One monitored counter instance, or the template that stands for all instances of a declaration. Owned by
 /// the chain.
 struct Link {
@@ -41,8 +54,10 @@ struct Link {
     float NotifyLevel = 0.0F;         ///< value that the newest sample must reach before the event
     std::int32_t HysteresisCount = 0; ///< cycles without a positive forecast before the intent is dropped
     FixedText<128> CulpritMarker;
+    LinkFindings findings;
 
     // The ring of (time, value) samples; see acquisition/circularBuffers.h for its order.
+    // Changed under chainLock.
     std::uint32_t NextSlot = 0;
     std::uint32_t SampleCount = 0;
     std::uint32_t BufferSize = 0; ///< slots in each buffer; 0 only when the buffers could not be had
@@ -78,6 +93,8 @@ struct Clasp {
 
     /// Set when the declaration file was read whole; only then may it be rewritten.
     bool declarationsComplete = false;
+    /// What was not taken up of the declaration file, for a person; null for nothing.
+    const char* declarationLoss = nullptr;
     /// Every link of the chain by its identity (see linkIdentity), so that a search does not walk thousands
     /// of links.
     std::unordered_multimap<std::string, Link*> linksByIdentity;

@@ -56,6 +56,7 @@ bool readShort(const std::string& path, std::string_view text) {
 int finish(Clasp* clasp, const ParseResult& parsed, bool wholeText) {
     const char* loss = parsed.loss == nullptr && !wholeText ? "it was not read to its end" : parsed.loss;
     clasp->declarationsComplete = parsed.result == 1 && loss == nullptr;
+    clasp->declarationLoss = loss;
     if (parsed.result != 1)
         return parsed.result;
     if (loss != nullptr)

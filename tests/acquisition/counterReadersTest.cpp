@@ -328,6 +328,43 @@ TEST_F(DiskReader, ACapacityOfExactlyZeroReadsAs100AndIsNotedAsMeasured) {
     EXPECT_EQ(valueOf(diskLink("a /a", "PercentFreeSpaceUsed", 50.0)), 0.0);
 }
 
+TEST_F(AnyReader, FindingsSayWhatTheNewestReadingGave) {
+    machine.become("file-server");
+    for (const char* object :
+         {"PercentProcessesUsed", "PercentSwapSpaceUsed", "PercentFileDescriptorsUsed"}) {
+        Link link = systemLink(object);
+        EXPECT_EQ(ReadRawData(&link), 1) << object;
+        EXPECT_TRUE(link.findings.valueRead && link.findings.capacityRead) << object;
+        for (const char* file : {"loadavg", "meminfo", "threads-max", "file-nr"})
+            std::filesystem::remove(machine.path(file));
+        systemPaths().loadavg = systemPaths().meminfo = systemPaths().fileNr = machine.path("none");
+        EXPECT_EQ(ReadRawData(&link), notRead) << object;
+        EXPECT_FALSE(link.findings.valueRead || link.findings.capacityRead) << object;
+        machine.become("file-server");
+    }
+}
+
+TEST_F(SwapReader, FindingsTellAMachineWithoutSwapFromOneThatDoesNotSay) {
+    put("meminfo", "SwapTotal: 0 kB\nSwapFree: 0 kB\n");
+    Link link = systemLink("PercentSwapSpaceUsed");
+    EXPECT_EQ(ReadRawData(&link), notRead);
+    EXPECT_FALSE(link.findings.valueRead);
+    EXPECT_TRUE(link.findings.capacityRead);
+    put("meminfo", "");
+    EXPECT_EQ(ReadRawData(&link), notRead);
+    EXPECT_FALSE(link.findings.capacityRead);
+}
+
+TEST_F(DiskReader, FindingsSayThatADiskIsNotInTheListingAnyMore) {
+    machine.installDf("echo heading; echo '/dev/a 10 4 6 40% /a'\n");
+    Link link = diskLink("/dev/a /a");
+    EXPECT_EQ(ReadRawData(&link), 1);
+    EXPECT_TRUE(link.findings.valueRead && link.findings.capacityRead);
+    machine.installDf("echo heading; echo '/dev/b 10 4 6 40% /b'\n");
+    EXPECT_EQ(ReadRawData(&link), notRead);
+    EXPECT_FALSE(link.findings.valueRead || link.findings.capacityRead);
+}
+
 TEST_F(DiskReader, TotalOfZeroAndCapacityOfZeroReadAs100) {
     machine.installDf("echo head; echo 'a 0 0 0 - /a'; echo 'b 10 0 0 - /b'; echo 'c 0 5 5 50% /c'\n");
     for (const char* name : {"a /a", "b /b", "c /c"})

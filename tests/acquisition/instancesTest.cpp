@@ -126,6 +126,38 @@ TEST(Disks, ANameThatDoesNotFitIsLeftOutWithOneLogLineARun) {
     EXPECT_EQ(lines(), 2);
 }
 
+TEST(Disks, WhatIsLeftOutOfTheNewestListingIsKeptWithItsReasonUpToABound) {
+    TestMachine machine;
+    const std::string longName = "/" + std::string(600, 'x');
+    machine.installDf("echo heading; echo nonsense; echo 'a 1 2 3 4% /a'; echo 'd 1 2 3 4% " + longName +
+                      "'\n");
+    std::vector<DiskName> names;
+    EXPECT_EQ(Retrievedisks(9, &names), 1);
+    ASSERT_EQ(disksLeftOut().size(), 2U);
+    EXPECT_EQ(disksLeftOut()[0].text, "nonsense");
+    EXPECT_STREQ(disksLeftOut()[0].reason, "its line in the listing of disks cannot be read without doubt");
+    EXPECT_EQ(disksLeftOut()[1].text, "d " + longName);
+    EXPECT_STREQ(disksLeftOut()[1].reason, "its name is too long");
+
+    machine.installDf("echo heading; yes nonsense | head -n 1000\n");
+    EXPECT_EQ(Retrievedisks(9, &names), 0);
+    EXPECT_EQ(disksLeftOut().size(), mostLeftOut);
+    machine.installDf("echo heading; echo 'a 1 2 3 4% /a'\n");
+    EXPECT_EQ(Retrievedisks(9, &names), 1);
+    EXPECT_TRUE(disksLeftOut().empty());
+}
+
+TEST(Disks, AListingIsAwaitedFromTheFirstThatDoesNotComeToTheNextThatDoes) {
+    TestMachine machine;
+    EXPECT_FALSE(awaitsDiskListing());
+    machine.installDf("exit 1\n");
+    GetNumberOfdisks();
+    EXPECT_TRUE(awaitsDiskListing());
+    machine.installDf("echo heading\n");
+    GetNumberOfdisks();
+    EXPECT_FALSE(awaitsDiskListing());
+}
+
 TEST(DriveExists, ADifferentDeviceOnTheSameMountPointKeepsTheDiskAndAMissingMountPointDoesNot) {
     TestMachine machine;
     machine.become("server-swap-lvm");

@@ -2,9 +2,11 @@
 
 #include "agent/agentState.h"
 #include "agent/debugLog.h"
+#include "agent/hostFeed.h"
 #include "agent/stopSync.h"
 #include "prediction/exhaustion.h"
 #include "support/systemPaths.h"
+#include "tests/support/feedReading.h"
 #include "tests/support/recordingSink.h"
 #include "tests/support/sourceText.h"
 #include "tests/support/temporaryDirectory.h"
@@ -139,6 +141,53 @@ TEST_F(AgentRun, CycleSamplesForecastsUnderTheLockUnlocksRewritesAndTrims) {
     EXPECT_THAT(steps,
                 ElementsAre("forecast: locked, old declarations", "rewriting: unlocked, old declarations",
                             "Cannot Get Filesize of " + archive + ": unlocked, new declarations"));
+}
+
+TEST_F(AgentRun, PublishesTheStartEachCycleAndTheEndToAHost) {
+    openHostFeed();
+    publishEnd(); // of whatever ran before
+    std::int64_t serial = readState(*awaitPublication(0, std::chrono::milliseconds(0))).serial;
+    std::vector<std::string> seen;
+    const auto look = [&] {
+        const Publication newest = awaitPublication(serial, std::chrono::milliseconds(0));
+        if (newest == nullptr)
+            return;
+        const FedState state = readState(*newest);
+        serial = state.serial;
+        seen.push_back(std::to_string(state.kind) + ": " + std::to_string(state.cycles));
+    };
+    cycles = 2;
+    clock.onWallTime = look; // a cycle begins with the time of day
+    clock.onWait([&](const char*, std::chrono::seconds) {
+        look();
+        if (--cycles == 0)
+            continueExecuting = 0;
+    });
+    EXPECT_EQ(run(), 0);
+    look();
+    openHostFeed(false);
+    EXPECT_THAT(seen, ElementsAre("1: 0", "1: 1", "1: 2", "2: 0"));
+}
+
+TEST_F(AgentRun, AForecastIsPublishedInTheCycleInWhichItIsMade) {
+    openHostFeed();
+    std::int32_t firstForecast = 0;
+    cycles = 0;
+    clock.onWait([&](const char*, std::chrono::seconds) {
+        ++cycles;
+        const FedState state = readState(*awaitPublication(0, std::chrono::milliseconds(0)));
+        EXPECT_EQ(state.cycles, cycles);
+        EXPECT_EQ(state.resources.at(0).usable, cycles);
+        if (state.resources[0].forecastTime != 0 && firstForecast == 0) {
+            firstForecast = cycles;
+            EXPECT_EQ(state.resources[0].forecastTime, state.time);
+        }
+        if (cycles == 201)
+            continueExecuting = 0;
+    });
+    EXPECT_EQ(run(), 0);
+    openHostFeed(false);
+    EXPECT_EQ(firstForecast, 200);
 }
 
 TEST_F(AgentRun, DeclarationsThatCannotBeReadAreToldAndEndTheRun) {

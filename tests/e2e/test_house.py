@@ -18,7 +18,7 @@ FLOORS = [
     (6, r"agent/.*|trendviewer/trendViewer"),
 ]
 
-JNI_ROOMS = {"agent/Obrinagent", "agent/agentState", "prediction/javaEventSink", "support/jniSupport",
+JNI_ROOMS = {"agent/Obrinagent", "agent/agentState", "agent/hostDoor", "prediction/javaEventSink", "support/jniSupport",
              "trendviewer/trendViewer"}
 
 
@@ -30,6 +30,10 @@ def sources():
 
 def room(path):
     return path.relative_to(ROOT).with_suffix("").as_posix()
+
+
+def sources_of_the_library():
+    return [path for path in sources() if path.suffix == ".cpp"]
 
 
 def includes(path):
@@ -67,6 +71,21 @@ class House(unittest.TestCase):
         for path in sources():
             if path.suffix == ".h":
                 visit(path, [])
+
+    def test_a_library_has_the_sources_of_one_floor_and_depends_on_libraries_before_it(self):
+        text = (ROOT / "CMakeLists.txt").read_text()
+        known = {}
+        for name, sources, depends in re.findall(r"^lumetra_library\((\w+)\s+SOURCES ([^)]*?)(?:DEPENDS ([^)]*))?\)", text, re.M):
+            files = [file for pattern in sources.split() for file in ROOT.glob(pattern)]
+            self.assertTrue(files, name)
+            floors = {floor(room(file)) for file in files}
+            self.assertEqual(len(floors), 1, f"{name} stands on the floors {floors}")
+            self.assertLessEqual({d for d in depends.split() if d.startswith("obrin_")}, set(known), name)
+            known[name] = files
+        built = {file for files in known.values() for file in files}
+        natives = set(re.search(r"add_library\(obrin_natives OBJECT ([^)]*)\)", text)[1].split())
+        self.assertEqual({room(p) for p in sources_of_the_library()},
+                         {room(p) for p in built} | {str(pathlib.PurePath(n).with_suffix("")) for n in natives})
 
     def test_java_types_appear_in_their_rooms_only(self):
         rooms = {room(path) for path in sources() if re.search(r"<jni\.h>|\bJNIEnv\b|\bjstring\b|\bjobject\b",

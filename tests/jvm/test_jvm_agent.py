@@ -14,6 +14,7 @@ from agent_home import DISK_SPACE, FEW, HEADING, mount, needs_mounts, umount, wr
 RUN = "run 2 ../config/AutoConfig.ini"
 DAY = 86400000  # milliseconds
 EXPORTED = {
+    "JNI_OnLoad",
     "Java_com_quorin_sysmgt_tavl_LumetraAgent_ExecPrediction_research_1main",
     "Java_com_quorin_sysmgt_tavl_LumetraAgent_LumetraSubagent_javaThreadSyncPleaseStop",
     "Java_com_quorin_sysmgt_tavl_LumetraAgent_LumetraSubagent_trendViewerGetDescriptors",

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <set>
+#include <span>
 #include <unordered_map>
 #include <utility>
 
@@ -71,6 +72,7 @@ struct Reference {
 };
 
 constexpr const char* textClass = "java/lang/String";
+constexpr const char* bytesClass = "[B";
 
 using Words = std::array<void*, sizeof(JNINativeInterface_) / sizeof(void*)>;
 static_assert(sizeof(Words) == sizeof(JNINativeInterface_));
@@ -120,12 +122,19 @@ struct FakeJavaEnvironment::State : JNIEnv_ {
     std::map<std::string, std::shared_ptr<Object>> classes;
     std::vector<std::unique_ptr<Method>> methods;
     std::map<std::string, JavaBehaviour> behaviours;
+    std::map<std::string, jint> staticNumbers; ///< by class and field
+    std::map<std::string, void*> natives;      ///< by class and method
+    JNIInvokeInterface_ machineTable{};
+    struct Machine : JavaVM_ {
+        State* state = nullptr;
+    } machine{};
     std::map<const char*, std::unique_ptr<char[]>> copies;
     std::set<const char*> lent;
 
     bool copiesCharacters = true;
     std::size_t textsUntilFailure = 0;
     bool framesFail = false;
+    bool arraysFail = false;
     jint osSupport = 0;
     jlong previousTime = 0;
     jdouble previousTimeToExhaustion = 0;
@@ -285,6 +294,74 @@ struct FakeFunctions {
     }
     static jmethodID getStaticMethodId(JNIEnv* env, jclass type, const char* name, const char* signature) {
         return methodId(env, "GetStaticMethodID", type, name, signature, true);
+    }
+
+    // Natives and fields.
+
+    static jint getEnv(JavaVM* machine, void** env, jint) {
+        *env = static_cast<State::Machine*>(machine)->state;
+        return JNI_OK;
+    }
+
+    static jint registerNatives(JNIEnv* env, jclass type, const JNINativeMethod* given, jint count) {
+        const Lock lock = entry(env, "RegisterNatives");
+        State& state = stateOf(env);
+        const auto target = state.follow("RegisterNatives", type);
+        for (const JNINativeMethod& method : std::span(given, static_cast<std::size_t>(count))) {
+            const bool declared = target != nullptr && std::ranges::any_of(state.methods, [&](const auto& m) {
+                                      return m->className == target->className && m->name == method.name &&
+                                             m->signature == method.signature;
+                                  });
+            if (!declared) {
+                state.raise("java/lang/NoSuchMethodError", method.name);
+                return JNI_ERR;
+            }
+            state.natives[target->className + "." + method.name] = method.fnPtr;
+        }
+        return JNI_OK;
+    }
+
+    static jfieldID getStaticFieldId(JNIEnv* env, jclass type, const char* name, const char* signature) {
+        const Lock lock = entry(env, "GetStaticFieldID");
+        State& state = stateOf(env);
+        const auto target = state.follow("GetStaticFieldID", type);
+        const auto found = target == nullptr ? state.staticNumbers.end()
+                                             : state.staticNumbers.find(target->className + "." + name);
+        if (found != state.staticNumbers.end() && std::string_view(signature) == "I")
+            return reinterpret_cast<jfieldID>(&found->second);
+        state.raise("java/lang/NoSuchFieldError", name);
+        return nullptr;
+    }
+    static jint getStaticIntField(JNIEnv* env, jclass type, jfieldID field) {
+        const Lock lock = entry(env, "GetStaticIntField");
+        stateOf(env).follow("GetStaticIntField", type);
+        return *reinterpret_cast<const jint*>(field);
+    }
+
+    // Arrays of bytes.
+
+    static jbyteArray newByteArray(JNIEnv* env, jsize length) {
+        const Lock lock = entry(env, "NewByteArray");
+        State& state = stateOf(env);
+        if (state.arraysFail) {
+            state.raise("java/lang/OutOfMemoryError", "Java heap space");
+            return nullptr;
+        }
+        return state.refer<jbyteArray>(std::make_shared<Object>(
+            Object{bytesClass, std::string(static_cast<std::size_t>(length), '\0'), false}));
+    }
+    static void setByteArrayRegion(JNIEnv* env, jbyteArray array, jsize start, jsize length,
+                                   const jbyte* bytes) {
+        const Lock lock = entry(env, "SetByteArrayRegion");
+        State& state = stateOf(env);
+        const auto target = state.follow("SetByteArrayRegion", array);
+        if (target == nullptr || target->className != bytesClass || start < 0 || length < 0 ||
+            static_cast<std::size_t>(start) + static_cast<std::size_t>(length) > target->text.size()) {
+            state.misuse("SetByteArrayRegion: not within an array of bytes");
+            return;
+        }
+        target->text.replace(static_cast<std::size_t>(start), static_cast<std::size_t>(length),
+                             reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(length));
     }
 
     // Texts.
@@ -619,6 +696,11 @@ struct FakeFunctions {
         table.IsInstanceOf = &isInstanceOf;
         table.GetMethodID = &getMethodId;
         table.GetStaticMethodID = &getStaticMethodId;
+        table.RegisterNatives = &registerNatives;
+        table.GetStaticFieldID = &getStaticFieldId;
+        table.GetStaticIntField = &getStaticIntField;
+        table.NewByteArray = &newByteArray;
+        table.SetByteArrayRegion = &setByteArrayRegion;
         table.NewStringUTF = &newStringUtf;
         table.GetStringUTFLength = &getStringUtfLength;
         table.GetStringUTFChars = &getStringUtfChars;
@@ -647,6 +729,9 @@ constexpr const char* eventsClass = "com/quorin/sysmgt/tavl/LumetraAgent/AgentEv
 FakeJavaEnvironment::FakeJavaEnvironment() : state_(std::make_unique<State>()) {
     FakeFunctions::fill(state_->table);
     state_->functions = &state_->table;
+    state_->machineTable.GetEnv = &FakeFunctions::getEnv;
+    state_->machine.functions = &state_->machineTable;
+    state_->machine.state = state_.get();
     declareMethod("java/lang/Object", "toString", "()Ljava/lang/String;", false);
     declareMethod(eventsClass, "sendEvent",
                   "(Ljava/lang/String;DLjava/lang/String;Ljava/lang/String;Ljava/lang/String;)Z", true);
@@ -661,6 +746,10 @@ FakeJavaEnvironment::~FakeJavaEnvironment() = default;
 
 JNIEnv* FakeJavaEnvironment::env() {
     return state_.get();
+}
+
+JavaVM* FakeJavaEnvironment::machine() {
+    return &state_->machine;
 }
 
 void FakeJavaEnvironment::attach() {
@@ -689,6 +778,12 @@ void FakeJavaEnvironment::declareMethod(const std::string& className, const std:
     state_->methods.push_back(std::make_unique<Method>(Method{className, name, signature, isStatic}));
 }
 
+void FakeJavaEnvironment::setStaticNumber(const std::string& className, const std::string& field,
+                                          jint value) {
+    const std::lock_guard lock(state_->mutex);
+    state_->staticNumbers[className + "." + field] = value;
+}
+
 void FakeJavaEnvironment::setBehaviour(const std::string& method, JavaBehaviour behaviour) {
     const std::lock_guard lock(state_->mutex);
     state_->behaviours[method] = behaviour;
@@ -702,6 +797,11 @@ void FakeJavaEnvironment::setCopiesCharacters(bool copies) {
 void FakeJavaEnvironment::failNewTextsFrom(std::size_t n) {
     const std::lock_guard lock(state_->mutex);
     state_->textsUntilFailure = n;
+}
+
+void FakeJavaEnvironment::failNewArrays(bool fail) {
+    const std::lock_guard lock(state_->mutex);
+    state_->arraysFail = fail;
 }
 
 void FakeJavaEnvironment::failLocalFrames(bool fail) {
@@ -770,6 +870,18 @@ std::size_t FakeJavaEnvironment::openFrames() const {
 std::size_t FakeJavaEnvironment::unreleasedCharacters() const {
     const std::lock_guard lock(state_->mutex);
     return state_->copies.size();
+}
+
+void* FakeJavaEnvironment::registered(const std::string& className, const std::string& method) const {
+    const std::lock_guard lock(state_->mutex);
+    const auto found = state_->natives.find(className + "." + method);
+    return found == state_->natives.end() ? nullptr : found->second;
+}
+
+std::string FakeJavaEnvironment::bytesOf(jbyteArray array) const {
+    const std::lock_guard lock(state_->mutex);
+    const auto object = state_->follow("bytesOf", array);
+    return object == nullptr ? "" : object->text;
 }
 
 std::optional<std::string> FakeJavaEnvironment::pendingException() const {

@@ -54,6 +54,8 @@ public:
     ~FakeJavaEnvironment();
 
     JNIEnv* env();
+    /// The Java machine, which gives the environment to whoever loads a library.
+    JavaVM* machine();
 
     /// Makes the calling thread the owner.
     void attach();
@@ -68,6 +70,8 @@ public:
     void declareMethod(const std::string& className, const std::string& name, const std::string& signature,
                        bool isStatic);
 
+    void setStaticNumber(const std::string& className, const std::string& field, jint value);
+
     // What it is told to do.
 
     void setBehaviour(const std::string& method, JavaBehaviour behaviour);
@@ -75,6 +79,8 @@ public:
     void setCopiesCharacters(bool copies);
     /// From the n-th text on (counted from now, 1 is the next) NewStringUTF finds no memory; 0 for never.
     void failNewTextsFrom(std::size_t n);
+    /// NewByteArray finds no memory.
+    void failNewArrays(bool fail);
     /// PushLocalFrame finds no memory.
     void failLocalFrames(bool fail);
     /// The answers of getOs_support, getPrev_time and getPrev_tte.
@@ -98,6 +104,9 @@ public:
     std::size_t openFrames() const;
     /// Character copies that were handed out and not given back.
     std::size_t unreleasedCharacters() const;
+    /// The function that was registered for a native method; null for none.
+    void* registered(const std::string& className, const std::string& method) const;
+    std::string bytesOf(jbyteArray array) const;
     /// Text of the pending exception, nothing when none is.
     std::optional<std::string> pendingException() const;
 

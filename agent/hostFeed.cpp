@@ -1,0 +1,308 @@
+#include "agent/hostFeed.h"
+
+#include "acquisition/circularBuffers.h"
+#include "acquisition/instances.h"
+#include "agent/agentState.h"
+#include "prediction/exhaustion.h"
+#include "prediction/modelSelection.h"
+#include "prediction/predictor.h"
+#include "support/clock.h"
+#include "support/immortal.h"
+
+#include <algorithm>
+#include <atomic>
+#include <bit>
+#include <cerrno>
+#include <new>
+#include <pthread.h>
+#include <string_view>
+#include <sys/stat.h>
+#include <utility>
+#include <vector>
+
+static_assert(std::endian::native == std::endian::little, "numbers are handed over as they lie in memory");
+
+namespace obrin {
+namespace {
+
+/// Puts bytes together in the order in which they are read.
+class Bytes {
+public:
+    explicit Bytes(std::size_t expected) { bytes_.reserve(expected); }
+
+    Bytes& number(std::int32_t value) { return raw(value); }
+    Bytes& longNumber(std::int64_t value) { return raw(value); }
+    Bytes& real(double value) { return raw(value); }
+    Bytes& flag(bool value) { return raw(static_cast<char>(value ? 1 : 0)); }
+    Bytes& text(std::string_view value) {
+        number(static_cast<std::int32_t>(value.size()));
+        bytes_.append(value);
+        return *this;
+    }
+
+    /// The length of a list, which is known once its elements are there.
+    std::size_t beginList() {
+        number(0);
+        return bytes_.size();
+    }
+    void endList(std::size_t begin, std::int32_t length) {
+        bytes_.replace(begin - sizeof length, sizeof length, reinterpret_cast<const char*>(&length),
+                       sizeof length);
+    }
+
+    std::string take() { return std::move(bytes_); }
+
+private:
+    template <class Value>
+    Bytes& raw(Value value) {
+        bytes_.append(reinterpret_cast<const char*>(&value), sizeof value);
+        return *this;
+    }
+
+    std::string bytes_;
+};
+
+// --- the state of a run
+
+std::int64_t sizeOf(const std::string& path) {
+    struct stat state = {};
+    return ::stat(path.c_str(), &state) == 0 ? static_cast<std::int64_t>(state.st_size) : -1;
+}
+
+void putConfiguration(Bytes& bytes, const Clasp& clasp, std::int32_t archiveMegabytes) {
+    for (const std::string* name : {&clasp.DataHomeDirectory, &clasp.HardDriveArchive, &clasp.ScratchPad,
+                                    &clasp.ResourceText, &clasp.IniFile})
+        bytes.text(*name);
+    bytes.number(clasp.MillisecondsPerSample).number(clasp.MinForecastHours).number(clasp.MaxForecastHours);
+    bytes.number(archiveMegabytes).number(samplesForForecast);
+}
+
+void putLeftOut(Bytes& bytes, const Clasp& clasp) {
+    const std::size_t list = bytes.beginList();
+    std::int32_t length = 0;
+    const auto put = [&](std::string_view what, std::string_view why) {
+        bytes.text(what).text(why);
+        ++length;
+    };
+    if (clasp.declarationLoss != nullptr)
+        put(clasp.ResourceText, clasp.declarationLoss);
+    for (const LeftOutDisk& disk : disksLeftOut())
+        put(disk.text, disk.reason);
+    for (const Link* link = clasp.pFirstLink; link != nullptr; link = link->pNextLink)
+        if (!isTemplate(*link) && link->BufferSize == 0)
+            put(link->NameIs.view(), "there is no memory for its samples, so it is not forecast");
+    bytes.endList(list, length);
+}
+
+bool isDisk(const Link& link) {
+    return link.ResourceType == 2 && link.Descriptor0 == "LogicalDisk";
+}
+
+std::int32_t placeOfMountPoint(const Link& link) {
+    const std::size_t blank = isDisk(link) ? link.Descriptor1.view().find(" /") : std::string_view::npos;
+    return blank == std::string_view::npos ? -1 : static_cast<std::int32_t>(blank + 1);
+}
+
+/// What the newest analysis counted, or, of a link that none has looked at, all that it holds.
+std::int32_t usableSamples(const Link& link) {
+    const LinkFindings& findings = link.findings;
+    return findings.usableSamples > 0 ? findings.usableSamples : static_cast<std::int32_t>(samplesHeld(link));
+}
+
+void putResource(Bytes& bytes, const Link& link) {
+    const ToleranceLimits limits = limitsOfMethod(link.AnalyticalMethod);
+    const LinkFindings& findings = link.findings;
+    const auto reached = reachedLimit(static_cast<float>(link.DataArray[0]), limits);
+    bytes.number(link.RID);
+    bytes.text(link.Descriptor0.view()).text(link.Descriptor1.view()).text(link.Descriptor2.view());
+    bytes.text(link.NameIs.view()).number(placeOfMountPoint(link));
+    bytes.real(link.DataArray[0]).flag(findings.valueRead);
+    bytes.real(link.UpperLimitCalc).flag(findings.capacityRead).real(link.UpperLimitAbs);
+    bytes.number(link.AnalyticalMethod);
+    bytes.real(static_cast<double>(limits.lower)).real(static_cast<double>(limits.upper));
+    bytes.number(static_cast<std::int32_t>(reached)).real(link.WindowSize);
+    bytes.number(static_cast<std::int32_t>(link.BufferSize)).number(usableSamples(link));
+    bytes.number(findings.forecastTime).text(findings.model.view()).real(findings.hoursToExhaustion);
+    bytes.flag(link.NotifyPending != 0).real(static_cast<double>(link.NotifyLevel));
+    bytes.number(link.HysteresisCount);
+}
+
+void putResources(Bytes& bytes, const Clasp& clasp) {
+    const std::size_t list = bytes.beginList();
+    std::int32_t length = 0;
+    for (const Link* link = clasp.pFirstLink; link != nullptr; link = link->pNextLink) {
+        if (isTemplate(*link))
+            continue;
+        putResource(bytes, *link);
+        ++length;
+    }
+    bytes.endList(list, length);
+}
+
+// --- handing over
+
+pthread_mutex_t boardLock = PTHREAD_MUTEX_INITIALIZER;
+pthread_cond_t posted = PTHREAD_COND_INITIALIZER;
+
+/// What was published last. Under boardLock.
+struct Board {
+    std::int64_t serial = 0;
+    Publication newest;
+};
+Immortal<Board> board;
+
+class BoardGuard {
+public:
+    BoardGuard() { ::pthread_mutex_lock(&boardLock); }
+    BoardGuard(const BoardGuard&) = delete;
+    BoardGuard& operator=(const BoardGuard&) = delete;
+    ~BoardGuard() { ::pthread_mutex_unlock(&boardLock); }
+};
+
+std::atomic<bool> isOpen{false};
+
+std::int64_t nextSerial() {
+    const BoardGuard guard;
+    return board->serial + 1;
+}
+
+void post(Publication publication) {
+    {
+        const BoardGuard guard;
+        ++board->serial;
+        board->newest.swap(publication);
+    }
+    ::pthread_cond_broadcast(&posted);
+}
+
+std::size_t expectedSize() {
+    const BoardGuard guard;
+    return board->newest ? board->newest->size() + 4096 : 4096;
+}
+
+// --- the curves of one link
+
+const Link* linkNumbered(std::int32_t rid) {
+    const Link* link = pResourceClasp == nullptr ? nullptr : pResourceClasp->pFirstLink;
+    while (link != nullptr && (link->RID != rid || isTemplate(*link)))
+        link = link->pNextLink;
+    return link;
+}
+
+/// A copy of what the agent thread may change, taken in a moment.
+struct CurveCopy {
+    std::vector<SampleRecord> samples;
+    std::int32_t forecastTime = 0;
+    double origin = 0.0;
+    std::vector<float> forecast;
+    float inner = 0.0F;
+    float outer = 0.0F;
+};
+
+/// What a copy has to have room for; nothing when there is no such link.
+std::optional<std::size_t> ringSize(std::int32_t rid) {
+    MutexLock lock(chainLock);
+    const Link* link = linkNumbered(rid);
+    return link == nullptr ? std::nullopt : std::optional<std::size_t>(samplesHeld(*link));
+}
+
+/// False when the link has gone meanwhile. The room was taken before, so that the lock is held for no longer
+/// than the copying lasts; a sample that came in between takes the place of the oldest.
+bool copyCurves(std::int32_t rid, CurveCopy* copy) {
+    MutexLock lock(chainLock);
+    const Link* link = linkNumbered(rid);
+    if (link == nullptr)
+        return false;
+    const LinkFindings& findings = link->findings;
+    const auto held = static_cast<std::size_t>(samplesHeld(*link));
+    for (std::size_t i = held - std::min(held, copy->samples.capacity()); i < held; ++i) {
+        const std::uint32_t slot = slotOfSample(*link, static_cast<std::uint32_t>(i));
+        copy->samples.push_back({link->TimeBuffer[slot], link->ValueBuffer[slot]});
+    }
+    if (findings.forecast) {
+        copy->forecast.assign(findings.forecast.get(), findings.forecast.get() + forecastPoints);
+        copy->forecastTime = findings.forecastTime;
+        copy->origin = findings.forecastOrigin;
+    }
+    const Clasp& clasp = *pResourceClasp;
+    copy->inner = static_cast<float>(clasp.MinForecastHours * 3600.0);
+    copy->outer = static_cast<float>(clasp.MaxForecastHours * 3600.0);
+    return true;
+}
+
+} // namespace
+
+void openHostFeed(bool open) noexcept {
+    isOpen = open;
+}
+
+void publishCycle(const Clasp& clasp, const CycleReport& report) {
+    if (!isOpen)
+        return;
+    Bytes bytes(expectedSize());
+    bytes.number(hostFeedVersion).longNumber(nextSerial());
+    bytes.number(static_cast<std::int32_t>(PublicationKind::running));
+    bytes.longNumber(report.cycles).number(TimeStamp);
+    bytes.real(report.sampling).real(report.forecast).real(report.writing);
+    bytes.longNumber(sizeOf(clasp.HardDriveArchive));
+    putConfiguration(bytes, clasp, report.archiveMegabytes);
+    bytes.flag(awaitsDiskListing());
+    putLeftOut(bytes, clasp);
+    putResources(bytes, clasp);
+    post(std::make_shared<const std::string>(bytes.take()));
+}
+
+void publishEnd() noexcept {
+    if (!isOpen)
+        return;
+    try {
+        Bytes bytes(16);
+        bytes.number(hostFeedVersion).longNumber(nextSerial());
+        bytes.number(static_cast<std::int32_t>(PublicationKind::over));
+        post(std::make_shared<const std::string>(bytes.take()));
+    } catch (const std::bad_alloc&) {
+        // whoever waits finds out from the end of research_main
+    }
+}
+
+Publication awaitPublication(std::int64_t after, std::chrono::milliseconds patience) {
+    const BoardGuard guard;
+    const Clock::Moment deadline = systemClock().now() + patience;
+    int result = patience.count() > 0 ? 0 : ETIMEDOUT;
+    while (board->serial <= after && result == 0)
+        result = systemClock().waitUntil(&posted, &boardLock, deadline);
+    return board->serial > after ? board->newest : nullptr;
+}
+
+std::optional<std::string> curvesOf(std::int32_t rid) {
+    const auto size = ringSize(rid);
+    if (!size)
+        return std::nullopt;
+    CurveCopy copy;
+    copy.samples.reserve(*size + 1);
+    copy.forecast.reserve(forecastPoints);
+    if (!copyCurves(rid, &copy))
+        return std::nullopt;
+
+    Bytes bytes(16 * (copy.samples.size() + copy.forecast.size()) + 32);
+    bytes.number(hostFeedVersion);
+    const std::size_t list = bytes.beginList();
+    std::int32_t length = 0;
+    for (const SampleRecord& sample : copy.samples) {
+        const bool isLater = copy.forecastTime != 0 && sample.time > copy.forecastTime;
+        if (sample.value == noSample || isLater)
+            continue;
+        bytes.real(sample.time).real(sample.value);
+        ++length;
+    }
+    bytes.endList(list, length);
+    std::vector<float> times(copy.forecast.size());
+    if (!times.empty())
+        forecastGrid(0.0F, copy.inner, copy.outer, times);
+    bytes.number(copy.forecastTime).number(static_cast<std::int32_t>(times.size()));
+    for (std::size_t i = 0; i < times.size(); ++i)
+        bytes.real(copy.origin + static_cast<double>(times[i])).real(static_cast<double>(copy.forecast[i]));
+    return bytes.take();
+}
+
+} // namespace obrin

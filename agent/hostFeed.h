@@ -1,0 +1,76 @@
+#pragma once
+
+#include "resources/resourceRecords.h"
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace obrin {
+
+// What the host is told of the agent: its state after each cycle, whole, as bytes that are ready to be handed
+// over. The agent thread publishes; readers on any thread take the newest publication and hold up nobody.
+//
+// The bytes, numbers little-endian, a text as its length (i32) and its bytes, a list as its length (i32) and
+// its elements, a flag as one byte:
+//
+//   publication  i32 hostFeedVersion, i64 serial, i32 kind (PublicationKind), then, of a run that is on:
+//                i64 cycles completed (0: started, nothing is sampled yet), i32 TimeStamp,
+//                f64 seconds of sampling, of the forecasts, of writing, i64 bytes of the archive (-1:
+//                unknown), configuration, flag awaits the first disk listing, list of left out, list of
+//                resources
+//   configuration  texts: data home directory, archive, scratch pad, declarations, configuration file;
+//                i32 milliseconds between two samples, MinForecastHours, MaxForecastHours, megabytes of the
+//                archive, samples that a forecast needs
+//   left out     text what, text why
+//   resource     i32 RID, texts: object, instance, counter, display name; i32 place of the mount point in the
+//                instance (-1: no disk), f64 value (per cent), flag it was read in this cycle,
+//                f64 measured capacity, flag it was read in this cycle, f64 configured capacity (0: none),
+//                i32 analytical method, f64 lower and upper limit (per cent, -1: none),
+//                i32 limit that the value has reached (0 none, 1 lower, 2 upper), f64 hours of the window,
+//                i32 slots of the ring, i32 usable samples in it,
+//                i32 time of the newest forecast (0: none), text its model, f64 hours to exhaustion (not
+//                above 0: none in sight), flag notification pending, f64 notification level, i32 cycles left
+//                before it is dropped
+//   curves       i32 hostFeedVersion, list of samples (f64 seconds since the epoch, f64 per cent),
+//                i32 time of the forecast (0: none), list of its points (the same)
+
+/// Changes with the layout of the bytes and with the native methods.
+inline constexpr std::int32_t hostFeedVersion = 1;
+
+enum class PublicationKind : std::int32_t { running = 1, over = 2 };
+
+/// What is published with the chain. Times in seconds.
+struct CycleReport {
+    std::int64_t cycles = 0;
+    double sampling = 0.0;
+    double forecast = 0.0;
+    double writing = 0.0;
+    std::int32_t archiveMegabytes = 0;
+};
+
+/// Whether states are published: only once somebody reads them. Any thread.
+void openHostFeed(bool open = true) noexcept;
+
+/// Publishes the state of the run, if somebody reads. When memory is refused (std::bad_alloc) the publication
+/// before stays. Agent thread.
+void publishCycle(const Clasp& clasp, const CycleReport& report);
+
+/// Publishes that the run is over, if somebody reads. Agent thread.
+void publishEnd() noexcept;
+
+using Publication = std::shared_ptr<const std::string>;
+
+/// Waits for a publication with a serial above `after`, at most so long (not at all for 0). Null when none
+/// came. Serials grow as
+/// long as the process lives; 0 is before the first. Any thread.
+Publication awaitPublication(std::int64_t after, std::chrono::milliseconds patience);
+
+/// The samples of a link's ring without those that stand for none, oldest first, and its newest forecast;
+/// with a forecast, the samples end with those that it was made from. Nothing when there is no such link. Any
+/// thread.
+std::optional<std::string> curvesOf(std::int32_t rid);
+
+} // namespace obrin

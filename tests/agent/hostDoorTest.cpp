@@ -1,0 +1,153 @@
+// The native methods of the host that comes with the library, registered in a Java machine that is none.
+
+#include "agent/hostFeed.h"
+#include "tests/support/fakeJavaEnvironment.h"
+#include "tests/support/feedReading.h"
+
+#include <gmock/gmock.h>
+#include <jni.h>
+#include <limits>
+
+extern "C" jint JNI_OnLoad(JavaVM* machine, void* reserved);
+
+namespace obrin::test {
+namespace {
+
+using ::testing::IsEmpty;
+
+constexpr const char* hostClass = "com/quorin/sysmgt/tavl/LumetraAgent/HostFeed";
+
+using Version = jint (*)(JNIEnv*, jclass);
+using Await = jbyteArray (*)(JNIEnv*, jclass, jlong, jlong);
+using Curves = jbyteArray (*)(JNIEnv*, jclass, jint);
+
+class HostDoor : public testing::Test {
+protected:
+    void declareHost(jint version) {
+        java.declareMethod(hostClass, "libraryVersion", "()I", true);
+        java.declareMethod(hostClass, "await", "(JJ)[B", true);
+        java.declareMethod(hostClass, "curves", "(I)[B", true);
+        java.setStaticNumber(hostClass, "VERSION", version);
+    }
+
+    template <class Function>
+    Function native(const char* name) const {
+        return reinterpret_cast<Function>(java.registered(hostClass, name));
+    }
+
+    /// Loading never fails, leaves no exception, no reference and no misuse behind.
+    void load() {
+        EXPECT_EQ(JNI_OnLoad(java.machine(), nullptr), JNI_VERSION_1_8);
+        EXPECT_EQ(java.pendingException(), std::nullopt);
+        EXPECT_EQ(java.localReferences(), 0U);
+        EXPECT_EQ(java.openFrames(), 0U);
+        EXPECT_THAT(java.misuses(), IsEmpty());
+    }
+
+    FakeJavaEnvironment java;
+};
+
+TEST_F(HostDoor, WithoutTheHostsClassNothingIsRegistered) {
+    java.setBehaviour(hostClass, {JavaBehaviour::Mode::missing});
+    load();
+    EXPECT_EQ(native<Version>("libraryVersion"), nullptr);
+}
+
+TEST_F(HostDoor, AHostOfThisVersionGetsItsMethods) {
+    declareHost(hostFeedVersion);
+    load();
+    ASSERT_NE(native<Version>("libraryVersion"), nullptr);
+    EXPECT_EQ(native<Version>("libraryVersion")(java.env(), nullptr), hostFeedVersion);
+    EXPECT_NE(native<Await>("await"), nullptr);
+    EXPECT_NE(native<Curves>("curves"), nullptr);
+}
+
+TEST_F(HostDoor, AHostOfAnotherVersionIsToldTheLibrarysAndGetsNothingElse) {
+    declareHost(hostFeedVersion + 1);
+    load();
+    ASSERT_NE(native<Version>("libraryVersion"), nullptr);
+    EXPECT_EQ(native<Version>("libraryVersion")(java.env(), nullptr), hostFeedVersion);
+    EXPECT_EQ(native<Await>("await"), nullptr);
+    EXPECT_EQ(native<Curves>("curves"), nullptr);
+}
+
+TEST_F(HostDoor, AClassOfThatNameWithoutTheVersionOrTheMethodsIsLeftAlone) {
+    java.declareMethod(hostClass, "libraryVersion", "()I", true);
+    load();
+    EXPECT_EQ(native<Await>("await"), nullptr);
+}
+
+TEST_F(HostDoor, AHostThatLacksAMethodIsLeftAlone) {
+    java.declareMethod(hostClass, "libraryVersion", "()I", true);
+    java.declareMethod(hostClass, "await", "(J)[B", true);
+    java.setStaticNumber(hostClass, "VERSION", hostFeedVersion);
+    load();
+    EXPECT_EQ(native<Curves>("curves"), nullptr);
+}
+
+TEST_F(HostDoor, NoMemoryForALocalFrameCostsTheHostOnly) {
+    declareHost(hostFeedVersion);
+    java.failLocalFrames(true);
+    load();
+    EXPECT_EQ(native<Version>("libraryVersion"), nullptr);
+}
+
+TEST_F(HostDoor, AwaitHandsOverTheBytesThatWerePublished) {
+    declareHost(hostFeedVersion);
+    load();
+    openHostFeed();
+    publishEnd();
+    const Publication published = awaitPublication(0, std::chrono::milliseconds(0));
+    ASSERT_NE(published, nullptr);
+    jbyteArray bytes = native<Await>("await")(java.env(), nullptr, 0, 0);
+    EXPECT_EQ(java.bytesOf(bytes), *published);
+    EXPECT_THAT(java.misuses(), IsEmpty());
+}
+
+TEST_F(HostDoor, NothingIsPublishedBeforeTheFirstAwait) {
+    openHostFeed(false);
+    declareHost(hostFeedVersion);
+    load();
+    const auto newest = [] {
+        const Publication bytes = awaitPublication(0, std::chrono::milliseconds(0));
+        return bytes == nullptr ? 0 : readState(*bytes).serial;
+    };
+    const std::int64_t before = newest();
+    publishEnd();
+    EXPECT_EQ(newest(), before);
+    native<Await>("await")(java.env(), nullptr, 0, 0);
+    publishEnd();
+    EXPECT_EQ(newest(), before + 1);
+}
+
+TEST_F(HostDoor, AwaitComesBackWithNothingAfterItsTimeAndTakesAnyNumbers) {
+    declareHost(hostFeedVersion);
+    load();
+    const auto await = native<Await>("await");
+    EXPECT_EQ(await(java.env(), nullptr, std::numeric_limits<jlong>::max(), 1), nullptr);
+    EXPECT_EQ(
+        await(java.env(), nullptr, std::numeric_limits<jlong>::max(), std::numeric_limits<jlong>::min()),
+        nullptr);
+    EXPECT_EQ(java.pendingException(), std::nullopt);
+}
+
+TEST_F(HostDoor, NoJavaMemoryForTheBytesIsJavasOwnException) {
+    declareHost(hostFeedVersion);
+    load();
+    openHostFeed();
+    publishEnd();
+    java.failNewArrays(true);
+    EXPECT_EQ(native<Await>("await")(java.env(), nullptr, 0, 0), nullptr);
+    EXPECT_EQ(java.pendingException(), "java/lang/OutOfMemoryError: Java heap space");
+    EXPECT_THAT(java.misuses(), IsEmpty());
+}
+
+TEST_F(HostDoor, ANumberThatNoLinkHasGivesNoCurves) {
+    declareHost(hostFeedVersion);
+    load();
+    EXPECT_EQ(native<Curves>("curves")(java.env(), nullptr, 4711), nullptr);
+    EXPECT_EQ(java.pendingException(), std::nullopt);
+}
+
+} // namespace
+} // namespace obrin::test

@@ -1,0 +1,422 @@
+#include "agent/hostFeed.h"
+
+#include "acquisition/circularBuffers.h"
+#include "acquisition/counterReaders.h"
+#include "acquisition/instances.h"
+#include "agent/agentState.h"
+#include "prediction/exhaustion.h"
+#include "prediction/modelSelection.h"
+#include "resources/resourceChain.h"
+#include "tests/support/feedReading.h"
+#include "tests/support/temporaryDirectory.h"
+#include "tests/support/turnedClock.h"
+
+#include <atomic>
+#include <future>
+#include <gmock/gmock.h>
+#include <limits>
+#include <memory>
+#include <thread>
+
+namespace obrin::test {
+namespace {
+
+using std::chrono::milliseconds;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::Pair;
+
+constexpr std::int64_t neverReached = std::numeric_limits<std::int64_t>::max();
+
+/// A run's record with links that the test adds, and a host that reads.
+class HostFeed : public testing::Test {
+protected:
+    HostFeed() {
+        clasp.MillisecondsPerSample = 1000;
+        clasp.MaxForecastHours = 1;
+        publishChain(&clasp);
+        openHostFeed();
+    }
+    ~HostFeed() override {
+        openHostFeed(false);
+        ScanUpChainDeletingAllLinks(&clasp);
+        publishChain(nullptr);
+        TimeStamp = 0;
+    }
+
+    static void publishChain(Clasp* chain) {
+        MutexLock lock(chainLock);
+        pResourceClasp = chain;
+    }
+
+    Link single(const char* object) {
+        Link link;
+        link.ResourceType = 1;
+        link.Descriptor0 = object;
+        link.Descriptor1 = "1";
+        link.Descriptor2 = "Total";
+        link.Descriptor3 = "-2";
+        link.NameIs = "Display";
+        link.RID = ++rid;
+        link.WindowSize = 10.0 / 3600;
+        link.AnalyticalMethod = 1;
+        link.pClasp = &clasp;
+        return link;
+    }
+    Link disk(const char* instance) {
+        Link link = single("LogicalDisk");
+        link.ResourceType = 2;
+        link.Descriptor1 = instance;
+        return link;
+    }
+    Link* add(const Link& link) {
+        EXPECT_EQ(CreateLinkInChainAndCopyData(&link), 1);
+        return clasp.pLastLink;
+    }
+
+    static void push(Link* link, double time, double value) {
+        MutexLock lock(chainLock);
+        pushSample(*link, time, value);
+    }
+
+    /// What a reader gets after a publication.
+    FedState published(const CycleReport& report = {}) {
+        publishCycle(clasp, report);
+        return newest();
+    }
+    static FedState newest() {
+        const Publication bytes = awaitPublication(0, milliseconds(0));
+        return bytes == nullptr ? FedState{} : readState(*bytes);
+    }
+
+    CapturedLog log;
+    TemporaryDirectory directory;
+    Clasp clasp;
+    std::int32_t rid = 0;
+};
+
+TEST_F(HostFeed, NothingIsPublishedWithoutAHost) {
+    const std::int64_t before = published().serial;
+    openHostFeed(false);
+    publishCycle(clasp, {});
+    publishEnd();
+    EXPECT_EQ(newest().serial, before);
+}
+
+TEST_F(HostFeed, AStateHoldsTheCycleAndTheConfiguration) {
+    clasp.DataHomeDirectory = "/home/data/";
+    clasp.HardDriveArchive = directory.path("archive");
+    clasp.ScratchPad = "/home/pad";
+    clasp.ResourceText = "/home/resources.txt";
+    clasp.IniFile = "../config/AutoConfig.ini";
+    clasp.MinForecastHours = 2;
+    clasp.MaxForecastHours = 48;
+    writeFile(clasp.HardDriveArchive, "seventeen bytes.\n");
+    TimeStamp = 1700000000;
+    const FedState state = published({7, 0.25, 0.5, 0.125, 50});
+    EXPECT_EQ(state.version, 1);
+    EXPECT_EQ(state.kind, 1);
+    EXPECT_EQ(state.cycles, 7);
+    EXPECT_EQ(state.time, 1700000000);
+    EXPECT_EQ(state.sampling, 0.25);
+    EXPECT_EQ(state.forecast, 0.5);
+    EXPECT_EQ(state.writing, 0.125);
+    EXPECT_EQ(state.archiveBytes, 17);
+    EXPECT_THAT(state.files, ElementsAre("/home/data/", clasp.HardDriveArchive, "/home/pad",
+                                         "/home/resources.txt", "../config/AutoConfig.ini"));
+    EXPECT_THAT(state.numbers, ElementsAre(1000, 2, 48, 50, 200));
+    EXPECT_FALSE(state.awaitsDisks);
+    EXPECT_THAT(state.leftOut, IsEmpty());
+    EXPECT_THAT(state.resources, IsEmpty());
+}
+
+TEST_F(HostFeed, AnArchiveThatIsNotThereHasNoSize) {
+    clasp.HardDriveArchive = directory.path("none");
+    EXPECT_EQ(published().archiveBytes, -1);
+}
+
+TEST_F(HostFeed, AResourceHoldsWhatItsLinkHolds) {
+    Link link = disk("/dev/my disk /mnt/a b");
+    link.Descriptor2 = "PercentFreeSpaceUsed";
+    link.NameIs = "Disk \xC3\xA4\xFF";
+    link.AnalyticalMethod = 3;
+    link.UpperLimitAbs = 50.5;
+    link.UpperLimitCalc = 1024.0;
+    link.DataArray[0] = 12.345678901234;
+    Link* own = add(link);
+    own->findings.valueRead = true;
+    own->findings.capacityRead = true;
+    own->NotifyPending = 1;
+    own->NotifyLevel = 56.25F;
+    own->HysteresisCount = 4;
+    push(own, 1700000000, 12);
+    const FedState state = published();
+    ASSERT_EQ(state.resources.size(), 1U);
+    const FedResource& r = state.resources[0];
+    EXPECT_EQ(r.rid, own->RID);
+    EXPECT_EQ(r.object, "LogicalDisk");
+    EXPECT_EQ(r.instance, "/dev/my disk /mnt/a b");
+    EXPECT_EQ(r.instance.substr(static_cast<std::size_t>(r.mountPoint)), "/mnt/a b");
+    EXPECT_EQ(r.counter, "PercentFreeSpaceUsed");
+    EXPECT_EQ(r.name, "Disk \xC3\xA4\xFF");
+    EXPECT_EQ(r.value, 12.345678901234);
+    EXPECT_TRUE(r.valueRead);
+    EXPECT_EQ(r.capacity, 1024.0);
+    EXPECT_TRUE(r.capacityRead);
+    EXPECT_EQ(r.ownCapacity, 50.5);
+    EXPECT_EQ(r.method, 3);
+    EXPECT_EQ(r.lower, 0.0);
+    EXPECT_EQ(r.upper, 100.0);
+    EXPECT_EQ(r.reached, 0);
+    EXPECT_EQ(r.windowHours, 10.0 / 3600);
+    EXPECT_EQ(r.slots, 10);
+    EXPECT_EQ(r.usable, 1);
+    EXPECT_EQ(r.forecastTime, 0);
+    EXPECT_EQ(r.model, "");
+    EXPECT_EQ(r.hours, -1.0);
+    EXPECT_TRUE(r.pending);
+    EXPECT_EQ(r.level, 56.25);
+    EXPECT_EQ(r.patience, 4);
+}
+
+TEST_F(HostFeed, LimitsThatAreReachedAreSaidAsTheForecastSeesThem) {
+    struct Case {
+        std::int32_t method;
+        double value;
+        std::int32_t reached;
+    };
+    for (const Case& c : {Case{1, 99.94, 0}, Case{1, 99.96, 2}, Case{2, 0.01, 0}, Case{2, 0.0, 1},
+                          Case{2, 100.0, 0}, Case{3, -0.5, 1}, Case{3, 100.0, 2}, Case{0, 100.0, 0}}) {
+        Link link = single("PercentSwapSpaceUsed");
+        link.AnalyticalMethod = c.method;
+        link.DataArray[0] = c.value;
+        add(link);
+        EXPECT_EQ(published().resources.back().reached, c.reached) << c.method << " " << c.value;
+    }
+}
+
+TEST_F(HostFeed, TemplatesAreNoResourcesAndOnlyDisksHaveMountPoints) {
+    Link pattern = disk("-1");
+    pattern.Descriptor3 = "-1";
+    add(pattern);
+    Link odd = single("PercentSwapSpaceUsed");
+    odd.Descriptor1 = "no disk /at all";
+    add(odd);
+    const FedState state = published();
+    ASSERT_EQ(state.resources.size(), 1U);
+    EXPECT_EQ(state.resources[0].mountPoint, -1);
+}
+
+TEST_F(HostFeed, ADiskWhoseNameHoldsNoMountPointHasNone) {
+    add(disk("_Total"));
+    EXPECT_EQ(published().resources.at(0).mountPoint, -1);
+}
+
+TEST_F(HostFeed, WhatIsLeftOutIsSaidWithItsReason) {
+    clasp.ResourceText = "/home/resources.txt";
+    clasp.declarationLoss = "an argument in it was cut";
+    Link* link = add(single("PercentSwapSpaceUsed"));
+    link->BufferSize = 0;
+    EXPECT_THAT(published().leftOut,
+                ElementsAre(Pair("/home/resources.txt", "an argument in it was cut"),
+                            Pair("Display", "there is no memory for its samples, so it is not forecast")));
+}
+
+TEST_F(HostFeed, TheEndOfTheRunIsAPublicationWithoutAState) {
+    const std::int64_t before = published().serial;
+    publishEnd();
+    const FedState end = newest();
+    EXPECT_EQ(end.version, 1);
+    EXPECT_EQ(end.kind, 2);
+    EXPECT_GT(end.serial, before);
+}
+
+TEST_F(HostFeed, AwaitGivesTheNewestOfSeveralAtOnce) {
+    const std::int64_t first = published({1}).serial;
+    published({2});
+    published({3});
+    const Publication bytes = awaitPublication(first, milliseconds(neverReached / 1000000000));
+    ASSERT_NE(bytes, nullptr);
+    EXPECT_EQ(readState(*bytes).cycles, 3);
+}
+
+TEST_F(HostFeed, AwaitComesBackEmptyWhenItsTimeIsOver) {
+    TurnedClock clock;
+    const std::int64_t serial = published().serial;
+    EXPECT_EQ(awaitPublication(serial, std::chrono::seconds(30)), nullptr);
+    EXPECT_THAT(clock.sleeps(), ElementsAre(std::chrono::seconds(30)));
+}
+
+TEST_F(HostFeed, AwaitIsWokenByAPublicationAndByTheEnd) {
+    const std::int64_t serial = published().serial;
+    auto waiting =
+        std::async(std::launch::async, [&] { return awaitPublication(serial, std::chrono::hours(20)); });
+    publishCycle(clasp, {5});
+    const Publication state = waiting.get();
+    ASSERT_NE(state, nullptr);
+    auto again = std::async(std::launch::async,
+                            [after = serial + 1] { return awaitPublication(after, std::chrono::hours(20)); });
+    publishEnd();
+    ASSERT_NE(again.get(), nullptr);
+}
+
+TEST_F(HostFeed, AReaderKeepsWhatItHasWhateverComesAfter) {
+    publishCycle(clasp, {5});
+    const Publication held = awaitPublication(0, milliseconds(0));
+    publishCycle(clasp, {6});
+    publishEnd();
+    EXPECT_EQ(readState(*held).cycles, 5);
+}
+
+TEST_F(HostFeed, TenThousandResourcesTakeLessThanEightMegabytes) {
+    Link link = disk("");
+    for (int i = 0; i < 10000; ++i) {
+        link.Descriptor1.assign("/dev/mapper/data--volume--group-logical--volume--" + std::to_string(i) +
+                                " /var/lib/containers/storage/overlay/" + std::string(64, 'f') +
+                                std::to_string(i));
+        link.Descriptor2 = "PercentFreeInodesUsed";
+        link.NameIs = "Percent of the inodes of a file system in use";
+        link.RID = i + 1;
+        link.WindowSize = 0.0;
+        Link* own = add(link);
+        own->findings.model.assign(model5);
+    }
+    publishCycle(clasp, {});
+    const Publication bytes = awaitPublication(0, milliseconds(0));
+    EXPECT_EQ(readState(*bytes).resources.size(), 10000U);
+    EXPECT_LT(bytes->size(), 8U * 1024 * 1024);
+}
+
+TEST_F(HostFeed, CurvesAreTheRingFromTheOldestOnWithoutWhatStandsForNone) {
+    Link* link = add(single("PercentSwapSpaceUsed"));
+    for (int i = 0; i < 12; ++i)
+        push(link, 1700000000.0 + i, i == 5 ? -1.0 : i + 0.123456789);
+    const auto bytes = curvesOf(link->RID);
+    ASSERT_TRUE(bytes);
+    const FedCurves curves = readCurves(*bytes);
+    ASSERT_EQ(curves.samples.size(), 9U);
+    EXPECT_THAT(curves.samples.front(), Pair(1700000002.0, 2.123456789));
+    EXPECT_THAT(curves.samples[3], Pair(1700000006.0, 6.123456789));
+    EXPECT_THAT(curves.samples.back(), Pair(1700000011.0, 11.123456789));
+    EXPECT_EQ(curves.forecastTime, 0);
+    EXPECT_THAT(curves.forecast, IsEmpty());
+}
+
+TEST_F(HostFeed, CurvesOfATemplateOfNobodyOrWithoutARunAreNone) {
+    Link pattern = disk("-1");
+    pattern.Descriptor3 = "-1";
+    add(pattern);
+    EXPECT_FALSE(curvesOf(pattern.RID));
+    EXPECT_FALSE(curvesOf(4711));
+    Link* link = add(single("PercentSwapSpaceUsed"));
+    EXPECT_TRUE(curvesOf(link->RID));
+    publishChain(nullptr);
+    EXPECT_FALSE(curvesOf(link->RID));
+    publishChain(&clasp);
+}
+
+/// A link whose values rise from 10 by 0.1 each second, forecast at the newest of them.
+class HostFeedForecast : public HostFeed {
+protected:
+    HostFeedForecast() {
+        clasp.DataHomeDirectory = directory.path("");
+        Link pattern = single("PercentSwapSpaceUsed");
+        pattern.WindowSize = 300.0 / 3600;
+        link = add(pattern);
+        for (int i = 0; i < 200; ++i) {
+            const double value = 10.0 + 0.1 * i;
+            push(link, start + i, value);
+            x.push_back(static_cast<float>(i));
+            y.push_back(static_cast<float>(value));
+        }
+        TimeStamp = start + 199;
+        link->DataArray[0] = 29.9;
+        const PredictionParameters parameters;
+        std::int32_t valid = 0;
+        predict_exhaustion(link, 200, x.data(), y.data(), -1.0F, 100.0F, 0.0F, 3600.0F, &parameters, &valid,
+                           nullptr);
+        EXPECT_EQ(valid, 1);
+    }
+
+    static constexpr std::int32_t start = 1700000000;
+    Link* link = nullptr;
+    std::vector<float> x;
+    std::vector<float> y;
+};
+
+TEST_F(HostFeedForecast, IsPublishedWithItsModelItsTimeAndItsEnd) {
+    const FedState state = published();
+    const FedResource& r = state.resources.at(0);
+    EXPECT_EQ(r.forecastTime, start + 199);
+    EXPECT_EQ(r.model, model0);
+    EXPECT_NEAR(r.hours * 3600, 701, 20);
+    EXPECT_TRUE(r.pending);
+    EXPECT_NEAR(r.level, 64.95, 0.001);
+}
+
+TEST_F(HostFeedForecast, ItsCurveIsOnTheGridInTheTimeOfTheSamples) {
+    const FedCurves curves = readCurves(curvesOf(link->RID).value());
+    EXPECT_EQ(curves.forecastTime, start + 199);
+    ASSERT_EQ(curves.forecast.size(), 200U);
+    EXPECT_EQ(curves.forecast.front().first, start);
+    EXPECT_NEAR(curves.forecast.front().second, 10.0, 0.01);
+    EXPECT_NEAR(curves.forecast.back().first, start + 3600.0, 0.05);
+    EXPECT_EQ(curves.forecast.back().second, 100.0) << "held inside the picture";
+    EXPECT_EQ(curves.samples.size(), 200U);
+}
+
+TEST_F(HostFeedForecast, SamplesOfTheCycleInHandWaitForItsForecast) {
+    push(link, start + 200, 55.0);
+    const FedCurves curves = readCurves(curvesOf(link->RID).value());
+    EXPECT_EQ(curves.samples.back().first, start + 199);
+}
+
+TEST_F(HostFeedForecast, ASeriesThatCannotBeForecastKeepsTheForecastBefore) {
+    const PredictionParameters parameters;
+    std::int32_t valid = 1;
+    TimeStamp = start + 500;
+    predict_exhaustion(link, 10, x.data(), y.data(), -1.0F, 100.0F, 0.0F, 3600.0F, &parameters, &valid,
+                       nullptr);
+    EXPECT_EQ(valid, 0);
+    EXPECT_EQ(published().resources.at(0).forecastTime, start + 199);
+}
+
+TEST_F(HostFeedForecast, ACopyOfItsLinkBeginsWithoutOne) {
+    std::unique_ptr<Link> copy;
+    ASSERT_EQ(CreateAndCopyType2Resource(&copy, link), 1);
+    EXPECT_EQ(copy->findings.forecastTime, 0);
+    EXPECT_EQ(copy->findings.forecast, nullptr);
+}
+
+TEST_F(HostFeedForecast, ReadersOnOtherThreadsSeeWholeStatesAndHoldUpNobody) {
+    std::atomic<bool> over{false};
+    std::vector<std::future<bool>> readers;
+    for (int i = 0; i < 2; ++i)
+        readers.push_back(std::async(std::launch::async, [&] {
+            bool whole = true;
+            std::int64_t serial = 0;
+            std::int64_t cycles = 0;
+            while (!over) {
+                const Publication bytes = awaitPublication(serial, std::chrono::hours(1));
+                const FedState state = bytes == nullptr ? FedState{} : readState(*bytes);
+                whole = whole && (state.kind == 2 || (state.cycles > cycles && state.time == state.cycles));
+                serial = state.serial;
+                cycles = state.cycles;
+                const auto curves = curvesOf(1);
+                whole = whole && curves && !readCurves(*curves).samples.empty();
+            }
+            return whole;
+        }));
+    for (std::int32_t cycle = 1; cycle <= 200; ++cycle) {
+        TimeStamp = cycle;
+        push(link, start + 200 + cycle, cycle);
+        publishCycle(clasp, {cycle});
+    }
+    over = true;
+    publishEnd();
+    for (auto& reader : readers)
+        EXPECT_TRUE(reader.get());
+}
+
+} // namespace
+} // namespace obrin::test

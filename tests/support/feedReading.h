@@ -1,0 +1,165 @@
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace obrin::test {
+
+/// Reads bytes of the host feed in their order; throws when they end early.
+class FeedReading {
+public:
+    explicit FeedReading(std::string_view bytes) : rest_(bytes) {}
+
+    std::int32_t number() { return raw<std::int32_t>(); }
+    std::int64_t longNumber() { return raw<std::int64_t>(); }
+    double real() { return raw<double>(); }
+    bool flag() { return raw<char>() != 0; }
+    std::string text() {
+        const auto length = static_cast<std::size_t>(number());
+        return std::string(take(length));
+    }
+    bool atEnd() const { return rest_.empty(); }
+
+private:
+    template <class Value>
+    Value raw() {
+        Value value{};
+        std::memcpy(&value, take(sizeof value).data(), sizeof value);
+        return value;
+    }
+    std::string_view take(std::size_t length) {
+        if (length > rest_.size())
+            throw std::out_of_range("the bytes end early");
+        const std::string_view taken = rest_.substr(0, length);
+        rest_.remove_prefix(length);
+        return taken;
+    }
+
+    std::string_view rest_;
+};
+
+struct FedResource {
+    std::int32_t rid = 0;
+    std::string object, instance, counter, name;
+    std::int32_t mountPoint = 0;
+    double value = 0;
+    bool valueRead = false;
+    double capacity = 0;
+    bool capacityRead = false;
+    double ownCapacity = 0;
+    std::int32_t method = 0;
+    double lower = 0, upper = 0;
+    std::int32_t reached = 0;
+    double windowHours = 0;
+    std::int32_t slots = 0, usable = 0;
+    std::int32_t forecastTime = 0;
+    std::string model;
+    double hours = 0;
+    bool pending = false;
+    double level = 0;
+    std::int32_t patience = 0;
+};
+
+struct FedState {
+    std::int32_t version = 0;
+    std::int64_t serial = 0;
+    std::int32_t kind = 0;
+    std::int64_t cycles = 0;
+    std::int32_t time = 0;
+    double sampling = 0, forecast = 0, writing = 0;
+    std::int64_t archiveBytes = 0;
+    std::vector<std::string> files;
+    std::vector<std::int32_t> numbers;
+    bool awaitsDisks = false;
+    std::vector<std::pair<std::string, std::string>> leftOut;
+    std::vector<FedResource> resources;
+};
+
+inline FedState readState(std::string_view bytes) {
+    FeedReading in(bytes);
+    FedState state;
+    state.version = in.number();
+    state.serial = in.longNumber();
+    state.kind = in.number();
+    if (state.kind != 1)
+        return state;
+    state.cycles = in.longNumber();
+    state.time = in.number();
+    state.sampling = in.real();
+    state.forecast = in.real();
+    state.writing = in.real();
+    state.archiveBytes = in.longNumber();
+    for (int i = 0; i < 5; ++i)
+        state.files.push_back(in.text());
+    for (int i = 0; i < 5; ++i)
+        state.numbers.push_back(in.number());
+    state.awaitsDisks = in.flag();
+    for (std::int32_t i = in.number(); i > 0; --i) {
+        std::string what = in.text();
+        state.leftOut.emplace_back(std::move(what), in.text());
+    }
+    for (std::int32_t i = in.number(); i > 0; --i) {
+        FedResource r;
+        r.rid = in.number();
+        r.object = in.text();
+        r.instance = in.text();
+        r.counter = in.text();
+        r.name = in.text();
+        r.mountPoint = in.number();
+        r.value = in.real();
+        r.valueRead = in.flag();
+        r.capacity = in.real();
+        r.capacityRead = in.flag();
+        r.ownCapacity = in.real();
+        r.method = in.number();
+        r.lower = in.real();
+        r.upper = in.real();
+        r.reached = in.number();
+        r.windowHours = in.real();
+        r.slots = in.number();
+        r.usable = in.number();
+        r.forecastTime = in.number();
+        r.model = in.text();
+        r.hours = in.real();
+        r.pending = in.flag();
+        r.level = in.real();
+        r.patience = in.number();
+        state.resources.push_back(r);
+    }
+    if (!in.atEnd())
+        throw std::out_of_range("there are more bytes than a state has");
+    return state;
+}
+
+using FedCurve = std::vector<std::pair<double, double>>;
+
+struct FedCurves {
+    FedCurve samples;
+    std::int32_t forecastTime = 0;
+    FedCurve forecast;
+};
+
+inline FedCurves readCurves(std::string_view bytes) {
+    FeedReading in(bytes);
+    FedCurves curves;
+    const auto read = [&in](FedCurve& curve) {
+        for (std::int32_t i = in.number(); i > 0; --i) {
+            const double time = in.real();
+            curve.emplace_back(time, in.real());
+        }
+    };
+    in.number();
+    read(curves.samples);
+    curves.forecastTime = in.number();
+    read(curves.forecast);
+    if (!in.atEnd())
+        throw std::out_of_range("there are more bytes than curves have");
+    return curves;
+}
+
+} // namespace obrin::test
