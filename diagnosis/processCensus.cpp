@@ -4,6 +4,7 @@
 #include "support/handles.h"
 #include "support/systemPaths.h"
 #include "support/textScanner.h"
+#include "support/wholeFile.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -34,22 +35,12 @@ Descriptor openIn(int directory, const char* name, int flags) {
     return Descriptor(fd);
 }
 
-/// Reads a file of a process directory into `text`; what cannot be read to its end counts as ending there.
+/// Reads a file of a process directory into `text`. False when it cannot be opened.
 bool readIn(int directory, const char* name, std::string& text) {
-    Descriptor file = openIn(directory, name, 0);
-    text.clear();
-    if (!file)
-        return false;
-    char block[4096];
-    while (text.size() < longestProcessText) {
-        const ssize_t got = ::read(file.get(), block, sizeof block);
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got <= 0)
-            break;
-        text.append(block, static_cast<std::size_t>(got));
-    }
-    return true;
+    const Descriptor file = openIn(directory, name, 0);
+    if (file)
+        readRest(file, longestProcessText, &text);
+    return static_cast<bool>(file);
 }
 
 std::int32_t countEntries(int directory, const char* name) {

@@ -18,16 +18,21 @@ std::optional<std::string> readWholeFile(const std::string& path, std::size_t li
     if (!file)
         return std::nullopt;
     std::string text;
+    readRest(file, limit, &text);
+    return text;
+}
+
+void readRest(const Descriptor& file, std::size_t limit, std::string* text) {
+    text->clear();
     char block[16384];
-    while (text.size() < limit) {
-        ssize_t got = ::read(file.get(), block, std::min(sizeof block, limit - text.size()));
+    while (text->size() < limit) {
+        const ssize_t got = ::read(file.get(), block, std::min(sizeof block, limit - text->size()));
         if (got < 0 && errno == EINTR)
             continue;
         if (got <= 0)
             break;
-        text.append(block, static_cast<std::size_t>(got));
+        text->append(block, static_cast<std::size_t>(got));
     }
-    return text;
 }
 
 std::string linkTarget(const std::string& path) {

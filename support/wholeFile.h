@@ -17,6 +17,10 @@ inline constexpr std::size_t wholeFileLimit = std::size_t{64} << 20;
 /// errno, when the file cannot be opened. Any thread.
 std::optional<std::string> readWholeFile(const std::string& path, std::size_t limit = wholeFileLimit);
 
+/// Puts what an open file still gives into `text`, up to `limit` bytes; what cannot be read to its end ends
+/// there. Any thread.
+void readRest(const Descriptor& file, std::size_t limit, std::string* text);
+
 /// The file that `path` leads to through symbolic links; `path` itself when it is none or leads nowhere.
 std::string linkTarget(const std::string& path);
 

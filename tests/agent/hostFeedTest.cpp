@@ -389,12 +389,13 @@ TEST_F(HostFeedForecast, ACopyOfItsLinkBeginsWithoutOne) {
 }
 
 TEST_F(HostFeedForecast, ReadersOnOtherThreadsSeeWholeStatesAndHoldUpNobody) {
+    const std::int64_t before = published().serial;
     std::atomic<bool> over{false};
     std::vector<std::future<bool>> readers;
     for (int i = 0; i < 2; ++i)
         readers.push_back(std::async(std::launch::async, [&] {
             bool whole = true;
-            std::int64_t serial = 0;
+            std::int64_t serial = before;
             std::int64_t cycles = 0;
             while (!over) {
                 const Publication bytes = awaitPublication(serial, std::chrono::hours(1));
