@@ -5,6 +5,7 @@
 #include "agent/agentState.h"
 #include "agent/debugLog.h"
 #include "agent/errorExit.h"
+#include "agent/hostFeed.h"
 #include "agent/stopSync.h"
 #include "prediction/javaEventSink.h"
 #include "resources/scratchPadRecord.h"
@@ -146,6 +147,7 @@ protected:
     static constexpr int cyclesAfterRecovery = 3;
 
     WholeRun() {
+        openHostFeed(); // what is made for a host may be refused memory as well
         for (const char* folder : {"bin", "log", "tempdata", "data", "config", "path", "proc/7"})
             std::filesystem::create_directories(home.path(folder));
         std::filesystem::current_path(home.path("bin"));
@@ -164,6 +166,7 @@ protected:
     }
 
     ~WholeRun() override {
+        openHostFeed(false);
         std::filesystem::current_path(before);
         ::setenv("PATH", pathBefore.c_str(), 1);
         systemPaths() = SystemPaths();
