@@ -324,12 +324,12 @@ class E3_HangingListing(ListingTest):
         agent.grows(1)
         home.stub_script("#!/bin/sh\ntouch ../hangs\nexec sleep 1000\n")
         agent.until(lambda: os.path.exists(home.at("hangs")), "a hanging df")
-        lines, sleeps = len(home.archive_lines()), agent.output().count("sleep\t7\n")
+        cycles = len(home.archive_lines())
         agent.stop()
         agent.turn(10)
         result = agent.finish()
         self.assert_ended_well(result)
-        self.assertEqual((len(home.archive_lines()), len(result.sleeps)), (lines + 1, sleeps + 1))
+        self.assertEqual((len(home.archive_lines()), len(result.sleeps)), (cycles + 1, cycles + 1))
 
 
 def is_alive(pid):
