@@ -15,6 +15,9 @@ target_compile_options(lumetra_settings INTERFACE
     -Wcast-qual -Wnon-virtual-dtor -Woverloaded-virtual -Wimplicit-fallthrough
     # Forecasts are reproducible to the bit: no fused multiply-add behind the source's back.
     -ffp-contract=off
+    # What is shipped has the same bytes in whatever directory it is built.
+    $<$<CONFIG:RelWithDebInfo>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.>
+    $<$<CONFIG:RelWithDebInfo>:-ffile-prefix-map=${PROJECT_BINARY_DIR}=./build>
     $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond -Wlogical-op -fno-gnu-unique>
     # gcc 12 takes the inlined assignment of two characters to a string for an overlapping copy (GCC bug 105651).
     $<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>>:-Wno-restrict>

@@ -119,7 +119,7 @@ class FewProcesses(TroubleTest):
         directory = tempfile.mkdtemp(prefix="lumetra-program-")
         self.addCleanup(shutil.rmtree, directory, ignore_errors=True)
         os.chmod(directory, 0o755)
-        program = shutil.copy(os.path.join(PROJECT, "packaging", "lumetra"), directory)
+        program = shutil.copy(os.path.join(PROJECT, "debian", "lumetra"), directory)
         ended = subprocess.run([*self.limited(self.new_user(), 2), "bash", program, "run", "--home",
                                 os.path.join(directory, "home")], stdin=subprocess.DEVNULL, capture_output=True, text=True,
                                check=False)

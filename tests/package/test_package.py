@@ -1,5 +1,9 @@
-"""The Debian package: built, installed, run, upgraded and purged on a copy of this machine that ends with the tests."""
+"""The Debian package: built twice to the same bytes; installed, run, upgraded and purged on a copy of this machine that ends
+with the tests."""
 
+import atexit
+import filecmp
+import functools
 import glob
 import json
 import os
@@ -10,13 +14,14 @@ import subprocess
 import sys
 import tempfile
 import unittest
+import zipfile
 
 PROJECT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 sys.path.insert(0, os.path.join(PROJECT, "tests"))
-from suite import LONG, die_with_parent, free_port, remaining, wait_until  # noqa: E402
+from suite import LONG, die_with_parent, free_port, long_only, remaining, wait_until  # noqa: E402
 
-PACKAGING = os.path.join(PROJECT, "packaging")
-BUILD = os.environ.get("LUMETRA_PACKAGE_BUILD")
+DEBIAN = os.path.join(PROJECT, "debian")
+BUILD = os.environ.get("LUMETRA_PACKAGE_BUILD", os.path.join(PROJECT, "build", "release"))
 HOME = "/var/lib/lumetra-agent"
 LOGS = "/var/log/lumetra-agent"
 TOOLS = ("unshare", "nsenter", "setpriv", "dpkg-deb", "apt-get", "systemd-sysusers", "systemd-tmpfiles")
@@ -37,13 +42,23 @@ HIDING = re.compile(r"^(Protect\w+|Private\w+|ProcSubset|ReadOnlyPaths|ReadWrite
 
 def build(output, *options):
     """Builds the package; the path of its file."""
-    command = [os.path.join(PROJECT, "build-package"), "--output", output, *options]
-    if BUILD:
-        command += ["--build", BUILD]
-    done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
+    return output_of([os.path.join(PROJECT, "build-package"), "--output", output, "--build", BUILD, *options]).splitlines()[-1]
+
+
+@functools.cache
+def package():
+    """The package of these sources, built once; the path of its file."""
+    output = tempfile.mkdtemp(prefix="lumetra-debs-")
+    atexit.register(shutil.rmtree, output, ignore_errors=True)
+    return build(output)
+
+
+def output_of(command, **more):
+    """What a command printed that must succeed."""
+    done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False, **more)
     if done.returncode != 0:
-        raise AssertionError(f"build-package ended with {done.returncode}:\n{done.stdout}")
-    return done.stdout.splitlines()[-1]
+        raise AssertionError(f"{command} ended with {done.returncode}:\n{done.stdout}")
+    return done.stdout
 
 
 def with_version(package, version):
@@ -67,9 +82,14 @@ def setting(text, name):
 
 
 def packaged(name):
-    """The text of a file of packaging/."""
-    with open(os.path.join(PACKAGING, name), encoding="utf-8") as file:
+    """The text of a file of debian/."""
+    with open(os.path.join(DEBIAN, name), encoding="utf-8") as file:
         return file.read()
+
+
+def files_below(folder):
+    """The paths of all files below a directory, relative to it."""
+    return [os.path.relpath(os.path.join(where, name), folder) for where, _, names in os.walk(folder) for name in names]
 
 
 def java_from(lowest):
@@ -172,6 +192,78 @@ def as_service(unit, no_new_privileges=True):
     return (*words, "sh", "-c", f"umask {setting(unit, 'UMask') or '0027'}; exec \"$@\"", "sh")
 
 
+class SameBytesTest(unittest.TestCase):
+    """The same sources give the same package, whoever builds it, where and when."""
+
+    # The surroundings of another builder: nothing of them may show.
+    OTHERS = {"TZ": "Pacific/Kiritimati", "LC_ALL": "de_DE.UTF-8", "DPKG_DEB_THREADS_MAX": "1"}
+
+    def sources(self, name):
+        """A copy of the sources in a directory of another length and with other times."""
+        folder = tempfile.mkdtemp(prefix=f"lumetra-{name}-")
+        self.addCleanup(shutil.rmtree, folder, ignore_errors=True)
+        copy = os.path.join(folder, "sources")
+        shutil.copytree(PROJECT, copy, symlinks=True, copy_function=shutil.copy,
+                        ignore=shutil.ignore_patterns("build", "var", ".git", "node_modules", "__pycache__"))
+        for path in files_below(copy):
+            os.utime(os.path.join(copy, path), (1e9, 1e9))
+        return copy
+
+    def packed_anew(self, jar, target):
+        """The same jar as another build leaves it: later, and in the order of another file system."""
+        with tempfile.TemporaryDirectory() as folder:
+            with zipfile.ZipFile(jar) as archive:
+                archive.extractall(folder)
+            names = sorted(set(os.listdir(folder)) - {"META-INF"}, reverse=True)
+            output_of([os.path.join(os.path.dirname(os.path.realpath(shutil.which("javac"))), "jar"), "--create", "--file", target,
+                     "--manifest", os.path.join(folder, "META-INF", "MANIFEST.MF"),
+                     *(word for name in names for word in ("-C", folder, name))])
+        self.assertFalse(filecmp.cmp(jar, target, shallow=False))
+
+    def test_it_is_packed_to_the_same_bytes_elsewhere(self):
+        first, sources = package(), self.sources("elsewhere")
+        self.assertFalse(os.path.exists(os.path.join(DEBIAN, "files")), "it was packed in the midst of its sources")
+        other = os.path.join(sources, "build", "other")
+        os.makedirs(os.path.join(other, "java"))
+        shutil.copy(os.path.join(BUILD, "libObrinagent.so"), other)
+        self.packed_anew(os.path.join(BUILD, "java", "lumetra-agent.jar"), os.path.join(other, "java", "lumetra-agent.jar"))
+        output_of(["dpkg-buildpackage", "--build=binary", "--no-sign", "--no-check-builddeps"], cwd=sources,
+                env={**os.environ, **self.OTHERS, "LUMETRA_BUILD": other}, preexec_fn=lambda: os.umask(0o077))
+        self.assert_same(first, os.path.join(os.path.dirname(sources), os.path.basename(first)))
+
+    def test_the_library_does_not_know_where_it_was_built(self):
+        package()
+        with open(os.path.join(BUILD, "libObrinagent.so"), "rb") as file:
+            library = file.read()
+        self.assertGreater(library.find(b"samplingCycle.cpp"), 0, "it has the names of its sources")
+        self.assertEqual(-1, library.find(PROJECT.encode()))
+
+    @long_only
+    def test_it_is_built_to_the_same_bytes_elsewhere(self):
+        packages = []
+        for name, others in (("one", {}), ("the-other-one", self.OTHERS)):
+            sources = self.sources(name)
+            before = set(files_below(sources))
+            packages.append(output_of([os.path.join(sources, "build-package")], env={**os.environ, **others}).splitlines()[-1])
+            self.assertEqual(before, {path for path in files_below(sources) if not path.startswith("build/")})
+        self.assert_same(*packages)
+
+    def assert_same(self, one, other):
+        """Whether two packages have the same bytes; if not, what is in them tells more."""
+        if not filecmp.cmp(one, other, shallow=False):
+            for look in (("dpkg-deb", "-c"), ("dpkg-deb", "-I"), ("sh", "-c", "dpkg-deb -I \"$0\" md5sums")):
+                self.assertEqual(output_of([*look, one]).replace(one, other), output_of([*look, other]))
+            self.fail(f"{one} and {other} differ")
+
+    def test_what_a_build_needs_is_what_the_script_installs(self):
+        with open(os.path.join(PROJECT, "scripts", "install-dependencies"), encoding="utf-8") as file:
+            needs = dict(re.findall(r'^(\w+)_needs?="([^"]*)"', file.read(), re.MULTILINE))
+        installed = {need.split("|")[0] for kind in ("run", "package", "jdk") for need in needs[kind].split()}
+        field = re.search(r"^Build-Depends: (.*(?:\n .*)*)", packaged("control"), re.MULTILINE).group(1)
+        wanted = {re.match(r"[^\s(|]+", need.strip()).group() for need in field.split(",")}
+        self.assertEqual(installed, {name.replace("debhelper-compat", "debhelper") for name in wanted - {"dh-sequence-installsysusers"}})
+
+
 class PackageTest(unittest.TestCase):
     """The tests follow the life of an installation, in the order of their names."""
 
@@ -188,9 +280,8 @@ class PackageTest(unittest.TestCase):
             raise unittest.SkipTest("no copy of this machine can be made: " + cls.machine.trouble)
         if "install ok" in cls.machine.run("dpkg-query", "-W", "-f=${Status}", "lumetra-agent", expected=None):
             raise unittest.SkipTest("the package is installed on this machine already")
-        cls.output = tempfile.mkdtemp(prefix="lumetra-debs-")
-        cls.addClassCleanup(shutil.rmtree, cls.output, ignore_errors=True)
-        cls.package = build(cls.output)
+        cls.package = package()
+        cls.output = os.path.dirname(cls.package)
         cls.unit = packaged("lumetra-agent.service")
         # An index of all manual pages after each step takes longer than the steps.
         cls.machine.run("sh", "-c", "! command -v debconf-set-selections || "
@@ -255,7 +346,7 @@ class PackageTest(unittest.TestCase):
     def test_1_manual_pages_are_found_and_well_formed(self):
         for page in ("1/lumetra.1", "8/lumetra-agent.8", "5/AutoConfig.ini.5", "5/lumetra-resources.5"):
             self.machine.run("test", "-e", f"/usr/share/man/man{page}.gz")
-        for path in glob.glob(os.path.join(PACKAGING, "man", "*.[1-8]")):
+        for path in glob.glob(os.path.join(DEBIAN, "man", "*.[1-8]")):
             if shutil.which("groff"):
                 done = subprocess.run(["groff", "-man", "-ww", "-z", "-Tutf8", path], stdout=subprocess.PIPE,
                                       stderr=subprocess.STDOUT, text=True, check=True)
