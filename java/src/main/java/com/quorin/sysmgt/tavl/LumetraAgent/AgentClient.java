@@ -6,11 +6,16 @@ import com.fasterxml.jackson.databind.JsonNode;
 import com.fasterxml.jackson.databind.ObjectMapper;
 import java.io.IOException;
 import java.io.InputStream;
-import java.net.ConnectException;
 import java.net.HttpURLConnection;
-import java.net.SocketTimeoutException;
+import java.net.ProtocolException;
 import java.net.URI;
-import java.net.UnknownHostException;
+import java.net.http.HttpClient;
+import java.net.http.HttpConnectTimeoutException;
+import java.net.http.HttpRequest;
+import java.net.http.HttpResponse;
+import java.net.http.HttpTimeoutException;
+import java.nio.channels.UnresolvedAddressException;
+import java.time.Duration;
 import java.util.Objects;
 import java.util.concurrent.ExecutionException;
 import java.util.concurrent.FutureTask;
@@ -30,8 +35,15 @@ final class AgentClient {
             .enable(DeserializationFeature.FAIL_ON_TRAILING_TOKENS)
             .enable(DeserializationFeature.READ_UNKNOWN_ENUM_VALUES_AS_NULL);
 
+    static {
+        // a second attempt would replace the reason why the first one failed
+        System.setProperty("jdk.httpclient.disableRetryConnect", "true");
+    }
+
     private final URI page;
     private final int patience;
+    private final int wholePatience;
+    private final HttpClient http;
 
     /**
      * Names the agent without asking it yet.
@@ -39,18 +51,22 @@ final class AgentClient {
      * @param page the address of its page, ending with a slash
      */
     AgentClient(URI page) {
-        this(page, TIMEOUT_SECONDS);
+        this(page, TIMEOUT_SECONDS, WHOLE_ANSWER_SECONDS);
     }
 
     /**
-     * Names the agent, and how long its silence is borne.
+     * Names the agent, and how long it is waited for.
      *
-     * @param page     the address of its page, ending with a slash
-     * @param patience in seconds; a chart is given twice as long
+     * @param page          the address of its page, ending with a slash
+     * @param patience      how long its silence is borne, in seconds; a chart is given twice as long
+     * @param wholePatience how long its whole answer may take, in seconds
      */
-    AgentClient(URI page, int patience) {
+    AgentClient(URI page, int patience, int wholePatience) {
         this.page = page;
         this.patience = patience;
+        this.wholePatience = wholePatience;
+        http = HttpClient.newBuilder().version(HttpClient.Version.HTTP_1_1)
+                .connectTimeout(Duration.ofSeconds(patience)).build();
     }
 
     /** An agent that cannot be asked, or an answer that is not an agent's; the message is one line. */
@@ -155,7 +171,7 @@ final class AgentClient {
         try {
             return await(task);
         } catch (TimeoutException e) {
-            throw stranger("its answer has no end after " + WHOLE_ANSWER_SECONDS + " s");
+            throw stranger("its answer has no end after " + wholePatience + " s");
         } catch (InterruptedException e) {
             Thread.currentThread().interrupt();
             throw new Unavailable("interrupted", true);
@@ -173,7 +189,7 @@ final class AgentClient {
             boolean shown = Terminal.ofThisProcess().showsErrors();
             System.err.print(shown ? "waiting for " + Words.printable(page.toString()) + " ..." : "");
             try {
-                return task.get(WHOLE_ANSWER_SECONDS - 1, TimeUnit.SECONDS);
+                return task.get(wholePatience - 1, TimeUnit.SECONDS);
             } finally {
                 System.err.print(shown ? Terminal.CLEARED_LINE : "");
             }
@@ -187,58 +203,53 @@ final class AgentClient {
         if (cause instanceof OutOfMemoryError) {
             return stranger("its answer is too large");
         }
+        if (cause instanceof ProtocolException) {
+            return stranger("it does not speak HTTP");
+        }
         return new Unavailable("no agent answers at " + page + ": " + reason(cause, timeoutSeconds)
                 + "; start it with " + System.getProperty("lumetra.start", "./run-agent"), true);
     }
 
-    private static String reason(Throwable cause, int timeoutSeconds) {
-        if (cause instanceof UnknownHostException) {
-            return "no machine has this name";
+    private String reason(Throwable cause, int timeoutSeconds) {
+        if (cause instanceof HttpTimeoutException) {
+            boolean connecting = cause instanceof HttpConnectTimeoutException;
+            return "no answer within " + (connecting ? patience : timeoutSeconds) + " s";
         }
-        if (cause instanceof SocketTimeoutException) {
-            return "no answer within " + timeoutSeconds + " s";
+        for (Throwable each = cause; each != null; each = each.getCause()) {
+            if (each instanceof UnresolvedAddressException) {
+                return "no machine has this name";
+            }
+            if (each.getMessage() != null) {
+                return each.getMessage();
+            }
         }
-        String text = cause.getMessage() == null ? cause.toString() : cause.getMessage();
-        return cause instanceof ConnectException ? text.replaceFirst(" \\(.*\\)$", "") : text;
+        return cause.toString();
     }
 
     private Unavailable stranger(String why) {
         return new Unavailable("what answers at " + page + " is no Lumetra Agent: " + why, false);
     }
 
-    private JsonNode fetch(URI address, int timeoutSeconds) throws IOException, Unavailable {
-        HttpURLConnection connection = (HttpURLConnection) address.toURL().openConnection();
-        connection.setConnectTimeout((int) TimeUnit.SECONDS.toMillis(patience));
-        connection.setReadTimeout((int) TimeUnit.SECONDS.toMillis(timeoutSeconds));
-        connection.setInstanceFollowRedirects(false);
-        connection.setUseCaches(false);
-        connection.setRequestProperty("Accept", "application/json");
-        try {
-            int status = connection.getResponseCode();
-            if (status != HttpURLConnection.HTTP_OK) {
-                throw refused(status, connection);
+    private JsonNode fetch(URI address, int timeoutSeconds) throws IOException, InterruptedException, Unavailable {
+        HttpRequest request = HttpRequest.newBuilder(address).timeout(Duration.ofSeconds(timeoutSeconds))
+                .header("Accept", "application/json").build();
+        HttpResponse<InputStream> answer = http.send(request, HttpResponse.BodyHandlers.ofInputStream());
+        try (InputStream body = answer.body()) {
+            if (answer.statusCode() != HttpURLConnection.HTTP_OK) {
+                throw refused(answer.statusCode(), body);
             }
-            String type = connection.getContentType();
-            if (type == null || !type.startsWith("application/json")) {
+            if (!answer.headers().firstValue("Content-Type").orElse("").startsWith("application/json")) {
                 throw stranger("its answer is no JSON");
             }
-            return parse(read(connection.getInputStream()));
-        } finally {
-            connection.disconnect();
+            return parse(read(body));
         }
     }
 
-    private Unavailable refused(int status, HttpURLConnection connection) {
-        if (status < 0) {
-            return stranger("it does not speak HTTP");
-        }
-        try (InputStream in = connection.getErrorStream()) {
-            if (in != null) {
-                JsonNode error = MAPPER.readTree(in.readNBytes(LARGEST_ERROR)).path("error").path("message");
-                if (error.isTextual()) {
-                    return new Unavailable(
-                            "the agent at " + page + " refuses: " + error.textValue(), false);
-                }
+    private Unavailable refused(int status, InputStream body) {
+        try {
+            JsonNode error = MAPPER.readTree(body.readNBytes(LARGEST_ERROR)).path("error").path("message");
+            if (error.isTextual()) {
+                return new Unavailable("the agent at " + page + " refuses: " + error.textValue(), false);
             }
         } catch (IOException e) {
             // an error without an explanation

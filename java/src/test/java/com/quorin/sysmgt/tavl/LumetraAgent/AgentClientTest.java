@@ -11,6 +11,7 @@ import java.io.OutputStream;
 import java.net.InetAddress;
 import java.net.InetSocketAddress;
 import java.net.ServerSocket;
+import java.net.Socket;
 import java.net.URI;
 import java.nio.charset.StandardCharsets;
 import java.util.List;
@@ -121,8 +122,59 @@ class AgentClientTest {
     @Test
     void aServerThatIsSilentIsGivenUp() throws IOException {
         try (ServerSocket silent = new ServerSocket(0, 5, InetAddress.getLoopbackAddress())) {
-            client = new AgentClient(URI.create("http://127.0.0.1:" + silent.getLocalPort() + "/"), 1);
+            client = new AgentClient(URI.create("http://127.0.0.1:" + silent.getLocalPort() + "/"), 1, 30);
             assertTrue(failure().contains("no answer within 1 s"));
         }
+    }
+
+    /** A server that says just this to every caller, and then waits for the caller's end or hangs up. */
+    private ServerSocket saying(String words, boolean hangsUp) throws IOException {
+        ServerSocket talker = new ServerSocket(0, 5, InetAddress.getLoopbackAddress());
+        Thread thread = new Thread(() -> {
+            while (!talker.isClosed()) {
+                try (Socket caller = talker.accept()) {
+                    caller.getInputStream().readNBytes(16);
+                    caller.getOutputStream().write(words.getBytes(StandardCharsets.UTF_8));
+                    while (!hangsUp && caller.getInputStream().read() >= 0) {
+                        // the rest of the question, and its end
+                    }
+                } catch (IOException e) {
+                    // a caller that is gone, or the end of the test
+                }
+            }
+        });
+        thread.setDaemon(true);
+        thread.start();
+        client = new AgentClient(URI.create("http://127.0.0.1:" + talker.getLocalPort() + "/"), 5, 2);
+        return talker;
+    }
+
+    @Test
+    void aServerOfAnotherProtocolIsToldApart() throws IOException {
+        try (ServerSocket other = saying("SSH-2.0-OpenSSH_9.2\r\n", false)) {
+            assertTrue(failure().endsWith("it does not speak HTTP"), "on port " + other.getLocalPort());
+        }
+    }
+
+    @Test
+    void aServerThatHangsUpIsNone() throws IOException {
+        try (ServerSocket shy = saying("", true)) {
+            String told = failure();
+            assertTrue(told.startsWith("no agent answers at http://127.0.0.1:" + shy.getLocalPort() + "/: "), told);
+        }
+    }
+
+    @Test
+    void anAnswerThatStopsInItsMiddleIsGivenUp() throws IOException {
+        try (ServerSocket slow = saying(
+                "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: 99\r\n\r\n{", false)) {
+            assertTrue(failure().endsWith("its answer has no end after 2 s"), "on port " + slow.getLocalPort());
+        }
+    }
+
+    @Test
+    void aNameThatNoMachineHasIsToldAsSuch() {
+        client = new AgentClient(URI.create("http://no-such-name.invalid/"));
+        assertTrue(failure().contains("/: no machine has this name; "));
     }
 }
