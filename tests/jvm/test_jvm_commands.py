@@ -172,6 +172,12 @@ class Help(JavaTest):
         self.assertEqual(lumetra("dance").returncode, 2)
 
 
+    def test_help_is_coloured_where_everything_else_is(self):
+        self.assertIn("\x1b[", on_terminal("status", "--help")[1])
+        for environment in some(({"TERM": "dumb"}, {"NO_COLOR": "1"}), 1):
+            self.assertNotIn("\x1b", on_terminal("status", "--help", **environment)[1])
+
+
 class Status(CommandTest):
     def test_all_resources_and_the_agent_are_told(self):
         lines = self.run_ok("status").splitlines()
@@ -270,7 +276,7 @@ class Elsewhere(CommandTest):
         url = self.stranger((200, "application/json", json.dumps(overview).encode()))
         code, text = on_terminal("status", "--url", url, columns=150)
         self.assertEqual(code, 0, text)
-        self.assertIn("\x1b[1;31mat its limit\x1b[0m", text)
+        self.assertRegex(text, "\x1b\\[1m\x1b\\[31mat its limit\x1b\\[[0-9;]*m")
         self.assertRegex(text, "/dev/x+…x+ ")
         for environment in some(({"NO_COLOR": "1"}, {"TERM": "dumb"}), 1):
             text = on_terminal("status", "--url", url, columns=150, **environment)[1]

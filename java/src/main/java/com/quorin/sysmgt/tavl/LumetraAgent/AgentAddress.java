@@ -3,9 +3,9 @@ package com.quorin.sysmgt.tavl.LumetraAgent;
 import java.net.URI;
 import java.net.URISyntaxException;
 import picocli.CommandLine.ArgGroup;
-import picocli.CommandLine.Model.CommandSpec;
+import picocli.CommandLine.ITypeConverter;
 import picocli.CommandLine.Option;
-import picocli.CommandLine.ParameterException;
+import picocli.CommandLine.TypeConversionException;
 
 /** The options that say which agent is asked. */
 final class AgentAddress {
@@ -15,17 +15,53 @@ final class AgentAddress {
 
     /** One of the two ways to say it. */
     static final class Where {
-        @Option(names = "--url", paramLabel = "URL",
+        @Option(names = "--url", paramLabel = "URL", converter = PageUrl.class,
                 description = "The agent's page. Default: http://127.0.0.1:" + PageOptions.DEFAULT_PORT
                         + "/.")
-        private String url;
+        private URI url;
 
-        @Option(names = "--port", paramLabel = "N", description = "The port of an agent on this machine.")
-        private Integer port;
+        @Option(names = "--port", paramLabel = "N", converter = Port.class,
+                description = "The port of an agent on this machine.")
+        private int port = PageOptions.DEFAULT_PORT;
 
         /** Creates the default options. */
         Where() {
             // picocli fills in the options
+        }
+    }
+
+    /** The port of a page that there is. */
+    static final class Port extends WholeNumber {
+        /** Creates the converter. */
+        Port() {
+            super("a port from 1 to " + PageOptions.LARGEST_PORT, 1, PageOptions.LARGEST_PORT);
+        }
+    }
+
+    /** The address of a page, which gets the slash that it must end with. */
+    static final class PageUrl implements ITypeConverter<URI> {
+
+        /** Creates the converter. */
+        PageUrl() {
+            // nothing to hold
+        }
+
+        @Override
+        public URI convert(String text) {
+            try {
+                URI uri = new URI(text.endsWith("/") ? text : text + "/");
+                if (isWeb(uri.getScheme()) && uri.getHost() != null && uri.getPort() <= PageOptions.LARGEST_PORT
+                        && uri.getUserInfo() == null && uri.getRawQuery() == null && uri.getRawFragment() == null) {
+                    return uri;
+                }
+            } catch (URISyntaxException e) {
+                // told below, like any other text that is no address
+            }
+            throw new TypeConversionException("expected http://HOST:PORT/, got \"" + text + "\"");
+        }
+
+        private static boolean isWeb(String scheme) {
+            return "http".equalsIgnoreCase(scheme) || "https".equalsIgnoreCase(scheme);
         }
     }
 
@@ -34,32 +70,12 @@ final class AgentAddress {
         // picocli fills in the options
     }
 
-    private static boolean isWeb(String scheme) {
-        return "http".equalsIgnoreCase(scheme) || "https".equalsIgnoreCase(scheme);
-    }
-
     /**
      * The address of the page.
      *
-     * @param spec the command that the options were given to
      * @return the address, ending with a slash
      */
-    URI uri(CommandSpec spec) {
-        if (where.url == null) {
-            int port = where.port == null ? PageOptions.DEFAULT_PORT : where.port;
-            PageOptions.checkPort(spec, "--port", port, 1);
-            return URI.create("http://127.0.0.1:" + port + "/");
-        }
-        try {
-            URI uri = new URI(where.url.endsWith("/") ? where.url : where.url + "/");
-            if (isWeb(uri.getScheme()) && uri.getHost() != null && uri.getUserInfo() == null
-                    && uri.getRawQuery() == null && uri.getRawFragment() == null) {
-                return uri;
-            }
-        } catch (URISyntaxException e) {
-            // told below, like any other text that is no address
-        }
-        throw new ParameterException(spec.commandLine(),
-                "Invalid value for option '--url': expected http://HOST:PORT/, got \"" + where.url + "\"");
+    URI uri() {
+        return where.url != null ? where.url : URI.create("http://127.0.0.1:" + where.port + "/");
     }
 }

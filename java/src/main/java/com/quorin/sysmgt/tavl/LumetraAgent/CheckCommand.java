@@ -12,10 +12,9 @@ import java.util.List;
 import java.util.Map;
 import java.util.concurrent.Callable;
 import picocli.CommandLine.Command;
-import picocli.CommandLine.Model.CommandSpec;
+import picocli.CommandLine.ITypeConverter;
 import picocli.CommandLine.Option;
-import picocli.CommandLine.ParameterException;
-import picocli.CommandLine.Spec;
+import picocli.CommandLine.TypeConversionException;
 
 /** Checks configuration and declarations before a start. */
 @Command(name = "check", mixinStandardHelpOptions = true, versionProvider = Lumetra.Version.class,
@@ -31,13 +30,13 @@ final class CheckCommand implements Callable<Integer> {
     /** Exit code of a check that found warnings only. */
     static final int WARNED = 3;
 
-    @Option(names = "--home", paramLabel = "DIR",
-            description = "The agent's home. Default: that of lumetra run.")
-    private String home = System.getProperty("lumetra.home", "..");
+    @Option(names = "--home", paramLabel = "DIR", defaultValue = "${sys:lumetra.home:-..}",
+            converter = Name.class, description = "The agent's home. Default: that of lumetra run.")
+    private Path home;
 
-    @Option(names = "--config", paramLabel = "FILE",
+    @Option(names = "--config", paramLabel = "FILE", converter = Name.class,
             description = "The configuration file. Default: config/AutoConfig.ini of the home.")
-    private String config;
+    private Path config;
 
     @Option(names = "--json", description = "Print the findings as JSON.")
     private boolean json;
@@ -45,10 +44,28 @@ final class CheckCommand implements Callable<Integer> {
     @Option(names = "--strict", description = "End with exit code 1 for warnings too.")
     private boolean strict;
 
-    @Spec
-    private CommandSpec spec;
-
     private final PrintStream out = System.out;
+
+    /** The name of a file or directory, which need not be there. */
+    static final class Name implements ITypeConverter<Path> {
+
+        /** Creates the converter. */
+        Name() {
+            // nothing to hold
+        }
+
+        @Override
+        public Path convert(String text) {
+            if (text.isEmpty()) {
+                throw new TypeConversionException("expected a path: the name is empty");
+            }
+            try {
+                return Path.of(text);
+            } catch (InvalidPathException e) {
+                throw new TypeConversionException("expected a path: " + e.getMessage());
+            }
+        }
+    }
 
     /** Creates the command with its default options. */
     CheckCommand() {
@@ -62,7 +79,8 @@ final class CheckCommand implements Callable<Integer> {
      */
     @Override
     public Integer call() {
-        List<Finding> findings = findings();
+        List<Finding> findings =
+                AgentCheck.of(home, config == null ? home.resolve("config").resolve("AutoConfig.ini") : config);
         int errors = (int) findings.stream().filter(finding -> finding.kind().isError()).count();
         int warnings = findings.size() - errors;
         if (json) {
@@ -76,22 +94,6 @@ final class CheckCommand implements Callable<Integer> {
             return Lumetra.FAILED;
         }
         return exitCode(errors, warnings);
-    }
-
-    private List<Finding> findings() {
-        try {
-            if (home.isEmpty() || "".equals(config)) {
-                throw new InvalidPathException("", "the name is empty");
-            }
-            Path directory = Path.of(home);
-            Path file = config == null ? directory.resolve("config").resolve("AutoConfig.ini")
-                    : Path.of(config);
-            return AgentCheck.of(directory, file);
-        } catch (InvalidPathException e) {
-            throw new ParameterException(spec.commandLine(), "Invalid value for option '"
-                    + (home.isEmpty() || config == null ? "--home" : "--config")
-                    + "': expected a path: " + e.getMessage());
-        }
     }
 
     private int exitCode(int errors, int warnings) {

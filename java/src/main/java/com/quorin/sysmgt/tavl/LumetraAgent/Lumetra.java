@@ -65,7 +65,9 @@ public final class Lumetra implements Runnable {
      * @return the command line, ready to be executed
      */
     static CommandLine commandLine() {
-        return new CommandLine(new Lumetra()).setParameterExceptionHandler((mistake, args) -> {
+        CommandLine line = new CommandLine(new Lumetra());
+        line.setColorScheme(Terminal.ofThisProcess().colours());
+        return line.setParameterExceptionHandler((mistake, args) -> {
             CommandLine command = mistake.getCommandLine();
             String name = command.getCommandSpec().qualifiedName();
             command.getErr().println(name + ": " + Words.printable(mistake.getMessage()));

@@ -10,9 +10,11 @@ import java.util.ArrayList;
 import java.util.List;
 import java.util.Optional;
 import java.util.regex.Pattern;
+import picocli.CommandLine.ITypeConverter;
 import picocli.CommandLine.Model.CommandSpec;
 import picocli.CommandLine.Option;
 import picocli.CommandLine.ParameterException;
+import picocli.CommandLine.TypeConversionException;
 
 /** Where the page is, and who may ask for it. */
 final class PageOptions {
@@ -20,11 +22,13 @@ final class PageOptions {
     /** The port unless another is named. */
     static final int DEFAULT_PORT = 8642;
 
-    private static final int LARGEST_PORT = 65535;
+    /** The largest port that there is. */
+    static final int LARGEST_PORT = 65535;
+
     private static final Pattern NAME = Pattern.compile("[A-Za-z0-9_]([A-Za-z0-9._-]{0,251}[A-Za-z0-9_.])?");
     private static final Path OWN_NAME = Path.of("/proc/sys/kernel/hostname");
 
-    @Option(names = "--port", paramLabel = "N", defaultValue = "" + DEFAULT_PORT,
+    @Option(names = "--port", paramLabel = "N", defaultValue = "" + DEFAULT_PORT, converter = Port.class,
             description = "The page's port, 1 to 65535; 0 for no page. Default: ${DEFAULT-VALUE}.")
     private int port;
 
@@ -33,10 +37,36 @@ final class PageOptions {
                     + "Whoever reaches it can read the page. Default: ${DEFAULT-VALUE}.")
     private String listen;
 
-    @Option(names = "--allow-host", paramLabel = "NAME",
+    @Option(names = "--allow-host", paramLabel = "NAME", converter = Name.class,
             description = "Another name under which a browser may ask for the page. Repeatable. "
                     + "IP addresses, localhost and the name after --listen are always allowed.")
     private List<String> allowed = new ArrayList<>();
+
+    /** The port of a page, or 0. */
+    static final class Port extends WholeNumber {
+        /** Creates the converter. */
+        Port() {
+            super("a port from 0 to " + LARGEST_PORT, 0, LARGEST_PORT);
+        }
+    }
+
+    /** The name of a machine. */
+    static final class Name implements ITypeConverter<String> {
+
+        /** Creates the converter. */
+        Name() {
+            // nothing to hold
+        }
+
+        @Override
+        public String convert(String text) {
+            if (!NAME.matcher(text).matches()) {
+                throw new TypeConversionException(
+                        "expected the name of a machine, without port, got \"" + text + "\"");
+            }
+            return text;
+        }
+    }
 
     /** Creates the default options. */
     PageOptions() {
@@ -49,16 +79,9 @@ final class PageOptions {
      * @param spec the command that they were given to
      */
     void check(CommandSpec spec) {
-        checkPort(spec, "--port", port, 0);
         if (listen.isBlank()) {
             throw new ParameterException(spec.commandLine(),
                     "Invalid value for option '--listen': expected an IP address or a name of this machine");
-        }
-        for (String name : allowed) {
-            if (!NAME.matcher(name).matches()) {
-                throw new ParameterException(spec.commandLine(), "Invalid value for option '--allow-host': "
-                        + "expected the name of a machine, without port, got \"" + name + "\"");
-            }
         }
     }
 
@@ -69,21 +92,6 @@ final class PageOptions {
      */
     boolean isWanted() {
         return port != 0;
-    }
-
-    /**
-     * Refuses a port that is none.
-     *
-     * @param spec   the command that it was given to
-     * @param option the option's name
-     * @param port   the port
-     * @param least  the smallest number that is taken
-     */
-    static void checkPort(CommandSpec spec, String option, int port, int least) {
-        if (port < least || port > LARGEST_PORT) {
-            throw new ParameterException(spec.commandLine(), "Invalid value for option '" + option
-                    + "': expected a port from " + least + " to " + LARGEST_PORT + ", got " + port);
-        }
     }
 
     /**

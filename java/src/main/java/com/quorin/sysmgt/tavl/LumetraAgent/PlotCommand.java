@@ -10,16 +10,16 @@ import java.nio.file.StandardCopyOption;
 import java.nio.file.StandardOpenOption;
 import java.time.ZoneId;
 import java.util.ArrayList;
+import java.util.Arrays;
 import java.util.List;
 import java.util.Locale;
 import java.util.concurrent.Callable;
 import picocli.CommandLine.Command;
+import picocli.CommandLine.ITypeConverter;
 import picocli.CommandLine.Mixin;
-import picocli.CommandLine.Model.CommandSpec;
 import picocli.CommandLine.Option;
-import picocli.CommandLine.ParameterException;
 import picocli.CommandLine.Parameters;
-import picocli.CommandLine.Spec;
+import picocli.CommandLine.TypeConversionException;
 
 /** Draws charts of a running agent's resources into files. */
 @Command(name = "plot", mixinStandardHelpOptions = true, versionProvider = Lumetra.Version.class,
@@ -31,7 +31,6 @@ import picocli.CommandLine.Spec;
             "  2  the command line is wrong%n"})
 final class PlotCommand implements Callable<Integer> {
 
-    private static final List<String> FORMATS = List.of("png", "svg");
     private static final int LONGEST_NAME = 120;
     private static final int SHOWN_CHOICES = 8;
     private static final long SECOND = 1_000_000_000L;
@@ -39,25 +38,88 @@ final class PlotCommand implements Callable<Integer> {
     @Mixin
     private AgentAddress address = new AgentAddress();
 
-    @Option(names = "--format", paramLabel = "FORMAT", defaultValue = "png",
+    @Option(names = "--format", paramLabel = "FORMAT", defaultValue = "png", converter = FormatName.class,
             description = "png or svg. Default: ${DEFAULT-VALUE}.")
-    private String format;
+    private Format format;
 
-    @Option(names = "--output", paramLabel = "DIR", defaultValue = ".",
+    @Option(names = "--output", paramLabel = "DIR", defaultValue = ".", converter = Directory.class,
             description = "The directory for the files, which must exist. Default: this one.")
-    private String output;
+    private Path directory;
 
-    @Parameters(paramLabel = "RESOURCE", arity = "0..*",
+    @Parameters(paramLabel = "RESOURCE", arity = "0..*", converter = Word.class,
             description = "A resource's number, or a part of its name or instance. "
                     + "Default: all that have samples.")
     private List<String> wanted = new ArrayList<>();
 
-    @Spec
-    private CommandSpec spec;
-
     private final Terminal terminal = Terminal.ofThisProcess();
     private AgentClient client;
-    private Path directory;
+
+    /** The kinds of picture. */
+    enum Format {
+        /** Pixels. */
+        PNG,
+        /** Curves. */
+        SVG;
+
+        @Override
+        public String toString() {
+            return name().toLowerCase(Locale.ROOT);
+        }
+    }
+
+    /** A kind of picture by its name. */
+    static final class FormatName implements ITypeConverter<Format> {
+
+        /** Creates the converter. */
+        FormatName() {
+            // nothing to hold
+        }
+
+        @Override
+        public Format convert(String text) {
+            return Arrays.stream(Format.values()).filter(format -> format.toString().equals(text)).findAny().orElseThrow(
+                    () -> new TypeConversionException("expected png or svg, got \"" + text + "\""));
+        }
+    }
+
+    /** A directory that is there. */
+    static final class Directory implements ITypeConverter<Path> {
+
+        /** Creates the converter. */
+        Directory() {
+            // nothing to hold
+        }
+
+        @Override
+        public Path convert(String text) {
+            try {
+                Path directory = Path.of(text);
+                if (Files.isDirectory(directory)) {
+                    return directory;
+                }
+            } catch (InvalidPathException e) {
+                // told below, like any other text that is no directory
+            }
+            throw new TypeConversionException("expected a directory, got \"" + text + "\"");
+        }
+    }
+
+    /** What names a resource, or several; nothing would name them all. */
+    static final class Word implements ITypeConverter<String> {
+
+        /** Creates the converter. */
+        Word() {
+            // nothing to hold
+        }
+
+        @Override
+        public String convert(String text) {
+            if (text.isEmpty()) {
+                throw new TypeConversionException("expected a number or a part of a name, got nothing");
+            }
+            return text;
+        }
+    }
 
     /** Creates the command with its default options. */
     PlotCommand() {
@@ -71,34 +133,13 @@ final class PlotCommand implements Callable<Integer> {
      */
     @Override
     public Integer call() {
-        client = new AgentClient(address.uri(spec));
-        checkOptions();
+        client = new AgentClient(address.uri());
         try {
             Snapshot snapshot = client.overview().snapshot();
             List<Snapshot.Resource> chosen = choose(snapshot.resources());
             return chosen.isEmpty() ? Lumetra.FAILED : drawAll(chosen);
         } catch (AgentClient.Unavailable e) {
             return fail(e.getMessage());
-        }
-    }
-
-    private void checkOptions() {
-        if (!FORMATS.contains(format)) {
-            throw new ParameterException(spec.commandLine(),
-                    "Invalid value for option '--format': expected png or svg, got \"" + format + "\"");
-        }
-        try {
-            directory = Path.of(output);
-        } catch (InvalidPathException e) {
-            directory = null;
-        }
-        if (directory == null || !Files.isDirectory(directory)) {
-            throw new ParameterException(spec.commandLine(),
-                    "Invalid value for option '--output': expected a directory, got \"" + output + "\"");
-        }
-        if (wanted.contains("")) {
-            throw new ParameterException(spec.commandLine(),
-                    "Invalid RESOURCE: expected a number or a part of a name, got nothing");
         }
     }
 
@@ -198,9 +239,10 @@ final class PlotCommand implements Callable<Integer> {
         if (trend.samples().times().length == 0) {
             throw new IOException("there are no samples yet");
         }
-        String script = PlotScript.of(resource, trend, format, ZoneId.systemDefault());
-        Path file = directory.resolve(fileName(resource, format));
-        write(file, Gnuplot.draw(script, format));
+        String kind = format.toString();
+        String script = PlotScript.of(resource, trend, kind, ZoneId.systemDefault());
+        Path file = directory.resolve(fileName(resource, kind));
+        write(file, Gnuplot.draw(script, kind));
         System.out.println(Words.printable(file.toString()));
     }
 

@@ -18,10 +18,7 @@ import java.util.Optional;
 import java.util.concurrent.Callable;
 import picocli.CommandLine.Command;
 import picocli.CommandLine.Mixin;
-import picocli.CommandLine.Model.CommandSpec;
 import picocli.CommandLine.Option;
-import picocli.CommandLine.ParameterException;
-import picocli.CommandLine.Spec;
 
 /** Shows the state of all resources of a running agent. */
 @Command(name = "status", mixinStandardHelpOptions = true, versionProvider = Lumetra.Version.class,
@@ -31,8 +28,6 @@ import picocli.CommandLine.Spec;
             "  1  no agent answers, or something else than an agent does",
             "  2  the command line is wrong%n"})
 final class StatusCommand implements Callable<Integer> {
-
-    private static final int LONGEST_PAUSE = 3600;
 
     /** The lines at the end that tell of the agent. */
     private static final int AGENT_LINES = 2;
@@ -48,17 +43,23 @@ final class StatusCommand implements Callable<Integer> {
     private boolean json;
 
     @Option(names = "--watch", paramLabel = "SECONDS", arity = "0..1", fallbackValue = "2",
+            converter = Pause.class,
             description = "Show the state again and again until Ctrl-C, every 2 seconds "
                     + "unless said otherwise.")
     private Integer watch;
-
-    @Spec
-    private CommandSpec spec;
 
     private final Terminal terminal = Terminal.ofThisProcess();
     private final PrintStream out = System.out;
     private URI page;
     private AgentClient client;
+
+    /** The time from one look to the next. */
+    static final class Pause extends WholeNumber {
+        /** Creates the converter. */
+        Pause() {
+            super("1 to 3600 seconds", 1, 3600);
+        }
+    }
 
     /** Creates the command with its default options. */
     StatusCommand() {
@@ -72,12 +73,7 @@ final class StatusCommand implements Callable<Integer> {
      */
     @Override
     public Integer call() {
-        page = address.uri(spec);
-        if (watch != null && (watch < 1 || watch > LONGEST_PAUSE)) {
-            throw new ParameterException(spec.commandLine(),
-                    "Invalid value for option '--watch': expected 1 to " + LONGEST_PAUSE
-                    + " seconds, got " + watch);
-        }
+        page = address.uri();
         client = new AgentClient(page);
         try {
             List<String> lines = lines();

@@ -9,6 +9,7 @@ import java.util.List;
 import java.util.Locale;
 import java.util.Optional;
 import java.util.OptionalInt;
+import picocli.CommandLine.Help.Ansi;
 
 /** The state of all resources as lines of text, the most urgent first. */
 final class StatusTable {
@@ -24,7 +25,6 @@ final class StatusTable {
     private static final int SHOWN_USERS = 3;
     private static final String GAP = "  ";
     private static final String UNKNOWN = "-";
-    private static final String PLAIN = "\u001b[0m";
 
     private final Terminal terminal;
 
@@ -158,17 +158,17 @@ final class StatusTable {
     }
 
     private String coloured(String text, ResourceState state) {
-        if (state == null || !terminal.hasColour()) {
+        if (state == null) {
             return text;
         }
-        String colour = switch (state) {
-            case AT_LIMIT -> "\u001b[1;31m";
-            case FORECAST -> "\u001b[31m";
-            case PENDING -> "\u001b[33m";
-            case STALE, UNREADABLE -> "\u001b[35m";
-            default -> "";
+        List<Ansi.IStyle> styles = switch (state) {
+            case AT_LIMIT -> List.of(Ansi.Style.bold, Ansi.Style.fg_red);
+            case FORECAST -> List.of(Ansi.Style.fg_red);
+            case PENDING -> List.of(Ansi.Style.fg_yellow);
+            case STALE, UNREADABLE -> List.of(Ansi.Style.fg_magenta);
+            default -> List.of();
         };
-        return colour.isEmpty() ? text : colour + text + PLAIN;
+        return styles.isEmpty() ? text : terminal.colours().apply(text, styles).toString();
     }
 
     private String shortened(String text, int width) {

@@ -7,6 +7,9 @@ import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.Map;
 import java.util.OptionalInt;
+import picocli.CommandLine.Help;
+import picocli.CommandLine.Help.Ansi;
+import picocli.CommandLine.Help.ColorScheme;
 
 /** What standard output and standard error are connected to. */
 final class Terminal {
@@ -79,13 +82,14 @@ final class Terminal {
     }
 
     /**
-     * Whether colours are shown and wanted.
+     * The colours that are shown.
      *
-     * @return true on a terminal that knows them, unless NO_COLOR is set
+     * @return some on a terminal that knows them, unless NO_COLOR is set; otherwise none
      */
-    boolean hasColour() {
+    ColorScheme colours() {
         String kind = environment.getOrDefault("TERM", "dumb");
-        return interactive && !kind.equals("dumb") && environment.getOrDefault("NO_COLOR", "").isEmpty();
+        boolean wanted = environment.getOrDefault("NO_COLOR", "").isEmpty();
+        return Help.defaultColorScheme(interactive && !kind.equals("dumb") && wanted ? Ansi.ON : Ansi.OFF);
     }
 
     /**

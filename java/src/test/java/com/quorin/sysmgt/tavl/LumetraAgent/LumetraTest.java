@@ -6,6 +6,8 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 import java.io.PrintWriter;
 import java.io.StringWriter;
 import org.junit.jupiter.api.Test;
+import org.junit.jupiter.params.ParameterizedTest;
+import org.junit.jupiter.params.provider.CsvSource;
 
 class LumetraTest {
 
@@ -69,5 +71,27 @@ class LumetraTest {
         for (String port : new String[] {"0", "65536", "-1", "x"}) {
             assertEquals(2, execute("status", "--port", port), port);
         }
+    }
+
+    @ParameterizedTest
+    @CsvSource(delimiter = '|', value = {
+        "status --port x | '--port': expected a port from 1 to 65535, got x",
+        "status --port 65536 | '--port': expected a port from 1 to 65535, got 65536",
+        "status --port= | '--port': expected a port from 1 to 65535, got nothing",
+        "status --url http://a:65536/ | '--url': expected http://HOST:PORT/, got \"http://a:65536/\"",
+        "status --watch=soon | '--watch': expected 1 to 3600 seconds, got soon",
+        "status --watch=3601 | '--watch': expected 1 to 3600 seconds, got 3601",
+        "run --port http | '--port': expected a port from 0 to 65535, got http",
+        "plot --format PNG | '--format': expected png or svg, got \"PNG\"",
+        "plot --output /nonexistent | '--output': expected a directory, got \"/nonexistent\"",
+        "plot --output=a\\0b | '--output': expected a directory, got \"a\\x00b\"",
+        "check --home= | '--home': expected a path: the name is empty",
+        "check --config= | '--config': expected a path: the name is empty",
+        "check --config=a\\0b | '--config': expected a path: Nul character not allowed: a\\x00b"})
+    void whatAnOptionExpectsIsTold(String line, String expected) {
+        String[] words = line.replace("\\0", "\0").split(" ");
+        assertEquals(2, execute(words), line);
+        assertEquals("lumetra " + words[0] + ": Invalid value for option " + expected,
+                err.toString().lines().findFirst().orElse(""));
     }
 }

@@ -1,7 +1,6 @@
 package com.quorin.sysmgt.tavl.LumetraAgent;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
-import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.net.URI;
@@ -10,6 +9,7 @@ import java.util.ArrayList;
 import java.util.List;
 import java.util.Map;
 import org.junit.jupiter.api.Test;
+import picocli.CommandLine.Help.Ansi;
 
 class StatusTableTest {
 
@@ -78,17 +78,17 @@ class StatusTableTest {
             assertEquals(plain, coloured.replaceAll("\u001b\\[[0-9;]*m", ""));
         }
         String urgent = lines(COLOURED, resource(ResourceState.AT_LIMIT, "", null, null)).get(1);
-        assertTrue(urgent.contains("\u001b[1;31mat its limit\u001b[0m"), urgent);
+        assertTrue(urgent.contains("\u001b[1m\u001b[31mat its limit\u001b["), urgent);
     }
 
     @Test
     void colourIsLeftOutWhereItIsNotWanted() {
         for (Map<String, String> environment : List.of(Map.of("TERM", "dumb"), Map.<String, String>of(),
                 Map.of("TERM", "xterm", "NO_COLOR", "1"))) {
-            assertFalse(new Terminal(true, environment).hasColour());
+            assertEquals(Ansi.OFF, new Terminal(true, environment).colours().ansi());
         }
-        assertTrue(new Terminal(true, Map.of("TERM", "xterm", "NO_COLOR", "")).hasColour());
-        assertFalse(PIPE.hasColour());
+        assertEquals(Ansi.ON, new Terminal(true, Map.of("TERM", "xterm", "NO_COLOR", "")).colours().ansi());
+        assertEquals(Ansi.OFF, PIPE.colours().ansi());
     }
 
     @Test
