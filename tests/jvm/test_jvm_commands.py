@@ -178,6 +178,35 @@ class Help(JavaTest):
             self.assertNotIn("\x1b", on_terminal("status", "--help", **environment)[1])
 
 
+@unittest.skipUnless(shutil.which("bash"), "there is no bash")
+class Completion(JavaTest):
+    """What a shell offers when Tab is pressed, by the file that is made from the commands."""
+
+    FILE = os.path.join(os.path.dirname(JAR), "lumetra-completion")
+    ASK = """compopt() { :; } # which works while Tab is pressed only
+        source "$0" && COMP_WORDS=(lumetra "$@") && COMP_CWORD=$# && COMP_LINE="lumetra $*" && COMP_POINT=${#COMP_LINE}
+        _complete_lumetra && printf '%s\\n' "${COMPREPLY[@]}" """
+
+    def offered(self, *words):
+        asked = subprocess.run(["bash", "-c", self.ASK, self.FILE, *words], capture_output=True, text=True, check=True)
+        self.assertEqual("", asked.stderr)
+        return {word.strip() for word in asked.stdout.splitlines()} - {""}
+
+    def test_every_command_and_option_is_offered(self):
+        commands = self.offered("")
+        self.assertEqual({"run", "status", "plot", "check"}, {word for word in commands if not word.startswith("-")})
+        self.assertEqual({"status"}, self.offered("st"))
+        for command in commands:
+            told = subprocess.run(["java", "-jar", JAR, command, "--help"], capture_output=True, text=True, check=True).stdout
+            options = set(re.findall(r"(?<![\w-])--[a-z-]+", told))
+            self.assertLessEqual({"--help", "--version"}, options)
+            self.assertEqual(options, {word for word in self.offered(command, "-") if word.startswith("--")}, command)
+
+    def test_the_values_of_an_option_are_offered(self):
+        self.assertEqual({"png", "svg"}, self.offered("plot", "--format", ""))
+        self.assertEqual({"svg"}, self.offered("plot", "--format", "s"))
+
+
 class Status(CommandTest):
     def test_all_resources_and_the_agent_are_told(self):
         lines = self.run_ok("status").splitlines()

@@ -226,6 +226,7 @@ class SameBytesTest(unittest.TestCase):
         other = os.path.join(sources, "build", "other")
         os.makedirs(os.path.join(other, "java"))
         shutil.copy(os.path.join(BUILD, "libObrinagent.so"), other)
+        shutil.copy(os.path.join(BUILD, "java", "lumetra-completion"), os.path.join(other, "java"))
         self.packed_anew(os.path.join(BUILD, "java", "lumetra-agent.jar"), os.path.join(other, "java", "lumetra-agent.jar"))
         output_of(["dpkg-buildpackage", "--build=binary", "--no-sign", "--no-check-builddeps"], cwd=sources,
                 env={**os.environ, **self.OTHERS, "LUMETRA_BUILD": other}, preexec_fn=lambda: os.umask(0o077))
@@ -351,6 +352,10 @@ class PackageTest(unittest.TestCase):
                 done = subprocess.run(["groff", "-man", "-ww", "-z", "-Tutf8", path], stdout=subprocess.PIPE,
                                       stderr=subprocess.STDOUT, text=True, check=True)
                 self.assertEqual("", done.stdout, path)
+
+    def test_1_bash_finds_the_completion(self):
+        printed = self.machine.run("bash", "-c", "source /usr/share/bash-completion/completions/lumetra && complete -p lumetra")
+        self.assertIn("-F _complete_lumetra", printed)
 
     def test_1_what_the_documents_link_to_comes_with_the_package(self):
         root = os.path.join(self.output, "unpacked")
