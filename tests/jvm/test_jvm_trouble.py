@@ -119,7 +119,10 @@ class FewProcesses(TroubleTest):
         directory = tempfile.mkdtemp(prefix="lumetra-program-")
         self.addCleanup(shutil.rmtree, directory, ignore_errors=True)
         os.chmod(directory, 0o755)
-        program = shutil.copy(os.path.join(PROJECT, "debian", "lumetra"), directory)
+        finder = shutil.copy(os.path.join(PROJECT, "scripts", "find-java"), directory)
+        program = os.path.join(directory, "lumetra")
+        with open(os.path.join(PROJECT, "debian", "lumetra"), encoding="utf-8") as shipped, open(program, "w", encoding="utf-8") as file:
+            file.write(shipped.read().replace("/usr/share/lumetra-agent/find-java", finder))
         ended = subprocess.run([*self.limited(self.new_user(), 2), "bash", program, "run", "--home",
                                 os.path.join(directory, "home")], stdin=subprocess.DEVNULL, capture_output=True, text=True,
                                check=False)
