@@ -176,6 +176,7 @@ void runOneCycle(Clasp* clasp, CycleReport* report) {
     attempt([&] { return update_autoresource_file(clasp); });
     attempt([&] { return trim(clasp->HardDriveArchive, report->archiveMegabytes); });
     report->writing = watch.lap();
+    report->total += report->sampling + report->forecast + report->writing;
     ++report->cycles;
     publish(*clasp, *report);
 }

@@ -8,6 +8,7 @@
 #include "prediction/predictor.h"
 #include "support/clock.h"
 #include "support/immortal.h"
+#include "support/textScanner.h"
 
 #include <algorithm>
 #include <atomic>
@@ -121,7 +122,7 @@ void putResource(Bytes& bytes, const Link& link) {
     bytes.number(link.AnalyticalMethod);
     bytes.real(static_cast<double>(limits.lower)).real(static_cast<double>(limits.upper));
     bytes.number(static_cast<std::int32_t>(reached)).real(link.WindowSize);
-    bytes.number(static_cast<std::int32_t>(link.BufferSize)).number(usableSamples(link));
+    bytes.number(clampToInt32(link.BufferSize)).number(usableSamples(link));
     bytes.number(findings.forecastTime).text(findings.model.view()).real(findings.hoursToExhaustion);
     bytes.flag(link.NotifyPending != 0).real(static_cast<double>(link.NotifyLevel));
     bytes.number(link.HysteresisCount);
@@ -161,6 +162,9 @@ public:
 
 std::atomic<bool> isOpen{false};
 
+/// Agent thread only.
+std::int64_t cyclesOfRun = 0;
+
 std::int64_t nextSerial() {
     const BoardGuard guard;
     return board->serial + 1;
@@ -193,6 +197,9 @@ const Link* linkNumbered(std::int32_t rid) {
 struct CurveCopy {
     std::vector<SampleRecord> samples;
     std::int32_t forecastTime = 0;
+    FixedText<40> model;
+    double hours = 0.0;
+    double level = 0.0;
     double origin = 0.0;
     std::vector<float> forecast;
     float inner = 0.0F;
@@ -222,6 +229,9 @@ bool copyCurves(std::int32_t rid, CurveCopy* copy) {
     if (findings.forecast) {
         copy->forecast.assign(findings.forecast.get(), findings.forecast.get() + forecastPoints);
         copy->forecastTime = findings.forecastTime;
+        copy->model = findings.model;
+        copy->hours = findings.hoursToExhaustion;
+        copy->level = static_cast<double>(findings.notificationLevel);
         copy->origin = findings.forecastOrigin;
     }
     const Clasp& clasp = *pResourceClasp;
@@ -239,11 +249,12 @@ void openHostFeed(bool open) noexcept {
 void publishCycle(const Clasp& clasp, const CycleReport& report) {
     if (!isOpen)
         return;
+    cyclesOfRun = report.cycles;
     Bytes bytes(expectedSize());
     bytes.number(hostFeedVersion).longNumber(nextSerial());
     bytes.number(static_cast<std::int32_t>(PublicationKind::running));
     bytes.longNumber(report.cycles).number(TimeStamp);
-    bytes.real(report.sampling).real(report.forecast).real(report.writing);
+    bytes.real(report.sampling).real(report.forecast).real(report.writing).real(report.total);
     bytes.longNumber(sizeOf(clasp.HardDriveArchive));
     putConfiguration(bytes, clasp, report.archiveMegabytes);
     bytes.flag(awaitsDiskListing());
@@ -253,12 +264,13 @@ void publishCycle(const Clasp& clasp, const CycleReport& report) {
 }
 
 void publishEnd() noexcept {
+    const std::int64_t cycles = std::exchange(cyclesOfRun, 0);
     if (!isOpen)
         return;
     try {
-        Bytes bytes(16);
+        Bytes bytes(32);
         bytes.number(hostFeedVersion).longNumber(nextSerial());
-        bytes.number(static_cast<std::int32_t>(PublicationKind::over));
+        bytes.number(static_cast<std::int32_t>(PublicationKind::over)).longNumber(cycles);
         post(std::make_shared<const std::string>(bytes.take()));
     } catch (const std::bad_alloc&) {
         // whoever waits finds out from the end of research_main
@@ -299,7 +311,8 @@ std::optional<std::string> curvesOf(std::int32_t rid) {
     std::vector<float> times(copy.forecast.size());
     if (!times.empty())
         forecastGrid(0.0F, copy.inner, copy.outer, times);
-    bytes.number(copy.forecastTime).number(static_cast<std::int32_t>(times.size()));
+    bytes.number(copy.forecastTime).text(copy.model.view()).real(copy.hours).real(copy.level);
+    bytes.number(static_cast<std::int32_t>(times.size()));
     for (std::size_t i = 0; i < times.size(); ++i)
         bytes.real(copy.origin + static_cast<double>(times[i])).real(static_cast<double>(copy.forecast[i]));
     return bytes.take();

@@ -16,11 +16,11 @@ namespace obrin {
 // The bytes, numbers little-endian, a text as its length (i32) and its bytes, a list as its length (i32) and
 // its elements, a flag as one byte:
 //
-//   publication  i32 hostFeedVersion, i64 serial, i32 kind (PublicationKind), then, of a run that is on:
-//                i64 cycles completed (0: started, nothing is sampled yet), i32 TimeStamp,
-//                f64 seconds of sampling, of the forecasts, of writing, i64 bytes of the archive (-1:
-//                unknown), configuration, flag awaits the first disk listing, list of left out, list of
-//                resources
+//   publication  i32 hostFeedVersion, i64 serial, i32 kind (PublicationKind), i64 cycles that the run has
+//                completed (0: started, nothing is sampled yet), then, of a run that is on: i32 TimeStamp,
+//                f64 seconds of sampling, of the forecasts, of writing, and of all cycles of the run
+//                together, i64 bytes of the archive (-1: unknown), configuration, flag the newest attempt to
+//                list the disks gave nothing, list of left out, list of resources
 //   configuration  texts: data home directory, archive, scratch pad, declarations, configuration file;
 //                i32 milliseconds between two samples, MinForecastHours, MaxForecastHours, megabytes of the
 //                archive, samples that a forecast needs
@@ -35,7 +35,8 @@ namespace obrin {
 //                above 0: none in sight), flag notification pending, f64 notification level, i32 cycles left
 //                before it is dropped
 //   curves       i32 hostFeedVersion, list of samples (f64 seconds since the epoch, f64 per cent),
-//                i32 time of the forecast (0: none), list of its points (the same)
+//                i32 time of the forecast (0: none), text its model, f64 hours to exhaustion, f64
+//                notification level, list of its points (the same)
 
 /// Changes with the layout of the bytes and with the native methods.
 inline constexpr std::int32_t hostFeedVersion = 1;
@@ -49,6 +50,7 @@ struct CycleReport {
     double forecast = 0.0;
     double writing = 0.0;
     std::int32_t archiveMegabytes = 0;
+    double total = 0.0; ///< all cycles of the run
 };
 
 /// Whether states are published: only once somebody reads them. Any thread.
@@ -58,7 +60,7 @@ void openHostFeed(bool open = true) noexcept;
 /// before stays. Agent thread.
 void publishCycle(const Clasp& clasp, const CycleReport& report);
 
-/// Publishes that the run is over, if somebody reads. Agent thread.
+/// Publishes that the run is over, with the cycles of the report before, if somebody reads. Agent thread.
 void publishEnd() noexcept;
 
 using Publication = std::shared_ptr<const std::string>;

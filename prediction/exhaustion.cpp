@@ -167,6 +167,7 @@ void keepForecast(Link& link, const TrendHeadline& headline, std::span<const flo
     findings.forecastTime = headline.timeStamp;
     findings.hoursToExhaustion = headline.hoursToExhaustion;
     findings.model.assign(headline.model);
+    findings.notificationLevel = headline.notifyLevel;
     findings.forecastOrigin = headline.timeStamp - static_cast<double>(newest);
     if (!findings.forecast)
         findings.forecast = allocateZeroed<float>(forecast.size());

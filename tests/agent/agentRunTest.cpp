@@ -166,7 +166,27 @@ TEST_F(AgentRun, PublishesTheStartEachCycleAndTheEndToAHost) {
     EXPECT_EQ(run(), 0);
     look();
     openHostFeed(false);
-    EXPECT_THAT(seen, ElementsAre("1: 0", "1: 1", "1: 2", "2: 0"));
+    EXPECT_THAT(seen, ElementsAre("1: 0", "1: 1", "1: 2", "2: 2"));
+}
+
+TEST_F(AgentRun, WhatTheCyclesTakeIsPublishedOfEachAndOfAll) {
+    openHostFeed();
+    clock.onWallTime = [&] {
+        clock.turn(std::chrono::seconds(2));
+    }; // to stamp the samples and the declarations
+    cycles = 0;
+    clock.onWait([&](const char*, std::chrono::seconds) {
+        const FedState state = readState(*awaitPublication(0, std::chrono::milliseconds(0)));
+        EXPECT_EQ(state.sampling, 2.0);
+        EXPECT_EQ(state.forecast, 0.0);
+        EXPECT_EQ(state.writing, 2.0);
+        EXPECT_EQ(state.total, 4.0 * ++cycles);
+        if (cycles == 3)
+            continueExecuting = 0;
+    });
+    EXPECT_EQ(run(), 0);
+    openHostFeed(false);
+    EXPECT_EQ(cycles, 3);
 }
 
 TEST_F(AgentRun, AForecastIsPublishedInTheCycleInWhichItIsMade) {

@@ -113,7 +113,7 @@ TEST_F(HostFeed, AStateHoldsTheCycleAndTheConfiguration) {
     clasp.MaxForecastHours = 48;
     writeFile(clasp.HardDriveArchive, "seventeen bytes.\n");
     TimeStamp = 1700000000;
-    const FedState state = published({7, 0.25, 0.5, 0.125, 50});
+    const FedState state = published({7, 0.25, 0.5, 0.125, 50, 2.5});
     EXPECT_EQ(state.version, 1);
     EXPECT_EQ(state.kind, 1);
     EXPECT_EQ(state.cycles, 7);
@@ -121,6 +121,7 @@ TEST_F(HostFeed, AStateHoldsTheCycleAndTheConfiguration) {
     EXPECT_EQ(state.sampling, 0.25);
     EXPECT_EQ(state.forecast, 0.5);
     EXPECT_EQ(state.writing, 0.125);
+    EXPECT_EQ(state.total, 2.5);
     EXPECT_EQ(state.archiveBytes, 17);
     EXPECT_THAT(state.files, ElementsAre("/home/data/", clasp.HardDriveArchive, "/home/pad",
                                          "/home/resources.txt", "../config/AutoConfig.ini"));
@@ -223,12 +224,15 @@ TEST_F(HostFeed, WhatIsLeftOutIsSaidWithItsReason) {
 }
 
 TEST_F(HostFeed, TheEndOfTheRunIsAPublicationWithoutAState) {
-    const std::int64_t before = published().serial;
+    const std::int64_t before = published({9}).serial;
     publishEnd();
     const FedState end = newest();
     EXPECT_EQ(end.version, 1);
     EXPECT_EQ(end.kind, 2);
+    EXPECT_EQ(end.cycles, 9);
     EXPECT_GT(end.serial, before);
+    publishEnd(); // of a run that never began
+    EXPECT_EQ(newest().cycles, 0);
 }
 
 TEST_F(HostFeed, AwaitGivesTheNewestOfSeveralAtOnce) {
@@ -357,6 +361,9 @@ TEST_F(HostFeedForecast, IsPublishedWithItsModelItsTimeAndItsEnd) {
 TEST_F(HostFeedForecast, ItsCurveIsOnTheGridInTheTimeOfTheSamples) {
     const FedCurves curves = readCurves(curvesOf(link->RID).value());
     EXPECT_EQ(curves.forecastTime, start + 199);
+    EXPECT_EQ(curves.model, model0);
+    EXPECT_NEAR(curves.hours * 3600, 701, 20);
+    EXPECT_NEAR(curves.level, 64.95, 0.001);
     ASSERT_EQ(curves.forecast.size(), 200U);
     EXPECT_EQ(curves.forecast.front().first, start);
     EXPECT_NEAR(curves.forecast.front().second, 10.0, 0.01);
@@ -402,7 +409,7 @@ TEST_F(HostFeedForecast, ReadersOnOtherThreadsSeeWholeStatesAndHoldUpNobody) {
                 const FedState state = bytes == nullptr ? FedState{} : readState(*bytes);
                 whole = whole && (state.kind == 2 || (state.cycles > cycles && state.time == state.cycles));
                 serial = state.serial;
-                cycles = state.cycles;
+                cycles = state.kind == 2 ? 0 : state.cycles; // the end may be that of a run before
                 const auto curves = curvesOf(1);
                 whole = whole && curves && !readCurves(*curves).samples.empty();
             }

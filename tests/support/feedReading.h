@@ -71,7 +71,7 @@ struct FedState {
     std::int32_t kind = 0;
     std::int64_t cycles = 0;
     std::int32_t time = 0;
-    double sampling = 0, forecast = 0, writing = 0;
+    double sampling = 0, forecast = 0, writing = 0, total = 0;
     std::int64_t archiveBytes = 0;
     std::vector<std::string> files;
     std::vector<std::int32_t> numbers;
@@ -86,13 +86,14 @@ inline FedState readState(std::string_view bytes) {
     state.version = in.number();
     state.serial = in.longNumber();
     state.kind = in.number();
+    state.cycles = in.longNumber();
     if (state.kind != 1)
         return state;
-    state.cycles = in.longNumber();
     state.time = in.number();
     state.sampling = in.real();
     state.forecast = in.real();
     state.writing = in.real();
+    state.total = in.real();
     state.archiveBytes = in.longNumber();
     for (int i = 0; i < 5; ++i)
         state.files.push_back(in.text());
@@ -141,6 +142,8 @@ using FedCurve = std::vector<std::pair<double, double>>;
 struct FedCurves {
     FedCurve samples;
     std::int32_t forecastTime = 0;
+    std::string model;
+    double hours = 0, level = 0;
     FedCurve forecast;
 };
 
@@ -156,6 +159,9 @@ inline FedCurves readCurves(std::string_view bytes) {
     in.number();
     read(curves.samples);
     curves.forecastTime = in.number();
+    curves.model = in.text();
+    curves.hours = in.real();
+    curves.level = in.real();
     read(curves.forecast);
     if (!in.atEnd())
         throw std::out_of_range("there are more bytes than curves have");
