@@ -4,147 +4,109 @@ import java.io.PrintStream;
 import java.time.Duration;
 import java.time.LocalDateTime;
 import java.time.format.DateTimeFormatter;
-import java.util.List;
 import java.util.Locale;
-import java.util.Map;
+import java.util.Optional;
+import java.util.function.Consumer;
 
 /**
- * Tells the user what a running agent does, from the files that it writes: the report after the first cycle,
- * and a status line every minute.
+ * Tells the user what a running agent does: the report after the first cycle, and a status line every minute.
  *
  * <p>Any thread may call.
  */
-final class AgentMonitor {
+final class AgentMonitor implements Consumer<Publication> {
 
     private static final Duration STATUS_EVERY = Duration.ofMinutes(1);
     private static final DateTimeFormatter CLOCK =
             DateTimeFormatter.ofPattern("uuuu-MM-dd HH:mm:ss", Locale.ROOT);
 
-    private final AgentConfiguration configuration;
-    private final List<DeclaredResource> declared;
-    private final SamplePlan plan;
-    private final ArchiveTail tail;
-    private final Capacities capacities;
     private final PrintStream out;
     private final long started;
     private volatile long cycles;
-    private boolean asked;
+    private volatile RunState state;
     private boolean reported;
     private boolean awaitsDisks;
     private long nextStatus;
 
     /**
-     * Starts to follow the archive at its present end, so it is made before the agent starts.
+     * A monitor of an agent that is about to start.
      *
-     * @param configuration the agent's configuration
-     * @param capacities    asked once, for the report, which waits for them
-     * @param out           where the lines go
-     * @param nanoTime      the present time as {@link System#nanoTime} gives it
+     * @param nanoTime the present time as {@link System#nanoTime} gives it
      */
-    AgentMonitor(AgentConfiguration configuration, Capacities capacities, PrintStream out, long nanoTime) {
-        this.configuration = configuration;
-        this.declared = DeclarationFile.read(FileText.path(configuration.resourceText()));
-        this.plan = SamplePlan.of(configuration, declared);
-        this.tail = new ArchiveTail(FileText.path(configuration.archive()));
-        this.capacities = capacities;
+    AgentMonitor(PrintStream out, long nanoTime) {
         this.out = out;
         this.started = nanoTime;
         this.nextStatus = nanoTime + STATUS_EVERY.toNanos();
     }
 
-    /**
-     * How often the agent samples and when it can forecast.
-     *
-     * @return the plan
-     */
-    SamplePlan plan() {
-        return plan;
+    /** Takes up a publication without printing anything. */
+    @Override
+    public void accept(Publication publication) {
+        state = publication.state().orElse(state);
+        cycles = publication.cycles();
     }
 
-    /**
-     * How many cycles the archive has shown.
-     *
-     * @return the count
-     */
+    /** How many cycles the agent has completed. */
     long cycles() {
         return cycles;
     }
 
+    /** The pause between two cycles; empty before the agent has started. */
+    Optional<Duration> pause() {
+        return Optional.ofNullable(state).map(known -> known.settings().pause());
+    }
+
     /**
-     * Looks at the archive and prints what is due.
+     * Prints what is due.
      *
      * @param nanoTime the present time as {@link System#nanoTime} gives it
      */
     synchronized void look(long nanoTime) {
-        if (!asked) {
-            asked = true;
-            capacities.ask();
-        }
-        long lines = tail.poll();
-        cycles += lines;
-        if (cycles > 0 && !reported && !capacities.isListing()) {
+        long completed = cycles; // before the state, which is there once this is above 0
+        RunState newest = state;
+        if (completed > 0 && !reported) {
             reported = true;
-            report();
-        } else if (awaitsDisks && lines > 0) {
-            lookForDisks();
+            report(newest);
+        } else if (awaitsDisks && newest.notice().isEmpty()) {
+            awaitsDisks = false;
+            tellOfDisks(newest);
         }
         if (nanoTime - nextStatus >= 0) {
-            out.println(
-                    CLOCK.format(LocalDateTime.now()) + "  " + status(Duration.ofNanos(nanoTime - started)));
+            out.println(CLOCK.format(LocalDateTime.now()) + "  "
+                    + status(newest, completed, Duration.ofNanos(nanoTime - started)));
             nextStatus += STATUS_EVERY.toNanos();
         }
     }
 
-    /** Counts the cycles that the archive has gained since the last look, without printing anything. */
-    synchronized void countLast() {
-        cycles += tail.poll();
-    }
-
-    private void report() {
+    private void report(RunState first) {
         try {
-            tail.newest().ifPresent(this::reportSamples);
+            ResourceReport.lines(first.resources()).forEach(out::println);
         } catch (RuntimeException | OutOfMemoryError e) {
             // a display that fails must not end the run of an agent that works
             out.println("The agent's resources cannot be shown: " + Words.printable(e.toString()));
         }
+        awaitsDisks = first.notice().isPresent();
+        first.notice().ifPresent(out::println);
+        SamplePlan plan = SamplePlan.of(first);
         out.println("It takes " + plan.period() + ". " + plan.firstForecast());
-        out.println("It announces an exhaustion that is forecast for " + configuration.minForecastHours()
-                + " to " + configuration.maxForecastHours() + " h ahead.");
+        out.println("It announces an exhaustion that is forecast for " + first.settings().minForecastHours()
+                + " to " + first.settings().maxForecastHours() + " h ahead.");
     }
 
-    private void reportSamples(ArchiveLine samples) {
-        Map<Integer, KnownResource> known = known(samples);
-        MachineCapacities machine = capacities.newest();
-        new ResourceReport(known, declared, machine).lines(samples).forEach(out::println);
-        awaitsDisks = DeclaredResource.areDisksDeclared(declared) && !machine.hasNoDisks()
-                && known.values().stream().noneMatch(KnownResource::isDisk);
-        if (awaitsDisks) {
-            out.println(DiskListing.AWAITED);
-        }
-    }
-
-    private Map<Integer, KnownResource> known(ArchiveLine samples) {
-        return ScratchPadFile.read(FileText.path(configuration.scratchPad()), samples.values().keySet());
-    }
-
-    private void lookForDisks() {
-        long disks = tail.newest().stream().flatMap(line -> known(line).values().stream())
-                .filter(KnownResource::isDisk).count();
+    private void tellOfDisks(RunState newest) {
+        long disks = newest.resources().stream().filter(r -> r.identity().isDisk()).count();
         if (disks > 0) {
-            awaitsDisks = false;
             out.println("The disks are listed now: the agent watches " + disks
                     + (disks == 1 ? " resource" : " resources") + " of them.");
         }
     }
 
-    private String status(Duration running) {
-        if (cycles == 0) {
-            return "running for " + Words.ofDuration(running)
-                    + ", no cycle in the archive yet; see log/LumetraAgent.log";
+    private static String status(RunState newest, long completed, Duration running) {
+        if (completed == 0) {
+            return "running for " + Words.ofDuration(running) + ", no cycle yet; see log/LumetraAgent.log";
         }
-        int resources = tail.newest().map(line -> line.values().size()).orElse(0);
-        return cycles + (cycles == 1 ? " cycle, " : " cycles, ") + resources
-                + (resources == 1 ? " resource" : " resources") + ", archive "
-                + Words.ofBytes((double) tail.size());
+        int resources = newest.resources().size();
+        return completed + (completed == 1 ? " cycle, " : " cycles, ") + resources
+                + (resources == 1 ? " resource" : " resources") + (newest.archive().bytes() < 0 ? ""
+                        : ", archive " + Words.ofBytes((double) newest.archive().bytes()));
     }
 }

@@ -5,15 +5,15 @@ import java.util.List;
 import java.util.Optional;
 
 /**
- * What may be seen of the running agent. All methods may be called from any thread; none of them ever waits
- * for the agent's cycle while it holds the trend-file lock.
+ * What may be seen of the running agent. All methods may be called from any thread; none waits for the agent or
+ * holds it up.
  */
 interface AgentView {
 
     /**
      * The newest snapshot.
      *
-     * @return the snapshot, at once; never null, before the first cycle one without resources
+     * @return the same object until there is something new; before the first cycle one without resources
      */
     Snapshot snapshot();
 
@@ -21,7 +21,7 @@ interface AgentView {
      * The chart of one resource, as of its newest forecast or its newest sample.
      *
      * @param id the resource's number
-     * @return the chart, after a bounded wait; empty when there is no such resource
+     * @return the chart; empty when there is no such resource
      */
     Optional<TrendView> trend(int id);
 

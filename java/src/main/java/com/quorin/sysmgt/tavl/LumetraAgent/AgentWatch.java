@@ -2,206 +2,218 @@ package com.quorin.sysmgt.tavl.LumetraAgent;
 
 import com.fasterxml.jackson.databind.JsonNode;
 import java.time.Duration;
+import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
 import java.util.Optional;
-import java.util.concurrent.CompletableFuture;
 import java.util.concurrent.ConcurrentHashMap;
-import java.util.concurrent.ExecutionException;
-import java.util.concurrent.TimeUnit;
-import java.util.concurrent.TimeoutException;
 import java.util.function.BooleanSupplier;
+import java.util.function.Consumer;
 import java.util.function.LongSupplier;
 
 /**
- * Watches the agent that runs in this process, from its archive and its forecasts. A thread of its own,
- * "lumetra-view", does all the work; those who ask are given finished objects.
+ * What the page shows of the agent that runs in this process, from what the library publishes. Publications are
+ * only taken up as they come; whoever asks makes the answer, if nobody has before.
  *
- * <p>Made and started before the agent, so that it sees the first cycle; closed after the agent has ended.
+ * <p>All methods may be called from any thread.
  */
-final class AgentWatch implements AgentView, AutoCloseable {
+final class AgentWatch implements AgentView, Consumer<Publication> {
 
-    private static final Duration POLL_EVERY = Duration.ofMillis(250);
-    private static final long BETWEEN_SNAPSHOTS = Duration.ofMillis(950).toNanos();
-    private static final long CULPRITS_LAST = Duration.ofSeconds(1).toNanos();
-    private static final long LONG_WAIT = Duration.ofMillis(500).toNanos();
-    private static final int HISTORY_BYTES = 16 * 1024 * 1024;
-    private static final int MOST_PENDING = 64;
-    private static final int MOST_TRIES = 3;
-    private static final int STALE_PERIODS = 3;
+    /** After so many periods without a cycle nothing is known of the present. */
+    static final int STALE_PERIODS = 3;
+
     private static final double STALE_SECONDS = 5;
-    private static final double HEADLINE_SECONDS = 60;
+    private static final long CULPRITS_LAST = Duration.ofSeconds(1).toNanos();
+    private static final int HISTORY_BYTES = 16 * 1024 * 1024;
+    private static final int KEPT_CHARTS = 32;
 
-    /**
-     * The clocks, and how long a request waits, so that a test can stand in for time.
-     *
-     * @param millis   the time of day, see {@link System#currentTimeMillis}
-     * @param nanoTime see {@link System#nanoTime}
-     * @param patience how long a request for a chart waits at most
-     */
-    record Timing(LongSupplier millis, LongSupplier nanoTime, Duration patience) {
+    /** The clocks, so that a test can turn them: the time of day in milliseconds, and a time that never jumps. */
+    record Timing(LongSupplier millis, LongSupplier nanoTime) {
 
-        /**
-         * The real time.
-         *
-         * @return the timing
-         */
         static Timing real() {
-            return new Timing(System::currentTimeMillis, System::nanoTime, Duration.ofSeconds(1));
+            return new Timing(System::currentTimeMillis, System::nanoTime);
         }
     }
 
     private record CachedReport(long nanoTime, CulpritReport report) {}
 
-    private final AgentConfiguration configuration;
+    private record CachedChart(long cycle, TrendView chart) {}
+
     private final String home;
     private final String version;
     private final BooleanSupplier running;
+    private final Feed feed;
     private final EventHistory events;
     private final Timing timing;
     private final long startedAt;
-    private final SamplePlan plan;
-    private final WatchedFleet fleet;
-    private final ArchiveTail tail;
-    private final MetricsCycles measured;
-    private final LockWindow window;
-    private final ForecastDesk desk;
-    private final Thread thread = new Thread(this::work, "lumetra-view");
-    private final Map<Integer, CompletableFuture<TrendView>> pending = new ConcurrentHashMap<>();
     private final Map<Integer, CachedReport> reports = new ConcurrentHashMap<>();
-    private final Object bell = new Object();
-    private boolean rung;
-    private volatile boolean closed;
-    private volatile Snapshot snapshot;
-    private boolean hasNewLine;
-    private long newLineSeen;
-    private int triesLeft;
-    private boolean isDue;
-    private long snapshotMade;
-    private String lastFailure = "";
+
+    // guarded by this object
+    private final WatchedFleet fleet = new WatchedFleet();
+    private final Map<Integer, CachedChart> charts = new LinkedHashMap<>(16, 0.75f, true);
+    private boolean hasHistory;
+    private RunState state;
+    private boolean isOver;
+    private long arrived;
+    private Snapshot shown;
 
     /**
-     * A watch on the agent of this process. Remembers where the archive ends, so it is made before the agent
-     * starts.
+     * A watch that nothing has been published to yet. Made before the agent starts: the lines of the archive that
+     * are older are those of earlier runs.
      *
-     * @param configuration the agent's configuration
-     * @param home          the agent's home, as it is shown
-     * @param version       the agent's version, as it is shown
-     * @param running       whether the agent runs: false after its end
-     * @param reader        reads the forecasts
-     * @param events        the events; whoever makes it has {@link AgentEvents#tellTo} feed it
-     * @param capacities    asked for the machine's capacities, now and then
+     * @param running whether the agent runs: false after its end
+     * @param events  whoever makes it has {@link AgentEvents#tellTo} feed it
      */
-    AgentWatch(AgentConfiguration configuration, String home, String version, BooleanSupplier running,
-            TrendReader reader, EventHistory events, Capacities capacities) {
-        this(configuration, home, version, running, reader, events, capacities, Timing.real());
-    }
-
-    /**
-     * A watch with given clocks.
-     *
-     * @param configuration the agent's configuration
-     * @param home          the agent's home, as it is shown
-     * @param version       the agent's version, as it is shown
-     * @param running       whether the agent runs
-     * @param reader        reads the forecasts
-     * @param events        the events
-     * @param capacities    asked for the machine's capacities, now and then
-     * @param timing        the clocks
-     */
-    AgentWatch(AgentConfiguration configuration, String home, String version, BooleanSupplier running,
-            TrendReader reader, EventHistory events, Capacities capacities, Timing timing) {
-        this.configuration = configuration;
+    AgentWatch(String home, String version, BooleanSupplier running, Feed feed, EventHistory events,
+            Timing timing) {
         this.home = Words.printable(home);
         this.version = version;
         this.running = running;
+        this.feed = feed;
         this.events = events;
         this.timing = timing;
         this.startedAt = epochSeconds();
-        List<DeclaredResource> declared = DeclarationFile.read(FileText.path(configuration.resourceText()));
-        this.plan = SamplePlan.of(configuration, declared);
-        this.fleet = new WatchedFleet(configuration, declared, capacities);
-        this.tail = new ArchiveTail(FileText.path(configuration.archive()), fleet::take);
-        this.measured = new MetricsCycles(plan.pause());
-        this.window = new LockWindow(plan.pause(), POLL_EVERY);
-        this.desk = new ForecastDesk(reader, window, !plan.pause().isZero(), timing.nanoTime());
-        this.snapshot = new Snapshot(agent(false), List.of());
-        thread.setDaemon(true);
     }
 
-    /** Starts to watch. */
-    void start() {
-        thread.start();
-    }
-
-    /** Stops watching; what was seen last may still be asked for. */
+    /** Takes up a publication. When that fails, the same one may be handed over again. */
     @Override
-    public void close() {
-        closed = true;
-        ring();
-        try {
-            thread.join(Duration.ofSeconds(1).toMillis());
-        } catch (InterruptedException e) {
-            Thread.currentThread().interrupt();
+    public void accept(Publication publication) {
+        publication.state().ifPresent(this::readHistoryOnce);
+        takeUp(publication);
+    }
+
+    private void readHistoryOnce(RunState first) {
+        synchronized (this) {
+            if (hasHistory) {
+                return;
+            }
+            hasHistory = true;
+        }
+        ArchiveHistory.read(FileText.path(first.archive().file()), startedAt, HISTORY_BYTES,
+                WatchedFleet.SAMPLES, this::takeHistory);
+    }
+
+    private synchronized void takeUp(Publication publication) {
+        isOver = publication.state().isEmpty();
+        shown = null;
+        if (!isOver) {
+            RunState newest = publication.state().get();
+            if (publication.cycles() > 0) {
+                fleet.take(publication.cycles(), newest);
+                arrived = timing.nanoTime().getAsLong();
+            }
+            state = newest;
         }
     }
 
+    private synchronized void takeHistory(ArchiveLine line) {
+        fleet.takeHistory(line);
+    }
+
     @Override
-    public Snapshot snapshot() {
-        return snapshot;
+    public synchronized Snapshot snapshot() {
+        boolean isRunning = isRunning();
+        boolean isStale = isStale(isRunning);
+        if (shown == null || shown.agent().running() != isRunning || shown.agent().stale() != isStale) {
+            shown = new Snapshot(agent(isRunning, isStale), fleet.rows(isStale), leftOut(), measures());
+        }
+        return shown;
+    }
+
+    private boolean isRunning() {
+        return running.getAsBoolean() && !isOver;
+    }
+
+    private boolean isStale(boolean isRunning) {
+        if (fleet.cycles() == 0) {
+            return false;
+        }
+        double age = (timing.nanoTime().getAsLong() - arrived) / 1e9;
+        return !isRunning || age > STALE_PERIODS * state.secondsPerCycle() && age >= STALE_SECONDS;
+    }
+
+    private Snapshot.Agent agent(boolean isRunning, boolean isStale) {
+        if (state == null) {
+            return new Snapshot.Agent(version, home, startedAt, epochSeconds(), isRunning, isStale, 0, null, 0, 0,
+                    0, 0, null);
+        }
+        boolean hasCycle = fleet.cycles() > 0;
+        RunState.Settings settings = state.settings();
+        return new Snapshot.Agent(version, home, startedAt, epochSeconds(), isRunning, isStale, fleet.cycles(),
+                hasCycle ? (Long) state.cycle().time() : null, settings.pause().toSeconds(),
+                settings.neededSamples(), settings.minForecastHours(), settings.maxForecastHours(),
+                hasCycle ? state.notice().orElse(null) : null);
+    }
+
+    private List<Snapshot.LeftOut> leftOut() {
+        return state == null ? List.of() : state.leftOut().stream()
+                .map(l -> new Snapshot.LeftOut(Words.ofBytes(l.what()), Words.ofBytes(l.why()))).toList();
+    }
+
+    private Snapshot.Measures measures() {
+        return state == null ? null : new Snapshot.Measures(
+                state.cycle().total(), Math.max(0, state.archive().bytes()), fleet.keys());
+    }
+
+    private long epochSeconds() {
+        return timing.millis().getAsLong() / 1000;
     }
 
     @Override
     public Optional<TrendView> trend(int id) {
-        WatchedResource resource = fleet.shown(id);
-        if (resource == null) {
-            return Optional.empty();
+        synchronized (this) {
+            CachedChart known = charts.get(id);
+            if (fleet.listed(id) == null) {
+                return Optional.empty();
+            }
+            if (known != null && known.cycle == fleet.cycles()) {
+                return Optional.of(known.chart);
+            }
         }
-        WatchedResource.Chart chart = resource.chart;
-        if (chart != null && chart.cycle() == fleet.newestCycle()) {
-            return Optional.of(chart.view());
-        }
-        return Optional.of(request(id).flatMap(this::await).orElseGet(() -> lastKnown(resource)));
-    }
-
-    private Optional<CompletableFuture<TrendView>> request(int id) {
-        CompletableFuture<TrendView> asked = closed ? null : pending.get(id);
-        if (asked == null && !closed && pending.size() < MOST_PENDING) {
-            asked = pending.computeIfAbsent(id, i -> new CompletableFuture<>());
-            ring();
-        }
-        return Optional.ofNullable(asked);
-    }
-
-    private Optional<TrendView> await(CompletableFuture<TrendView> asked) {
-        try {
-            return Optional.of(asked.get(timing.patience().toMillis(), TimeUnit.MILLISECONDS));
-        } catch (TimeoutException | ExecutionException e) {
-            return Optional.empty();
-        } catch (InterruptedException e) {
-            Thread.currentThread().interrupt();
-            return Optional.empty();
+        Optional<Curves> curves = feed.curves(id); // which takes a lock of the library's: not under this one
+        synchronized (this) {
+            return Optional.ofNullable(fleet.listed(id)).map(resource -> chart(id, resource, curves));
         }
     }
 
-    private void ring() {
-        synchronized (bell) {
-            rung = true;
-            bell.notifyAll();
+    private TrendView chart(int id, WatchedResource resource, Optional<Curves> curves) {
+        if (curves.isEmpty() && charts.containsKey(id)) {
+            return charts.get(id).chart; // the last that was known of what is gone
         }
+        RunResource newest = resource.newest();
+        Double limit = ResourceFacts.of(newest).limit();
+        TrendView.Curve kept = curves.map(Curves::samples).orElse(TrendView.Curve.EMPTY);
+        TrendView chart = curves.flatMap(Curves::forecast).filter(f -> fleet.counts(f.outcome()))
+                .map(f -> Charts.ofForecast(id, f, kept, limit))
+                .orElseGet(() -> Charts.ofHistory(id, resource.history().between(
+                        fleet.windowStart(newest), kept.length() == 0 ? Double.MAX_VALUE : kept.times()[0]),
+                        kept, limit));
+        charts.put(id, new CachedChart(fleet.cycles(), chart));
+        if (charts.size() > KEPT_CHARTS) {
+            charts.remove(charts.keySet().iterator().next());
+        }
+        return chart;
+    }
+
+    private synchronized Optional<ResourceNames> names(int id) {
+        return Optional.ofNullable(fleet.listed(id)).map(WatchedResource::names);
     }
 
     @Override
     public Optional<CulpritReport> culprits(int id) {
-        WatchedResource resource = fleet.shown(id);
-        if (resource == null) {
-            return Optional.empty();
+        String name;
+        String directory;
+        synchronized (this) {
+            WatchedResource resource = fleet.listed(id);
+            if (resource == null) {
+                return Optional.empty();
+            }
+            name = resource.newest().identity().displayName();
+            directory = state.settings().home();
         }
         long now = timing.nanoTime().getAsLong();
-        CachedReport cached = reports.compute(id, (i, old) ->
-                old != null && now - old.nanoTime < CULPRITS_LAST ? old : new CachedReport(
-                        now, CulpritFile.read(id, resource.displayName, configuration.homeDirectory())));
-        return Optional.of(cached.report);
+        return Optional.of(reports.compute(id, (i, old) -> old != null && now - old.nanoTime < CULPRITS_LAST
+                ? old : new CachedReport(now, CulpritFile.read(id, name, directory))).report);
     }
 
     @Override
@@ -211,203 +223,11 @@ final class AgentWatch implements AgentView, AutoCloseable {
 
     @Override
     public Optional<List<JsonNode>> events(int id, int limit) {
-        WatchedResource resource = fleet.shown(id);
-        if (resource == null) {
-            return Optional.empty();
-        }
-        TrendReader.Resource key = resource.key;
-        return Optional.of(key == null ? List.of() : events.newestOf(key.name(), key.instance(), limit));
+        return names(id).map(n -> events.newestOf(n.key().name(), n.key().instance(), limit));
     }
 
     @Override
     public MetricsEvents eventCounts() {
         return events.counts();
-    }
-
-    private void work() {
-        boolean prepared = false;
-        while (!closed) {
-            try {
-                if (!prepared) {
-                    prepared = true;
-                    prepare();
-                }
-                round();
-            } catch (RuntimeException | Error e) {
-                tell(e);
-            }
-            sleep();
-        }
-        pending.forEach((id, asked) -> asked.completeExceptionally(new IllegalStateException("closed")));
-    }
-
-    /** A round that fails leaves what was seen last; the next may succeed. */
-    private void tell(Throwable problem) {
-        try {
-            String failure = Words.printable(problem.toString());
-            if (!failure.equals(lastFailure)) {
-                System.err.println("The agent's state cannot be shown for now: " + failure);
-            }
-            lastFailure = failure;
-        } catch (OutOfMemoryError e) {
-            // no memory for words either; the next round may have some
-        }
-    }
-
-    private void sleep() {
-        synchronized (bell) {
-            try {
-                if (!rung) {
-                    bell.wait((hasNewLine ? LockWindow.AFTER_LINE : POLL_EVERY).toMillis());
-                }
-                rung = false;
-            } catch (InterruptedException e) {
-                closed = true; // nobody interrupts this thread but to end it
-            }
-        }
-    }
-
-    /** Takes up the history of earlier runs. */
-    void prepare() {
-        tail.readBack(HISTORY_BYTES, WatchedFleet.SAMPLES, fleet::takeHistory);
-        fleet.askCapacities(timing.nanoTime().getAsLong());
-    }
-
-    /** Looks at the archive and does what is due. */
-    void round() {
-        long lines = tail.poll();
-        measured.take(lines, tail.written());
-        if (lines > 0) {
-            noteLine();
-        }
-        long now = timing.nanoTime().getAsLong();
-        boolean mayShow = snapshotMade == 0 || now - snapshotMade >= BETWEEN_SNAPSHOTS;
-        if (hasNewLine && mayShow && now - newLineSeen >= LockWindow.AFTER_LINE.toNanos()) {
-            describe(now);
-        }
-        isDue |= snapshotMade != 0 && !hasNewLine && fleet.takeCapacities();
-        if (mayShow && (isDue || !hasNewLine && isOutdated())) {
-            show();
-        }
-        serve();
-    }
-
-    private void noteLine() {
-        long now = timing.nanoTime().getAsLong();
-        window.lineSeen(now);
-        if (!hasNewLine) {
-            newLineSeen = now;
-        }
-        hasNewLine = fleet.cycles() > 0;
-        triesLeft = MOST_TRIES;
-    }
-
-    private void describe(long now) {
-        triesLeft--;
-        boolean done = false;
-        try {
-            fleet.describe(desk::names, now);
-            done = desk.readHeadlines(fleet.withForecast(), fleet.newestCycle(), triesLeft == 0);
-        } finally {
-            if (done || triesLeft == 0 || !desk.isOpen()) {
-                hasNewLine = false;
-                isDue = true;
-            }
-            // whoever waits for a busy agent's forecasts sees its samples meanwhile
-            isDue |= timing.nanoTime().getAsLong() - now >= LONG_WAIT;
-        }
-    }
-
-    /** Whether the snapshot says something of the agent that is no longer so. */
-    private boolean isOutdated() {
-        return snapshot.agent().stale() != isStale() || snapshot.agent().running() != running.getAsBoolean();
-    }
-
-    private void show() {
-        boolean stale = isStale();
-        dropOldHeadlines();
-        List<Snapshot.Resource> rows = fleet.resources(stale);
-        snapshot = new Snapshot(agent(stale), rows, new Snapshot.Measures(
-                measured.count(), measured.sum(), tail.size(), fleet.keys()));
-        isDue = false;
-        snapshotMade = timing.nanoTime().getAsLong();
-    }
-
-    private void dropOldHeadlines() {
-        double oldest = fleet.newestCycle()
-                - Math.max(HEADLINE_SECONDS, STALE_PERIODS * fleet.cycleSeconds());
-        fleet.withForecast().stream().filter(r -> r.headline != null && r.headline.time() < oldest)
-                .forEach(r -> r.headline = null);
-    }
-
-    private boolean isStale() {
-        if (fleet.cycles() == 0) {
-            return false;
-        }
-        double age = timing.millis().getAsLong() / 1000.0 - fleet.newestCycle();
-        boolean old = age > STALE_PERIODS * fleet.cycleSeconds() && age >= STALE_SECONDS;
-        return old || !running.getAsBoolean();
-    }
-
-    private Snapshot.Agent agent(boolean stale) {
-        return new Snapshot.Agent(version, home, startedAt, epochSeconds(), running.getAsBoolean(), stale,
-                fleet.cycles(), fleet.cycles() == 0 ? null : (Long) fleet.newestCycle(),
-                plan.pause().toSeconds(), SamplePlan.SAMPLES_FOR_FORECAST,
-                configuration.minForecastHours(), configuration.maxForecastHours(), fleet.notice());
-    }
-
-    private long epochSeconds() {
-        return timing.millis().getAsLong() / 1000;
-    }
-
-    /** Answers the requests for charts that can be answered now. */
-    private void serve() {
-        long from = timing.nanoTime().getAsLong();
-        for (Map.Entry<Integer, CompletableFuture<TrendView>> entry : pending.entrySet()) {
-            if (timing.nanoTime().getAsLong() - from >= ForecastDesk.LONGEST_SERIES) {
-                return; // the archive is looked at meanwhile
-            }
-            boolean answered = true;
-            try {
-                TrendView chart = answer(entry.getKey());
-                answered = chart != null && entry.getValue().complete(chart);
-            } finally {
-                if (answered) {
-                    pending.remove(entry.getKey());
-                    entry.getValue().completeExceptionally(new IllegalStateException("no chart"));
-                }
-            }
-        }
-    }
-
-    /** The chart, or null when it must wait for the next pause of the agent. */
-    private TrendView answer(int id) {
-        WatchedResource resource = fleet.shown(id);
-        if (resource == null) {
-            return Charts.of(id, new TrendView.Curve(new double[0], new double[0]), null);
-        }
-        if (!resource.canHaveForecast(fleet.window(resource))) {
-            TrendView view = history(resource);
-            resource.keep(fleet.newestCycle(), view);
-            return view;
-        }
-        if (isStale()) {
-            return lastKnown(resource);
-        }
-        if (!desk.isOpen()) {
-            return null;
-        }
-        desk.readChart(resource);
-        return lastKnown(resource);
-    }
-
-    private TrendView lastKnown(WatchedResource resource) {
-        WatchedResource.Chart chart = resource.chart;
-        return chart != null ? chart.view() : history(resource);
-    }
-
-    private TrendView history(WatchedResource resource) {
-        long from = fleet.newestCycle() - resource.windowSeconds;
-        return Charts.of(resource.id, resource.history.since(from), resource.limit);
     }
 }

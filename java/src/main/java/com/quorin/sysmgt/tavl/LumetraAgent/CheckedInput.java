@@ -134,7 +134,7 @@ final class CheckedInput {
      * @return true for the object of disks
      */
     boolean isDisk() {
-        return object().equals(DeclaredResource.DISK);
+        return object().equals(Counters.DISK);
     }
 
     /**

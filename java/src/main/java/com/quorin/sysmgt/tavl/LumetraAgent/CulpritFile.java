@@ -23,9 +23,9 @@ final class CulpritFile {
 
     /** The resources that have a report, by display name. */
     private static final Map<String, String> MEASURES = Map.of(
-            MachineCapacities.DESCRIPTORS, "descriptors",
-            MachineCapacities.SWAP, "residentMegabytes",
-            MachineCapacities.PROCESSES, "childProcesses");
+            Counters.DESCRIPTORS, "descriptors",
+            Counters.SWAP, "residentMegabytes",
+            Counters.PROCESSES, "childProcesses");
 
     private CulpritFile() {}
 

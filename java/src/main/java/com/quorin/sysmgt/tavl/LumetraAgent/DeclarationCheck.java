@@ -10,7 +10,7 @@ final class DeclarationCheck {
 
     private static final char END_BYTE = '\u00ff';
     private static final String NO_MORE = "no input follows it";
-    private static final Set<String> TWO_TYPES = Set.of("Process", DeclaredResource.DISK);
+    private static final Set<String> TWO_TYPES = Set.of("Process", Counters.DISK);
 
     private final CheckedText text;
     private final CheckScanner scanner;

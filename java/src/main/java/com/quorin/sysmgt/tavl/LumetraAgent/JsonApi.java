@@ -33,16 +33,12 @@ final class JsonApi implements WebRoute {
     /** Making one takes several times its size, and a large machine's list of resources is megabytes. */
     private static final int MADE_AT_ONCE = 2;
 
-    /** A chart may have to wait for the agent's lock, so a few threads at most ask for one. */
-    private static final int CHARTS_AT_ONCE = 4;
-
     private static final Pattern OF_RESOURCE = Pattern.compile("resources/([^/]*)/(trend|culprits|events)");
     private static final Pattern NUMBER = Pattern.compile("\\d{1,10}");
     private static final Pattern LIMIT = Pattern.compile("limit=(\\d{1,4})");
     private static final ObjectMapper MAPPER = mapper();
 
     private final AgentView view;
-    private final Semaphore charts = new Semaphore(CHARTS_AT_ONCE);
     private final Semaphore makers = new Semaphore(MADE_AT_ONCE);
     private final Map<String, Answer> answers = new LinkedHashMap<>(16, 0.75f, true);
     private long keptBytes;
@@ -90,20 +86,9 @@ final class JsonApi implements WebRoute {
             shown = view.events(id, limit).map(Events::new);
         } else {
             WebRoute.refuseQuery(query);
-            shown = what.equals("trend") ? chart(id) : view.culprits(id);
+            shown = what.equals("trend") ? view.trend(id) : view.culprits(id);
         }
         return rendered(key, shown.orElseThrow(() -> noResource(Integer.toString(id))));
-    }
-
-    private Optional<TrendView> chart(int id) throws WebProblem {
-        if (!charts.tryAcquire()) {
-            throw new WebProblem(503, "Too many charts are asked for at once; come back in a second.");
-        }
-        try {
-            return view.trend(id);
-        } finally {
-            charts.release();
-        }
     }
 
     private static int id(String text) throws WebProblem {

@@ -51,7 +51,8 @@ final class MetricsNames {
         return labels;
     }
 
-    private static Names names(Snapshot.Resource r) {
+    private static Names names(Snapshot.Resource resource) {
+        Snapshot.Identity r = resource.identity();
         // an instance that is no disk's is told by nothing else
         String device = r.device() == null ? r.instance() : r.device();
         return new Names(r.resource(), device, r.mountpoint() == null ? "" : r.mountpoint());

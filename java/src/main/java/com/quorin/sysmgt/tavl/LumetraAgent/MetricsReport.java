@@ -19,13 +19,11 @@ final class MetricsReport {
     private final List<Snapshot.Resource> resources;
     private final Map<Integer, String> labels;
 
-    /** A resource that has no name yet has no series: it would go on under another one. */
     private MetricsReport(MetricsText out, Snapshot snapshot, MetricsEvents events, MetricsNames names) {
         this.out = out;
         this.snapshot = snapshot;
         this.events = events;
         this.resources = snapshot.resources().stream()
-                .filter(r -> snapshot.measures().keys().containsKey(r.id()))
                 .sorted(Comparator.comparingInt(Snapshot.Resource::id)).toList();
         this.labels = names.of(resources);
     }
@@ -56,13 +54,13 @@ final class MetricsReport {
 
     private void writeResources() {
         gauge("lumetra_resource_used_ratio", "ratio",
-                "Share of the limit in use; NaN when it is not known.", r -> perCent(r.value()));
+                "Share of the limit in use; NaN when it is not known.", r -> perCent(r.reading().value()));
         gauge("lumetra_resource_time_to_exhaustion_seconds", "seconds",
                 "Time from the newest cycle to the forecast exhaustion; +Inf for none in sight, "
                         + "0 at the limit, NaN without a forecast.", this::timeToExhaustion);
         gauge("lumetra_resource_notification_level_ratio", "ratio",
                 "Share of the limit from which on exhaustion events go out; NaN for none.",
-                r -> perCent(r.notificationLevel()));
+                r -> perCent(r.forecast().notificationLevel()));
         out.family("lumetra_resource_state", MetricsText.Type.GAUGE, "",
                 "How the resource stands: 1 for the present state, 0 for every other.");
         for (Snapshot.Resource r : resources) {
@@ -83,11 +81,11 @@ final class MetricsReport {
             case AT_LIMIT -> 0;
             case UNREADABLE, COLLECTING, ABSENT, NO_LIMIT -> NONE;
             case NO_EXHAUSTION, FORECAST, PENDING, STALE -> {
-                if (r.forecastAt() == null || newest == null) {
+                if (r.forecast().forecastAt() == null || newest == null) {
                     yield NONE;
                 }
-                yield r.exhaustionAt() == null ? Double.POSITIVE_INFINITY
-                        : Math.max(0, r.exhaustionAt() - newest);
+                yield r.forecast().exhaustionAt() == null ? Double.POSITIVE_INFINITY
+                        : Math.max(0, r.forecast().exhaustionAt() - newest);
             }
         };
     }
@@ -96,10 +94,10 @@ final class MetricsReport {
         out.family("lumetra_forecast_model_info", MetricsText.Type.INFO, "",
                 "The model that was chosen for the newest forecast; none without one.");
         resources.forEach(r -> out.sample(labels.get(r.id()) + ","
-                + MetricsText.labels("model", r.model() == null ? "none" : r.model()), 1));
+                + MetricsText.labels("model", r.forecast().model() == null ? "none" : r.forecast().model()), 1));
         gauge("lumetra_forecast_timestamp_seconds", "seconds",
                 "When the newest forecast was made; NaN without one.",
-                r -> r.forecastAt() == null ? NONE : r.forecastAt());
+                r -> r.forecast().forecastAt() == null ? NONE : r.forecast().forecastAt());
     }
 
     /** Events know names only: those of two resources with the same names all count for the first. */
@@ -126,9 +124,9 @@ final class MetricsReport {
                 "Completed cycles since the start of the process.");
         out.sample("", agent.cycles());
         out.family("lumetra_agent_cycle_seconds", MetricsText.Type.SUMMARY, "seconds",
-                "Duration of the cycles, without the pause between them; the first is not measured.");
+                "Duration of the cycles, without the pause between them.");
         out.sample("_sum", "", Math.round(measures.cycleSeconds() * 1e6) / 1e6);
-        out.sample("_count", "", measures.cyclesMeasured());
+        out.sample("_count", "", agent.cycles());
         agentGauge("lumetra_agent_archive_bytes", "bytes", "Size of the archive.", measures.archiveBytes());
         agentGauge("lumetra_agent_start_time_seconds", "seconds", "When the process started its work.",
                 agent.startedAt());

@@ -151,7 +151,7 @@ final class PlotCommand implements Callable<Integer> {
     /** What the words on the command line mean; empty after a message when one means nothing. */
     private List<Snapshot.Resource> choose(List<Snapshot.Resource> all) {
         if (wanted.isEmpty()) {
-            List<Snapshot.Resource> some = all.stream().filter(r -> r.value() != null).toList();
+            List<Snapshot.Resource> some = all.stream().filter(r -> r.reading().value() != null).toList();
             if (some.isEmpty()) {
                 fail("the agent has no samples yet");
             }
@@ -180,7 +180,7 @@ final class PlotCommand implements Callable<Integer> {
     }
 
     private static String label(Snapshot.Resource resource) {
-        return (resource.resource() + " " + resource.instance()).strip();
+        return (resource.identity().resource() + " " + resource.identity().instance()).strip();
     }
 
     private static String choices(List<Snapshot.Resource> all) {

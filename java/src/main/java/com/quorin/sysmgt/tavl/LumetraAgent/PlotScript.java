@@ -99,7 +99,8 @@ final class PlotScript {
     }
 
     private String title(Snapshot.Resource resource) {
-        String name = Words.printable(resource.resource() + " " + resource.instance()).strip();
+        Snapshot.Identity who = resource.identity();
+        String name = Words.printable(who.resource() + " " + who.instance()).strip();
         String model = trend.model() == null ? "" : ", " + Words.printable(trend.model());
         return StatusTable.shorten(name, LONGEST_TITLE) + StatusTable.shorten(model, LONGEST_TITLE / 2);
     }

@@ -1,31 +1,17 @@
 package com.quorin.sysmgt.tavl.LumetraAgent;
 
-import java.util.List;
 import java.util.Locale;
 import java.util.Optional;
 
 /**
- * What is known of a resource beside its samples: how it is declared, what 100 per cent stand for on this
- * machine, and whether there is anything that it could run out of. Texts are texts of bytes.
+ * What 100 per cent of a resource stand for, and whether there is anything that it could run out of.
  *
- * @param resource    what the resource's number stands for
- * @param name        display name
- * @param method      the analytical method
- * @param windowHours the declared analysis window; negative asks for automatic sizing
- * @param capacity    what 100 per cent stand for, in the resource's unit; empty when it cannot be told
- * @param own         whether the capacity is the user's and not the machine's
- * @param kind        what the capacity means
+ * @param capacity in the resource's unit; 0 where it is not known
  */
-record ResourceFacts(KnownResource resource, String name, int method, double windowHours,
-        Optional<Double> capacity, boolean own, Kind kind) {
-
-    /** A value this near to an upper limit counts as having reached it, as it does for the agent. */
-    static final double MARGIN = 0.05;
+record ResourceFacts(RunResource resource, Kind kind, double capacity) {
 
     /** From this size on a kernel's maximum means "as many as you like". */
     private static final double NO_LIMIT = 9.2e18;
-
-    private static final String INODES = "PercentFreeInodesUsed";
 
     /** What the capacity means. */
     enum Kind {
@@ -33,7 +19,7 @@ record ResourceFacts(KnownResource resource, String name, int method, double win
         COUNTED,
         /** The agent has no counter of this name and archives 0. */
         NOT_MEASURED,
-        /** The machine does not tell the capacity. */
+        /** The machine has never told the capacity. */
         UNKNOWN_CAPACITY,
         /** The machine has no swap space. */
         NO_SWAP,
@@ -43,111 +29,64 @@ record ResourceFacts(KnownResource resource, String name, int method, double win
         UNLIMITED
     }
 
-    /**
-     * Puts together what is known.
-     *
-     * @param resource   the resource
-     * @param declared   the declarations that the agent started with
-     * @param capacities the capacities of the machine
-     * @return the facts
-     */
-    static ResourceFacts of(
-            KnownResource resource, List<DeclaredResource> declared, MachineCapacities capacities) {
-        Optional<DeclaredResource> declaration =
-                declared.stream().filter(d -> declares(d, resource)).findFirst();
-        String declaredName = declaration.map(DeclaredResource::name).orElse("");
-        double own = declaration.map(DeclaredResource::upperLimitAbs).filter(a -> a > 0).orElse(0.0);
-        double calculated = declaration.map(DeclaredResource::upperLimitCalc).orElse(0.0);
-        Optional<Double> capacity = own > 0 ? Optional.of(own) : capacities.measured(resource, calculated);
-        return new ResourceFacts(resource, declaredName.isEmpty() ? resource.counter() : declaredName,
-                declaration.map(DeclaredResource::method).orElse(1),
-                declaration.map(DeclaredResource::windowHours).orElse(-1.0),
-                capacity, own > 0, kind(resource, capacity));
+    static ResourceFacts of(RunResource resource) {
+        RunResource.Reading reading = resource.reading();
+        double capacity = isOwn(reading) ? reading.configured() : reading.measured();
+        return new ResourceFacts(resource, kind(resource.identity(), reading, capacity), capacity);
     }
 
-    /** Whether this declaration is where the resource comes from. */
-    private static boolean declares(DeclaredResource d, KnownResource resource) {
-        return d.object().equals(resource.object()) && d.counter().equals(resource.counter())
-                && (d.isTemplate() || d.instance().equals(resource.instance()));
+    private static boolean isOwn(RunResource.Reading reading) {
+        return reading.configured() > 0;
     }
 
-    private static Kind kind(KnownResource resource, Optional<Double> capacity) {
-        if (!isMeasured(resource)) {
+    private static Kind kind(RunResource.Identity identity, RunResource.Reading reading, double capacity) {
+        if (!isMeasured(identity)) {
             return Kind.NOT_MEASURED;
         }
-        if (capacity.isEmpty()) {
+        if (capacity > 0) {
+            return capacity >= NO_LIMIT ? Kind.UNLIMITED : Kind.COUNTED;
+        }
+        if (!reading.isMeasured()) {
             return Kind.UNKNOWN_CAPACITY;
         }
-        if (capacity.get() <= 0 && resource.object().equals(MachineCapacities.SWAP)) {
-            return Kind.NO_SWAP;
-        }
-        if (capacity.get() <= 0 && resource.isDisk()) {
-            return Kind.COUNTS_NONE;
-        }
-        return capacity.get() >= NO_LIMIT ? Kind.UNLIMITED : Kind.COUNTED;
+        return identity.object().equals(Counters.SWAP) ? Kind.NO_SWAP
+                : identity.isDisk() ? Kind.COUNTS_NONE : Kind.COUNTED;
     }
 
-    private static boolean isMeasured(KnownResource resource) {
-        return switch (resource.object()) {
-            case MachineCapacities.PROCESSES, MachineCapacities.SWAP, MachineCapacities.DESCRIPTORS -> true;
-            case DeclaredResource.DISK ->
-                resource.counter().equals(MachineCapacities.SPACE) || resource.counter().equals(INODES);
+    private static boolean isMeasured(RunResource.Identity identity) {
+        return switch (identity.object()) {
+            case Counters.PROCESSES, Counters.SWAP, Counters.DESCRIPTORS -> true;
+            case Counters.DISK -> identity.counter().equals(Counters.SPACE)
+                    || identity.counter().equals(Counters.INODES);
             default -> false;
         };
     }
 
-    /**
-     * Whether the resource is a file system.
-     *
-     * @return true for disks
-     */
-    boolean isDisk() {
-        return resource.isDisk();
+    private RunResource.Limits limits() {
+        return resource.analysis().limits();
     }
 
-    /**
-     * Whether the method looks at an upper limit of 100 per cent.
-     *
-     * @return true for the methods 1 and 3
-     */
-    boolean hasUpperLimit() {
-        return method == 1 || method == 3;
-    }
-
-    /**
-     * Whether the method looks at a lower limit of 0 per cent.
-     *
-     * @return true for the methods 2 and 3
-     */
-    boolean hasLowerLimit() {
-        return method == 2 || method == 3;
-    }
-
-    /**
-     * Whether there is something that the resource could run out of.
-     *
-     * @return false for what has no end, is not counted, or is not forecast
-     */
+    /** Whether there is something that the resource could run out of, and the method looks at it. */
     boolean hasLimit() {
-        return (hasUpperLimit() || hasLowerLimit())
-                && (kind == Kind.COUNTED || kind == Kind.UNKNOWN_CAPACITY || kind == Kind.NO_SWAP);
+        boolean canRunOut =
+                kind == Kind.COUNTED || kind == Kind.UNKNOWN_CAPACITY || kind == Kind.NO_SWAP;
+        return canRunOut && (limits().hasLower() || limits().hasUpper());
     }
 
-    /**
-     * Whether a value has reached a limit of the method.
-     *
-     * @param value the value in per cent
-     * @return true when it has
-     */
-    boolean isAtLimit(double value) {
-        return hasUpperLimit() && value >= 100 - MARGIN || hasLowerLimit() && value <= 0;
+    /** The limit that is forecast against, the lower one where there are two; null for none. */
+    Double limit() {
+        if (!hasLimit()) {
+            return null;
+        }
+        return limits().hasLower() ? limits().lower() : limits().upper();
     }
 
-    /**
-     * What the capacity means, where that needs a word.
-     *
-     * @return the remark; empty for a capacity that can be used up or is unknown
-     */
+    /** Whether the capacity is the user's and not the machine's. */
+    boolean isOwn() {
+        return isOwn(resource.reading());
+    }
+
+    /** What the capacity means; empty for a capacity that can be used up or is unknown. */
     String remark() {
         return switch (kind) {
             case COUNTED, UNKNOWN_CAPACITY -> "";
@@ -160,39 +99,32 @@ record ResourceFacts(KnownResource resource, String name, int method, double win
         };
     }
 
-    /**
-     * Why the method forecasts nothing.
-     *
-     * @return the remark; empty for a method that forecasts
-     */
+    /** Why the method forecasts nothing; empty for one that does. */
     String methodRemark() {
-        if (hasUpperLimit() || hasLowerLimit()) {
+        int method = resource.analysis().method();
+        if (limits().hasLower() || limits().hasUpper()) {
             return "";
         }
         return method == 0 ? "sampled only, never forecast (AnalyticalMethod 0)"
                 : "no limit to forecast against (AnalyticalMethod " + method + ")";
     }
 
-    /**
-     * What 100 per cent stand for, in words.
-     *
-     * @return the amount; empty when there is none to be told
-     */
+    /** What 100 per cent stand for, in words; empty when there is nothing to be told. */
     Optional<String> amount() {
-        return kind == Kind.COUNTED ? capacity.map(this::inWords) : Optional.empty();
+        return kind == Kind.COUNTED ? Optional.of(inWords()) : Optional.empty();
     }
 
-    private String inWords(double amount) {
-        return switch (resource.object()) {
-            case MachineCapacities.PROCESSES -> String.format(Locale.ROOT, "%.0f tasks", amount);
-            case MachineCapacities.SWAP -> Words.ofBytes(amount * 1024);
-            case MachineCapacities.DESCRIPTORS -> String.format(Locale.ROOT, "%.0f descriptors", amount);
-            default -> countsSpace() ? Words.ofBytes(amount * 1024)
-                    : String.format(Locale.ROOT, "%.0f inodes", amount);
+    private String inWords() {
+        return switch (resource.identity().object()) {
+            case Counters.PROCESSES -> String.format(Locale.ROOT, "%.0f tasks", capacity);
+            case Counters.SWAP -> Words.ofBytes(capacity * 1024);
+            case Counters.DESCRIPTORS -> String.format(Locale.ROOT, "%.0f descriptors", capacity);
+            default -> countsSpace() ? Words.ofBytes(capacity * 1024)
+                    : String.format(Locale.ROOT, "%.0f inodes", capacity);
         };
     }
 
     private boolean countsSpace() {
-        return resource.counter().equals(MachineCapacities.SPACE);
+        return resource.identity().counter().equals(Counters.SPACE);
     }
 }

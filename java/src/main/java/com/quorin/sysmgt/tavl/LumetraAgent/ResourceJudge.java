@@ -2,108 +2,106 @@ package com.quorin.sysmgt.tavl.LumetraAgent;
 
 import java.util.Comparator;
 
-/** The rules by which a resource gets its state, its note, its limit and its place in the list. */
+/** The rules by which a resource gets its state, its note and its place in the list. */
 final class ResourceJudge {
 
     /** Most urgent first. */
     static final Comparator<Snapshot.Resource> MOST_URGENT_FIRST = Comparator
             .comparing(Snapshot.Resource::state)
-            .thenComparing(Snapshot.Resource::secondsToExhaustion,
+            .thenComparing(r -> r.forecast().secondsToExhaustion(),
                     Comparator.nullsLast(Comparator.naturalOrder()))
-            .thenComparing(Snapshot.Resource::value, Comparator.nullsLast(Comparator.reverseOrder()))
+            .thenComparing(r -> r.reading().value(), Comparator.nullsLast(Comparator.reverseOrder()))
             .thenComparing(Snapshot.Resource::id);
 
     /**
      * What is to be judged.
      *
-     * @param facts    what is known of the resource; null when its record is not in the scratch pad
-     * @param value    its newest value
-     * @param present  whether it is in the newest line of the archive
-     * @param readable whether the machine still tells how much there is of it
-     * @param stale    whether the newest line is too old
-     * @param window   how many samples its analysis window holds
-     * @param headline its newest forecast; null without one
+     * @param present  whether the agent had it in its newest cycle
+     * @param hasValue whether its value was read in any cycle
+     * @param stale    whether the newest cycle is too old
+     * @param forecast the newest; null without one that still counts
+     * @param needed   so many samples does a forecast need
      */
-    record Case(ResourceFacts facts, double value, boolean present, boolean readable, boolean stale,
-            long window, TrendReader.Headline headline) {}
+    record Case(ResourceFacts facts, boolean present, boolean hasValue, boolean stale,
+            RunResource.Forecast forecast, int needed) {
+
+        private RunResource.Reading reading() {
+            return facts.resource().reading();
+        }
+
+        private RunResource.Analysis analysis() {
+            return facts.resource().analysis();
+        }
+    }
 
     private ResourceJudge() {}
 
-    /**
-     * How a resource stands.
-     *
-     * @param c the resource
-     * @return its state
-     */
     static ResourceState state(Case c) {
-        if (!c.present || isAbsent(c)) {
+        if (!c.present || c.facts.kind() == ResourceFacts.Kind.NO_SWAP) {
             return ResourceState.ABSENT;
         }
-        if (c.facts != null && !c.facts.hasLimit()) {
+        if (!c.facts.hasLimit()) {
             return ResourceState.NO_LIMIT;
         }
         if (c.stale) {
             return ResourceState.STALE;
         }
-        if (!c.readable || !Double.isFinite(c.value)) {
+        if (!isReadable(c)) {
             return ResourceState.UNREADABLE;
         }
-        if (c.facts != null && c.facts.isAtLimit(c.value)) {
+        if (c.analysis().limits().reached() != RunResource.Reached.NONE) {
             return ResourceState.AT_LIMIT;
         }
-        return c.headline == null ? ResourceState.COLLECTING : forecast(c);
+        return c.forecast == null ? withoutForecast(c) : withForecast(c);
     }
 
-    private static boolean isAbsent(Case c) {
-        return c.facts != null && c.facts.kind() == ResourceFacts.Kind.NO_SWAP;
+    private static boolean isReadable(Case c) {
+        return c.reading().isRead() && Double.isFinite(c.reading().value());
     }
 
-    private static ResourceState forecast(Case c) {
-        if (c.headline.hours().isEmpty()) {
+    private static ResourceState withoutForecast(Case c) {
+        return c.analysis().samples() < c.needed ? ResourceState.COLLECTING : ResourceState.NO_EXHAUSTION;
+    }
+
+    private static ResourceState withForecast(Case c) {
+        if (!c.forecast.hasExhaustion()) {
             return ResourceState.NO_EXHAUSTION;
         }
-        boolean reached = c.headline.notificationLevel().isPresent()
-                && c.value >= c.headline.notificationLevel().getAsDouble();
-        return reached ? ResourceState.FORECAST : ResourceState.PENDING;
+        // the agent compares in its own, shorter numbers
+        float level = (float) c.facts.resource().notification().level();
+        return (float) c.reading().value() >= level ? ResourceState.FORECAST : ResourceState.PENDING;
     }
 
-    /**
-     * What there is to say of a resource beside its state.
-     *
-     * @param c the resource
-     * @return the note; null when the state says it all
-     */
+    /** Whether there are samples enough and yet no forecast, so that nothing is known of an exhaustion. */
+    private static boolean lacksModel(Case c) {
+        return c.forecast == null && state(c) == ResourceState.NO_EXHAUSTION;
+    }
+
+    /** The state in words. */
+    static String words(Case c) {
+        return lacksModel(c) ? "no forecast" : state(c).words();
+    }
+
+    /** What there is to say of a resource beside its state; null when the state says it all. */
     static String note(Case c) {
-        if (c.facts == null) {
-            return "its record is not in the scratch pad";
-        }
         if (!c.facts.remark().isEmpty()) {
             return c.facts.remark();
         }
         if (!c.facts.methodRemark().isEmpty()) {
             return c.facts.methodRemark();
         }
-        if (c.window < SamplePlan.SAMPLES_FOR_FORECAST) {
-            return "window holds only " + c.window + (c.window == 1 ? " sample" : " samples")
-                    + ", a forecast needs " + SamplePlan.SAMPLES_FOR_FORECAST;
+        int slots = c.analysis().slots();
+        if (slots == 0) {
+            return "there is no memory for its samples, so it is not forecast";
         }
-        if (c.present && !c.readable) {
-            return "the machine does not tell how much there is of it; the value is the last that was read";
+        if (slots < c.needed) {
+            return "window holds only " + slots + (slots == 1 ? " sample" : " samples")
+                    + ", a forecast needs " + c.needed;
         }
-        return null;
-    }
-
-    /**
-     * The limit that a resource is forecast against, by its method and as the agent's headline has it: the
-     * lower one where there are two.
-     *
-     * @param facts what is known of the resource
-     * @return per cent; null for none
-     */
-    static Double limit(ResourceFacts facts) {
-        if (!facts.hasLimit()) {
-            return null;
+        if (c.present && !isReadable(c)) {
+            return "it could not be read in the newest cycle"
+                    + (c.hasValue ? "; the value is the last that was read" : "");
         }
-        return facts.hasLowerLimit() ? 0.0 : 100.0;
+        return lacksModel(c) ? "no model could be fitted" : null;
     }
 }

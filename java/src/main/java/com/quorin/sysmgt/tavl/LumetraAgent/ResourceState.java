@@ -16,7 +16,7 @@ enum ResourceState {
     UNREADABLE("unreadable", "unreadable"),
     /** There are too few samples for a forecast. */
     COLLECTING("collecting", "collecting"),
-    /** The forecast reaches no limit within the alert window. */
+    /** The forecast reaches no limit within the alert window, or no model could be fitted. */
     NO_EXHAUSTION("no-exhaustion", "no exhaustion within the horizon"),
     /** It has no limit that it could reach, or is sampled only. */
     NO_LIMIT("no-limit", "no limit"),

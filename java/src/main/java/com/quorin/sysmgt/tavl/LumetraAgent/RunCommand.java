@@ -9,9 +9,13 @@ import java.nio.file.Files;
 import java.nio.file.InvalidPathException;
 import java.nio.file.Path;
 import java.time.Duration;
+import java.util.ArrayList;
+import java.util.List;
 import java.util.Optional;
+import java.util.OptionalLong;
 import java.util.concurrent.Callable;
 import java.util.concurrent.atomic.AtomicBoolean;
+import java.util.function.Consumer;
 import picocli.CommandLine.Command;
 import picocli.CommandLine.Mixin;
 import picocli.CommandLine.Model.CommandSpec;
@@ -50,8 +54,8 @@ final class RunCommand implements Callable<Integer> {
     /** A signal to end takes three: Java's own, the one that stops the agent, and the end of Java's logging. */
     private static final int THREADS_OF_A_SIGNAL = 3;
 
-    /** A listing of disks takes three: its own, Java's that waits for its end, and the command; the agent's one. */
-    private static final int THREADS_OF_LISTINGS = 4;
+    /** The agent's listing of disks is a shell and its command, which count among a user's threads. */
+    private static final int THREADS_OF_A_LISTING = 2;
 
     @Option(names = "--home", paramLabel = "DIR", defaultValue = "..",
             description = "The agent's home; the program runs in its directory bin. "
@@ -72,7 +76,6 @@ final class RunCommand implements Callable<Integer> {
     private CommandSpec spec;
 
     private final AtomicBoolean left = new AtomicBoolean();
-    private final Capacities capacities = DiskLister.ofThisMachine();
     private OutputQueue output;
     private PrintStream out;
     private HomeLock lock;
@@ -80,6 +83,8 @@ final class RunCommand implements Callable<Integer> {
     private String lastFailure = "";
     private WebServer server;
     private AgentWatch view;
+    private EventHistory events;
+    private FeedFollower follower;
     private volatile AgentRun run;
     private AgentMonitor monitor;
     private Integer exitCode;
@@ -139,13 +144,18 @@ final class RunCommand implements Callable<Integer> {
         lock.problem().ifPresent(problem -> out.println(
                 "The home cannot be locked against a second agent: " + Words.printable(problem)));
         AgentEvents.recordTo(new EventFile(EVENTS, EventFile.TEN_MEGABYTES));
-        Optional<AgentConfiguration> read = AgentConfiguration.read(Path.of(config));
-        read.ifPresent(c -> monitor = new AgentMonitor(c, capacities, out, System.nanoTime()));
         run = new AgentRun(nativeAgent());
         run.prepare();
-        SpareThreads spare = SpareThreads.hold(THREADS_OF_A_SIGNAL + THREADS_OF_LISTINGS);
+        Optional<String> problem = HostFeed.problem();
+        if (problem.isEmpty()) {
+            follow();
+        }
+        SpareThreads spare = SpareThreads.hold(THREADS_OF_A_SIGNAL + THREADS_OF_A_LISTING);
         announce();
-        read.filter(c -> page.isWanted()).ifPresent(this::openPage);
+        problem.ifPresent(p -> out.println("There is no page and no report on the agent's work: " + p + "."));
+        if (view != null) {
+            openPage();
+        }
         spare.release();
         Runtime.getRuntime().addShutdownHook(new Thread(this::stopOnSignal, "lumetra-stop"));
         run.start();
@@ -189,20 +199,29 @@ final class RunCommand implements Callable<Integer> {
                 + (seconds == null ? ". Ctrl-C stops it." : ", for " + seconds + " s."));
     }
 
+    /** From here on everything that is shown comes from what the library publishes. */
+    private void follow() {
+        Feed feed = HostFeed.ofLibrary();
+        monitor = new AgentMonitor(out, System.nanoTime());
+        List<Consumer<? super Publication>> readers = new ArrayList<>(List.of(monitor));
+        if (page.isWanted()) {
+            events = EventHistory.of(EVENTS);
+            view = new AgentWatch(homeText(), Lumetra.Version.text(), () -> !run.hasEnded(), feed, events,
+                    AgentWatch.Timing.real());
+            readers.add(view);
+        }
+        follower = new FeedFollower(feed, readers);
+        follower.start();
+    }
+
     /** The agent does its work with the page or without. */
-    private void openPage(AgentConfiguration configuration) {
-        EventHistory events = EventHistory.of(EVENTS);
-        view = new AgentWatch(configuration, homeText(), Lumetra.Version.text(), () -> !run.hasEnded(),
-                new TrendReader(), events, capacities);
+    private void openPage() {
         try {
             page.open(view, out).ifPresent(opened -> {
                 server = opened;
                 AgentEvents.tellTo(events);
-                view.start();
             });
         } catch (OutOfMemoryError e) {
-            closePage();
-            server = null;
             out.println("The page is not available: " + Words.printable(String.valueOf(e.getMessage())));
         }
     }
@@ -217,7 +236,6 @@ final class RunCommand implements Callable<Integer> {
     private void closePage() {
         if (server != null) {
             server.close();
-            view.close();
         }
     }
 
@@ -315,9 +333,9 @@ final class RunCommand implements Callable<Integer> {
     }
 
     private void stop() {
-        String most = monitor == null ? "one cycle and one period"
-                : "one cycle and one period of " + Words.ofDuration(monitor.plan().pause());
-        out.println("Stopping: waiting for the agent to finish, at most " + most + ".");
+        String period = Optional.ofNullable(monitor).flatMap(AgentMonitor::pause)
+                .map(pause -> " of " + Words.ofDuration(pause)).orElse("");
+        out.println("Stopping: waiting for the agent to finish, at most one cycle and one period" + period + ".");
         run.stop(() -> out.println("Still waiting for the agent to finish its cycle."), REMIND_EVERY);
     }
 
@@ -330,18 +348,19 @@ final class RunCommand implements Callable<Integer> {
             return exitCode;
         }
         closePage();
-        if (monitor != null) {
-            monitor.countLast();
+        if (follower != null) {
+            follower.close();
         }
-        int code = exitCode(run, cycles(), AgentEvents.fatalCount());
-        String count = cycles() == 1 ? "1 cycle" : cycles() + " cycles";
+        OptionalLong cycles = monitor == null ? OptionalLong.empty() : OptionalLong.of(monitor.cycles());
+        int code = exitCode(run, cycles, AgentEvents.fatalCount());
+        String after = cycles.isEmpty() ? ""
+                : " after " + (cycles.getAsLong() == 1 ? "1 cycle" : cycles.getAsLong() + " cycles");
         if (code == ENDED_AS_ASKED) {
-            out.println("The agent has stopped after " + count + ".");
+            out.println("The agent has stopped" + after + ".");
         } else {
             String log = homeText() + "/log/LumetraAgent.log";
             String why = run.failure().map(Throwable::toString).orElse(log + " says more");
-            System.err.println(
-                    "The agent ended by itself after " + count + ": " + Words.printable(why) + ".");
+            System.err.println("The agent ended by itself" + after + ": " + Words.printable(why) + ".");
         }
         exitCode = code;
         return code;
@@ -350,18 +369,13 @@ final class RunCommand implements Callable<Integer> {
     /**
      * The exit code of a run that is over.
      *
-     * @param run    the run
-     * @param cycles how many cycles it completed
+     * @param cycles how many cycles it completed; empty when nobody could tell
      * @param fatals how many failures it told
      * @return 0 for an end that was asked for, 1 for any other, also for one in the middle of a failing start
      */
-    static int exitCode(AgentRun run, long cycles, long fatals) {
-        boolean neverStarted = cycles == 0 && fatals > 0;
+    static int exitCode(AgentRun run, OptionalLong cycles, long fatals) {
+        boolean neverStarted = cycles.orElse(1) == 0 && fatals > 0;
         return run.endedAsAsked() && !neverStarted ? ENDED_AS_ASKED : Lumetra.FAILED;
-    }
-
-    private long cycles() {
-        return monitor == null ? 0 : monitor.cycles();
     }
 
     /**

@@ -7,7 +7,7 @@ import java.util.List;
 /**
  * The newest samples of one resource, those of earlier runs included, in bounded memory.
  *
- * <p>All methods may be called from any thread.
+ * <p>One thread at a time uses it.
  */
 final class SampleHistory {
 
@@ -22,7 +22,6 @@ final class SampleHistory {
     private double[] values = new double[16];
     private int start;
     private int size;
-    private long inRun;
 
     /**
      * Creates a history without samples.
@@ -34,12 +33,12 @@ final class SampleHistory {
     }
 
     /**
-     * Takes up a sample of an earlier run. One that stands for none, or is no number, is left out.
+     * Takes up a sample. One that stands for none, or is no number, is left out.
      *
      * @param time  seconds since the epoch
      * @param value per cent
      */
-    synchronized void add(long time, double value) {
+    void add(long time, double value) {
         if (value == NO_SAMPLE || !Double.isFinite(value)) {
             return;
         }
@@ -70,43 +69,16 @@ final class SampleHistory {
     }
 
     /**
-     * Takes up a sample of this run.
+     * The samples from one moment on and before another, in seconds since the epoch.
      *
-     * @param time  seconds since the epoch
-     * @param value per cent
-     */
-    synchronized void addInRun(long time, double value) {
-        add(time, value);
-        inRun += value == NO_SAMPLE ? 0 : 1;
-    }
-
-    /** Counts the samples of this run from 0 again: the agent has lost sight of the resource. */
-    synchronized void restart() {
-        inRun = 0;
-    }
-
-    /**
-     * The samples of this run that a forecast can use.
-     *
-     * @param window how many the agent keeps
-     * @return the count
-     */
-    synchronized int usable(long window) {
-        return (int) Math.min(inRun, window);
-    }
-
-    /**
-     * The samples from a moment on.
-     *
-     * @param from seconds since the epoch
      * @return the curve, oldest first
      */
-    synchronized TrendView.Curve since(long from) {
+    TrendView.Curve between(double from, double before) {
         double[] someTimes = new double[size];
         double[] someValues = new double[size];
         int count = 0;
         for (int i = 0; i < size; i++) {
-            if (time(i) >= from) {
+            if (time(i) >= from && time(i) < before) {
                 someTimes[count] = time(i);
                 someValues[count++] = value(i);
             }
@@ -121,7 +93,7 @@ final class SampleHistory {
      * @param window how far it reaches back at most, in seconds
      * @return the means of {@link #STRETCHES} stretches; one only when all samples are of one moment
      */
-    synchronized Snapshot.Recent recent(long to, long window) {
+    Snapshot.Recent recent(long to, long window) {
         long from = to;
         for (int i = 0; i < size; i++) {
             if (time(i) >= to - window && time(i) < from) {

@@ -100,9 +100,10 @@ final class StatusCommand implements Callable<Integer> {
      */
     private Optional<String> largestUsers(Snapshot snapshot) {
         for (Snapshot.Resource resource : snapshot.resources()) {
-            if (resource.mountpoint() == null && resource.state() != null && resource.state().isUrgent()) {
+            if (resource.identity().mountpoint() == null && resource.state() != null && resource.state().isUrgent()) {
                 try {
-                    return StatusTable.largestUsers(resource.resource(), client.culprits(resource.id()));
+                    return StatusTable.largestUsers(
+                            resource.identity().resource(), client.culprits(resource.id()));
                 } catch (AgentClient.Unavailable e) {
                     return Optional.empty();
                 }

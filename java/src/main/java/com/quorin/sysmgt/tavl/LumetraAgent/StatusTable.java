@@ -100,14 +100,14 @@ final class StatusTable {
     }
 
     private List<String> cells(Snapshot.Resource resource, Snapshot.Agent agent, Instant now) {
-        String state = Words.printable(resource.stateText());
+        Snapshot.Forecast forecast = resource.forecast();
+        String state = Words.printable(resource.standing().stateText());
         if (resource.state() == ResourceState.COLLECTING) {
-            state += " (" + resource.samples() + " of " + agent.samplesForForecast() + ")";
+            state += " (" + resource.reading().samples() + " of " + agent.samplesForForecast() + ")";
         }
-        return List.of(shortened(Words.printable(resource.resource()), LONGEST_NAME),
-                Words.printable(resource.instance()), percent(resource.value()), state,
-                exhaustion(resource, now), orUnknown(resource.model()),
-                percent(resource.notificationLevel()));
+        return List.of(shortened(Words.printable(resource.identity().resource()), LONGEST_NAME),
+                Words.printable(resource.identity().instance()), percent(resource.reading().value()), state,
+                exhaustion(forecast, now), orUnknown(forecast.model()), percent(forecast.notificationLevel()));
     }
 
     private static String orUnknown(String text) {
@@ -118,12 +118,12 @@ final class StatusTable {
         return value == null ? UNKNOWN : String.format(Locale.ROOT, "%.2f %%", value);
     }
 
-    private static String exhaustion(Snapshot.Resource resource, Instant now) {
-        if (resource.secondsToExhaustion() == null) {
+    private static String exhaustion(Snapshot.Forecast forecast, Instant now) {
+        if (forecast.secondsToExhaustion() == null) {
             return UNKNOWN;
         }
-        double left = resource.exhaustionAt() == null ? resource.secondsToExhaustion()
-                : resource.exhaustionAt() - now.getEpochSecond();
+        double left = forecast.exhaustionAt() == null ? forecast.secondsToExhaustion()
+                : forecast.exhaustionAt() - now.getEpochSecond();
         return left <= 0 ? "now" : "in about " + Words.ofDuration(Duration.ofSeconds((long) left));
     }
 

@@ -4,8 +4,7 @@ package com.quorin.sysmgt.tavl.LumetraAgent;
  * What the chart of one resource shows. Immutable. The components' names are those of the JSON.
  *
  * @param id                  the resource's number
- * @param source              "forecast": the agent's own trend files; "history": the archive, as long as there
- *                            is no forecast
+ * @param source              "forecast", or as long as there is none "history": samples, earlier runs included
  * @param forecastAt          when the forecast was made, seconds since the epoch; null without one
  * @param model               the model that was chosen; null without a forecast
  * @param secondsToExhaustion seconds from {@code forecastAt} to the forecast exhaustion; null for none
@@ -23,5 +22,13 @@ record TrendView(int id, String source, Long forecastAt, String model, Double se
      * @param times  seconds since the epoch
      * @param values per cent
      */
-    record Curve(double[] times, double[] values) {}
+    record Curve(double[] times, double[] values) {
+
+        static final Curve EMPTY = new Curve(new double[0], new double[0]);
+
+        /** How many points it has. */
+        int length() {
+            return times.length;
+        }
+    }
 }

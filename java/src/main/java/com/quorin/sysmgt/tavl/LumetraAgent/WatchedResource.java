@@ -1,110 +1,62 @@
 package com.quorin.sysmgt.tavl.LumetraAgent;
 
-/**
- * One resource as {@link WatchedFleet} keeps it. The view's thread alone changes it; what is volatile may be
- * read by any thread.
- */
+/** One resource as {@link WatchedFleet} keeps it: its samples, and what the agent said of it last. */
 final class WatchedResource {
 
-    /** A chart and the cycle that it belongs to. */
-    record Chart(long cycle, TrendView view) {}
-
-    /** The resource's number. */
-    final int id;
-
-    /** Its samples. */
-    final SampleHistory history;
-
-    /** Whether it has been in a snapshot. */
-    volatile boolean isShown;
-
-    /** Whether it was in a line of this run. */
-    boolean isListed;
-
-    /** The resource as the library names it; null until its record is read. */
-    volatile TrendReader.Resource key;
-
-    /** Its display name, a text of bytes; empty until its record is read. */
-    volatile String displayName = "";
-
-    /** The newest chart; null before the first. */
-    volatile Chart chart;
-
-    /** How far back its analysis looks, in seconds. */
-    volatile long windowSeconds = Integer.MAX_VALUE;
-
-    /** The limit by its method; null for none. */
-    volatile Double limit;
-
-    /** Its record in the scratch pad; null until it is read. */
-    KnownResource known;
-
-    /** The state of the scratch pad when its record was last looked for; null before. */
-    Object soughtIn;
-
-    /** What else is known of it; null as long as its record is. */
-    ResourceFacts facts;
-
-    /** Whether the disks have not been listed since it appeared. */
-    boolean awaitsListing;
-
-    /** Which line of this run it was last in, 1 for the first. */
-    long lastLine;
-
-    /** Its newest value. */
-    double value;
-
-    /** Its newest forecast; null without one. */
-    TrendReader.Headline headline;
+    private final SampleHistory history;
+    private RunResource newest;
+    private ResourceNames names;
+    private long cycle;
+    private boolean hasBeenRead;
 
     /**
      * A resource of which nothing is known yet.
      *
-     * @param id      its number
      * @param samples how many samples are kept
      */
-    WatchedResource(int id, int samples) {
-        this.id = id;
-        this.history = new SampleHistory(samples);
+    WatchedResource(int samples) {
+        history = new SampleHistory(samples);
     }
 
     /**
-     * Takes up its sample of a line. The agent forgets the samples of a resource that it loses sight of.
+     * Takes up what the agent says after a cycle; the same cycle once more changes nothing.
      *
-     * @param time  the line's time
-     * @param line  the line's place in this run, 1 for the first
-     * @param value the sample
+     * @param number the cycle's number in this run
+     * @param time   the cycle's time
      */
-    void take(long time, long line, double value) {
-        if (!isListed || lastLine != line - 1) {
-            history.restart();
-            headline = null;
-            awaitsListing = true;
+    void take(long number, long time, RunResource said) {
+        if (newest == null || !newest.identity().equals(said.identity())) {
+            names = ResourceNames.of(said.identity());
         }
-        isListed = true;
-        lastLine = line;
-        this.value = value;
-        history.addInRun(time, value);
+        newest = said;
+        hasBeenRead |= said.reading().isRead();
+        if (cycle != number) {
+            cycle = number;
+            history.add(time, said.reading().value());
+        }
     }
 
-    /**
-     * Keeps a chart as the newest.
-     *
-     * @param cycle the cycle that it belongs to
-     * @param view  the chart
-     */
-    void keep(long cycle, TrendView view) {
-        chart = new Chart(cycle, view);
+    SampleHistory history() {
+        return history;
     }
 
-    /**
-     * Whether the agent can have made a forecast of it.
-     *
-     * @param window how many samples its window holds
-     * @return false before its 200th sample, and for what is only sampled
-     */
-    boolean canHaveForecast(long window) {
-        return facts != null && facts.method() != 0
-                && history.usable(window) >= SamplePlan.SAMPLES_FOR_FORECAST;
+    /** What the agent said of it last; null when it was in earlier runs only. */
+    RunResource newest() {
+        return newest;
+    }
+
+    /** Its names; null as long as {@link #newest} is. */
+    ResourceNames names() {
+        return names;
+    }
+
+    /** Whether its value has been read in this run: one that never was is no reading. */
+    boolean hasBeenRead() {
+        return hasBeenRead;
+    }
+
+    /** The number of the cycle that had it last; 0 for none in this run. */
+    long cycle() {
+        return cycle;
     }
 }

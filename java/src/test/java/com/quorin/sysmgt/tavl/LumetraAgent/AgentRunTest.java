@@ -6,6 +6,7 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.time.Duration;
 import java.util.HashSet;
+import java.util.OptionalLong;
 import java.util.Set;
 import java.util.concurrent.CountDownLatch;
 import java.util.concurrent.atomic.AtomicInteger;
@@ -68,7 +69,7 @@ class AgentRunTest {
         run.stop(() -> { }, LONG);
         assertEquals(3, agent.requests.get());
         assertTrue(run.endedAsAsked());
-        assertEquals(RunCommand.ENDED_AS_ASKED, RunCommand.exitCode(run, 3, 0));
+        assertEquals(RunCommand.ENDED_AS_ASKED, RunCommand.exitCode(run, OptionalLong.of(3), 0));
     }
 
     @Test
@@ -126,8 +127,8 @@ class AgentRunTest {
         run.start();
         assertTrue(run.awaitEnd(LONG));
         assertFalse(run.endedAsAsked());
-        assertEquals(Lumetra.FAILED, RunCommand.exitCode(run, 0, 1));
-        assertEquals(Lumetra.FAILED, RunCommand.exitCode(run, 5, 0));
+        assertEquals(Lumetra.FAILED, RunCommand.exitCode(run, OptionalLong.of(0), 1));
+        assertEquals(Lumetra.FAILED, RunCommand.exitCode(run, OptionalLong.of(5), 0));
     }
 
     @Test
@@ -147,9 +148,10 @@ class AgentRunTest {
         run.prepare();
         run.start();
         run.stop(() -> { }, LONG);
-        assertEquals(Lumetra.FAILED, RunCommand.exitCode(run, 0, 1));
-        assertEquals(RunCommand.ENDED_AS_ASKED, RunCommand.exitCode(run, 0, 0));
-        assertEquals(RunCommand.ENDED_AS_ASKED, RunCommand.exitCode(run, 7, 2));
+        assertEquals(Lumetra.FAILED, RunCommand.exitCode(run, OptionalLong.of(0), 1));
+        assertEquals(RunCommand.ENDED_AS_ASKED, RunCommand.exitCode(run, OptionalLong.of(0), 0));
+        assertEquals(RunCommand.ENDED_AS_ASKED, RunCommand.exitCode(run, OptionalLong.of(7), 2));
+        assertEquals(RunCommand.ENDED_AS_ASKED, RunCommand.exitCode(run, OptionalLong.empty(), 2));
     }
 
     @Test
@@ -169,7 +171,7 @@ class AgentRunTest {
         run.start();
         assertTrue(run.awaitEnd(LONG));
         assertEquals("research_main", run.failure().get().getMessage());
-        assertEquals(Lumetra.FAILED, RunCommand.exitCode(run, 0, 0));
+        assertEquals(Lumetra.FAILED, RunCommand.exitCode(run, OptionalLong.of(0), 0));
     }
 
     @Test

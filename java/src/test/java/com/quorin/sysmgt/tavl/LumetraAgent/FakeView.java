@@ -5,7 +5,7 @@ import com.fasterxml.jackson.databind.ObjectMapper;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.Optional;
-import java.util.concurrent.CountDownLatch;
+import java.util.stream.Collectors;
 
 /** An agent that shows what a test puts into it. */
 class FakeView implements AgentView {
@@ -20,7 +20,6 @@ class FakeView implements AgentView {
             new TrendView.Curve(new double[] {900, 1000}, new double[] {40, 41}),
             new TrendView.Curve(new double[] {1000, 4600}, new double[] {41, 100}));
     volatile Throwable failure;
-    volatile CountDownLatch chartGate = new CountDownLatch(0);
     final List<JsonNode> events = new ArrayList<>();
     final MetricsEvents counts = new MetricsEvents();
 
@@ -32,14 +31,19 @@ class FakeView implements AgentView {
     }
 
     static Snapshot.Resource resource(int id, String name, String instance, Double value) {
-        return new Snapshot.Resource(id, name, instance, null, null, value, "95.7 GiB",
-                ResourceState.FORECAST, ResourceState.FORECAST.words(), null, 200, null, 3600.0, 4600L,
-                "Linear", 50.0, 100.0, 1000L, new Snapshot.Recent(0, 60, new ArrayList<>(List.of(1.0, 2.0))));
+        return new Snapshot.Resource(new Snapshot.Identity(id, name, instance, null, null),
+                new Snapshot.Reading(value, "95.7 GiB", 100.0, 200,
+                        new Snapshot.Recent(0, 60, new ArrayList<>(List.of(1.0, 2.0)))),
+                new Snapshot.Standing(ResourceState.FORECAST, ResourceState.FORECAST.words(), null),
+                new Snapshot.Forecast(null, 3600.0, 4600L, "Linear", 50.0, 1000L));
     }
 
     static Snapshot snapshot(List<Snapshot.Resource> resources) {
         return new Snapshot(new Snapshot.Agent("1.0", "/home", 1, 2, true, false, 3, 4L, 5.0, 200, 0, 24, null),
-                resources);
+                resources, List.of(new Snapshot.LeftOut(HOSTILE, "it cannot be read")),
+                new Snapshot.Measures(0, 0, resources.stream().collect(Collectors.toMap(Snapshot.Resource::id,
+                        r -> new TrendReader.Resource(r.identity().resource(), r.identity().instance()),
+                        (first, second) -> first))));
     }
 
     private boolean has(int id) {
@@ -59,11 +63,6 @@ class FakeView implements AgentView {
 
     @Override
     public Optional<TrendView> trend(int id) {
-        try {
-            chartGate.await();
-        } catch (InterruptedException e) {
-            throw new IllegalStateException(e);
-        }
         return has(id) ? Optional.of(trend) : Optional.empty();
     }
 

@@ -13,7 +13,6 @@ import java.io.IOException;
 import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.List;
-import java.util.concurrent.CountDownLatch;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.CsvSource;
@@ -39,6 +38,9 @@ class JsonApiTest {
         assertEquals(19, first.size());
         assertTrue(first.get("device").isNull());
         assertEquals("forecast", first.get("state").textValue());
+        assertEquals(3, json.size());
+        assertEquals("[{\"what\":" + new ObjectMapper().writeValueAsString(FakeView.HOSTILE)
+                + ",\"why\":\"it cannot be read\"}]", json.get("leftOut").toString());
         assertEquals(9, json("resources/7/trend", null).size());
         assertEquals(4, json("resources/7/culprits", null).size());
     }
@@ -66,7 +68,7 @@ class JsonApiTest {
     @Test
     void gapsInTheRecentHistoryStayNull() throws Exception {
         Snapshot.Resource r = FakeView.resource(1, "a", "", 1.0);
-        r.recent().values().addAll(Arrays.asList(null, Double.NaN));
+        r.reading().recent().values().addAll(Arrays.asList(null, Double.NaN));
         view.snapshot = FakeView.snapshot(List.of(r));
         assertEquals("[1.0,2.0,null,null]",
                 json("resources", null).at("/resources/0/recent/values").toString());
@@ -132,35 +134,6 @@ class JsonApiTest {
         view.events.add(0, new ObjectMapper().createObjectNode().put("type", "new"));
         assertNotEquals(before.etag(false), ask("events", "limit=5").etag(false));
         assertEquals("new", json("events", "limit=5").at("/events/0/type").textValue());
-    }
-
-    @Test
-    void tooManyChartsAtOnceAreRefused() throws Exception {
-        view.chartGate = new CountDownLatch(1);
-        List<Thread> waiting = new ArrayList<>();
-        for (int i = 0; i < 4; i++) {
-            Thread thread = new Thread(() -> assertTrue(answers("resources/7/trend")));
-            thread.start();
-            waiting.add(thread);
-        }
-        while (waiting.stream().anyMatch(t -> t.getState() != Thread.State.WAITING)) {
-            Thread.sleep(5);
-        }
-        assertEquals(503, assertThrows(WebProblem.class, () -> ask("resources/7/trend", null)).status());
-        assertTrue(answers("resources"));
-        view.chartGate.countDown();
-        for (Thread thread : waiting) {
-            thread.join();
-        }
-        assertTrue(answers("resources/7/trend"));
-    }
-
-    private boolean answers(String path) {
-        try {
-            return ask(path, null) != null;
-        } catch (WebProblem e) {
-            return false;
-        }
     }
 
     @Test

@@ -6,160 +6,140 @@ import static org.junit.jupiter.api.Assertions.assertNull;
 import java.util.ArrayList;
 import java.util.Collections;
 import java.util.List;
-import java.util.Optional;
-import java.util.OptionalDouble;
-import java.util.OptionalInt;
 import java.util.Random;
 import org.junit.jupiter.api.Test;
 
 class ResourceJudgeTest {
 
-    private double value = 50;
+    private final GivenResource given = GivenResource.swap(7);
     private boolean present = true;
-    private boolean readable = true;
+    private boolean hasValue = true;
     private boolean stale;
-    private long window = 1728;
-    private TrendReader.Headline headline;
 
-    private static ResourceFacts facts(int method, ResourceFacts.Kind kind) {
-        KnownResource swap = new KnownResource(
-                1, 7, "PercentSwapSpaceUsed", "_Total", "PercentSwapSpaceUsed", "-2");
-        return new ResourceFacts(swap, "Swap", method, -1, Optional.of(1000.0), false, kind);
+    private ResourceJudge.Case asGiven() {
+        RunResource made = given.made();
+        return new ResourceJudge.Case(ResourceFacts.of(made), present, hasValue, stale, made.forecast(), 200);
     }
 
-    private static ResourceFacts upper() {
-        return facts(1, ResourceFacts.Kind.COUNTED);
+    private ResourceState state() {
+        return ResourceJudge.state(asGiven());
     }
 
-    private static TrendReader.Headline headline(double hours, double level) {
-        return new TrendReader.Headline(1, "mean",
-                hours < 0 ? OptionalDouble.empty() : OptionalDouble.of(hours),
-                level < 0 ? OptionalDouble.empty() : OptionalDouble.of(level), OptionalInt.of(100), "");
-    }
-
-    private ResourceJudge.Case given(ResourceFacts facts) {
-        return new ResourceJudge.Case(facts, value, present, readable, stale, window, headline);
-    }
-
-    private ResourceState state(ResourceFacts facts) {
-        return ResourceJudge.state(given(facts));
+    private String note() {
+        return ResourceJudge.note(asGiven());
     }
 
     @Test
-    void withoutAHeadlineItCollects() {
-        assertEquals(ResourceState.COLLECTING, state(upper()));
-        assertNull(ResourceJudge.note(given(upper())));
-        assertEquals(ResourceState.COLLECTING, state(null));
-        assertEquals("its record is not in the scratch pad", ResourceJudge.note(given(null)));
+    void withTooFewSamplesItCollects() {
+        given.samples = 199;
+        assertEquals(ResourceState.COLLECTING, state());
+        assertEquals("collecting", ResourceJudge.words(asGiven()));
+        assertNull(note());
+    }
+
+    @Test
+    void withEnoughSamplesAndNoForecastItDoesNotCollectButSaysWhy() {
+        given.samples = 716;
+        assertEquals(ResourceState.NO_EXHAUSTION, state());
+        assertEquals("no forecast", ResourceJudge.words(asGiven()));
+        assertEquals("no model could be fitted", note());
+        given.isRead = false;
+        assertEquals("unreadable", ResourceJudge.words(asGiven()));
     }
 
     @Test
     void aForecastNeedsTheValueAtItsLevel() {
-        headline = headline(12, 75);
-        assertEquals(ResourceState.PENDING, state(upper()));
-        value = 75;
-        assertEquals(ResourceState.FORECAST, state(upper()));
-        headline = headline(12, -1);
-        assertEquals(ResourceState.PENDING, state(upper()));
-        headline = headline(0, 50);
-        assertEquals(ResourceState.FORECAST, state(upper()));
-        headline = headline(-1, -1);
-        assertEquals(ResourceState.NO_EXHAUSTION, state(upper()));
+        given.forecast(12, 56.2f);
+        assertEquals(ResourceState.PENDING, state());
+        given.value = 56.2; // a little less than the shorter number, as which the agent compares it
+        assertEquals(ResourceState.FORECAST, state());
+        given.forecast(0.001, 50);
+        assertEquals(ResourceState.FORECAST, state());
+        given.forecast(0, 50);
+        assertEquals(ResourceState.NO_EXHAUSTION, state());
+        assertEquals("no exhaustion within the horizon", ResourceJudge.words(asGiven()));
+        assertNull(note());
+        given.forecast(-1, 50);
+        assertEquals(ResourceState.NO_EXHAUSTION, state());
     }
 
     @Test
-    void theLimitIsReachedByTheMethod() {
-        headline = headline(12, 75);
-        ResourceState[][] wanted = {
-            // value 99.95, 99.94, 0, 0.01, -1
-            {ResourceState.AT_LIMIT, ResourceState.FORECAST, ResourceState.PENDING, ResourceState.PENDING,
-                ResourceState.PENDING},
-            {ResourceState.FORECAST, ResourceState.FORECAST, ResourceState.AT_LIMIT, ResourceState.PENDING,
-                ResourceState.AT_LIMIT},
-            {ResourceState.AT_LIMIT, ResourceState.FORECAST, ResourceState.AT_LIMIT, ResourceState.PENDING,
-                ResourceState.AT_LIMIT}};
-        double[] values = {99.95, 99.94, 0, 0.01, -1};
-        for (int method = 1; method <= 3; method++) {
-            for (int i = 0; i < values.length; i++) {
-                value = values[i];
-                assertEquals(wanted[method - 1][i], state(facts(method, ResourceFacts.Kind.COUNTED)),
-                        method + " " + value);
-            }
-        }
-        value = 155;
-        assertEquals(ResourceState.AT_LIMIT, state(upper()));
+    void theLibrarySaysWhetherALimitIsReached() {
+        given.forecast(12, 75);
+        given.value = 100;
+        assertEquals(ResourceState.FORECAST, state());
+        given.value = 1;
+        given.reached = RunResource.Reached.UPPER;
+        assertEquals(ResourceState.AT_LIMIT, state());
+        given.reached = RunResource.Reached.LOWER;
+        assertEquals(ResourceState.AT_LIMIT, state());
+    }
+
+    @Test
+    void whatWasNotReadInThisCycleIsUnreadable() {
+        given.forecast(12, 75).isRead = false;
+        given.reached = RunResource.Reached.UPPER;
+        assertEquals(ResourceState.UNREADABLE, state());
+        assertEquals("it could not be read in the newest cycle; the value is the last that was read", note());
+        hasValue = false;
+        assertEquals("it could not be read in the newest cycle", note());
+        given.isRead = true;
+        given.value = Double.NaN;
+        assertEquals(ResourceState.UNREADABLE, state());
     }
 
     @Test
     void whatCannotRunOutHasNoLimit() {
-        for (int method : new int[] {0, 4, -1}) {
-            assertEquals(ResourceState.NO_LIMIT, state(facts(method, ResourceFacts.Kind.COUNTED)));
-            assertNull(ResourceJudge.limit(facts(method, ResourceFacts.Kind.COUNTED)));
-        }
-        value = 100;
-        for (ResourceFacts.Kind kind : new ResourceFacts.Kind[] {ResourceFacts.Kind.NOT_MEASURED,
-            ResourceFacts.Kind.COUNTS_NONE, ResourceFacts.Kind.UNLIMITED}) {
-            assertEquals(ResourceState.NO_LIMIT, state(facts(1, kind)));
-            assertNull(ResourceJudge.limit(facts(1, kind)));
-        }
+        given.reached = RunResource.Reached.UPPER;
+        given.measured = 9.3e18;
+        assertEquals(ResourceState.NO_LIMIT, state());
+        given.measured = 1000;
+        given.upper = RunResource.NONE;
+        given.method = 0;
+        assertEquals(ResourceState.NO_LIMIT, state());
+        assertEquals("sampled only, never forecast (AnalyticalMethod 0)", note());
+        given.object = "Answers";
+        assertEquals("not measured: the agent has no counter of this name", note());
     }
 
     @Test
     void theMachineWithoutSwapHasNone() {
         stale = true;
-        assertEquals(ResourceState.ABSENT, state(facts(1, ResourceFacts.Kind.NO_SWAP)));
-        assertEquals("this machine has no swap space",
-                ResourceJudge.note(given(facts(1, ResourceFacts.Kind.NO_SWAP))));
+        given.measured = 0;
+        given.isRead = false;
+        assertEquals(ResourceState.ABSENT, state());
+        assertEquals("this machine has no swap space", note());
     }
 
     @Test
     void theFirstRuleThatHoldsDecides() {
-        value = 100;
-        readable = false;
-        assertEquals(ResourceState.UNREADABLE, state(upper()));
+        given.isRead = false;
+        assertEquals(ResourceState.UNREADABLE, state());
         stale = true;
-        assertEquals(ResourceState.STALE, state(upper()));
-        assertEquals(ResourceState.NO_LIMIT, state(facts(0, ResourceFacts.Kind.COUNTED)));
+        assertEquals(ResourceState.STALE, state());
+        given.upper = RunResource.NONE;
+        assertEquals(ResourceState.NO_LIMIT, state());
         present = false;
-        assertEquals(ResourceState.ABSENT, state(facts(0, ResourceFacts.Kind.COUNTED)));
-        assertEquals(ResourceState.ABSENT, state(upper()));
+        assertEquals(ResourceState.ABSENT, state());
     }
 
     @Test
-    void aValueThatIsNoNumberIsUnreadable() {
-        value = Double.NaN;
-        assertEquals(ResourceState.UNREADABLE, state(upper()));
-    }
-
-    @Test
-    void theNotesExplain() {
-        window = 120;
-        assertEquals(
-                "window holds only 120 samples, a forecast needs 200", ResourceJudge.note(given(upper())));
-        window = 1;
-        assertEquals("window holds only 1 sample, a forecast needs 200", ResourceJudge.note(given(upper())));
-        assertEquals("sampled only, never forecast (AnalyticalMethod 0)",
-                ResourceJudge.note(given(facts(0, ResourceFacts.Kind.COUNTED))));
-        assertEquals("no limit to forecast against (AnalyticalMethod 9)",
-                ResourceJudge.note(given(facts(9, ResourceFacts.Kind.COUNTED))));
-        assertEquals("no limit on this machine; set UpperLimitAbs to forecast against one of your own",
-                ResourceJudge.note(given(facts(1, ResourceFacts.Kind.UNLIMITED))));
-        assertEquals("not measured: the agent has no counter of this name",
-                ResourceJudge.note(given(facts(1, ResourceFacts.Kind.NOT_MEASURED))));
-        assertEquals("counts no inodes of its own, always reads as full",
-                ResourceJudge.note(given(facts(1, ResourceFacts.Kind.COUNTS_NONE))));
-    }
-
-    @Test
-    void theLimitBeforeAForecastIsTheMethods() {
-        assertEquals(100.0, ResourceJudge.limit(upper()));
-        assertEquals(0.0, ResourceJudge.limit(facts(2, ResourceFacts.Kind.COUNTED)));
-        assertEquals(0.0, ResourceJudge.limit(facts(3, ResourceFacts.Kind.COUNTED)));
+    void aWindowThatIsTooShortIsTold() {
+        given.slots = 120;
+        given.samples = 120;
+        assertEquals(ResourceState.COLLECTING, state());
+        assertEquals("window holds only 120 samples, a forecast needs 200", note());
+        given.slots = 1;
+        assertEquals("window holds only 1 sample, a forecast needs 200", note());
+        given.slots = 0;
+        assertEquals("there is no memory for its samples, so it is not forecast", note());
     }
 
     private static Snapshot.Resource row(int id, ResourceState state, Double seconds, Double value) {
-        return new Snapshot.Resource(id, "r", "", null, null, value, null, state, state.words(), null, 0,
-                null, seconds, null, null, null, null, null, new Snapshot.Recent(0, 0, List.of()));
+        return new Snapshot.Resource(new Snapshot.Identity(id, "r", "", null, null),
+                new Snapshot.Reading(value, null, null, 0, new Snapshot.Recent(0, 0, List.of())),
+                new Snapshot.Standing(state, state.words(), null),
+                new Snapshot.Forecast(null, seconds, null, null, null, null));
     }
 
     @Test

@@ -11,12 +11,16 @@ class SampleHistoryTest {
 
     private final SampleHistory history = new SampleHistory(2048);
 
+    private TrendView.Curve all() {
+        return history.between(0, Double.MAX_VALUE);
+    }
+
     @Test
     void theNewestSamplesAreKept() {
         for (int i = 0; i < 5000; i++) {
             history.add(i, i / 2.0);
         }
-        TrendView.Curve curve = history.since(0);
+        TrendView.Curve curve = all();
         assertEquals(2048, curve.times().length);
         for (int i = 0; i < 2048; i++) {
             assertEquals(5000 - 2048 + i, curve.times()[i]);
@@ -30,33 +34,27 @@ class SampleHistoryTest {
         for (int i = 0; i < 50; i++) {
             small.add(i, i);
             int kept = Math.min(3, i + 1);
-            assertEquals(kept, small.since(0).times().length);
-            assertEquals(i, small.since(0).times()[kept - 1]);
+            assertEquals(kept, small.between(0, 100).times().length);
+            assertEquals(i, small.between(0, 100).times()[kept - 1]);
         }
-        assertArrayEquals(new double[] {47, 48, 49}, small.since(0).values());
+        assertArrayEquals(new double[] {47, 48, 49}, small.between(0, 100).values());
     }
 
     @Test
-    void onlyTheSamplesOfThisRunAreUsable() {
-        history.add(1, 5);
-        assertEquals(0, history.usable(1000));
-        history.addInRun(2, 5);
-        history.addInRun(3, SampleHistory.NO_SAMPLE);
-        history.addInRun(4, -0.99);
-        assertEquals(2, history.usable(1000));
-        assertEquals(1, history.usable(1));
-        history.restart();
-        assertEquals(0, history.usable(1000));
-        assertArrayEquals(new double[] {1, 2, 4}, history.since(0).times());
+    void whatStandsForNoSampleIsLeftOut() {
+        history.add(1, SampleHistory.NO_SAMPLE);
+        history.add(2, -0.99);
+        assertArrayEquals(new double[] {2}, all().times());
     }
 
     @Test
-    void aCurveBeginsWhereItIsAskedFor() {
+    void aCurveBeginsAndEndsWhereItIsAskedFor() {
         for (int i = 0; i < 10; i++) {
             history.add(100 + i, i);
         }
-        assertArrayEquals(new double[] {108, 109}, history.since(108).times());
-        assertEquals(0, history.since(200).times().length);
+        assertArrayEquals(new double[] {108, 109}, history.between(108, 200).times());
+        assertArrayEquals(new double[] {106, 107}, history.between(106, 108).times());
+        assertEquals(0, history.between(200, 300).length());
     }
 
     @Test
@@ -97,7 +95,7 @@ class SampleHistoryTest {
     void whatIsNoNumberIsLeftOut() {
         history.add(1, Double.NaN);
         history.add(2, Double.POSITIVE_INFINITY);
-        assertEquals(0, history.since(0).times().length);
+        assertEquals(0, all().times().length);
         history.add(3, Double.MAX_VALUE);
         history.add(3, Double.MAX_VALUE);
         assertNull(history.recent(3, 10).values().get(0));

@@ -18,9 +18,11 @@ class StatusTableTest {
     private static final Terminal COLOURED = new Terminal(true, Map.of("TERM", "xterm", "COLUMNS", "200"));
 
     private static Snapshot.Resource resource(ResourceState state, String instance, Double seconds, Long at) {
-        return new Snapshot.Resource(1, "PercentFreeSpaceUsed", instance, null, null, 12.345, null, state,
-                state.words(), null, 137, null, seconds, at, seconds == null ? null : "Linear",
-                seconds == null ? null : 56.2, 100.0, 1000L, new Snapshot.Recent(0, 1, new ArrayList<>()));
+        return new Snapshot.Resource(new Snapshot.Identity(1, "PercentFreeSpaceUsed", instance, null, null),
+                new Snapshot.Reading(12.345, null, 100.0, 137, new Snapshot.Recent(0, 1, new ArrayList<>())),
+                new Snapshot.Standing(state, state.words(), null),
+                new Snapshot.Forecast(null, seconds, at, seconds == null ? null : "Linear",
+                        seconds == null ? null : 56.2, 1000L));
     }
 
     private static List<String> lines(Terminal terminal, Snapshot.Resource... resources) {

@@ -1,0 +1,79 @@
+package com.quorin.sysmgt.tavl.LumetraAgent;
+
+import java.time.Duration;
+import java.util.Optional;
+import java.util.function.IntSupplier;
+
+/**
+ * The door to what the native library knows of the agent that runs in this process. The library looks for this
+ * class when it is loaded and gives it its native methods; a program without the class has the other methods
+ * all the same.
+ */
+public final class HostFeed {
+
+    /** The layout of the bytes that {@link FeedReader} reads. A library of another layout keeps its door shut. */
+    static final int VERSION = 1;
+
+    private HostFeed() {}
+
+    /** The version of the library's side. Without a door there, an UnsatisfiedLinkError. */
+    static native int libraryVersion();
+
+    /**
+     * Waits for a publication whose number is above {@code after}, at most so long. Nothing is published before
+     * the first call. Any thread.
+     *
+     * @return the newest publication; null when none came in time
+     */
+    static native byte[] await(long after, long milliseconds);
+
+    /**
+     * The samples and the forecast of one resource, at once. Any thread.
+     *
+     * @return null when there is no such resource, or no run
+     */
+    static native byte[] curves(int rid);
+
+    /** What the library can count. Any thread. */
+    static native byte[] counters();
+
+    /**
+     * Why the library cannot be asked.
+     *
+     * @return one sentence that names both versions; empty when it can
+     */
+    static Optional<String> problem() {
+        return problem(HostFeed::libraryVersion);
+    }
+
+    static Optional<String> problem(IntSupplier libraryVersion) {
+        String found;
+        try {
+            int version = libraryVersion.getAsInt();
+            if (version == VERSION) {
+                return Optional.empty();
+            }
+            found = "has version " + version + " of its interface for the host";
+        } catch (UnsatisfiedLinkError e) {
+            found = "has no interface for the host";
+        }
+        return Optional.of(
+                "the native library " + found + ", and this program is made for version " + VERSION);
+    }
+
+    /** What the library of this process publishes. Use it only when there is no {@link #problem}. */
+    static Feed ofLibrary() {
+        return new Feed() {
+            @Override
+            public Optional<Publication> await(long after, Duration patience) {
+                return Optional.ofNullable(HostFeed.await(after, patience.toMillis()))
+                        .map(FeedReader::publication);
+            }
+
+            @Override
+            public Optional<Curves> curves(int id) {
+                return Optional.ofNullable(HostFeed.curves(id)).map(FeedReader::curves);
+            }
+        };
+    }
+}

@@ -1,0 +1,92 @@
+package com.quorin.sysmgt.tavl.LumetraAgent;
+
+import java.util.ArrayList;
+import java.util.List;
+
+/** A resource as a test wants it: swap space half in use, unless it says otherwise. */
+final class GivenResource {
+
+    /** The time of the cycle that a state is of, unless a test says otherwise. */
+    static final long START = 1_700_000_000L;
+
+    int id;
+    String object = Counters.SWAP;
+    String instance = "_Total";
+    String counter = Counters.SWAP;
+    String name = "Swap";
+    int mountPoint = -1;
+    double value = 50;
+    boolean isRead = true;
+    double measured = 2097148;
+    boolean isMeasured = true;
+    double configured;
+    int method = 1;
+    double lower = RunResource.NONE;
+    double upper = 100;
+    RunResource.Reached reached = RunResource.Reached.NONE;
+    int slots = 1728;
+    int samples = 1;
+    RunResource.Forecast forecast;
+    double level;
+
+    private GivenResource(int id) {
+        this.id = id;
+    }
+
+    static GivenResource swap(int id) {
+        return new GivenResource(id);
+    }
+
+    /** Space of a file system of two mebibytes. */
+    static GivenResource disk(int id, String device, String mountPoint) {
+        GivenResource disk = new GivenResource(id);
+        disk.object = Counters.DISK;
+        disk.instance = device + " " + mountPoint;
+        disk.counter = Counters.SPACE;
+        disk.name = "Space";
+        disk.mountPoint = device.length() + 1;
+        disk.measured = 2048;
+        return disk;
+    }
+
+    static GivenResource single(int id, String object) {
+        GivenResource single = new GivenResource(id);
+        single.object = object;
+        single.counter = object;
+        single.name = object;
+        return single;
+    }
+
+    /** With a forecast of the present cycle; no exhaustion for hours below 0. */
+    GivenResource forecast(double hours, double notificationLevel) {
+        samples = Math.max(samples, 200);
+        forecast = new RunResource.Forecast(START, "hinge regression", hours);
+        level = notificationLevel;
+        return this;
+    }
+
+    RunResource made() {
+        return new RunResource(
+                new RunResource.Identity(id, object, instance, counter, name, mountPoint),
+                new RunResource.Reading(value, isRead, measured, isMeasured, configured),
+                new RunResource.Analysis(
+                        method, new RunResource.Limits(lower, upper, reached), 4.8, slots, samples),
+                forecast, new RunResource.Notification(forecast != null && forecast.hasExhaustion(), level, 5));
+    }
+
+    /** The state after a cycle of two seconds of an agent that samples every ten. */
+    static RunState state(long time, GivenResource... resources) {
+        return state(time, false, resources);
+    }
+
+    static RunState state(long time, boolean awaitsDisks, GivenResource... resources) {
+        List<RunResource> made = new ArrayList<>();
+        for (GivenResource resource : resources) {
+            made.add(resource.made());
+        }
+        return new RunState(new RunState.Cycle(time, 1.0, 0.75, 0.25, 6.5),
+                new RunState.Archive("/nowhere/archive", 4096),
+                new RunState.Settings("/nowhere/", 10_000, 0, 48, 200), awaitsDisks,
+                List.of(new RunState.LeftOut("bad \u001bline", "it cannot be read")), made);
+    }
+}
