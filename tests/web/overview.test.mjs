@@ -188,6 +188,18 @@ describe("the headline", () => {
     assert.equal(await headlineOf(world), "Nothing runs out within the next 24 hours.");
   });
 
+  test("says nothing of the future without a forecast", async () => {
+    const world = new World();
+    world.add({ mountpoint: "/", isForecast: false, stateText: "no forecast", note: "no model could be fitted" });
+    await withWorld(world, {}, async (page) => {
+      assert.equal(await headline(page), "Nothing here has a forecast.");
+      const row = page.locator(ROW).first();
+      assert.equal(await row.locator(".state-words").textContent(), "no forecast");
+      assert.equal(await row.locator(".note").textContent(), "no model could be fitted");
+      assert.equal(await row.locator(".out").textContent(), "–");
+    });
+  });
+
   test("says how far the collecting is", async () => {
     assert.equal(await headlineOf(freshServer()),
       "Collecting: 137 of 200 samples; the first forecast comes in about 5 min.");
@@ -208,7 +220,7 @@ describe("the headline", () => {
     const world = new World();
     world.add({ resource: "PercentFreeInodesUsed", mountpoint: "/mail", state: "pending", seconds: 95, level: 80 });
     await withWorld(world, {}, async (page) => {
-      assert.match(await headline(page), /^\/mail \(inodes\) runs out in about (1|2) min/);
+      assert.match(await headline(page), /^\/mail \(inodes\) runs out in about \d+ s \(/);
       assert.equal(await page.textContent("#subline"), "Events go out once it reaches 80 %.");
     });
   });
@@ -242,6 +254,20 @@ describe("the headline", () => {
       assert.equal(await page.textContent("#banner"), "The disks cannot be listed yet.");
       world.agent.notice = null;
       await page.waitForSelector("#banner", { state: "hidden", timeout: 20000 });
+    });
+  });
+
+  test("shows what the agent leaves out and why, for as long as it does", async () => {
+    const world = busyServer();
+    world.leftOut = [{ what: "/dev/x\u202e 1 2", why: "its line cannot be read" }, { what: "Space", why: "no memory" }];
+    await withWorld(world, {}, async (page) => {
+      await page.click("#left-out-summary");
+      assert.equal(await page.textContent("#left-out-summary"), "The agent leaves out 2 things");
+      assert.deepEqual(await page.locator("#left-out-list li").allTextContents(),
+        ["/dev/x\\u202e 1 2: its line cannot be read", "Space: no memory"]);
+      world.leftOut = [];
+      await look(page);
+      await page.waitForSelector("#left-out", { state: "hidden" });
     });
   });
 

@@ -31,6 +31,7 @@ export class World {
       maxForecastHours: 24, notice: null,
     };
     this.resources = [];
+    this.leftOut = [];
     this.events = [];
     this.culprits = new Map();
     this.trends = new Map();
@@ -43,14 +44,15 @@ export class World {
     const value = given.value === undefined ? 40 : given.value;
     const runsOut = state === "forecast" || state === "pending";
     const seconds = runsOut ? given.seconds ?? 5 * HOUR + 1200 : null;
-    const forecastAt = state === "collecting" || state === "absent" || state === "no-limit" ? null : this.now - 4;
+    const isForecast = given.isForecast ?? !["collecting", "absent", "no-limit"].includes(state);
+    const forecastAt = isForecast ? this.now - 4 : null;
     const mountpoint = given.mountpoint ?? null;
     const device = mountpoint === null ? null : given.device ?? "/dev/sda1";
     this.resources.push({
       id, resource: given.resource ?? "PercentFreeSpaceUsed",
       instance: given.instance ?? (mountpoint === null ? "" : `${device} ${mountpoint}`),
       device, mountpoint, value, capacity: given.capacity === undefined ? "95.7 GiB" : given.capacity,
-      state, stateText: STATE_WORDS[state], note: given.note ?? null,
+      state, stateText: given.stateText ?? STATE_WORDS[state], note: given.note ?? null,
       samples: given.samples ?? (state === "collecting" ? 137 : 600),
       firstForecastAt: state === "collecting" ? given.firstForecastAt ?? this.now + 300 : null,
       secondsToExhaustion: seconds, exhaustionAt: seconds === null ? null : forecastAt + seconds,
@@ -103,7 +105,7 @@ export class World {
   /** The answer to a path below /api/v1/, undefined for none. */
   answer(name) {
     if (name === "resources") {
-      return { agent: this.agent, resources: this.resources };
+      return { agent: this.agent, resources: this.resources, leftOut: this.leftOut };
     }
     if (name === "events") {
       return { events: this.events };

@@ -1,7 +1,7 @@
 // The page: asks the agent again and again, and shows the view that the address names.
 
 import { Detail } from "./detail.js";
-import { byId, setAttribute, setText, setTitle, show } from "./dom.js";
+import { byId, element, setAttribute, setText, setTitle, show } from "./dom.js";
 import { announceNew, renderEvents } from "./events.js";
 import { Feed, Refusal } from "./feed.js";
 import { focusRow, renderOverview } from "./overview.js";
@@ -138,12 +138,22 @@ function renderPulse(data, silent) {
   setText(byId("pulse"), newest === null ? state : `${state} · ${words.moment(newest, now())}`);
   setTitle(byId("pulse"), newest === null ? "" : `newest cycle: ${words.exactMoment(newest)}`);
   setText(byId("about"), [`Lumetra Agent ${words.printable(agent.version)}`, words.printable(agent.home),
-    agent.periodSeconds > 0 ? `a sample every ${everySeconds(agent.periodSeconds)}` : "",
+    agent.periodSeconds > 0 ? `a sample every ${words.duration(agent.periodSeconds)}` : "",
     words.count(agent.cycles, "cycle"), `started ${words.moment(agent.startedAt, now())}`].filter(Boolean).join(" · "));
+  renderLeftOut(data.leftOut ?? []);
 }
 
-function everySeconds(seconds) {
-  return seconds < 120 ? `${+seconds.toFixed(1)} s` : words.duration(seconds);
+function renderLeftOut(leftOut) {
+  show(byId("left-out"), leftOut.length > 0);
+  setText(byId("left-out-summary"), words.leftOutSummary(leftOut));
+  const list = byId("left-out-list");
+  while (list.children.length > leftOut.length) {
+    list.lastElementChild.remove();
+  }
+  leftOut.forEach(({ what, why }, i) => {
+    setText(list.children[i] ?? list.appendChild(element("li", { dir: "auto" })),
+      `${words.printable(what)}: ${words.printable(why)}`);
+  });
 }
 
 function renderView() {

@@ -30,6 +30,11 @@ export function isUrgent(resource) {
   return Boolean(STATES[resource.state]?.urgent);
 }
 
+/** Whether there is a forecast that sees no exhaustion; without one the state says nothing of what is ahead. */
+function isDecided(resource) {
+  return resource.state === "no-exhaustion" && resource.forecastAt !== null;
+}
+
 /** Whether there is a forecast exhaustion to speak of. */
 export function runsOut(resource) {
   return resource.exhaustionAt !== null && (resource.state === "forecast" || resource.state === "pending");
@@ -91,20 +96,20 @@ export function count(number, one, many = `${one}s`) {
   return `${number} ${number === 1 ? one : many}`;
 }
 
-/** A duration rounded to what matters at its size: "less than a minute", "33 min", "5 h 20 min", "3 days 4 h". */
+/** A duration rounded to what matters at its size, as the status has it: "45 s", "33 min", "2 h 15 min", "3 days 4 h". */
 export function duration(seconds) {
-  const minutes = Math.round(seconds / 60);
-  if (seconds < 60) {
-    return "less than a minute";
+  const whole = Math.max(0, Math.floor(seconds));
+  if (whole < 120) {
+    return `${whole} s`;
   }
+  const minutes = Math.round(whole / 60);
   if (minutes < 120) {
     return `${minutes} min`;
   }
   if (minutes < 48 * 60) {
-    const rounded = Math.round(minutes / 5) * 5;
-    return withRest(`${Math.floor(rounded / 60)} h`, rounded % 60, "min");
+    return withRest(`${Math.floor(minutes / 60)} h`, minutes % 60, "min");
   }
-  const hours = Math.round(seconds / 3600);
+  const hours = Math.round(minutes / 60);
   return withRest(`${Math.floor(hours / 24)} days`, hours % 24, "h");
 }
 
@@ -112,12 +117,9 @@ function withRest(main, rest, unit) {
   return rest === 0 ? main : `${main} ${rest} ${unit}`;
 }
 
-/** "in about 5 h 20 min", "in less than a minute". */
+/** "in about 5 h 20 min". */
 export function ahead(seconds) {
-  if (seconds <= 0) {
-    return "any moment now";
-  }
-  return seconds < 60 ? "in less than a minute" : `in about ${duration(seconds)}`;
+  return seconds <= 0 ? "any moment now" : `in about ${duration(seconds)}`;
 }
 
 /** "just now", "12 min ago". */
@@ -197,7 +199,7 @@ export function exhaustion(resource, agent, now) {
     return { words: `${resource.samples} of ${agent.samplesForForecast} samples`,
       moment: first === null ? "" : `forecast ${ahead(first - now)}`, exact: first === null ? "" : exactMoment(first) };
   }
-  if (resource.state === "no-exhaustion") {
+  if (isDecided(resource)) {
     return { words: `not within ${horizon(agent)}`, moment: "", exact: "" };
   }
   return { words: "–", moment: "", exact: "" };
@@ -269,7 +271,7 @@ function enumerate(resources) {
 
 function quietHeadline(resources, agent, now) {
   const collectors = resources.filter((r) => r.state === "collecting");
-  const decided = resources.some((r) => r.state === "no-exhaustion");
+  const decided = resources.some(isDecided);
   const unreadable = resources.filter((r) => r.state === "unreadable").length;
   const notes = unreadable > 0 ? [`${count(unreadable, "resource")} could not be read.`] : [];
   if (collectors.length > 0 && !decided) {
@@ -383,4 +385,9 @@ export function chartSummary(trend, resource, now) {
     parts.push(`Events go out from ${perCent(trend.notificationLevel)}.`);
   }
   return parts.join(" ");
+}
+
+/** What the agent leaves out, in a few words. */
+export function leftOutSummary(leftOut) {
+  return `The agent leaves out ${count(leftOut.length, "thing")}`;
 }
