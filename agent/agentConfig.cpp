@@ -6,31 +6,28 @@
 #include "agent/errorExit.h"
 #include "support/textScanner.h"
 
-#include <optional>
-
 namespace obrin {
 namespace {
 
-/// Reads items one after the other, with a trace line on each side, until one is missing.
+/// Hands the items out one after the other, with a trace line on each side, until one is missing.
 class ItemReader {
-    template <class Read>
-    auto traced(Read read) {
+    const ConfigurationItem& traced() {
         DEBUGMSG("\nObrinagent before fscanf() Argument=0x%08x\n", item_);
-        auto result = read();
-        DEBUGMSG("\nObrinagent after  fscanf() Argument=0x%08x\n", item_++);
-        return result;
+        DEBUGMSG("\nObrinagent after  fscanf() Argument=0x%08x\n", item_);
+        return read_.items[item_++ - 1];
     }
 
 public:
-    ItemReader(std::string_view text, const std::string& path) : scanner_(text), path_(path) {}
+    ItemReader(std::string_view text, const std::string& path)
+        : read_(readConfigurationText(text)), path_(path) {}
 
     /// False at the end of the text; the failure is then reported with `failure`, or only logged when that is
     /// null.
     bool text(std::string* item, const char* failure) {
-        const auto word = traced([this] { return scanner_.word(); });
-        if (!word)
+        const ConfigurationItem& found = traced();
+        if (found.missing)
             return ended(failure);
-        item->assign(*word);
+        item->assign(found.text);
         return true;
     }
 
@@ -47,10 +44,10 @@ public:
 
 private:
     bool read(std::int32_t* item) {
-        const auto number = traced([this] { return scanner_.integer32(); });
-        if (number)
-            *item = *number;
-        return number || !scanner_.atEnd();
+        const ConfigurationItem& found = traced();
+        if (found.number)
+            *item = clampToInt32(*found.number);
+        return !found.missing;
     }
 
     bool ended(const char* failure) {
@@ -60,7 +57,7 @@ private:
         return false;
     }
 
-    TextScanner scanner_;
+    const ConfigurationText read_;
     const std::string& path_;
     unsigned item_ = 1;
 };
@@ -83,6 +80,24 @@ bool readArchiveName(ItemReader& items, Clasp* clasp) {
 }
 
 } // namespace
+
+ConfigurationText readConfigurationText(std::string_view text) {
+    ConfigurationText read;
+    TextScanner scanner(text);
+    for (std::size_t i = 0; i < read.items.size(); ++i) {
+        ConfigurationItem& item = read.items[i];
+        scanner.skipWhiteSpace();
+        item.at = scanner.position();
+        item.missing = scanner.atEnd();
+        if (i < ConfigurationText::names)
+            scanner.word();
+        else
+            item.number = scanner.integer();
+        item.text = text.substr(item.at, scanner.position() - item.at);
+    }
+    read.end = scanner.position();
+    return read;
+}
 
 bool readConfiguration(std::string_view text, const std::string& path, Clasp* clasp, int* maxfilesizeinMB) {
     clasp->IniFile = path;

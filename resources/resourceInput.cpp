@@ -1,8 +1,9 @@
 #include "resources/resourceInput.h"
 
 #include "agent/debugLog.h"
+#include "resources/declarationReading.h"
 
-#include <string>
+#include <string_view>
 
 namespace obrin {
 
@@ -15,7 +16,7 @@ const InputFailureTexts type1FailureTexts = {
     "\n\nError parsing for 'WindowSize' in resource text %s.",
     "\n\nError parsing for 'NameIs' in resource text %s.",
     "\n\nError parsing for NameIs argument in resource text %s.",
-    nullptr,
+    nullptr, // such an input may end with the file
 };
 
 const InputFailureTexts type2FailureTexts = {
@@ -31,81 +32,61 @@ const InputFailureTexts type2FailureTexts = {
 
 namespace {
 
-/// Reads the parts in their order; after the first failure, which it logs, it reads nothing more.
-class PartReader {
-public:
-    explicit PartReader(InputReading& input) : input_(input) {}
-
-    bool good() const { return good_; }
-
-    void keyword(int code, const char* failureText) {
-        if (good_ && ScanForKeyCode(code, input_.text, &input_.losses) != 1)
-            fail(failureText);
+const char* failureText(const InputPart& missing, const InputFailureTexts& texts) {
+    const bool keyword = !missing.hasKeyword();
+    switch (missing.code) {
+    case findInstanceKey:
+        return keyword ? texts.findInstance : texts.instanceArgument;
+    case findCounterKey:
+        return keyword ? texts.findCounter : texts.counterArgument;
+    case windowSizeKey:
+        return texts.windowSize;
+    case nameIsKey:
+        return keyword ? texts.nameIs : texts.nameIsArgument;
+    case analyticalMethodKey:
+        return "\n\nFailure parsing for 'AnalyticalMethod' in resource text %s.\n\n";
+    case upperLimitAbsKey:
+        return "\n\nFailure parsing for 'UpperLimitAbs' in resource text %s.\n\n";
+    case upperLimitCalcKey:
+        return "\n\nFailure parsing for 'UpperLimitCalc' in resource text %s.\n\n";
+    case lowerLimitAbsKey:
+        return "\n\nFailure parsing for 'LowerLimitAbs' in resource text %s.\n\n";
+    case lowerLimitCalcKey:
+        return "\n\nFailure parsing for 'LowerLimitCalc' in resource text %s.\n\n";
+    case culpritMarkerKey:
+        return keyword ? "\n\nError parsing for 'CulpritMarker' in resource text %s."
+                       : "\n\nError parsing for CulpritMarker argument in resource text %s.";
+    default:
+        return texts.endResourceInput;
     }
+}
 
-    template <std::size_t Size>
-    void argument(FixedText<Size>& field, const char* failureText) {
-        std::string text;
-        if (good_ && RetrieveArgument(&text, input_.text, &input_.losses) != 1)
-            fail(failureText);
-        if (good_)
-            field.assign(text);
-    }
-
-    void number(double& field) {
-        if (good_)
-            field = input_.text.real().value_or(0.0);
-    }
-
-    void number(std::int32_t& field) {
-        if (good_)
-            field = input_.text.integer32().value_or(0);
-    }
-
-private:
-    void fail(const char* failureText) {
-        good_ = false;
-        const std::string_view text(failureText);
-        const std::size_t name = text.find("%s");
-        // The texts are data here, not formats, so that the compiler checks the one format there is.
-        DEBUGMSG("%.*s%s%s", static_cast<int>(name), failureText, input_.clasp->ResourceText.c_str(),
-                 failureText + name + 2);
-    }
-
-    InputReading& input_;
-    bool good_ = true;
-};
+void tellFailure(const char* failure, const char* file) {
+    const std::size_t name = std::string_view(failure).find("%s");
+    // The texts are data here, not formats, so that the compiler checks the one format there is.
+    DEBUGMSG("%.*s%s%s", static_cast<int>(name), failure, file, failure + name + 2);
+}
 
 } // namespace
 
 bool readResourceInput(InputReading& input, Link& link, const InputFailureTexts& texts) {
     link.pClasp = input.clasp;
-    PartReader part(input);
-    part.keyword(findInstanceKey, texts.findInstance);
-    part.argument(link.Descriptor1, texts.instanceArgument);
-    part.keyword(findCounterKey, texts.findCounter);
-    part.argument(link.Descriptor2, texts.counterArgument);
-    part.keyword(windowSizeKey, texts.windowSize);
-    part.number(link.WindowSize);
-    part.keyword(nameIsKey, texts.nameIs);
-    part.argument(link.NameIs, texts.nameIsArgument);
-    part.keyword(analyticalMethodKey, "\n\nFailure parsing for 'AnalyticalMethod' in resource text %s.\n\n");
-    part.number(link.AnalyticalMethod);
-    part.keyword(upperLimitAbsKey, "\n\nFailure parsing for 'UpperLimitAbs' in resource text %s.\n\n");
-    part.number(link.UpperLimitAbs);
-    part.keyword(upperLimitCalcKey, "\n\nFailure parsing for 'UpperLimitCalc' in resource text %s.\n\n");
-    part.number(link.UpperLimitCalc);
-    part.keyword(lowerLimitAbsKey, "\n\nFailure parsing for 'LowerLimitAbs' in resource text %s.\n\n");
-    part.number(link.LowerLimitAbs);
-    part.keyword(lowerLimitCalcKey, "\n\nFailure parsing for 'LowerLimitCalc' in resource text %s.\n\n");
-    part.number(link.LowerLimitCalc);
-    part.keyword(culpritMarkerKey, "\n\nError parsing for 'CulpritMarker' in resource text %s.");
-    part.argument(link.CulpritMarker, "\n\nError parsing for CulpritMarker argument in resource text %s.");
-    if (part.good() && texts.endResourceInput == nullptr)
-        ScanForKeyCode(endInputKey, input.text, &input.losses);
-    else
-        part.keyword(endInputKey, texts.endResourceInput);
-    return part.good();
+    const InputText read = readInputText(link.Descriptor0.view(), input.text, input.losses);
+    if (!read.complete) {
+        tellFailure(failureText(read.parts().back(), texts), input.clasp->ResourceText.c_str());
+        return false;
+    }
+    link.Descriptor1.assign(read[findInstanceKey].kept());
+    link.Descriptor2.assign(read[findCounterKey].kept());
+    link.NameIs.assign(read[nameIsKey].kept());
+    link.CulpritMarker.assign(read[culpritMarkerKey].kept());
+    link.WindowSize = read[windowSizeKey].real.value_or(0.0);
+    link.AnalyticalMethod = clampToInt32(read[analyticalMethodKey].whole.value_or(0));
+    link.UpperLimitAbs = read[upperLimitAbsKey].real.value_or(0.0);
+    link.UpperLimitCalc = read[upperLimitCalcKey].real.value_or(0.0);
+    link.LowerLimitAbs = read[lowerLimitAbsKey].real.value_or(0.0);
+    link.LowerLimitCalc = read[lowerLimitCalcKey].real.value_or(0.0);
+    return true;
 }
 
 } // namespace obrin

@@ -1,9 +1,11 @@
 #include "resources/resourceText.h"
 
 #include "agent/debugLog.h"
+#include "resources/declarationReading.h"
 #include "support/wholeFile.h"
 
 #include <algorithm>
+#include <functional>
 #include <optional>
 #include <sys/stat.h>
 
@@ -15,35 +17,30 @@ namespace {
 /// end.
 bool readInput(InputReading& input, const std::string& object, const InstanceEnumeration& instances) {
     int result = 1;
-    if (object == "Process") {
+    switch (objectKind(object)) {
+    case ObjectKind::process:
         result = ProcessLinkLogicEngine(input, instances);
         if (result == -1)
             DEBUGMSG("\n\nSevere err processing this process link.\n\n");
         if (result == -2)
             DEBUGMSG("\n\nProblem processing process link (not severe).\n\n");
-    } else if (object == "LogicalDisk") {
+        break;
+    case ObjectKind::disk:
         result = DiskLinkLogicEngine(input, instances);
         if (result == -1)
             DEBUGMSG("\n\nSevere err processing this disk link.\n\n");
         if (result == -2)
             DEBUGMSG("\n\nProblem processing this disk link (not severe).\n\n");
-    } else if (object != "File") {
+        break;
+    case ObjectKind::file:
+        break;
+    case ObjectKind::ordinary:
         result = Type1ResourceLinkLogic(input, object);
         if (result == -1)
             DEBUGMSG("\n\nSevere err processing link with %s in res.txt %s.\n", object.c_str(),
                      input.clasp->ResourceText.c_str());
     }
     return result != -1;
-}
-
-const char* lossOf(const InputReading& input, bool sawFile, std::string_view unread) {
-    if (sawFile)
-        return "an input of object File has no place in it";
-    if (input.losses.input || (!input.losses.ended && holdsInput(unread)))
-        return "it holds an input that was not read";
-    if (input.losses.argument)
-        return "an argument in it was cut";
-    return nullptr;
 }
 
 /// Whether the text is not the whole file: it is longer than a text may be, or reading it failed on the way.
@@ -72,34 +69,24 @@ ParseResult parseResourceText(std::string_view text, Clasp* clasp, ScratchPad& s
     const char* file = clasp->ResourceText.c_str();
     TextScanner scanner(text);
     InputReading input{scanner, scratchPad, clasp};
-    bool sawFile = false;
     bool linkMissing = false;
-    if (ScanForKeyCode(beginDeclarationKey, scanner) != 1) { // what stands before it declares nothing
+    if (!readBeginning(scanner).isThere()) {
         DEBUGMSG("\n\nStr 'BeginResourceDeclaration' not found res.txt %s.\n\n", file);
         return {};
     }
-    while (ScanForKeyCode(findObjectKey, scanner, &input.losses) == 1) {
-        std::string token;
-        if (RetrieveArgument(&token, scanner, &input.losses) != 1) {
-            DEBUGMSG("\n\nArgument post 'FindObject' not found resource.txt %s.\n\n", file);
-            return {};
-        }
+    const auto take = [&](const InputPart& object) {
         input.linkMissing = false;
-        input.losses.ended = false; // an end before this input was none
-        sawFile = sawFile || token == "File";
-        if (!readInput(input, token, instances))
-            return {};
+        const bool taken = readInput(input, std::string(object.kept()), instances);
         linkMissing = linkMissing || input.linkMissing;
-        const std::string_view unread = scanner.rest();
-        // At the end of the text the object's name stays in the place of the token, as it always did.
-        if (const auto next = scanner.word())
-            token = *next;
-        CommentFunction(token, scanner);
-        if (token != BeginResourceInputText)
-            return {1,
-                    linkMissing ? "a resource of it could not be taken up" : lossOf(input, sawFile, unread)};
-    }
-    DEBUGMSG("\n\nThe string 'FindObject' not found in resource text %s.\n", file);
+        return taken;
+    };
+    const DeclarationEnd end = walkInputs(scanner, input.losses, std::cref(take));
+    if (end.kind == DeclarationEnd::Kind::complete)
+        return {1, linkMissing ? "a resource of it could not be taken up" : end.loss};
+    if (end.kind == DeclarationEnd::Kind::noObject && !end.object.hasKeyword())
+        DEBUGMSG("\n\nThe string 'FindObject' not found in resource text %s.\n", file);
+    if (end.kind == DeclarationEnd::Kind::noObject && end.object.hasKeyword())
+        DEBUGMSG("\n\nArgument post 'FindObject' not found resource.txt %s.\n\n", file);
     return {};
 }
 

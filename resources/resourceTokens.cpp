@@ -45,12 +45,38 @@ bool takeUpTo(char wanted, TextScanner& text, std::string_view* taken) {
     return true;
 }
 
+/// Where an input begins in a text, which the end of a declaration ends or does not.
+std::optional<std::size_t> inputIn(std::string_view unread, bool endEnds) {
+    TextScanner text(unread);
+    bool commentsClose = true;
+    while (const auto token = text.word()) {
+        const int code = ResourceDeclarationPiston(*token);
+        if (endEnds && code == endDeclarationKey)
+            return std::nullopt;
+        if (code == beginInputKey || code == findObjectKey)
+            return text.position() - token->size();
+        if (code != openingCommentKey || !commentsClose)
+            continue;
+        const std::size_t inside = text.position();
+        commentsClose = CommentFunction(*token, text) == 1;
+        if (!commentsClose)
+            text.moveTo(inside);
+    }
+    return std::nullopt;
+}
+
 } // namespace
 
 int ResourceDeclarationPiston(std::string_view token) {
     const auto* found = std::find_if(keywords.begin(), keywords.end(),
                                      [token](const auto& keyword) { return keyword.first == token; });
     return found == keywords.end() ? noKey : found->second;
+}
+
+std::string_view keywordOf(int code) {
+    const auto* found = std::find_if(keywords.begin(), keywords.end(),
+                                     [code](const auto& keyword) { return keyword.second == code; });
+    return found == keywords.end() ? std::string_view() : found->first;
 }
 
 int ScanForKeyCode(int code, TextScanner& text, ParseLosses* losses) {
@@ -76,35 +102,30 @@ int CommentFunction(std::string_view token, TextScanner& text) {
 }
 
 bool holdsInput(std::string_view unread) {
-    TextScanner text(unread);
-    bool commentsClose = true;
-    while (const auto token = text.word()) {
-        const int code = ResourceDeclarationPiston(*token);
-        if (code == endDeclarationKey)
-            return false;
-        if (code == beginInputKey || code == findObjectKey)
-            return true;
-        if (code != openingCommentKey || !commentsClose)
-            continue;
-        const std::size_t inside = text.position();
-        commentsClose = CommentFunction(*token, text) == 1;
-        if (!commentsClose)
-            text.moveTo(inside);
+    return inputIn(unread, true).has_value();
+}
+
+std::optional<std::size_t> firstInput(std::string_view text) {
+    return inputIn(text, false);
+}
+
+std::optional<Argument> takeArgument(TextScanner& text, ParseLosses* losses) {
+    Argument argument;
+    if (!takeUpTo('(', text, &argument.before) || !takeUpTo(')', text, &argument.whole))
+        return std::nullopt;
+    argument.kept = argument.whole.substr(0, std::min(argument.whole.find('\0'), longestArgument));
+    if (losses != nullptr) {
+        losses->argument = losses->argument || argument.kept.size() < argument.whole.size();
+        losses->input = losses->input || (!losses->ended && holdsInput(argument.before));
     }
-    return false;
+    return argument;
 }
 
 int RetrieveArgument(std::string* argument, TextScanner& text, ParseLosses* losses) {
-    std::string_view skipped;
-    std::string_view taken;
-    if (!takeUpTo('(', text, &skipped) || !takeUpTo(')', text, &taken))
+    const auto taken = takeArgument(text, losses);
+    if (!taken)
         return -1;
-    const std::string_view kept = taken.substr(0, std::min(taken.find('\0'), longestArgument));
-    if (losses != nullptr) {
-        losses->argument = losses->argument || kept.size() < taken.size();
-        losses->input = losses->input || (!losses->ended && holdsInput(skipped));
-    }
-    argument->assign(kept);
+    argument->assign(taken->kept);
     return 1;
 }
 

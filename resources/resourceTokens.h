@@ -3,6 +3,7 @@
 #include "support/textScanner.h"
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -65,6 +66,9 @@ struct ParseLosses {
 /// The key code of a word; 0 for any other word.
 int ResourceDeclarationPiston(std::string_view token);
 
+/// The word of a key code; empty for 0.
+std::string_view keywordOf(int code);
+
 /// Moves behind the next keyword of that code, skipping all other words and whole comments. 1; -1 at the end
 /// of the text or in a comment that is not closed. Notes in `losses`, when given, that an input's beginning
 /// was skipped before the end of the declaration.
@@ -78,10 +82,23 @@ int CommentFunction(std::string_view token, TextScanner& text);
 /// swallowed one: its words count.
 bool holdsInput(std::string_view unread);
 
-/// Puts what stands between the next "(" and the ")" after it into `argument`, at most longestArgument bytes,
-/// and moves behind the ")". 1; -1 when the text ends first, `argument` is then of no use. A byte of value
-/// 255 ends the text here. Notes in `losses`, when given, that bytes were dropped or that an input began
-/// before the "(".
+/// Where the first of an input's first two keywords stands in a text, the end of a declaration or not,
+/// outside of comments as above; nothing when there is none.
+std::optional<std::size_t> firstInput(std::string_view text);
+
+/// An argument as it stands in the text.
+struct Argument {
+    std::string_view before; ///< what stood between its keyword and the "("
+    std::string_view whole;  ///< what stands between the parentheses
+    std::string_view kept;   ///< as much of it as counts: up to a NUL, at most longestArgument bytes
+};
+
+/// The argument between the next "(" and the ")" after it; moves behind the ")". Nothing when the text ends
+/// first; a byte of value 255 ends the text here, and the text then stands at it. Notes in `losses`, when
+/// given, that bytes were dropped or that an input began before the "(".
+std::optional<Argument> takeArgument(TextScanner& text, ParseLosses* losses = nullptr);
+
+/// As takeArgument, what is kept put into `argument`. 1; -1 when there is none, `argument` is then as it was.
 int RetrieveArgument(std::string* argument, TextScanner& text, ParseLosses* losses = nullptr);
 
 } // namespace obrin

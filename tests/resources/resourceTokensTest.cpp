@@ -27,6 +27,10 @@ TEST(ResourceTokens, EveryKeywordHasItsCode) {
     int code = 0;
     for (const char* word : words)
         EXPECT_EQ(ResourceDeclarationPiston(word), ++code) << word;
+    EXPECT_EQ(code, culpritMarkerKey);
+    for (; code > 0; --code)
+        EXPECT_EQ(keywordOf(code), words[code - 1]);
+    EXPECT_EQ(keywordOf(noKey), "");
     for (const char* word : {"", "findobject", "FindObject(", "/**", "**/", "FindObjectX"})
         EXPECT_EQ(ResourceDeclarationPiston(word), 0) << word;
 }
