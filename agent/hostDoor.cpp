@@ -1,19 +1,22 @@
 // The native methods of the host that comes with the library, registered when the library is loaded by a
-// program that has the class for them. This room translates and lets agent/hostFeed work; no C++ exception
-// leaves it.
+// program that has the classes for them. This room translates and lets agent/hostFeed and agent/checkFeed
+// work; no C++ exception leaves it.
 
+#include "agent/checkFeed.h"
 #include "agent/hostFeed.h"
 #include "support/jniSupport.h"
 
 #include <algorithm>
 #include <exception>
-#include <iterator>
 #include <jni.h>
+#include <string>
+#include <string_view>
 
 namespace obrin {
 namespace {
 
 constexpr const char* hostClass = "com/quorin/sysmgt/tavl/LumetraAgent/HostFeed";
+constexpr const char* checkClass = "com/quorin/sysmgt/tavl/LumetraAgent/CheckFeed";
 
 /// A Java array of the bytes; null with an exception pending when Java has no memory for it.
 jbyteArray makeJavaBytes(JNIEnv* env, const std::string& bytes) {
@@ -24,20 +27,25 @@ jbyteArray makeJavaBytes(JNIEnv* env, const std::string& bytes) {
     return array;
 }
 
+void raise(JNIEnv* env, const char* className, const char* message) {
+    if (jclass type = env->FindClass(className))
+        env->ThrowNew(type, message);
+}
+
 /// What `make` makes. Refused memory is Java's OutOfMemoryError.
 template <class Make>
 jbyteArray answer(JNIEnv* env, Make make) {
     try {
         return make();
     } catch (const std::exception& failure) {
-        if (jclass type = env->FindClass("java/lang/OutOfMemoryError"))
-            env->ThrowNew(type, failure.what());
+        raise(env, "java/lang/OutOfMemoryError", failure.what());
     }
     return nullptr;
 }
 
+template <jint version>
 jint JNICALL libraryVersion(JNIEnv*, jclass) {
-    return hostFeedVersion;
+    return version;
 }
 
 jbyteArray JNICALL await(JNIEnv* env, jclass, jlong after, jlong milliseconds) {
@@ -57,29 +65,64 @@ jbyteArray JNICALL curves(JNIEnv* env, jclass, jint rid) {
     });
 }
 
+/// What `feed` makes of the bytes of a Java array.
+jbyteArray answerOn(JNIEnv* env, jbyteArray text, std::string (*feed)(std::string_view, std::size_t)) {
+    if (text == nullptr) {
+        raise(env, "java/lang/NullPointerException", "text");
+        return nullptr;
+    }
+    return answer(env, [&]() -> jbyteArray {
+        std::string bytes(static_cast<std::size_t>(env->GetArrayLength(text)), '\0');
+        env->GetByteArrayRegion(text, 0, static_cast<jsize>(bytes.size()),
+                                reinterpret_cast<jbyte*>(bytes.data()));
+        return makeJavaBytes(env, feed(bytes, wholeFileLimit));
+    });
+}
+
+jbyteArray JNICALL configuration(JNIEnv* env, jclass, jbyteArray text) {
+    return answerOn(env, text, &configurationFeed);
+}
+
+jbyteArray JNICALL declarations(JNIEnv* env, jclass, jbyteArray text) {
+    return answerOn(env, text, &declarationsFeed);
+}
+
 JNINativeMethod method(const char* name, const char* signature, void* function) {
     return {const_cast<char*>(name), const_cast<char*>(signature), function};
 }
 
-bool isOfThisVersion(JNIEnv* env, jclass type) {
-    jfieldID version = env->GetStaticFieldID(type, "VERSION", "I");
-    return version != nullptr && env->GetStaticIntField(type, version) == hostFeedVersion;
+bool isOfVersion(JNIEnv* env, jclass type, jint version) {
+    jfieldID field = env->GetStaticFieldID(type, "VERSION", "I");
+    return field != nullptr && env->GetStaticIntField(type, field) == version;
 }
 
-/// Without the class, or with one of another version, every other native method works as ever. The version is
-/// registered by itself, so that a host of another version can tell the two.
-void registerHost(JNIEnv* env) {
-    jclass type = env->FindClass(hostClass);
-    if (type == nullptr)
-        return;
+/// Registers the methods of a class. Without it, or with one of another version, every other native method
+/// works as ever. The version is registered by itself, so that a class of another version can tell the two.
+template <jint version, std::size_t count>
+void registerClass(JNIEnv* env, const char* name, const JNINativeMethod (&methods)[count]) {
+    jclass type = env->FindClass(name);
     const JNINativeMethod versionMethod =
-        method("libraryVersion", "()I", reinterpret_cast<void*>(&libraryVersion));
+        method("libraryVersion", "()I", reinterpret_cast<void*>(&libraryVersion<version>));
+    if (type != nullptr && env->RegisterNatives(type, &versionMethod, 1) == JNI_OK &&
+        isOfVersion(env, type, version))
+        env->RegisterNatives(type, methods, static_cast<jint>(count));
+    env->ExceptionClear();
+}
+
+void registerHost(JNIEnv* env) {
     const JNINativeMethod methods[] = {
         method("await", "(JJ)[B", reinterpret_cast<void*>(&await)),
         method("curves", "(I)[B", reinterpret_cast<void*>(&curves)),
     };
-    if (env->RegisterNatives(type, &versionMethod, 1) == JNI_OK && isOfThisVersion(env, type))
-        env->RegisterNatives(type, methods, static_cast<jint>(std::size(methods)));
+    registerClass<hostFeedVersion>(env, hostClass, methods);
+}
+
+void registerCheck(JNIEnv* env) {
+    const JNINativeMethod methods[] = {
+        method("configuration", "([B)[B", reinterpret_cast<void*>(&configuration)),
+        method("declarations", "([B)[B", reinterpret_cast<void*>(&declarations)),
+    };
+    registerClass<checkFeedVersion>(env, checkClass, methods);
 }
 
 } // namespace
@@ -90,8 +133,10 @@ extern "C" JNIEXPORT jint JNICALL JNI_OnLoad(JavaVM* machine, void*) {
     if (machine->GetEnv(&env, JNI_VERSION_1_8) != JNI_OK)
         return JNI_ERR;
     auto* java = static_cast<JNIEnv*>(env);
-    if (const obrin::LocalFrame frame(java); frame)
+    if (const obrin::LocalFrame frame(java); frame) {
         obrin::registerHost(java);
-    java->ExceptionClear();
+        obrin::registerCheck(java);
+    }
+    java->ExceptionClear(); // of a frame that there was no memory for
     return JNI_VERSION_1_8;
 }

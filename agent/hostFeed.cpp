@@ -6,62 +6,22 @@
 #include "prediction/exhaustion.h"
 #include "prediction/modelSelection.h"
 #include "prediction/predictor.h"
+#include "support/bytes.h"
 #include "support/clock.h"
 #include "support/immortal.h"
 #include "support/textScanner.h"
 
 #include <algorithm>
 #include <atomic>
-#include <bit>
 #include <cerrno>
 #include <new>
 #include <pthread.h>
 #include <string_view>
 #include <sys/stat.h>
-#include <utility>
 #include <vector>
-
-static_assert(std::endian::native == std::endian::little, "numbers are handed over as they lie in memory");
 
 namespace obrin {
 namespace {
-
-/// Puts bytes together in the order in which they are read.
-class Bytes {
-public:
-    explicit Bytes(std::size_t expected) { bytes_.reserve(expected); }
-
-    Bytes& number(std::int32_t value) { return raw(value); }
-    Bytes& longNumber(std::int64_t value) { return raw(value); }
-    Bytes& real(double value) { return raw(value); }
-    Bytes& flag(bool value) { return raw(static_cast<char>(value ? 1 : 0)); }
-    Bytes& text(std::string_view value) {
-        number(static_cast<std::int32_t>(value.size()));
-        bytes_.append(value);
-        return *this;
-    }
-
-    /// The length of a list, which is known once its elements are there.
-    std::size_t beginList() {
-        number(0);
-        return bytes_.size();
-    }
-    void endList(std::size_t begin, std::int32_t length) {
-        bytes_.replace(begin - sizeof length, sizeof length, reinterpret_cast<const char*>(&length),
-                       sizeof length);
-    }
-
-    std::string take() { return std::move(bytes_); }
-
-private:
-    template <class Value>
-    Bytes& raw(Value value) {
-        bytes_.append(reinterpret_cast<const char*>(&value), sizeof value);
-        return *this;
-    }
-
-    std::string bytes_;
-};
 
 // --- the state of a run
 

@@ -81,6 +81,16 @@ std::string toJavaEncoding(std::string_view bytes) {
     return out;
 }
 
+std::size_t firstForeignByte(std::string_view bytes) {
+    for (std::size_t at = 0; at < bytes.size();) {
+        const auto [character, length] = decodeUtf8(bytes.substr(at));
+        if (character == replacement && length == 1)
+            return at;
+        at += length;
+    }
+    return std::string_view::npos;
+}
+
 std::string fromJavaEncoding(std::string_view text) {
     std::string out;
     out.reserve(text.size());

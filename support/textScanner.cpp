@@ -14,6 +14,18 @@ bool isWhiteSpace(char byte) {
     return byte == ' ' || (byte >= '\t' && byte <= '\r');
 }
 
+std::string_view leadingWord(std::string_view text) {
+    return {text.begin(), std::find_if(text.begin(), text.end(), isWhiteSpace)};
+}
+
+std::string_view stripped(std::string_view text) {
+    while (!text.empty() && isWhiteSpace(text.front()))
+        text.remove_prefix(1);
+    while (!text.empty() && isWhiteSpace(text.back()))
+        text.remove_suffix(1);
+    return text;
+}
+
 std::int32_t clampToInt32(std::int64_t value) {
     return static_cast<std::int32_t>(std::clamp<std::int64_t>(value, std::numeric_limits<std::int32_t>::min(),
                                                               std::numeric_limits<std::int32_t>::max()));

@@ -50,6 +50,12 @@ private:
 /// White space as TextScanner sees it.
 bool isWhiteSpace(char byte);
 
+/// What stands in front of the first white space.
+std::string_view leadingWord(std::string_view text);
+
+/// The text without the white space at its ends.
+std::string_view stripped(std::string_view text);
+
 /// `value`, or the nearest end of the 32-bit range.
 std::int32_t clampToInt32(std::int64_t value);
 

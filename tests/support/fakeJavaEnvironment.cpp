@@ -364,6 +364,23 @@ struct FakeFunctions {
                              reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(length));
     }
 
+    static jsize getArrayLength(JNIEnv* env, jarray array) {
+        const Lock lock = entry(env, "GetArrayLength");
+        const auto target = stateOf(env).follow("GetArrayLength", array);
+        return target == nullptr ? 0 : static_cast<jsize>(target->text.size());
+    }
+    static void getByteArrayRegion(JNIEnv* env, jbyteArray array, jsize start, jsize length, jbyte* bytes) {
+        const Lock lock = entry(env, "GetByteArrayRegion");
+        State& state = stateOf(env);
+        const auto target = state.follow("GetByteArrayRegion", array);
+        if (target == nullptr || target->className != bytesClass || start < 0 || length < 0 ||
+            static_cast<std::size_t>(start) + static_cast<std::size_t>(length) > target->text.size()) {
+            state.misuse("GetByteArrayRegion: not within an array of bytes");
+            return;
+        }
+        std::memcpy(bytes, target->text.data() + start, static_cast<std::size_t>(length));
+    }
+
     // Texts.
 
     static jstring newStringUtf(JNIEnv* env, const char* characters) {
@@ -701,6 +718,8 @@ struct FakeFunctions {
         table.GetStaticIntField = &getStaticIntField;
         table.NewByteArray = &newByteArray;
         table.SetByteArrayRegion = &setByteArrayRegion;
+        table.GetArrayLength = &getArrayLength;
+        table.GetByteArrayRegion = &getByteArrayRegion;
         table.NewStringUTF = &newStringUtf;
         table.GetStringUTFLength = &getStringUtfLength;
         table.GetStringUTFChars = &getStringUtfChars;
@@ -770,6 +789,11 @@ jstring FakeJavaEnvironment::makeText(std::string_view javaEncoded) {
     const std::lock_guard lock(state_->mutex);
     return state_->refer<jstring>(
         std::make_shared<Object>(Object{textClass, std::string(javaEncoded), false}));
+}
+
+jbyteArray FakeJavaEnvironment::makeBytes(std::string_view bytes) {
+    const std::lock_guard lock(state_->mutex);
+    return state_->refer<jbyteArray>(std::make_shared<Object>(Object{bytesClass, std::string(bytes), false}));
 }
 
 void FakeJavaEnvironment::declareMethod(const std::string& className, const std::string& name,

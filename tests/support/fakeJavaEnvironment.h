@@ -67,6 +67,8 @@ public:
     /// An object of a class of that name; its methods are declared with declareMethod.
     jobject makeObject(const std::string& className);
     jstring makeText(std::string_view javaEncoded);
+    /// An array of bytes.
+    jbyteArray makeBytes(std::string_view bytes);
     void declareMethod(const std::string& className, const std::string& name, const std::string& signature,
                        bool isStatic);
 

@@ -1,9 +1,11 @@
 #include "support/textScanner.h"
 
 #include <cmath>
+#include <cstdio>
 #include <gtest/gtest.h>
 #include <limits>
 #include <locale.h>
+#include <string>
 
 namespace obrin {
 namespace {
@@ -60,6 +62,57 @@ TEST(TextScanner, RealReadsTheLongestPrefix) {
     EXPECT_TRUE(std::isinf(*scanner.real()));
     EXPECT_EQ(scanner.real(), std::nullopt);
     EXPECT_EQ(scanner.word(), "word");
+}
+
+TEST(TextScanner, RealNumbersAreSpelledAsTheCLibrarySpellsThem) {
+    struct Row {
+        const char* text;
+        const char* value;
+        const char* rest;
+    };
+    for (const auto& [text, value, rest] : {Row{" -1.", "-1", ""},
+                                            {"+.5h", "0.5", "h"},
+                                            {"2e", "2", "e"},
+                                            {"2e+", "2", "e+"},
+                                            {"2e+1", "20", ""},
+                                            {"1e999", "inf", ""},
+                                            {"-INFi", "-inf", "i"},
+                                            {"Infinity", "inf", ""},
+                                            {"-nan(0x_1)y", "-nan", "y"},
+                                            {"NaN(x", "nan", "(x"},
+                                            {"-0x8", "-8", ""},
+                                            {"0x1p3", "8", ""},
+                                            {"0X1f", "31", ""},
+                                            {"0x.8", "0.5", ""},
+                                            {"0x", "0", "x"},
+                                            {"1,5", "1", ",5"},
+                                            {"1d", "1", "d"}}) {
+        TextScanner scanner(text);
+        char found[32];
+        std::snprintf(found, sizeof found, "%g", scanner.real().value_or(-99.0));
+        EXPECT_STREQ(found, value) << text;
+        EXPECT_EQ(scanner.rest(), rest) << text;
+    }
+    for (const char* none : {".", "-", "+-1", "e5", "x", "/*", ""}) {
+        TextScanner scanner(none);
+        EXPECT_EQ(scanner.real(), std::nullopt) << none;
+        EXPECT_EQ(scanner.rest(), none);
+    }
+}
+
+TEST(TextScanner, ANumberEndsWhereItIsNoLongerCopied) {
+    const std::string text = std::string(512, '0') + "1";
+    TextScanner scanner(text);
+    EXPECT_EQ(scanner.real(), 0.0);
+    EXPECT_EQ(scanner.rest(), "1");
+}
+
+TEST(TextScanner, TheWordAtTheBeginningAndTheTextWithoutItsOuterBlanks) {
+    EXPECT_EQ(leadingWord("ab\tc"), "ab");
+    EXPECT_EQ(leadingWord("ab"), "ab");
+    EXPECT_EQ(leadingWord(" ab"), "");
+    EXPECT_EQ(stripped(" \n a b\x1c\t"), "a b\x1c");
+    EXPECT_EQ(stripped(" \r\n"), "");
 }
 
 TEST(TextScanner, SkippingEndsAtTheEndOfTheText) {

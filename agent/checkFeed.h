@@ -1,0 +1,42 @@
+#pragma once
+
+#include "support/wholeFile.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace obrin {
+
+// What the agent makes of a configuration and of declarations, told without a run: by the readers that a run
+// has, which log nothing, open nothing and know of no run here. Any thread, at any time.
+//
+// The bytes (support/bytes.h), a place as its line (i32, 0: nowhere) and column (i32, in characters):
+//
+//   configuration  i32 checkFeedVersion, list of findings, flag a run accepts it, list of the five names
+//   (text,
+//                  place), list of the numbers that are read, at most six (i32, place)
+//   declarations   i32 checkFeedVersion, list of findings, flag a run accepts them, flag nothing in them
+//   keeps a
+//                  run from replacing them, place of the first comment, i32 samples that a forecast needs,
+//                  list of inputs
+//   input          texts: object, instance, counter, display name, each with its place; f64 hours of the
+//   window,
+//                  i32 analytical method, f64 "UpperLimitAbs", each with its place
+//   finding        text kind, place, texts: what was found, the keyword, the part that was read; i32 item,
+//                  i64 number: resources/declarationFindings.h and agent/configFindings.h say what they are
+//
+// A text is cut behind longestTold bytes, a name behind longestName, which is more than any path has.
+
+/// Changes with the layout of the bytes and with the native methods.
+inline constexpr std::int32_t checkFeedVersion = 1;
+
+inline constexpr std::size_t longestTold = 1024;
+inline constexpr std::size_t longestName = 65536;
+
+/// What a run would make of a file of this content, of which it reads no more than `limit`.
+std::string configurationFeed(std::string_view text, std::size_t limit = wholeFileLimit);
+std::string declarationsFeed(std::string_view text, std::size_t limit = wholeFileLimit);
+
+} // namespace obrin

@@ -1,0 +1,245 @@
+// What a host is told of a configuration and of declarations: the bytes, and the native methods that hand
+// them over in a Java machine that is none.
+
+#include "agent/checkFeed.h"
+
+#include "agent/agentState.h"
+#include "prediction/modelSelection.h"
+#include "tests/support/fakeJavaEnvironment.h"
+#include "tests/support/feedReading.h"
+#include "tests/support/temporaryDirectory.h"
+
+#include <gmock/gmock.h>
+#include <jni.h>
+#include <thread>
+
+extern "C" jint JNI_OnLoad(JavaVM* machine, void* reserved);
+
+namespace obrin::test {
+namespace {
+
+using namespace std::string_literals;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+const std::string configurationText = "data/ archive pad log resources 60000 1 48h";
+const std::string declarationsText =
+    "BeginResourceDeclaration\n/* once */ FindObject (Object) FindInstance (inst)\nFindCounter (count) "
+    "WindowSize 1.5\nNameIs (Name) AnalyticalMethod 1 word\nUpperLimitAbs 0.25 UpperLimitCalc 0 "
+    "LowerLimitAbs 0 "
+    "LowerLimitCalc 0 CulpritMarker (none)\nEndResourceInput EndResourceDeclaration\n";
+
+/// Each as "LINE:COLUMN what".
+std::string placed(FeedReading& in, const std::string& what) {
+    const std::int32_t line = in.number();
+    return std::to_string(line) + ":" + std::to_string(in.number()) + " " + what;
+}
+
+std::vector<std::string> readFindings(FeedReading& in) {
+    std::vector<std::string> findings;
+    for (std::int32_t i = in.number(); i > 0; --i) {
+        std::string finding = placed(in, in.text());
+        for (int text = 0; text < 3; ++text)
+            finding += "|" + in.text();
+        finding += "|" + std::to_string(in.number());
+        findings.push_back(finding + "|" + std::to_string(in.longNumber()));
+    }
+    return findings;
+}
+
+struct FedConfiguration {
+    std::vector<std::string> findings;
+    bool accepted = false;
+    std::vector<std::string> items;
+};
+
+FedConfiguration readConfigurationFeed(std::string_view bytes) {
+    FeedReading in(bytes);
+    EXPECT_EQ(in.number(), checkFeedVersion);
+    FedConfiguration read{readFindings(in), in.flag(), {}};
+    for (std::int32_t i = in.number(); i > 0; --i)
+        read.items.push_back(placed(in, in.text()));
+    for (std::int32_t i = in.number(); i > 0; --i)
+        read.items.push_back(placed(in, std::to_string(in.number())));
+    EXPECT_TRUE(in.atEnd());
+    return read;
+}
+
+struct FedDeclarations {
+    std::vector<std::string> findings;
+    bool accepted = false;
+    bool rewritten = false;
+    std::string comment;
+    std::int32_t samples = 0;
+    std::vector<std::string> parts; ///< of all inputs
+};
+
+FedDeclarations readDeclarationsFeed(std::string_view bytes) {
+    FeedReading in(bytes);
+    EXPECT_EQ(in.number(), checkFeedVersion);
+    FedDeclarations read{readFindings(in), in.flag(), in.flag(), placed(in, ""), in.number(), {}};
+    for (std::int32_t i = in.number(); i > 0; --i) {
+        for (int text = 0; text < 4; ++text)
+            read.parts.push_back(placed(in, in.text()));
+        read.parts.push_back(placed(in, std::to_string(in.real())));
+        read.parts.push_back(placed(in, std::to_string(in.number())));
+        read.parts.push_back(placed(in, std::to_string(in.real())));
+    }
+    EXPECT_TRUE(in.atEnd());
+    return read;
+}
+
+TEST(CheckFeed, AConfigurationsFindingsAndItemsAreHandedOverInTheirOrder) {
+    const FedConfiguration read = readConfigurationFeed(configurationFeed(configurationText + "\n9 9 9"));
+    EXPECT_THAT(read.findings, ElementsAre("1:41 number-with-rest|48h|||8|48"));
+    EXPECT_TRUE(read.accepted);
+    EXPECT_THAT(read.items, ElementsAre("1:1 data/", "1:7 archive", "1:15 pad", "1:19 log", "1:23 resources",
+                                        "1:33 60000", "1:39 1", "1:41 48"));
+}
+
+TEST(CheckFeed, ARefusedConfigurationHasTheItemsUpToTheMissingOne) {
+    const FedConfiguration read = readConfigurationFeed(configurationFeed("data/ archive"));
+    EXPECT_THAT(read.findings, ElementsAre("1:13 item-missing||||3|0"));
+    EXPECT_FALSE(read.accepted);
+    EXPECT_THAT(read.items, ElementsAre("1:1 data/", "1:7 archive", "0:0 ", "0:0 ", "0:0 "));
+}
+
+TEST(CheckFeed, DeclarationsFindingsAndInputsAreHandedOverInTheirOrder) {
+    const FedDeclarations read = readDeclarationsFeed(declarationsFeed(declarationsText));
+    EXPECT_THAT(read.findings, ElementsAre("4:34 word-ignored|word|UpperLimitAbs||0|0"));
+    EXPECT_TRUE(read.accepted);
+    EXPECT_TRUE(read.rewritten);
+    EXPECT_EQ(read.comment, "2:1 ");
+    EXPECT_EQ(read.samples, samplesForForecast);
+    EXPECT_THAT(read.parts, ElementsAre("2:12 Object", "2:32 inst", "3:1 count", "4:1 Name", "3:32 1.500000",
+                                        "4:32 1", "5:15 0.250000"));
+}
+
+TEST(CheckFeed, RefusedDeclarationsHaveTheInputsThatAreWhole) {
+    const FedDeclarations read =
+        readDeclarationsFeed(declarationsFeed("BeginResourceDeclaration FindObject (x"));
+    EXPECT_THAT(read.findings, ElementsAre("1:26 argument-missing||FindObject||0|0"));
+    EXPECT_FALSE(read.accepted);
+    EXPECT_FALSE(read.rewritten);
+    EXPECT_THAT(read.parts, IsEmpty());
+}
+
+TEST(CheckFeed, LongTextsAreCutButNotSoThatTheyLookWhole) {
+    const std::string word(100000, 'w');
+    const FedConfiguration configuration =
+        readConfigurationFeed(configurationFeed("d/ " + word + " p l r 1 2 3 " + word));
+    EXPECT_EQ(configuration.items[1], "1:4 " + word.substr(0, longestName));
+    EXPECT_THAT(configuration.findings,
+                ElementsAre("1:100017 number-malformed|" + word.substr(0, longestTold) + "|||9|0"));
+}
+
+TEST(CheckFeed, NoMoreOfATextCountsThanARunReadsOfIt) {
+    const std::size_t limit = declarationsText.size();
+    EXPECT_TRUE(readDeclarationsFeed(declarationsFeed(declarationsText, limit)).rewritten);
+    const FedDeclarations longer = readDeclarationsFeed(declarationsFeed(declarationsText + "\xFF", limit));
+    EXPECT_FALSE(longer.rewritten);
+    EXPECT_TRUE(longer.accepted);
+    EXPECT_EQ(longer.findings.size(), 1U) << "the byte behind the limit is not read";
+    EXPECT_THAT(readConfigurationFeed(configurationFeed(configurationText, 13)).findings,
+                ElementsAre("1:13 item-missing||||3|0"));
+}
+
+TEST(CheckFeed, AnyThreadMayAskAtAnyTime) {
+    const CapturedLog log;
+    const std::string configuration = configurationFeed(configurationText);
+    const std::string declarations = declarationsFeed(declarationsText);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([&] {
+            for (int round = 0; round < 50; ++round) {
+                EXPECT_EQ(configurationFeed(configurationText), configuration);
+                EXPECT_EQ(declarationsFeed(declarationsText), declarations);
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(log.text(), "");
+    EXPECT_EQ(pResourceClasp, nullptr);
+}
+
+constexpr const char* checkClass = "com/quorin/sysmgt/tavl/LumetraAgent/CheckFeed";
+
+using Version = jint (*)(JNIEnv*, jclass);
+using Check = jbyteArray (*)(JNIEnv*, jclass, jbyteArray);
+
+class CheckDoor : public testing::Test {
+protected:
+    CheckDoor() {
+        // The other class of the host is not there.
+        java.setBehaviour("com/quorin/sysmgt/tavl/LumetraAgent/HostFeed", {JavaBehaviour::Mode::missing});
+    }
+
+    void declareCheck(jint version) {
+        java.declareMethod(checkClass, "libraryVersion", "()I", true);
+        java.declareMethod(checkClass, "configuration", "([B)[B", true);
+        java.declareMethod(checkClass, "declarations", "([B)[B", true);
+        java.setStaticNumber(checkClass, "VERSION", version);
+    }
+
+    template <class Function>
+    Function native(const char* name) const {
+        return reinterpret_cast<Function>(java.registered(checkClass, name));
+    }
+
+    /// Loading never fails, leaves no exception, no reference and no misuse behind.
+    void load() {
+        EXPECT_EQ(JNI_OnLoad(java.machine(), nullptr), JNI_VERSION_1_8);
+        EXPECT_EQ(java.pendingException(), std::nullopt);
+        EXPECT_EQ(java.localReferences(), 0U);
+        EXPECT_EQ(java.openFrames(), 0U);
+        EXPECT_THAT(java.misuses(), IsEmpty());
+    }
+
+    FakeJavaEnvironment java;
+};
+
+TEST_F(CheckDoor, WithoutTheClassNothingIsRegistered) {
+    java.setBehaviour(checkClass, {JavaBehaviour::Mode::missing});
+    load();
+    EXPECT_EQ(native<Version>("libraryVersion"), nullptr);
+}
+
+TEST_F(CheckDoor, AClassOfAnotherVersionIsToldTheLibrarysAndGetsNothingElse) {
+    declareCheck(checkFeedVersion + 1);
+    load();
+    ASSERT_NE(native<Version>("libraryVersion"), nullptr);
+    EXPECT_EQ(native<Version>("libraryVersion")(java.env(), nullptr), checkFeedVersion);
+    EXPECT_EQ(native<Check>("configuration"), nullptr);
+    EXPECT_EQ(native<Check>("declarations"), nullptr);
+}
+
+TEST_F(CheckDoor, TheMethodsHandOverWhatIsSaidOfTheirTexts) {
+    declareCheck(checkFeedVersion);
+    load();
+    EXPECT_EQ(native<Version>("libraryVersion")(java.env(), nullptr), checkFeedVersion);
+    for (const std::string& text : {""s, configurationText, declarationsText, "a\0\xFF"s}) {
+        jbyteArray array = java.makeBytes(text);
+        EXPECT_EQ(java.bytesOf(native<Check>("configuration")(java.env(), nullptr, array)),
+                  configurationFeed(text));
+        EXPECT_EQ(java.bytesOf(native<Check>("declarations")(java.env(), nullptr, array)),
+                  declarationsFeed(text));
+    }
+    EXPECT_EQ(java.pendingException(), std::nullopt);
+    EXPECT_THAT(java.misuses(), IsEmpty());
+}
+
+TEST_F(CheckDoor, NoTextAndNoJavaMemoryAreJavasOwnExceptions) {
+    declareCheck(checkFeedVersion);
+    load();
+    EXPECT_EQ(native<Check>("configuration")(java.env(), nullptr, nullptr), nullptr);
+    EXPECT_EQ(java.pendingException(), "java/lang/NullPointerException: text");
+    java.env()->ExceptionClear();
+    jbyteArray array = java.makeBytes(declarationsText);
+    java.failNewArrays(true);
+    EXPECT_EQ(native<Check>("declarations")(java.env(), nullptr, array), nullptr);
+    EXPECT_EQ(java.pendingException(), "java/lang/OutOfMemoryError: Java heap space");
+    EXPECT_THAT(java.misuses(), IsEmpty());
+}
+
+} // namespace
+} // namespace obrin::test
