@@ -50,7 +50,8 @@ class JdksTest(JavaTest):
         """Runs a command with a Java that tells its version and checks native calls; what it printed without a warning."""
         done = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
                               timeout=remaining(), env={**os.environ, "JAVA_HOME": JDKS[version], "LUMETRA_JAR": JAR,
-                                               "JDK_JAVA_OPTIONS": "-showversion -Xcheck:jni", **environment})
+                                                          "LUMETRA_LIBRARY": LIBRARY,
+                                                          "JDK_JAVA_OPTIONS": "-showversion -Xcheck:jni", **environment})
         self.assertEqual(0, done.returncode, done.stdout)
         self.assertRegex(done.stdout, rf'version "{version}\b')
         for complaint in ("WARNING: ", *COMPLAINTS):

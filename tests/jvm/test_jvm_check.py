@@ -12,7 +12,7 @@ import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from java_host import JAR, PROGRAM, agent_home, classes_of, often, remaining, some, wait_until  # noqa: E402
-from agent_home import (DISK_SPACE, DRIVER, PROCESSES, PROJECT, Home, Running, declaration,  # noqa: E402
+from agent_home import (DISK_SPACE, DRIVER, LIBRARY, PROCESSES, PROJECT, Home, Running, declaration,  # noqa: E402
                         declarations_text)
 
 CASES = os.path.join(PROJECT, "java", "src", "test", "resources", "check")
@@ -78,7 +78,8 @@ class Checker:
     """The check in one long-lived Java machine."""
 
     def __init__(self):
-        self.process = subprocess.Popen(["java", "-XX:+UseSerialGC", "-Xmx256m", "-cp", JAR + ":" + classes_of("CheckMany"),
+        self.process = subprocess.Popen(["java", "-XX:+UseSerialGC", "-Xmx256m", f"-Dlumetra.library={LIBRARY}", "-cp",
+                                         JAR + ":" + classes_of("CheckMany"),
                                          "com.quorin.sysmgt.tavl.LumetraAgent.CheckMany"], stdin=subprocess.PIPE,
                                         stdout=subprocess.PIPE, env=dict(os.environ, LC_ALL="C.UTF-8"))
         self.kinds = dict(line.split() for line in iter(self.line, "ready"))
@@ -235,7 +236,7 @@ class AsTyped(CheckTest):
 
     def lumetra(self, *options, cwd=None):
         result = subprocess.run([PROGRAM, "check", *options], cwd=cwd, capture_output=True, timeout=remaining(),
-                                env=dict(os.environ, LUMETRA_JAR=JAR))
+                                env=dict(os.environ, LUMETRA_JAR=JAR, LUMETRA_LIBRARY=LIBRARY))
         return result.returncode, result.stdout.decode(), result.stderr.decode()
 
     def test_the_shipped_configuration_gives_nothing(self):
@@ -303,6 +304,12 @@ class AsTyped(CheckTest):
         gone = before - set(os.listdir(home.at("data")))
         self.assertEqual(report["findings"][0]["found"].split(", "), sorted(gone))
 
+    def test_without_its_library_it_says_so(self):
+        result = subprocess.run([PROGRAM, "check", "--home", self.home().path], capture_output=True, timeout=remaining(),
+                                env=dict(os.environ, LUMETRA_JAR=JAR, LUMETRA_LIBRARY="/nowhere/libObrinagent.so"))
+        self.assertEqual((result.returncode, result.stdout), (1, b""))
+        self.assertIn(b"lumetra check: Cannot load the native library /nowhere/libObrinagent.so", result.stderr)
+
     def test_a_wrong_command_line(self):
         for options in some((("--unknown",), ("--home",), ("--home", ""), ("--config", ""), ("stray",)), 2):
             code, out, err = self.lumetra(*options)
@@ -334,10 +341,12 @@ class AsTyped(CheckTest):
             options = {"user": 65534, "group": 65534, "extra_groups": []}
         else:
             options = {}
-        jar = shutil.copy(JAR, home.at("lumetra-agent.jar"))  # another user may not be let into the checkout
+        # another user may not be let into the checkout
+        jar, library = (shutil.copy(file, home.path) for file in (JAR, LIBRARY))
         os.chmod(jar, 0o644)
-        result = subprocess.run(["java", "-jar", jar, "check", "--home", home.path], capture_output=True, cwd="/",
-                                timeout=remaining(), **options)
+        os.chmod(library, 0o644)
+        result = subprocess.run(["java", f"-Dlumetra.library={library}", "-jar", jar, "check", "--home", home.path],
+                                capture_output=True, cwd="/", timeout=remaining(), **options)
         self.assertEqual(result.returncode, 1, result.stderr)
         self.assertIn("permission denied; expected a readable file [declarations-unopenable]", result.stdout.decode())
         self.assertIn("/log: warning: the directory", result.stdout.decode())

@@ -19,9 +19,11 @@ public final class CheckMany {
      * Runs until standard input ends.
      *
      * @param args none
-     * @throws IOException when standard input cannot be read
+     * @throws IOException               when standard input cannot be read
+     * @throws NativeLibrary.Unavailable when the library is not there
      */
-    public static void main(String[] args) throws IOException {
+    public static void main(String[] args) throws IOException, NativeLibrary.Unavailable {
+        CheckFeed.load();
         for (FindingKind kind : FindingKind.values()) {
             System.out.println(kind.id() + " " + kind.severity());
         }

@@ -10,8 +10,8 @@ import java.util.Optional;
 import java.util.TreeMap;
 
 /**
- * Checks all that the agent reads at its start, without the agent. An error is what the agent refuses, by
- * exactly its own judgement; a warning is what it accepts although it can hardly be meant.
+ * Checks all that the agent reads at its start, with its library but without the agent. An error is what the
+ * agent refuses, by exactly its own judgement; a warning is what it accepts although it can hardly be meant.
  */
 final class AgentCheck {
 
@@ -50,65 +50,67 @@ final class AgentCheck {
     private boolean checkHome() {
         String label = CheckHome.label(home.directory());
         if (!Files.isDirectory(home.directory())) {
-            findings.add(new Finding(FindingKind.HOME_MISSING, label, 0, 0, label, List.of()));
+            new CheckedFile(label, findings).add(Place.NOWHERE, FindingKind.HOME_MISSING, label);
             return false;
         }
         if (!Files.isDirectory(home.bin())) {
-            findings.add(new Finding(FindingKind.BIN_MISSING, label, 0, 0, CheckHome.label(home.bin()),
-                    List.of()));
+            new CheckedFile(label, findings).add(Place.NOWHERE, FindingKind.BIN_MISSING,
+                    CheckHome.label(home.bin()));
         }
         return true;
     }
 
     private void checkConfiguration() {
+        CheckedFile file = new CheckedFile(CheckHome.label(configuration), findings);
         Optional<String> obstacle = CheckHome.whyUnopenable(configuration);
         Optional<String> kind = CheckHome.whyNoFile(configuration);
-        CheckedText text = read(configuration, obstacle.isEmpty() && kind.isEmpty());
         if (obstacle.isPresent()) {
-            text.addWhole(FindingKind.CONFIGURATION_UNOPENABLE, obstacle.get());
+            file.add(Place.NOWHERE, FindingKind.CONFIGURATION_UNOPENABLE, obstacle.get());
         } else if (kind.isPresent()) {
-            text.addWhole(FindingKind.CONFIGURATION_NOT_A_FILE, kind.get());
+            file.add(Place.NOWHERE, FindingKind.CONFIGURATION_NOT_A_FILE, kind.get());
         } else {
-            ConfigurationCheck.check(text).ifPresent(items -> checkAll(text, items));
+            ConfigurationCheck.check(file, read(file, configuration))
+                    .ifPresent(items -> checkAll(file, items));
         }
     }
 
-    private CheckedText read(Path file, boolean readable) {
-        CheckedText text = new CheckedText(CheckHome.label(file), readable ? CheckHome.read(file) : "",
-                findings);
-        if (readable && CheckHome.size(file) > CheckHome.MOST_BYTES) {
-            text.addWhole(FindingKind.FILE_TOO_LONG, Long.toString(CheckHome.size(file)),
+    private static byte[] read(CheckedFile file, Path path) {
+        long size = CheckHome.size(path);
+        if (size > CheckHome.MOST_BYTES) {
+            file.add(Place.NOWHERE, FindingKind.FILE_TOO_LONG, Long.toString(size),
                     Integer.toString(CheckHome.MOST_BYTES));
         }
-        return text;
+        return CheckHome.read(path);
     }
 
-    private void checkAll(CheckedText text, CheckedItems items) {
-        Path file = home.resolve(items.path(5));
-        Optional<String> obstacle = CheckHome.whyUnopenable(file);
-        Optional<String> kind = CheckHome.whyNoFile(file);
-        int place = items.place(5);
+    private void checkAll(CheckedFile configurationFile, ConfigurationItems items) {
+        Path path = home.resolve(items.path(5));
+        Optional<String> obstacle = CheckHome.whyUnopenable(path);
+        Optional<String> kind = CheckHome.whyNoFile(path);
+        Place place = items.place(5);
         if (obstacle.isPresent()) {
-            text.add(place, FindingKind.DECLARATIONS_UNOPENABLE, CheckHome.label(file), obstacle.get());
+            configurationFile.add(place, FindingKind.DECLARATIONS_UNOPENABLE, CheckHome.label(path),
+                    obstacle.get());
         } else if (kind.isPresent()) {
-            text.add(place, FindingKind.DECLARATIONS_NOT_A_FILE, CheckHome.label(file), kind.get());
+            configurationFile.add(place, FindingKind.DECLARATIONS_NOT_A_FILE, CheckHome.label(path),
+                    kind.get());
         } else {
-            checkDeclarations(text, items, file);
+            checkDeclarations(configurationFile, items, path);
         }
-        new HomeCheck(home, configuration, items, text, findings).check();
+        new HomeCheck(home, configuration, items, configurationFile).check();
     }
 
-    private void checkDeclarations(CheckedText configurationText, CheckedItems items, Path file) {
-        CheckedText text = read(file, true);
-        DeclarationCheck.Result result = DeclarationCheck.check(text);
-        boolean rewritten = result.rewritten() && CheckHome.size(file) <= CheckHome.MOST_BYTES;
-        if (!result.accepted()) {
+    private void checkDeclarations(CheckedFile configurationFile, ConfigurationItems items, Path path) {
+        CheckedFile file = new CheckedFile(CheckHome.label(path), findings);
+        CheckFeed.Declarations read = CheckFeed.declarationsOf(read(file, path));
+        file.add(read.findings());
+        if (!read.accepted()) {
             return;
         }
-        if (rewritten && result.comment() >= 0) {
-            text.add(result.comment(), FindingKind.COMMENT_NOT_KEPT, "/*");
+        if (read.rewritten() && !read.comment().equals(Place.NOWHERE)) {
+            file.add(read.comment(), FindingKind.COMMENT_NOT_KEPT, "/*");
         }
-        List<CheckedInput> resources = DeclarationJudge.judge(text, result.inputs());
-        WindowCheck.check(configurationText, items, text, resources, rewritten);
+        List<DeclaredInput> resources = DeclarationJudge.judge(file, read.inputs());
+        new WindowCheck(configurationFile, items, file, read).check(resources);
     }
 }

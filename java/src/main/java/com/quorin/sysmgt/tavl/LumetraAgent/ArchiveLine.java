@@ -1,6 +1,7 @@
 package com.quorin.sysmgt.tavl.LumetraAgent;
 
 import java.util.LinkedHashMap;
+import java.util.Locale;
 import java.util.Map;
 import java.util.Optional;
 
@@ -32,9 +33,27 @@ record ArchiveLine(long epochSeconds, Map<Integer, Double> values) {
             if (rid.isEmpty() || whole(fields[i + 1]).isEmpty()) {
                 break;
             }
-            values.put(rid.get().intValue(), TextScanner.toNumber(fields[i + 2]));
+            values.put(rid.get().intValue(), toNumber(fields[i + 2]));
         }
         return values;
+    }
+
+    /** A value as the agent writes it, "12.50", "-nan" or "inf"; 0 for a text that is no number. */
+    private static double toNumber(String field) {
+        String word = field.toLowerCase(Locale.ROOT);
+        boolean negative = word.startsWith("-");
+        String plain = negative || word.startsWith("+") ? word.substring(1) : word;
+        if (plain.startsWith("nan")) {
+            return Double.NaN;
+        }
+        if (plain.startsWith("inf")) {
+            return negative ? Double.NEGATIVE_INFINITY : Double.POSITIVE_INFINITY;
+        }
+        try {
+            return Double.parseDouble(field);
+        } catch (NumberFormatException e) {
+            return 0.0;
+        }
     }
 
     private static Optional<Long> whole(String field) {

@@ -79,8 +79,15 @@ final class CheckCommand implements Callable<Integer> {
      */
     @Override
     public Integer call() {
-        List<Finding> findings =
-                AgentCheck.of(home, config == null ? home.resolve("config").resolve("AutoConfig.ini") : config);
+        List<Finding> findings;
+        try {
+            CheckFeed.load();
+            findings = AgentCheck.of(home,
+                    config == null ? home.resolve("config").resolve("AutoConfig.ini") : config);
+        } catch (NativeLibrary.Unavailable e) {
+            System.err.println("lumetra check: " + Words.printable(e.getMessage()));
+            return Lumetra.FAILED;
+        }
         int errors = (int) findings.stream().filter(finding -> finding.kind().isError()).count();
         int warnings = findings.size() - errors;
         if (json) {

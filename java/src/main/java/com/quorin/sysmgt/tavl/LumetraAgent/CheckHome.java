@@ -2,11 +2,11 @@ package com.quorin.sysmgt.tavl.LumetraAgent;
 
 import java.io.IOException;
 import java.io.InputStream;
-import java.nio.charset.StandardCharsets;
 import java.nio.file.AccessDeniedException;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.nio.file.attribute.BasicFileAttributes;
+import java.util.Arrays;
 import java.util.Optional;
 
 /**
@@ -106,20 +106,23 @@ record CheckHome(Path directory) {
     }
 
     /**
-     * What the agent reads of a file.
+     * What the agent reads of a file, and one byte more where there is one, so that the library sees the cut.
      *
      * @param file the file
-     * @return one character for each byte; what cannot be read is empty, as for the agent
+     * @return its bytes; what cannot be read is empty, as for the agent
      */
-    static String read(Path file) {
+    static byte[] read(Path file) {
         try (InputStream in = Files.newInputStream(file)) {
-            long size = Math.min(size(file), MOST_BYTES);
-            byte[] content = new byte[(int) size];
-            int got = in.readNBytes(content, 0, content.length);
-            String rest = new String(in.readNBytes(MOST_BYTES - got), StandardCharsets.ISO_8859_1);
-            return new String(content, 0, got, StandardCharsets.ISO_8859_1) + rest;
+            byte[] known = in.readNBytes((int) Math.min(size(file), MOST_BYTES + 1L));
+            byte[] more = in.readNBytes(MOST_BYTES + 1 - known.length);
+            if (more.length == 0) {
+                return known;
+            }
+            byte[] all = Arrays.copyOf(known, known.length + more.length);
+            System.arraycopy(more, 0, all, known.length, more.length);
+            return all;
         } catch (IOException e) {
-            return "";
+            return new byte[0];
         }
     }
 

@@ -10,20 +10,20 @@ import java.util.Set;
 final class DeclarationJudge {
 
     private static final Set<String> SYSTEM_WIDE =
-            Set.of("PercentProcessesUsed", "PercentSwapSpaceUsed", "PercentFileDescriptorsUsed");
-    private static final Set<String> WHOLE_LIMIT = Set.of("PercentProcessesUsed", "PercentFileDescriptorsUsed");
-    private static final Set<String> DISK_COUNTERS = Set.of("PercentFreeSpaceUsed", "PercentFreeInodesUsed");
+            Set.of(Counters.PROCESSES, Counters.SWAP, Counters.DESCRIPTORS);
+    private static final Set<String> WHOLE_LIMIT = Set.of(Counters.PROCESSES, Counters.DESCRIPTORS);
+    private static final Set<String> DISK_COUNTERS = Set.of(Counters.SPACE, Counters.INODES);
     private static final int LONGEST_FILE_NAME = 255;
     private static final String SUFFIX = "BMPRD.gnp";
 
-    private final CheckedText text;
-    private final Map<String, CheckedInput> known = new HashMap<>();
-    private final Map<String, CheckedInput> diskCounters = new HashMap<>();
-    private final Map<String, CheckedInput> trendFiles = new HashMap<>();
-    private final List<CheckedInput> resources = new ArrayList<>();
+    private final CheckedFile file;
+    private final Map<String, DeclaredInput> known = new HashMap<>();
+    private final Map<String, DeclaredInput> diskCounters = new HashMap<>();
+    private final Map<String, DeclaredInput> trendFiles = new HashMap<>();
+    private final List<DeclaredInput> resources = new ArrayList<>();
 
-    private DeclarationJudge(CheckedText text) {
-        this.text = text;
+    private DeclarationJudge(CheckedFile file) {
+        this.file = file;
     }
 
     /**
@@ -32,38 +32,32 @@ final class DeclarationJudge {
      * @param input the input
      * @return false when its value is 0 for ever
      */
-    static boolean isCounted(CheckedInput input) {
-        return SYSTEM_WIDE.contains(input.object())
-                || input.isDisk() && DISK_COUNTERS.contains(input.counter());
+    static boolean isCounted(DeclaredInput input) {
+        return SYSTEM_WIDE.contains(input.object().value())
+                || input.isDisk() && DISK_COUNTERS.contains(input.counter().value());
     }
 
     /**
      * Judges the inputs.
      *
-     * @param text   the text of the declarations, which takes the findings
+     * @param file   takes the findings
      * @param inputs its inputs
      * @return the inputs without those that repeat an earlier one
      */
-    static List<CheckedInput> judge(CheckedText text, List<CheckedInput> inputs) {
-        DeclarationJudge judge = new DeclarationJudge(text);
+    static List<DeclaredInput> judge(CheckedFile file, List<DeclaredInput> inputs) {
+        DeclarationJudge judge = new DeclarationJudge(file);
         inputs.forEach(judge::judge);
         return judge.resources;
     }
 
-    private void judge(CheckedInput input) {
+    private void judge(DeclaredInput input) {
         judgeObject(input);
-        if (input.method() < 0 || input.method() > 3) {
-            text.add(input.place("AnalyticalMethod"), FindingKind.METHOD_UNKNOWN,
-                    Integer.toString(input.method()));
-        }
-        if (WHOLE_LIMIT.contains(input.object()) && input.upperLimit() > 0 && input.upperLimit() < 1) {
-            text.add(input.place("UpperLimitAbs"), FindingKind.UPPER_LIMIT_BELOW_ONE,
-                    Double.toString(input.upperLimit()));
-        }
-        String identity = input.object() + '\0' + input.instance() + '\0' + input.counter();
-        CheckedInput first = known.putIfAbsent(identity, input);
+        judgeNumbers(input);
+        String object = input.object().value();
+        String identity = object + '\0' + input.instance().value() + '\0' + input.counter().value();
+        DeclaredInput first = known.putIfAbsent(identity, input);
         if (first != null) {
-            text.add(input.place(), FindingKind.INPUT_DUPLICATE, Finding.quoted(input.object()), line(first));
+            file.add(input.place(), FindingKind.INPUT_DUPLICATE, Finding.quoted(object), line(first));
             return;
         }
         resources.add(input);
@@ -72,53 +66,63 @@ final class DeclarationJudge {
         }
     }
 
-    private String line(CheckedInput input) {
-        return Integer.toString(text.line(input.place()));
+    private static String line(DeclaredInput input) {
+        return Integer.toString(input.place().line());
     }
 
-    private void judgeObject(CheckedInput input) {
-        String object = input.object();
-        if (object.equals("Process")) {
-            text.add(input.place(), FindingKind.OBJECT_PROCESS, Finding.quoted(object));
+    private void judgeObject(DeclaredInput input) {
+        String object = input.object().value();
+        if (object.equals(Counters.PROCESS)) {
+            file.add(input.place(), FindingKind.OBJECT_PROCESS, Finding.quoted(object));
         } else if (!input.isDisk() && !SYSTEM_WIDE.contains(object)) {
-            text.add(input.place(), FindingKind.OBJECT_UNKNOWN, Finding.quoted(object));
+            file.add(input.place(), FindingKind.OBJECT_UNKNOWN, Finding.quoted(object));
+        }
+    }
+
+    private void judgeNumbers(DeclaredInput input) {
+        int method = input.method().value();
+        if (method < 0 || method > 3) {
+            file.add(input.method().place(), FindingKind.METHOD_UNKNOWN, Integer.toString(method));
+        }
+        double limit = input.upperLimit().value();
+        if (WHOLE_LIMIT.contains(input.object().value()) && limit > 0 && limit < 1) {
+            file.add(input.upperLimit().place(), FindingKind.UPPER_LIMIT_BELOW_ONE, Double.toString(limit));
         }
     }
 
     /** True when an earlier input stands for the same disks already. */
-    private boolean judgeDisk(CheckedInput input) {
+    private boolean judgeDisk(DeclaredInput input) {
         if (!input.isDisk()) {
             return false;
         }
-        if (input.instance().indexOf('/') >= 0) {
-            text.add(input.place("FindInstance"), FindingKind.DISK_INSTANCE_IGNORED,
-                    Finding.quoted(input.instance()));
+        String instance = input.instance().value();
+        String counter = Finding.quoted(input.counter().value());
+        if (instance.indexOf('/') >= 0) {
+            file.add(input.instance().place(), FindingKind.DISK_INSTANCE_IGNORED, Finding.quoted(instance));
         }
         if (!isCounted(input)) {
-            text.add(input.place("FindCounter"), FindingKind.COUNTER_UNKNOWN,
-                    Finding.quoted(input.counter()));
+            file.add(input.counter().place(), FindingKind.COUNTER_UNKNOWN, counter);
         }
-        CheckedInput first = diskCounters.putIfAbsent(input.counter(), input);
+        DeclaredInput first = diskCounters.putIfAbsent(input.counter().value(), input);
         if (first != null) {
-            text.add(input.place(), FindingKind.DISK_INPUT_REPEATED, Finding.quoted(input.counter()),
-                    line(first));
+            file.add(input.place(), FindingKind.DISK_INPUT_REPEATED, counter, line(first));
         }
         return first != null;
     }
 
-    private void judgeTrendFiles(CheckedInput input) {
-        String instance = input.isDisk() ? "" : input.instance().replaceAll("[/: *?\"><|]", "_");
-        int at = input.place("NameIs");
-        int length = input.name().length() + instance.length() + SUFFIX.length();
-        if (input.name().indexOf('/') >= 0) {
-            text.add(at, FindingKind.NAME_WITH_SLASH, Finding.quoted(input.name()));
+    private void judgeTrendFiles(DeclaredInput input) {
+        String instance = input.isDisk() ? "" : input.instance().value().replaceAll("[/: *?\"><|]", "_");
+        String name = input.name().value();
+        Place at = input.name().place();
+        int length = name.length() + instance.length() + SUFFIX.length();
+        if (name.indexOf('/') >= 0) {
+            file.add(at, FindingKind.NAME_WITH_SLASH, Finding.quoted(name));
         } else if (length > LONGEST_FILE_NAME) {
-            text.add(at, FindingKind.TREND_FILE_NAME_TOO_LONG, Integer.toString(length));
+            file.add(at, FindingKind.TREND_FILE_NAME_TOO_LONG, Integer.toString(length));
         }
-        CheckedInput first = trendFiles.putIfAbsent(
-                input.isDisk() ? input.name() + "\0disks" : input.name() + instance, input);
+        DeclaredInput first = trendFiles.putIfAbsent(input.isDisk() ? name + "\0disks" : name + instance, input);
         if (first != null) {
-            text.add(at, FindingKind.TREND_FILES_SHARED, Finding.quoted(input.name()), line(first));
+            file.add(at, FindingKind.TREND_FILES_SHARED, Finding.quoted(name), line(first));
         }
     }
 }

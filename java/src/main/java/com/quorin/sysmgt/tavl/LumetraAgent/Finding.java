@@ -27,6 +27,15 @@ record Finding(@JsonIgnore FindingKind kind, String file, @JsonIgnore int line, 
     private static final int LONGEST = 80;
 
     /**
+     * A finding at a place.
+     *
+     * @param details what else its message tells, readable
+     */
+    Finding(FindingKind kind, String file, Place place, String found, String... details) {
+        this(kind, file, place.line(), place.column(), found, List.of(details));
+    }
+
+    /**
      * Text of a file as a message shows it.
      *
      * @param bytes one character for each byte

@@ -279,6 +279,16 @@ enum FindingKind {
     }
 
     /**
+     * The kind of an identifier.
+     *
+     * @param id the identifier
+     * @return the kind
+     */
+    static FindingKind ofId(String id) {
+        return valueOf(id.toUpperCase(Locale.ROOT).replace('-', '_'));
+    }
+
+    /**
      * The identifier: the constant's name in small letters, with hyphens.
      *
      * @return the identifier

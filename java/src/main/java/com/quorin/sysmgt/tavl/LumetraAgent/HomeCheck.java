@@ -22,9 +22,8 @@ final class HomeCheck {
 
     private final CheckHome home;
     private final Path configuration;
-    private final CheckedItems items;
-    private final CheckedText text;
-    private final List<Finding> findings;
+    private final ConfigurationItems items;
+    private final CheckedFile file;
 
     /** A file that the agent uses, and the item that names it; 0 for none. */
     private record Use(int item, String name, Path path) {}
@@ -35,16 +34,13 @@ final class HomeCheck {
      * @param home          the home
      * @param configuration the configuration's path
      * @param items         its items
-     * @param text          its text, which takes findings
-     * @param findings      where findings about directories go
+     * @param file          takes the findings about it
      */
-    HomeCheck(CheckHome home, Path configuration, CheckedItems items, CheckedText text,
-            List<Finding> findings) {
+    HomeCheck(CheckHome home, Path configuration, ConfigurationItems items, CheckedFile file) {
         this.home = home;
         this.configuration = configuration;
         this.items = items;
-        this.text = text;
-        this.findings = findings;
+        this.file = file;
     }
 
     /** Checks everything but the content of the files. */
@@ -66,10 +62,11 @@ final class HomeCheck {
     private void checkFixed(String path, String purpose) {
         Path directory = home.resolve(path);
         String label = CheckHome.label(directory);
+        CheckedFile checked = new CheckedFile(label, file.findings());
         if (!Files.isDirectory(directory)) {
-            findings.add(new Finding(FindingKind.DIRECTORY_MISSING, label, 0, 0, label, List.of(purpose)));
+            checked.add(Place.NOWHERE, FindingKind.DIRECTORY_MISSING, label, purpose);
         } else if (!Files.isWritable(directory)) {
-            findings.add(new Finding(FindingKind.DIRECTORY_UNWRITABLE, label, 0, 0, label, List.of(purpose)));
+            checked.add(Place.NOWHERE, FindingKind.DIRECTORY_UNWRITABLE, label, purpose);
         }
     }
 
@@ -93,17 +90,17 @@ final class HomeCheck {
     }
 
     private void tell(int item, FindingKind kind, Path path, String detail) {
-        text.add(items.place(item), kind, CheckHome.label(path), detail);
+        file.add(items.place(item), kind, CheckHome.label(path), detail);
     }
 
-    private void checkOutput(Path file, int item, String name) {
-        if (!Files.exists(file)) {
+    private void checkOutput(Path output, int item, String name) {
+        if (!Files.exists(output)) {
             return;
         }
-        if (!Files.isRegularFile(file)) {
-            tell(item, FindingKind.OUTPUT_NOT_A_FILE, file, name);
-        } else if (!Files.isWritable(file)) {
-            tell(item, FindingKind.OUTPUT_UNWRITABLE, file, name);
+        if (!Files.isRegularFile(output)) {
+            tell(item, FindingKind.OUTPUT_NOT_A_FILE, output, name);
+        } else if (!Files.isWritable(output)) {
+            tell(item, FindingKind.OUTPUT_UNWRITABLE, output, name);
         }
     }
 
@@ -134,7 +131,7 @@ final class HomeCheck {
         for (Use use : uses) {
             Use other = known.putIfAbsent(identity(use.path), use);
             if (other != null && use.item > 0) {
-                text.add(items.place(use.item), FindingKind.SAME_FILE, CheckHome.label(use.path), use.name,
+                file.add(items.place(use.item), FindingKind.SAME_FILE, CheckHome.label(use.path), use.name,
                         other.name);
             }
         }
@@ -162,7 +159,7 @@ final class HomeCheck {
         if (!names.isEmpty()) {
             Collections.sort(names);
             String all = String.join(", ", names.subList(0, Math.min(MOST_NAMES, names.size())));
-            text.add(items.place(1), FindingKind.DELETION_AT_START, names.size() <= MOST_NAMES ? all
+            file.add(items.place(1), FindingKind.DELETION_AT_START, names.size() <= MOST_NAMES ? all
                     : all + " and " + (names.size() - MOST_NAMES) + " more");
         }
     }

@@ -47,18 +47,7 @@ public final class HostFeed {
     }
 
     static Optional<String> problem(IntSupplier libraryVersion) {
-        String found;
-        try {
-            int version = libraryVersion.getAsInt();
-            if (version == VERSION) {
-                return Optional.empty();
-            }
-            found = "has version " + version + " of its interface for the host";
-        } catch (UnsatisfiedLinkError e) {
-            found = "has no interface for the host";
-        }
-        return Optional.of(
-                "the native library " + found + ", and this program is made for version " + VERSION);
+        return NativeLibrary.problem("the host", VERSION, libraryVersion);
     }
 
     /** What the library of this process publishes. Use it only when there is no {@link #problem}. */

@@ -1,5 +1,8 @@
 package com.quorin.sysmgt.tavl.LumetraAgent;
 
+import java.util.Optional;
+import java.util.function.IntSupplier;
+
 /** Loads the native library {@code libObrinagent.so} into this process. */
 public final class NativeLibrary {
 
@@ -29,6 +32,29 @@ public final class NativeLibrary {
         }
     }
 
+    /**
+     * Why an interface of the library that is loaded cannot be used.
+     *
+     * @param whose          who uses it: a noun
+     * @param version        of the interface as this program knows it
+     * @param libraryVersion asks the library; without such an interface, an UnsatisfiedLinkError
+     * @return one sentence that names both versions; empty when it can
+     */
+    static Optional<String> problem(String whose, int version, IntSupplier libraryVersion) {
+        String found;
+        try {
+            int other = libraryVersion.getAsInt();
+            if (other == version) {
+                return Optional.empty();
+            }
+            found = "has version " + other + " of its interface for " + whose;
+        } catch (UnsatisfiedLinkError e) {
+            found = "has no interface for " + whose;
+        }
+        return Optional.of(
+                "the native library " + found + ", and this program is made for version " + version);
+    }
+
     private static String reason(String path, String detail) {
         if (path.isEmpty()) {
             return "Cannot load lib" + NAME + ".so from the Java library path ("
@@ -42,7 +68,7 @@ public final class NativeLibrary {
     public static final class Unavailable extends Exception {
         private static final long serialVersionUID = 1L;
 
-        private Unavailable(String message, Throwable cause) {
+        Unavailable(String message, Throwable cause) {
             super(message, cause);
         }
     }

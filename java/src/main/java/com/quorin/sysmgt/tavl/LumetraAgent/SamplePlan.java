@@ -12,9 +12,6 @@ import java.util.OptionalInt;
  */
 record SamplePlan(Duration pause, OptionalInt longest, int needed) {
 
-    /** So many samples does a forecast need, for who has no agent to ask. */
-    static final int SAMPLES_FOR_FORECAST = 200;
-
     static SamplePlan of(RunState state) {
         return new SamplePlan(state.settings().pause(),
                 state.resources().stream().mapToInt(r -> r.analysis().slots()).max(),

@@ -10,17 +10,29 @@ final class WindowCheck {
 
     private static final double MILLIS_PER_HOUR = 3600.0 * 1000.0;
     private static final double MOST_SAMPLES = 4294967295.0;
-    private static final String KEYWORD = "WindowSize";
 
-    private final CheckedText declarations;
+    private final CheckedFile configuration;
+    private final ConfigurationItems items;
+    private final CheckedFile declarations;
+    private final CheckFeed.Declarations read;
     private final double automatic;
-    private final boolean rewritten;
     private int period;
-    private CheckedInput automaticFor;
+    private DeclaredInput automaticFor;
 
-    private WindowCheck(CheckedText declarations, CheckedItems items, boolean rewritten) {
+    /**
+     * Prepares the check.
+     *
+     * @param configuration takes the findings about the configuration
+     * @param items         its items
+     * @param declarations  takes the findings about the declarations
+     * @param read          what the library makes of them
+     */
+    WindowCheck(CheckedFile configuration, ConfigurationItems items, CheckedFile declarations,
+            CheckFeed.Declarations read) {
+        this.configuration = configuration;
+        this.items = items;
         this.declarations = declarations;
-        this.rewritten = rewritten;
+        this.read = read;
         automatic = items.number(8) / 10.0;
         period = items.number(6);
     }
@@ -28,25 +40,19 @@ final class WindowCheck {
     /**
      * Checks the windows. Where the period or the hours are no use, there is nothing to say about windows.
      *
-     * @param configuration the text of the configuration, which takes findings
-     * @param items         its items
-     * @param declarations  the text of the declarations, which takes findings
-     * @param resources     their inputs, each resource once
-     * @param rewritten     whether the agent will rewrite the declarations
+     * @param resources the inputs, each resource once
      */
-    static void check(CheckedText configuration, CheckedItems items, CheckedText declarations,
-            List<CheckedInput> resources, boolean rewritten) {
-        WindowCheck check = new WindowCheck(declarations, items, rewritten);
-        if (items.isRead(8) && items.number(8) >= 0 && (check.period > 0 || check.period == -1)) {
-            check.checkAll(resources);
-            if (check.automaticFor != null) {
-                check.tellAutomatic(configuration, items.place(8));
+    void check(List<DeclaredInput> resources) {
+        if (items.isRead(8) && items.number(8) >= 0 && (period > 0 || period == -1)) {
+            checkAll(resources);
+            if (automaticFor != null) {
+                tellAutomatic();
             }
         }
     }
 
-    private void checkAll(List<CheckedInput> resources) {
-        List<CheckedInput> kept = new ArrayList<>(resources);
+    private void checkAll(List<DeclaredInput> resources) {
+        List<DeclaredInput> kept = new ArrayList<>(resources);
         kept.removeIf(this::isTooLong);
         if (period == -1) {
             double largest = kept.stream().mapToDouble(this::hours).filter(h -> !Double.isNaN(h)).max()
@@ -56,48 +62,48 @@ final class WindowCheck {
         kept.forEach(this::checkOne);
     }
 
-    private double hours(CheckedInput input) {
-        return input.window() < 0 ? automatic : input.window();
+    private double hours(DeclaredInput input) {
+        return input.window().value() < 0 ? automatic : input.window().value();
     }
 
-    private boolean isTooLong(CheckedInput input) {
-        boolean tooLong = input.window() > 0 && samples(input.window()).isEmpty();
-        if (tooLong && Double.isFinite(input.window())) {
+    private boolean isTooLong(DeclaredInput input) {
+        boolean tooLong = input.window().value() > 0 && samples(input.window().value()).isEmpty();
+        if (tooLong && Double.isFinite(input.window().value())) {
             tell(input, FindingKind.WINDOW_TOO_LONG, Integer.toString(period));
         }
         return tooLong;
     }
 
-    private void tell(CheckedInput input, FindingKind kind, String... details) {
-        declarations.add(input.place(KEYWORD), kind, number(input.window()), details);
+    private void tell(DeclaredInput input, FindingKind kind, String... details) {
+        declarations.add(input.window().place(), kind, number(input.window().value()), details);
     }
 
-    private void checkOne(CheckedInput input) {
+    private void checkOne(DeclaredInput input) {
         double hours = hours(input);
         boolean shorter = period > hours * MILLIS_PER_HOUR;
-        if (input.window() >= 0 && shorter) {
+        if (input.window().value() >= 0 && shorter) {
             tell(input, FindingKind.WINDOW_BELOW_PERIOD, Integer.toString(period));
         }
-        boolean own = input.window() >= 0 && !shorter;
+        boolean own = input.window().value() >= 0 && !shorter;
         OptionalLong samples = samples(own ? hours : automatic);
-        boolean enough = samples.isPresent() && samples.getAsLong() >= SamplePlan.SAMPLES_FOR_FORECAST;
+        boolean enough = samples.isPresent() && samples.getAsLong() >= read.samplesForForecast();
         if (own && !enough && samples.isPresent() && input.isForecast()) {
             tell(input, FindingKind.WINDOW_TOO_SHORT, Long.toString(samples.getAsLong()),
                     Integer.toString(period));
-        } else if (own && rewritten) {
+        } else if (own && read.rewritten()) {
             tell(input, FindingKind.WINDOW_NOT_KEPT);
         } else if (!own && !enough && (samples.isEmpty() || input.isForecast())) {
             automaticFor = input;
         }
     }
 
-    private void tellAutomatic(CheckedText configuration, int place) {
+    private void tellAutomatic() {
         OptionalLong samples = samples(automatic);
         if (samples.isEmpty() && period > 0) {
-            configuration.add(place, FindingKind.AUTOMATIC_WINDOW_TOO_LONG, number(automatic),
+            configuration.add(items.place(8), FindingKind.AUTOMATIC_WINDOW_TOO_LONG, number(automatic),
                     Integer.toString(period));
         } else {
-            configuration.add(place, FindingKind.AUTOMATIC_WINDOW_TOO_SHORT, number(automatic),
+            configuration.add(items.place(8), FindingKind.AUTOMATIC_WINDOW_TOO_SHORT, number(automatic),
                     Long.toString(samples.orElse(0)), Integer.toString(period));
         }
     }

@@ -14,6 +14,7 @@ import java.util.List;
 import java.util.Optional;
 import java.util.stream.Collectors;
 import java.util.stream.Stream;
+import org.junit.jupiter.api.BeforeAll;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 import org.junit.jupiter.params.ParameterizedTest;
@@ -28,6 +29,11 @@ class CheckCasesTest {
 
     @TempDir
     private Path temporary;
+
+    @BeforeAll
+    static void loadTheLibrary() throws NativeLibrary.Unavailable {
+        CheckFeed.load();
+    }
 
     private static Optional<byte[]> resource(String name) throws IOException {
         try (InputStream in = CheckCasesTest.class.getResourceAsStream("/check/" + name)) {
@@ -166,6 +172,17 @@ class CheckCasesTest {
         assertEquals("archive-limit-empty", finding.id());
         assertEquals(1, finding.line());
         assertEquals(Files.readString(config).indexOf(" 0 0 0") + 2, finding.column());
+    }
+
+    @Test
+    void ofAFileThatIsReadInPartNothingIsSaidToGoWithItsRewriting() throws Exception {
+        Path home = home("comment-not-kept");
+        assertEquals(List.of("comment-not-kept"), ids(home));
+        Path declarations = home.resolve("config/resources.txt");
+        try (RandomAccessFile file = new RandomAccessFile(declarations.toFile(), "rw")) {
+            file.setLength(CheckHome.MOST_BYTES + 1L);
+        }
+        assertEquals(List.of("file-too-long", "nul-byte"), ids(home));
     }
 
     @Test

@@ -21,6 +21,8 @@ class HostFeedTest {
     @Test
     void aLibraryWithoutADoorIsTold() {
         assertEquals(Optional.of("the native library has no interface for the host, and this program is made for "
-                + "version 1"), HostFeed.problem()); // none is loaded here
+                + "version 1"), HostFeed.problem(() -> {
+                    throw new UnsatisfiedLinkError("libraryVersion");
+                }));
     }
 }

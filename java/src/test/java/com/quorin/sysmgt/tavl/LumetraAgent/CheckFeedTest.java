@@ -1,0 +1,79 @@
+package com.quorin.sysmgt.tavl.LumetraAgent;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertThrows;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import java.nio.charset.StandardCharsets;
+import java.util.List;
+import org.junit.jupiter.api.BeforeAll;
+import org.junit.jupiter.api.Test;
+
+class CheckFeedTest {
+
+    @BeforeAll
+    static void loadTheLibrary() throws NativeLibrary.Unavailable {
+        CheckFeed.load();
+    }
+
+    private static byte[] bytes(String text) {
+        return text.getBytes(StandardCharsets.ISO_8859_1);
+    }
+
+    @Test
+    void aConfigurationComesWithItsItemsAndPlaces() {
+        CheckFeed.Configuration read = CheckFeed.configurationOf(bytes("d/ \u00ff p l r\n60000 x"));
+        assertEquals(List.of("not-utf8", "number-malformed"),
+                read.findings().stream().map(LibraryFinding::kind).toList());
+        assertTrue(read.accepted());
+        assertEquals("\u00ff", read.items().name(2));
+        assertEquals(new Place(1, 4), read.items().place(2));
+        assertEquals(60000, read.items().number(6));
+        assertEquals(new Place(2, 1), read.items().place(6));
+        assertEquals(0, read.items().number(7));
+        assertTrue(read.items().isRead(6) && !read.items().isRead(7));
+    }
+
+    @Test
+    void declarationsComeWithTheirInputsAndPlaces() {
+        CheckFeed.Declarations read = CheckFeed.declarationsOf(bytes("BeginResourceDeclaration /* c */ "
+                + "FindObject (LogicalDisk) FindInstance (*) FindCounter (c)\nWindowSize 1.5 NameIs (n) "
+                + "AnalyticalMethod 2 UpperLimitAbs 0.25 UpperLimitCalc 0 LowerLimitAbs 0 LowerLimitCalc 0 "
+                + "CulpritMarker () EndResourceInput EndResourceDeclaration"));
+        assertEquals(List.of(), read.findings());
+        assertTrue(read.accepted() && read.rewritten());
+        assertEquals(new Place(1, 26), read.comment());
+        assertEquals(200, read.samplesForForecast());
+        DeclaredInput input = read.inputs().get(0);
+        assertTrue(input.isDisk());
+        assertEquals("*", input.instance().value());
+        assertEquals("c", input.counter().value());
+        assertEquals(new Place.Of<>(1.5, new Place(2, 12)), input.window());
+        assertEquals("n", input.name().value());
+        assertEquals(2, input.method().value());
+        assertEquals(0.25, input.upperLimit().value());
+        assertEquals(new Place(1, 34), input.place());
+    }
+
+    @Test
+    void noTextIsTheCallersMistake() {
+        assertThrows(NullPointerException.class, () -> CheckFeed.configuration(null));
+        assertThrows(NullPointerException.class, () -> CheckFeed.declarations(null));
+    }
+
+    @Test
+    void bytesThatAreNotWhatIsExpectedAreAnErrorOfTheProgram() {
+        byte[] good = {1, 0, 0, 0, 'a', 1};
+        LibraryBytes whole = new LibraryBytes(good);
+        assertEquals("a", whole.text());
+        assertThrows(IllegalStateException.class, whole::end);
+        assertTrue(whole.flag());
+        whole.end();
+        assertThrows(IllegalStateException.class, whole::flag);
+        assertThrows(IllegalStateException.class, () -> new LibraryBytes(new byte[7]).longNumber());
+        for (byte[] length : new byte[][] {{2, 0, 0, 0, 'a'}, {-1, -1, -1, -1}, {1, 0, 0}}) {
+            assertThrows(IllegalStateException.class, () -> new LibraryBytes(length).text());
+            assertThrows(IllegalStateException.class, () -> new LibraryBytes(length).list(() -> 0));
+        }
+    }
+}
