@@ -124,6 +124,19 @@ class House(unittest.TestCase):
                 code = re.sub(r'"(\\.|[^"\\])*"', '""', line.split("//")[0])
                 self.assertIsNone(naked.search(code), f"{path}: {line}")
 
+    def test_the_library_alone_knows_the_grammar_of_the_declarations(self):
+        # The words for people name some of the others; without these nobody can read an input.
+        keywords = re.findall(r'constexpr std::string_view \w+ = "((?:\w+Resource|Find)\w+)";',
+                              (ROOT / "resources" / "resourceTokens.h").read_text())
+        self.assertEqual(len(keywords), 7)
+        wording = "FindingKind.java"
+        sources = list((ROOT / "java" / "src" / "main").rglob("*.java"))
+        self.assertIn(wording, [path.name for path in sources])
+        for path in sources:
+            if path.name != wording:
+                known = [word for word in keywords if re.search(rf"\b{word}\b", path.read_text())]
+                self.assertEqual(known, [], f"{path} has a grammar of its own")
+
     def test_every_mutant_still_finds_its_line_and_its_test(self):
         checked = subprocess.run([sys.executable, ROOT / "tests" / "mutants" / "run", "--check"],
                                  capture_output=True, text=True)
