@@ -2,6 +2,7 @@
 
 #include "acquisition/textForms.h"
 #include "agent/debugLog.h"
+#include "support/immortal.h"
 #include "support/systemPaths.h"
 #include "support/textScanner.h"
 #include "support/wholeFile.h"
@@ -113,12 +114,7 @@ int readDescriptors(Link& link) {
     return store(link, descriptorsUsed(*descriptors, link.UpperLimitAbs));
 }
 
-int readDisk(Link& link) {
-    DiskCounter counter = DiskCounter::space;
-    if (link.Descriptor2 == "PercentFreeInodesUsed")
-        counter = DiskCounter::inodes;
-    else if (!(link.Descriptor2 == "PercentFreeSpaceUsed"))
-        return notRead;
+int readDisk(Link& link, DiskCounter counter) {
     const TakenListing taken = takeDiskListing(counter);
     DEBUGMSG(" before 9 fopen(../tempdata/LumetraDisks.txt)\n");
     DEBUGMSG(" after  9 fopen(../tempdata/LumetraDisks.txt)\n");
@@ -130,7 +126,40 @@ int readDisk(Link& link) {
     return store(link, diskUsed(*line, link.UpperLimitAbs));
 }
 
+int readSpace(Link& link) {
+    return readDisk(link, DiskCounter::space);
+}
+
+int readInodes(Link& link) {
+    return readDisk(link, DiskCounter::inodes);
+}
+
 } // namespace
+
+std::vector<Counter>& counterTable() {
+    static Immortal<std::vector<Counter>> table(std::vector<Counter>{
+        {"PercentProcessesUsed", "", readProcesses, "Process slots", "tasks", 0.0, true,
+         "tasks: the smaller of what the kernel allows and what the memory is good for", "", false},
+        {"PercentSwapSpaceUsed", "", readSwapSpace, "Swap", "", 1024.0, false, "swap space",
+         "this machine has no swap space", true},
+        {"PercentFileDescriptorsUsed", "", readDescriptors, "File descriptors", "descriptors", 0.0, true,
+         "open files that the kernel allows", "", false},
+        {"LogicalDisk", "PercentFreeSpaceUsed", readSpace, "space", "", 1024.0, false,
+         "space of the file system that is not kept for the superuser",
+         "counts no space of its own, always reads as full", false},
+        {"LogicalDisk", "PercentFreeInodesUsed", readInodes, "inodes", "inodes", 0.0, false,
+         "inodes of the file system", "counts no inodes of its own, always reads as full", false},
+    });
+    return *table;
+}
+
+const Counter* counterOf(const Link& link) {
+    const auto found = std::ranges::find_if(counterTable(), [&link](const Counter& counter) {
+        return link.Descriptor0 == counter.object &&
+               (counter.counter.empty() || link.Descriptor2 == counter.counter);
+    });
+    return found == counterTable().end() ? nullptr : &*found;
+}
 
 std::optional<std::int64_t> parseTaskCount(std::string_view loadavg) {
     TextScanner scanner(loadavg);
@@ -221,15 +250,8 @@ std::optional<double> diskUsed(const DiskLine& line, double upperLimitAbs) {
 int ReadRawData(Link* link) {
     link->findings.valueRead = false;
     link->findings.capacityRead = false;
-    if (link->Descriptor0 == "PercentProcessesUsed")
-        return readProcesses(*link);
-    if (link->Descriptor0 == "PercentSwapSpaceUsed")
-        return readSwapSpace(*link);
-    if (link->Descriptor0 == "PercentFileDescriptorsUsed")
-        return readDescriptors(*link);
-    if (link->Descriptor0 == "LogicalDisk")
-        return readDisk(*link);
-    return notRead;
+    const Counter* counter = counterOf(*link);
+    return counter == nullptr ? notRead : counter->read(*link);
 }
 
 int RefreshRawData() {

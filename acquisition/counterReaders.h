@@ -6,11 +6,33 @@
 #include <cstdint>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 namespace obrin {
 
 /// Result of a reading that gave no value.
 inline constexpr int notRead = 155;
+
+/// One thing that the agent can count, and all that anybody needs to know of it. To add a counter is to add
+/// its reader and one row of the table.
+struct Counter {
+    std::string_view object;  ///< of the declaration ("FindObject")
+    std::string_view counter; ///< of the declaration ("FindCounter"); empty: whatever stands there
+    int (*read)(Link& link);  ///< see ReadRawData
+    std::string_view words;   ///< its name for people; of a disk's counter what it counts there
+    std::string_view unit;    ///< of the capacity, for people; empty for bytes
+    double bytes;             ///< in one unit of the capacity; 0 for what is no bytes
+    bool wholeLimit;          ///< an UpperLimitAbs counts without its fraction
+    std::string_view whole;   ///< what 100 per cent are, for people
+    std::string_view nothing; ///< what a measured capacity of 0 means, for people
+    bool absent;              ///< such a resource is not there at all, rather than always full
+};
+
+/// All of them. Changed by tests alone.
+std::vector<Counter>& counterTable();
+
+/// The counter that the link names; null when there is none.
+const Counter* counterOf(const Link& link);
 
 /// Reads the counter that the link names and stores its value in per cent in DataArray[0] and the measured
 /// capacity in UpperLimitCalc. 1; notRead when there was no value to be had, a value that is not finite

@@ -87,6 +87,10 @@ jbyteArray JNICALL declarations(JNIEnv* env, jclass, jbyteArray text) {
     return answerOn(env, text, &declarationsFeed);
 }
 
+jbyteArray JNICALL counters(JNIEnv* env, jclass) {
+    return answer(env, [env] { return makeJavaBytes(env, describeCounters()); });
+}
+
 JNINativeMethod method(const char* name, const char* signature, void* function) {
     return {const_cast<char*>(name), const_cast<char*>(signature), function};
 }
@@ -113,6 +117,7 @@ void registerHost(JNIEnv* env) {
     const JNINativeMethod methods[] = {
         method("await", "(JJ)[B", reinterpret_cast<void*>(&await)),
         method("curves", "(I)[B", reinterpret_cast<void*>(&curves)),
+        method("counters", "()[B", reinterpret_cast<void*>(&counters)),
     };
     registerClass<hostFeedVersion>(env, hostClass, methods);
 }

@@ -1,8 +1,10 @@
 #include "agent/hostFeed.h"
 
 #include "acquisition/circularBuffers.h"
+#include "acquisition/counterReaders.h"
 #include "acquisition/instances.h"
 #include "agent/agentState.h"
+#include "diagnosis/LX_DAQ_Subs.h"
 #include "prediction/exhaustion.h"
 #include "prediction/modelSelection.h"
 #include "prediction/predictor.h"
@@ -275,6 +277,21 @@ std::optional<std::string> curvesOf(std::int32_t rid) {
     bytes.number(static_cast<std::int32_t>(times.size()));
     for (std::size_t i = 0; i < times.size(); ++i)
         bytes.real(copy.origin + static_cast<double>(times[i])).real(static_cast<double>(copy.forecast[i]));
+    return bytes.take();
+}
+
+std::string describeCounters() {
+    Bytes bytes(2048);
+    bytes.number(hostFeedVersion).number(static_cast<std::int32_t>(counterTable().size()));
+    for (const Counter& counter : counterTable()) {
+        bytes.text(counter.object).text(counter.counter).text(counter.words).text(counter.unit);
+        bytes.real(counter.bytes).flag(counter.wholeLimit).text(counter.whole).text(counter.nothing);
+        bytes.flag(counter.absent);
+    }
+    const auto reports = reportedResources();
+    bytes.number(static_cast<std::int32_t>(reports.size()));
+    for (const ReportedResource& report : reports)
+        bytes.text(report.displayName).text(report.measure).text(report.words);
     return bytes.take();
 }
 

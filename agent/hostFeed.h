@@ -38,6 +38,12 @@ namespace obrin {
 //                i32 time of the forecast (0: none), text its model, f64 hours to exhaustion, f64
 //                notification level, list of its points (the same)
 
+//   counters     i32 hostFeedVersion, list of counters: texts object, counter (empty: any), words, unit
+//   (empty:
+//                bytes), f64 bytes in a unit, flag limits of one's own count whole, texts what 100 per cent
+//                are, what a capacity of 0 means, flag such a resource is absent; list of reports: texts
+//                display name, measure, words
+
 /// Changes with the layout of the bytes and with the native methods.
 inline constexpr std::int32_t hostFeedVersion = 1;
 
@@ -74,5 +80,8 @@ Publication awaitPublication(std::int64_t after, std::chrono::milliseconds patie
 /// with a forecast, the samples end with those that it was made from. Nothing when there is no such link. Any
 /// thread.
 std::optional<std::string> curvesOf(std::int32_t rid);
+
+/// What the agent can count, and whose users it names. Any thread.
+std::string describeCounters();
 
 } // namespace obrin

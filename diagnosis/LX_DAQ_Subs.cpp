@@ -34,17 +34,19 @@ struct Report {
     const char* logSeparator; ///< between name and pid, in the log
     const char* label;
     const char* unit;
+    const char* measureName; ///< for programs
+    const char* words;       ///< for people
 };
 
 constexpr const char* fileSeparator = ") \tPID ";
 
 constexpr Report reports[] = {
     {"PercentFileDescriptorsUsed", "Top Consumers of FDs:\n", comparenumFDs, &Record::numFDs, ") PID ",
-     "#FDs ", ""},
+     "#FDs ", "", "descriptors", "descriptors"},
     {"PercentSwapSpaceUsed", "Top Consumers of Memory (Resident Set Size):\n", comparevmrss, &Record::vmrss,
-     fileSeparator, "RSS ", " MB"},
+     fileSeparator, "RSS ", " MB", "residentMegabytes", "MB resident"},
     {"PercentProcessesUsed", "Top Consumers of Child Processes:\n", compareimmediatechildren,
-     &Record::immediatechildren, fileSeparator, "Children ", ""},
+     &Record::immediatechildren, fileSeparator, "Children ", "", "childProcesses", "child processes"},
 };
 
 const Report* reportOf(const Link& link) {
@@ -179,6 +181,13 @@ int diagnoseOne(const Report& report, CulpritText* culpritText) {
 }
 
 } // namespace
+
+std::vector<ReportedResource> reportedResources() {
+    std::vector<ReportedResource> found;
+    for (const Report& report : reports)
+        found.push_back({report.displayName, report.measureName, report.words});
+    return found;
+}
 
 int diagnose(Link* pLink, CulpritText* culpritText) {
     try {

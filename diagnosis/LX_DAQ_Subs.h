@@ -3,6 +3,8 @@
 #include "resources/resourceRecords.h"
 
 #include <cstddef>
+#include <string_view>
+#include <vector>
 
 namespace obrin {
 
@@ -13,6 +15,14 @@ inline constexpr std::size_t culpritTextSize = 5348;
 struct CulpritText {
     char* text; ///< culpritTextSize bytes, NUL-terminated, owned by the caller; null gathers nothing
 };
+
+/// Which resources have a report, by display name, and what it counts of each process.
+struct ReportedResource {
+    std::string_view displayName;
+    std::string_view measure; ///< for programs
+    std::string_view words;   ///< for people, behind a number
+};
+std::vector<ReportedResource> reportedResources();
 
 /// Names the ten processes that consume most of the resource, when it is one of the three that have culprits
 /// ("PercentFileDescriptorsUsed", "PercentSwapSpaceUsed", "PercentProcessesUsed", by display name): takes a

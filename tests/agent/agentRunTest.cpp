@@ -1,5 +1,6 @@
 #include "agent/agentRun.h"
 
+#include "acquisition/counterReaders.h"
 #include "agent/agentState.h"
 #include "agent/debugLog.h"
 #include "agent/hostFeed.h"
@@ -208,6 +209,39 @@ TEST_F(AgentRun, AForecastIsPublishedInTheCycleInWhichItIsMade) {
     EXPECT_EQ(run(), 0);
     openHostFeed(false);
     EXPECT_EQ(firstForecast, 200);
+}
+
+TEST_F(AgentRun, ACounterIsAddedByItsReaderAndOneRow) {
+    counterTable().push_back({"PercentLicencesUsed", "",
+                              [](Link& link) {
+                                  link.DataArray[0] = 12.5;
+                                  link.UpperLimitCalc = 40.0;
+                                  link.findings.valueRead = link.findings.capacityRead = true;
+                                  return 1;
+                              },
+                              "Licences", "seats", 0.0, true, "seats that are paid for", "none is paid for",
+                              true});
+    std::string other = declarations;
+    other.replace(other.find("PercentSwapSpaceUsed"), 20, "PercentLicencesUsed");
+    writeFile(resources, other);
+    openHostFeed();
+    FedState state;
+    clock.onWait([&](const char*, std::chrono::seconds) {
+        state = readState(*awaitPublication(0, std::chrono::milliseconds(0)));
+        continueExecuting = 0;
+    });
+    EXPECT_EQ(run(), 0);
+    openHostFeed(false);
+    EXPECT_THAT(readFile(archive), HasSubstr(" 1 0 12.50 "));
+    EXPECT_THAT(readFile(resources), HasSubstr("UpperLimitCalc 40"));
+    ASSERT_EQ(state.resources.size(), 1U);
+    EXPECT_EQ(state.resources[0].object, "PercentLicencesUsed");
+    EXPECT_EQ(state.resources[0].value, 12.5);
+    EXPECT_EQ(state.resources[0].capacity, 40.0);
+    const FedRow row = readCounters(describeCounters()).counters.back();
+    counterTable().pop_back();
+    EXPECT_THAT(row, ElementsAre("PercentLicencesUsed", "", "Licences", "seats", "0", "whole",
+                                 "seats that are paid for", "none is paid for", "absent"));
 }
 
 TEST_F(AgentRun, DeclarationsThatCannotBeReadAreToldAndEndTheRun) {

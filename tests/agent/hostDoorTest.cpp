@@ -27,6 +27,7 @@ protected:
         java.declareMethod(hostClass, "libraryVersion", "()I", true);
         java.declareMethod(hostClass, "await", "(JJ)[B", true);
         java.declareMethod(hostClass, "curves", "(I)[B", true);
+        java.declareMethod(hostClass, "counters", "()[B", true);
         java.setStaticNumber(hostClass, "VERSION", version);
     }
 
@@ -140,6 +141,13 @@ TEST_F(HostDoor, NoJavaMemoryForTheBytesIsJavasOwnException) {
     EXPECT_EQ(native<Await>("await")(java.env(), nullptr, 0, 0), nullptr);
     EXPECT_EQ(java.pendingException(), "java/lang/OutOfMemoryError: Java heap space");
     EXPECT_THAT(java.misuses(), IsEmpty());
+}
+
+TEST_F(HostDoor, CountersAreHandedOver) {
+    declareHost(hostFeedVersion);
+    load();
+    using Counters = jbyteArray (*)(JNIEnv*, jclass);
+    EXPECT_EQ(java.bytesOf(native<Counters>("counters")(java.env(), nullptr)), describeCounters());
 }
 
 TEST_F(HostDoor, ANumberThatNoLinkHasGivesNoCurves) {

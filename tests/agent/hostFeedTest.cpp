@@ -319,6 +319,28 @@ TEST_F(HostFeed, CurvesOfATemplateOfNobodyOrWithoutARunAreNone) {
     publishChain(&clasp);
 }
 
+TEST(HostFeedCounters, EachRowOfTheTableIsDescribed) {
+    const FedCounters found = readCounters(describeCounters());
+    EXPECT_THAT(
+        found.counters,
+        ElementsAre(
+            FedRow{"PercentProcessesUsed", "", "Process slots", "tasks", "0", "whole",
+                   "tasks: the smaller of what the kernel allows and what the memory is good for", "", ""},
+            FedRow{"PercentSwapSpaceUsed", "", "Swap", "", "1024", "", "swap space",
+                   "this machine has no swap space", "absent"},
+            FedRow{"PercentFileDescriptorsUsed", "", "File descriptors", "descriptors", "0", "whole",
+                   "open files that the kernel allows", "", ""},
+            FedRow{"LogicalDisk", "PercentFreeSpaceUsed", "space", "", "1024", "",
+                   "space of the file system that is not kept for the superuser",
+                   "counts no space of its own, always reads as full", ""},
+            FedRow{"LogicalDisk", "PercentFreeInodesUsed", "inodes", "inodes", "0", "",
+                   "inodes of the file system", "counts no inodes of its own, always reads as full", ""}));
+    EXPECT_THAT(found.reports,
+                ElementsAre(FedRow{"PercentFileDescriptorsUsed", "descriptors", "descriptors"},
+                            FedRow{"PercentSwapSpaceUsed", "residentMegabytes", "MB resident"},
+                            FedRow{"PercentProcessesUsed", "childProcesses", "child processes"}));
+}
+
 /// A link whose values rise from 10 by 0.1 each second, forecast at the newest of them.
 class HostFeedForecast : public HostFeed {
 protected:

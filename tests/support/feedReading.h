@@ -137,6 +137,39 @@ inline FedState readState(std::string_view bytes) {
     return state;
 }
 
+/// A row of texts, numbers and flags, all as text.
+using FedRow = std::vector<std::string>;
+
+struct FedCounters {
+    std::vector<FedRow> counters, reports;
+};
+
+inline FedCounters readCounters(std::string_view bytes) {
+    FeedReading in(bytes);
+    FedCounters found;
+    in.number();
+    for (std::int32_t i = in.number(); i > 0; --i) {
+        FedRow row;
+        for (int text = 0; text < 4; ++text)
+            row.push_back(in.text());
+        row.push_back(std::to_string(static_cast<int>(in.real())));
+        row.emplace_back(in.flag() ? "whole" : "");
+        row.push_back(in.text());
+        row.push_back(in.text());
+        row.emplace_back(in.flag() ? "absent" : "");
+        found.counters.push_back(row);
+    }
+    for (std::int32_t i = in.number(); i > 0; --i) {
+        FedRow row;
+        for (int text = 0; text < 3; ++text)
+            row.push_back(in.text());
+        found.reports.push_back(row);
+    }
+    if (!in.atEnd())
+        throw std::out_of_range("there are more bytes than counters have");
+    return found;
+}
+
 using FedCurve = std::vector<std::pair<double, double>>;
 
 struct FedCurves {
