@@ -317,6 +317,8 @@ describe("events", () => {
 
   test("each type has its words", async () => {
     const world = new World();
+    world.add({ resource: "PercentSwapSpaceUsed" });
+    world.add({ resource: "PercentProcessesUsed" });
     world.event({ type: "fatal", message: "df did not answer" });
     world.event({ type: "innerTolerance", resource: "Own", instance: null, limit: 90 });
     world.event({ type: "exhaustion", resource: "PercentSwapSpaceUsed", instance: "_Total", secondsToExhaustion: 3600,
@@ -437,7 +439,7 @@ describe("hostile names", () => {
     const world = new World();
     NASTY.forEach((name) => world.add({ mountpoint: name, device: `/dev/${name}`, state: "forecast" }));
     const first = world.resources[0];
-    world.culprits.set(1, { id: 1, measure: "residentMegabytes", writtenAt: world.now, processes:
+    world.culprits.set(1, { id: 1, measure: "residentMegabytes", measureText: "MB resident", writtenAt: world.now, processes:
       NASTY.map((name, i) => ({ name, pid: i + 1, value: 10 })) });
     world.event({ resource: first.resource, instance: first.instance, secondsToExhaustion: 100,
       culprits: NASTY.slice(0, 3).map((name) => ({ name, pid: 1, value: 1 })) });

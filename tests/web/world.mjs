@@ -1,5 +1,7 @@
 // What a made-up machine looks like through the agent's interface.
 
+const COUNTER_WORDS = { PercentProcessesUsed: "Process slots", PercentSwapSpaceUsed: "Swap",
+  PercentFileDescriptorsUsed: "File descriptors", PercentFreeSpaceUsed: "space", PercentFreeInodesUsed: "inodes" };
 export const STATE_WORDS = {
   "at-limit": "at its limit",
   forecast: "exhaustion forecast",
@@ -47,11 +49,12 @@ export class World {
     const isForecast = given.isForecast ?? !["collecting", "absent", "no-limit"].includes(state);
     const forecastAt = isForecast ? this.now - 4 : null;
     const mountpoint = given.mountpoint ?? null;
+    const counter = given.counter ?? given.resource ?? "PercentFreeSpaceUsed";
     const device = mountpoint === null ? null : given.device ?? "/dev/sda1";
     this.resources.push({
       id, resource: given.resource ?? "PercentFreeSpaceUsed",
       instance: given.instance ?? (mountpoint === null ? "" : `${device} ${mountpoint}`),
-      device, mountpoint, value, capacity: given.capacity === undefined ? "95.7 GiB" : given.capacity,
+      device, mountpoint, counter, counterWords: COUNTER_WORDS[counter] ?? null, value, capacity: given.capacity === undefined ? "95.7 GiB" : given.capacity,
       state, stateText: given.stateText ?? STATE_WORDS[state], note: given.note ?? null,
       samples: given.samples ?? (state === "collecting" ? 137 : 600),
       firstForecastAt: state === "collecting" ? given.firstForecastAt ?? this.now + 300 : null,
@@ -119,7 +122,8 @@ export class World {
       return this.trend(resource);
     }
     if (match[2] === "culprits") {
-      return this.culprits.get(resource.id) ?? { id: resource.id, measure: null, writtenAt: null, processes: [] };
+      return this.culprits.get(resource.id)
+        ?? { id: resource.id, measure: null, measureText: null, writtenAt: null, processes: [] };
     }
     return { events: this.events.filter((e) => e.resource === resource.resource
       && (e.instance ?? "") === resource.instance) };
@@ -154,7 +158,7 @@ export function busyServer(options) {
   world.add({ resource: "PercentSwapSpaceUsed", value: null, state: "absent", capacity: null,
     note: "This machine has no swap." });
   const descriptors = world.resources[1];
-  world.culprits.set(descriptors.id, { id: descriptors.id, measure: "descriptors", writtenAt: world.now - 4, processes: [
+  world.culprits.set(descriptors.id, { id: descriptors.id, measure: "descriptors", measureText: "descriptors", writtenAt: world.now - 4, processes: [
     { name: "postgres", pid: 2211, value: 48210 }, { name: "java", pid: 1874, value: 20312 },
     { name: "nginx", pid: 990, value: 8120 }, { name: "node", pid: 4123, value: 2048 }] });
   for (let i = 12; i >= 0; i--) {

@@ -158,7 +158,7 @@ function renderCulprits(report, now) {
   const processes = report?.measure ? report.processes : [];
   show(table, processes.length > 0);
   setText(byId("culprits-text"), culpritsText(report, now));
-  setText(byId("culprits-unit"), report?.measure ? words.measureWords(report.measure) : "Value");
+  setText(byId("culprits-unit"), report?.measure ? words.printable(report.measureText) : "Value");
   const body = byId("culprit-rows");
   while (body.rows.length > processes.length) {
     body.deleteRow(-1);

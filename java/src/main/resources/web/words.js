@@ -13,19 +13,9 @@ export const STATES = {
   absent: { words: "absent", urgent: false },
 };
 
-const PLAIN_NAMES = {
-  PercentProcessesUsed: "Process slots",
-  PercentSwapSpaceUsed: "Swap",
-  PercentFileDescriptorsUsed: "File descriptors",
-};
-
-const DISK_NAMES = ["PercentFreeSpaceUsed", "PercentFreeInodesUsed"];
-
 const MOST_SIGNS = 60;
 
 const SHOWN_USERS = 3;
-const MEASURES = { descriptors: "descriptors", residentMegabytes: "MB resident", childProcesses: "child processes" };
-
 export function isUrgent(resource) {
   return Boolean(STATES[resource.state]?.urgent);
 }
@@ -53,12 +43,13 @@ export function printable(text) {
 
 /** Where a resource is, or what it is. */
 function place(resource) {
-  return printable(resource.mountpoint || resource.instance || PLAIN_NAMES[resource.resource] || resource.resource);
+  return printable(resource.mountpoint || resource.instance || resource.counterWords || resource.resource);
 }
 
-/** The large name of a resource, which also tells inodes of a disk from its space. */
+/** The large name of a resource, which also tells what is counted of a disk when it is not its space. */
 export function title(resource) {
-  return resource.resource === "PercentFreeInodesUsed" ? `${place(resource)} (inodes)` : place(resource);
+  const isOther = resource.mountpoint && resource.counterWords && resource.counterWords !== "space";
+  return isOther ? `${place(resource)} (${printable(resource.counterWords)})` : place(resource);
 }
 
 /** The small name: the declared one and, for a disk, the device. */
@@ -72,7 +63,7 @@ export function subtitle(resource) {
 
 /** The subject of a sentence: names that are not known here are told with their place. */
 export function subject(resource) {
-  const isPlain = !resource.instance || DISK_NAMES.includes(resource.resource);
+  const isPlain = !resource.instance || resource.resource === resource.counter;
   return fitted(isPlain ? title(resource) : `${title(resource)} (${printable(resource.resource)})`);
 }
 
@@ -302,19 +293,16 @@ export function largestUsers(report) {
     return "";
   }
   const named = report.processes.slice(0, SHOWN_USERS).map((p) => `${printable(p.name)} (${p.pid}) ${p.value}`);
-  return `largest users: ${named.join(", ")} ${measureWords(report.measure)}`;
+  return `largest users: ${named.join(", ")} ${printable(report.measureText)}`;
 }
 
-export function measureWords(measure) {
-  return MEASURES[measure] ?? printable(measure);
-}
-
-/** Who an event is about. Without its resource: a known name of the whole system, else the instance. */
+/** Who an event is about. Without its resource: the place of a disk, else the name. */
 export function eventSubject(event, resource) {
   if (resource) {
     return subject(resource);
   }
-  return fitted(PLAIN_NAMES[event.resource] ?? printable(event.instance || event.resource || "A resource"));
+  const place = event.instance?.includes("/") ? event.instance : event.resource;
+  return fitted(printable(place || event.instance || "A resource"));
 }
 
 /** What an event says, as one sentence after its subject. */

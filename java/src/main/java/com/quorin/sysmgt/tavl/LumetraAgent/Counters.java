@@ -1,21 +1,13 @@
 package com.quorin.sysmgt.tavl.LumetraAgent;
 
-/** The objects and counters that the agent can read, as the declarations spell them. */
+/** The objects whose declarations stand for many resources. What can be counted of them is in the {@link CounterTable}. */
 final class Counters {
 
-    static final String PROCESSES = "PercentProcessesUsed";
-    static final String SWAP = "PercentSwapSpaceUsed";
-    static final String DESCRIPTORS = "PercentFileDescriptorsUsed";
-
-    /** The object whose declarations stand for every mounted file system. */
+    /** Every mounted file system. */
     static final String DISK = "LogicalDisk";
 
-    /** The object whose declarations stand for the processes of a program. */
+    /** The processes of a program. */
     static final String PROCESS = "Process";
-
-    /** The counters of a disk. */
-    static final String SPACE = "PercentFreeSpaceUsed";
-    static final String INODES = "PercentFreeInodesUsed";
 
     private Counters() {}
 }

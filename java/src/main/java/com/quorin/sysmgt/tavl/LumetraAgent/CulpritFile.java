@@ -7,7 +7,6 @@ import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
-import java.util.Map;
 import java.util.concurrent.TimeUnit;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
@@ -17,15 +16,11 @@ final class CulpritFile {
 
     private static final int LARGEST = 64 * 1024;
 
+    private static final CounterTable.Report NONE = new CounterTable.Report(null, null, null);
+
     /** A name may hold parentheses itself. */
     private static final Pattern LINE = Pattern.compile(
             "\\t\\((.*)\\) *\\tPID (-?\\d{1,18}) *\\t(?:#FDs|RSS|Children) (-?\\d{1,18})(?: MB)?\\s*");
-
-    /** The resources that have a report, by display name. */
-    private static final Map<String, String> MEASURES = Map.of(
-            Counters.DESCRIPTORS, "descriptors",
-            Counters.SWAP, "residentMegabytes",
-            Counters.PROCESSES, "childProcesses");
 
     private CulpritFile() {}
 
@@ -38,17 +33,17 @@ final class CulpritFile {
      * @return the report, without processes when there is none
      */
     static CulpritReport read(int id, String name, String home) {
-        String measure = MEASURES.get(name);
+        CounterTable.Report about = CounterTable.current().reportOn(name).orElse(NONE);
         Path file = FileText.path(home + name + ".cul");
-        if (measure == null || !Files.isRegularFile(file)) {
-            return new CulpritReport(id, measure, null, List.of());
+        if (about == NONE || !Files.isRegularFile(file)) {
+            return new CulpritReport(id, about.measure(), about.words(), null, List.of());
         }
         try (InputStream in = Files.newInputStream(file)) {
             long written = Files.getLastModifiedTime(file).to(TimeUnit.SECONDS);
             String text = new String(in.readNBytes(LARGEST), StandardCharsets.ISO_8859_1);
-            return new CulpritReport(id, measure, written, parse(text));
+            return new CulpritReport(id, about.measure(), about.words(), written, parse(text));
         } catch (IOException | SecurityException e) {
-            return new CulpritReport(id, measure, null, List.of());
+            return new CulpritReport(id, about.measure(), about.words(), null, List.of());
         }
     }
 

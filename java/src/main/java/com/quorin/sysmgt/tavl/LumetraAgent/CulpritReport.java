@@ -8,7 +8,8 @@ import java.util.List;
  * @param id        the resource's number
  * @param measure   "descriptors", "residentMegabytes" or "childProcesses"; null when the agent names no
  *                  processes for this resource
+ * @param measureText the measure for people, behind a number; null as the measure is
  * @param writtenAt when the agent wrote the report, seconds since the epoch; null without one
  * @param processes the largest first; empty without a report
  */
-record CulpritReport(int id, String measure, Long writtenAt, List<Culprit> processes) {}
+record CulpritReport(int id, String measure, String measureText, Long writtenAt, List<Culprit> processes) {}

@@ -4,15 +4,11 @@ import java.util.ArrayList;
 import java.util.HashMap;
 import java.util.List;
 import java.util.Map;
-import java.util.Set;
+import java.util.Optional;
 
 /** Judges what the inputs of accepted declarations mean: objects, counters, names, repetitions. */
 final class DeclarationJudge {
 
-    private static final Set<String> SYSTEM_WIDE =
-            Set.of(Counters.PROCESSES, Counters.SWAP, Counters.DESCRIPTORS);
-    private static final Set<String> WHOLE_LIMIT = Set.of(Counters.PROCESSES, Counters.DESCRIPTORS);
-    private static final Set<String> DISK_COUNTERS = Set.of(Counters.SPACE, Counters.INODES);
     private static final int LONGEST_FILE_NAME = 255;
     private static final String SUFFIX = "BMPRD.gnp";
 
@@ -33,8 +29,11 @@ final class DeclarationJudge {
      * @return false when its value is 0 for ever
      */
     static boolean isCounted(DeclaredInput input) {
-        return SYSTEM_WIDE.contains(input.object().value())
-                || input.isDisk() && DISK_COUNTERS.contains(input.counter().value());
+        return counterOf(input).isPresent();
+    }
+
+    private static Optional<CounterTable.Counter> counterOf(DeclaredInput input) {
+        return CounterTable.current().of(input.object().value(), input.counter().value());
     }
 
     /**
@@ -73,9 +72,11 @@ final class DeclarationJudge {
     private void judgeObject(DeclaredInput input) {
         String object = input.object().value();
         if (object.equals(Counters.PROCESS)) {
-            file.add(input.place(), FindingKind.OBJECT_PROCESS, Finding.quoted(object));
-        } else if (!input.isDisk() && !SYSTEM_WIDE.contains(object)) {
-            file.add(input.place(), FindingKind.OBJECT_UNKNOWN, Finding.quoted(object));
+            file.add(input.place(), FindingKind.OBJECT_PROCESS, Finding.quoted(object),
+                    CounterTable.current().objects());
+        } else if (!CounterTable.current().knows(object)) {
+            file.add(input.place(), FindingKind.OBJECT_UNKNOWN, Finding.quoted(object),
+                    CounterTable.current().objects());
         }
     }
 
@@ -85,7 +86,8 @@ final class DeclarationJudge {
             file.add(input.method().place(), FindingKind.METHOD_UNKNOWN, Integer.toString(method));
         }
         double limit = input.upperLimit().value();
-        if (WHOLE_LIMIT.contains(input.object().value()) && limit > 0 && limit < 1) {
+        boolean isCut = counterOf(input).map(CounterTable.Counter::wholeLimit).orElse(false);
+        if (isCut && limit > 0 && limit < 1) {
             file.add(input.upperLimit().place(), FindingKind.UPPER_LIMIT_BELOW_ONE, Double.toString(limit));
         }
     }
@@ -101,7 +103,8 @@ final class DeclarationJudge {
             file.add(input.instance().place(), FindingKind.DISK_INSTANCE_IGNORED, Finding.quoted(instance));
         }
         if (!isCounted(input)) {
-            file.add(input.counter().place(), FindingKind.COUNTER_UNKNOWN, counter);
+            file.add(input.counter().place(), FindingKind.COUNTER_UNKNOWN, counter,
+                    CounterTable.current().countersOf(Counters.DISK));
         }
         DeclaredInput first = diskCounters.putIfAbsent(input.counter().value(), input);
         if (first != null) {

@@ -21,6 +21,8 @@ final class FeedReader {
     private static final int POINT = 2 * Double.BYTES;
     private static final int LEAST_LEFT_OUT = 2 * Integer.BYTES;
     private static final int LEAST_RESOURCE = 119;
+    private static final int LEAST_COUNTER = 34;
+    private static final int LEAST_REPORT = 12;
 
     private final byte[] array;
     private final ByteBuffer bytes;
@@ -32,6 +34,10 @@ final class FeedReader {
 
     static Publication publication(byte[] array) {
         return new FeedReader(array).whole(FeedReader::publication);
+    }
+
+    static CounterTable counters(byte[] array) {
+        return new FeedReader(array).whole(FeedReader::counters);
     }
 
     static Curves curves(byte[] array) {
@@ -48,6 +54,18 @@ final class FeedReader {
             throw wrong(bytes.position(), "the end", bytes.remaining() + " more bytes");
         }
         return value;
+    }
+
+    private CounterTable counters() {
+        return new CounterTable(list(LEAST_COUNTER, "the counters", this::counter),
+                list(LEAST_REPORT, "the reports", () -> new CounterTable.Report(
+                        text("the display name"), text("the measure"), text("its words"))));
+    }
+
+    private CounterTable.Counter counter() {
+        return new CounterTable.Counter(text("the object"), text("the counter"), text("its words"),
+                text("its unit"), real("the bytes in a unit"), flag("whether limits count whole"),
+                text("what 100 per cent are"), text("what 0 means"), flag("whether it is absent then"));
     }
 
     private Publication publication() {

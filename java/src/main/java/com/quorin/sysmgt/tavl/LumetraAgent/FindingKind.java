@@ -151,18 +151,18 @@ enum FindingKind {
 
     /** An unknown object. */
     OBJECT_UNKNOWN(false, "nothing counts the object %1$s: it is archived as 0 for ever",
-            "PercentProcessesUsed, PercentSwapSpaceUsed, PercentFileDescriptorsUsed or LogicalDisk"),
+            "%2$s"),
 
     /** The object that has no instances. */
     OBJECT_PROCESS(false, "the object %1$s has no instances on Linux: nothing is sampled",
-            "PercentProcessesUsed, PercentSwapSpaceUsed, PercentFileDescriptorsUsed or LogicalDisk"),
+            "%2$s"),
 
     /** The object that ends the declarations. */
     OBJECT_FILE(false, "the object %1$s ends the declarations: %2$s", "another object"),
 
     /** An unknown counter of disks. */
     COUNTER_UNKNOWN(false, "LogicalDisk has no counter %1$s: every disk is archived as 0 for ever",
-            "PercentFreeSpaceUsed or PercentFreeInodesUsed"),
+            "%2$s"),
 
     /** A single disk. */
     DISK_INSTANCE_IGNORED(false, "FindInstance %1$s is ignored: a LogicalDisk stands for every disk", "*"),

@@ -21,8 +21,8 @@ record ResourceFacts(RunResource resource, Kind kind, double capacity) {
         NOT_MEASURED,
         /** The machine has never told the capacity. */
         UNKNOWN_CAPACITY,
-        /** The machine has no swap space. */
-        NO_SWAP,
+        /** The machine has none of it. */
+        NONE_THERE,
         /** A file system that counts no space or no inodes of its own. */
         COUNTS_NONE,
         /** The kernel sets no maximum. */
@@ -39,8 +39,13 @@ record ResourceFacts(RunResource resource, Kind kind, double capacity) {
         return reading.configured() > 0;
     }
 
+    private static Optional<CounterTable.Counter> counterOf(RunResource.Identity identity) {
+        return CounterTable.current().of(identity.object(), identity.counter());
+    }
+
     private static Kind kind(RunResource.Identity identity, RunResource.Reading reading, double capacity) {
-        if (!isMeasured(identity)) {
+        Optional<CounterTable.Counter> counter = counterOf(identity);
+        if (counter.isEmpty()) {
             return Kind.NOT_MEASURED;
         }
         if (capacity > 0) {
@@ -49,17 +54,8 @@ record ResourceFacts(RunResource resource, Kind kind, double capacity) {
         if (!reading.isMeasured()) {
             return Kind.UNKNOWN_CAPACITY;
         }
-        return identity.object().equals(Counters.SWAP) ? Kind.NO_SWAP
-                : identity.isDisk() ? Kind.COUNTS_NONE : Kind.COUNTED;
-    }
-
-    private static boolean isMeasured(RunResource.Identity identity) {
-        return switch (identity.object()) {
-            case Counters.PROCESSES, Counters.SWAP, Counters.DESCRIPTORS -> true;
-            case Counters.DISK -> identity.counter().equals(Counters.SPACE)
-                    || identity.counter().equals(Counters.INODES);
-            default -> false;
-        };
+        return counter.get().isAbsent() ? Kind.NONE_THERE
+                : counter.get().nothing().isEmpty() ? Kind.COUNTED : Kind.COUNTS_NONE;
     }
 
     private RunResource.Limits limits() {
@@ -69,7 +65,7 @@ record ResourceFacts(RunResource resource, Kind kind, double capacity) {
     /** Whether there is something that the resource could run out of, and the method looks at it. */
     boolean hasLimit() {
         boolean canRunOut =
-                kind == Kind.COUNTED || kind == Kind.UNKNOWN_CAPACITY || kind == Kind.NO_SWAP;
+                kind == Kind.COUNTED || kind == Kind.UNKNOWN_CAPACITY || kind == Kind.NONE_THERE;
         return canRunOut && (limits().hasLower() || limits().hasUpper());
     }
 
@@ -91,9 +87,8 @@ record ResourceFacts(RunResource resource, Kind kind, double capacity) {
         return switch (kind) {
             case COUNTED, UNKNOWN_CAPACITY -> "";
             case NOT_MEASURED -> "not measured: the agent has no counter of this name";
-            case NO_SWAP -> "this machine has no swap space";
-            case COUNTS_NONE -> "counts no " + (countsSpace() ? "space" : "inodes")
-                    + " of its own, always reads as full";
+            case NONE_THERE, COUNTS_NONE ->
+                counterOf(resource.identity()).map(CounterTable.Counter::nothing).orElse("");
             case UNLIMITED ->
                 "no limit on this machine; set UpperLimitAbs to forecast against one of your own";
         };
@@ -111,20 +106,11 @@ record ResourceFacts(RunResource resource, Kind kind, double capacity) {
 
     /** What 100 per cent stand for, in words; empty when there is nothing to be told. */
     Optional<String> amount() {
-        return kind == Kind.COUNTED ? Optional.of(inWords()) : Optional.empty();
+        return kind == Kind.COUNTED ? counterOf(resource.identity()).map(this::inWords) : Optional.empty();
     }
 
-    private String inWords() {
-        return switch (resource.identity().object()) {
-            case Counters.PROCESSES -> String.format(Locale.ROOT, "%.0f tasks", capacity);
-            case Counters.SWAP -> Words.ofBytes(capacity * 1024);
-            case Counters.DESCRIPTORS -> String.format(Locale.ROOT, "%.0f descriptors", capacity);
-            default -> countsSpace() ? Words.ofBytes(capacity * 1024)
-                    : String.format(Locale.ROOT, "%.0f inodes", capacity);
-        };
-    }
-
-    private boolean countsSpace() {
-        return resource.identity().counter().equals(Counters.SPACE);
+    private String inWords(CounterTable.Counter counter) {
+        return counter.unit().isEmpty() ? Words.ofBytes(capacity * counter.bytes())
+                : String.format(Locale.ROOT, "%.0f %s", capacity, counter.unit());
     }
 }

@@ -37,7 +37,7 @@ final class ResourceJudge {
     private ResourceJudge() {}
 
     static ResourceState state(Case c) {
-        if (!c.present || c.facts.kind() == ResourceFacts.Kind.NO_SWAP) {
+        if (!c.present || c.facts.kind() == ResourceFacts.Kind.NONE_THERE) {
             return ResourceState.ABSENT;
         }
         if (!c.facts.hasLimit()) {

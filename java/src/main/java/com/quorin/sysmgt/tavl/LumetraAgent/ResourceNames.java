@@ -16,7 +16,10 @@ record ResourceNames(Snapshot.Identity shown, TrendReader.Resource key) {
         Snapshot.Identity shown = new Snapshot.Identity(identity.id(),
                 Words.ofBytes(identity.displayName()), identity.hasInstance() ? Words.ofBytes(instance) : "",
                 identity.isDisk() ? Words.ofBytes(device) : null,
-                isMounted ? Words.ofBytes(instance.substring(identity.mountPoint())) : null);
+                isMounted ? Words.ofBytes(instance.substring(identity.mountPoint())) : null,
+                Words.ofBytes(identity.counter()),
+                CounterTable.current().of(identity.object(), identity.counter())
+                        .map(CounterTable.Counter::words).orElse(null));
         return new ResourceNames(shown, new TrendReader.Resource(
                 Words.asFromLibrary(identity.name()), Words.asFromLibrary(instance)));
     }

@@ -53,7 +53,7 @@ final class ResourceReport {
         RunResource.Reading reading = facts.resource().reading();
         return switch (facts.kind()) {
             case NOT_MEASURED -> "-";
-            case NO_SWAP -> "absent";
+            case NONE_THERE -> "absent";
             default -> reading.isRead() ? String.format(Locale.ROOT, "%.2f %%", reading.value()) : "not read";
         };
     }

@@ -89,8 +89,11 @@ record Snapshot(Agent agent, List<Resource> resources, List<LeftOut> leftOut, @J
      * @param instance   device, blank and mount point for a disk; empty for a system-wide resource
      * @param device     device of a disk
      * @param mountpoint mount point of a disk
+     * @param counter    as the declaration has it
+     * @param counterWords what is counted, for people; null for what the agent has no counter for
      */
-    record Identity(int id, String resource, String instance, String device, String mountpoint) {}
+    record Identity(int id, String resource, String instance, String device, String mountpoint, String counter,
+            String counterWords) {}
 
     /**
      * What was read.

@@ -71,16 +71,7 @@ final class StatusTable {
         }
         List<String> named = report.processes().stream().limit(SHOWN_USERS).map(Culprit::inWords).toList();
         return Optional.of("Largest users of " + Words.printable(resource) + ": "
-                + String.join(", ", named) + " " + unit(report.measure()));
-    }
-
-    private static String unit(String measure) {
-        return switch (String.valueOf(measure)) {
-            case "descriptors" -> "descriptors";
-            case "residentMegabytes" -> "MB resident";
-            case "childProcesses" -> "child processes";
-            default -> "";
-        };
+                + String.join(", ", named) + " " + Words.printable(report.measureText()));
     }
 
     private List<String> table(Snapshot snapshot, Instant now) {

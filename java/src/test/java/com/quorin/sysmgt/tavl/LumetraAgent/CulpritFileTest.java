@@ -9,6 +9,7 @@ import java.nio.file.Path;
 import java.nio.file.attribute.FileTime;
 import java.util.List;
 import org.junit.jupiter.api.Assumptions;
+import org.junit.jupiter.api.BeforeAll;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 
@@ -16,6 +17,11 @@ class CulpritFileTest {
 
     @TempDir
     Path home;
+
+    @BeforeAll
+    static void loadTheLibrary() {
+        LoadedLibrary.load(); // which knows the reports
+    }
 
     private Path write(String name, String text) throws IOException {
         Path file = home.resolve(name + ".cul");
@@ -35,25 +41,25 @@ class CulpritFileTest {
         write("PercentSwapSpaceUsed",
                 "Top Consumers of Memory (Resident Set Size):\n\t(java) \tPID 12 \tRSS 800 MB\n");
         write("PercentProcessesUsed", "Top Consumers of Child Processes:\n\t(init) \tPID 1 \tChildren 44\n");
-        assertEquals(new CulpritReport(7, "descriptors", 1700000000L,
+        assertEquals(new CulpritReport(7, "descriptors", "descriptors", 1700000000L,
                 List.of(new Culprit("java", 12, 210), new Culprit("sh", 9, 5))),
                 read("PercentFileDescriptorsUsed"));
-        assertEquals(new CulpritReport(7, "residentMegabytes", 1700000000L,
+        assertEquals(new CulpritReport(7, "residentMegabytes", "MB resident", 1700000000L,
                 List.of(new Culprit("java", 12, 800))), read("PercentSwapSpaceUsed"));
-        assertEquals(new CulpritReport(7, "childProcesses", 1700000000L,
+        assertEquals(new CulpritReport(7, "childProcesses", "child processes", 1700000000L,
                 List.of(new Culprit("init", 1, 44))), read("PercentProcessesUsed"));
     }
 
     @Test
     void otherResourcesHaveNoReport() throws IOException {
         write("Disk space", "Top\n\t(java) \tPID 12 \tRSS 8 MB\n");
-        assertEquals(new CulpritReport(7, null, null, List.of()), read("Disk space"));
-        assertEquals(new CulpritReport(7, null, null, List.of()), read("../x"));
+        assertEquals(new CulpritReport(7, null, null, null, List.of()), read("Disk space"));
+        assertEquals(new CulpritReport(7, null, null, null, List.of()), read("../x"));
     }
 
     @Test
     void aReportThatIsNotThereIsEmpty() throws IOException {
-        CulpritReport empty = new CulpritReport(7, "descriptors", null, List.of());
+        CulpritReport empty = new CulpritReport(7, "descriptors", "descriptors", null, List.of());
         assertEquals(empty, read("PercentFileDescriptorsUsed"));
         Files.createDirectory(home.resolve("PercentFileDescriptorsUsed.cul"));
         assertEquals(empty, read("PercentFileDescriptorsUsed"));

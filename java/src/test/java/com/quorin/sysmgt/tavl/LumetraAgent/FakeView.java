@@ -31,7 +31,7 @@ class FakeView implements AgentView {
     }
 
     static Snapshot.Resource resource(int id, String name, String instance, Double value) {
-        return new Snapshot.Resource(new Snapshot.Identity(id, name, instance, null, null),
+        return new Snapshot.Resource(new Snapshot.Identity(id, name, instance, null, null, "counter", null),
                 new Snapshot.Reading(value, "95.7 GiB", 100.0, 200,
                         new Snapshot.Recent(0, 60, new ArrayList<>(List.of(1.0, 2.0)))),
                 new Snapshot.Standing(ResourceState.FORECAST, ResourceState.FORECAST.words(), null),
@@ -69,7 +69,7 @@ class FakeView implements AgentView {
     @Override
     public Optional<CulpritReport> culprits(int id) {
         return has(id)
-                ? Optional.of(new CulpritReport(id, "descriptors", 9L, List.of(new Culprit(HOSTILE, 2, 3))))
+                ? Optional.of(new CulpritReport(id, "descriptors", "descriptors", 9L, List.of(new Culprit(HOSTILE, 2, 3))))
                 : Optional.empty();
     }
 

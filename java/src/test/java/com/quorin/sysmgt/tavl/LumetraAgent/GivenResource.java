@@ -6,13 +6,23 @@ import java.util.List;
 /** A resource as a test wants it: swap space half in use, unless it says otherwise. */
 final class GivenResource {
 
+    static {
+        LoadedLibrary.load(); // which knows the counters
+    }
+
+    static final String PROCESSES = "PercentProcessesUsed";
+    static final String SWAP = "PercentSwapSpaceUsed";
+    static final String DESCRIPTORS = "PercentFileDescriptorsUsed";
+    static final String SPACE = "PercentFreeSpaceUsed";
+    static final String INODES = "PercentFreeInodesUsed";
+
     /** The time of the cycle that a state is of, unless a test says otherwise. */
     static final long START = 1_700_000_000L;
 
     int id;
-    String object = Counters.SWAP;
+    String object = SWAP;
     String instance = "_Total";
-    String counter = Counters.SWAP;
+    String counter = SWAP;
     String name = "Swap";
     int mountPoint = -1;
     double value = 50;
@@ -42,7 +52,7 @@ final class GivenResource {
         GivenResource disk = new GivenResource(id);
         disk.object = Counters.DISK;
         disk.instance = device + " " + mountPoint;
-        disk.counter = Counters.SPACE;
+        disk.counter = SPACE;
         disk.name = "Space";
         disk.mountPoint = device.length() + 1;
         disk.measured = 2048;

@@ -35,7 +35,7 @@ class JsonApiTest {
         JsonNode json = json("resources", null);
         assertEquals(13, json.get("agent").size());
         JsonNode first = json.get("resources").get(0);
-        assertEquals(19, first.size());
+        assertEquals(21, first.size());
         assertTrue(first.get("device").isNull());
         assertEquals("forecast", first.get("state").textValue());
         assertEquals(3, json.size());

@@ -30,7 +30,7 @@ class MetricsReportTest {
             Long forecastAt, Long exhaustionAt) {
         String instance = device == null ? "" : device + " " + mountpoint;
         boolean known = forecastAt != null;
-        rows.add(new Snapshot.Resource(new Snapshot.Identity(id, name, instance, device, mountpoint),
+        rows.add(new Snapshot.Resource(new Snapshot.Identity(id, name, instance, device, mountpoint, "counter", null),
                 new Snapshot.Reading(known ? 12.34 : null, null, 100.0, 200, null),
                 new Snapshot.Standing(state, state.words(), null),
                 new Snapshot.Forecast(null, null, exhaustionAt, known ? "Linear" : null, known ? 50.5 : null,

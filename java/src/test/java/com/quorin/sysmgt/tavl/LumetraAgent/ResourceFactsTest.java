@@ -25,12 +25,12 @@ class ResourceFactsTest {
         assertAmount("2.0 GiB", given);
         assertAmount("2.0 MiB", GivenResource.disk(4, "/dev/vda", "/"));
         GivenResource inodes = GivenResource.disk(4, "/dev/vda", "/");
-        inodes.counter = Counters.INODES;
+        inodes.counter = GivenResource.INODES;
         assertAmount("2048 inodes", inodes);
-        GivenResource tasks = GivenResource.single(5, Counters.PROCESSES);
+        GivenResource tasks = GivenResource.single(5, GivenResource.PROCESSES);
         tasks.measured = 28000;
         assertAmount("28000 tasks", tasks);
-        GivenResource descriptors = GivenResource.single(6, Counters.DESCRIPTORS);
+        GivenResource descriptors = GivenResource.single(6, GivenResource.DESCRIPTORS);
         descriptors.measured = 8192;
         assertAmount("8192 descriptors", descriptors);
     }
@@ -57,7 +57,7 @@ class ResourceFactsTest {
     @Test
     void aMachineWithoutSwapHasNone() {
         given.measured = 0;
-        assertEquals(ResourceFacts.Kind.NO_SWAP, facts(given).kind());
+        assertEquals(ResourceFacts.Kind.NONE_THERE, facts(given).kind());
         assertEquals("this machine has no swap space", facts(given).remark());
     }
 
@@ -66,14 +66,14 @@ class ResourceFactsTest {
         GivenResource disk = GivenResource.disk(4, "/dev/vda", "/");
         disk.measured = 0;
         assertEquals("counts no space of its own, always reads as full", facts(disk).remark());
-        disk.counter = Counters.INODES;
+        disk.counter = GivenResource.INODES;
         assertEquals("counts no inodes of its own, always reads as full", facts(disk).remark());
         assertNull(facts(disk).limit());
     }
 
     @Test
     void aMaximumWithoutEndIsNoLimit() {
-        GivenResource descriptors = GivenResource.single(6, Counters.DESCRIPTORS);
+        GivenResource descriptors = GivenResource.single(6, GivenResource.DESCRIPTORS);
         descriptors.measured = 9223372036854775807.0;
         assertEquals("no limit on this machine; set UpperLimitAbs to forecast against one of your own",
                 facts(descriptors).remark());

@@ -13,7 +13,8 @@ class ResourceNamesTest {
     @Test
     void aDiskHasADeviceAndAMountPoint() {
         ResourceNames names = names(GivenResource.disk(5, "my server:/x y", "/mnt/a b"));
-        assertEquals(new Snapshot.Identity(5, "Space", "my server:/x y /mnt/a b", "my server:/x y", "/mnt/a b"),
+        assertEquals(new Snapshot.Identity(5, "Space", "my server:/x y /mnt/a b", "my server:/x y", "/mnt/a b",
+                "PercentFreeSpaceUsed", "space"),
                 names.shown());
         assertEquals(new TrendReader.Resource("Space", "my server:/x y /mnt/a b"), names.key());
     }
@@ -23,13 +24,14 @@ class ResourceNamesTest {
         GivenResource disk = GivenResource.disk(5, "overlay", "");
         disk.instance = "overlay";
         disk.mountPoint = -1;
-        assertEquals(new Snapshot.Identity(5, "Space", "overlay", "overlay", null), names(disk).shown());
+        assertEquals(new Snapshot.Identity(5, "Space", "overlay", "overlay", null,
+                "PercentFreeSpaceUsed", "space"), names(disk).shown());
     }
 
     @Test
     void whatIsOfTheWholeSystemShowsNoInstanceAndEventsTellOne() {
         ResourceNames names = names(GivenResource.swap(3));
-        assertEquals(new Snapshot.Identity(3, "Swap", "", null, null), names.shown());
+        assertEquals(new Snapshot.Identity(3, "Swap", "", null, null, "PercentSwapSpaceUsed", "Swap"), names.shown());
         assertEquals(new TrendReader.Resource("Swap", "_Total"), names.key());
     }
 
@@ -44,7 +46,7 @@ class ResourceNamesTest {
     void withoutADisplayNameTheCounterIsShownAndEventsTellNone() {
         GivenResource swap = GivenResource.swap(3);
         swap.name = "";
-        assertEquals(Counters.SWAP, names(swap).shown().resource());
+        assertEquals(GivenResource.SWAP, names(swap).shown().resource());
         assertEquals("", names(swap).key().name());
     }
 

@@ -37,7 +37,7 @@ class ResourceReportTest {
 
     @Test
     void aDescriptorMaximumWithoutEndIsNoLimit() {
-        GivenResource descriptors = GivenResource.single(5, Counters.DESCRIPTORS);
+        GivenResource descriptors = GivenResource.single(5, GivenResource.DESCRIPTORS);
         descriptors.measured = 9.3e18;
         descriptors.value = 0;
         assertEquals("PercentFileDescriptorsUsed | _Total | 0.00 % | "
@@ -55,7 +55,7 @@ class ResourceReportTest {
     @Test
     void aFileSystemWithoutInodesIsSaidToHaveNone() {
         disk.measured = 0;
-        disk.counter = Counters.INODES;
+        disk.counter = GivenResource.INODES;
         disk.value = 100;
         assertEquals("Space | /dev/vda / | 100.00 % | of none | counts no inodes of its own, always reads as full",
                 line(disk));

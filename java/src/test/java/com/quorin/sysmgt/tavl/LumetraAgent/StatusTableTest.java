@@ -18,7 +18,7 @@ class StatusTableTest {
     private static final Terminal COLOURED = new Terminal(true, Map.of("TERM", "xterm", "COLUMNS", "200"));
 
     private static Snapshot.Resource resource(ResourceState state, String instance, Double seconds, Long at) {
-        return new Snapshot.Resource(new Snapshot.Identity(1, "PercentFreeSpaceUsed", instance, null, null),
+        return new Snapshot.Resource(new Snapshot.Identity(1, "PercentFreeSpaceUsed", instance, null, null, "counter", null),
                 new Snapshot.Reading(12.345, null, 100.0, 137, new Snapshot.Recent(0, 1, new ArrayList<>())),
                 new Snapshot.Standing(state, state.words(), null),
                 new Snapshot.Forecast(null, seconds, at, seconds == null ? null : "Linear",
@@ -36,9 +36,9 @@ class StatusTableTest {
                 new Culprit("sshd", 5, 7), new Culprit("cron", 6, 1));
         assertEquals(java.util.Optional.of(
                 "Largest users of Files: java (pid 12) 900, a\\x1bb (pid 3) 20, sshd (pid 5) 7 descriptors"),
-                StatusTable.largestUsers("Files", new CulpritReport(1, "descriptors", 5L, four)));
+                StatusTable.largestUsers("Files", new CulpritReport(1, "descriptors", "descriptors", 5L, four)));
         assertEquals(java.util.Optional.empty(),
-                StatusTable.largestUsers("Files", new CulpritReport(1, null, null, List.of())));
+                StatusTable.largestUsers("Files", new CulpritReport(1, null, null, null, List.of())));
     }
 
     @Test
