@@ -180,6 +180,12 @@ TEST_F(HostFeed, AResourceHoldsWhatItsLinkHolds) {
     EXPECT_EQ(r.patience, 4);
 }
 
+TEST_F(HostFeed, MoreSlotsThanANumberHoldsAreItsLargest) {
+    Link* link = add(single("PercentSwapSpaceUsed"));
+    link->BufferSize = 3000000000U;
+    EXPECT_EQ(published().resources.at(0).slots, std::numeric_limits<std::int32_t>::max());
+}
+
 TEST_F(HostFeed, LimitsThatAreReachedAreSaidAsTheForecastSeesThem) {
     struct Case {
         std::int32_t method;
