@@ -122,11 +122,11 @@ describe("the view of a resource", () => {
       const zoomed = await readAt(page, 0.01);
       const moved = secondsOf(zoomed) - secondsOf(first);
       assert.ok((moved + 86400) % 86400 > 1800, `${first}, then ${zoomed}`);
-      world.now += 20;
-      Object.assign(world.agent, { newestCycleAt: world.now - 4, cycles: world.agent.cycles + 1 });
-      world.resources[0].forecastAt = world.now - 4;
       await page.click("#as-table");
       const newest = await page.textContent("#sample-rows tr");
+      world.now += 20; // from here on the page may ask by itself
+      Object.assign(world.agent, { newestCycleAt: world.now - 4, cycles: world.agent.cycles + 1 });
+      world.resources[0].forecastAt = world.now - 4;
       await look(page);
       await page.waitForFunction((old) => document.querySelector("#sample-rows tr").textContent !== old, newest);
       assertSameTime(await readAt(page, 0.01), zoomed);
