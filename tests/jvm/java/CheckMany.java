@@ -23,7 +23,7 @@ public final class CheckMany {
      * @throws NativeLibrary.Unavailable when the library is not there
      */
     public static void main(String[] args) throws IOException, NativeLibrary.Unavailable {
-        CheckFeed.load();
+        LibraryCheck.load();
         for (FindingKind kind : FindingKind.values()) {
             System.out.println(kind.id() + " " + kind.severity());
         }

@@ -10,19 +10,26 @@ import picocli.CommandLine.TypeConversionException;
 /** The options that say which agent is asked. */
 final class AgentAddress {
 
+    /** The port unless another is named. */
+    static final int DEFAULT_PORT = 8642;
+
+    /** The largest port that there is. */
+    static final int LARGEST_PORT = 65535;
+
+
     @ArgGroup(exclusive = true, multiplicity = "0..1")
     private Where where = new Where();
 
     /** One of the two ways to say it. */
     static final class Where {
         @Option(names = "--url", paramLabel = "URL", converter = PageUrl.class,
-                description = "The agent's page. Default: http://127.0.0.1:" + PageOptions.DEFAULT_PORT
+                description = "The agent's page. Default: http://127.0.0.1:" + DEFAULT_PORT
                         + "/.")
         private URI url;
 
         @Option(names = "--port", paramLabel = "N", converter = Port.class,
                 description = "The port of an agent on this machine.")
-        private int port = PageOptions.DEFAULT_PORT;
+        private int port = DEFAULT_PORT;
 
         /** Creates the default options. */
         Where() {
@@ -34,7 +41,7 @@ final class AgentAddress {
     static final class Port extends WholeNumber {
         /** Creates the converter. */
         Port() {
-            super("a port from 1 to " + PageOptions.LARGEST_PORT, 1, PageOptions.LARGEST_PORT);
+            super("a port from 1 to " + LARGEST_PORT, 1, LARGEST_PORT);
         }
     }
 
@@ -50,7 +57,7 @@ final class AgentAddress {
         public URI convert(String text) {
             try {
                 URI uri = new URI(text.endsWith("/") ? text : text + "/");
-                if (isWeb(uri.getScheme()) && uri.getHost() != null && uri.getPort() <= PageOptions.LARGEST_PORT
+                if (isWeb(uri.getScheme()) && uri.getHost() != null && uri.getPort() <= LARGEST_PORT
                         && uri.getUserInfo() == null && uri.getRawQuery() == null && uri.getRawFragment() == null) {
                     return uri;
                 }

@@ -102,7 +102,7 @@ final class AgentCheck {
 
     private void checkDeclarations(CheckedFile configurationFile, ConfigurationItems items, Path path) {
         CheckedFile file = new CheckedFile(CheckHome.label(path), findings);
-        CheckFeed.Declarations read = CheckFeed.declarationsOf(read(file, path));
+        LibraryCheck.Declarations read = LibraryCheck.declarationsOf(read(file, path));
         file.add(read.findings());
         if (!read.accepted()) {
             return;

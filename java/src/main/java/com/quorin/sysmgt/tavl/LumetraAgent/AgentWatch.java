@@ -213,7 +213,13 @@ final class AgentWatch implements AgentView, Consumer<Publication> {
         }
         long now = timing.nanoTime().getAsLong();
         return Optional.of(reports.compute(id, (i, old) -> old != null && now - old.nanoTime < CULPRITS_LAST
-                ? old : new CachedReport(now, CulpritFile.read(id, name, directory))).report);
+                ? old : new CachedReport(now, read(id, name, directory))).report);
+    }
+
+    private static CulpritReport read(int id, String name, String directory) {
+        Optional<CounterTable.Report> about = CounterTable.current().reportOn(name);
+        return CulpritFile.read(id, name, directory, about.map(CounterTable.Report::measure).orElse(null),
+                about.map(CounterTable.Report::words).orElse(null));
     }
 
     @Override

@@ -17,7 +17,7 @@ import picocli.CommandLine.Option;
 import picocli.CommandLine.TypeConversionException;
 
 /** Checks configuration and declarations before a start. */
-@Command(name = "check", mixinStandardHelpOptions = true, versionProvider = Lumetra.Version.class,
+@Command(name = "check", mixinStandardHelpOptions = true, versionProvider = Program.Version.class,
         description = "Checks the configuration and the declarations of a home before a start: what the "
                 + "agent would refuse, and what it would accept without a word. It changes nothing.",
         footerHeading = "%nExit codes:%n",
@@ -81,12 +81,12 @@ final class CheckCommand implements Callable<Integer> {
     public Integer call() {
         List<Finding> findings;
         try {
-            CheckFeed.load();
+            LibraryCheck.load();
             findings = AgentCheck.of(home,
                     config == null ? home.resolve("config").resolve("AutoConfig.ini") : config);
         } catch (NativeLibrary.Unavailable e) {
             System.err.println("lumetra check: " + Words.printable(e.getMessage()));
-            return Lumetra.FAILED;
+            return Program.FAILED;
         }
         int errors = (int) findings.stream().filter(finding -> finding.kind().isError()).count();
         int warnings = findings.size() - errors;
@@ -98,16 +98,16 @@ final class CheckCommand implements Callable<Integer> {
         }
         if (out.checkError()) {
             System.err.println("lumetra check: standard output cannot be written");
-            return Lumetra.FAILED;
+            return Program.FAILED;
         }
         return exitCode(errors, warnings);
     }
 
     private int exitCode(int errors, int warnings) {
         if (errors > 0 || strict && warnings > 0) {
-            return Lumetra.FAILED;
+            return Program.FAILED;
         }
-        return warnings > 0 ? WARNED : Lumetra.DONE;
+        return warnings > 0 ? WARNED : Program.DONE;
     }
 
     private static String summary(int errors, int warnings) {

@@ -25,7 +25,7 @@ final class ConfigurationCheck {
      * @return the items; empty when the agent refuses the file
      */
     static Optional<ConfigurationItems> check(CheckedFile file, byte[] text) {
-        CheckFeed.Configuration read = CheckFeed.configurationOf(text);
+        LibraryCheck.Configuration read = LibraryCheck.configurationOf(text);
         file.add(read.findings());
         if (!read.accepted()) {
             return Optional.empty();

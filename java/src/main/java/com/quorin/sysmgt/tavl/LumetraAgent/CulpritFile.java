@@ -16,8 +16,6 @@ final class CulpritFile {
 
     private static final int LARGEST = 64 * 1024;
 
-    private static final CounterTable.Report NONE = new CounterTable.Report(null, null, null);
-
     /** A name may hold parentheses itself. */
     private static final Pattern LINE = Pattern.compile(
             "\\t\\((.*)\\) *\\tPID (-?\\d{1,18}) *\\t(?:#FDs|RSS|Children) (-?\\d{1,18})(?: MB)?\\s*");
@@ -30,20 +28,21 @@ final class CulpritFile {
      * @param id   the resource's number
      * @param name its display name, a text of bytes
      * @param home the data home directory as it stands in the configuration, a text of bytes
+     * @param measure what is counted of each process; null when there are no reports on the resource
+     * @param measureText the same for people
      * @return the report, without processes when there is none
      */
-    static CulpritReport read(int id, String name, String home) {
-        CounterTable.Report about = CounterTable.current().reportOn(name).orElse(NONE);
+    static CulpritReport read(int id, String name, String home, String measure, String measureText) {
         Path file = FileText.path(home + name + ".cul");
-        if (about == NONE || !Files.isRegularFile(file)) {
-            return new CulpritReport(id, about.measure(), about.words(), null, List.of());
+        if (measure == null || !Files.isRegularFile(file)) {
+            return new CulpritReport(id, measure, measureText, null, List.of());
         }
         try (InputStream in = Files.newInputStream(file)) {
             long written = Files.getLastModifiedTime(file).to(TimeUnit.SECONDS);
             String text = new String(in.readNBytes(LARGEST), StandardCharsets.ISO_8859_1);
-            return new CulpritReport(id, about.measure(), about.words(), written, parse(text));
+            return new CulpritReport(id, measure, measureText, written, parse(text));
         } catch (IOException | SecurityException e) {
-            return new CulpritReport(id, about.measure(), about.words(), null, List.of());
+            return new CulpritReport(id, measure, measureText, null, List.of());
         }
     }
 

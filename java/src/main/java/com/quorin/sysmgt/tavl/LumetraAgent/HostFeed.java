@@ -1,6 +1,5 @@
 package com.quorin.sysmgt.tavl.LumetraAgent;
 
-import java.time.Duration;
 import java.util.Optional;
 import java.util.function.IntSupplier;
 
@@ -11,7 +10,7 @@ import java.util.function.IntSupplier;
  */
 public final class HostFeed {
 
-    /** The layout of the bytes that {@link FeedReader} reads. A library of another layout keeps its door shut. */
+    /** The layout of the bytes that FeedReader reads. A library of another layout keeps its door shut. */
     static final int VERSION = 1;
 
     private HostFeed() {}
@@ -48,21 +47,5 @@ public final class HostFeed {
 
     static Optional<String> problem(IntSupplier libraryVersion) {
         return NativeLibrary.problem("the host", VERSION, libraryVersion);
-    }
-
-    /** What the library of this process publishes. Use it only when there is no {@link #problem}. */
-    static Feed ofLibrary() {
-        return new Feed() {
-            @Override
-            public Optional<Publication> await(long after, Duration patience) {
-                return Optional.ofNullable(HostFeed.await(after, patience.toMillis()))
-                        .map(FeedReader::publication);
-            }
-
-            @Override
-            public Optional<Curves> curves(int id) {
-                return Optional.ofNullable(HostFeed.curves(id)).map(FeedReader::curves);
-            }
-        };
     }
 }

@@ -174,19 +174,6 @@ final class JsonApi implements WebRoute {
         }
     }
 
-    /**
-     * The answer that tells of a problem.
-     *
-     * @param problem the problem
-     * @return the content
-     */
-    static WebContent error(WebProblem problem) {
-        Map<String, Object> error = new LinkedHashMap<>();
-        error.put("status", problem.status());
-        error.put("message", problem.getMessage());
-        return new WebContent(WebContent.JSON, toBytes(Map.of("error", error)));
-    }
-
     private static ObjectMapper mapper() {
         SimpleModule numbers = new SimpleModule();
         JsonSerializer<Double> number = new FiniteNumber();

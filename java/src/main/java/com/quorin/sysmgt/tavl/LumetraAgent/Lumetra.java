@@ -2,13 +2,12 @@ package com.quorin.sysmgt.tavl.LumetraAgent;
 
 import picocli.CommandLine;
 import picocli.CommandLine.Command;
-import picocli.CommandLine.IVersionProvider;
 import picocli.CommandLine.Model.CommandSpec;
 import picocli.CommandLine.ParameterException;
 import picocli.CommandLine.Spec;
 
 /** The program: runs the agent, or shows in a terminal what a running one sees. */
-@Command(name = "lumetra", mixinStandardHelpOptions = true, versionProvider = Lumetra.Version.class,
+@Command(name = "lumetra", mixinStandardHelpOptions = true, versionProvider = Program.Version.class,
         description = "Tells hours ahead which resource of this machine will run out.",
         subcommands = {RunCommand.class, StatusCommand.class, PlotCommand.class, CheckCommand.class},
         commandListHeading = "%nCommands:%n",
@@ -19,18 +18,6 @@ import picocli.CommandLine.Spec;
             "",
             "lumetra COMMAND --help tells about each command.%n"})
 public final class Lumetra implements Runnable {
-
-    /** Exit code of a command that did what it was asked to. */
-    static final int DONE = 0;
-
-    /** Exit code of a command that failed. */
-    static final int FAILED = 1;
-
-    /** Exit code of an agent whose home another one works in. */
-    static final int HOME_TAKEN = 5;
-
-    /** Exit code of an agent that lacks threads or memory. */
-    static final int TOO_LITTLE = 6;
 
     @Spec
     private CommandSpec spec;
@@ -55,7 +42,7 @@ public final class Lumetra implements Runnable {
         } catch (Error e) {
             // other threads would keep a process alive that nobody ends
             System.err.println("lumetra: " + e);
-            Runtime.getRuntime().halt(FAILED);
+            Runtime.getRuntime().halt(Program.FAILED);
         }
     }
 
@@ -80,29 +67,5 @@ public final class Lumetra implements Runnable {
     @Override
     public void run() {
         throw new ParameterException(spec.commandLine(), "a command is missing: run, status, plot or check");
-    }
-
-    /** The version that the build wrote into the program's archive. */
-    static final class Version implements IVersionProvider {
-
-        /** Creates the provider; picocli does so by itself. */
-        Version() {
-            // nothing to hold
-        }
-
-        /**
-         * The version of the build.
-         *
-         * @return the number, or "(development)" outside an archive
-         */
-        static String text() {
-            String version = Lumetra.class.getPackage().getImplementationVersion();
-            return version == null ? "(development)" : version;
-        }
-
-        @Override
-        public String[] getVersion() {
-            return new String[] {"Lumetra Agent " + text()};
-        }
     }
 }

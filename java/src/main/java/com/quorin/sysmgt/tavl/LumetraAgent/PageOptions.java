@@ -19,16 +19,10 @@ import picocli.CommandLine.TypeConversionException;
 /** Where the page is, and who may ask for it. */
 final class PageOptions {
 
-    /** The port unless another is named. */
-    static final int DEFAULT_PORT = 8642;
-
-    /** The largest port that there is. */
-    static final int LARGEST_PORT = 65535;
-
     private static final Pattern NAME = Pattern.compile("[A-Za-z0-9_]([A-Za-z0-9._-]{0,251}[A-Za-z0-9_.])?");
     private static final Path OWN_NAME = Path.of("/proc/sys/kernel/hostname");
 
-    @Option(names = "--port", paramLabel = "N", defaultValue = "" + DEFAULT_PORT, converter = Port.class,
+    @Option(names = "--port", paramLabel = "N", defaultValue = "" + AgentAddress.DEFAULT_PORT, converter = Port.class,
             description = "The page's port, 1 to 65535; 0 for no page. Default: ${DEFAULT-VALUE}.")
     private int port;
 
@@ -46,7 +40,7 @@ final class PageOptions {
     static final class Port extends WholeNumber {
         /** Creates the converter. */
         Port() {
-            super("a port from 0 to " + LARGEST_PORT, 0, LARGEST_PORT);
+            super("a port from 0 to " + AgentAddress.LARGEST_PORT, 0, AgentAddress.LARGEST_PORT);
         }
     }
 
@@ -104,7 +98,7 @@ final class PageOptions {
     Optional<WebServer> open(AgentView view, PrintStream out) {
         try {
             InetAddress address = InetAddress.getByName(listen);
-            WebServer server = WebServer.start(new InetSocketAddress(address, port), WebRoutes.of(view),
+            WebServer server = WebServer.start(new InetSocketAddress(address, port), AgentRoutes.of(view),
                     new HostCheck(names(address)), System.err);
             out.println("The page is at http://" + inUrl(address) + "/"
                     + (address.isLoopbackAddress() ? "" : ", for everyone who can reach this address"));

@@ -22,7 +22,7 @@ import picocli.CommandLine.Parameters;
 import picocli.CommandLine.TypeConversionException;
 
 /** Draws charts of a running agent's resources into files. */
-@Command(name = "plot", mixinStandardHelpOptions = true, versionProvider = Lumetra.Version.class,
+@Command(name = "plot", mixinStandardHelpOptions = true, versionProvider = Program.Version.class,
         description = "Draws samples, forecast, limit and notification level of resources of a running "
                 + "agent, a file for each, by gnuplot (package gnuplot-nox).",
         footerHeading = "%nExit codes:%n",
@@ -137,7 +137,7 @@ final class PlotCommand implements Callable<Integer> {
         try {
             Snapshot snapshot = client.overview().snapshot();
             List<Snapshot.Resource> chosen = choose(snapshot.resources());
-            return chosen.isEmpty() ? Lumetra.FAILED : drawAll(chosen);
+            return chosen.isEmpty() ? Program.FAILED : drawAll(chosen);
         } catch (AgentClient.Unavailable e) {
             return fail(e.getMessage());
         }
@@ -145,7 +145,7 @@ final class PlotCommand implements Callable<Integer> {
 
     private static int fail(String message) {
         System.err.println("lumetra plot: " + Words.printable(message));
-        return Lumetra.FAILED;
+        return Program.FAILED;
     }
 
     /** What the words on the command line mean; empty after a message when one means nothing. */
@@ -193,7 +193,7 @@ final class PlotCommand implements Callable<Integer> {
     }
 
     private int drawAll(List<Snapshot.Resource> chosen) {
-        int code = Lumetra.DONE;
+        int code = Program.DONE;
         long begin = System.nanoTime();
         for (int i = 0; i < chosen.size(); i++) {
             progress(begin, i, chosen.size());

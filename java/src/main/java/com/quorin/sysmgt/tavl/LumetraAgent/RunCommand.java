@@ -30,7 +30,7 @@ import picocli.CommandLine.Spec;
  * <p>Its working directory must be the directory "bin" of the agent's home, because the native library finds
  * its log and its work files from there; {@code run-agent} sees to that.
  */
-@Command(name = "run", mixinStandardHelpOptions = true, versionProvider = Lumetra.Version.class,
+@Command(name = "run", mixinStandardHelpOptions = true, versionProvider = Program.Version.class,
         description = "Samples this machine's process slots, swap space, file descriptors and file systems, "
                 + "and tells when one of them will run out, here and on a page for the browser.",
         footerHeading = "%nExit codes:%n",
@@ -43,7 +43,7 @@ import picocli.CommandLine.Spec;
             "  6  threads or memory are too short for the agent%n"})
 final class RunCommand implements Callable<Integer> {
     /** The agent ended because it was asked to. */
-    static final int ENDED_AS_ASKED = Lumetra.DONE;
+    static final int ENDED_AS_ASKED = Program.DONE;
 
     private static final Path EVENTS = Path.of("..", "log", "events.jsonl");
     private static final Duration LOOK_EVERY = Duration.ofMillis(500);
@@ -118,7 +118,7 @@ final class RunCommand implements Callable<Integer> {
             NativeLibrary.load();
         } catch (NativeLibrary.Unavailable e) {
             System.err.println(Words.printable(e.getMessage()));
-            return Lumetra.FAILED;
+            return Program.FAILED;
         }
         try {
             return host();
@@ -139,7 +139,7 @@ final class RunCommand implements Callable<Integer> {
         if (lock.isTaken()) {
             System.err.println("Another agent works in the home " + Words.printable(homeText())
                     + "; a home is for one agent.");
-            return Lumetra.HOME_TAKEN;
+            return Program.HOME_TAKEN;
         }
         lock.problem().ifPresent(problem -> out.println(
                 "The home cannot be locked against a second agent: " + Words.printable(problem)));
@@ -176,7 +176,7 @@ final class RunCommand implements Callable<Integer> {
 
     /** Without threads or memory there is no agent: the process ends, whatever else it has started. */
     private int giveUp(Error reason) {
-        int code = reason instanceof OutOfMemoryError ? Lumetra.TOO_LITTLE : Lumetra.FAILED;
+        int code = reason instanceof OutOfMemoryError ? Program.TOO_LITTLE : Program.FAILED;
         try {
             String why = Words.printable(reason.toString());
             System.err.println("The agent cannot go on: " + why);
@@ -194,19 +194,19 @@ final class RunCommand implements Callable<Integer> {
     }
 
     private void announce() {
-        out.println("Lumetra Agent " + Lumetra.Version.text() + ", home " + Words.printable(homeText())
+        out.println("Lumetra Agent " + Program.Version.text() + ", home " + Words.printable(homeText())
                 + ", configuration " + Words.printable(config)
                 + (seconds == null ? ". Ctrl-C stops it." : ", for " + seconds + " s."));
     }
 
     /** From here on everything that is shown comes from what the library publishes. */
     private void follow() {
-        Feed feed = HostFeed.ofLibrary();
+        Feed feed = new LibraryFeed();
         monitor = new AgentMonitor(out, System.nanoTime());
         List<Consumer<? super Publication>> readers = new ArrayList<>(List.of(monitor));
         if (page.isWanted()) {
             events = EventHistory.of(EVENTS);
-            view = new AgentWatch(homeText(), Lumetra.Version.text(), () -> !run.hasEnded(), feed, events,
+            view = new AgentWatch(homeText(), Program.Version.text(), () -> !run.hasEnded(), feed, events,
                     AgentWatch.Timing.real());
             readers.add(view);
         }
@@ -375,7 +375,7 @@ final class RunCommand implements Callable<Integer> {
      */
     static int exitCode(AgentRun run, OptionalLong cycles, long fatals) {
         boolean neverStarted = cycles.orElse(1) == 0 && fatals > 0;
-        return run.endedAsAsked() && !neverStarted ? ENDED_AS_ASKED : Lumetra.FAILED;
+        return run.endedAsAsked() && !neverStarted ? ENDED_AS_ASKED : Program.FAILED;
     }
 
     /**

@@ -21,7 +21,7 @@ import picocli.CommandLine.Mixin;
 import picocli.CommandLine.Option;
 
 /** Shows the state of all resources of a running agent. */
-@Command(name = "status", mixinStandardHelpOptions = true, versionProvider = Lumetra.Version.class,
+@Command(name = "status", mixinStandardHelpOptions = true, versionProvider = Program.Version.class,
         description = "Shows the state of all resources of a running agent, the most urgent first.",
         footerHeading = "%nExit codes:%n",
         footer = {"  0  the state was shown (for --watch: until Ctrl-C)",
@@ -80,7 +80,7 @@ final class StatusCommand implements Callable<Integer> {
             return watch == null ? print(lines) : watch(lines);
         } catch (AgentClient.Unavailable e) {
             System.err.println("lumetra status: " + e.getMessage());
-            return Lumetra.FAILED;
+            return Program.FAILED;
         }
     }
 
@@ -116,21 +116,21 @@ final class StatusCommand implements Callable<Integer> {
         out.println(String.join(System.lineSeparator(), lines));
         if (out.checkError()) {
             System.err.println("lumetra status: standard output cannot be written");
-            return Lumetra.FAILED;
+            return Program.FAILED;
         }
-        return Lumetra.DONE;
+        return Program.DONE;
     }
 
     /** Ends when nobody reads any more, or with the process. */
     private int watch(List<String> first) {
-        Runtime.getRuntime().addShutdownHook(new Thread(() -> Runtime.getRuntime().halt(Lumetra.DONE)));
+        Runtime.getRuntime().addShutdownHook(new Thread(() -> Runtime.getRuntime().halt(Program.DONE)));
         List<String> lines = first;
         boolean redraw = terminal.isInteractive() && !json;
         out.print(redraw ? CLEAR_ALL : "");
         while (true) {
             show(lines, redraw);
             if (out.checkError()) {
-                return Lumetra.DONE;
+                return Program.DONE;
             }
             try {
                 Thread.sleep(watch * 1000L);
@@ -138,7 +138,7 @@ final class StatusCommand implements Callable<Integer> {
             } catch (AgentClient.Unavailable e) {
                 lines = instead(e);
             } catch (InterruptedException e) {
-                return Lumetra.DONE;
+                return Program.DONE;
             }
         }
     }

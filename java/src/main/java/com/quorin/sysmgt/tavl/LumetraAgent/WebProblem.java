@@ -1,5 +1,9 @@
 package com.quorin.sysmgt.tavl.LumetraAgent;
 
+import com.fasterxml.jackson.databind.node.JsonNodeFactory;
+import com.fasterxml.jackson.databind.node.ObjectNode;
+import java.nio.charset.StandardCharsets;
+
 /** A request that is answered with an error; the message is for the client and names what was expected. */
 final class WebProblem extends Exception {
     private static final long serialVersionUID = 1L;
@@ -24,5 +28,12 @@ final class WebProblem extends Exception {
      */
     int status() {
         return status;
+    }
+
+    /** The answer that tells of it, in JSON. */
+    WebContent content() {
+        ObjectNode json = JsonNodeFactory.instance.objectNode();
+        json.putObject("error").put("status", status).put("message", getMessage());
+        return new WebContent(WebContent.JSON, json.toString().getBytes(StandardCharsets.UTF_8));
     }
 }

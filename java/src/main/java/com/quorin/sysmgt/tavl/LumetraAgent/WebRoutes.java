@@ -19,21 +19,6 @@ final class WebRoutes implements WebRoute {
     }
 
     /**
-     * The table of this agent: the page's files, the metrics and the JSON interface.
-     *
-     * @param view what may be seen of the agent
-     * @return the table
-     */
-    static WebRoutes of(AgentView view) {
-        WebRoutes routes = new WebRoutes();
-        StaticFiles.load().forEach((path, content) -> routes.add(path, WebRoute.fixed(content)));
-        routes.add(MetricsPage.PATH, new MetricsPage(view))
-                .add(MetricsHealth.HEALTHY, MetricsHealth.healthy())
-                .add(MetricsHealth.READY, MetricsHealth.ready(view));
-        return routes.addFamily(JsonApi.PREFIX, new JsonApi(view));
-    }
-
-    /**
      * Adds a path.
      *
      * @param path  the path, exactly

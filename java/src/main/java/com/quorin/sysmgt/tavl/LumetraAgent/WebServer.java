@@ -46,7 +46,7 @@ final class WebServer implements AutoCloseable {
 
     /** Made when there is memory for it. */
     private static final WebContent NO_MEMORY =
-            JsonApi.error(new WebProblem(503, "The agent is short of memory; come back in a second."));
+            new WebProblem(503, "The agent is short of memory; come back in a second.").content();
 
     /** Held here, as a logger that nobody holds loses its settings. */
     private static final Logger SERVER_LOG = Logger.getLogger("com.sun.net.httpserver");
@@ -304,7 +304,7 @@ final class WebServer implements AutoCloseable {
         } catch (RuntimeException | StackOverflowError e) {
             complain(e);
             status = 500;
-            content = JsonApi.error(new WebProblem(status, "The answer could not be made."));
+            content = new WebProblem(status, "The answer could not be made.").content();
         }
         send(exchange, status, content);
     }
@@ -339,7 +339,7 @@ final class WebServer implements AutoCloseable {
         } else if (problem.status() == 503) {
             exchange.getResponseHeaders().set("Retry-After", "1");
         }
-        return JsonApi.error(problem);
+        return problem.content();
     }
 
     private static void send(HttpExchange exchange, int status, WebContent content) throws IOException {

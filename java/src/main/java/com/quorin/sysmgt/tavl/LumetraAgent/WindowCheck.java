@@ -14,7 +14,7 @@ final class WindowCheck {
     private final CheckedFile configuration;
     private final ConfigurationItems items;
     private final CheckedFile declarations;
-    private final CheckFeed.Declarations read;
+    private final LibraryCheck.Declarations read;
     private final double automatic;
     private int period;
     private DeclaredInput automaticFor;
@@ -28,7 +28,7 @@ final class WindowCheck {
      * @param read          what the library makes of them
      */
     WindowCheck(CheckedFile configuration, ConfigurationItems items, CheckedFile declarations,
-            CheckFeed.Declarations read) {
+            LibraryCheck.Declarations read) {
         this.configuration = configuration;
         this.items = items;
         this.declarations = declarations;

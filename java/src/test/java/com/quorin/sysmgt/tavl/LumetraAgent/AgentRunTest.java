@@ -127,8 +127,8 @@ class AgentRunTest {
         run.start();
         assertTrue(run.awaitEnd(LONG));
         assertFalse(run.endedAsAsked());
-        assertEquals(Lumetra.FAILED, RunCommand.exitCode(run, OptionalLong.of(0), 1));
-        assertEquals(Lumetra.FAILED, RunCommand.exitCode(run, OptionalLong.of(5), 0));
+        assertEquals(Program.FAILED, RunCommand.exitCode(run, OptionalLong.of(0), 1));
+        assertEquals(Program.FAILED, RunCommand.exitCode(run, OptionalLong.of(5), 0));
     }
 
     @Test
@@ -148,7 +148,7 @@ class AgentRunTest {
         run.prepare();
         run.start();
         run.stop(() -> { }, LONG);
-        assertEquals(Lumetra.FAILED, RunCommand.exitCode(run, OptionalLong.of(0), 1));
+        assertEquals(Program.FAILED, RunCommand.exitCode(run, OptionalLong.of(0), 1));
         assertEquals(RunCommand.ENDED_AS_ASKED, RunCommand.exitCode(run, OptionalLong.of(0), 0));
         assertEquals(RunCommand.ENDED_AS_ASKED, RunCommand.exitCode(run, OptionalLong.of(7), 2));
         assertEquals(RunCommand.ENDED_AS_ASKED, RunCommand.exitCode(run, OptionalLong.empty(), 2));
@@ -171,7 +171,7 @@ class AgentRunTest {
         run.start();
         assertTrue(run.awaitEnd(LONG));
         assertEquals("research_main", run.failure().get().getMessage());
-        assertEquals(Lumetra.FAILED, RunCommand.exitCode(run, OptionalLong.of(0), 0));
+        assertEquals(Program.FAILED, RunCommand.exitCode(run, OptionalLong.of(0), 0));
     }
 
     @Test

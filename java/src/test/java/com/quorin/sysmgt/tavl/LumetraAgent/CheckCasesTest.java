@@ -32,7 +32,7 @@ class CheckCasesTest {
 
     @BeforeAll
     static void loadTheLibrary() throws NativeLibrary.Unavailable {
-        CheckFeed.load();
+        LibraryCheck.load();
     }
 
     private static Optional<byte[]> resource(String name) throws IOException {

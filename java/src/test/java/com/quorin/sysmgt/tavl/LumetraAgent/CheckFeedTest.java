@@ -13,7 +13,7 @@ class CheckFeedTest {
 
     @BeforeAll
     static void loadTheLibrary() throws NativeLibrary.Unavailable {
-        CheckFeed.load();
+        LibraryCheck.load();
     }
 
     private static byte[] bytes(String text) {
@@ -22,7 +22,7 @@ class CheckFeedTest {
 
     @Test
     void aConfigurationComesWithItsItemsAndPlaces() {
-        CheckFeed.Configuration read = CheckFeed.configurationOf(bytes("d/ \u00ff p l r\n60000 x"));
+        LibraryCheck.Configuration read = LibraryCheck.configurationOf(bytes("d/ \u00ff p l r\n60000 x"));
         assertEquals(List.of("not-utf8", "number-malformed"),
                 read.findings().stream().map(LibraryFinding::kind).toList());
         assertTrue(read.accepted());
@@ -36,7 +36,7 @@ class CheckFeedTest {
 
     @Test
     void declarationsComeWithTheirInputsAndPlaces() {
-        CheckFeed.Declarations read = CheckFeed.declarationsOf(bytes("BeginResourceDeclaration /* c */ "
+        LibraryCheck.Declarations read = LibraryCheck.declarationsOf(bytes("BeginResourceDeclaration /* c */ "
                 + "FindObject (LogicalDisk) FindInstance (*) FindCounter (c)\nWindowSize 1.5 NameIs (n) "
                 + "AnalyticalMethod 2 UpperLimitAbs 0.25 UpperLimitCalc 0 LowerLimitAbs 0 LowerLimitCalc 0 "
                 + "CulpritMarker () EndResourceInput EndResourceDeclaration"));

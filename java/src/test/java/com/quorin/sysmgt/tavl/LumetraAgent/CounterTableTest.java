@@ -67,7 +67,8 @@ class CounterTableTest {
     @Test
     void itsUsersAreNamedWithItsMeasure() throws Exception {
         Files.writeString(directory.resolve(LICENCES + ".cul"), "Top\n\t(a) \tPID 1 \t#FDs 2\n");
-        CulpritReport report = CulpritFile.read(7, LICENCES, directory + "/");
+        CounterTable.Report about = CounterTable.current().reportOn(LICENCES).get();
+        CulpritReport report = CulpritFile.read(7, LICENCES, directory + "/", about.measure(), about.words());
         assertEquals("seats", report.measure());
         assertEquals(Optional.of("Largest users of x: a (pid 1) 2 seats taken"), StatusTable.largestUsers("x", report));
     }

@@ -138,7 +138,7 @@ class JsonApiTest {
 
     @Test
     void anErrorIsJson() throws IOException {
-        JsonNode json = new ObjectMapper().readTree(JsonApi.error(new WebProblem(404, "\"x\"")).bytes(false));
+        JsonNode json = new ObjectMapper().readTree(new WebProblem(404, "\"x\"").content().bytes(false));
         assertEquals("{\"error\":{\"status\":404,\"message\":\"\\\"x\\\"\"}}", json.toString());
     }
 }

@@ -26,7 +26,7 @@ class MetricsPageTest {
     private static final String OPEN = "application/openmetrics-text; version=1.0.0; charset=utf-8";
 
     private final FakeView view = new FakeView();
-    private final WebRoutes routes = WebRoutes.of(view);
+    private final WebRoutes routes = AgentRoutes.of(view);
 
     private WebContent metrics(String... accepted) throws WebProblem {
         return routes.answer("/metrics", null, List.of(accepted));

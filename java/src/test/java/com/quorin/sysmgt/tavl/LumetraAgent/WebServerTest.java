@@ -55,7 +55,7 @@ class WebServerTest {
 
     @BeforeEach
     void start() throws IOException {
-        WebRoutes routes = WebRoutes.of(view)
+        WebRoutes routes = AgentRoutes.of(view)
                 .add("/small", WebRoute.fixed(new WebContent("text/plain", "small".getBytes())));
         server = WebServer.start(new InetSocketAddress(InetAddress.getLoopbackAddress(), 0), routes,
                 new HostCheck(List.of("box")), new PrintStream(complaints, true));
@@ -277,7 +277,7 @@ class WebServerTest {
             assertTrue(complaints.toString().contains("OutOfMemoryError: Java heap space"), complaints.toString());
             InetSocketAddress address = server.address();
             server.close();
-            server = WebServer.start(address, WebRoutes.of(view), new HostCheck(List.of()),
+            server = WebServer.start(address, AgentRoutes.of(view), new HostCheck(List.of()),
                     new PrintStream(complaints, true));
             assertEquals(200, get(RESOURCES).status);
             assertFalse(server.isBroken());
