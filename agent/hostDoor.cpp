@@ -27,18 +27,13 @@ jbyteArray makeJavaBytes(JNIEnv* env, const std::string& bytes) {
     return array;
 }
 
-void raise(JNIEnv* env, const char* className, const char* message) {
-    if (jclass type = env->FindClass(className))
-        env->ThrowNew(type, message);
-}
-
 /// What `make` makes. Refused memory is Java's OutOfMemoryError.
 template <class Make>
 jbyteArray answer(JNIEnv* env, Make make) {
     try {
         return make();
     } catch (const std::exception& failure) {
-        raise(env, "java/lang/OutOfMemoryError", failure.what());
+        throwJava(env, "java/lang/OutOfMemoryError", failure.what());
     }
     return nullptr;
 }
@@ -68,7 +63,7 @@ jbyteArray JNICALL curves(JNIEnv* env, jclass, jint rid) {
 /// What `feed` makes of the bytes of a Java array.
 jbyteArray answerOn(JNIEnv* env, jbyteArray text, std::string (*feed)(std::string_view, std::size_t)) {
     if (text == nullptr) {
-        raise(env, "java/lang/NullPointerException", "text");
+        throwJava(env, "java/lang/NullPointerException", "text");
         return nullptr;
     }
     return answer(env, [&]() -> jbyteArray {

@@ -32,6 +32,15 @@ std::string takeJavaText(JNIEnv* env, jstring text) {
     return fromJavaEncoding(characters);
 }
 
+void throwJava(JNIEnv* env, const char* className, const char* message) {
+    if (env->ExceptionCheck() == JNI_TRUE)
+        return;
+    if (jclass type = env->FindClass(className)) {
+        env->ThrowNew(type, message);
+        env->DeleteLocalRef(type);
+    }
+}
+
 namespace {
 
 std::optional<std::string> describe(JNIEnv* env, jthrowable exception) {

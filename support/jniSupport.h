@@ -31,6 +31,9 @@ jstring makeJavaText(JNIEnv* env, const char* text);
 /// exception is then cleared). Characters that Java did not copy are not released, those that it did always.
 std::string takeJavaText(JNIEnv* env, jstring text);
 
+/// Throws an exception of that class, unless one is pending already.
+void throwJava(JNIEnv* env, const char* className, const char* message);
+
 /// Java's class of errors for want of memory, found early: when memory is short, Java can look nothing up and
 /// describe nothing. Must not outlive the Java environment.
 class MemoryError {

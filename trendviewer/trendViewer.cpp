@@ -88,26 +88,17 @@ private:
     Reference reference_;
 };
 
-/// Throws, unless an exception is pending already.
-void raise(JNIEnv* env, const char* className, const char* message) {
-    if (env->ExceptionCheck() == JNI_TRUE)
-        return;
-    const Local<jclass> type(env, env->FindClass(className));
-    if (type.get() != nullptr)
-        env->ThrowNew(type.get(), message);
-}
-
 /// The work's result; a C++ exception becomes a Java one.
 template <class Work>
 jint guarded(JNIEnv* env, Work work) {
     try {
         return work();
     } catch (const std::bad_alloc&) {
-        raise(env, "java/lang/OutOfMemoryError", "no native memory for the trend viewer");
+        throwJava(env, "java/lang/OutOfMemoryError", "no native memory for the trend viewer");
     } catch (const std::exception& failure) {
-        raise(env, "java/lang/InternalError", failure.what());
+        throwJava(env, "java/lang/InternalError", failure.what());
     } catch (...) {
-        raise(env, "java/lang/InternalError", "unknown failure of the trend viewer");
+        throwJava(env, "java/lang/InternalError", "unknown failure of the trend viewer");
     }
     return thrown;
 }
@@ -115,7 +106,7 @@ jint guarded(JNIEnv* env, Work work) {
 /// False, with a NullPointerException that names it, for an absent argument.
 bool isThere(JNIEnv* env, jobject argument, const char* name) {
     if (argument == nullptr)
-        raise(env, "java/lang/NullPointerException", (std::string(name) + " must not be null").c_str());
+        throwJava(env, "java/lang/NullPointerException", (std::string(name) + " must not be null").c_str());
     return argument != nullptr;
 }
 
@@ -123,8 +114,8 @@ bool isThere(JNIEnv* env, jobject argument, const char* name) {
 bool isOf(JNIEnv* env, jclass type, jobject argument, const char* name) {
     const bool is = env->IsInstanceOf(argument, type) == JNI_TRUE;
     if (!is)
-        raise(env, "java/lang/IllegalArgumentException",
-              (std::string(name) + " must be of the class of textOut").c_str());
+        throwJava(env, "java/lang/IllegalArgumentException",
+                  (std::string(name) + " must be of the class of textOut").c_str());
     return is;
 }
 

@@ -18,6 +18,8 @@ FLOORS = [
     (6, r"agent/.*|trendviewer/trendViewer"),
 ]
 
+JAVA = "com.quorin.sysmgt.tavl.LumetraAgent"
+
 JNI_ROOMS = {"agent/Obrinagent", "agent/agentState", "agent/hostDoor", "prediction/javaEventSink", "support/jniSupport",
              "trendviewer/trendViewer"}
 
@@ -136,6 +138,16 @@ class House(unittest.TestCase):
             if path.name != wording:
                 known = [word for word in keywords if re.search(rf"\b{word}\b", path.read_text())]
                 self.assertEqual(known, [], f"{path} has a grammar of its own")
+
+    def test_a_java_package_uses_only_those_before_it(self):
+        order = ["text", "", "files", "events", "resource", "watch", "http", "api", "metrics", "check", "client", "host"]
+        root = ROOT.joinpath("java/src/main/java", *JAVA.split("."))
+        found = {path.parent.relative_to(root).as_posix().replace(".", "") for path in root.rglob("*.java")}
+        self.assertEqual(found, set(order))
+        for path in root.rglob("*.java"):
+            own = path.parent.relative_to(root).as_posix().replace(".", "")
+            for package in re.findall(re.escape(JAVA) + r"(?:\.([a-z]+))?\.[A-Z]", path.read_text()):
+                self.assertLessEqual(order.index(package), order.index(own), f"{path.name} uses {package or 'the top'}")
 
     def test_every_mutant_still_finds_its_line_and_its_test(self):
         checked = subprocess.run([sys.executable, ROOT / "tests" / "mutants" / "run", "--check"],

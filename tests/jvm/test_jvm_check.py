@@ -80,7 +80,7 @@ class Checker:
     def __init__(self):
         self.process = subprocess.Popen(["java", "-XX:+UseSerialGC", "-Xmx256m", f"-Dlumetra.library={LIBRARY}", "-cp",
                                          JAR + ":" + classes_of("CheckMany"),
-                                         "com.quorin.sysmgt.tavl.LumetraAgent.CheckMany"], stdin=subprocess.PIPE,
+                                         "com.quorin.sysmgt.tavl.LumetraAgent.check.CheckMany"], stdin=subprocess.PIPE,
                                         stdout=subprocess.PIPE, env=dict(os.environ, LC_ALL="C.UTF-8"))
         self.kinds = dict(line.split() for line in iter(self.line, "ready"))
 

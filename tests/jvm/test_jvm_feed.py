@@ -128,7 +128,7 @@ class NoDoor(FeedTest):
         port = free_port()
         command = host_command(home, self.library, port=port)
         at = command.index("-jar")
-        command[at:at + 2] = ["-cp", self.other_host() + ":" + JAR, "com.quorin.sysmgt.tavl.LumetraAgent.Lumetra"]
+        command[at:at + 2] = ["-cp", self.other_host() + ":" + JAR, "com.quorin.sysmgt.tavl.LumetraAgent.host.Lumetra"]
         machine = self.start(home, command)
         self.assertEqual(machine.expect("There is no page"),
                          "There is no page and no report on the agent's work: the native library has version 1 of its interface "

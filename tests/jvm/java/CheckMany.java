@@ -1,4 +1,4 @@
-package com.quorin.sysmgt.tavl.LumetraAgent;
+package com.quorin.sysmgt.tavl.LumetraAgent.check;
 
 import java.io.BufferedReader;
 import java.io.IOException;
@@ -6,6 +6,7 @@ import java.io.InputStreamReader;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Path;
 import java.util.List;
+import com.quorin.sysmgt.tavl.LumetraAgent.NativeLibrary;
 
 /**
  * Checks the homes that it is told on standard input, one a line, in one process. For each it prints the number

@@ -1,4 +1,4 @@
-import com.quorin.sysmgt.tavl.LumetraAgent.Lumetra;
+import com.quorin.sysmgt.tavl.LumetraAgent.host.Lumetra;
 import java.io.FileDescriptor;
 import java.io.FileOutputStream;
 import java.io.IOException;

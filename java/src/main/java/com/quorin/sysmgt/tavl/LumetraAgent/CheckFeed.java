@@ -17,17 +17,17 @@ public final class CheckFeed {
     private static native int libraryVersion();
 
     /** What the agent would make of a configuration file of this content, as agent/checkFeed.h lays it out. */
-    static native byte[] configuration(byte[] text);
+    public static native byte[] configuration(byte[] text);
 
     /** What the agent would make of a declaration file of this content, as agent/checkFeed.h lays it out. */
-    static native byte[] declarations(byte[] text);
+    public static native byte[] declarations(byte[] text);
 
     /**
      * Why the library cannot be asked.
      *
      * @return one sentence that names both versions; empty when it can
      */
-    static Optional<String> problem() {
+    public static Optional<String> problem() {
         return NativeLibrary.problem("the check", VERSION, CheckFeed::libraryVersion);
     }
 }

@@ -22,7 +22,8 @@ public final class ExecPrediction {
      * <p>Relative paths of the configuration, and the agent's own "../log" and "../tempdata", start at the
      * process's working directory.
      *
-     * @param events        an object whose class has the six static callback methods of {@link AgentEvents}
+     * @param events        an object whose class has the six static callback methods (sendEvent and
+     *                      its like)
      * @param argumentCount 2, for the program's name and one argument
      * @param programName   the name shown in the usage text
      * @param configPath    the configuration file, AutoConfig.ini

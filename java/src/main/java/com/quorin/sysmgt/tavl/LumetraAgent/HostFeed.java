@@ -10,8 +10,8 @@ import java.util.function.IntSupplier;
  */
 public final class HostFeed {
 
-    /** The layout of the bytes that FeedReader reads. A library of another layout keeps its door shut. */
-    static final int VERSION = 1;
+    /** The layout of the bytes that are handed over. A library of another layout keeps its door shut. */
+    public static final int VERSION = 1;
 
     private HostFeed() {}
 
@@ -24,28 +24,28 @@ public final class HostFeed {
      *
      * @return the newest publication; null when none came in time
      */
-    static native byte[] await(long after, long milliseconds);
+    public static native byte[] await(long after, long milliseconds);
 
     /**
      * The samples and the forecast of one resource, at once. Any thread.
      *
      * @return null when there is no such resource, or no run
      */
-    static native byte[] curves(int rid);
+    public static native byte[] curves(int rid);
 
     /** What the library can count. Any thread. */
-    static native byte[] counters();
+    public static native byte[] counters();
 
     /**
      * Why the library cannot be asked.
      *
      * @return one sentence that names both versions; empty when it can
      */
-    static Optional<String> problem() {
+    public static Optional<String> problem() {
         return problem(HostFeed::libraryVersion);
     }
 
-    static Optional<String> problem(IntSupplier libraryVersion) {
+    public static Optional<String> problem(IntSupplier libraryVersion) {
         return NativeLibrary.problem("the host", VERSION, libraryVersion);
     }
 }

@@ -68,7 +68,7 @@ public final class NativeLibrary {
     public static final class Unavailable extends Exception {
         private static final long serialVersionUID = 1L;
 
-        Unavailable(String message, Throwable cause) {
+        public Unavailable(String message, Throwable cause) {
             super(message, cause);
         }
     }

@@ -1,6 +1,7 @@
 package com.quorin.sysmgt.tavl.LumetraAgent;
 
 import com.quorin.sysmgt.tavl.LumetraAgent.TrendUnavailable.Reason;
+import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.OptionalDouble;

@@ -4,6 +4,11 @@ import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
+import com.quorin.sysmgt.tavl.LumetraAgent.check.DeclaredInput;
+import com.quorin.sysmgt.tavl.LumetraAgent.check.LibraryCheck;
+import com.quorin.sysmgt.tavl.LumetraAgent.check.LibraryFinding;
+import com.quorin.sysmgt.tavl.LumetraAgent.check.Place;
+import com.quorin.sysmgt.tavl.LumetraAgent.text.LibraryBytes;
 import java.nio.charset.StandardCharsets;
 import java.util.List;
 import org.junit.jupiter.api.BeforeAll;

@@ -1,11 +1,11 @@
 package com.quorin.sysmgt.tavl.LumetraAgent;
 
 /** The native library in the process of the tests, which name it by a system property. */
-final class LoadedLibrary {
+public final class LoadedLibrary {
 
     private LoadedLibrary() {}
 
-    static void load() {
+    public static void load() {
         try {
             NativeLibrary.load();
         } catch (NativeLibrary.Unavailable e) {

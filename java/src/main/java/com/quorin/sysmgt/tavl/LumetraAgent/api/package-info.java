@@ -1,0 +1,2 @@
+/** The JSON interface. */
+package com.quorin.sysmgt.tavl.LumetraAgent.api;

@@ -1,0 +1,283 @@
+package com.quorin.sysmgt.tavl.LumetraAgent.client;
+
+import com.fasterxml.jackson.core.JsonProcessingException;
+import com.fasterxml.jackson.databind.DeserializationFeature;
+import com.fasterxml.jackson.databind.JsonNode;
+import com.fasterxml.jackson.databind.ObjectMapper;
+import com.quorin.sysmgt.tavl.LumetraAgent.files.CulpritReport;
+import com.quorin.sysmgt.tavl.LumetraAgent.resource.Snapshot;
+import com.quorin.sysmgt.tavl.LumetraAgent.resource.TrendView;
+import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
+import java.io.IOException;
+import java.io.InputStream;
+import java.net.HttpURLConnection;
+import java.net.ProtocolException;
+import java.net.URI;
+import java.net.http.HttpClient;
+import java.net.http.HttpConnectTimeoutException;
+import java.net.http.HttpRequest;
+import java.net.http.HttpResponse;
+import java.net.http.HttpTimeoutException;
+import java.nio.channels.UnresolvedAddressException;
+import java.time.Duration;
+import java.util.Objects;
+import java.util.concurrent.ExecutionException;
+import java.util.concurrent.FutureTask;
+import java.util.concurrent.TimeUnit;
+import java.util.concurrent.TimeoutException;
+
+/** Asks a running agent by its JSON interface. What answers may be anything. */
+final class AgentClient {
+
+    private static final int TIMEOUT_SECONDS = 5;
+    private static final int WHOLE_ANSWER_SECONDS = 30;
+    private static final int LARGEST_ANSWER = 64 << 20;
+    private static final int LARGEST_ERROR = 4096;
+    private static final ObjectMapper MAPPER = new ObjectMapper()
+            .disable(DeserializationFeature.FAIL_ON_UNKNOWN_PROPERTIES)
+            .enable(DeserializationFeature.FAIL_ON_NULL_FOR_PRIMITIVES)
+            .enable(DeserializationFeature.FAIL_ON_TRAILING_TOKENS)
+            .enable(DeserializationFeature.READ_UNKNOWN_ENUM_VALUES_AS_NULL);
+
+    static {
+        // a second attempt would replace the reason why the first one failed
+        System.setProperty("jdk.httpclient.disableRetryConnect", "true");
+    }
+
+    private final URI page;
+    private final int patience;
+    private final int wholePatience;
+    private final HttpClient http;
+
+    /**
+     * Names the agent without asking it yet.
+     *
+     * @param page the address of its page, ending with a slash
+     */
+    AgentClient(URI page) {
+        this(page, TIMEOUT_SECONDS, WHOLE_ANSWER_SECONDS);
+    }
+
+    /**
+     * Names the agent, and how long it is waited for.
+     *
+     * @param page          the address of its page, ending with a slash
+     * @param patience      how long its silence is borne, in seconds; a chart is given twice as long
+     * @param wholePatience how long its whole answer may take, in seconds
+     */
+    AgentClient(URI page, int patience, int wholePatience) {
+        this.page = page;
+        this.patience = patience;
+        this.wholePatience = wholePatience;
+        http = HttpClient.newBuilder().version(HttpClient.Version.HTTP_1_1)
+                .connectTimeout(Duration.ofSeconds(patience)).build();
+    }
+
+    /** An agent that cannot be asked, or an answer that is not an agent's; the message is one line. */
+    public static final class Unavailable extends Exception {
+        private static final long serialVersionUID = 1L;
+
+        private final boolean unreachable;
+
+        private Unavailable(String message, boolean unreachable) {
+            super(Words.printable(message));
+            this.unreachable = unreachable;
+        }
+
+        /**
+         * Whether nobody answered, so that asking for something else is no use.
+         *
+         * @return false when the agent answered, but not as it was asked
+         */
+        boolean isUnreachable() {
+            return unreachable;
+        }
+    }
+
+    /**
+     * An answer.
+     *
+     * @param json     as it came
+     * @param snapshot what it means
+     */
+    record Overview(JsonNode json, Snapshot snapshot) {}
+
+    /**
+     * Asks for all resources.
+     *
+     * @return the answer
+     * @throws Unavailable when there is none
+     */
+    Overview overview() throws Unavailable {
+        JsonNode json = get("api/v1/resources", patience);
+        Snapshot snapshot = as(Snapshot.class, json);
+        if (snapshot.agent() == null || snapshot.resources() == null
+                || snapshot.resources().stream().anyMatch(Objects::isNull)) {
+            throw stranger("its answer is not the list of resources");
+        }
+        return new Overview(json, snapshot);
+    }
+
+    /**
+     * Asks for the chart of one resource.
+     *
+     * @param id the resource's number
+     * @return the chart
+     * @throws Unavailable when there is none
+     */
+    TrendView trend(int id) throws Unavailable {
+        JsonNode json = get("api/v1/resources/" + id + "/trend", 2 * patience);
+        TrendView trend = as(TrendView.class, json);
+        if (!isCurve(trend.samples()) || trend.forecast() != null && !isCurve(trend.forecast())) {
+            throw stranger("its answer is not a chart");
+        }
+        return trend;
+    }
+
+    /**
+     * Asks for the processes that use most of one resource.
+     *
+     * @param id the resource's number
+     * @return the report
+     * @throws Unavailable when there is none
+     */
+    CulpritReport culprits(int id) throws Unavailable {
+        CulpritReport report = as(
+                CulpritReport.class, get("api/v1/resources/" + id + "/culprits", patience));
+        if (report.processes() == null || report.processes().stream().anyMatch(Objects::isNull)) {
+            throw stranger("its answer is not a list of processes");
+        }
+        return report;
+    }
+
+    private static boolean isCurve(TrendView.Curve curve) {
+        return curve != null && curve.times() != null && curve.values() != null
+                && curve.times().length == curve.values().length;
+    }
+
+    private <T> T as(Class<T> type, JsonNode json) throws Unavailable {
+        try {
+            T value = MAPPER.treeToValue(json, type);
+            if (value != null) {
+                return value;
+            }
+        } catch (JsonProcessingException | IllegalArgumentException e) {
+            // told below: whatever the details are, the answer has another form
+        }
+        throw stranger("its JSON has another form");
+    }
+
+    private JsonNode get(String path, int timeoutSeconds) throws Unavailable {
+        FutureTask<JsonNode> task = new FutureTask<>(() -> fetch(page.resolve(path), timeoutSeconds));
+        Thread thread = new Thread(task, "lumetra-client");
+        thread.setDaemon(true);
+        thread.start();
+        try {
+            return await(task);
+        } catch (TimeoutException e) {
+            throw stranger("its answer has no end after " + wholePatience + " s");
+        } catch (InterruptedException e) {
+            Thread.currentThread().interrupt();
+            throw new Unavailable("interrupted", true);
+        } catch (ExecutionException e) {
+            throw unavailable(e.getCause(), timeoutSeconds);
+        }
+    }
+
+    /** Says that it waits, to whoever is watching, when an answer takes longer than a moment. */
+    private JsonNode await(FutureTask<JsonNode> task)
+            throws InterruptedException, ExecutionException, TimeoutException {
+        try {
+            return task.get(1, TimeUnit.SECONDS);
+        } catch (TimeoutException e) {
+            boolean shown = Terminal.ofThisProcess().showsErrors();
+            System.err.print(shown ? "waiting for " + Words.printable(page.toString()) + " ..." : "");
+            try {
+                return task.get(wholePatience - 1, TimeUnit.SECONDS);
+            } finally {
+                System.err.print(shown ? Terminal.CLEARED_LINE : "");
+            }
+        }
+    }
+
+    private Unavailable unavailable(Throwable cause, int timeoutSeconds) {
+        if (cause instanceof Unavailable known) {
+            return known;
+        }
+        if (cause instanceof OutOfMemoryError) {
+            return stranger("its answer is too large");
+        }
+        if (cause instanceof ProtocolException) {
+            return stranger("it does not speak HTTP");
+        }
+        return new Unavailable("no agent answers at " + page + ": " + reason(cause, timeoutSeconds)
+                + "; start it with " + System.getProperty("lumetra.start", "./run-agent"), true);
+    }
+
+    private String reason(Throwable cause, int timeoutSeconds) {
+        if (cause instanceof HttpTimeoutException) {
+            boolean connecting = cause instanceof HttpConnectTimeoutException;
+            return "no answer within " + (connecting ? patience : timeoutSeconds) + " s";
+        }
+        for (Throwable each = cause; each != null; each = each.getCause()) {
+            if (each instanceof UnresolvedAddressException) {
+                return "no machine has this name";
+            }
+            if (each.getMessage() != null) {
+                return each.getMessage();
+            }
+        }
+        return cause.toString();
+    }
+
+    private Unavailable stranger(String why) {
+        return new Unavailable("what answers at " + page + " is no Lumetra Agent: " + why, false);
+    }
+
+    private JsonNode fetch(URI address, int timeoutSeconds) throws IOException, InterruptedException, Unavailable {
+        HttpRequest request = HttpRequest.newBuilder(address).timeout(Duration.ofSeconds(timeoutSeconds))
+                .header("Accept", "application/json").build();
+        HttpResponse<InputStream> answer = http.send(request, HttpResponse.BodyHandlers.ofInputStream());
+        try (InputStream body = answer.body()) {
+            if (answer.statusCode() != HttpURLConnection.HTTP_OK) {
+                throw refused(answer.statusCode(), body);
+            }
+            if (!answer.headers().firstValue("Content-Type").orElse("").startsWith("application/json")) {
+                throw stranger("its answer is no JSON");
+            }
+            return parse(read(body));
+        }
+    }
+
+    private Unavailable refused(int status, InputStream body) {
+        try {
+            JsonNode error = MAPPER.readTree(body.readNBytes(LARGEST_ERROR)).path("error").path("message");
+            if (error.isTextual()) {
+                return new Unavailable("the agent at " + page + " refuses: " + error.textValue(), false);
+            }
+        } catch (IOException e) {
+            // an error without an explanation
+        }
+        return stranger("it answers with status " + status);
+    }
+
+    private byte[] read(InputStream in) throws IOException, Unavailable {
+        byte[] bytes = in.readNBytes(LARGEST_ANSWER + 1);
+        if (bytes.length > LARGEST_ANSWER) {
+            throw stranger("its answer is longer than " + (LARGEST_ANSWER >> 20) + " MiB");
+        }
+        return bytes;
+    }
+
+    private JsonNode parse(byte[] bytes) throws IOException, Unavailable {
+        try {
+            JsonNode json = MAPPER.readTree(bytes);
+            if (json != null && json.isObject()) {
+                return json;
+            }
+        } catch (JsonProcessingException e) {
+            // told below
+        }
+        throw stranger("its answer is no JSON object");
+    }
+}

@@ -1,0 +1,211 @@
+package com.quorin.sysmgt.tavl.LumetraAgent.client;
+
+import com.quorin.sysmgt.tavl.LumetraAgent.files.Culprit;
+import com.quorin.sysmgt.tavl.LumetraAgent.files.CulpritReport;
+import com.quorin.sysmgt.tavl.LumetraAgent.resource.ResourceState;
+import com.quorin.sysmgt.tavl.LumetraAgent.resource.Snapshot;
+import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
+import java.net.URI;
+import java.time.Duration;
+import java.time.Instant;
+import java.util.ArrayList;
+import java.util.Arrays;
+import java.util.List;
+import java.util.Locale;
+import java.util.Optional;
+import java.util.OptionalInt;
+import picocli.CommandLine.Help.Ansi;
+
+/** The state of all resources as lines of text, the most urgent first. */
+public final class StatusTable {
+
+    private static final List<String> HEADINGS =
+            List.of("RESOURCE", "INSTANCE", "VALUE", "STATE", "EXHAUSTION", "MODEL", "NOTIFY AT");
+    private static final int INSTANCE = 1;
+    private static final int VALUE = 2;
+    private static final int STATE = 3;
+    private static final int LEVEL = 6;
+    private static final int LEAST_INSTANCE = 9;
+    private static final int LONGEST_NAME = 40;
+    private static final int SHOWN_USERS = 3;
+    private static final String GAP = "  ";
+    private static final String UNKNOWN = "-";
+
+    private final Terminal terminal;
+
+    /**
+     * Fits the table to a terminal.
+     *
+     * @param terminal where it will be shown
+     */
+    StatusTable(Terminal terminal) {
+        this.terminal = terminal;
+    }
+
+    /**
+     * The whole status.
+     *
+     * @param snapshot what the agent told
+     * @param page     where it was asked
+     * @param now      the present time
+     * @return the lines
+     */
+    List<String> lines(Snapshot snapshot, URI page, Instant now) {
+        List<String> lines = new ArrayList<>(table(snapshot, now));
+        if (lines.isEmpty()) {
+            lines.add("No resources yet.");
+        }
+        if (snapshot.agent().notice() != null) {
+            lines.add(Words.printable(snapshot.agent().notice()));
+        }
+        lines.add("");
+        lines.add(agent(snapshot.agent(), page, now));
+        return lines;
+    }
+
+    /**
+     * The processes that use most of a resource, in one line.
+     *
+     * @param resource the resource's name
+     * @param report   the processes
+     * @return the line; empty when none is named
+     */
+    public static Optional<String> largestUsers(String resource, CulpritReport report) {
+        if (report.processes().isEmpty()) {
+            return Optional.empty();
+        }
+        List<String> named = report.processes().stream().limit(SHOWN_USERS).map(Culprit::inWords).toList();
+        return Optional.of("Largest users of " + Words.printable(resource) + ": "
+                + String.join(", ", named) + " " + Words.printable(report.measureText()));
+    }
+
+    private List<String> table(Snapshot snapshot, Instant now) {
+        List<Snapshot.Resource> resources = snapshot.resources();
+        if (resources.isEmpty()) {
+            return List.of();
+        }
+        List<List<String>> rows = new ArrayList<>();
+        rows.add(HEADINGS);
+        resources.forEach(resource -> rows.add(cells(resource, snapshot.agent(), now)));
+        int[] widths = widths(rows);
+        List<String> lines = new ArrayList<>();
+        for (int i = 0; i < rows.size(); i++) {
+            lines.add(line(rows.get(i), widths, i == 0 ? null : resources.get(i - 1).state()));
+        }
+        return lines;
+    }
+
+    private List<String> cells(Snapshot.Resource resource, Snapshot.Agent agent, Instant now) {
+        Snapshot.Forecast forecast = resource.forecast();
+        String state = Words.printable(resource.standing().stateText());
+        if (resource.state() == ResourceState.COLLECTING) {
+            state += " (" + resource.reading().samples() + " of " + agent.samplesForForecast() + ")";
+        }
+        return List.of(shortened(Words.printable(resource.identity().resource()), LONGEST_NAME),
+                Words.printable(resource.identity().instance()), percent(resource.reading().value()), state,
+                exhaustion(forecast, now), orUnknown(forecast.model()), percent(forecast.notificationLevel()));
+    }
+
+    private static String orUnknown(String text) {
+        return text == null ? UNKNOWN : Words.printable(text);
+    }
+
+    private static String percent(Double value) {
+        return value == null ? UNKNOWN : String.format(Locale.ROOT, "%.2f %%", value);
+    }
+
+    private static String exhaustion(Snapshot.Forecast forecast, Instant now) {
+        if (forecast.secondsToExhaustion() == null) {
+            return UNKNOWN;
+        }
+        double left = forecast.exhaustionAt() == null ? forecast.secondsToExhaustion()
+                : forecast.exhaustionAt() - now.getEpochSecond();
+        return left <= 0 ? "now" : "in about " + Words.ofDuration(Duration.ofSeconds((long) left));
+    }
+
+    /** The columns' widths; the instances make room when a line would be too long. */
+    private int[] widths(List<List<String>> rows) {
+        int[] widths = new int[HEADINGS.size()];
+        for (List<String> row : rows) {
+            for (int i = 0; i < widths.length; i++) {
+                widths[i] = Math.max(widths[i], length(row.get(i)));
+            }
+        }
+        OptionalInt columns = terminal.columns();
+        int excess = Arrays.stream(widths).sum() + GAP.length() * (widths.length - 1)
+                - columns.orElse(Integer.MAX_VALUE);
+        if (excess > 0) {
+            int least = Math.min(widths[INSTANCE], LEAST_INSTANCE);
+            widths[INSTANCE] = Math.max(least, widths[INSTANCE] - excess);
+        }
+        return widths;
+    }
+
+    private String line(List<String> row, int[] widths, ResourceState state) {
+        StringBuilder line = new StringBuilder();
+        for (int i = 0; i < widths.length; i++) {
+            String cell = i == INSTANCE ? shortened(row.get(i), widths[i]) : row.get(i);
+            String padding = " ".repeat(Math.max(0, widths[i] - length(cell)));
+            boolean right = i == VALUE || i == LEVEL;
+            line.append(i == 0 ? "" : GAP).append(right ? padding : "")
+                    .append(i == STATE ? coloured(cell, state) : cell).append(right ? "" : padding);
+        }
+        return line.toString().stripTrailing();
+    }
+
+    private String coloured(String text, ResourceState state) {
+        if (state == null) {
+            return text;
+        }
+        List<Ansi.IStyle> styles = switch (state) {
+            case AT_LIMIT -> List.of(Ansi.Style.bold, Ansi.Style.fg_red);
+            case FORECAST -> List.of(Ansi.Style.fg_red);
+            case PENDING -> List.of(Ansi.Style.fg_yellow);
+            case STALE, UNREADABLE -> List.of(Ansi.Style.fg_magenta);
+            default -> List.of();
+        };
+        return styles.isEmpty() ? text : terminal.colours().apply(text, styles).toString();
+    }
+
+    private String shortened(String text, int width) {
+        return terminal.isInteractive() ? shorten(text, width) : text;
+    }
+
+    /**
+     * A text that fits, with an ellipsis in the place of its middle if need be.
+     *
+     * @param text  the text
+     * @param width how many characters fit
+     * @return at most that many characters
+     */
+    static String shorten(String text, int width) {
+        int length = length(text);
+        if (length <= width || width < 1) {
+            return text;
+        }
+        int head = (width - 1) / 2;
+        int tail = width - 1 - head;
+        return text.substring(0, text.offsetByCodePoints(0, head)) + "…"
+                + text.substring(text.offsetByCodePoints(0, length - tail));
+    }
+
+    private static int length(String text) {
+        return text.codePointCount(0, text.length());
+    }
+
+    private static String agent(Snapshot.Agent agent, URI page, Instant now) {
+        String cycles = agent.cycles() == 1 ? "1 cycle" : agent.cycles() + " cycles";
+        String newest = agent.newestCycleAt() == null ? ""
+                : ", the newest " + ago(now.getEpochSecond() - agent.newestCycleAt());
+        double period = agent.periodSeconds();
+        String pace = period <= 0 ? "samples without a pause"
+                : "a sample every " + Words.ofDuration(Duration.ofSeconds(Math.round(period)));
+        return "Lumetra Agent " + Words.printable(agent.version()) + " at " + page + ": " + cycles
+                + newest + ", " + pace + (agent.running() ? "" : "; it is not running")
+                + (agent.stale() && agent.running() ? "; it is late" : "") + ".";
+    }
+
+    private static String ago(long seconds) {
+        return Words.ofDuration(Duration.ofSeconds(seconds)) + " ago";
+    }
+}

@@ -1,0 +1,148 @@
+package com.quorin.sysmgt.tavl.LumetraAgent.host;
+
+import com.fasterxml.jackson.core.json.JsonWriteFeature;
+import com.fasterxml.jackson.databind.ObjectMapper;
+import com.fasterxml.jackson.databind.ObjectWriter;
+import com.quorin.sysmgt.tavl.LumetraAgent.NativeLibrary;
+import com.quorin.sysmgt.tavl.LumetraAgent.check.AgentCheck;
+import com.quorin.sysmgt.tavl.LumetraAgent.check.Finding;
+import com.quorin.sysmgt.tavl.LumetraAgent.check.LibraryCheck;
+import com.quorin.sysmgt.tavl.LumetraAgent.text.Program;
+import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
+import java.io.IOException;
+import java.io.PrintStream;
+import java.nio.file.InvalidPathException;
+import java.nio.file.Path;
+import java.util.LinkedHashMap;
+import java.util.List;
+import java.util.Map;
+import java.util.concurrent.Callable;
+import picocli.CommandLine.Command;
+import picocli.CommandLine.ITypeConverter;
+import picocli.CommandLine.Option;
+import picocli.CommandLine.TypeConversionException;
+
+/** Checks configuration and declarations before a start. */
+@Command(name = "check", mixinStandardHelpOptions = true, versionProvider = Program.Version.class,
+        description = "Checks the configuration and the declarations of a home before a start: what the "
+                + "agent would refuse, and what it would accept without a word. It changes nothing.",
+        footerHeading = "%nExit codes:%n",
+        footer = {"  0  there is nothing to say",
+            "  1  the agent would not start (with --strict: there is something to say)",
+            "  2  the command line is wrong",
+            "  3  the agent would start, but there are warnings%n"})
+final class CheckCommand implements Callable<Integer> {
+
+    /** Exit code of a check that found warnings only. */
+    static final int WARNED = 3;
+
+    @Option(names = "--home", paramLabel = "DIR", defaultValue = "${sys:lumetra.home:-..}",
+            converter = Name.class, description = "The agent's home. Default: that of lumetra run.")
+    private Path home;
+
+    @Option(names = "--config", paramLabel = "FILE", converter = Name.class,
+            description = "The configuration file. Default: config/AutoConfig.ini of the home.")
+    private Path config;
+
+    @Option(names = "--json", description = "Print the findings as JSON.")
+    private boolean json;
+
+    @Option(names = "--strict", description = "End with exit code 1 for warnings too.")
+    private boolean strict;
+
+    private final PrintStream out = System.out;
+
+    /** The name of a file or directory, which need not be there. */
+    static final class Name implements ITypeConverter<Path> {
+
+        /** Creates the converter. */
+        Name() {
+            // nothing to hold
+        }
+
+        @Override
+        public Path convert(String text) {
+            if (text.isEmpty()) {
+                throw new TypeConversionException("expected a path: the name is empty");
+            }
+            try {
+                return Path.of(text);
+            } catch (InvalidPathException e) {
+                throw new TypeConversionException("expected a path: " + e.getMessage());
+            }
+        }
+    }
+
+    /** Creates the command with its default options. */
+    CheckCommand() {
+        // picocli fills in the options
+    }
+
+    /**
+     * Checks and prints what it found.
+     *
+     * @return the exit code
+     */
+    @Override
+    public Integer call() {
+        List<Finding> findings;
+        try {
+            LibraryCheck.load();
+            findings = AgentCheck.of(home,
+                    config == null ? home.resolve("config").resolve("AutoConfig.ini") : config);
+        } catch (NativeLibrary.Unavailable e) {
+            System.err.println("lumetra check: " + Words.printable(e.getMessage()));
+            return Program.FAILED;
+        }
+        int errors = (int) findings.stream().filter(finding -> finding.kind().isError()).count();
+        int warnings = findings.size() - errors;
+        if (json) {
+            out.println(toJson(findings, errors, warnings));
+        } else {
+            findings.forEach(finding -> out.println(finding.text()));
+            out.println(summary(errors, warnings));
+        }
+        if (out.checkError()) {
+            System.err.println("lumetra check: standard output cannot be written");
+            return Program.FAILED;
+        }
+        return exitCode(errors, warnings);
+    }
+
+    private int exitCode(int errors, int warnings) {
+        if (errors > 0 || strict && warnings > 0) {
+            return Program.FAILED;
+        }
+        return warnings > 0 ? WARNED : Program.DONE;
+    }
+
+    private static String summary(int errors, int warnings) {
+        if (errors + warnings == 0) {
+            return "Nothing found.";
+        }
+        return (errors == 1 ? "1 error, " : errors + " errors, ")
+                + (warnings == 1 ? "1 warning." : warnings + " warnings.");
+    }
+
+    /**
+     * The findings as JSON, indented and in ASCII.
+     *
+     * @param findings the findings
+     * @param errors   how many of them are errors
+     * @param warnings how many are warnings
+     * @return the text
+     */
+    static String toJson(List<Finding> findings, int errors, int warnings) {
+        Map<String, Object> all = new LinkedHashMap<>();
+        all.put("findings", findings);
+        all.put("errors", errors);
+        all.put("warnings", warnings);
+        ObjectWriter writer = new ObjectMapper().writerWithDefaultPrettyPrinter()
+                .with(JsonWriteFeature.ESCAPE_NON_ASCII);
+        try {
+            return writer.writeValueAsString(all);
+        } catch (IOException e) {
+            throw new IllegalStateException("a finding has no JSON", e);
+        }
+    }
+}

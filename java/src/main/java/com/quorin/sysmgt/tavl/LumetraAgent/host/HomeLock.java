@@ -1,0 +1,89 @@
+package com.quorin.sysmgt.tavl.LumetraAgent.host;
+
+import java.io.IOException;
+import java.nio.channels.FileChannel;
+import java.nio.channels.FileLock;
+import java.nio.channels.OverlappingFileLockException;
+import java.nio.file.Path;
+import java.nio.file.StandardOpenOption;
+import java.util.Optional;
+
+/**
+ * Keeps a home to one agent: a lock on a file in it, which the kernel takes back when the process ends,
+ * however it ends. The file itself is empty and stays.
+ */
+final class HomeLock {
+
+    /** The file, in the agent's working directory. */
+    static final Path FILE = Path.of("agent.lock");
+
+    /** Held here, as a channel that nobody holds is closed some day, and the lock goes with it. */
+    private final FileChannel channel;
+    private final boolean taken;
+    private final String problem;
+
+    private HomeLock(FileChannel channel, boolean taken, String problem) {
+        this.channel = channel;
+        this.taken = taken;
+        this.problem = problem;
+    }
+
+    /**
+     * Tries to lock a home; waits for nobody.
+     *
+     * @param file the file that is locked; it is made when it is missing
+     * @return the lock, or why there is none
+     */
+    static HomeLock take(Path file) {
+        FileChannel channel = null;
+        try {
+            channel = FileChannel.open(
+                    file, StandardOpenOption.CREATE, StandardOpenOption.READ, StandardOpenOption.WRITE);
+            FileLock lock = channel.tryLock();
+            if (lock != null) {
+                return new HomeLock(channel, false, null);
+            }
+            close(channel);
+            return new HomeLock(null, true, null);
+        } catch (OverlappingFileLockException e) {
+            close(channel);
+            return new HomeLock(null, true, null);
+        } catch (IOException | RuntimeException e) {
+            close(channel);
+            return new HomeLock(null, false, e.toString());
+        }
+    }
+
+    private static void close(FileChannel channel) {
+        try {
+            if (channel != null) {
+                channel.close();
+            }
+        } catch (IOException e) {
+            // nothing was written
+        }
+    }
+
+    /**
+     * Whether another process holds the lock.
+     *
+     * @return true when an agent works in this home already
+     */
+    boolean isTaken() {
+        return taken;
+    }
+
+    /**
+     * Why the home cannot be locked although nobody has locked it, as on a file system that knows no locks.
+     *
+     * @return the reason; empty when it is locked, by this process or another
+     */
+    Optional<String> problem() {
+        return Optional.ofNullable(problem);
+    }
+
+    /** Gives the home free. */
+    void release() {
+        close(channel);
+    }
+}

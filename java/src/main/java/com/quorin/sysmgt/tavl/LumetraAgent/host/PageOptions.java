@@ -1,0 +1,151 @@
+package com.quorin.sysmgt.tavl.LumetraAgent.host;
+
+import com.quorin.sysmgt.tavl.LumetraAgent.client.AgentAddress;
+import com.quorin.sysmgt.tavl.LumetraAgent.client.WholeNumber;
+import com.quorin.sysmgt.tavl.LumetraAgent.http.HostCheck;
+import com.quorin.sysmgt.tavl.LumetraAgent.http.WebServer;
+import com.quorin.sysmgt.tavl.LumetraAgent.text.FileText;
+import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
+import com.quorin.sysmgt.tavl.LumetraAgent.watch.AgentView;
+import java.io.IOException;
+import java.io.PrintStream;
+import java.net.InetAddress;
+import java.net.InetSocketAddress;
+import java.net.UnknownHostException;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.Optional;
+import java.util.regex.Pattern;
+import picocli.CommandLine.ITypeConverter;
+import picocli.CommandLine.Model.CommandSpec;
+import picocli.CommandLine.Option;
+import picocli.CommandLine.ParameterException;
+import picocli.CommandLine.TypeConversionException;
+
+/** Where the page is, and who may ask for it. */
+final class PageOptions {
+
+    private static final Pattern NAME = Pattern.compile("[A-Za-z0-9_]([A-Za-z0-9._-]{0,251}[A-Za-z0-9_.])?");
+    private static final Path OWN_NAME = Path.of("/proc/sys/kernel/hostname");
+
+    @Option(names = "--port", paramLabel = "N", defaultValue = "" + AgentAddress.DEFAULT_PORT, converter = Port.class,
+            description = "The page's port, 1 to 65535; 0 for no page. Default: ${DEFAULT-VALUE}.")
+    private int port;
+
+    @Option(names = "--listen", paramLabel = "ADDRESS", defaultValue = "127.0.0.1",
+            description = "The address that the page listens on, an IP address or a name of this machine. "
+                    + "Whoever reaches it can read the page. Default: ${DEFAULT-VALUE}.")
+    private String listen;
+
+    @Option(names = "--allow-host", paramLabel = "NAME", converter = Name.class,
+            description = "Another name under which a browser may ask for the page. Repeatable. "
+                    + "IP addresses, localhost and the name after --listen are always allowed.")
+    private List<String> allowed = new ArrayList<>();
+
+    /** The port of a page, or 0. */
+    static final class Port extends WholeNumber {
+        /** Creates the converter. */
+        Port() {
+            super("a port from 0 to " + AgentAddress.LARGEST_PORT, 0, AgentAddress.LARGEST_PORT);
+        }
+    }
+
+    /** The name of a machine. */
+    static final class Name implements ITypeConverter<String> {
+
+        /** Creates the converter. */
+        Name() {
+            // nothing to hold
+        }
+
+        @Override
+        public String convert(String text) {
+            if (!NAME.matcher(text).matches()) {
+                throw new TypeConversionException(
+                        "expected the name of a machine, without port, got \"" + text + "\"");
+            }
+            return text;
+        }
+    }
+
+    /** Creates the default options. */
+    PageOptions() {
+        // picocli fills in the options
+    }
+
+    /**
+     * Refuses values that can never be right.
+     *
+     * @param spec the command that they were given to
+     */
+    void check(CommandSpec spec) {
+        if (listen.isBlank()) {
+            throw new ParameterException(spec.commandLine(),
+                    "Invalid value for option '--listen': expected an IP address or a name of this machine");
+        }
+    }
+
+    /**
+     * Whether there is to be a page.
+     *
+     * @return false for port 0
+     */
+    boolean isWanted() {
+        return port != 0;
+    }
+
+    /**
+     * Starts the page, and says where it is or why it is not there.
+     *
+     * @param view what may be seen of the agent
+     * @param out  receives the line
+     * @return the server; empty when it cannot listen
+     */
+    Optional<WebServer> open(AgentView view, PrintStream out) {
+        try {
+            InetAddress address = InetAddress.getByName(listen);
+            WebServer server = WebServer.start(new InetSocketAddress(address, port), AgentRoutes.of(view),
+                    new HostCheck(names(address)), System.err);
+            out.println("The page is at http://" + inUrl(address) + "/"
+                    + (address.isLoopbackAddress() ? "" : ", for everyone who can reach this address"));
+            return Optional.of(server);
+        } catch (IOException | RuntimeException e) {
+            out.println("The page is not available: cannot listen on " + Words.printable(listen) + ":" + port
+                    + " (" + reason(e) + "); --port names another port, --listen another address.");
+            return Optional.empty();
+        }
+    }
+
+    private String inUrl(InetAddress address) {
+        String own = address.isAnyLocalAddress() ? ownName() : "";
+        if (!own.isEmpty()) {
+            return own + ":" + port;
+        }
+        boolean asGiven = listen.matches("[0-9A-Fa-f:.]*:[0-9A-Fa-f:.]*");
+        return asGiven ? "[" + listen + "]:" + port : WebServer.inUrl(new InetSocketAddress(address, port));
+    }
+
+    private List<String> names(InetAddress address) {
+        List<String> names = new ArrayList<>(allowed);
+        names.add(listen);
+        if (!address.isLoopbackAddress() && !ownName().isEmpty()) {
+            names.add(ownName());
+            names.add(ownName().split("\\.")[0]);
+        }
+        return names;
+    }
+
+    /** The machine's own name, without asking any name server. */
+    private static String ownName() {
+        String name = FileText.read(OWN_NAME).map(String::strip).orElse("");
+        return NAME.matcher(name).matches() ? name : "";
+    }
+
+    private static String reason(Exception e) {
+        if (e instanceof UnknownHostException) {
+            return "this machine knows no such name";
+        }
+        return Words.printable(e.getMessage() == null ? e.toString() : e.getMessage());
+    }
+}

@@ -1,0 +1,413 @@
+package com.quorin.sysmgt.tavl.LumetraAgent.host;
+
+import com.quorin.sysmgt.tavl.LumetraAgent.ExecPrediction;
+import com.quorin.sysmgt.tavl.LumetraAgent.HostFeed;
+import com.quorin.sysmgt.tavl.LumetraAgent.LumetraSubagent;
+import com.quorin.sysmgt.tavl.LumetraAgent.NativeLibrary;
+import com.quorin.sysmgt.tavl.LumetraAgent.events.AgentEvents;
+import com.quorin.sysmgt.tavl.LumetraAgent.events.EventHistory;
+import com.quorin.sysmgt.tavl.LumetraAgent.files.EventFile;
+import com.quorin.sysmgt.tavl.LumetraAgent.http.SpareThreads;
+import com.quorin.sysmgt.tavl.LumetraAgent.http.WebServer;
+import com.quorin.sysmgt.tavl.LumetraAgent.resource.Feed;
+import com.quorin.sysmgt.tavl.LumetraAgent.resource.LibraryFeed;
+import com.quorin.sysmgt.tavl.LumetraAgent.resource.Publication;
+import com.quorin.sysmgt.tavl.LumetraAgent.text.Program;
+import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
+import com.quorin.sysmgt.tavl.LumetraAgent.watch.AgentWatch;
+import com.quorin.sysmgt.tavl.LumetraAgent.watch.FeedFollower;
+import java.io.FileDescriptor;
+import java.io.FileOutputStream;
+import java.io.IOException;
+import java.io.PrintStream;
+import java.nio.charset.Charset;
+import java.nio.file.Files;
+import java.nio.file.InvalidPathException;
+import java.nio.file.Path;
+import java.time.Duration;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.Optional;
+import java.util.OptionalLong;
+import java.util.concurrent.Callable;
+import java.util.concurrent.atomic.AtomicBoolean;
+import java.util.function.Consumer;
+import picocli.CommandLine.Command;
+import picocli.CommandLine.Mixin;
+import picocli.CommandLine.Model.CommandSpec;
+import picocli.CommandLine.Option;
+import picocli.CommandLine.ParameterException;
+import picocli.CommandLine.Spec;
+
+/**
+ * Runs the agent: starts it and the page, shows what it sees, and ends it in order on Ctrl-C, on SIGTERM or
+ * after a given time.
+ *
+ * <p>Its working directory must be the directory "bin" of the agent's home, because the native library finds
+ * its log and its work files from there; {@code run-agent} sees to that.
+ */
+@Command(name = "run", mixinStandardHelpOptions = true, versionProvider = Program.Version.class,
+        description = "Samples this machine's process slots, swap space, file descriptors and file systems, "
+                + "and tells when one of them will run out, here and on a page for the browser.",
+        footerHeading = "%nExit codes:%n",
+        footer = {"  0  the agent ended as asked (Ctrl-C, SIGTERM, --for)",
+            "  1  the agent could not start, or ended by itself",
+            "  2  the command line is wrong",
+            "  3  packages are missing and cannot be installed (run-agent)",
+            "  4  the build failed (run-agent)",
+            "  5  another agent works in this home",
+            "  6  threads or memory are too short for the agent%n"})
+final class RunCommand implements Callable<Integer> {
+    /** The agent ended because it was asked to. */
+    static final int ENDED_AS_ASKED = Program.DONE;
+
+    private static final Path EVENTS = Path.of("..", "log", "events.jsonl");
+    private static final Duration LOOK_EVERY = Duration.ofMillis(500);
+    private static final Duration REMIND_EVERY = Duration.ofSeconds(30);
+    private static final Duration REOPEN_EVERY = Duration.ofSeconds(10);
+    private static final Duration LAST_WORDS = Duration.ofSeconds(2);
+
+    /** A signal to end takes three: Java's own, the one that stops the agent, and the end of Java's logging. */
+    private static final int THREADS_OF_A_SIGNAL = 3;
+
+    /** The agent's listing of disks is a shell and its command, which count among a user's threads. */
+    private static final int THREADS_OF_A_LISTING = 2;
+
+    @Option(names = "--home", paramLabel = "DIR", defaultValue = "..",
+            description = "The agent's home; the program runs in its directory bin. "
+                    + "Default: the directory above.")
+    private String home;
+
+    @Option(names = "--config", paramLabel = "FILE", defaultValue = "../config/AutoConfig.ini",
+            description = "The configuration file. Default: config/AutoConfig.ini of the home.")
+    private String config;
+
+    @Option(names = "--for", paramLabel = "SECONDS", description = "End by itself after this many seconds.")
+    private Long seconds;
+
+    @Mixin
+    private PageOptions page = new PageOptions();
+
+    @Spec
+    private CommandSpec spec;
+
+    private final AtomicBoolean left = new AtomicBoolean();
+    private OutputQueue output;
+    private PrintStream out;
+    private HomeLock lock;
+    private long reopenFrom = System.nanoTime();
+    private String lastFailure = "";
+    private WebServer server;
+    private AgentWatch view;
+    private EventHistory events;
+    private FeedFollower follower;
+    private volatile AgentRun run;
+    private AgentMonitor monitor;
+    private Integer exitCode;
+    private volatile int hostCode;
+
+    /** Creates the command with its default options. */
+    RunCommand() {
+        // picocli fills in the options
+    }
+
+    /**
+     * Takes note that the command has returned, before the process ends with its code.
+     *
+     * @param code the exit code
+     */
+    void leaveWith(int code) {
+        hostCode = code;
+        // a host that failed leaves an agent behind, which is stopped in order like on a signal
+        left.set(run == null || run.hasEnded());
+    }
+
+    /**
+     * Runs the agent until it ends.
+     *
+     * @return the exit code
+     */
+    @Override
+    public Integer call() {
+        checkOptions();
+        try {
+            NativeLibrary.load();
+        } catch (NativeLibrary.Unavailable e) {
+            System.err.println(Words.printable(e.getMessage()));
+            return Program.FAILED;
+        }
+        try {
+            return host();
+        } catch (Error e) {
+            return giveUp(e);
+        } finally {
+            drain();
+        }
+    }
+
+    /**
+     * Whatever the agent needs for its work is started before it, so that it works from then on; what comes
+     * later finds room. Where that cannot be had, no agent is better than one that nobody can stop.
+     */
+    private int host() {
+        print();
+        lock = HomeLock.take(HomeLock.FILE);
+        if (lock.isTaken()) {
+            System.err.println("Another agent works in the home " + Words.printable(homeText())
+                    + "; a home is for one agent.");
+            return Program.HOME_TAKEN;
+        }
+        lock.problem().ifPresent(problem -> out.println(
+                "The home cannot be locked against a second agent: " + Words.printable(problem)));
+        AgentEvents.recordTo(new EventFile(EVENTS, EventFile.TEN_MEGABYTES));
+        run = new AgentRun(nativeAgent());
+        run.prepare();
+        Optional<String> problem = HostFeed.problem();
+        if (problem.isEmpty()) {
+            follow();
+        }
+        SpareThreads spare = SpareThreads.hold(THREADS_OF_A_SIGNAL + THREADS_OF_A_LISTING);
+        announce();
+        problem.ifPresent(p -> out.println("There is no page and no report on the agent's work: " + p + "."));
+        if (view != null) {
+            openPage();
+        }
+        spare.release();
+        Runtime.getRuntime().addShutdownHook(new Thread(this::stopOnSignal, "lumetra-stop"));
+        run.start();
+        watch();
+        return leave();
+    }
+
+    /** From here on nothing that is printed can wait for somebody to read it. */
+    private void print() {
+        output = OutputQueue.start();
+        Charset charset = Charset.forName(
+                System.getProperty("stdout.encoding", System.getProperty("native.encoding")));
+        System.setOut(output.to(new FileOutputStream(FileDescriptor.out), charset));
+        System.setErr(output.to(new FileOutputStream(FileDescriptor.err), charset));
+        out = System.out;
+        AgentEvents.showOn(out);
+    }
+
+    /** Without threads or memory there is no agent: the process ends, whatever else it has started. */
+    private int giveUp(Error reason) {
+        int code = reason instanceof OutOfMemoryError ? Program.TOO_LITTLE : Program.FAILED;
+        try {
+            String why = Words.printable(reason.toString());
+            System.err.println("The agent cannot go on: " + why);
+            drain();
+        } finally {
+            Runtime.getRuntime().halt(code);
+        }
+        return code;
+    }
+
+    private void drain() {
+        if (output != null) {
+            output.drain(LAST_WORDS);
+        }
+    }
+
+    private void announce() {
+        out.println("Lumetra Agent " + Program.Version.text() + ", home " + Words.printable(homeText())
+                + ", configuration " + Words.printable(config)
+                + (seconds == null ? ". Ctrl-C stops it." : ", for " + seconds + " s."));
+    }
+
+    /** From here on everything that is shown comes from what the library publishes. */
+    private void follow() {
+        Feed feed = new LibraryFeed();
+        monitor = new AgentMonitor(out, System.nanoTime());
+        List<Consumer<? super Publication>> readers = new ArrayList<>(List.of(monitor));
+        if (page.isWanted()) {
+            events = EventHistory.of(EVENTS);
+            view = new AgentWatch(homeText(), Program.Version.text(), () -> !run.hasEnded(), feed, events,
+                    AgentWatch.Timing.real());
+            readers.add(view);
+        }
+        follower = new FeedFollower(feed, readers);
+        follower.start();
+    }
+
+    /** The agent does its work with the page or without. */
+    private void openPage() {
+        try {
+            page.open(view, out).ifPresent(opened -> {
+                server = opened;
+                AgentEvents.tellTo(events);
+            });
+        } catch (OutOfMemoryError e) {
+            out.println("The page is not available: " + Words.printable(String.valueOf(e.getMessage())));
+        }
+    }
+
+    /** A page that has lost a thread to a shortage of memory may answer no more. */
+    private void reopenPage(long now) {
+        reopenFrom = now + REOPEN_EVERY.toNanos();
+        server.close();
+        page.open(view, out).ifPresent(opened -> server = opened);
+    }
+
+    private void closePage() {
+        if (server != null) {
+            server.close();
+        }
+    }
+
+    private AgentRun.Agent nativeAgent() {
+        return new AgentRun.Agent() {
+            private final LumetraSubagent subagent = new LumetraSubagent();
+
+            @Override
+            public int run() {
+                return new ExecPrediction().research_main(new AgentEvents(), 2, "run-agent", config);
+            }
+
+            @Override
+            public int pleaseStop() {
+                return subagent.javaThreadSyncPleaseStop();
+            }
+        };
+    }
+
+    private void checkOptions() {
+        page.check(spec);
+        if (seconds != null && (seconds < 1 || seconds > Integer.MAX_VALUE)) {
+            throw new ParameterException(spec.commandLine(),
+                    "Invalid value for option '--for': expected at least 1 second and at most "
+                    + Integer.MAX_VALUE + ", got " + seconds);
+        }
+        try {
+            Path bin = Path.of(home).resolve("bin");
+            if (!Files.isDirectory(bin) || !Files.isSameFile(bin, Path.of(""))) {
+                throw new ParameterException(spec.commandLine(), "The working directory must be " + bin
+                        + "; start the agent with lumetra run");
+            }
+            Path.of(config);
+        } catch (IOException | InvalidPathException e) {
+            throw new ParameterException(spec.commandLine(),
+                    "Cannot use the home " + home + " with the configuration " + config
+                            + ": " + e.getMessage());
+        }
+    }
+
+    private String homeText() {
+        return Path.of(home).toAbsolutePath().normalize().toString();
+    }
+
+    /** Shows what the agent does until it ends or its time is over. */
+    private void watch() {
+        long deadline = System.nanoTime() + (seconds == null ? 0 : Duration.ofSeconds(seconds).toNanos());
+        boolean over = false;
+        while (!over) {
+            try {
+                over = run.awaitEnd(LOOK_EVERY);
+                if (!over) {
+                    look(deadline);
+                }
+            } catch (RuntimeException | Error e) {
+                tell(e); // what is shown may fail, and even the waiting; the agent works on
+                pause();
+            }
+        }
+    }
+
+    /** Waits without taking memory. */
+    private static void pause() {
+        try {
+            Thread.sleep(LOOK_EVERY.toMillis());
+        } catch (InterruptedException e) {
+            Thread.currentThread().interrupt();
+        }
+    }
+
+    private void look(long deadline) {
+        long now = System.nanoTime();
+        if (seconds != null && now - deadline >= 0) {
+            stop();
+        } else if (!run.isStopping()) {
+            if (monitor != null) {
+                monitor.look(now);
+            }
+            if (server != null && server.isBroken() && now - reopenFrom >= 0) {
+                reopenPage(now);
+            }
+        }
+    }
+
+    private void tell(Throwable problem) {
+        try {
+            String failure = Words.printable(problem.toString());
+            if (!failure.equals(lastFailure)) {
+                System.err.println("The agent's work cannot be shown for now: " + failure);
+            }
+            lastFailure = failure;
+        } catch (OutOfMemoryError e) {
+            // no memory for words either; the next look may have some
+        }
+    }
+
+    private void stop() {
+        String period = Optional.ofNullable(monitor).flatMap(AgentMonitor::pause)
+                .map(pause -> " of " + Words.ofDuration(pause)).orElse("");
+        out.println("Stopping: waiting for the agent to finish, at most one cycle and one period" + period + ".");
+        run.stop(() -> out.println("Still waiting for the agent to finish its cycle."), REMIND_EVERY);
+    }
+
+    /**
+     * Says how the run ended, once, and returns the exit code; the stopping thread and the main one both come
+     * here.
+     */
+    private synchronized int leave() {
+        if (exitCode != null) {
+            return exitCode;
+        }
+        closePage();
+        if (follower != null) {
+            follower.close();
+        }
+        OptionalLong cycles = monitor == null ? OptionalLong.empty() : OptionalLong.of(monitor.cycles());
+        int code = exitCode(run, cycles, AgentEvents.fatalCount());
+        String after = cycles.isEmpty() ? ""
+                : " after " + (cycles.getAsLong() == 1 ? "1 cycle" : cycles.getAsLong() + " cycles");
+        if (code == ENDED_AS_ASKED) {
+            out.println("The agent has stopped" + after + ".");
+        } else {
+            String log = homeText() + "/log/LumetraAgent.log";
+            String why = run.failure().map(Throwable::toString).orElse(log + " says more");
+            System.err.println("The agent ended by itself" + after + ": " + Words.printable(why) + ".");
+        }
+        exitCode = code;
+        return code;
+    }
+
+    /**
+     * The exit code of a run that is over.
+     *
+     * @param cycles how many cycles it completed; empty when nobody could tell
+     * @param fatals how many failures it told
+     * @return 0 for an end that was asked for, 1 for any other, also for one in the middle of a failing start
+     */
+    static int exitCode(AgentRun run, OptionalLong cycles, long fatals) {
+        boolean neverStarted = cycles.orElse(1) == 0 && fatals > 0;
+        return run.endedAsAsked() && !neverStarted ? ENDED_AS_ASKED : Program.FAILED;
+    }
+
+    /**
+     * Runs when the process is told to end. A Java process would then report the signal as its exit code, so
+     * the code is set here, after the agent has ended.
+     */
+    private void stopOnSignal() {
+        if (left.get()) {
+            return; // the end of main, not a signal
+        }
+        if (!run.isStopping()) {
+            stop();
+        }
+        run.awaitEnd(Duration.ofDays(365));
+        int code = Math.max(leave(), hostCode);
+        drain();
+        Runtime.getRuntime().halt(code);
+    }
+}

@@ -1,0 +1,39 @@
+package com.quorin.sysmgt.tavl.LumetraAgent.http;
+
+import com.fasterxml.jackson.databind.node.JsonNodeFactory;
+import com.fasterxml.jackson.databind.node.ObjectNode;
+import java.nio.charset.StandardCharsets;
+
+/** A request that is answered with an error; the message is for the client and names what was expected. */
+public final class WebProblem extends Exception {
+    private static final long serialVersionUID = 1L;
+
+    private final int status;
+
+    /**
+     * Describes the answer.
+     *
+     * @param status  the HTTP status
+     * @param message one sentence
+     */
+    public WebProblem(int status, String message) {
+        super(message, null, false, false);
+        this.status = status;
+    }
+
+    /**
+     * The HTTP status.
+     *
+     * @return 400 to 599
+     */
+    public int status() {
+        return status;
+    }
+
+    /** The answer that tells of it, in JSON. */
+    public WebContent content() {
+        ObjectNode json = JsonNodeFactory.instance.objectNode();
+        json.putObject("error").put("status", status).put("message", getMessage());
+        return new WebContent(WebContent.JSON, json.toString().getBytes(StandardCharsets.UTF_8));
+    }
+}

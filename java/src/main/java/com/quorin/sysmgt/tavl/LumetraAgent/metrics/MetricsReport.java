@@ -1,0 +1,149 @@
+package com.quorin.sysmgt.tavl.LumetraAgent.metrics;
+
+import com.quorin.sysmgt.tavl.LumetraAgent.TrendReader;
+import com.quorin.sysmgt.tavl.LumetraAgent.events.AgentEvents;
+import com.quorin.sysmgt.tavl.LumetraAgent.events.MetricsEvents;
+import com.quorin.sysmgt.tavl.LumetraAgent.resource.ResourceState;
+import com.quorin.sysmgt.tavl.LumetraAgent.resource.Snapshot;
+import java.math.BigDecimal;
+import java.util.Comparator;
+import java.util.HashSet;
+import java.util.List;
+import java.util.Map;
+import java.util.Set;
+import java.util.function.ToDoubleFunction;
+
+/** Everything that the agent measures, as metrics; docs/metrics.md describes them. */
+final class MetricsReport {
+
+    private static final double NONE = Double.NaN;
+
+    private final MetricsText out;
+    private final Snapshot snapshot;
+    private final MetricsEvents events;
+    private final List<Snapshot.Resource> resources;
+    private final Map<Integer, String> labels;
+
+    private MetricsReport(MetricsText out, Snapshot snapshot, MetricsEvents events, MetricsNames names) {
+        this.out = out;
+        this.snapshot = snapshot;
+        this.events = events;
+        this.resources = snapshot.resources().stream()
+                .sorted(Comparator.comparingInt(Snapshot.Resource::id)).toList();
+        this.labels = names.of(resources);
+    }
+
+    /**
+     * Writes the metrics.
+     *
+     * @param format   the form
+     * @param snapshot how the agent stands
+     * @param events   its events
+     * @param names    gives the resources their labels
+     * @return the text
+     */
+    static byte[] write(MetricsFormat format, Snapshot snapshot, MetricsEvents events, MetricsNames names) {
+        MetricsText out = new MetricsText(format);
+        MetricsReport report = new MetricsReport(out, snapshot, events, names);
+        report.writeResources();
+        report.writeForecasts();
+        report.writeEvents();
+        report.writeAgent();
+        return out.bytes();
+    }
+
+    private void gauge(String name, String unit, String help, ToDoubleFunction<Snapshot.Resource> value) {
+        out.family(name, MetricsText.Type.GAUGE, unit, help);
+        resources.forEach(r -> out.sample(labels.get(r.id()), value.applyAsDouble(r)));
+    }
+
+    private void writeResources() {
+        gauge("lumetra_resource_used_ratio", "ratio",
+                "Share of the limit in use; NaN when it is not known.", r -> perCent(r.reading().value()));
+        gauge("lumetra_resource_time_to_exhaustion_seconds", "seconds",
+                "Time from the newest cycle to the forecast exhaustion; +Inf for none in sight, "
+                        + "0 at the limit, NaN without a forecast.", this::timeToExhaustion);
+        gauge("lumetra_resource_notification_level_ratio", "ratio",
+                "Share of the limit from which on exhaustion events go out; NaN for none.",
+                r -> perCent(r.forecast().notificationLevel()));
+        out.family("lumetra_resource_state", MetricsText.Type.GAUGE, "",
+                "How the resource stands: 1 for the present state, 0 for every other.");
+        for (Snapshot.Resource r : resources) {
+            for (ResourceState state : ResourceState.values()) {
+                out.sample(labels.get(r.id()) + "," + MetricsText.labels("state", state.id()),
+                        r.state() == state ? 1 : 0);
+            }
+        }
+    }
+
+    private static double perCent(Double value) {
+        return value == null ? NONE : BigDecimal.valueOf(value).movePointLeft(2).doubleValue();
+    }
+
+    private double timeToExhaustion(Snapshot.Resource r) {
+        Long newest = snapshot.agent().newestCycleAt();
+        return switch (r.state()) {
+            case AT_LIMIT -> 0;
+            case UNREADABLE, COLLECTING, ABSENT, NO_LIMIT -> NONE;
+            case NO_EXHAUSTION, FORECAST, PENDING, STALE -> {
+                if (r.forecast().forecastAt() == null || newest == null) {
+                    yield NONE;
+                }
+                yield r.forecast().exhaustionAt() == null ? Double.POSITIVE_INFINITY
+                        : Math.max(0, r.forecast().exhaustionAt() - newest);
+            }
+        };
+    }
+
+    private void writeForecasts() {
+        out.family("lumetra_forecast_model_info", MetricsText.Type.INFO, "",
+                "The model that was chosen for the newest forecast; none without one.");
+        resources.forEach(r -> out.sample(labels.get(r.id()) + ","
+                + MetricsText.labels("model", r.forecast().model() == null ? "none" : r.forecast().model()), 1));
+        gauge("lumetra_forecast_timestamp_seconds", "seconds",
+                "When the newest forecast was made; NaN without one.",
+                r -> r.forecast().forecastAt() == null ? NONE : r.forecast().forecastAt());
+    }
+
+    /** Events know names only: those of two resources with the same names all count for the first. */
+    private void writeEvents() {
+        out.family("lumetra_events_total", MetricsText.Type.COUNTER, "",
+                "Events since the start of the process; failures (fatal) belong to no resource.");
+        Set<TrendReader.Resource> counted = new HashSet<>();
+        for (Snapshot.Resource r : resources) {
+            TrendReader.Resource key = snapshot.measures().keys().get(r.id());
+            boolean isFirst = counted.add(key);
+            for (String type : MetricsEvents.TYPES_OF_RESOURCES) {
+                out.sample(labels.get(r.id()) + "," + MetricsText.labels("type", type),
+                        isFirst ? events.of(type, key) : 0);
+            }
+        }
+        out.sample(MetricsText.labels("resource", "", "device", "", "mountpoint", "", "type",
+                AgentEvents.FATAL), events.fatal());
+    }
+
+    private void writeAgent() {
+        Snapshot.Agent agent = snapshot.agent();
+        Snapshot.Measures measures = snapshot.measures();
+        out.family("lumetra_agent_cycles_total", MetricsText.Type.COUNTER, "",
+                "Completed cycles since the start of the process.");
+        out.sample("", agent.cycles());
+        out.family("lumetra_agent_cycle_seconds", MetricsText.Type.SUMMARY, "seconds",
+                "Duration of the cycles, without the pause between them.");
+        out.sample("_sum", "", Math.round(measures.cycleSeconds() * 1e6) / 1e6);
+        out.sample("_count", "", agent.cycles());
+        agentGauge("lumetra_agent_archive_bytes", "bytes", "Size of the archive.", measures.archiveBytes());
+        agentGauge("lumetra_agent_start_time_seconds", "seconds", "When the process started its work.",
+                agent.startedAt());
+        agentGauge("lumetra_agent_newest_cycle_timestamp_seconds", "seconds",
+                "Time of the newest cycle; NaN before the first.",
+                agent.newestCycleAt() == null ? NONE : agent.newestCycleAt());
+        out.family("lumetra_agent_info", MetricsText.Type.INFO, "", "The version of the agent.");
+        out.sample(MetricsText.labels("version", agent.version()), 1);
+    }
+
+    private void agentGauge(String name, String unit, String help, double value) {
+        out.family(name, MetricsText.Type.GAUGE, unit, help);
+        out.sample("", value);
+    }
+}

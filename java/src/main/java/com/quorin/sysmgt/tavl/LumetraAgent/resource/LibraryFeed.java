@@ -1,0 +1,19 @@
+package com.quorin.sysmgt.tavl.LumetraAgent.resource;
+
+import com.quorin.sysmgt.tavl.LumetraAgent.HostFeed;
+import java.time.Duration;
+import java.util.Optional;
+
+/** What the library of this process publishes. To be used only when {@link HostFeed#problem} names none. */
+public final class LibraryFeed implements Feed {
+
+    @Override
+    public Optional<Publication> await(long after, Duration patience) {
+        return Optional.ofNullable(HostFeed.await(after, patience.toMillis())).map(FeedReader::publication);
+    }
+
+    @Override
+    public Optional<Curves> curves(int id) {
+        return Optional.ofNullable(HostFeed.curves(id)).map(FeedReader::curves);
+    }
+}

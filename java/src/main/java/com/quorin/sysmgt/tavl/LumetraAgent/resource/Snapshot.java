@@ -1,0 +1,156 @@
+package com.quorin.sysmgt.tavl.LumetraAgent.resource;
+
+import com.fasterxml.jackson.annotation.JsonIgnore;
+import com.fasterxml.jackson.annotation.JsonUnwrapped;
+import com.fasterxml.jackson.core.JsonParser;
+import com.fasterxml.jackson.databind.DeserializationContext;
+import com.fasterxml.jackson.databind.JsonDeserializer;
+import com.fasterxml.jackson.databind.JsonNode;
+import com.fasterxml.jackson.databind.annotation.JsonDeserialize;
+import com.quorin.sysmgt.tavl.LumetraAgent.TrendReader;
+import java.io.IOException;
+import java.util.List;
+import java.util.Map;
+
+/**
+ * Everything the overview shows, as of one cycle. Immutable. The components' names are those of the JSON.
+ *
+ * @param resources most urgent first
+ * @param leftOut   what the agent does not watch
+ * @param measures  what the metrics tell beyond the JSON
+ */
+public record Snapshot(Agent agent, List<Resource> resources, List<LeftOut> leftOut, @JsonIgnore Measures measures) {
+
+    /** A snapshot of an agent that watches all and has measured nothing of itself. */
+    public Snapshot(Agent agent, List<Resource> resources) {
+        this(agent, resources, List.of(), null);
+    }
+
+    /** The JSON has no measures, and that of an older agent does not say what it leaves out. */
+    public Snapshot {
+        leftOut = leftOut == null ? List.of() : leftOut;
+        measures = measures == null ? new Measures(0, 0, Map.of()) : measures;
+    }
+
+    /**
+     * What the agent measures of its own work, and how events name its resources.
+     *
+     * @param cycleSeconds duration of all cycles together
+     * @param archiveBytes the archive's size
+     * @param keys         the resources as events name them, by number
+     */
+    public record Measures(double cycleSeconds, long archiveBytes, Map<Integer, TrendReader.Resource> keys) {}
+
+    /**
+     * The agent itself. Times are seconds since the epoch. The last five are 0 and null until the agent has read
+     * its configuration.
+     *
+     * @param startedAt          when the host started
+     * @param generatedAt        when this snapshot was made
+     * @param running            whether the agent runs: false after its end
+     * @param stale              whether the newest cycle is more than three periods old, or the agent has
+     *                           ended
+     * @param cycles             completed since the start
+     * @param newestCycleAt      null before the first cycle
+     * @param periodSeconds      pause between two cycles, 0 without one
+     * @param samplesForForecast samples that a resource needs before it is forecast
+     * @param minForecastHours   nearest exhaustion that is announced
+     * @param maxForecastHours   farthest exhaustion that is announced
+     * @param notice             one sentence on what the agent cannot do for now; null for none
+     */
+    public record Agent(String version, String home, long startedAt, long generatedAt, boolean running, boolean stale,
+            long cycles, Long newestCycleAt, double periodSeconds, int samplesForForecast,
+            int minForecastHours, int maxForecastHours, String notice) {}
+
+    /** Something that is not watched, and the reason. Texts hold no control characters. */
+    public record LeftOut(String what, String why) {}
+
+    /**
+     * One resource; its parts are one object in the JSON. What does not apply or is not known yet is null. Texts
+     * hold no control characters.
+     */
+    @JsonDeserialize(using = FlatResource.class)
+    public record Resource(@JsonUnwrapped Identity identity, @JsonUnwrapped Reading reading,
+            @JsonUnwrapped Standing standing, @JsonUnwrapped Forecast forecast) {
+
+        public int id() {
+            return identity.id;
+        }
+
+        public ResourceState state() {
+            return standing.state;
+        }
+    }
+
+    /**
+     * Which resource it is.
+     *
+     * @param id         its number, the same across restarts
+     * @param resource   display name
+     * @param instance   device, blank and mount point for a disk; empty for a system-wide resource
+     * @param device     device of a disk
+     * @param mountpoint mount point of a disk
+     * @param counter    as the declaration has it
+     * @param counterWords what is counted, for people; null for what the agent has no counter for
+     */
+    public record Identity(int id, String resource, String instance, String device, String mountpoint, String counter,
+            String counterWords) {}
+
+    /**
+     * What was read.
+     *
+     * @param value    newest value, per cent of the limit in use
+     * @param capacity what 100 per cent stand for, in words ("95.7 GiB")
+     * @param limit    the limit that is forecast against, per cent
+     * @param samples  samples of this run that the forecast can use, at most what the window holds
+     */
+    public record Reading(Double value, String capacity, Double limit, int samples, Recent recent) {}
+
+    /**
+     * How it stands.
+     *
+     * @param stateText the state in words
+     * @param note      one sentence that explains the state where it needs explaining
+     */
+    public record Standing(ResourceState state, String stateText, String note) {}
+
+    /**
+     * What is forecast. Times are seconds since the epoch.
+     *
+     * @param firstForecastAt     when the first forecast can come; null once there is one or when none can
+     *                            come
+     * @param secondsToExhaustion seconds from {@code forecastAt} to the forecast exhaustion
+     * @param exhaustionAt        the moment of the forecast exhaustion
+     * @param model               the model that was chosen
+     * @param notificationLevel   value from which on events go out, per cent
+     * @param forecastAt          when the forecast was made
+     */
+    public record Forecast(Long firstForecastAt, Double secondsToExhaustion, Long exhaustionAt, String model,
+            Double notificationLevel, Long forecastAt) {
+
+        /** Without a forecast, and none that is awaited. */
+        public static final Forecast NONE = new Forecast(null, null, null, null, null, null);
+    }
+
+    /**
+     * A short history for a small curve: the mean of each of equally long stretches of time.
+     *
+     * @param from   seconds since the epoch, start of the first stretch
+     * @param to     seconds since the epoch, end of the last stretch
+     * @param values one for each stretch, null where there is no sample
+     */
+    public record Recent(long from, long to, List<Double> values) {}
+
+    /** Puts the members of one object into the parts that they belong to. */
+    static final class FlatResource extends JsonDeserializer<Resource> {
+
+        @Override
+        public Resource deserialize(JsonParser parser, DeserializationContext context) throws IOException {
+            JsonNode members = context.readTree(parser);
+            return new Resource(context.readTreeAsValue(members, Identity.class),
+                    context.readTreeAsValue(members, Reading.class),
+                    context.readTreeAsValue(members, Standing.class),
+                    context.readTreeAsValue(members, Forecast.class));
+        }
+    }
+}

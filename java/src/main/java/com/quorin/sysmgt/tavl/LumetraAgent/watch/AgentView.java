@@ -1,0 +1,63 @@
+package com.quorin.sysmgt.tavl.LumetraAgent.watch;
+
+import com.fasterxml.jackson.databind.JsonNode;
+import com.quorin.sysmgt.tavl.LumetraAgent.events.MetricsEvents;
+import com.quorin.sysmgt.tavl.LumetraAgent.files.CulpritReport;
+import com.quorin.sysmgt.tavl.LumetraAgent.resource.Snapshot;
+import com.quorin.sysmgt.tavl.LumetraAgent.resource.TrendView;
+import java.util.List;
+import java.util.Optional;
+
+/**
+ * What may be seen of the running agent. All methods may be called from any thread; none waits for the agent or
+ * holds it up.
+ */
+public interface AgentView {
+
+    /**
+     * The newest snapshot.
+     *
+     * @return the same object until there is something new; before the first cycle one without resources
+     */
+    Snapshot snapshot();
+
+    /**
+     * The chart of one resource, as of its newest forecast or its newest sample.
+     *
+     * @param id the resource's number
+     * @return the chart; empty when there is no such resource
+     */
+    Optional<TrendView> trend(int id);
+
+    /**
+     * The processes that use most of a resource.
+     *
+     * @param id the resource's number
+     * @return the report; empty when there is no such resource
+     */
+    Optional<CulpritReport> culprits(int id);
+
+    /**
+     * The newest events, as they stand in the file of events.
+     *
+     * @param limit how many at most
+     * @return the events, newest first
+     */
+    List<JsonNode> events(int limit);
+
+    /**
+     * The newest events of one resource.
+     *
+     * @param id    the resource's number
+     * @param limit how many at most
+     * @return the events, newest first; empty when there is no such resource
+     */
+    Optional<List<JsonNode>> events(int id, int limit);
+
+    /**
+     * How many events there were since the start of the process.
+     *
+     * @return the counts, which grow with every event
+     */
+    MetricsEvents eventCounts();
+}

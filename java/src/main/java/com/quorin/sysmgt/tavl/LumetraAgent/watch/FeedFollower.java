@@ -1,0 +1,112 @@
+package com.quorin.sysmgt.tavl.LumetraAgent.watch;
+
+import com.quorin.sysmgt.tavl.LumetraAgent.resource.Feed;
+import com.quorin.sysmgt.tavl.LumetraAgent.resource.Publication;
+import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
+import java.time.Duration;
+import java.util.List;
+import java.util.function.Consumer;
+
+/**
+ * Waits for what the library publishes and hands it on, on a thread of its own, "lumetra-view". A publication that
+ * cannot be taken up is handed over again a second later, unless there is a newer one by then.
+ */
+public final class FeedFollower implements AutoCloseable {
+
+    private static final Duration PATIENCE = Duration.ofSeconds(1);
+
+    private final Feed feed;
+    private final List<Consumer<? super Publication>> readers;
+    private final Duration patience;
+    private final Thread thread = new Thread(this::follow, "lumetra-view");
+    private volatile boolean isClosed;
+    private boolean isOver;
+    private long last;
+    private String lastFailure = "";
+
+    /**
+     * Opens the feed: from now on the library publishes. Made and started before the agent, so that nothing is
+     * missed.
+     *
+     * @param readers are handed each publication, one after the other; those that come too fast are passed over
+     */
+    public FeedFollower(Feed feed, List<Consumer<? super Publication>> readers) {
+        this(feed, readers, PATIENCE);
+    }
+
+    /** One that waits for so long at a time, and before it hands the same over again. */
+    public FeedFollower(Feed feed, List<Consumer<? super Publication>> readers, Duration patience) {
+        this.feed = feed;
+        this.readers = List.copyOf(readers);
+        this.patience = patience;
+        thread.setDaemon(true);
+        last = feed.await(0, Duration.ZERO).map(Publication::serial).orElse(0L);
+    }
+
+    /**
+     * Starts to wait.
+     *
+     * @throws OutOfMemoryError when there is no thread to be had
+     */
+    public void start() {
+        thread.start();
+    }
+
+    /** Hands over what has been published, and ends; it has ended by itself when the run has. */
+    @Override
+    public void close() {
+        isClosed = true;
+        try {
+            thread.join(2 * PATIENCE.toMillis());
+        } catch (InterruptedException e) {
+            Thread.currentThread().interrupt();
+        }
+    }
+
+    private void follow() {
+        while (!isClosed && !isOver) {
+            if (!handOver(patience)) {
+                pause();
+            }
+        }
+        if (!isOver) {
+            handOver(Duration.ZERO);
+        }
+    }
+
+    /** False when the newest publication could not be taken up. */
+    private boolean handOver(Duration time) {
+        try {
+            feed.await(last, time).ifPresent(publication -> {
+                readers.forEach(reader -> reader.accept(publication));
+                last = publication.serial();
+                isOver = publication.state().isEmpty();
+            });
+            return true;
+        } catch (RuntimeException | Error e) {
+            tell(e);
+            return false;
+        }
+    }
+
+    private void tell(Throwable problem) {
+        try {
+            String failure = Words.printable(problem.toString());
+            if (!failure.equals(lastFailure)) {
+                System.err.println("The agent's state cannot be shown for now: " + failure);
+            }
+            lastFailure = failure;
+        } catch (OutOfMemoryError e) {
+            // no memory for words either; the next time may have some
+        }
+    }
+
+    /** Waits without taking memory. */
+    private void pause() {
+        try {
+            Thread.sleep(patience.toMillis());
+        } catch (InterruptedException e) {
+            isClosed = true; // nobody interrupts this thread but to end it
+        }
+    }
+}

@@ -1,0 +1,184 @@
+package com.quorin.sysmgt.tavl.LumetraAgent.resource;
+
+import static org.junit.jupiter.api.Assertions.assertArrayEquals;
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertThrows;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import com.quorin.sysmgt.tavl.LumetraAgent.HostFeed;
+import java.nio.ByteBuffer;
+import java.nio.ByteOrder;
+import java.nio.charset.StandardCharsets;
+import java.util.Arrays;
+import java.util.List;
+import java.util.Optional;
+import org.junit.jupiter.api.Test;
+
+class FeedReaderTest {
+
+    private final ByteBuffer bytes = ByteBuffer.allocate(4096).order(ByteOrder.LITTLE_ENDIAN);
+
+    private FeedReaderTest number(int... values) {
+        Arrays.stream(values).forEach(bytes::putInt);
+        return this;
+    }
+
+    private FeedReaderTest real(double... values) {
+        Arrays.stream(values).forEach(bytes::putDouble);
+        return this;
+    }
+
+    private FeedReaderTest longNumber(long value) {
+        bytes.putLong(value);
+        return this;
+    }
+
+    private FeedReaderTest flag(int value) {
+        bytes.put((byte) value);
+        return this;
+    }
+
+    private FeedReaderTest text(String... values) {
+        for (String value : values) {
+            number(value.length());
+            bytes.put(value.getBytes(StandardCharsets.ISO_8859_1));
+        }
+        return this;
+    }
+
+    private byte[] made() {
+        return Arrays.copyOf(bytes.array(), bytes.position());
+    }
+
+    private FeedReaderTest head(int kind, long cycles) {
+        return number(HostFeed.VERSION).longNumber(17).number(kind).longNumber(cycles);
+    }
+
+    /** A run with one thing left out and two resources, the first without a forecast. */
+    private byte[] running() {
+        head(1, 7).number(1_700_000_000).real(1.5, 2.5, 0.25, 40).longNumber(123_456_789_012L);
+        text("../data/", "../data/archive", "pad", "resources.txt", "AutoConfig.ini");
+        number(10_000, 1, 48, 50, 200).flag(1).number(1).text("a line", "a reason");
+        number(2);
+        number(3).text("PercentSwapSpaceUsed", "_Total", "PercentSwapSpaceUsed", "Swap").number(-1);
+        real(12.5).flag(1).real(2048).flag(0).real(0).number(3).real(0, 100).number(2);
+        real(4.8).number(1728, 20, 0).text("").real(-1).flag(0).real(0).number(0);
+        number(4).text("LogicalDisk", "/dev/\u00c3\u00a9\u00ff /m", "PercentFreeSpaceUsed", "Space").number(9);
+        real(99).flag(0).real(1).flag(1).real(512).number(1).real(-1, 100).number(0);
+        real(0.5).number(180, 179, 1_700_000_000).text("mean").real(2.25).flag(1).real(99.5).number(5);
+        return made();
+    }
+
+    @Test
+    void aRunIsReadWhole() {
+        RunResource swap = new RunResource(
+                new RunResource.Identity(
+                        3, "PercentSwapSpaceUsed", "_Total", "PercentSwapSpaceUsed", "Swap", -1),
+                new RunResource.Reading(12.5, true, 2048, false, 0),
+                new RunResource.Analysis(
+                        3, new RunResource.Limits(0, 100, RunResource.Reached.UPPER), 4.8, 1728, 20),
+                null, new RunResource.Notification(false, 0, 0));
+        RunResource disk = new RunResource(
+                new RunResource.Identity(
+                        4, "LogicalDisk", "/dev/\u00c3\u00a9\u00ff /m", "PercentFreeSpaceUsed", "Space", 9),
+                new RunResource.Reading(99, false, 1, true, 512),
+                new RunResource.Analysis(
+                        1, new RunResource.Limits(-1, 100, RunResource.Reached.NONE), 0.5, 180, 179),
+                new RunResource.Forecast(1_700_000_000, "mean", 2.25),
+                new RunResource.Notification(true, 99.5, 5));
+        assertEquals(new Publication(17, 7, Optional.of(new RunState(
+                new RunState.Cycle(1_700_000_000, 1.5, 2.5, 0.25, 40),
+                new RunState.Archive("../data/archive", 123_456_789_012L),
+                new RunState.Settings("../data/", 10_000, 1, 48, 200), true,
+                List.of(new RunState.LeftOut("a line", "a reason")), List.of(swap, disk)))),
+                FeedReader.publication(running()));
+    }
+
+    @Test
+    void theEndHasItsCyclesAlone() {
+        assertEquals(new Publication(17, 9, Optional.empty()), FeedReader.publication(head(2, 9).made()));
+    }
+
+    private byte[] withForecast() {
+        number(HostFeed.VERSION).number(2).real(1, 40, 2, 41);
+        number(1_700_000_000).text("mean").real(3).real(70.5).number(1).real(5, 99);
+        return made();
+    }
+
+    @Test
+    void curvesAreReadWithTheirForecast() {
+        Curves curves = FeedReader.curves(withForecast());
+        assertArrayEquals(new double[] {1, 2}, curves.samples().times());
+        assertArrayEquals(new double[] {40, 41}, curves.samples().values());
+        Curves.Forecast forecast = curves.forecast().get();
+        assertEquals(new RunResource.Forecast(1_700_000_000, "mean", 3), forecast.outcome());
+        assertEquals(70.5, forecast.level());
+        assertArrayEquals(new double[] {5}, forecast.points().times());
+        assertArrayEquals(new double[] {99}, forecast.points().values());
+    }
+
+    @Test
+    void beforeTheFirstForecastThereAreSamplesAlone() {
+        number(HostFeed.VERSION).number(0).number(0).text("").real(-1).real(0).number(0);
+        assertTrue(FeedReader.curves(made()).forecast().isEmpty());
+    }
+
+    private static String failure(byte[] array) {
+        String message =
+                assertThrows(IllegalStateException.class, () -> FeedReader.publication(array)).getMessage();
+        assertTrue(message.startsWith("the library's publication is not understood: at byte "), message);
+        return message;
+    }
+
+    @Test
+    void bytesThatEndEarlyAreRefusedWhereverTheyEnd() {
+        byte[] whole = running();
+        for (int length = 0; length < whole.length; length++) {
+            failure(Arrays.copyOf(whole, length));
+        }
+        assertEquals("the library's publication is not understood: at byte 4 it has 3 bytes in the place of "
+                + "the serial in 8 bytes", failure(Arrays.copyOf(whole, 7)));
+        bytes.clear();
+        byte[] curves = withForecast();
+        for (int length = 0; length < curves.length; length++) {
+            byte[] part = Arrays.copyOf(curves, length);
+            assertThrows(IllegalStateException.class, () -> FeedReader.curves(part));
+        }
+    }
+
+    @Test
+    void bytesBehindTheEndAreRefused() {
+        byte[] whole = running();
+        assertTrue(failure(Arrays.copyOf(whole, whole.length + 1)).endsWith(
+                "at byte " + whole.length + " it has 1 more bytes in the place of the end"));
+    }
+
+    @Test
+    void whatCannotBeIsNamedWithItsPlace() {
+        assertEquals("the library's publication is not understood: at byte 0 it has version 2 in the place of "
+                + "version 1", failure(number(2).made()));
+        bytes.clear();
+        assertTrue(failure(head(3, 0).made()).endsWith(
+                "at byte 12 it has 3 in the place of the kind of publication, 1 to 2"));
+        byte[] whole = running();
+        for (int i = 0; i < whole.length - Integer.BYTES; i++) {
+            byte[] foreign = whole.clone();
+            ByteBuffer.wrap(foreign).putInt(i, -2);
+            try {
+                FeedReader.publication(foreign); // another number is none that could be told
+            } catch (IllegalStateException e) {
+                assertTrue(e.getMessage().contains(" in the place of "), e.getMessage());
+            }
+        }
+    }
+
+    @Test
+    void noLengthTakesMoreMemoryThanTheBytesCanFill() {
+        bytes.clear();
+        number(HostFeed.VERSION).number(Integer.MAX_VALUE);
+        String message = assertThrows(
+                IllegalStateException.class, () -> FeedReader.curves(made())).getMessage();
+        assertTrue(message.endsWith("at byte 4 it has 2147483647 with 0 bytes left in the place of the length of "
+                + "the samples"), message);
+    }
+}

@@ -1,0 +1,97 @@
+package com.quorin.sysmgt.tavl.LumetraAgent.watch;
+
+import com.fasterxml.jackson.databind.JsonNode;
+import com.fasterxml.jackson.databind.ObjectMapper;
+import com.quorin.sysmgt.tavl.LumetraAgent.TrendReader;
+import com.quorin.sysmgt.tavl.LumetraAgent.events.MetricsEvents;
+import com.quorin.sysmgt.tavl.LumetraAgent.files.Culprit;
+import com.quorin.sysmgt.tavl.LumetraAgent.files.CulpritReport;
+import com.quorin.sysmgt.tavl.LumetraAgent.resource.ResourceState;
+import com.quorin.sysmgt.tavl.LumetraAgent.resource.Snapshot;
+import com.quorin.sysmgt.tavl.LumetraAgent.resource.TrendView;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.Optional;
+import java.util.stream.Collectors;
+
+/** An agent that shows what a test puts into it. */
+public class FakeView implements AgentView {
+
+    /** A name with everything that has ever broken a parser. */
+    public static final String HOSTILE =
+            "</script><img src=x> \"'\\ \u202e\u2028 \ud83d\ude00 %n $(x) `y` \u00e9\u4e2d" + "x".repeat(300);
+
+    public volatile Snapshot snapshot = snapshot(List.of(resource(1, "PercentSwapSpaceUsed", "", 12.5),
+            resource(7, "PercentFreeSpaceUsed", HOSTILE, 99.0)));
+    public volatile TrendView trend = new TrendView(7, "forecast", 1000L, "Linear", 3600.0, 50.0, 100.0,
+            new TrendView.Curve(new double[] {900, 1000}, new double[] {40, 41}),
+            new TrendView.Curve(new double[] {1000, 4600}, new double[] {41, 100}));
+    public volatile Throwable failure;
+    public final List<JsonNode> events = new ArrayList<>();
+    public final MetricsEvents counts = new MetricsEvents();
+
+    public FakeView() {
+        for (int i = 0; i < 1500; i++) {
+            events.add(new ObjectMapper().createObjectNode().put("time", "2026-11-21T06:00:00.000Z")
+                    .put("epochSeconds", 1000 - i).put("type", "fatal").put("message", HOSTILE));
+        }
+    }
+
+    public static Snapshot.Resource resource(int id, String name, String instance, Double value) {
+        return new Snapshot.Resource(new Snapshot.Identity(id, name, instance, null, null, "counter", null),
+                new Snapshot.Reading(value, "95.7 GiB", 100.0, 200,
+                        new Snapshot.Recent(0, 60, new ArrayList<>(List.of(1.0, 2.0)))),
+                new Snapshot.Standing(ResourceState.FORECAST, ResourceState.FORECAST.words(), null),
+                new Snapshot.Forecast(null, 3600.0, 4600L, "Linear", 50.0, 1000L));
+    }
+
+    public static Snapshot snapshot(List<Snapshot.Resource> resources) {
+        return new Snapshot(new Snapshot.Agent("1.0", "/home", 1, 2, true, false, 3, 4L, 5.0, 200, 0, 24, null),
+                resources, List.of(new Snapshot.LeftOut(HOSTILE, "it cannot be read")),
+                new Snapshot.Measures(0, 0, resources.stream().collect(Collectors.toMap(Snapshot.Resource::id,
+                        r -> new TrendReader.Resource(r.identity().resource(), r.identity().instance()),
+                        (first, second) -> first))));
+    }
+
+    private boolean has(int id) {
+        return snapshot.resources().stream().anyMatch(r -> r.id() == id);
+    }
+
+    @Override
+    public Snapshot snapshot() {
+        if (failure instanceof Error error) {
+            throw error;
+        }
+        if (failure != null) {
+            throw (RuntimeException) failure;
+        }
+        return snapshot;
+    }
+
+    @Override
+    public Optional<TrendView> trend(int id) {
+        return has(id) ? Optional.of(trend) : Optional.empty();
+    }
+
+    @Override
+    public Optional<CulpritReport> culprits(int id) {
+        return has(id)
+                ? Optional.of(new CulpritReport(id, "descriptors", "descriptors", 9L, List.of(new Culprit(HOSTILE, 2, 3))))
+                : Optional.empty();
+    }
+
+    @Override
+    public List<JsonNode> events(int limit) {
+        return List.copyOf(events.subList(0, Math.min(limit, events.size())));
+    }
+
+    @Override
+    public Optional<List<JsonNode>> events(int id, int limit) {
+        return has(id) ? Optional.of(events(limit)) : Optional.empty();
+    }
+
+    @Override
+    public MetricsEvents eventCounts() {
+        return counts;
+    }
+}
