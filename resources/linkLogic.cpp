@@ -5,6 +5,7 @@
 #include "resources/resourceInput.h"
 
 #include <algorithm>
+#include <optional>
 #include <string>
 
 namespace obrin {
@@ -19,6 +20,17 @@ Registration registerDeclared(InputReading& input, Link& link) {
         registration = registerLink(input.scratchPad, &link);
     input.linkMissing = registration == Registration::failed;
     return registration;
+}
+
+/// Reads the rest of an input of that object and registers its template, which `link` becomes. Nothing when
+/// the input cannot be read.
+std::optional<Registration> takeTemplate(InputReading& input, Link& link, const char* object) {
+    link.ResourceType = 2;
+    link.Descriptor0 = object;
+    if (!readResourceInput(input, link, type2FailureTexts))
+        return std::nullopt;
+    link.Descriptor3 = "-1";
+    return registerDeclared(input, link);
 }
 
 void registerProcesses(ScratchPad& scratchPad, Link& link, const std::vector<std::int32_t>& pids, int count) {
@@ -56,12 +68,10 @@ int Type1ResourceLinkLogic(InputReading& input, std::string_view objectName) {
 
 int ProcessLinkLogicEngine(InputReading& input, const InstanceEnumeration& instances) {
     Link link;
-    link.ResourceType = 2;
-    link.Descriptor0 = "Process";
-    if (!readResourceInput(input, link, type2FailureTexts))
+    const auto registration = takeTemplate(input, link, "Process");
+    if (!registration)
         return -1;
-    link.Descriptor3 = "-1";
-    if (registerDeclared(input, link) == Registration::alreadyInChain)
+    if (*registration == Registration::alreadyInChain)
         return 1;
     const char* object = link.Descriptor0.c_str();
     const char* instance = link.Descriptor1.c_str();
@@ -86,12 +96,10 @@ int ProcessLinkLogicEngine(InputReading& input, const InstanceEnumeration& insta
 
 int DiskLinkLogicEngine(InputReading& input, const InstanceEnumeration& instances) {
     Link link;
-    link.ResourceType = 2;
-    link.Descriptor0 = "LogicalDisk";
-    if (!readResourceInput(input, link, type2FailureTexts))
+    const auto registration = takeTemplate(input, link, "LogicalDisk");
+    if (!registration)
         return -1;
-    link.Descriptor3 = "-1";
-    if (registerDeclared(input, link) == Registration::alreadyInChain)
+    if (*registration == Registration::alreadyInChain)
         return 1;
     const int expected = instances.numberOfDisks();
     if (expected < 0) {

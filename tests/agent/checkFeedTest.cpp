@@ -5,15 +5,13 @@
 
 #include "agent/agentState.h"
 #include "prediction/modelSelection.h"
-#include "tests/support/fakeJavaEnvironment.h"
 #include "tests/support/feedReading.h"
+#include "tests/support/nativeDoor.h"
 #include "tests/support/temporaryDirectory.h"
 
 #include <gmock/gmock.h>
 #include <jni.h>
 #include <thread>
-
-extern "C" jint JNI_OnLoad(JavaVM* machine, void* reserved);
 
 namespace obrin::test {
 namespace {
@@ -167,35 +165,16 @@ constexpr const char* checkClass = "com/quorin/sysmgt/tavl/LumetraAgent/CheckFee
 using Version = jint (*)(JNIEnv*, jclass);
 using Check = jbyteArray (*)(JNIEnv*, jclass, jbyteArray);
 
-class CheckDoor : public testing::Test {
+class CheckDoor : public NativeDoor {
 protected:
-    CheckDoor() {
+    CheckDoor() : NativeDoor(checkClass) {
         // The other class of the host is not there.
         java.setBehaviour("com/quorin/sysmgt/tavl/LumetraAgent/HostFeed", {JavaBehaviour::Mode::missing});
     }
 
     void declareCheck(jint version) {
-        java.declareMethod(checkClass, "libraryVersion", "()I", true);
-        java.declareMethod(checkClass, "configuration", "([B)[B", true);
-        java.declareMethod(checkClass, "declarations", "([B)[B", true);
-        java.setStaticNumber(checkClass, "VERSION", version);
+        declare(version, {{"configuration", "([B)[B"}, {"declarations", "([B)[B"}});
     }
-
-    template <class Function>
-    Function native(const char* name) const {
-        return reinterpret_cast<Function>(java.registered(checkClass, name));
-    }
-
-    /// Loading never fails, leaves no exception, no reference and no misuse behind.
-    void load() {
-        EXPECT_EQ(JNI_OnLoad(java.machine(), nullptr), JNI_VERSION_1_8);
-        EXPECT_EQ(java.pendingException(), std::nullopt);
-        EXPECT_EQ(java.localReferences(), 0U);
-        EXPECT_EQ(java.openFrames(), 0U);
-        EXPECT_THAT(java.misuses(), IsEmpty());
-    }
-
-    FakeJavaEnvironment java;
 };
 
 TEST_F(CheckDoor, WithoutTheClassNothingIsRegistered) {

@@ -14,23 +14,12 @@ namespace obrin::test {
 namespace {
 
 using namespace std::string_literals;
-using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 
 const std::string good = "data/\narchive\npad\nlog\nresources\n60000\n0\n48\n50\n1\n2\n";
 
-struct Row {
-    std::string text;
-    std::vector<std::string> told;
-    bool accepted = true;
-};
-
-void expectAll(const std::vector<Row>& rows) {
-    for (const Row& row : rows) {
-        const ConfigurationReport report = checkConfiguration(row.text);
-        EXPECT_THAT(told(report.findings), ElementsAreArray(row.told)) << row.text;
-        EXPECT_EQ(report.accepted, row.accepted) << row.text;
-    }
+void expectAll(const std::vector<FindingRow>& rows) {
+    expectFindings(rows, checkConfiguration);
 }
 
 TEST(ConfigFindings, OfAGoodConfigurationThereIsNothingToSay) {

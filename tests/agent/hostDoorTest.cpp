@@ -1,14 +1,12 @@
 // The native methods of the host that comes with the library, registered in a Java machine that is none.
 
 #include "agent/hostFeed.h"
-#include "tests/support/fakeJavaEnvironment.h"
 #include "tests/support/feedReading.h"
+#include "tests/support/nativeDoor.h"
 
 #include <gmock/gmock.h>
 #include <jni.h>
 #include <limits>
-
-extern "C" jint JNI_OnLoad(JavaVM* machine, void* reserved);
 
 namespace obrin::test {
 namespace {
@@ -21,31 +19,13 @@ using Version = jint (*)(JNIEnv*, jclass);
 using Await = jbyteArray (*)(JNIEnv*, jclass, jlong, jlong);
 using Curves = jbyteArray (*)(JNIEnv*, jclass, jint);
 
-class HostDoor : public testing::Test {
+class HostDoor : public NativeDoor {
 protected:
+    HostDoor() : NativeDoor(hostClass) {}
+
     void declareHost(jint version) {
-        java.declareMethod(hostClass, "libraryVersion", "()I", true);
-        java.declareMethod(hostClass, "await", "(JJ)[B", true);
-        java.declareMethod(hostClass, "curves", "(I)[B", true);
-        java.declareMethod(hostClass, "counters", "()[B", true);
-        java.setStaticNumber(hostClass, "VERSION", version);
+        declare(version, {{"await", "(JJ)[B"}, {"curves", "(I)[B"}, {"counters", "()[B"}});
     }
-
-    template <class Function>
-    Function native(const char* name) const {
-        return reinterpret_cast<Function>(java.registered(hostClass, name));
-    }
-
-    /// Loading never fails, leaves no exception, no reference and no misuse behind.
-    void load() {
-        EXPECT_EQ(JNI_OnLoad(java.machine(), nullptr), JNI_VERSION_1_8);
-        EXPECT_EQ(java.pendingException(), std::nullopt);
-        EXPECT_EQ(java.localReferences(), 0U);
-        EXPECT_EQ(java.openFrames(), 0U);
-        EXPECT_THAT(java.misuses(), IsEmpty());
-    }
-
-    FakeJavaEnvironment java;
 };
 
 TEST_F(HostDoor, WithoutTheHostsClassNothingIsRegistered) {

@@ -14,7 +14,6 @@ namespace obrin::test {
 namespace {
 
 using namespace std::string_literals;
-using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 
 /// Fifteen lines of which there is nothing to say.
@@ -47,18 +46,8 @@ std::string upTo(const std::string& mark, const std::string& text) {
     return text.substr(0, text.find(mark));
 }
 
-struct Row {
-    std::string text;
-    std::vector<std::string> told;
-    bool accepted = true;
-};
-
-void expectAll(const std::vector<Row>& rows) {
-    for (const Row& row : rows) {
-        const DeclarationReport report = checkDeclarations(row.text);
-        EXPECT_THAT(told(report.findings), ElementsAreArray(row.told)) << row.text;
-        EXPECT_EQ(report.accepted, row.accepted) << row.text;
-    }
+void expectAll(const std::vector<FindingRow>& rows) {
+    expectFindings(rows, checkDeclarations);
 }
 
 TEST(DeclarationFindings, OfGoodDeclarationsThereIsNothingToSay) {

@@ -2,6 +2,7 @@
 
 #include "support/textFindings.h"
 
+#include <gmock/gmock.h>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,22 @@ inline std::vector<std::string> told(const TextFindings& findings) {
     for (const TextFinding& finding : findings)
         texts.push_back(told(finding));
     return texts;
+}
+
+/// A text, and what is told of it.
+struct FindingRow {
+    std::string text;
+    std::vector<std::string> told;
+    bool accepted = true;
+};
+
+template <class Check>
+void expectFindings(const std::vector<FindingRow>& rows, Check check) {
+    for (const FindingRow& row : rows) {
+        const auto report = check(row.text);
+        EXPECT_THAT(told(report.findings), testing::ElementsAreArray(row.told)) << row.text;
+        EXPECT_EQ(report.accepted, row.accepted) << row.text;
+    }
 }
 
 } // namespace obrin::test
