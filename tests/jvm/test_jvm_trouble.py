@@ -20,7 +20,8 @@ from suite import die_with_parent  # noqa: E402
 from test_jdks import JDKS  # noqa: E402
 from agent_home import ALL, DISK_SPACE, FEW, HEADING, PROCESSES, Home, declaration, read, write  # noqa: E402
 
-SHIPPED_HEAP = ("-XX:+UseSerialGC", "-Xmx128m")
+SHIPPED_HEAP = tuple(subprocess.check_output(
+    ["bash", "-c", f"source '{PROJECT}/scripts/find-java'; echo \"${{agent_jvm_options[@]}}\""], text=True).split())
 HOME_TAKEN, TOO_LITTLE = 5, 6
 RESOURCES = "/api/v1/resources"
 AWAITED = "The disks cannot be listed yet: df has not answered; they are taken up as soon as it does"
