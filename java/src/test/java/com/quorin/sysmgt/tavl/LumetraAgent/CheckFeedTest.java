@@ -69,16 +69,16 @@ class CheckFeedTest {
     @Test
     void bytesThatAreNotWhatIsExpectedAreAnErrorOfTheProgram() {
         byte[] good = {1, 0, 0, 0, 'a', 1};
-        LibraryBytes whole = new LibraryBytes(good);
-        assertEquals("a", whole.text());
+        LibraryBytes whole = new LibraryBytes(good, "x");
+        assertEquals("a", whole.text("y"));
         assertThrows(IllegalStateException.class, whole::end);
-        assertTrue(whole.flag());
+        assertTrue(whole.flag("y"));
         whole.end();
-        assertThrows(IllegalStateException.class, whole::flag);
-        assertThrows(IllegalStateException.class, () -> new LibraryBytes(new byte[7]).longNumber());
+        assertThrows(IllegalStateException.class, () -> whole.flag("y"));
+        assertThrows(IllegalStateException.class, () -> new LibraryBytes(new byte[7], "x").longNumber("y"));
         for (byte[] length : new byte[][] {{2, 0, 0, 0, 'a'}, {-1, -1, -1, -1}, {1, 0, 0}}) {
-            assertThrows(IllegalStateException.class, () -> new LibraryBytes(length).text());
-            assertThrows(IllegalStateException.class, () -> new LibraryBytes(length).list(() -> 0));
+            assertThrows(IllegalStateException.class, () -> new LibraryBytes(length, "x").text("y"));
+            assertThrows(IllegalStateException.class, () -> new LibraryBytes(length, "x").list(1, "y", () -> 0));
         }
     }
 }

@@ -9,6 +9,9 @@ import java.util.Optional;
 /** What the library's own readers make of a configuration and of declarations. Any thread. */
 public final class LibraryCheck {
 
+    /** Every element of a list has a place. */
+    private static final int LEAST = 2 * Integer.BYTES;
+
     private LibraryCheck() {}
 
     /** What the library makes of a configuration. */
@@ -40,32 +43,32 @@ public final class LibraryCheck {
 
     public static Configuration configurationOf(byte[] text) {
         LibraryBytes bytes = begin(CheckFeed.configuration(text));
-        Configuration read = new Configuration(bytes.list(() -> finding(bytes)), bytes.flag(),
-                new ConfigurationItems(bytes.list(() -> text(bytes)), bytes.list(() -> number(bytes))));
+        Configuration read = new Configuration(findings(bytes), bytes.flag("whether it is accepted"),
+                new ConfigurationItems(bytes.list(LEAST, "the names", () -> text(bytes)),
+                        bytes.list(LEAST, "the numbers", () -> number(bytes))));
         bytes.end();
         return read;
     }
 
     public static Declarations declarationsOf(byte[] text) {
         LibraryBytes bytes = begin(CheckFeed.declarations(text));
-        Declarations read = new Declarations(bytes.list(() -> finding(bytes)), bytes.flag(), bytes.flag(),
-                place(bytes), bytes.number(), bytes.list(() -> input(bytes)));
+        Declarations read = new Declarations(findings(bytes), bytes.flag("whether they are accepted"),
+                bytes.flag("whether they are rewritten"), place(bytes), bytes.number("the samples of a forecast"),
+                bytes.list(LEAST, "the inputs", () -> input(bytes)));
         bytes.end();
         return read;
     }
 
     private static LibraryBytes begin(byte[] answer) {
-        LibraryBytes bytes = new LibraryBytes(answer);
-        int version = bytes.number();
-        if (version != CheckFeed.VERSION) {
-            throw new IllegalStateException("the library answers in version " + version + ", not " + CheckFeed.VERSION);
-        }
+        LibraryBytes bytes = new LibraryBytes(answer, "the library's answer");
+        bytes.version(CheckFeed.VERSION);
         return bytes;
     }
 
-    private static LibraryFinding finding(LibraryBytes bytes) {
-        return new LibraryFinding(bytes.text(), place(bytes), bytes.text(), bytes.text(), bytes.text(),
-                bytes.number(), bytes.longNumber());
+    private static List<LibraryFinding> findings(LibraryBytes bytes) {
+        return bytes.list(LEAST, "the findings", () -> new LibraryFinding(bytes.text("a kind"), place(bytes),
+                bytes.text("what was found"), bytes.text("a keyword"), bytes.text("what was read"),
+                bytes.number("an item"), bytes.longNumber("a number")));
     }
 
     private static DeclaredInput input(LibraryBytes bytes) {
@@ -74,18 +77,18 @@ public final class LibraryCheck {
     }
 
     private static Place place(LibraryBytes bytes) {
-        return new Place(bytes.number(), bytes.number());
+        return new Place(bytes.number("a line"), bytes.number("a column"));
     }
 
     private static Place.Of<String> text(LibraryBytes bytes) {
-        return new Place.Of<>(bytes.text(), place(bytes));
+        return new Place.Of<>(bytes.text("a text"), place(bytes));
     }
 
     private static Place.Of<Integer> number(LibraryBytes bytes) {
-        return new Place.Of<>(bytes.number(), place(bytes));
+        return new Place.Of<>(bytes.number("a number"), place(bytes));
     }
 
     private static Place.Of<Double> real(LibraryBytes bytes) {
-        return new Place.Of<>(bytes.real(), place(bytes));
+        return new Place.Of<>(bytes.real("a number"), place(bytes));
     }
 }

@@ -1,21 +1,13 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.resource;
 
 import com.quorin.sysmgt.tavl.LumetraAgent.HostFeed;
-import java.nio.ByteBuffer;
-import java.nio.ByteOrder;
-import java.nio.charset.StandardCharsets;
-import java.util.ArrayList;
+import com.quorin.sysmgt.tavl.LumetraAgent.text.LibraryBytes;
 import java.util.List;
 import java.util.Optional;
 import java.util.function.Function;
-import java.util.function.Supplier;
 
-/**
- * Reads what the library publishes: numbers little-endian, a text as its length and its bytes, a list as its
- * length and its elements, a flag as one byte. The library's agent/hostFeed.h has the order. Bytes that are not
- * so are an IllegalStateException that says where and what was expected.
- */
-public final class FeedReader {
+/** Reads what the library publishes; its agent/hostFeed.h has the order. */
+public final class FeedReader extends LibraryBytes {
 
     private static final int RUNNING = 1;
     private static final int OVER = 2;
@@ -25,12 +17,8 @@ public final class FeedReader {
     private static final int LEAST_COUNTER = 34;
     private static final int LEAST_REPORT = 12;
 
-    private final byte[] array;
-    private final ByteBuffer bytes;
-
     private FeedReader(byte[] array) {
-        this.array = array;
-        this.bytes = ByteBuffer.wrap(array).order(ByteOrder.LITTLE_ENDIAN);
+        super(array, "the library's publication");
     }
 
     static Publication publication(byte[] array) {
@@ -46,14 +34,9 @@ public final class FeedReader {
     }
 
     private <T> T whole(Function<FeedReader, T> read) {
-        int version = number("the version");
-        if (version != HostFeed.VERSION) {
-            throw wrong(0, "version " + HostFeed.VERSION, "version " + version);
-        }
+        version(HostFeed.VERSION);
         T value = read.apply(this);
-        if (bytes.hasRemaining()) {
-            throw wrong(bytes.position(), "the end", bytes.remaining() + " more bytes");
-        }
+        end();
         return value;
     }
 
@@ -150,71 +133,5 @@ public final class FeedReader {
             values[i] = real(what);
         }
         return new TrendView.Curve(times, values);
-    }
-
-    private <T> List<T> list(int leastSize, String what, Supplier<T> element) {
-        int length = length(leastSize, what);
-        List<T> list = new ArrayList<>(length);
-        for (int i = 0; i < length; i++) {
-            list.add(element.get());
-        }
-        return List.copyOf(list);
-    }
-
-    /** No length makes this take more memory than the bytes can fill. */
-    private int length(int leastSize, String what) {
-        int length = number("the length of " + what);
-        if (length < 0 || (long) length * leastSize > bytes.remaining()) {
-            throw wrong(bytes.position() - Integer.BYTES, "the length of " + what,
-                    length + " with " + bytes.remaining() + " bytes left");
-        }
-        return length;
-    }
-
-    private String text(String what) {
-        int length = length(1, what);
-        int start = bytes.position();
-        bytes.position(start + length);
-        return new String(array, start, length, StandardCharsets.ISO_8859_1);
-    }
-
-    private int choice(int least, int most, String what) {
-        int value = number(what);
-        if (value < least || value > most) {
-            throw wrong(bytes.position() - Integer.BYTES, what + ", " + least + " to " + most, "" + value);
-        }
-        return value;
-    }
-
-    private boolean flag(String what) {
-        byte value = need(Byte.BYTES, what).get();
-        if (value != 0 && value != 1) {
-            throw wrong(bytes.position() - 1, what + ", 0 or 1", "" + value);
-        }
-        return value == 1;
-    }
-
-    private int number(String what) {
-        return need(Integer.BYTES, what).getInt();
-    }
-
-    private long longNumber(String what) {
-        return need(Long.BYTES, what).getLong();
-    }
-
-    private double real(String what) {
-        return need(Double.BYTES, what).getDouble();
-    }
-
-    private ByteBuffer need(int size, String what) {
-        if (bytes.remaining() < size) {
-            throw wrong(bytes.position(), what + " in " + size + " bytes", bytes.remaining() + " bytes");
-        }
-        return bytes;
-    }
-
-    private static IllegalStateException wrong(int offset, String expected, String found) {
-        return new IllegalStateException("the library's publication is not understood: at byte " + offset
-                + " it has " + found + " in the place of " + expected);
     }
 }

@@ -1,6 +1,5 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.text;
 
-import java.nio.BufferUnderflowException;
 import java.nio.ByteBuffer;
 import java.nio.ByteOrder;
 import java.nio.charset.StandardCharsets;
@@ -10,77 +9,104 @@ import java.util.function.Supplier;
 
 /**
  * Reads what the library hands over as bytes: numbers little-endian, a text as its length and its bytes, a list
- * as its length and its elements, a flag as one byte. Bytes that end early, or go on behind the end, are an
- * IllegalStateException.
+ * as its length and its elements, a flag as one byte. Bytes that are not so are an IllegalStateException that says
+ * where and what was expected.
  */
-public final class LibraryBytes {
+public class LibraryBytes {
 
     private final byte[] array;
-    private final ByteBuffer rest;
+    private final ByteBuffer bytes;
+    private final String whose;
 
-    public LibraryBytes(byte[] array) {
+    /**
+     * Bytes that are read from their beginning.
+     *
+     * @param whose what they are: a noun, for the message
+     */
+    public LibraryBytes(byte[] array, String whose) {
         this.array = array;
-        rest = ByteBuffer.wrap(array).order(ByteOrder.LITTLE_ENDIAN);
+        this.whose = whose;
+        bytes = ByteBuffer.wrap(array).order(ByteOrder.LITTLE_ENDIAN);
     }
 
-    public int number() {
-        return (int) read(rest::getInt);
-    }
-
-    public long longNumber() {
-        return (long) read(rest::getLong);
-    }
-
-    public double real() {
-        return (double) read(rest::getDouble);
-    }
-
-    public boolean flag() {
-        return (byte) read(rest::get) != 0;
-    }
-
-    private Object read(Supplier<Object> value) {
-        try {
-            return value.get();
-        } catch (BufferUnderflowException e) {
-            throw wrong("end early", e);
+    /** Reads the version that they begin with, which must be this one. */
+    public final void version(int expected) {
+        int version = number("the version");
+        if (version != expected) {
+            throw wrong(0, "version " + expected, "version " + version);
         }
     }
 
-    /** One character for each byte. */
-    public String text() {
-        int length = length();
-        int start = rest.position();
-        rest.position(start + length);
-        return new String(array, start, length, StandardCharsets.ISO_8859_1);
+    /** There must be nothing behind what was read. */
+    public final void end() {
+        if (bytes.hasRemaining()) {
+            throw wrong(bytes.position(), "the end", bytes.remaining() + " more bytes");
+        }
     }
 
-    public <T> List<T> list(Supplier<T> element) {
-        int length = length();
-        List<T> list = new ArrayList<>();
+    public final <T> List<T> list(int leastSize, String what, Supplier<T> element) {
+        int length = length(leastSize, what);
+        List<T> list = new ArrayList<>(length);
         for (int i = 0; i < length; i++) {
             list.add(element.get());
         }
         return List.copyOf(list);
     }
 
-    /** Of a text or a list, whose elements have a byte at least. */
-    private int length() {
-        int length = number();
-        if (length < 0 || length > rest.remaining()) {
-            throw wrong("tell a length of " + length, null);
+    /** No length makes this take more memory than the bytes can fill. */
+    protected final int length(int leastSize, String what) {
+        int length = number("the length of " + what);
+        if (length < 0 || (long) length * leastSize > bytes.remaining()) {
+            throw wrong(bytes.position() - Integer.BYTES, "the length of " + what,
+                    length + " with " + bytes.remaining() + " bytes left");
         }
         return length;
     }
 
-    public void end() {
-        if (rest.hasRemaining()) {
-            throw wrong("go on", null);
-        }
+    public final String text(String what) {
+        int length = length(1, what);
+        int start = bytes.position();
+        bytes.position(start + length);
+        return new String(array, start, length, StandardCharsets.ISO_8859_1);
     }
 
-    private IllegalStateException wrong(String what, Throwable cause) {
-        return new IllegalStateException("the bytes of the library " + what + " at " + rest.position() + " of "
-                + array.length, cause);
+    public final int choice(int least, int most, String what) {
+        int value = number(what);
+        if (value < least || value > most) {
+            throw wrong(bytes.position() - Integer.BYTES, what + ", " + least + " to " + most, "" + value);
+        }
+        return value;
+    }
+
+    public final boolean flag(String what) {
+        byte value = need(Byte.BYTES, what).get();
+        if (value != 0 && value != 1) {
+            throw wrong(bytes.position() - 1, what + ", 0 or 1", "" + value);
+        }
+        return value == 1;
+    }
+
+    public final int number(String what) {
+        return need(Integer.BYTES, what).getInt();
+    }
+
+    public final long longNumber(String what) {
+        return need(Long.BYTES, what).getLong();
+    }
+
+    public final double real(String what) {
+        return need(Double.BYTES, what).getDouble();
+    }
+
+    private ByteBuffer need(int size, String what) {
+        if (bytes.remaining() < size) {
+            throw wrong(bytes.position(), what + " in " + size + " bytes", bytes.remaining() + " bytes");
+        }
+        return bytes;
+    }
+
+    private IllegalStateException wrong(int offset, String expected, String found) {
+        return new IllegalStateException(whose + " is not understood: at byte " + offset
+                + " it has " + found + " in the place of " + expected);
     }
 }
