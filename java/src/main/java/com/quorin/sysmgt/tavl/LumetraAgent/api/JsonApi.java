@@ -6,6 +6,8 @@ import com.fasterxml.jackson.databind.JsonSerializer;
 import com.fasterxml.jackson.databind.ObjectMapper;
 import com.fasterxml.jackson.databind.SerializerProvider;
 import com.fasterxml.jackson.databind.module.SimpleModule;
+import com.quorin.sysmgt.tavl.LumetraAgent.events.Event;
+import com.quorin.sysmgt.tavl.LumetraAgent.events.EventLine;
 import com.quorin.sysmgt.tavl.LumetraAgent.http.WebContent;
 import com.quorin.sysmgt.tavl.LumetraAgent.http.WebProblem;
 import com.quorin.sysmgt.tavl.LumetraAgent.http.WebRoute;
@@ -52,7 +54,12 @@ public final class JsonApi implements WebRoute {
     private record Answer(Object shown, WebContent content) {}
 
     /** The events as the interface wraps them. */
-    private record Events(List<?> events) {}
+    private record Events(List<EventLine> events) {
+
+        static Events of(List<Event> events) {
+            return new Events(events.stream().map(EventLine::of).toList());
+        }
+    }
 
     /**
      * Answers from a view.
@@ -72,7 +79,7 @@ public final class JsonApi implements WebRoute {
         }
         if (rest.equals("events")) {
             int limit = limit(query);
-            return rendered(rest + limit, new Events(view.events(limit)));
+            return rendered(rest + limit, Events.of(view.events(limit)));
         }
         Matcher parts = OF_RESOURCE.matcher(rest);
         if (!parts.matches()) {
@@ -88,7 +95,7 @@ public final class JsonApi implements WebRoute {
         if (what.equals("events")) {
             int limit = limit(query);
             key += limit;
-            shown = view.events(id, limit).map(Events::new);
+            shown = view.events(id, limit).map(Events::of);
         } else {
             WebRoute.refuseQuery(query);
             shown = what.equals("trend") ? view.trend(id) : view.culprits(id);

@@ -1,23 +1,12 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.events;
 
-import com.fasterxml.jackson.core.json.JsonWriteFeature;
-import com.fasterxml.jackson.databind.JsonNode;
-import com.fasterxml.jackson.databind.ObjectMapper;
-import com.fasterxml.jackson.databind.json.JsonMapper;
-import com.fasterxml.jackson.databind.node.ArrayNode;
-import com.fasterxml.jackson.databind.node.ObjectNode;
 import com.quorin.sysmgt.tavl.LumetraAgent.ExecPrediction;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.Culprit;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.EventFile;
-import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
 import java.io.IOException;
 import java.io.PrintStream;
-import java.time.Duration;
-import java.time.Instant;
 import java.time.LocalDateTime;
-import java.time.ZoneId;
 import java.time.format.DateTimeFormatter;
-import java.util.List;
 import java.util.Locale;
 import java.util.concurrent.atomic.AtomicLong;
 import java.util.concurrent.atomic.AtomicReference;
@@ -35,25 +24,11 @@ import java.util.function.Supplier;
  */
 public final class AgentEvents {
 
-    /**
-     * The first argument of {@link #sendEvent} for an event that tells of a failure and not of a forecast.
-     */
-    public static final String FATAL = "fatal";
-
-    /** What the library sends in the place of an instance where there is none. */
-    static final String NO_INSTANCE = "Null";
-
-    /** So many culprits stand in the line of output; the file of events has them all. */
-    private static final int SHOWN_CULPRITS = 3;
-
-    /** Everything beyond ASCII is escaped, so that a line is one line for every reader. */
-    private static final ObjectMapper MAPPER =
-            JsonMapper.builder().enable(JsonWriteFeature.ESCAPE_NON_ASCII).build();
+    /** The first argument of {@link #sendEvent} for an event that tells of a failure and not of a forecast. */
+    private static final String FATAL = Event.Type.FATAL.word();
 
     private static final DateTimeFormatter CLOCK =
             DateTimeFormatter.ofPattern("uuuu-MM-dd HH:mm:ss", Locale.ROOT);
-    private static final DateTimeFormatter ISO =
-            DateTimeFormatter.ofPattern("uuuu-MM-dd'T'HH:mm:ss.SSSXXX", Locale.ROOT);
 
     /** The last forecast that was announced: when, and how far away the exhaustion was. */
     private record Announced(long epochSeconds, double secondsToExhaustion) {}
@@ -63,7 +38,7 @@ public final class AgentEvents {
     private static final AtomicLong FATAL_COUNT = new AtomicLong();
     private static final AtomicReference<PrintStream> OUTPUT = new AtomicReference<>(System.out);
     private static final AtomicReference<EventFile> RECORD = new AtomicReference<>();
-    private static final AtomicReference<Consumer<? super JsonNode>> LISTENER = new AtomicReference<>();
+    private static final AtomicReference<Consumer<? super Event>> LISTENER = new AtomicReference<>();
 
     /** Creates an events object; all of them share one state, as the callbacks are static. */
     public AgentEvents() {
@@ -85,11 +60,9 @@ public final class AgentEvents {
             String timeText, double seconds, String name, String instance, String culprit) {
         if (FATAL.equals(timeText)) {
             FATAL_COUNT.incrementAndGet();
-            record(FATAL, event -> event.put("message", name));
-            return show(() -> "FATAL     " + Words.printable(name));
+            return tell(() -> new Event.Failure(Event.Moment.now(), name));
         }
-        record("exhaustion", event -> describeExhaustion(event, timeText, seconds, name, instance, culprit));
-        boolean shown = show(() -> exhaustionLine(timeText, seconds, name, instance, culprit));
+        boolean shown = tell(() -> exhaustion(timeText, seconds, name, instance, culprit));
         if (shown) {
             PREVIOUS.set(new Announced(System.currentTimeMillis() / 1000, seconds));
         }
@@ -105,8 +78,7 @@ public final class AgentEvents {
      * @return true: the event is accepted
      */
     public static boolean sendUpperToleranceEvent(String name, String instance, double limit) {
-        record("upperTolerance", event -> describeTolerance(event, name, instance, limit));
-        return show(() -> toleranceLine(name, instance, limit));
+        return tell(() -> limitReached(Event.Type.UPPER_TOLERANCE, name, instance, limit));
     }
 
     /**
@@ -118,8 +90,7 @@ public final class AgentEvents {
      * @return true: the event is accepted
      */
     public static boolean sendInnerToleranceEvent(String name, String instance, double limit) {
-        record("innerTolerance", event -> describeTolerance(event, name, instance, limit));
-        return show(() -> toleranceLine(name, instance, limit));
+        return tell(() -> limitReached(Event.Type.INNER_TOLERANCE, name, instance, limit));
     }
 
     /**
@@ -166,11 +137,10 @@ public final class AgentEvents {
      */
     public static void recordTo(EventFile file) {
         RECORD.set(file);
-        Words.printable(exhaustionLine("soon", 1.0, "", "", " warm(1)1"));
-        ObjectNode event = stamped("exhaustion");
-        describeExhaustion(event, "soon", 1.0, "", "", " warm(1)1");
         try {
-            MAPPER.writeValueAsString(event);
+            Event first = exhaustion("soon", 1.0, "", "", " warm(1)1");
+            EventWords.of(first);
+            EventLine.of(first).text();
         } catch (IOException e) {
             // an event that fails is recorded no more than this one
         }
@@ -186,21 +156,12 @@ public final class AgentEvents {
     }
 
     /**
-     * Hands every event over from now on, as it stands in the file of events.
+     * Hands every event over from now on.
      *
      * @param listener receives the events, on the thread that brings them; null for none
      */
-    public static void tellTo(Consumer<? super JsonNode> listener) {
+    public static void tellTo(Consumer<? super Event> listener) {
         LISTENER.set(listener);
-    }
-
-    /**
-     * What reads and writes events.
-     *
-     * @return the mapper, which writes one line of ASCII
-     */
-    static ObjectMapper mapper() {
-        return MAPPER;
     }
 
     /**
@@ -216,106 +177,41 @@ public final class AgentEvents {
         FATAL_COUNT.set(0);
     }
 
-    private static String exhaustionLine(
+    private static Event exhaustion(
             String timeText, double seconds, String name, String instance, String culprit) {
-        String line = "FORECAST  " + resource(name, instance) + " will be exhausted in "
-                + timeToGo(timeText, seconds);
-        String by = culprits(culprit);
-        return by.isEmpty() ? line : line + "; largest users: " + by;
+        return new Event.Exhaustion(Event.Moment.now(), Event.Subject.told(name, instance), seconds, timeText,
+                Culprit.parse(culprit), culprit);
     }
 
-    /** The library's own words have every unit down to the second, also for a week; a person needs fewer. */
-    private static String timeToGo(String timeText, double seconds) {
-        boolean known = seconds > 0 && seconds < Integer.MAX_VALUE;
-        return known ? Words.ofDuration(Duration.ofMillis(Math.round(seconds * 1000)))
-                : timeText == null ? "an unknown time" : Words.printable(timeText);
+    private static Event limitReached(Event.Type type, String name, String instance, double limit) {
+        return new Event.LimitReached(Event.Moment.now(), type, Event.Subject.told(name, instance), limit);
     }
 
-    private static String culprits(String text) {
-        List<Culprit> all = Culprit.parse(text);
-        if (all.isEmpty()) {
-            return Words.printable(text).strip();
+    /** The native caller cannot use an exception, so whatever goes wrong here is a refused event. */
+    private static boolean tell(Supplier<Event> happened) {
+        try {
+            Event event = happened.get();
+            record(event);
+            OUTPUT.get().println(CLOCK.format(LocalDateTime.now()) + "  " + EventWords.of(event));
+            return true;
+        } catch (Exception | StackOverflowError | OutOfMemoryError e) {
+            return false;
         }
-        String shown = String.join(", ", all.stream().limit(SHOWN_CULPRITS).map(Culprit::inWords).toList());
-        int rest = all.size() - SHOWN_CULPRITS;
-        return rest > 0 ? shown + " and " + rest + " more" : shown;
-    }
-
-    private static String toleranceLine(String name, String instance, double limit) {
-        return String.format(Locale.ROOT, "LIMIT     %s has reached its limit of %.2f %%",
-                resource(name, instance), limit);
-    }
-
-    private static String resource(String name, String instance) {
-        String who = name == null ? "a resource without a name" : Words.printable(name);
-        String where = present(instance);
-        return where == null || where.isEmpty() ? who : who + " [" + Words.printable(where) + "]";
-    }
-
-    /** The instance, or null for the word that the library sends in the place of none. */
-    private static String present(String instance) {
-        return NO_INSTANCE.equals(instance) ? null : instance;
-    }
-
-    private static void describeExhaustion(ObjectNode event, String timeText, double seconds, String name,
-            String instance, String culprit) {
-        event.put("resource", name).put("instance", present(instance))
-                .put("secondsToExhaustion", finite(seconds)).put("timeToExhaustion", timeText)
-                .put("culpritText", culprit);
-        ArrayNode culprits = event.withArray("culprits");
-        for (Culprit c : Culprit.parse(culprit)) {
-            culprits.addObject().put("name", c.name()).put("pid", c.pid()).put("value", c.value());
-        }
-    }
-
-    private static void describeTolerance(ObjectNode event, String name, String instance, double limit) {
-        event.put("resource", name).put("instance", present(instance)).put("limit", finite(limit));
-    }
-
-    /** A number that JSON can spell, or null. */
-    private static Double finite(double value) {
-        return Double.isFinite(value) ? value : null;
-    }
-
-    /** An event with all its members, most of which are still to be filled in. */
-    private static ObjectNode stamped(String type) {
-        Instant now = Instant.now();
-        ObjectNode event = MAPPER.createObjectNode()
-                .put("time", ISO.format(now.atZone(ZoneId.systemDefault())))
-                .put("epochSeconds", now.getEpochSecond()).put("type", type);
-        event.putNull("resource").putNull("instance").putNull("secondsToExhaustion")
-                .putNull("timeToExhaustion").putNull("limit").putArray("culprits");
-        return event.putNull("culpritText").putNull("message");
     }
 
     /** Whatever goes wrong here leaves the event as it is: shown and accepted. */
-    private static void record(String type, Consumer<ObjectNode> describe) {
+    private static void record(Event event) {
         EventFile file = RECORD.get();
-        Consumer<? super JsonNode> listener = LISTENER.get();
-        if (file == null && listener == null) {
-            return;
-        }
+        Consumer<? super Event> listener = LISTENER.get();
         try {
-            ObjectNode event = stamped(type);
-            describe.accept(event);
             if (file != null) {
-                file.append(MAPPER.writeValueAsString(event));
+                file.append(EventLine.of(event).text());
             }
             if (listener != null) {
                 listener.accept(event);
             }
         } catch (Exception | StackOverflowError | OutOfMemoryError e) {
             // nothing to clean up: the file keeps whole lines only
-        }
-    }
-
-    /** The native caller cannot use an exception, so whatever goes wrong here is a refused event. */
-    private static boolean show(Supplier<String> line) {
-        try {
-            OUTPUT.get().println(CLOCK.format(LocalDateTime.now()) + "  " + line.get());
-            return true;
-        } catch (Exception | StackOverflowError | OutOfMemoryError e) {
-            return false;
         }
     }
 }

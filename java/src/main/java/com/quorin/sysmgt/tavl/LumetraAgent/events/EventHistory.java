@@ -1,8 +1,5 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.events;
 
-import com.fasterxml.jackson.core.JsonProcessingException;
-import com.fasterxml.jackson.databind.JsonNode;
-import com.fasterxml.jackson.databind.node.ObjectNode;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.FileText;
 import java.io.IOException;
 import java.nio.channels.FileChannel;
@@ -13,9 +10,7 @@ import java.util.ArrayDeque;
 import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.Deque;
-import java.util.Iterator;
 import java.util.List;
-import java.util.Set;
 import java.util.function.Consumer;
 import java.util.function.Predicate;
 
@@ -24,20 +19,15 @@ import java.util.function.Predicate;
  *
  * <p>All methods may be called from any thread.
  */
-public final class EventHistory implements Consumer<JsonNode> {
+public final class EventHistory implements Consumer<Event> {
 
     /** So many events are kept. */
     static final int MOST = 1000;
 
     private static final int LONGEST_TAIL = 1024 * 1024;
-    private static final Set<String> TYPES =
-            Set.of("exhaustion", "upperTolerance", "innerTolerance", AgentEvents.FATAL);
-    private static final List<String> TEXTS =
-            List.of("resource", "instance", "timeToExhaustion", "culpritText", "message");
-    private static final List<String> NUMBERS = List.of("secondsToExhaustion", "limit");
 
-    private final Deque<JsonNode> newestFirst = new ArrayDeque<>();
-    private final MetricsEvents counts = new MetricsEvents();
+    private final Deque<Event> newestFirst = new ArrayDeque<>();
+    private final EventCounts counts = new EventCounts();
 
     /** Creates a history without events. */
     public EventHistory() {
@@ -55,50 +45,23 @@ public final class EventHistory implements Consumer<JsonNode> {
         List<String> lines = tail(file, LONGEST_TAIL);
         int rest = LONGEST_TAIL - lines.stream().mapToInt(line -> line.length() + 1).sum();
         if (lines.size() < MOST && rest > 0) {
-            tail(file.resolveSibling(file.getFileName() + ".1"), rest).forEach(history::acceptLine);
+            tail(file.resolveSibling(file.getFileName() + ".1"), rest).forEach(history::keepLine);
         }
-        lines.forEach(history::acceptLine);
+        lines.forEach(history::keepLine);
         return history;
     }
 
-    private void acceptLine(String line) {
-        try {
-            if (AgentEvents.mapper().readTree(line) instanceof ObjectNode event && complete(event)) {
-                keep(event);
-            }
-        } catch (JsonProcessingException | StackOverflowError e) {
-            // a line that is torn or foreign is no event
-        }
-    }
-
-    /** Gives an event of an older version the members that it lacks; false for what is no event. */
-    private static boolean complete(ObjectNode event) {
-        if (!event.path("time").isTextual() || !event.path("epochSeconds").isIntegralNumber()
-                || !TYPES.contains(event.path("type").asText())) {
-            return false;
-        }
-        TEXTS.stream().filter(n -> !event.path(n).isTextual()).forEach(event::putNull);
-        NUMBERS.stream().filter(n -> !event.path(n).isNumber()).forEach(event::putNull);
-        if (!event.path("culprits").isArray()) {
-            event.putArray("culprits");
-        }
-        for (Iterator<JsonNode> all = event.path("culprits").elements(); all.hasNext(); ) {
-            JsonNode one = all.next();
-            if (!one.path("name").isTextual() || !one.path("pid").isIntegralNumber()
-                    || !one.path("value").isIntegralNumber()) {
-                all.remove();
-            }
-        }
-        return true;
+    private void keepLine(String line) {
+        EventLine.read(line).ifPresent(this::keep);
     }
 
     /**
      * Takes up an event that has just happened.
      *
-     * @param event the event; not changed from now on
+     * @param event the event
      */
     @Override
-    public void accept(JsonNode event) {
+    public void accept(Event event) {
         counts.add(event);
         keep(event);
     }
@@ -108,11 +71,11 @@ public final class EventHistory implements Consumer<JsonNode> {
      *
      * @return the counts
      */
-    public MetricsEvents counts() {
+    public EventCounts counts() {
         return counts;
     }
 
-    private void keep(JsonNode event) {
+    private void keep(Event event) {
         synchronized (newestFirst) {
             newestFirst.addFirst(event);
             if (newestFirst.size() > MOST) {
@@ -127,7 +90,7 @@ public final class EventHistory implements Consumer<JsonNode> {
      * @param limit how many at most
      * @return the events, newest first
      */
-    public List<JsonNode> newest(int limit) {
+    public List<Event> newest(int limit) {
         return newest(limit, event -> true);
     }
 
@@ -139,18 +102,14 @@ public final class EventHistory implements Consumer<JsonNode> {
      * @param limit    how many at most
      * @return the events, newest first
      */
-    public List<JsonNode> newestOf(String name, String instance, int limit) {
-        return newest(limit, event -> name.equals(event.path("resource").textValue())
-                && isInstance(event.path("instance"), instance));
+    public List<Event> newestOf(String name, String instance, int limit) {
+        Event.Subject wanted = new Event.Subject(name, instance).plain();
+        return newest(limit, event -> event.subject().resource() != null
+                && event.subject().plain().equals(wanted));
     }
 
-    private static boolean isInstance(JsonNode told, String instance) {
-        return told.isTextual() ? told.textValue().equals(instance)
-                : instance.isEmpty() || instance.equals(AgentEvents.NO_INSTANCE);
-    }
-
-    private List<JsonNode> newest(int limit, Predicate<JsonNode> wanted) {
-        List<JsonNode> all;
+    private List<Event> newest(int limit, Predicate<Event> wanted) {
+        List<Event> all;
         synchronized (newestFirst) {
             all = new ArrayList<>(newestFirst);
         }

@@ -1,6 +1,6 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.metrics;
 
-import com.quorin.sysmgt.tavl.LumetraAgent.events.MetricsEvents;
+import com.quorin.sysmgt.tavl.LumetraAgent.events.EventCounts;
 import com.quorin.sysmgt.tavl.LumetraAgent.http.WebContent;
 import com.quorin.sysmgt.tavl.LumetraAgent.http.WebProblem;
 import com.quorin.sysmgt.tavl.LumetraAgent.http.WebRoute;
@@ -48,7 +48,7 @@ public final class MetricsPage implements WebRoute {
     /** An event does not wait for the next snapshot: the agent may fail before it has made one. */
     private synchronized WebContent current(MetricsFormat format) {
         Snapshot snapshot = view.snapshot();
-        MetricsEvents events = view.eventCounts();
+        EventCounts events = view.eventCounts();
         long told = events.told();
         Answer known = answers.get(format);
         if (known == null || known.snapshot != snapshot || known.told != told) {

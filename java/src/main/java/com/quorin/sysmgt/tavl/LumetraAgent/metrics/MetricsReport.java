@@ -1,8 +1,8 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.metrics;
 
 import com.quorin.sysmgt.tavl.LumetraAgent.TrendReader;
-import com.quorin.sysmgt.tavl.LumetraAgent.events.AgentEvents;
-import com.quorin.sysmgt.tavl.LumetraAgent.events.MetricsEvents;
+import com.quorin.sysmgt.tavl.LumetraAgent.events.Event;
+import com.quorin.sysmgt.tavl.LumetraAgent.events.EventCounts;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.ResourceState;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Snapshot;
 import java.math.BigDecimal;
@@ -20,11 +20,11 @@ final class MetricsReport {
 
     private final MetricsText out;
     private final Snapshot snapshot;
-    private final MetricsEvents events;
+    private final EventCounts events;
     private final List<Snapshot.Resource> resources;
     private final Map<Integer, String> labels;
 
-    private MetricsReport(MetricsText out, Snapshot snapshot, MetricsEvents events, MetricsNames names) {
+    private MetricsReport(MetricsText out, Snapshot snapshot, EventCounts events, MetricsNames names) {
         this.out = out;
         this.snapshot = snapshot;
         this.events = events;
@@ -42,7 +42,7 @@ final class MetricsReport {
      * @param names    gives the resources their labels
      * @return the text
      */
-    static byte[] write(MetricsFormat format, Snapshot snapshot, MetricsEvents events, MetricsNames names) {
+    static byte[] write(MetricsFormat format, Snapshot snapshot, EventCounts events, MetricsNames names) {
         MetricsText out = new MetricsText(format);
         MetricsReport report = new MetricsReport(out, snapshot, events, names);
         report.writeResources();
@@ -113,13 +113,13 @@ final class MetricsReport {
         for (Snapshot.Resource r : resources) {
             TrendReader.Resource key = snapshot.measures().keys().get(r.id());
             boolean isFirst = counted.add(key);
-            for (String type : MetricsEvents.TYPES_OF_RESOURCES) {
-                out.sample(labels.get(r.id()) + "," + MetricsText.labels("type", type),
+            for (Event.Type type : Event.Type.OF_RESOURCES) {
+                out.sample(labels.get(r.id()) + "," + MetricsText.labels("type", type.word()),
                         isFirst ? events.of(type, key) : 0);
             }
         }
         out.sample(MetricsText.labels("resource", "", "device", "", "mountpoint", "", "type",
-                AgentEvents.FATAL), events.fatal());
+                Event.Type.FATAL.word()), events.fatal());
     }
 
     private void writeAgent() {

@@ -1,7 +1,7 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.watch;
 
-import com.fasterxml.jackson.databind.JsonNode;
-import com.quorin.sysmgt.tavl.LumetraAgent.events.MetricsEvents;
+import com.quorin.sysmgt.tavl.LumetraAgent.events.Event;
+import com.quorin.sysmgt.tavl.LumetraAgent.events.EventCounts;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.CulpritReport;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Snapshot;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.TrendView;
@@ -38,12 +38,12 @@ public interface AgentView {
     Optional<CulpritReport> culprits(int id);
 
     /**
-     * The newest events, as they stand in the file of events.
+     * The newest events, those of earlier runs included.
      *
      * @param limit how many at most
      * @return the events, newest first
      */
-    List<JsonNode> events(int limit);
+    List<Event> events(int limit);
 
     /**
      * The newest events of one resource.
@@ -52,12 +52,12 @@ public interface AgentView {
      * @param limit how many at most
      * @return the events, newest first; empty when there is no such resource
      */
-    Optional<List<JsonNode>> events(int id, int limit);
+    Optional<List<Event>> events(int id, int limit);
 
     /**
      * How many events there were since the start of the process.
      *
      * @return the counts, which grow with every event
      */
-    MetricsEvents eventCounts();
+    EventCounts eventCounts();
 }

@@ -1,9 +1,9 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.watch;
 
-import com.fasterxml.jackson.databind.JsonNode;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.AgentEvents;
+import com.quorin.sysmgt.tavl.LumetraAgent.events.Event;
+import com.quorin.sysmgt.tavl.LumetraAgent.events.EventCounts;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.EventHistory;
-import com.quorin.sysmgt.tavl.LumetraAgent.events.MetricsEvents;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.ArchiveHistory;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.ArchiveLine;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.CulpritFile;
@@ -242,17 +242,17 @@ public final class AgentWatch implements AgentView, Consumer<Publication> {
     }
 
     @Override
-    public List<JsonNode> events(int limit) {
+    public List<Event> events(int limit) {
         return events.newest(limit);
     }
 
     @Override
-    public Optional<List<JsonNode>> events(int id, int limit) {
+    public Optional<List<Event>> events(int id, int limit) {
         return names(id).map(n -> events.newestOf(n.key().name(), n.key().instance(), limit));
     }
 
     @Override
-    public MetricsEvents eventCounts() {
+    public EventCounts eventCounts() {
         return events.counts();
     }
 }

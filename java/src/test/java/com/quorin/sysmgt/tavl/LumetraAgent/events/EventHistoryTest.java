@@ -3,7 +3,7 @@ package com.quorin.sysmgt.tavl.LumetraAgent.events;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
-import com.fasterxml.jackson.databind.JsonNode;
+import com.quorin.sysmgt.tavl.LumetraAgent.files.Culprit;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.EventFile;
 import java.io.ByteArrayOutputStream;
 import java.io.IOException;
@@ -46,8 +46,8 @@ class EventHistoryTest {
         return IntStream.range(from, to).mapToObj(EventHistoryTest::line).collect(Collectors.joining());
     }
 
-    private static List<Integer> times(List<JsonNode> events) {
-        return events.stream().map(e -> e.get("epochSeconds").asInt()).toList();
+    private static List<Integer> times(List<Event> events) {
+        return events.stream().map(e -> (int) e.at().epochSeconds()).toList();
     }
 
     @Test
@@ -64,7 +64,7 @@ class EventHistoryTest {
         Files.writeString(file(), lines(0, 1500));
         EventHistory history = EventHistory.of(file());
         assertEquals(1000, history.newest(5000).size());
-        history.accept(AgentEvents.mapper().readTree(line(9999)));
+        history.accept(EventLine.read(line(9999)).get());
         assertEquals(1000, history.newest(5000).size());
         assertEquals(9999, times(history.newest(1)).get(0));
     }
@@ -88,14 +88,22 @@ class EventHistoryTest {
         assertEquals(List.of(), EventHistory.of(directory.resolve("none")).newest(100));
     }
 
+    private Event only(String line) throws IOException {
+        Files.writeString(file(), line + "\n");
+        return EventHistory.of(file()).newest(1).get(0);
+    }
+
     @Test
-    void anEventOfAnOlderVersionGetsTheMembersThatItLacks() throws IOException {
-        Files.writeString(file(), "{\"time\":\"t\",\"epochSeconds\":8,\"type\":\"fatal\",\"limit\":\"x\","
-                + "\"culprits\":[{\"name\":\"a\",\"pid\":1,\"value\":2},{\"name\":7},5]}\n");
-        assertEquals("{\"time\":\"t\",\"epochSeconds\":8,\"type\":\"fatal\",\"limit\":null,"
-                + "\"culprits\":[{\"name\":\"a\",\"pid\":1,\"value\":2}],\"resource\":null,\"instance\":null,"
-                + "\"timeToExhaustion\":null,\"culpritText\":null,\"message\":null,"
-                + "\"secondsToExhaustion\":null}", EventHistory.of(file()).newest(1).get(0).toString());
+    void anEventOfAnOlderVersionIsWithoutWhatItLacks() throws IOException {
+        Event.Moment at = new Event.Moment("t", 8);
+        assertEquals(new Event.Failure(at, null),
+                only("{\"time\":\"t\",\"epochSeconds\":8,\"type\":\"fatal\",\"limit\":\"x\",\"more\":1}"));
+        assertEquals(new Event.LimitReached(at, Event.Type.INNER_TOLERANCE, Event.Subject.NONE, Double.NaN),
+                only("{\"time\":\"t\",\"epochSeconds\":8,\"type\":\"innerTolerance\",\"limit\":\"x\"}"));
+        assertEquals(new Event.Exhaustion(at, new Event.Subject("Swap", null), Double.NaN, null,
+                        List.of(new Culprit("a", 1, 2)), null),
+                only("{\"time\":\"t\",\"epochSeconds\":8,\"type\":\"exhaustion\",\"resource\":\"Swap\",\"instance\":3,"
+                        + "\"culprits\":[{\"name\":\"a\",\"pid\":1,\"value\":2},{\"name\":7},5]}"));
     }
 
     @Test
@@ -112,7 +120,8 @@ class EventHistoryTest {
         assertEquals(1, history.newestOf("Swap", "_Total", 10).size());
         assertEquals(1, history.newestOf("Swap", "Null", 10).size());
         assertEquals(0, history.newestOf("null", "Null", 10).size());
-        assertEquals(2, history.newestOf("Swap", "_Total", 10).get(0).at("/culprits/0/value").asInt());
+        assertEquals(List.of(new Culprit("a", 1, 2)),
+                ((Event.Exhaustion) history.newestOf("Swap", "_Total", 10).get(0)).culprits());
     }
 
     @Test
@@ -140,7 +149,7 @@ class EventHistoryTest {
         Files.writeString(file(), lines(0, 5));
         EventHistory history = EventHistory.of(file());
         assertEquals(0, history.counts().told());
-        history.accept(AgentEvents.mapper().readTree(line(9)));
+        history.accept(EventLine.read(line(9)).get());
         assertEquals(1, history.counts().fatal());
     }
 }

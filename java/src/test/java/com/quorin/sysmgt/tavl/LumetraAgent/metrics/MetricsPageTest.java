@@ -6,7 +6,6 @@ import static org.junit.jupiter.api.Assertions.assertSame;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
-import com.fasterxml.jackson.databind.ObjectMapper;
 import com.quorin.sysmgt.tavl.LumetraAgent.host.AgentRoutes;
 import com.quorin.sysmgt.tavl.LumetraAgent.http.HostCheck;
 import com.quorin.sysmgt.tavl.LumetraAgent.http.WebContent;
@@ -94,7 +93,7 @@ class MetricsPageTest {
     void anEventIsToldBeforeTheNextSnapshot() throws WebProblem {
         String fatal = "lumetra_events_total{resource=\"\",device=\"\",mountpoint=\"\",type=\"fatal\"} ";
         assertTrue(new String(metrics().bytes(false)).contains(fatal + "0\n"));
-        view.counts.add(new ObjectMapper().createObjectNode().put("type", "fatal"));
+        view.counts.add(FakeView.failure(1, "m"));
         assertTrue(new String(metrics().bytes(false)).contains(fatal + "1\n"));
     }
 

@@ -4,9 +4,9 @@ import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
-import com.fasterxml.jackson.databind.ObjectMapper;
 import com.quorin.sysmgt.tavl.LumetraAgent.TrendReader;
-import com.quorin.sysmgt.tavl.LumetraAgent.events.MetricsEvents;
+import com.quorin.sysmgt.tavl.LumetraAgent.events.Event;
+import com.quorin.sysmgt.tavl.LumetraAgent.events.EventCounts;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.ResourceState;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Snapshot;
 import java.nio.charset.StandardCharsets;
@@ -23,9 +23,10 @@ import org.junit.jupiter.params.provider.CsvSource;
 class MetricsReportTest {
 
     private static final long NEWEST = 10_000;
+    private static final Event.Moment NOW = new Event.Moment("t", NEWEST);
     private static final String DISK = "resource=\"Space\",device=\"/dev/vda\",mountpoint=\"/data\"";
 
-    private final MetricsEvents events = new MetricsEvents();
+    private final EventCounts events = new EventCounts();
     private final MetricsNames names = new MetricsNames();
     private final List<Snapshot.Resource> rows = new ArrayList<>();
     private final Map<Integer, TrendReader.Resource> keys = new HashMap<>();
@@ -60,17 +61,16 @@ class MetricsReportTest {
         return found.get(0).substring(series.length() + 1);
     }
 
-    private void tell(String type, String resource, String instance) {
-        events.add(new ObjectMapper().createObjectNode().put("type", type).put("resource", resource)
-                .put("instance", instance));
+    private void tellExhaustion(String resource, String instance) {
+        events.add(new Event.Exhaustion(NOW, new Event.Subject(resource, instance), 1.0, null, List.of(), null));
     }
 
     @Test
     void aDiskWithAForecastIsToldInFull() {
         disk(ResourceState.FORECAST, NEWEST, NEWEST + 3600);
-        tell("exhaustion", "Space", "/dev/vda /data");
-        tell("exhaustion", "Space", "/dev/vda /data");
-        tell("exhaustion", "Space", "/dev/vdb /data");
+        tellExhaustion("Space", "/dev/vda /data");
+        tellExhaustion("Space", "/dev/vda /data");
+        tellExhaustion("Space", "/dev/vdb /data");
         assertEquals("0.1234", value("lumetra_resource_used_ratio{" + DISK + "}"));
         assertEquals("3600", value("lumetra_resource_time_to_exhaustion_seconds{" + DISK + "}"));
         assertEquals("0.505", value("lumetra_resource_notification_level_ratio{" + DISK + "}"));
@@ -84,7 +84,7 @@ class MetricsReportTest {
 
     @Test
     void theAgentTellsOfItself() {
-        tell("fatal", null, null);
+        events.add(new Event.Failure(NOW, null));
         assertEquals("4", value("lumetra_agent_cycles_total"));
         assertEquals("0.75", value("lumetra_agent_cycle_seconds_sum"));
         assertEquals("4", value("lumetra_agent_cycle_seconds_count"));
@@ -134,7 +134,8 @@ class MetricsReportTest {
             row(id, "Space", "/dev/vda", "/data", ResourceState.FORECAST, NEWEST, NEWEST + 60);
         }
         row(4, "Space (2)", "/dev/vda", "/data", ResourceState.FORECAST, NEWEST, NEWEST + 60);
-        tell("upperTolerance", "Space", "/dev/vda /data");
+        events.add(new Event.LimitReached(NOW, Event.Type.UPPER_TOLERANCE,
+                new Event.Subject("Space", "/dev/vda /data"), 100.0));
         List<String> series = series();
         assertEquals(series.size(), series.stream().distinct().count());
         String events = Arrays.stream(write(MetricsFormat.CLASSIC).split("\n"))

@@ -10,6 +10,7 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.fasterxml.jackson.databind.ObjectMapper;
 import com.quorin.sysmgt.tavl.LumetraAgent.TrendReader;
+import com.quorin.sysmgt.tavl.LumetraAgent.events.Event;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.EventHistory;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.Culprit;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.CulpritReport;
@@ -291,7 +292,8 @@ class AgentWatchTest {
     }
 
     private void event(String resource, String instance) {
-        events.accept(new ObjectMapper().createObjectNode().put("resource", resource).put("instance", instance));
+        events.accept(new Event.LimitReached(new Event.Moment("t", 1), Event.Type.UPPER_TOLERANCE,
+                new Event.Subject(resource, instance), 100.0));
     }
 
     @Test

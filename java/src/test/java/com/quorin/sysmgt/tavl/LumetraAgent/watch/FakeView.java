@@ -1,9 +1,8 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.watch;
 
-import com.fasterxml.jackson.databind.JsonNode;
-import com.fasterxml.jackson.databind.ObjectMapper;
 import com.quorin.sysmgt.tavl.LumetraAgent.TrendReader;
-import com.quorin.sysmgt.tavl.LumetraAgent.events.MetricsEvents;
+import com.quorin.sysmgt.tavl.LumetraAgent.events.Event;
+import com.quorin.sysmgt.tavl.LumetraAgent.events.EventCounts;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.Culprit;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.CulpritReport;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.ResourceState;
@@ -27,13 +26,12 @@ public class FakeView implements AgentView {
             new TrendView.Curve(new double[] {900, 1000}, new double[] {40, 41}),
             new TrendView.Curve(new double[] {1000, 4600}, new double[] {41, 100}));
     public volatile Throwable failure;
-    public final List<JsonNode> events = new ArrayList<>();
-    public final MetricsEvents counts = new MetricsEvents();
+    public final List<Event> events = new ArrayList<>();
+    public final EventCounts counts = new EventCounts();
 
     public FakeView() {
         for (int i = 0; i < 1500; i++) {
-            events.add(new ObjectMapper().createObjectNode().put("time", "2026-11-21T06:00:00.000Z")
-                    .put("epochSeconds", 1000 - i).put("type", "fatal").put("message", HOSTILE));
+            events.add(failure(1000 - i, HOSTILE));
         }
     }
 
@@ -51,6 +49,10 @@ public class FakeView implements AgentView {
                 new Snapshot.Measures(0, 0, resources.stream().collect(Collectors.toMap(Snapshot.Resource::id,
                         r -> new TrendReader.Resource(r.identity().resource(), r.identity().instance()),
                         (first, second) -> first))));
+    }
+
+    public static Event failure(long epochSeconds, String message) {
+        return new Event.Failure(new Event.Moment("2026-11-21T06:00:00.000Z", epochSeconds), message);
     }
 
     private boolean has(int id) {
@@ -81,17 +83,17 @@ public class FakeView implements AgentView {
     }
 
     @Override
-    public List<JsonNode> events(int limit) {
+    public List<Event> events(int limit) {
         return List.copyOf(events.subList(0, Math.min(limit, events.size())));
     }
 
     @Override
-    public Optional<List<JsonNode>> events(int id, int limit) {
+    public Optional<List<Event>> events(int id, int limit) {
         return has(id) ? Optional.of(events(limit)) : Optional.empty();
     }
 
     @Override
-    public MetricsEvents eventCounts() {
+    public EventCounts eventCounts() {
         return counts;
     }
 }
