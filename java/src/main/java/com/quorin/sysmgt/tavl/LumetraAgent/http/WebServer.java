@@ -105,7 +105,8 @@ public final class WebServer implements AutoCloseable {
         return message.getLevel().intValue() >= Level.WARNING.intValue();
     }
 
-    private HttpServer server;
+    /** Not private so that a test can put one there that fails. */
+    HttpServer server;
     private final ThreadPoolExecutor pool;
     private final WebRoute routes;
     private final HostCheck hosts;
@@ -259,9 +260,9 @@ public final class WebServer implements AutoCloseable {
     @Override
     public void close() {
         if (!closed) {
-            closed = true;
-            server.stop(0);
+            server.stop(0); // for want of memory it may fail half-way: its port is then free after another try only
             pool.shutdownNow();
+            closed = true;
         }
     }
 

@@ -12,10 +12,14 @@ import com.fasterxml.jackson.databind.ObjectMapper;
 import com.quorin.sysmgt.tavl.LumetraAgent.api.JsonApi;
 import com.quorin.sysmgt.tavl.LumetraAgent.host.AgentRoutes;
 import com.quorin.sysmgt.tavl.LumetraAgent.watch.FakeView;
+import com.sun.net.httpserver.HttpContext;
+import com.sun.net.httpserver.HttpHandler;
+import com.sun.net.httpserver.HttpServer;
 import java.io.ByteArrayInputStream;
 import java.io.ByteArrayOutputStream;
 import java.io.IOException;
 import java.io.PrintStream;
+import java.net.ConnectException;
 import java.net.InetAddress;
 import java.net.InetSocketAddress;
 import java.net.JarURLConnection;
@@ -29,6 +33,7 @@ import java.util.HashMap;
 import java.util.List;
 import java.util.Locale;
 import java.util.Map;
+import java.util.concurrent.Executor;
 import java.util.concurrent.atomic.AtomicBoolean;
 import java.util.jar.JarFile;
 import java.util.logging.Filter;
@@ -345,5 +350,79 @@ class WebServerTest {
         } finally {
             Files.delete(probe);
         }
+    }
+
+    /** A server that lacks memory at its first stop. */
+    private static final class StopsAtTheSecondTry extends HttpServer {
+
+        private final HttpServer real;
+        private boolean tried;
+
+        StopsAtTheSecondTry(HttpServer real) {
+            this.real = real;
+        }
+
+        @Override
+        public void stop(int delay) {
+            if (!tried) {
+                tried = true;
+                throw new OutOfMemoryError("no memory to stop");
+            }
+            real.stop(delay);
+        }
+
+        @Override
+        public InetSocketAddress getAddress() {
+            return real.getAddress();
+        }
+
+        @Override
+        public void bind(InetSocketAddress address, int backlog) {
+            throw new UnsupportedOperationException();
+        }
+
+        @Override
+        public void start() {
+            throw new UnsupportedOperationException();
+        }
+
+        @Override
+        public void setExecutor(Executor executor) {
+            throw new UnsupportedOperationException();
+        }
+
+        @Override
+        public Executor getExecutor() {
+            throw new UnsupportedOperationException();
+        }
+
+        @Override
+        public HttpContext createContext(String path, HttpHandler handler) {
+            throw new UnsupportedOperationException();
+        }
+
+        @Override
+        public HttpContext createContext(String path) {
+            throw new UnsupportedOperationException();
+        }
+
+        @Override
+        public void removeContext(String path) {
+            throw new UnsupportedOperationException();
+        }
+
+        @Override
+        public void removeContext(HttpContext context) {
+            throw new UnsupportedOperationException();
+        }
+    }
+
+    @Test
+    void aServerThatCouldNotBeClosedForWantOfMemoryIsClosedAtTheNextTry() {
+        InetSocketAddress address = server.address();
+        server.server = new StopsAtTheSecondTry(server.server);
+        assertThrows(OutOfMemoryError.class, server::close);
+        server.close();
+        assertThrows(ConnectException.class, () -> new Socket(address.getAddress(), address.getPort()).close());
     }
 }
