@@ -12,7 +12,6 @@
 #include <memory>
 
 namespace obrin {
-namespace {
 
 bool allocateRing(Link& link, std::int32_t millisecondsPerSample) {
     link.SampleCount = 0;
@@ -30,8 +29,6 @@ bool allocateRing(Link& link, std::int32_t millisecondsPerSample) {
     link.BufferSize = *slots;
     return true;
 }
-
-} // namespace
 
 int allocatecircularbuffers(Clasp* clasp) {
     MutexLock lock(chainLock);

@@ -4,18 +4,22 @@
 
 #include "agent/checkFeed.h"
 #include "agent/hostFeed.h"
+#include "replay/replayFeed.h"
 #include "support/jniSupport.h"
 
 #include <algorithm>
 #include <exception>
+#include <initializer_list>
 #include <jni.h>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace obrin {
 namespace {
 
 constexpr const char* hostClass = "com/quorin/sysmgt/tavl/LumetraAgent/HostFeed";
+constexpr const char* replayClass = "com/quorin/sysmgt/tavl/LumetraAgent/ReplayFeed";
 constexpr const char* checkClass = "com/quorin/sysmgt/tavl/LumetraAgent/CheckFeed";
 
 /// A Java array of the bytes; null with an exception pending when Java has no memory for it.
@@ -60,18 +64,26 @@ jbyteArray JNICALL curves(JNIEnv* env, jclass, jint rid) {
     });
 }
 
+std::string bytesOf(JNIEnv* env, jbyteArray array) {
+    std::string bytes(static_cast<std::size_t>(env->GetArrayLength(array)), '\0');
+    env->GetByteArrayRegion(array, 0, static_cast<jsize>(bytes.size()),
+                            reinterpret_cast<jbyte*>(bytes.data()));
+    return bytes;
+}
+
+/// Whether none is missing. If one is, an exception is pending.
+bool areThere(JNIEnv* env, std::initializer_list<jobject> arguments) {
+    if (std::ranges::none_of(arguments, [](jobject argument) { return argument == nullptr; }))
+        return true;
+    throwJava(env, "java/lang/NullPointerException", "an argument is missing");
+    return false;
+}
+
 /// What `feed` makes of the bytes of a Java array.
 jbyteArray answerOn(JNIEnv* env, jbyteArray text, std::string (*feed)(std::string_view, std::size_t)) {
-    if (text == nullptr) {
-        throwJava(env, "java/lang/NullPointerException", "text");
+    if (!areThere(env, {text}))
         return nullptr;
-    }
-    return answer(env, [&]() -> jbyteArray {
-        std::string bytes(static_cast<std::size_t>(env->GetArrayLength(text)), '\0');
-        env->GetByteArrayRegion(text, 0, static_cast<jsize>(bytes.size()),
-                                reinterpret_cast<jbyte*>(bytes.data()));
-        return makeJavaBytes(env, feed(bytes, wholeFileLimit));
-    });
+    return answer(env, [&] { return makeJavaBytes(env, feed(bytesOf(env, text), wholeFileLimit)); });
 }
 
 jbyteArray JNICALL configuration(JNIEnv* env, jclass, jbyteArray text) {
@@ -84,6 +96,70 @@ jbyteArray JNICALL declarations(JNIEnv* env, jclass, jbyteArray text) {
 
 jbyteArray JNICALL counters(JNIEnv* env, jclass) {
     return answer(env, [env] { return makeJavaBytes(env, describeCounters()); });
+}
+
+// --- replays
+
+std::vector<std::string> pathsOf(JNIEnv* env, jobjectArray paths) {
+    std::vector<std::string> found;
+    for (jsize i = 0; i < env->GetArrayLength(paths); ++i) {
+        const auto path = static_cast<jbyteArray>(env->GetObjectArrayElement(paths, i));
+        if (path != nullptr)
+            found.push_back(bytesOf(env, path));
+        env->DeleteLocalRef(path);
+    }
+    return found;
+}
+
+/// Times of runs; that of a run whose rings began empty is negative.
+std::vector<RunStart> startsOf(JNIEnv* env, jlongArray starts) {
+    std::vector<jlong> times(static_cast<std::size_t>(env->GetArrayLength(starts)));
+    env->GetLongArrayRegion(starts, 0, static_cast<jsize>(times.size()), times.data());
+    std::vector<RunStart> found;
+    for (const jlong time : times)
+        found.push_back({time < 0 ? -(time + 1) : time, time >= 0});
+    return found;
+}
+
+jint JNICALL open(JNIEnv* env, jclass, jobjectArray archives, jbyteArray declarations, jbyteArray scratchPad,
+                  jintArray settings, jlongArray starts, jboolean withRivals, jboolean withSamples) {
+    if (!areThere(env, {archives, declarations, scratchPad, settings, starts}))
+        return 0;
+    jint numbers[4] = {};
+    env->GetIntArrayRegion(settings, 0, 4, numbers);
+    if (env->ExceptionCheck() == JNI_TRUE)
+        return 0;
+    try {
+        return openReplay({pathsOf(env, archives),
+                           bytesOf(env, declarations),
+                           bytesOf(env, scratchPad),
+                           {numbers[0], numbers[1], numbers[2], numbers[3]},
+                           startsOf(env, starts),
+                           withRivals == JNI_TRUE,
+                           withSamples == JNI_TRUE});
+    } catch (const std::exception& failure) {
+        throwJava(env, "java/lang/OutOfMemoryError", failure.what());
+    }
+    return 0;
+}
+
+/// Null when there is no such replay.
+jbyteArray JNICALL step(JNIEnv* env, jclass, jint number, jlong forecasts) {
+    return answer(env, [&]() -> jbyteArray {
+        const std::string bytes = stepReplay(number, forecasts);
+        return bytes.empty() ? nullptr : makeJavaBytes(env, bytes);
+    });
+}
+
+jbyteArray JNICALL summary(JNIEnv* env, jclass, jint number) {
+    return answer(env, [&]() -> jbyteArray {
+        const std::string bytes = summariseReplay(number);
+        return bytes.empty() ? nullptr : makeJavaBytes(env, bytes);
+    });
+}
+
+void JNICALL closeIt(JNIEnv*, jclass, jint number) {
+    closeReplay(number);
 }
 
 JNINativeMethod method(const char* name, const char* signature, void* function) {
@@ -125,6 +201,16 @@ void registerCheck(JNIEnv* env) {
     registerClass<checkFeedVersion>(env, checkClass, methods);
 }
 
+void registerReplay(JNIEnv* env) {
+    const JNINativeMethod methods[] = {
+        method("open", "([[B[B[B[I[JZZ)I", reinterpret_cast<void*>(&open)),
+        method("step", "(IJ)[B", reinterpret_cast<void*>(&step)),
+        method("summary", "(I)[B", reinterpret_cast<void*>(&summary)),
+        method("close", "(I)V", reinterpret_cast<void*>(&closeIt)),
+    };
+    registerClass<replayFeedVersion>(env, replayClass, methods);
+}
+
 } // namespace
 } // namespace obrin
 
@@ -136,6 +222,7 @@ extern "C" JNIEXPORT jint JNICALL JNI_OnLoad(JavaVM* machine, void*) {
     if (const obrin::LocalFrame frame(java); frame) {
         obrin::registerHost(java);
         obrin::registerCheck(java);
+        obrin::registerReplay(java);
     }
     java->ExceptionClear(); // of a frame that there was no memory for
     return JNI_VERSION_1_8;

@@ -48,6 +48,10 @@ ReachedLimit reachedLimit(float value, ToleranceLimits limits) {
     return ReachedLimit::none;
 }
 
+double usedOf(double value, ToleranceLimits limits) {
+    return isSet(limits.lower) && !isSet(limits.upper) ? 100.0 - value : value;
+}
+
 ReachedLimit newlyReachedLimit(std::span<const float> values, ToleranceLimits limits) {
     for (float value : values.first(values.size() - 1))
         if (reachedLimit(value, limits) != ReachedLimit::none)
@@ -91,6 +95,19 @@ Notification advanceNotification(Link& link, bool exhaustionAhead, float last) {
         return Notification::fading;
     link.NotifyPending = 0;
     return Notification::cleared;
+}
+
+void lookAhead(Link& link, std::span<const float> times, std::span<const float> values,
+               ToleranceLimits limits, float inner, float outer, const PredictionParameters& params,
+               Outlook* outlook) {
+    forecastGrid(times.front(), inner, outer, outlook->times);
+    outlook->valid = select_model_and_predict(static_cast<std::int32_t>(times.size()), times.data(),
+                                              values.data(), forecastPoints, outlook->times.data(),
+                                              outlook->forecast.data(), &params, &outlook->model) == 1;
+    if (!outlook->valid)
+        return;
+    outlook->crossing = findCrossing(outlook->times, outlook->forecast, times.back(), limits);
+    outlook->notification = advanceNotification(link, outlook->crossing.ahead, values.back());
 }
 
 void clipForDisplay(std::span<float> values, ToleranceLimits limits) {
@@ -195,31 +212,26 @@ std::int32_t predict_exhaustion(Link* link, std::int32_t n, const float* x, cons
     const std::span values(y, static_cast<std::size_t>(n));
     checkTolerance(*link, values, limits);
 
-    std::array<float, forecastPoints> forecastTimes{};
-    std::array<float, forecastPoints> forecast{};
-    forecastGrid(times.front(), inner, outer, forecastTimes);
-    std::string model;
-    *predictionValid = select_model_and_predict(n, x, y, forecastPoints, forecastTimes.data(),
-                                                forecast.data(), params, &model) == 1
-                           ? 1
-                           : 0;
-    DEBUGMSG("Selected model:%s\n", model.c_str());
-    if (*predictionValid == 0)
+    Outlook outlook;
+    lookAhead(*link, times, values, limits, inner, outer, *params, &outlook);
+    *predictionValid = outlook.valid ? 1 : 0;
+    DEBUGMSG("Selected model:%s\n", outlook.model.c_str());
+    if (!outlook.valid)
         return 0;
 
-    const Crossing crossing = findCrossing(forecastTimes, forecast, times.back(), limits);
-    const Notification notification = advanceNotification(*link, crossing.ahead, values.back());
-    logNotification(*link, notification);
-    if (notification == Notification::fires)
+    const Crossing& crossing = outlook.crossing;
+    logNotification(*link, outlook.notification);
+    const bool fires = outlook.notification == Notification::fires;
+    if (fires)
         announceExhaustion(*link, crossing.hours, culpritText);
 
-    clipForDisplay(forecast, limits);
+    clipForDisplay(outlook.forecast, limits);
     const TrendHeadline headline{static_cast<double>(isSet(lower) ? lower : upper), TimeStamp, crossing.hours,
-                                 model, link->NotifyLevel};
-    keepForecast(*link, headline, forecast, times.back());
+                                 outlook.model, link->NotifyLevel};
+    keepForecast(*link, headline, outlook.forecast, times.back());
     writeTrendFiles(headline, link->pClasp->DataHomeDirectory, link->NameIs.view(), link->Descriptor1.view(),
-                    forecastTimes, forecast, times, values);
-    return notification == Notification::fires ? 1 : 0;
+                    outlook.times, outlook.forecast, times, values);
+    return fires ? 1 : 0;
 }
 
 } // namespace obrin

@@ -4,8 +4,10 @@
 #include "prediction/modelSelection.h"
 #include "resources/resourceRecords.h"
 
+#include <array>
 #include <cstdint>
 #include <span>
+#include <string>
 
 namespace obrin {
 
@@ -25,6 +27,9 @@ enum class ReachedLimit { none, lower, upper };
 
 /// The limit that a value has reached: at or below the lower, at or above the upper less 0.05.
 ReachedLimit reachedLimit(float value, ToleranceLimits limits);
+
+/// A value as per cent on the way to its limit: itself, or 100 less it where there is a lower limit alone.
+double usedOf(double value, ToleranceLimits limits);
 
 /// The limit that the newest value has reached, if it is the first of the series that has reached any.
 /// `values` oldest first, not empty.
@@ -50,6 +55,22 @@ enum class Notification { none, onset, pending, fires, fading, cleared };
 
 /// Advances the notification state of `link` by one cycle. `last`: the newest value.
 Notification advanceNotification(Link& link, bool exhaustionAhead, float last);
+
+/// What a cycle sees of a resource's future.
+struct Outlook {
+    std::array<float, forecastPoints> times{};    ///< the grid, seconds since the oldest sample
+    std::array<float, forecastPoints> forecast{}; ///< per cent, as the model has it
+    std::string model;                            ///< its name, also when there is none
+    bool valid = false;                           ///< a model could be fitted
+    Crossing crossing;                            ///< of a valid outlook
+    Notification notification = Notification::none;
+};
+
+/// Forecasts a series, oldest first and not empty, over the alert window and, if a model could be fitted,
+/// advances the notification state of `link`. Nothing but `link` and `*outlook` is touched. Any thread.
+void lookAhead(Link& link, std::span<const float> times, std::span<const float> values,
+               ToleranceLimits limits, float inner, float outer, const PredictionParameters& params,
+               Outlook* outlook);
 
 /// Holds the forecast inside what a picture shows.
 void clipForDisplay(std::span<float> values, ToleranceLimits limits);

@@ -29,15 +29,11 @@ namespace {
 
 constexpr double secondsPerHour = 3600.0;
 
-/// Puts the valid samples of a ring into FirstPoint, oldest first.
-void gatherSamples(const Link& link) {
-    FirstPoint.clear();
-    for (std::uint32_t i = 0; i < samplesHeld(link); ++i) {
-        const std::uint32_t slot = slotOfSample(link, i);
-        Index1 = clampToInt32(slot);
-        if (link.ValueBuffer[slot] != noSample)
-            FirstPoint.push_back({link.TimeBuffer[slot], link.ValueBuffer[slot]});
-    }
+/// Gathers the resource in hand.
+void gatherFirstPoint(const Link& link) {
+    gatherSamples(link, &FirstPoint);
+    const std::uint32_t held = samplesHeld(link);
+    Index1 = held == 0 ? Index1 : clampToInt32(slotOfSample(link, held - 1));
     NumOfSamples = clampToInt32(link.SampleCount);
     NumOfSlopes = clampToInt32(std::int64_t{NumOfSamples} * (NumOfSamples - 1) / 2);
     NumberOfValidDataPoints = clampToInt32(static_cast<std::int64_t>(FirstPoint.size()));
@@ -48,6 +44,26 @@ bool isAnalysed(const Link& link) {
 }
 
 } // namespace
+
+void gatherSamples(const Link& link, std::vector<SampleRecord>* samples) {
+    samples->clear();
+    for (std::uint32_t i = 0; i < samplesHeld(link); ++i) {
+        const std::uint32_t slot = slotOfSample(link, i);
+        if (link.ValueBuffer[slot] != noSample)
+            samples->push_back({link.TimeBuffer[slot], link.ValueBuffer[slot]});
+    }
+}
+
+void makeSeries(std::span<const SampleRecord> samples, Series* series) {
+    series->times.clear();
+    series->values.clear();
+    series->times.reserve(samples.size());
+    series->values.reserve(samples.size());
+    for (const SampleRecord& sample : samples) {
+        series->times.push_back(static_cast<float>(sample.time - samples.front().time));
+        series->values.push_back(static_cast<float>(sample.value));
+    }
+}
 
 std::int32_t predictor(Clasp* clasp) {
     OuterTolerance = clasp->MaxForecastHours * secondsPerHour;
@@ -81,7 +97,7 @@ std::int32_t TestforImpendingOutage(Clasp* clasp) {
 }
 
 std::int32_t bestmodelObrin(Link* link, CulpritText* culpritText) {
-    gatherSamples(*link);
+    gatherFirstPoint(*link);
     link->findings.usableSamples = NumberOfValidDataPoints;
     const ToleranceLimits limits = limitsOfMethod(link->AnalyticalMethod);
     if (NumberOfValidDataPoints > 0)
@@ -92,18 +108,12 @@ std::int32_t bestmodelObrin(Link* link, CulpritText* culpritText) {
 
 std::int32_t bestmodel(Link* link, std::int32_t n, const SampleRecord* samples, float upper, float lower,
                        float outer, float inner, CulpritText* culpritText) {
-    std::vector<float> x;
-    std::vector<float> y;
-    x.reserve(static_cast<std::size_t>(n));
-    y.reserve(static_cast<std::size_t>(n));
-    for (std::int32_t i = 0; i < n; ++i) {
-        x.push_back(static_cast<float>(samples[i].time - samples[0].time));
-        y.push_back(static_cast<float>(samples[i].value));
-    }
+    Series series;
+    makeSeries({samples, static_cast<std::size_t>(n)}, &series);
     const PredictionParameters parameters;
     std::int32_t predictionValid = 0;
-    predict_exhaustion(link, n, x.data(), y.data(), lower, upper, inner, outer, &parameters, &predictionValid,
-                       culpritText);
+    predict_exhaustion(link, n, series.times.data(), series.values.data(), lower, upper, inner, outer,
+                       &parameters, &predictionValid, culpritText);
     return 0;
 }
 

@@ -4,6 +4,7 @@
 #include "resources/resourceRecords.h"
 
 #include <cstdint>
+#include <span>
 #include <vector>
 
 namespace obrin {
@@ -20,6 +21,16 @@ struct SampleRecord {
 /// The alert window in seconds, set anew each cycle from the forecast hours.
 extern double InnerTolerance;
 extern double OuterTolerance;
+
+/// Puts the samples of the link's ring that are valid (any but exactly -1.0) into `samples`, oldest first.
+void gatherSamples(const Link& link, std::vector<SampleRecord>* samples);
+
+/// The samples as a forecast takes them: seconds since the first and values, both rounded to float.
+struct Series {
+    std::vector<float> times;
+    std::vector<float> values;
+};
+void makeSeries(std::span<const SampleRecord> samples, Series* series);
 
 /// The resource in hand: its valid samples, oldest first, replaced for each resource.
 extern std::vector<SampleRecord>& FirstPoint;

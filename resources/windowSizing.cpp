@@ -14,11 +14,19 @@ namespace {
 constexpr double secondsPerHour = 3600.0;
 constexpr double samplesInLongestWindow = 300;
 
-double defaultWindow(const Clasp& clasp) {
-    return clasp.MaxForecastHours / 10.0;
+} // namespace
+
+double defaultWindow(std::int32_t maxForecastHours) {
+    return maxForecastHours / 10.0;
 }
 
-} // namespace
+std::int32_t automaticPeriod(double longestWindow) {
+    return truncateToInt32(longestWindow * secondsPerHour * 1000 / samplesInLongestWindow);
+}
+
+bool isShorterThanPeriod(double windowHours, std::int32_t millisecondsPerSample) {
+    return millisecondsPerSample / 1000.0 > windowHours * secondsPerHour;
+}
 
 std::optional<std::uint32_t> windowSamples(double windowHours, std::int32_t millisecondsPerSample) {
     if (millisecondsPerSample == 0)
@@ -33,12 +41,11 @@ int AutoSizeWindows(Clasp* clasp) {
     double largest = 0.0;
     for (Link* link = clasp->pFirstLink; link != nullptr; link = link->pNextLink) {
         if (link->WindowSize < 0)
-            link->WindowSize = defaultWindow(*clasp);
+            link->WindowSize = defaultWindow(clasp->MaxForecastHours);
         largest = std::max(largest, link->WindowSize);
     }
     if (clasp->MillisecondsPerSample == -1)
-        clasp->MillisecondsPerSample =
-            truncateToInt32(largest * secondsPerHour * 1000 / samplesInLongestWindow);
+        clasp->MillisecondsPerSample = automaticPeriod(largest);
     // The text says "min" although the value is the largest window: readers of old logs know it so.
     DEBUGMSG("minwindowsize = %f, msecpersample = %d\n", largest, clasp->MillisecondsPerSample);
     return 1;
@@ -49,12 +56,12 @@ int SanityCheckChain(Clasp* clasp) {
     const double period = clasp->MillisecondsPerSample / 1000.0;
     for (Link* link = clasp->pFirstLink; link != nullptr; link = link->pNextLink) {
         const double window = link->WindowSize * secondsPerHour;
-        if (!(period > window))
+        if (!isShorterThanPeriod(link->WindowSize, clasp->MillisecondsPerSample))
             continue;
         DEBUGMSG("***Error: Sample interval of %.2f sec is greater than window size of %.2f sec for %s %s %s",
                  period, window, link->Descriptor0.c_str(), link->Descriptor1.c_str(),
                  link->Descriptor2.c_str());
-        link->WindowSize = defaultWindow(*clasp);
+        link->WindowSize = defaultWindow(clasp->MaxForecastHours);
         DEBUGMSG(">>>>>>Setting window size to %.2f sec\n", link->WindowSize * secondsPerHour);
         result = -2;
     }

@@ -12,6 +12,15 @@ namespace obrin {
 /// be had.
 std::optional<std::uint32_t> windowSamples(double windowHours, std::int32_t millisecondsPerSample);
 
+/// The window in hours of a resource that asks for none of its own.
+double defaultWindow(std::int32_t maxForecastHours);
+
+/// The period in milliseconds that puts 300 samples into a window of so many hours.
+std::int32_t automaticPeriod(double longestWindow);
+
+/// Whether not even one period fits into the window.
+bool isShorterThanPeriod(double windowHours, std::int32_t millisecondsPerSample);
+
 /// Gives every link with a negative window MaxForecastHours / 10 hours, and a period of -1 the length that
 /// puts 300 samples into the longest window. Always 1.
 int AutoSizeWindows(Clasp* clasp);

@@ -27,6 +27,12 @@ public:
         return *this;
     }
 
+    /// Bytes that were put together elsewhere.
+    Bytes& append(std::string_view bytes) {
+        bytes_.append(bytes);
+        return *this;
+    }
+
     /// The length of a list, which is known once its elements are there.
     std::size_t beginList() {
         number(0);

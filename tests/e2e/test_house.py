@@ -7,15 +7,16 @@ import sys
 import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-FOLDERS = ["support", "numeric", "agent", "resources", "acquisition", "prediction", "trendviewer", "diagnosis"]
+FOLDERS = ["support", "numeric", "agent", "resources", "acquisition", "prediction", "trendviewer", "diagnosis", "replay"]
 
 FLOORS = [
     (1, r"support/.*|numeric/.*|agent/(debugLog|argumentlessFormat|stopSync)"),
     (2, r"resources/(resourceRecords|resourceChain|chainReport|scratchPad.*|windowSizing)|agent/agentState"),
     (3, r"prediction/(eventDelivery|javaEventSink)|agent/errorExit"),
-    (5, r"acquisition/samplingCycle|agent/agentConfig|prediction/(modelSelection|exhaustion|predictor)"),
+    (5, r"acquisition/samplingCycle|agent/agentConfig|prediction/(modelSelection|exhaustion|predictor|scorekeeper)"),
     (4, r"acquisition/.*|resources/.*|trendviewer/trendFiles|diagnosis/.*|prediction/trendFileFormat"),
-    (6, r"agent/.*|trendviewer/trendViewer"),
+    (7, r"agent/.*|trendviewer/trendViewer"),
+    (6, r"replay/.*"),
 ]
 
 JAVA = "com.quorin.sysmgt.tavl.LumetraAgent"
@@ -140,7 +141,8 @@ class House(unittest.TestCase):
                 self.assertEqual(known, [], f"{path} has a grammar of its own")
 
     def test_a_java_package_uses_only_those_before_it(self):
-        order = ["text", "", "files", "events", "resource", "watch", "http", "api", "metrics", "check", "client", "host"]
+        order = ["text", "", "files", "events", "score", "resource", "watch", "http", "api", "metrics", "check",
+                 "client", "replay", "host"]
         root = ROOT.joinpath("java/src/main/java", *JAVA.split("."))
         found = {path.parent.relative_to(root).as_posix().replace(".", "") for path in root.rglob("*.java")}
         self.assertEqual(found, set(order))

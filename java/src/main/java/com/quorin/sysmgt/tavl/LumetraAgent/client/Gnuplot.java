@@ -5,6 +5,11 @@ import java.io.IOException;
 import java.io.InputStream;
 import java.io.OutputStream;
 import java.nio.charset.StandardCharsets;
+import java.nio.file.AtomicMoveNotSupportedException;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.nio.file.StandardCopyOption;
+import java.nio.file.StandardOpenOption;
 import java.util.Arrays;
 import java.util.Map;
 import java.util.concurrent.CompletableFuture;
@@ -12,7 +17,7 @@ import java.util.concurrent.CompletionException;
 import java.util.concurrent.TimeUnit;
 
 /** Draws by the program gnuplot, which is looked for in the path. */
-final class Gnuplot {
+public final class Gnuplot {
 
     private static final int SECONDS = 30;
     private static final int LARGEST_PICTURE = 64 << 20;
@@ -24,7 +29,7 @@ final class Gnuplot {
     private Gnuplot() {}
 
     /** A picture that could not be drawn; the message is one line. */
-    static final class Failed extends Exception {
+    public static final class Failed extends Exception {
         private static final long serialVersionUID = 1L;
         private final boolean missing;
 
@@ -40,6 +45,23 @@ final class Gnuplot {
          */
         boolean isMissing() {
             return missing;
+        }
+    }
+
+    /** Draws a picture into a file, whole or not at all: under another name first. */
+    public static void drawTo(Path file, String script, String format) throws Failed, IOException {
+        byte[] picture = draw(script, format);
+        Path next = file.resolveSibling(
+                "." + file.getFileName() + "." + ProcessHandle.current().pid() + ".tmp");
+        try {
+            Files.write(next, picture, StandardOpenOption.CREATE_NEW, StandardOpenOption.WRITE);
+            try {
+                Files.move(next, file, StandardCopyOption.ATOMIC_MOVE);
+            } catch (AtomicMoveNotSupportedException e) {
+                Files.move(next, file, StandardCopyOption.REPLACE_EXISTING);
+            }
+        } finally {
+            Files.deleteIfExists(next);
         }
     }
 

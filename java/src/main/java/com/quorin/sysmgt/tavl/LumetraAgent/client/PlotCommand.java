@@ -6,12 +6,9 @@ import com.quorin.sysmgt.tavl.LumetraAgent.text.Program;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
 import java.io.IOException;
 import java.nio.file.AccessDeniedException;
-import java.nio.file.AtomicMoveNotSupportedException;
 import java.nio.file.Files;
 import java.nio.file.InvalidPathException;
 import java.nio.file.Path;
-import java.nio.file.StandardCopyOption;
-import java.nio.file.StandardOpenOption;
 import java.time.ZoneId;
 import java.util.ArrayList;
 import java.util.Arrays;
@@ -246,7 +243,7 @@ public final class PlotCommand implements Callable<Integer> {
         String kind = format.toString();
         String script = PlotScript.of(resource, trend, kind, ZoneId.systemDefault());
         Path file = directory.resolve(fileName(resource, kind));
-        write(file, Gnuplot.draw(script, kind));
+        Gnuplot.drawTo(file, script, kind);
         System.out.println(Words.printable(file.toString()));
     }
 
@@ -261,21 +258,5 @@ public final class PlotCommand implements Callable<Integer> {
         String cleaned = label(resource).replaceAll("[^A-Za-z0-9._-]", "_");
         String name = cleaned.substring(0, Math.min(LONGEST_NAME, cleaned.length()));
         return resource.id() + "-" + name + "." + format;
-    }
-
-    /** Whole or not at all: under another name first. */
-    private static void write(Path file, byte[] bytes) throws IOException {
-        Path next = file.resolveSibling(
-                "." + file.getFileName() + "." + ProcessHandle.current().pid() + ".tmp");
-        try {
-            Files.write(next, bytes, StandardOpenOption.CREATE_NEW, StandardOpenOption.WRITE);
-            try {
-                Files.move(next, file, StandardCopyOption.ATOMIC_MOVE);
-            } catch (AtomicMoveNotSupportedException e) {
-                Files.move(next, file, StandardCopyOption.REPLACE_EXISTING);
-            }
-        } finally {
-            Files.deleteIfExists(next);
-        }
     }
 }

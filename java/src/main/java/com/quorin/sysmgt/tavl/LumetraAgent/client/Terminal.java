@@ -15,7 +15,7 @@ import picocli.CommandLine.Help.ColorScheme;
 public final class Terminal {
 
     /** Takes back what was written into the line so far. */
-    static final String CLEARED_LINE = "\r\u001b[K";
+    public static final String CLEARED_LINE = "\r\u001b[K";
 
     private static final int LEAST_COLUMNS = 20;
     private static final int MOST_COLUMNS = 1000;
@@ -72,7 +72,7 @@ public final class Terminal {
      *
      * @return false for a file or a pipe
      */
-    boolean showsErrors() {
+    public boolean showsErrors() {
         try {
             Path file = Files.readSymbolicLink(Path.of("/proc/self/fd/2"));
             return interactive && (file.startsWith("/dev/pts") || file.toString().startsWith("/dev/tty"));

@@ -3,6 +3,7 @@ package com.quorin.sysmgt.tavl.LumetraAgent.host;
 import com.quorin.sysmgt.tavl.LumetraAgent.client.PlotCommand;
 import com.quorin.sysmgt.tavl.LumetraAgent.client.StatusCommand;
 import com.quorin.sysmgt.tavl.LumetraAgent.client.Terminal;
+import com.quorin.sysmgt.tavl.LumetraAgent.replay.ReplayCommand;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.Program;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
 import picocli.CommandLine.Command;
@@ -14,7 +15,8 @@ import picocli.CommandLine;
 /** The program: runs the agent, or shows in a terminal what a running one sees. */
 @Command(name = "lumetra", mixinStandardHelpOptions = true, versionProvider = Program.Version.class,
         description = "Tells hours ahead which resource of this machine will run out.",
-        subcommands = {RunCommand.class, StatusCommand.class, PlotCommand.class, CheckCommand.class},
+        subcommands = {RunCommand.class, StatusCommand.class, PlotCommand.class, CheckCommand.class,
+            ReplayCommand.class},
         commandListHeading = "%nCommands:%n",
         footerHeading = "%nExit codes:%n",
         footer = {"  0  done",
@@ -71,6 +73,6 @@ public final class Lumetra implements Runnable {
     /** Without a command there is nothing to do. */
     @Override
     public void run() {
-        throw new ParameterException(spec.commandLine(), "a command is missing: run, status, plot or check");
+        throw new ParameterException(spec.commandLine(), "a command is missing: run, status, plot, check or replay");
     }
 }

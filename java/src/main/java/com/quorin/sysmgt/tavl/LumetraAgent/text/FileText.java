@@ -33,6 +33,11 @@ public final class FileText {
         }
     }
 
+    /** The bytes that name a file, from the root on. */
+    public static byte[] bytes(Path path) {
+        return path.toAbsolutePath().toString().getBytes(StandardCharsets.UTF_8);
+    }
+
     /**
      * The file's content, one character per byte.
      *

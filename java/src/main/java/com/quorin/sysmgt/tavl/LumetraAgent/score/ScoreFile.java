@@ -1,0 +1,147 @@
+package com.quorin.sysmgt.tavl.LumetraAgent.score;
+
+import com.fasterxml.jackson.core.JsonProcessingException;
+import com.fasterxml.jackson.core.json.JsonWriteFeature;
+import com.fasterxml.jackson.databind.JsonNode;
+import com.fasterxml.jackson.databind.ObjectMapper;
+import com.fasterxml.jackson.databind.json.JsonMapper;
+import com.fasterxml.jackson.databind.node.ArrayNode;
+import com.fasterxml.jackson.databind.node.ObjectNode;
+import com.quorin.sysmgt.tavl.LumetraAgent.files.EventFile;
+import java.io.BufferedReader;
+import java.io.IOException;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.Optional;
+
+/**
+ * The file in which a home keeps score: a line of JSON for each start of a run and for each episode that ended.
+ * Bounded with one older generation (".1"), each line whole or not there. Not to be used by two threads at once.
+ */
+public final class ScoreFile {
+
+    /** Its name in the directory of the logs. */
+    public static final String NAME = "score.jsonl";
+
+    private static final long LARGEST = 4L * 1024 * 1024;
+    private static final ObjectMapper MAPPER =
+            JsonMapper.builder().enable(JsonWriteFeature.ESCAPE_NON_ASCII).build();
+
+    private final Path file;
+    private final EventFile lines;
+
+    /**
+     * What the file holds, oldest first.
+     *
+     * @param isThere whether there is a file
+     * @param damaged lines that are neither a start nor an episode
+     */
+    public record Content(boolean isThere, List<Start> starts, List<Scored> episodes, int damaged) {}
+
+    /**
+     * A run began.
+     *
+     * @param isResumed its rings were filled from the archive; else they were empty
+     */
+    public record Start(long epochSeconds, boolean isResumed) {}
+
+    /** An episode that ended. The resource as the library names it. */
+    public record Scored(String resource, String instance, Episode episode) {}
+
+    public ScoreFile(Path file) {
+        this.file = file;
+        lines = new EventFile(file, LARGEST);
+    }
+
+    /** Everything in the file and its older generation; what cannot be read is not there. */
+    public Content read() {
+        List<Start> starts = new ArrayList<>();
+        List<Scored> episodes = new ArrayList<>();
+        int damaged = 0;
+        for (Path generation : List.of(file.resolveSibling(file.getFileName() + ".1"), file)) {
+            damaged += read(generation, starts, episodes);
+        }
+        return new Content(Files.exists(file), starts, episodes, damaged);
+    }
+
+    private static int read(Path generation, List<Start> starts, List<Scored> episodes) {
+        int damaged = 0;
+        if (!Files.isRegularFile(generation)) {
+            return 0; // opening a pipe would wait for its writer
+        }
+        try (BufferedReader in = Files.newBufferedReader(generation, StandardCharsets.ISO_8859_1)) {
+            for (String line = in.readLine(); line != null; line = in.readLine()) {
+                JsonNode read = parse(line);
+                Optional<Start> start = start(read);
+                Optional<Scored> episode = episode(read);
+                start.ifPresent(starts::add);
+                episode.ifPresent(episodes::add);
+                damaged += start.isEmpty() && episode.isEmpty() ? 1 : 0;
+            }
+        } catch (IOException e) {
+            damaged++;
+        }
+        return damaged;
+    }
+
+    private static JsonNode parse(String line) {
+        try {
+            return MAPPER.readTree(line);
+        } catch (JsonProcessingException | StackOverflowError e) {
+            return MAPPER.missingNode();
+        }
+    }
+
+    private static Optional<Start> start(JsonNode line) {
+        return line.path("type").asText().equals("start") && line.path("epochSeconds").canConvertToLong()
+                ? Optional.of(new Start(line.path("epochSeconds").longValue(), line.path("resumed").asBoolean(true)))
+                : Optional.empty();
+    }
+
+    private static Optional<Scored> episode(JsonNode line) {
+        Optional<Outcome> outcome = Outcome.of(line.path("outcome").asText());
+        if (!line.path("type").asText().equals("episode") || outcome.isEmpty() || !line.path("onset").canConvertToLong()
+                || !line.path("end").canConvertToLong() || !line.path("resource").isTextual()) {
+            return Optional.empty();
+        }
+        List<Double> errors = new ArrayList<>();
+        for (int i = 0; i < Episode.MARKS_HOURS.size(); i++) {
+            errors.add(line.path("errorsHours").path(i).asDouble(Double.NaN));
+        }
+        return Optional.of(new Scored(line.path("resource").textValue(), line.path("instance").asText(""),
+                new Episode(0, line.path("onset").longValue(), line.path("firstEvent").asLong(),
+                        line.path("end").longValue(), outcome.get(), line.path("announcedAtOnset").asLong(),
+                        line.path("announcedAtEvent").asLong(), line.path("onsetValue").asDouble(),
+                        line.path("highest").asDouble(), errors)));
+    }
+
+    /** Adds a line; false when that cannot be. */
+    public boolean add(Start start) {
+        return append(MAPPER.createObjectNode().put("type", "start").put("epochSeconds", start.epochSeconds())
+                .put("resumed", start.isResumed()));
+    }
+
+    /** Adds a line; false when that cannot be. */
+    public boolean add(Scored scored) {
+        Episode episode = scored.episode();
+        ObjectNode line = MAPPER.createObjectNode().put("type", "episode").put("resource", scored.resource())
+                .put("instance", scored.instance()).put("onset", episode.onset()).put("firstEvent", episode.firstEvent())
+                .put("end", episode.end()).put("outcome", episode.outcome().word())
+                .put("announcedAtOnset", episode.announcedAtOnset()).put("announcedAtEvent", episode.announcedAtEvent())
+                .put("onsetValue", episode.onsetValue()).put("highest", episode.highest());
+        ArrayNode errors = line.putArray("errorsHours");
+        episode.errorsHours().forEach(error -> errors.add(Double.isFinite(error) ? error : null));
+        return append(line);
+    }
+
+    private boolean append(ObjectNode line) {
+        try {
+            return lines.append(MAPPER.writeValueAsString(line));
+        } catch (IOException e) {
+            return false;
+        }
+    }
+}

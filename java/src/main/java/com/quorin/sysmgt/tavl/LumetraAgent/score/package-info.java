@@ -1,0 +1,2 @@
+/** How right the announcements were: episodes, and what they come to. */
+package com.quorin.sysmgt.tavl.LumetraAgent.score;
