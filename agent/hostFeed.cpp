@@ -4,10 +4,12 @@
 #include "acquisition/counterReaders.h"
 #include "acquisition/instances.h"
 #include "agent/agentState.h"
+#include "agent/ownScore.h"
 #include "diagnosis/LX_DAQ_Subs.h"
 #include "prediction/exhaustion.h"
 #include "prediction/modelSelection.h"
 #include "prediction/predictor.h"
+#include "replay/replayFeed.h"
 #include "support/bytes.h"
 #include "support/clock.h"
 #include "support/immortal.h"
@@ -87,7 +89,7 @@ void putResource(Bytes& bytes, const Link& link) {
     bytes.number(clampToInt32(link.BufferSize)).number(usableSamples(link));
     bytes.number(findings.forecastTime).text(findings.model.view()).real(findings.hoursToExhaustion);
     bytes.flag(link.NotifyPending != 0).real(static_cast<double>(link.NotifyLevel));
-    bytes.number(link.HysteresisCount);
+    bytes.number(link.HysteresisCount).longNumber(openEpisodeOf(link.RID));
 }
 
 void putResources(Bytes& bytes, const Clasp& clasp) {
@@ -100,6 +102,15 @@ void putResources(Bytes& bytes, const Clasp& clasp) {
         ++length;
     }
     bytes.endList(list, length);
+}
+
+void putEnded(Bytes& bytes) {
+    const auto& ended = endedEpisodes();
+    bytes.number(static_cast<std::int32_t>(ended.size()));
+    for (const EndedEpisode& one : ended) {
+        bytes.longNumber(one.number).number(one.rid).text(one.name).text(one.instance);
+        putEpisode(bytes, agentsRule, one.episode);
+    }
 }
 
 // --- handing over
@@ -164,6 +175,7 @@ struct CurveCopy {
     double level = 0.0;
     double origin = 0.0;
     std::vector<float> forecast;
+    std::vector<Announcement> announcements;
     float inner = 0.0F;
     float outer = 0.0F;
 };
@@ -196,6 +208,7 @@ bool copyCurves(std::int32_t rid, CurveCopy* copy) {
         copy->level = static_cast<double>(findings.notificationLevel);
         copy->origin = findings.forecastOrigin;
     }
+    copy->announcements = announcementsOf(rid);
     const Clasp& clasp = *pResourceClasp;
     copy->inner = static_cast<float>(clasp.MinForecastHours * 3600.0);
     copy->outer = static_cast<float>(clasp.MaxForecastHours * 3600.0);
@@ -212,6 +225,10 @@ void publishCycle(const Clasp& clasp, const CycleReport& report) {
     if (!isOpen)
         return;
     cyclesOfRun = report.cycles;
+    if (report.cycles > 0)
+        keepOwnScore(clasp);
+    else
+        beginOwnScore();
     Bytes bytes(expectedSize());
     bytes.number(hostFeedVersion).longNumber(nextSerial());
     bytes.number(static_cast<std::int32_t>(PublicationKind::running));
@@ -222,6 +239,7 @@ void publishCycle(const Clasp& clasp, const CycleReport& report) {
     bytes.flag(awaitsDiskListing());
     putLeftOut(bytes, clasp);
     putResources(bytes, clasp);
+    putEnded(bytes);
     post(std::make_shared<const std::string>(bytes.take()));
 }
 
@@ -277,6 +295,9 @@ std::optional<std::string> curvesOf(std::int32_t rid) {
     bytes.number(static_cast<std::int32_t>(times.size()));
     for (std::size_t i = 0; i < times.size(); ++i)
         bytes.real(copy.origin + static_cast<double>(times[i])).real(static_cast<double>(copy.forecast[i]));
+    bytes.number(static_cast<std::int32_t>(copy.announcements.size()));
+    for (const Announcement& announcement : copy.announcements)
+        bytes.longNumber(announcement.time).longNumber(announcement.announced);
     return bytes.take();
 }
 

@@ -20,7 +20,8 @@ namespace obrin {
 //                completed (0: started, nothing is sampled yet), then, of a run that is on: i32 TimeStamp,
 //                f64 seconds of sampling, of the forecasts, of writing, and of all cycles of the run
 //                together, i64 bytes of the archive (-1: unknown), configuration, flag the newest attempt to
-//                list the disks gave nothing, list of left out, list of resources
+//                list the disks gave nothing, list of left out, list of resources, list of episodes that have
+//                ended, the newest 64
 //   configuration  texts: data home directory, archive, scratch pad, declarations, configuration file;
 //                i32 milliseconds between two samples, MinForecastHours, MaxForecastHours, megabytes of the
 //                archive, samples that a forecast needs
@@ -33,10 +34,14 @@ namespace obrin {
 //                i32 slots of the ring, i32 usable samples in it,
 //                i32 time of the newest forecast (0: none), text its model, f64 hours to exhaustion (not
 //                above 0: none in sight), flag notification pending, f64 notification level, i32 cycles left
-//                before it is dropped
+//                before it is dropped, i64 onset of the episode that is on (0: none)
+//   ended        i64 number (1 for the first of the process), i32 RID, texts display name and instance,
+//   episode
+//                (replay/replayFeed.h)
 //   curves       i32 hostFeedVersion, list of samples (f64 seconds since the epoch, f64 per cent),
 //                i32 time of the forecast (0: none), text its model, f64 hours to exhaustion, f64
-//                notification level, list of its points (the same)
+//                notification level, list of its points (the same), list of the announcements of the last day
+//                (i64 when, i64 the moment that was announced)
 
 //   counters     i32 hostFeedVersion, list of counters: texts object, counter (empty: any), words, unit
 //   (empty:
@@ -45,7 +50,7 @@ namespace obrin {
 //                display name, measure, words
 
 /// Changes with the layout of the bytes and with the native methods.
-inline constexpr std::int32_t hostFeedVersion = 1;
+inline constexpr std::int32_t hostFeedVersion = 2;
 
 enum class PublicationKind : std::int32_t { running = 1, over = 2 };
 

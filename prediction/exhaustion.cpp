@@ -178,13 +178,15 @@ void logNotification(const Link& link, Notification notification) {
 }
 
 /// Keeps the forecast with its link for those who look on.
-void keepForecast(Link& link, const TrendHeadline& headline, std::span<const float> forecast, float newest) {
+void keepForecast(Link& link, const TrendHeadline& headline, std::span<const float> forecast, float newest,
+                  bool eventDue) {
     MutexLock lock(chainLock);
     LinkFindings& findings = link.findings;
     findings.forecastTime = headline.timeStamp;
     findings.hoursToExhaustion = headline.hoursToExhaustion;
     findings.model.assign(headline.model);
     findings.notificationLevel = headline.notifyLevel;
+    findings.eventDue = eventDue;
     findings.forecastOrigin = headline.timeStamp - static_cast<double>(newest);
     if (!findings.forecast)
         findings.forecast = allocateZeroed<float>(forecast.size());
@@ -228,7 +230,7 @@ std::int32_t predict_exhaustion(Link* link, std::int32_t n, const float* x, cons
     clipForDisplay(outlook.forecast, limits);
     const TrendHeadline headline{static_cast<double>(isSet(lower) ? lower : upper), TimeStamp, crossing.hours,
                                  outlook.model, link->NotifyLevel};
-    keepForecast(*link, headline, outlook.forecast, times.back());
+    keepForecast(*link, headline, outlook.forecast, times.back(), fires);
     writeTrendFiles(headline, link->pClasp->DataHomeDirectory, link->NameIs.view(), link->Descriptor1.view(),
                     outlook.times, outlook.forecast, times, values);
     return fires ? 1 : 0;

@@ -36,13 +36,6 @@ std::optional<Episode> Scorekeeper::take(const Observation& now) {
     return std::nullopt;
 }
 
-void Scorekeeper::restart() {
-    episode_.reset();
-    announcements_.clear();
-    levels_.clear();
-    wasPending_ = false;
-}
-
 /// Keeps what was announced and how high the value was, as far back as somebody asks.
 void Scorekeeper::note(const Observation& now) {
     if (now.time < newest_ - backwardsAllowed) {

@@ -69,8 +69,8 @@ public:
     /// The announcements of the last day, oldest first.
     const std::deque<Announcement>& announcements() const { return announcements_; }
 
-    /// Forgets the open episode and what was announced: the state in which a run starts.
-    void restart();
+    /// Forgets everything: the state in which a resource joins a run.
+    void restart() { *this = Scorekeeper(); }
 
 private:
     struct Level {

@@ -1,6 +1,5 @@
 #include "replay/replayFeed.h"
 
-#include "support/bytes.h"
 #include "support/immortal.h"
 #include "support/mutex.h"
 
@@ -8,8 +7,6 @@
 #include <utility>
 
 namespace obrin {
-namespace {
-
 void putEpisode(Bytes& bytes, std::int32_t rule, const Episode& episode) {
     bytes.number(rule).longNumber(episode.onset).longNumber(episode.firstEvent).longNumber(episode.end);
     bytes.number(static_cast<std::int32_t>(episode.outcome));
@@ -19,6 +16,8 @@ void putEpisode(Bytes& bytes, std::int32_t rule, const Episode& episode) {
     for (const double error : episode.errors)
         bytes.real(error);
 }
+
+namespace {
 
 /// A list that is put together while others are.
 class List {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "replay/replay.h"
+#include "support/bytes.h"
 
 #include <cstdint>
 #include <memory>
@@ -22,6 +23,9 @@ namespace obrin {
 //   summary   i32 replayFeedVersion, i32 milliseconds between two cycles, list of resources (i32 RID, texts
 //             display name and instance, i64 samples, i64 seconds observed, list of how often each model was
 //             chosen (i64), list of times at which the limit was reached, list of open episodes)
+
+/// Puts an episode as it is laid out above.
+void putEpisode(Bytes& bytes, std::int32_t rule, const Episode& episode);
 
 /// Changes with the layout of the bytes and with the native methods.
 inline constexpr std::int32_t replayFeedVersion = 1;

@@ -24,6 +24,7 @@ struct LinkFindings {
     double hoursToExhaustion = -1.0; ///< as that forecast's headline has it; not above 0: none in sight
     FixedText<40> model;             ///< of that forecast
     float notificationLevel = 0.0F;  ///< NotifyLevel after that forecast
+    bool eventDue = false;           ///< with that forecast
     double forecastOrigin = 0.0;     ///< what its times count from, seconds since the epoch
     ZeroedNumbers<float> forecast;   ///< its values on the grid; empty without one or for want of memory
 };

@@ -211,7 +211,7 @@ TEST_F(CheckDoor, NoTextAndNoJavaMemoryAreJavasOwnExceptions) {
     declareCheck(checkFeedVersion);
     load();
     EXPECT_EQ(native<Check>("configuration")(java.env(), nullptr, nullptr), nullptr);
-    EXPECT_EQ(java.pendingException(), "java/lang/NullPointerException: text");
+    EXPECT_EQ(java.pendingException(), "java/lang/NullPointerException: an argument is missing");
     java.env()->ExceptionClear();
     jbyteArray array = java.makeBytes(declarationsText);
     java.failNewArrays(true);

@@ -4,6 +4,7 @@
 #include "acquisition/counterReaders.h"
 #include "acquisition/instances.h"
 #include "agent/agentState.h"
+#include "agent/ownScore.h"
 #include "prediction/exhaustion.h"
 #include "prediction/modelSelection.h"
 #include "resources/resourceChain.h"
@@ -114,7 +115,7 @@ TEST_F(HostFeed, AStateHoldsTheCycleAndTheConfiguration) {
     writeFile(clasp.HardDriveArchive, "seventeen bytes.\n");
     TimeStamp = 1700000000;
     const FedState state = published({7, 0.25, 0.5, 0.125, 50, 2.5});
-    EXPECT_EQ(state.version, 1);
+    EXPECT_EQ(state.version, hostFeedVersion);
     EXPECT_EQ(state.kind, 1);
     EXPECT_EQ(state.cycles, 7);
     EXPECT_EQ(state.time, 1700000000);
@@ -233,7 +234,7 @@ TEST_F(HostFeed, TheEndOfTheRunIsAPublicationWithoutAState) {
     const std::int64_t before = published({9}).serial;
     publishEnd();
     const FedState end = newest();
-    EXPECT_EQ(end.version, 1);
+    EXPECT_EQ(end.version, hostFeedVersion);
     EXPECT_EQ(end.kind, 2);
     EXPECT_EQ(end.cycles, 9);
     EXPECT_GT(end.serial, before);
@@ -310,6 +311,102 @@ TEST_F(HostFeed, CurvesAreTheRingFromTheOldestOnWithoutWhatStandsForNone) {
     EXPECT_THAT(curves.samples.back(), Pair(1700000011.0, 11.123456789));
     EXPECT_EQ(curves.forecastTime, 0);
     EXPECT_THAT(curves.forecast, IsEmpty());
+}
+
+/// A cycle of a link: its value, and how far away its exhaustion is (0: none is in sight).
+void foresee(Link* link, std::int32_t time, double value, double hours, bool eventDue = false) {
+    TimeStamp = time;
+    link->DataArray[0] = value;
+    link->NotifyPending = hours > 0 ? 1 : 0;
+    link->findings.forecastTime = time;
+    link->findings.hoursToExhaustion = hours;
+    link->findings.eventDue = eventDue;
+}
+
+TEST_F(HostFeed, AnEpisodeIsPublishedWhileItIsOnAndOnceItHasEnded) {
+    Link* link = add(disk("/dev/a /a"));
+    push(link, 1000, 50);
+    published();
+    const std::int64_t before = endedEpisodes().empty() ? 0 : endedEpisodes().back().number;
+    foresee(link, 1000, 50, 2);
+    FedState state = published({1});
+    EXPECT_EQ(state.resources[0].episodeSince, 1000);
+    foresee(link, 1060, 60, 1.5, true);
+    published({2});
+    foresee(link, 1120, 99.99, 1);
+    state = published({3});
+    EXPECT_EQ(state.resources[0].episodeSince, 0);
+    const FedEnded& ended = state.ended.back();
+    EXPECT_EQ(ended.number, before + 1);
+    EXPECT_EQ(ended.rid, link->RID);
+    EXPECT_EQ(ended.name, "Display");
+    EXPECT_EQ(ended.instance, "/dev/a /a");
+    EXPECT_EQ(ended.episode.rule, 0);
+    EXPECT_EQ(ended.episode.onset, 1000);
+    EXPECT_EQ(ended.episode.firstEvent, 1060);
+    EXPECT_EQ(ended.episode.end, 1120);
+    EXPECT_EQ(ended.episode.outcome, 1);
+    EXPECT_EQ(ended.episode.announcedAtOnset, 1000 + 7200);
+    EXPECT_EQ(ended.episode.announcedAtEvent, 1060 + 5400);
+    EXPECT_EQ(ended.episode.onsetValue, 50.0);
+    EXPECT_EQ(ended.episode.highest, 99.99);
+    EXPECT_EQ(ended.episode.errors.size(), 5U);
+    EXPECT_EQ(published({4}).ended.back().number, before + 1) << "it stays, for a reader that missed it";
+}
+
+TEST_F(HostFeed, AForecastOfAnEarlierCycleAnnouncesNothing) {
+    Link* link = add(disk("/dev/a /a"));
+    push(link, 1000, 50);
+    published();
+    foresee(link, 1000, 50, 2, true);
+    TimeStamp = 1060; // this cycle could make none
+    EXPECT_EQ(published({1}).resources[0].episodeSince, 1060);
+    const auto bytes = curvesOf(link->RID);
+    ASSERT_TRUE(bytes);
+    EXPECT_THAT(readCurves(*bytes).announcements, IsEmpty());
+}
+
+TEST_F(HostFeed, CurvesHaveTheAnnouncementsOfTheLastDay) {
+    Link* link = add(disk("/dev/a /a"));
+    push(link, 1000, 50);
+    published();
+    foresee(link, 1000, 50, 2);
+    published({1});
+    foresee(link, 1300, 51, 1);
+    published({2});
+    EXPECT_THAT(readCurves(*curvesOf(link->RID)).announcements,
+                ElementsAre(Pair(1000, 8200), Pair(1300, 4900)));
+    published(); // a run begins
+    EXPECT_THAT(readCurves(*curvesOf(link->RID)).announcements, IsEmpty());
+}
+
+TEST_F(HostFeed, OfTheEpisodesThatEndedTheNewestAreKept) {
+    Link* link = add(disk("/dev/a /a"));
+    push(link, 1000, 50);
+    published();
+    const std::int64_t before = endedEpisodes().empty() ? 0 : endedEpisodes().back().number;
+    for (std::int32_t i = 0; i < 100; ++i) {
+        foresee(link, 1000 + 120 * i, 50, 2);
+        published({1});
+        foresee(link, 1060 + 120 * i, 50, 0);
+        published({1});
+    }
+    const FedState state = newest();
+    ASSERT_EQ(state.ended.size(), endedEpisodesKept);
+    EXPECT_EQ(state.ended.back().number, before + 100);
+    EXPECT_EQ(state.ended.front().number, before + 37);
+}
+
+TEST_F(HostFeed, ADiskThatIsGoneTakesItsOpenEpisodeWithIt) {
+    Link* link = add(disk("/dev/a /a"));
+    push(link, 1000, 50);
+    published();
+    foresee(link, 1000, 50, 2);
+    published({1});
+    const std::int32_t number = link->RID;
+    DeleteType2Resource(takeLinkFromChain(link));
+    published({2});
+    EXPECT_EQ(openEpisodeOf(number), 0);
 }
 
 TEST_F(HostFeed, CurvesOfATemplateOfNobodyOrWithoutARunAreNone) {

@@ -28,15 +28,15 @@ TEST_F(ScorekeeperTest, AnEpisodeThatReachesTheLimitKnowsItsLeadsAndErrors) {
     constexpr std::int64_t limit = 26 * hour;
     std::optional<Episode> ended;
     for (std::int64_t t = minute; t <= limit && !ended; t += minute) {
-        const bool late = t < 20 * hour;
+        const bool late = t < 19 * hour;
         ended =
-            see(t, t < limit ? 60.0 : 100.0, true, late ? limit + hour : limit - hour / 2, t >= 20 * hour);
+            see(t, t < limit ? 60.0 : 100.0, true, late ? limit + hour : limit - hour / 2, t >= 19 * hour);
         EXPECT_EQ(score.hasJustReached(), t == limit);
     }
     ASSERT_TRUE(ended);
     EXPECT_EQ(ended->outcome, Outcome::reached);
     EXPECT_EQ(ended->onset, start + minute);
-    EXPECT_EQ(ended->firstEvent, start + 20 * hour);
+    EXPECT_EQ(ended->firstEvent, start + 19 * hour);
     EXPECT_EQ(ended->end, start + limit);
     EXPECT_EQ(ended->announcedAtOnset, start + limit + hour);
     EXPECT_EQ(ended->announcedAtEvent, start + limit - hour / 2);

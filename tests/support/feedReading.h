@@ -63,6 +63,39 @@ struct FedResource {
     bool pending = false;
     double level = 0;
     std::int32_t patience = 0;
+    std::int64_t episodeSince = 0;
+};
+
+struct FedEpisode {
+    std::int32_t rule = 0;
+    std::int64_t onset = 0, firstEvent = 0, end = 0;
+    std::int32_t outcome = 0;
+    std::int64_t announcedAtOnset = 0, announcedAtEvent = 0;
+    double onsetValue = 0, highest = 0;
+    std::vector<double> errors;
+};
+
+inline FedEpisode readEpisode(FeedReading& in) {
+    FedEpisode e;
+    e.rule = in.number();
+    e.onset = in.longNumber();
+    e.firstEvent = in.longNumber();
+    e.end = in.longNumber();
+    e.outcome = in.number();
+    e.announcedAtOnset = in.longNumber();
+    e.announcedAtEvent = in.longNumber();
+    e.onsetValue = in.real();
+    e.highest = in.real();
+    for (std::int32_t i = in.number(); i > 0; --i)
+        e.errors.push_back(in.real());
+    return e;
+}
+
+struct FedEnded {
+    std::int64_t number = 0;
+    std::int32_t rid = 0;
+    std::string name, instance;
+    FedEpisode episode;
 };
 
 struct FedState {
@@ -78,6 +111,7 @@ struct FedState {
     bool awaitsDisks = false;
     std::vector<std::pair<std::string, std::string>> leftOut;
     std::vector<FedResource> resources;
+    std::vector<FedEnded> ended;
 };
 
 inline FedState readState(std::string_view bytes) {
@@ -130,7 +164,17 @@ inline FedState readState(std::string_view bytes) {
         r.pending = in.flag();
         r.level = in.real();
         r.patience = in.number();
+        r.episodeSince = in.longNumber();
         state.resources.push_back(r);
+    }
+    for (std::int32_t i = in.number(); i > 0; --i) {
+        FedEnded e;
+        e.number = in.longNumber();
+        e.rid = in.number();
+        e.name = in.text();
+        e.instance = in.text();
+        e.episode = readEpisode(in);
+        state.ended.push_back(e);
     }
     if (!in.atEnd())
         throw std::out_of_range("there are more bytes than a state has");
@@ -178,6 +222,7 @@ struct FedCurves {
     std::string model;
     double hours = 0, level = 0;
     FedCurve forecast;
+    std::vector<std::pair<std::int64_t, std::int64_t>> announcements;
 };
 
 inline FedCurves readCurves(std::string_view bytes) {
@@ -196,6 +241,10 @@ inline FedCurves readCurves(std::string_view bytes) {
     curves.hours = in.real();
     curves.level = in.real();
     read(curves.forecast);
+    for (std::int32_t i = in.number(); i > 0; --i) {
+        const std::int64_t time = in.longNumber();
+        curves.announcements.emplace_back(time, in.longNumber());
+    }
     if (!in.atEnd())
         throw std::out_of_range("there are more bytes than curves have");
     return curves;

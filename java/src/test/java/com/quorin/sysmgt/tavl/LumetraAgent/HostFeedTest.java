@@ -15,13 +15,13 @@ class HostFeedTest {
     @Test
     void anotherVersionIsNamedWithThisOne() {
         assertEquals(Optional.of("the native library has version 7 of its interface for the host, and this program "
-                + "is made for version 1"), HostFeed.problem(() -> 7));
+                + "is made for version " + HostFeed.VERSION), HostFeed.problem(() -> 7));
     }
 
     @Test
     void aLibraryWithoutADoorIsTold() {
         assertEquals(Optional.of("the native library has no interface for the host, and this program is made for "
-                + "version 1"), HostFeed.problem(() -> {
+                + "version " + HostFeed.VERSION), HostFeed.problem(() -> {
                     throw new UnsatisfiedLinkError("libraryVersion");
                 }));
     }

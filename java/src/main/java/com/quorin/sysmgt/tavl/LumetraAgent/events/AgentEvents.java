@@ -10,6 +10,7 @@ import java.time.format.DateTimeFormatter;
 import java.util.Locale;
 import java.util.concurrent.atomic.AtomicLong;
 import java.util.concurrent.atomic.AtomicReference;
+import java.util.function.BinaryOperator;
 import java.util.function.Consumer;
 import java.util.function.Supplier;
 
@@ -37,6 +38,8 @@ public final class AgentEvents {
     private static final AtomicReference<Announced> PREVIOUS = new AtomicReference<>(NONE);
     private static final AtomicLong FATAL_COUNT = new AtomicLong();
     private static final AtomicReference<PrintStream> OUTPUT = new AtomicReference<>(System.out);
+    private static final BinaryOperator<String> NOTHING_KNOWN = (name, instance) -> null;
+    private static final AtomicReference<BinaryOperator<String>> TRACK_RECORDS = new AtomicReference<>(NOTHING_KNOWN);
     private static final AtomicReference<EventFile> RECORD = new AtomicReference<>();
     private static final AtomicReference<Consumer<? super Event>> LISTENER = new AtomicReference<>();
 
@@ -165,6 +168,15 @@ public final class AgentEvents {
     }
 
     /**
+     * Names who knows what came of earlier announcements.
+     *
+     * @param words makes words of a resource's name and instance; null for nothing to say
+     */
+    public static void askForTrackRecords(BinaryOperator<String> words) {
+        TRACK_RECORDS.set(words);
+    }
+
+    /**
      * Sends the lines of events elsewhere, records none and forgets what was announced before.
      *
      * @param stream where the lines go from now on
@@ -173,6 +185,7 @@ public final class AgentEvents {
         OUTPUT.set(stream);
         RECORD.set(null);
         LISTENER.set(null);
+        TRACK_RECORDS.set(NOTHING_KNOWN);
         PREVIOUS.set(NONE);
         FATAL_COUNT.set(0);
     }
@@ -180,7 +193,7 @@ public final class AgentEvents {
     private static Event exhaustion(
             String timeText, double seconds, String name, String instance, String culprit) {
         return new Event.Exhaustion(Event.Moment.now(), Event.Subject.told(name, instance), seconds, timeText,
-                Culprit.parse(culprit), culprit);
+                Culprit.parse(culprit), culprit, TRACK_RECORDS.get().apply(name, instance));
     }
 
     private static Event limitReached(Event.Type type, String name, String instance, double limit) {

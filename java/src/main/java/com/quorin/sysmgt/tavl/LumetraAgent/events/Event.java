@@ -86,9 +86,10 @@ public sealed interface Event {
      * @param timeToExhaustion    the same in the library's words; may be null
      * @param culprits            the processes that use most of it
      * @param culpritText         the same in the library's words; may be null
+     * @param trackRecord         what came of earlier announcements, in words; null when there is nothing to say
      */
     record Exhaustion(Moment at, Subject subject, double secondsToExhaustion, String timeToExhaustion,
-            List<Culprit> culprits, String culpritText) implements Event {
+            List<Culprit> culprits, String culpritText, String trackRecord) implements Event {
 
         @Override
         public Type type() {

@@ -17,7 +17,7 @@ import java.util.Optional;
  */
 public record EventLine(String time, long epochSeconds, String type, String resource, String instance,
         Double secondsToExhaustion, String timeToExhaustion, Double limit, List<Culprit> culprits,
-        String culpritText, String message) {
+        String culpritText, String trackRecord, String message) {
 
     /** Everything beyond ASCII is escaped, so that a line is one line for every reader. */
     private static final ObjectMapper MAPPER =
@@ -27,19 +27,19 @@ public record EventLine(String time, long epochSeconds, String type, String reso
     public static EventLine of(Event event) {
         if (event instanceof Event.Exhaustion e) {
             return of(e, finite(e.secondsToExhaustion()), e.timeToExhaustion(), null, e.culprits(),
-                    e.culpritText(), null);
+                    e.culpritText(), e.trackRecord(), null);
         }
         if (event instanceof Event.LimitReached e) {
-            return of(e, null, null, finite(e.limit()), List.of(), null, null);
+            return of(e, null, null, finite(e.limit()), List.of(), null, null, null);
         }
-        return of(event, null, null, null, List.of(), null, ((Event.Failure) event).message());
+        return of(event, null, null, null, List.of(), null, null, ((Event.Failure) event).message());
     }
 
     private static EventLine of(Event event, Double seconds, String time, Double limit, List<Culprit> culprits,
-            String culpritText, String message) {
+            String culpritText, String trackRecord, String message) {
         return new EventLine(event.at().text(), event.at().epochSeconds(), event.type().word(),
                 event.subject().resource(), event.subject().instance(), seconds, time, limit, culprits,
-                culpritText, message);
+                culpritText, trackRecord, message);
     }
 
     /** A number that JSON can spell, or null. */
@@ -73,7 +73,8 @@ public record EventLine(String time, long epochSeconds, String type, String reso
             if (type.word().equals(word)) {
                 return Optional.of(switch (type) {
                     case EXHAUSTION -> new Event.Exhaustion(at, subject, number(line, "secondsToExhaustion"),
-                            text(line, "timeToExhaustion"), culprits(line), text(line, "culpritText"));
+                            text(line, "timeToExhaustion"), culprits(line), text(line, "culpritText"),
+                            text(line, "trackRecord"));
                     case UPPER_TOLERANCE, INNER_TOLERANCE ->
                             new Event.LimitReached(at, type, subject, number(line, "limit"));
                     case FATAL -> new Event.Failure(at, text(line, "message"));

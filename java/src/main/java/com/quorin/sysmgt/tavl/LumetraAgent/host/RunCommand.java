@@ -4,14 +4,18 @@ import com.quorin.sysmgt.tavl.LumetraAgent.ExecPrediction;
 import com.quorin.sysmgt.tavl.LumetraAgent.HostFeed;
 import com.quorin.sysmgt.tavl.LumetraAgent.LumetraSubagent;
 import com.quorin.sysmgt.tavl.LumetraAgent.NativeLibrary;
+import com.quorin.sysmgt.tavl.LumetraAgent.check.HomeFiles;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.AgentEvents;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.EventHistory;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.EventFile;
 import com.quorin.sysmgt.tavl.LumetraAgent.http.SpareThreads;
 import com.quorin.sysmgt.tavl.LumetraAgent.http.WebServer;
+import com.quorin.sysmgt.tavl.LumetraAgent.replay.EarlierScore;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Feed;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.LibraryFeed;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Publication;
+import com.quorin.sysmgt.tavl.LumetraAgent.score.ScoreBook;
+import com.quorin.sysmgt.tavl.LumetraAgent.score.ScoreFile;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.Program;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
 import com.quorin.sysmgt.tavl.LumetraAgent.watch.AgentWatch;
@@ -61,6 +65,7 @@ final class RunCommand implements Callable<Integer> {
     /** The agent ended because it was asked to. */
     static final int ENDED_AS_ASKED = Program.DONE;
 
+    private static final Path SCORE = Path.of("../log", ScoreFile.NAME);
     private static final Path EVENTS = Path.of("..", "log", "events.jsonl");
     private static final Duration LOOK_EVERY = Duration.ofMillis(500);
     private static final Duration REMIND_EVERY = Duration.ofSeconds(30);
@@ -101,6 +106,7 @@ final class RunCommand implements Callable<Integer> {
     private AgentWatch view;
     private EventHistory events;
     private FeedFollower follower;
+    private ScoreBook score;
     private volatile AgentRun run;
     private AgentMonitor monitor;
     private Integer exitCode;
@@ -219,15 +225,52 @@ final class RunCommand implements Callable<Integer> {
     private void follow() {
         Feed feed = new LibraryFeed();
         monitor = new AgentMonitor(out, System.nanoTime());
+        score = new ScoreBook(new ScoreFile(SCORE), out::println);
+        AgentEvents.askForTrackRecords(this::trackRecord);
+        if (score.isNew()) {
+            Thread thread = new Thread(this::scoreThePast, "lumetra-score");
+            thread.setDaemon(true);
+            thread.setPriority(Thread.MIN_PRIORITY);
+            thread.start();
+        }
         List<Consumer<? super Publication>> readers = new ArrayList<>(List.of(monitor));
         if (page.isWanted()) {
             events = EventHistory.of(EVENTS);
-            view = new AgentWatch(homeText(), Program.Version.text(), () -> !run.hasEnded(), feed, events,
+            view = new AgentWatch(homeText(), Program.Version.text(), () -> !run.hasEnded(), feed, events, score,
                     AgentWatch.Timing.real());
             readers.add(view);
         }
+        readers.add(this::keepScore);
         follower = new FeedFollower(feed, readers);
         follower.start();
+    }
+
+    private void keepScore(Publication publication) {
+        publication.state().ifPresent(state -> {
+            score.take(state.ended());
+            if (publication.cycles() > 0) {
+                score.begin(new ScoreFile.Start(state.cycle().time(), false));
+            }
+        });
+    }
+
+    /** What the archive tells of the time before score was kept; without it there is less to tell. */
+    private void scoreThePast() {
+        try {
+            long from = EarlierScore.of(Path.of(home), Path.of(config), System.currentTimeMillis() / 1000, score::add);
+            if (from != 0) {
+                score.scoredFrom(from);
+            }
+        } catch (HomeFiles.Unusable e) {
+            // the agent says more of it
+        } catch (RuntimeException | Error e) {
+            tell(e);
+        }
+    }
+
+    private String trackRecord(String name, String instance) {
+        long now = System.currentTimeMillis() / 1000;
+        return score.of(name, instance).words(score.since(now), now, true);
     }
 
     /** The agent does its work with the page or without. */

@@ -5,8 +5,16 @@ import java.util.Optional;
 /**
  * The samples of a resource that the agent keeps, and its newest forecast; with one, the samples end with those
  * that it was made from.
+ *
+ * @param announcements of the last day: when, and the moment that was announced, seconds since the epoch
  */
-public record Curves(TrendView.Curve samples, Optional<Forecast> forecast) {
+public record Curves(TrendView.Curve samples, Optional<Forecast> forecast, TrendView.Curve announcements) {
+
+    /** Curves of a resource about which nothing was announced. */
+    public Curves(TrendView.Curve samples, Optional<Forecast> forecast) {
+        this(samples, forecast, TrendView.Curve.EMPTY);
+    }
+
 
     /**
      * A forecast with its points.

@@ -1,6 +1,8 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.resource;
 
 import com.quorin.sysmgt.tavl.LumetraAgent.HostFeed;
+import com.quorin.sysmgt.tavl.LumetraAgent.score.EndedEpisode;
+import com.quorin.sysmgt.tavl.LumetraAgent.score.Episode;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.LibraryBytes;
 import java.util.List;
 import java.util.Optional;
@@ -13,7 +15,8 @@ public final class FeedReader extends LibraryBytes {
     private static final int OVER = 2;
     private static final int POINT = 2 * Double.BYTES;
     private static final int LEAST_LEFT_OUT = 2 * Integer.BYTES;
-    private static final int LEAST_RESOURCE = 119;
+    private static final int LEAST_RESOURCE = 127;
+    private static final int LEAST_ENDED = 92;
     private static final int LEAST_COUNTER = 34;
     private static final int LEAST_REPORT = 12;
 
@@ -76,7 +79,13 @@ public final class FeedReader extends LibraryBytes {
         return new RunState(cycle, new RunState.Archive(archive, archiveBytes),
                 new RunState.Settings(home, period, least, most, needed), flag("whether disks are awaited"),
                 list(LEAST_LEFT_OUT, "what is left out", this::leftOut),
-                list(LEAST_RESOURCE, "the resources", this::resource));
+                list(LEAST_RESOURCE, "the resources", this::resource),
+                list(LEAST_ENDED, "the episodes that have ended", this::ended));
+    }
+
+    private EndedEpisode ended() {
+        return new EndedEpisode(longNumber("the number of an episode"), number("the number of a resource"),
+                text("the display name"), text("the instance"), Episode.read(this));
     }
 
     private RunState.LeftOut leftOut() {
@@ -95,7 +104,7 @@ public final class FeedReader extends LibraryBytes {
         RunResource.Forecast forecast = forecast();
         return new RunResource(identity, reading, analysis, forecast, new RunResource.Notification(
                 flag("whether a notification is pending"), real("the notification level"),
-                number("the cycles left")));
+                number("the cycles left"), longNumber("the onset")));
     }
 
     private RunResource.Identity identity() {
@@ -121,7 +130,18 @@ public final class FeedReader extends LibraryBytes {
         double level = real("the notification level");
         TrendView.Curve points = curve("the forecast's points");
         return new Curves(samples, Optional.ofNullable(outcome)
-                .map(known -> new Curves.Forecast(known, level, points)));
+                .map(known -> new Curves.Forecast(known, level, points)), announcements());
+    }
+
+    private TrendView.Curve announcements() {
+        int length = length(2 * Long.BYTES, "the announcements");
+        double[] times = new double[length];
+        double[] moments = new double[length];
+        for (int i = 0; i < length; i++) {
+            times[i] = longNumber("the time of an announcement");
+            moments[i] = longNumber("the announced moment");
+        }
+        return new TrendView.Curve(times, moments);
     }
 
     private TrendView.Curve curve(String what) {

@@ -94,6 +94,7 @@ public record RunResource(Identity identity, Reading reading, Analysis analysis,
      *
      * @param level      the value from which on events go out, per cent
      * @param cyclesLeft cycles without an exhaustion in sight until it is dropped
+     * @param since      when it arose and the limit was not yet reached, seconds since the epoch; 0 otherwise
      */
-    public record Notification(boolean isPending, double level, int cyclesLeft) {}
+    public record Notification(boolean isPending, double level, int cyclesLeft, long since) {}
 }

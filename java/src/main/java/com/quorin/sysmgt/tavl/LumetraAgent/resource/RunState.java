@@ -1,5 +1,6 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.resource;
 
+import com.quorin.sysmgt.tavl.LumetraAgent.score.EndedEpisode;
 import java.time.Duration;
 import java.util.List;
 import java.util.Optional;
@@ -10,9 +11,17 @@ import java.util.Optional;
  * @param awaitsDisks whether the newest attempt to list the disks gave nothing
  * @param leftOut     what is not watched
  * @param resources   what is watched, in the agent's order
+ * @param ended       the newest episodes that ended in this process, oldest first
  */
 public record RunState(Cycle cycle, Archive archive, Settings settings, boolean awaitsDisks, List<LeftOut> leftOut,
-        List<RunResource> resources) {
+        List<RunResource> resources, List<EndedEpisode> ended) {
+
+    /** The state of a run without episodes. */
+    public RunState(Cycle cycle, Archive archive, Settings settings, boolean awaitsDisks, List<LeftOut> leftOut,
+            List<RunResource> resources) {
+        this(cycle, archive, settings, awaitsDisks, leftOut, resources, List.of());
+    }
+
 
     private static final String DISKS_AWAITED = "The disks cannot be listed yet: df has not answered; "
             + "they are taken up as soon as it does.";

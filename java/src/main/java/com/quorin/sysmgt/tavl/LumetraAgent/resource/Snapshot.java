@@ -71,7 +71,12 @@ public record Snapshot(Agent agent, List<Resource> resources, List<LeftOut> left
      */
     @JsonDeserialize(using = FlatResource.class)
     public record Resource(@JsonUnwrapped Identity identity, @JsonUnwrapped Reading reading,
-            @JsonUnwrapped Standing standing, @JsonUnwrapped Forecast forecast) {
+            @JsonUnwrapped Standing standing, @JsonUnwrapped Forecast forecast, @JsonUnwrapped Track track) {
+
+        /** A resource about which nothing was announced. */
+        public Resource(Identity identity, Reading reading, Standing standing, Forecast forecast) {
+            this(identity, reading, standing, forecast, Track.NONE);
+        }
 
         public int id() {
             return identity.id;
@@ -133,6 +138,22 @@ public record Snapshot(Agent agent, List<Resource> resources, List<LeftOut> left
     }
 
     /**
+     * What came of the announcements about it; one counts once it has ended.
+     *
+     * @param reached           those after which the limit was reached
+     * @param freed             those after which the value fell
+     * @param levelledOff       those that were dropped otherwise
+     * @param levelledOffInARow how many of the newest were, one after the other
+     * @param medianErrorHours  how far off the announced moment was in the median; null when no limit was reached
+     * @param trackRecord       the same in words; null when there is nothing to say
+     */
+    public record Track(int announcements, int reached, int freed, int levelledOff, int levelledOffInARow,
+            Double medianErrorHours, String trackRecord) {
+
+        public static final Track NONE = new Track(0, 0, 0, 0, 0, null, null);
+    }
+
+    /**
      * A short history for a small curve: the mean of each of equally long stretches of time.
      *
      * @param from   seconds since the epoch, start of the first stretch
@@ -150,7 +171,8 @@ public record Snapshot(Agent agent, List<Resource> resources, List<LeftOut> left
             return new Resource(context.readTreeAsValue(members, Identity.class),
                     context.readTreeAsValue(members, Reading.class),
                     context.readTreeAsValue(members, Standing.class),
-                    context.readTreeAsValue(members, Forecast.class));
+                    context.readTreeAsValue(members, Forecast.class),
+                    context.readTreeAsValue(members, Track.class));
         }
     }
 }

@@ -12,9 +12,18 @@ package com.quorin.sysmgt.tavl.LumetraAgent.resource;
  * @param limit               the limit, per cent; null for none
  * @param samples             the samples, oldest first
  * @param forecast            the forecast; null without one
+ * @param announcements       of the last day: {@code times} when, {@code values} the moment of exhaustion that was
+ *                            announced then, both in seconds since the epoch; null where nothing was announced
  */
 public record TrendView(int id, String source, Long forecastAt, String model, Double secondsToExhaustion,
-        Double notificationLevel, Double limit, Curve samples, Curve forecast) {
+        Double notificationLevel, Double limit, Curve samples, Curve forecast, Curve announcements) {
+
+    /** The chart of a resource about which nothing was announced. */
+    public TrendView(int id, String source, Long forecastAt, String model, Double secondsToExhaustion,
+            Double notificationLevel, Double limit, Curve samples, Curve forecast) {
+        this(id, source, forecastAt, model, secondsToExhaustion, notificationLevel, limit, samples, forecast, null);
+    }
+
 
     /**
      * A curve; both arrays are equally long.

@@ -39,7 +39,7 @@ public final class ScoreFile {
      * @param isThere whether there is a file
      * @param damaged lines that are neither a start nor an episode
      */
-    public record Content(boolean isThere, List<Start> starts, List<Scored> episodes, int damaged) {}
+    public record Content(boolean isThere, List<Start> starts, List<History> histories, List<Scored> episodes, int damaged) {}
 
     /**
      * A run began.
@@ -47,6 +47,9 @@ public final class ScoreFile {
      * @param isResumed its rings were filled from the archive; else they were empty
      */
     public record Start(long epochSeconds, boolean isResumed) {}
+
+    /** The archive was scored from this moment on, in seconds since the epoch. */
+    public record History(long from) {}
 
     /** An episode that ended. The resource as the library names it. */
     public record Scored(String resource, String instance, Episode episode) {}
@@ -58,16 +61,18 @@ public final class ScoreFile {
 
     /** Everything in the file and its older generation; what cannot be read is not there. */
     public Content read() {
-        List<Start> starts = new ArrayList<>();
-        List<Scored> episodes = new ArrayList<>();
+        Content content =
+                new Content(Files.exists(file), new ArrayList<>(), new ArrayList<>(), new ArrayList<>(), 0);
         int damaged = 0;
         for (Path generation : List.of(file.resolveSibling(file.getFileName() + ".1"), file)) {
-            damaged += read(generation, starts, episodes);
+            damaged += read(generation, content);
         }
-        return new Content(Files.exists(file), starts, episodes, damaged);
+        return new Content(content.isThere, List.copyOf(content.starts), List.copyOf(content.histories),
+                List.copyOf(content.episodes), damaged);
     }
 
-    private static int read(Path generation, List<Start> starts, List<Scored> episodes) {
+    /** Adds what a generation holds; returns how many lines are damaged. */
+    private static int read(Path generation, Content content) {
         int damaged = 0;
         if (!Files.isRegularFile(generation)) {
             return 0; // opening a pipe would wait for its writer
@@ -76,10 +81,12 @@ public final class ScoreFile {
             for (String line = in.readLine(); line != null; line = in.readLine()) {
                 JsonNode read = parse(line);
                 Optional<Start> start = start(read);
+                Optional<History> history = history(read);
                 Optional<Scored> episode = episode(read);
-                start.ifPresent(starts::add);
-                episode.ifPresent(episodes::add);
-                damaged += start.isEmpty() && episode.isEmpty() ? 1 : 0;
+                start.ifPresent(content.starts::add);
+                history.ifPresent(content.histories::add);
+                episode.ifPresent(content.episodes::add);
+                damaged += start.isEmpty() && history.isEmpty() && episode.isEmpty() ? 1 : 0;
             }
         } catch (IOException e) {
             damaged++;
@@ -99,6 +106,11 @@ public final class ScoreFile {
         return line.path("type").asText().equals("start") && line.path("epochSeconds").canConvertToLong()
                 ? Optional.of(new Start(line.path("epochSeconds").longValue(), line.path("resumed").asBoolean(true)))
                 : Optional.empty();
+    }
+
+    private static Optional<History> history(JsonNode line) {
+        return line.path("type").asText().equals("history") && line.path("from").canConvertToLong()
+                ? Optional.of(new History(line.path("from").longValue())) : Optional.empty();
     }
 
     private static Optional<Scored> episode(JsonNode line) {
@@ -122,6 +134,11 @@ public final class ScoreFile {
     public boolean add(Start start) {
         return append(MAPPER.createObjectNode().put("type", "start").put("epochSeconds", start.epochSeconds())
                 .put("resumed", start.isResumed()));
+    }
+
+    /** Adds a line; false when that cannot be. */
+    public boolean add(History history) {
+        return append(MAPPER.createObjectNode().put("type", "history").put("from", history.from()));
     }
 
     /** Adds a line; false when that cannot be. */

@@ -1,5 +1,6 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.watch;
 
+import com.quorin.sysmgt.tavl.LumetraAgent.TrendReader;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.AgentEvents;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.Event;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.EventCounts;
@@ -18,6 +19,8 @@ import com.quorin.sysmgt.tavl.LumetraAgent.resource.RunResource;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.RunState;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Snapshot;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.TrendView;
+import com.quorin.sysmgt.tavl.LumetraAgent.score.ScoreBook;
+import com.quorin.sysmgt.tavl.LumetraAgent.score.TrackRecord;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.FileText;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
 import java.time.Duration;
@@ -63,6 +66,7 @@ public final class AgentWatch implements AgentView, Consumer<Publication> {
     private final BooleanSupplier running;
     private final Feed feed;
     private final EventHistory events;
+    private final ScoreBook score;
     private final Timing timing;
     private final long startedAt;
     private final Map<Integer, CachedReport> reports = new ConcurrentHashMap<>();
@@ -81,15 +85,17 @@ public final class AgentWatch implements AgentView, Consumer<Publication> {
      * are older are those of earlier runs.
      *
      * @param running whether the agent runs: false after its end
+     * @param score   what came of earlier announcements; whoever makes it feeds it
      * @param events  whoever makes it has {@link AgentEvents#tellTo} feed it
      */
     public AgentWatch(String home, String version, BooleanSupplier running, Feed feed, EventHistory events,
-            Timing timing) {
+            ScoreBook score, Timing timing) {
         this.home = Words.printable(home);
         this.version = version;
         this.running = running;
         this.feed = feed;
         this.events = events;
+        this.score = score;
         this.timing = timing;
         this.startedAt = epochSeconds();
     }
@@ -134,9 +140,18 @@ public final class AgentWatch implements AgentView, Consumer<Publication> {
         boolean isRunning = isRunning();
         boolean isStale = isStale(isRunning);
         if (shown == null || shown.agent().running() != isRunning || shown.agent().stale() != isStale) {
-            shown = new Snapshot(agent(isRunning, isStale), fleet.rows(isStale), leftOut(), measures());
+            shown = new Snapshot(agent(isRunning, isStale), fleet.rows(isStale, this::track), leftOut(), measures());
         }
         return shown;
+    }
+
+    private Snapshot.Track track(TrendReader.Resource key, RunResource.Notification notification) {
+        TrackRecord known = score.of(key.name(), key.instance());
+        long now = epochSeconds();
+        double error = known.medianErrorHours();
+        return new Snapshot.Track(known.announcements(), known.reached(), known.freed(), known.levelledOff(),
+                known.levelledOffInARow(), Double.isFinite(error) ? (Double) Charts.rounded(error) : null,
+                known.words(score.since(now), now, notification.since() != 0));
     }
 
     private boolean isRunning() {
@@ -203,7 +218,7 @@ public final class AgentWatch implements AgentView, Consumer<Publication> {
         Double limit = ResourceFacts.of(newest).limit();
         TrendView.Curve kept = curves.map(Curves::samples).orElse(TrendView.Curve.EMPTY);
         TrendView chart = curves.flatMap(Curves::forecast).filter(f -> fleet.counts(f.outcome()))
-                .map(f -> Charts.ofForecast(id, f, kept, limit))
+                .map(f -> Charts.ofForecast(id, f, kept, limit, curves.get().announcements()))
                 .orElseGet(() -> Charts.ofHistory(id, resource.history().between(
                         fleet.windowStart(newest), kept.length() == 0 ? Double.MAX_VALUE : kept.times()[0]),
                         kept, limit));

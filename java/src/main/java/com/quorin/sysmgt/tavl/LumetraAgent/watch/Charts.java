@@ -13,11 +13,12 @@ final class Charts {
     private Charts() {}
 
     /** The chart of a forecast. */
-    static TrendView ofForecast(int id, Curves.Forecast forecast, TrendView.Curve samples, Double limit) {
+    static TrendView ofForecast(int id, Curves.Forecast forecast, TrendView.Curve samples, Double limit,
+            TrendView.Curve announcements) {
         RunResource.Forecast outcome = forecast.outcome();
         return new TrendView(id, "forecast", outcome.time(), modelOf(outcome), secondsToExhaustion(outcome),
                 outcome.hasExhaustion() ? (Double) rounded(forecast.level()) : null, limit, finite(samples),
-                finite(forecast.points()));
+                finite(forecast.points()), announcements.length() == 0 ? null : announcements);
     }
 
     /**

@@ -13,6 +13,7 @@ import java.util.Comparator;
 import java.util.HashMap;
 import java.util.List;
 import java.util.Map;
+import java.util.function.BiFunction;
 import java.util.stream.Collectors;
 
 /** All resources of this run and how they stand. One thread at a time uses it. */
@@ -86,10 +87,13 @@ final class WatchedFleet {
      * How all resources of this run stand.
      *
      * @param stale whether the newest cycle is too old
+     * @param track what came of earlier announcements about a resource
      * @return the resources, most urgent first
      */
-    List<Snapshot.Resource> rows(boolean stale) {
-        return all.values().stream().filter(r -> r.newest() != null).map(r -> row(r, stale))
+    List<Snapshot.Resource> rows(boolean stale,
+            BiFunction<TrendReader.Resource, RunResource.Notification, Snapshot.Track> track) {
+        return all.values().stream().filter(r -> r.newest() != null)
+                .map(r -> row(r, stale, track.apply(r.names().key(), r.newest().notification())))
                 .sorted(ResourceJudge.MOST_URGENT_FIRST).toList();
     }
 
@@ -114,7 +118,7 @@ final class WatchedFleet {
         return Math.round(Math.min(Integer.MAX_VALUE, resource.analysis().windowHours() * 3600));
     }
 
-    private Snapshot.Resource row(WatchedResource r, boolean stale) {
+    private Snapshot.Resource row(WatchedResource r, boolean stale, Snapshot.Track track) {
         RunResource newest = r.newest();
         ResourceFacts facts = ResourceFacts.of(newest);
         ResourceJudge.Case c = new ResourceJudge.Case(facts, isPresent(r), r.hasBeenRead(), stale,
@@ -122,7 +126,7 @@ final class WatchedFleet {
         ResourceState standing = ResourceJudge.state(c);
         return new Snapshot.Resource(r.names().shown(), reading(r, facts, standing),
                 new Snapshot.Standing(standing, ResourceJudge.words(c), ResourceJudge.note(c)),
-                forecast(c, standing));
+                forecast(c, standing), track);
     }
 
     private Snapshot.Reading reading(WatchedResource r, ResourceFacts facts, ResourceState standing) {

@@ -6,6 +6,9 @@ import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.quorin.sysmgt.tavl.LumetraAgent.HostFeed;
+import com.quorin.sysmgt.tavl.LumetraAgent.score.EndedEpisode;
+import com.quorin.sysmgt.tavl.LumetraAgent.score.Episode;
+import com.quorin.sysmgt.tavl.LumetraAgent.score.Outcome;
 import java.nio.ByteBuffer;
 import java.nio.ByteOrder;
 import java.nio.charset.StandardCharsets;
@@ -62,10 +65,12 @@ class FeedReaderTest {
         number(2);
         number(3).text("PercentSwapSpaceUsed", "_Total", "PercentSwapSpaceUsed", "Swap").number(-1);
         real(12.5).flag(1).real(2048).flag(0).real(0).number(3).real(0, 100).number(2);
-        real(4.8).number(1728, 20, 0).text("").real(-1).flag(0).real(0).number(0);
+        real(4.8).number(1728, 20, 0).text("").real(-1).flag(0).real(0).number(0).longNumber(0);
         number(4).text("LogicalDisk", "/dev/\u00c3\u00a9\u00ff /m", "PercentFreeSpaceUsed", "Space").number(9);
         real(99).flag(0).real(1).flag(1).real(512).number(1).real(-1, 100).number(0);
-        real(0.5).number(180, 179, 1_700_000_000).text("mean").real(2.25).flag(1).real(99.5).number(5);
+        real(0.5).number(180, 179, 1_700_000_000).text("mean").real(2.25).flag(1).real(99.5).number(5).longNumber(1234);
+        number(1).longNumber(8).number(4).text("Space", "/dev/x /m").number(0).longNumber(10).longNumber(20).longNumber(30);
+        number(2).longNumber(40).longNumber(50).real(60.5, 70.5).number(5).real(1, 2, 3, 4, Double.NaN);
         return made();
     }
 
@@ -77,7 +82,7 @@ class FeedReaderTest {
                 new RunResource.Reading(12.5, true, 2048, false, 0),
                 new RunResource.Analysis(
                         3, new RunResource.Limits(0, 100, RunResource.Reached.UPPER), 4.8, 1728, 20),
-                null, new RunResource.Notification(false, 0, 0));
+                null, new RunResource.Notification(false, 0, 0, 0));
         RunResource disk = new RunResource(
                 new RunResource.Identity(
                         4, "LogicalDisk", "/dev/\u00c3\u00a9\u00ff /m", "PercentFreeSpaceUsed", "Space", 9),
@@ -85,12 +90,14 @@ class FeedReaderTest {
                 new RunResource.Analysis(
                         1, new RunResource.Limits(-1, 100, RunResource.Reached.NONE), 0.5, 180, 179),
                 new RunResource.Forecast(1_700_000_000, "mean", 2.25),
-                new RunResource.Notification(true, 99.5, 5));
+                new RunResource.Notification(true, 99.5, 5, 1234));
         assertEquals(new Publication(17, 7, Optional.of(new RunState(
                 new RunState.Cycle(1_700_000_000, 1.5, 2.5, 0.25, 40),
                 new RunState.Archive("../data/archive", 123_456_789_012L),
                 new RunState.Settings("../data/", 10_000, 1, 48, 200), true,
-                List.of(new RunState.LeftOut("a line", "a reason")), List.of(swap, disk)))),
+                List.of(new RunState.LeftOut("a line", "a reason")), List.of(swap, disk),
+                List.of(new EndedEpisode(8, 4, "Space", "/dev/x /m", new Episode(0, 10, 20, 30, Outcome.FREED, 40, 50,
+                        60.5, 70.5, List.of(1.0, 2.0, 3.0, 4.0, Double.NaN))))))),
                 FeedReader.publication(running()));
     }
 
@@ -102,6 +109,7 @@ class FeedReaderTest {
     private byte[] withForecast() {
         number(HostFeed.VERSION).number(2).real(1, 40, 2, 41);
         number(1_700_000_000).text("mean").real(3).real(70.5).number(1).real(5, 99);
+        number(1).longNumber(77).longNumber(88);
         return made();
     }
 
@@ -119,7 +127,7 @@ class FeedReaderTest {
 
     @Test
     void beforeTheFirstForecastThereAreSamplesAlone() {
-        number(HostFeed.VERSION).number(0).number(0).text("").real(-1).real(0).number(0);
+        number(HostFeed.VERSION).number(0).number(0).text("").real(-1).real(0).number(0).number(0);
         assertTrue(FeedReader.curves(made()).forecast().isEmpty());
     }
 
@@ -155,8 +163,8 @@ class FeedReaderTest {
 
     @Test
     void whatCannotBeIsNamedWithItsPlace() {
-        assertEquals("the library's publication is not understood: at byte 0 it has version 2 in the place of "
-                + "version 1", failure(number(2).made()));
+        assertEquals("the library's publication is not understood: at byte 0 it has version 99 in the place of "
+                + "version " + HostFeed.VERSION, failure(number(99).made()));
         bytes.clear();
         assertTrue(failure(head(3, 0).made()).endsWith(
                 "at byte 12 it has 3 in the place of the kind of publication, 1 to 2"));

@@ -82,7 +82,7 @@ public final class GivenResource {
                 new RunResource.Reading(value, isRead, measured, isMeasured, configured),
                 new RunResource.Analysis(
                         method, new RunResource.Limits(lower, upper, reached), 4.8, slots, samples),
-                forecast, new RunResource.Notification(forecast != null && forecast.hasExhaustion(), level, 5));
+                forecast, new RunResource.Notification(forecast != null && forecast.hasExhaustion(), level, 5, 0));
     }
 
     /** The state after a cycle of two seconds of an agent that samples every ten. */

@@ -22,6 +22,8 @@ import com.quorin.sysmgt.tavl.LumetraAgent.resource.RunResource;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.RunState;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Snapshot;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.TrendView;
+import com.quorin.sysmgt.tavl.LumetraAgent.score.ScoreBook;
+import com.quorin.sysmgt.tavl.LumetraAgent.score.ScoreFile;
 import java.io.IOException;
 import java.nio.file.Files;
 import java.nio.file.Path;
@@ -45,6 +47,7 @@ class AgentWatchTest {
     private boolean running = true;
     private long nanos = 5 * SECOND;
     private final AgentWatch watch = new AgentWatch("/home/x\u001b", "1.2", () -> running, feed, events,
+            new ScoreBook(new ScoreFile(Path.of("/nowhere/score.jsonl")), complaint -> { }),
             new AgentWatch.Timing(() -> START * 1000, () -> nanos));
 
     private void cycle(long number, long time, GivenResource... resources) {

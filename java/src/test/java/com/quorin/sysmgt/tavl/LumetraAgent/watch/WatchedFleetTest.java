@@ -30,7 +30,7 @@ class WatchedFleetTest {
     }
 
     private Snapshot.Resource row(int id) {
-        return fleet.rows(stale).stream().filter(r -> r.id() == id).findFirst().orElseThrow();
+        return fleet.rows(stale, (key, n) -> Snapshot.Track.NONE).stream().filter(r -> r.id() == id).findFirst().orElseThrow();
     }
 
     @Test
@@ -116,7 +116,7 @@ class WatchedFleetTest {
         assertEquals("/dev/vda", row(5).identity().device());
         cycle(3, swap, disk);
         assertEquals(ResourceState.COLLECTING, row(5).state());
-        assertEquals(List.of(3, 5), fleet.rows(false).stream().map(Snapshot.Resource::id).sorted().toList());
+        assertEquals(List.of(3, 5), fleet.rows(false, (key, n) -> Snapshot.Track.NONE).stream().map(Snapshot.Resource::id).sorted().toList());
     }
 
     @Test
@@ -130,12 +130,12 @@ class WatchedFleetTest {
     @Test
     void earlierRunsGiveHistoryAndNoResources() {
         fleet.takeHistory(new ArchiveLine(START - 5000, Map.of(3, 10.0, 99, 1.0)));
-        assertEquals(List.of(), fleet.rows(false));
+        assertEquals(List.of(), fleet.rows(false, (key, n) -> Snapshot.Track.NONE));
         assertNull(fleet.listed(3));
         cycle(1, START, swap);
         assertEquals(START - 5000, row(3).reading().recent().from());
         assertEquals(10.0, row(3).reading().recent().values().get(0));
-        assertEquals(1, fleet.rows(false).size());
+        assertEquals(1, fleet.rows(false, (key, n) -> Snapshot.Track.NONE).size());
     }
 
     @Test
@@ -155,9 +155,9 @@ class WatchedFleetTest {
         }
         cycle(1, many);
         cycle(2, GivenResource.disk(1, "/dev/vd0", "/0"), GivenResource.disk(2, "/dev/vd1", "/1"));
-        assertEquals(1002, fleet.rows(false).size());
+        assertEquals(1002, fleet.rows(false, (key, n) -> Snapshot.Track.NONE).size());
         cycle(3, GivenResource.disk(1, "/dev/vd0", "/0"));
-        assertEquals(1001, fleet.rows(false).size());
+        assertEquals(1001, fleet.rows(false, (key, n) -> Snapshot.Track.NONE).size());
         assertEquals(ResourceState.ABSENT, row(2).state(), "the newest of those that are gone stay");
     }
 

@@ -1,0 +1,104 @@
+package com.quorin.sysmgt.tavl.LumetraAgent.score;
+
+import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
+import java.util.HashMap;
+import java.util.List;
+import java.util.Map;
+import java.util.function.Consumer;
+
+/**
+ * The score of a home's announcements: what its file holds, and what this run adds. All methods may be called from
+ * any thread.
+ */
+public final class ScoreBook {
+
+    private record Key(String resource, String instance) {}
+
+    private final ScoreFile file;
+    private final Consumer<String> complaints;
+    private final Map<Key, TrackRecord> records = new HashMap<>();
+    private final boolean isNew;
+    private long since = Long.MAX_VALUE;
+    private long taken;
+    private boolean isStarted;
+    private boolean cannotBeWritten;
+
+    /**
+     * Reads the file.
+     *
+     * @param complaints is told in one line what cannot be read or written
+     */
+    public ScoreBook(ScoreFile file, Consumer<String> complaints) {
+        this.file = file;
+        this.complaints = complaints;
+        ScoreFile.Content content = file.read();
+        isNew = !content.isThere();
+        if (content.damaged() > 0) {
+            complaints.accept("The score of earlier announcements is damaged: " + content.damaged()
+                    + (content.damaged() == 1 ? " line was" : " lines were") + " passed over.");
+        }
+        content.starts().forEach(start -> since = Math.min(since, start.epochSeconds()));
+        content.histories().forEach(history -> since = Math.min(since, history.from()));
+        content.episodes().forEach(this::count);
+    }
+
+    /** Whether there was no file: the past is yet to be scored. */
+    public boolean isNew() {
+        return isNew;
+    }
+
+    /** Takes up that a run has completed its first cycle; once. */
+    public synchronized void begin(ScoreFile.Start start) {
+        if (!isStarted) {
+            isStarted = true;
+            since = Math.min(since, start.epochSeconds());
+            written(file.add(start));
+        }
+    }
+
+    /** Takes up the newest episodes of the run; those that are known already change nothing. */
+    public synchronized void take(List<EndedEpisode> newest) {
+        for (EndedEpisode ended : newest) {
+            if (ended.number() > taken) {
+                taken = ended.number();
+                add(new ScoreFile.Scored(Words.asFromLibrary(ended.resource()),
+                        Words.asFromLibrary(ended.instance()), ended.episode()));
+            }
+        }
+    }
+
+    /** Takes up that what was before the runs whose starts are known is scored too, from a moment on. */
+    public synchronized void scoredFrom(long epochSeconds) {
+        since = Math.min(since, epochSeconds);
+        written(file.add(new ScoreFile.History(epochSeconds)));
+    }
+
+    /** Takes up an episode of earlier runs. */
+    public synchronized void add(ScoreFile.Scored scored) {
+        count(scored);
+        written(file.add(scored));
+    }
+
+    private void count(ScoreFile.Scored scored) {
+        since = Math.min(since, scored.episode().onset());
+        records.merge(new Key(scored.resource(), scored.instance()), TrackRecord.NONE.with(scored.episode()),
+                (known, first) -> known.with(scored.episode()));
+    }
+
+    private void written(boolean isWritten) {
+        if (!isWritten && !cannotBeWritten) {
+            complaints.accept("The score of announcements cannot be written for now; it is kept in memory.");
+        }
+        cannotBeWritten = !isWritten;
+    }
+
+    /** The record of a resource as the library names it. */
+    public synchronized TrackRecord of(String resource, String instance) {
+        return records.getOrDefault(new Key(resource, instance), TrackRecord.NONE);
+    }
+
+    /** From when on score was kept, seconds since the epoch; {@code now} when it begins now. */
+    public synchronized long since(long now) {
+        return Math.min(since, now);
+    }
+}
