@@ -97,6 +97,35 @@ TEST_F(ScorekeeperTest, AFallThatWasMadeUpForIsNotFreed) {
     EXPECT_EQ(ended->outcome, Outcome::levelledOff);
 }
 
+TEST_F(ScorekeeperTest, AFallByLessThanHalfOfTheRiseIsNotFreed) {
+    see(0, 50, true, hour);
+    see(minute, 70, true, hour);
+    see(2 * minute, 61, true, hour);
+    const auto ended = see(3 * minute, 61, false);
+    ASSERT_TRUE(ended);
+    EXPECT_EQ(ended->outcome, Outcome::levelledOff);
+}
+
+TEST_F(ScorekeeperTest, AnAnnouncementThatWasTakenBackLeavesNoError) {
+    see(0, 50, false);
+    for (std::int64_t t = minute; t < 2 * hour; t += minute)
+        see(t, 60, true, 5 * hour);
+    for (std::int64_t t = 2 * hour; t < 5 * hour; t += minute)
+        see(t, 60, true); // the intent stands, the exhaustion is out of sight
+    const auto ended = see(5 * hour, 100, true);
+    ASSERT_TRUE(ended);
+    EXPECT_TRUE(std::isnan(ended->errors[3])); // 3 h before
+}
+
+TEST_F(ScorekeeperTest, AnEpisodeThatLevelledOffHasNoErrors) {
+    for (std::int64_t t = 0; t < 30 * hour; t += minute)
+        see(t, 60, true, 40 * hour);
+    const auto ended = see(30 * hour, 60, false);
+    ASSERT_TRUE(ended);
+    EXPECT_TRUE(std::isnan(ended->errors[0]));
+    EXPECT_TRUE(std::isnan(ended->errors[4]));
+}
+
 TEST_F(ScorekeeperTest, ATremblingValueIsNotFreed) {
     see(0, 50, true, hour);
     see(minute, 50.5, true, hour);

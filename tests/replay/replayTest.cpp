@@ -305,6 +305,20 @@ TEST_F(ReplayTest, ADiskThatWasGoneComesBackWithTheSamplesOfItsWindow) {
     EXPECT_EQ(forecasts(1), 101 + 500 - 199);
 }
 
+TEST_F(ReplayTest, AGapIsNotObserved) {
+    fill(3, 0, 100, leak);
+    fill(3, 1000, 1100, leak);
+    replay();
+    EXPECT_EQ(tallies.at(0).observedSeconds, (99 + 1 + 99) * 60);
+}
+
+TEST_F(ReplayTest, TheFirstRecordWithANumberOwnsIt) {
+    request.scratchPad += record(2, 3, "LogicalDisk", "/dev/z /z", "PercentFreeSpaceUsed", "-2");
+    fill(3, 0, 300, leak);
+    replay();
+    EXPECT_EQ(tallies.at(0).link->Descriptor1.view(), "/dev/a /a");
+}
+
 TEST_F(ReplayTest, AStartMakesTheNotificationIdleAndKeepsOrDropsTheSamples) {
     fill(3, 0, 1000, leak);
     request.starts = {{start + 900 * 60, true}};

@@ -1,0 +1,116 @@
+package com.quorin.sysmgt.tavl.LumetraAgent.score;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import java.io.IOException;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.List;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
+
+class ScoreBookTest {
+
+    @TempDir
+    private Path directory;
+
+    private final List<String> complaints = new ArrayList<>();
+
+    private Path file() {
+        return directory.resolve(ScoreFile.NAME);
+    }
+
+    private ScoreBook book() {
+        return new ScoreBook(new ScoreFile(file()), complaints::add);
+    }
+
+    private static EndedEpisode ended(long number, Outcome outcome) {
+        return new EndedEpisode(number, 3, "Space", "/dev/\u00c3\u00a9 /a",
+                new Episode(0, 100, 200, 300, outcome, 400, 500, 50.5, 60.25, List.of(1.0, Double.NaN, -0.5, 0.0, 2.0)));
+    }
+
+    @Test
+    void whatIsTakenUpSurvivesARestart() {
+        ScoreBook first = book();
+        assertTrue(first.isNew());
+        first.begin(new ScoreFile.Start(50, true));
+        first.take(List.of(ended(1, Outcome.REACHED), ended(2, Outcome.FREED)));
+        first.take(List.of(ended(2, Outcome.FREED), ended(3, Outcome.LEVELLED_OFF)));
+        ScoreBook second = book();
+        assertFalse(second.isNew());
+        assertEquals(first.of("Space", "/dev/\u00e9 /a"), second.of("Space", "/dev/\u00e9 /a"));
+        assertEquals(3, second.of("Space", "/dev/\u00e9 /a").announcements());
+        assertEquals(50, second.since(1000));
+        assertEquals(List.of(new ScoreFile.Start(50, true)), new ScoreFile(file()).read().starts());
+        assertEquals(List.of(), complaints);
+    }
+
+    @Test
+    void anEpisodeIsReadAsItWasWritten() {
+        book().take(List.of(ended(1, Outcome.REACHED)));
+        ScoreFile.Scored read = new ScoreFile(file()).read().episodes().get(0);
+        assertEquals(new ScoreFile.Scored("Space", "/dev/\u00e9 /a", ended(1, Outcome.REACHED).episode()), read);
+    }
+
+    @Test
+    void aLineIsAsItIsDocumented() throws IOException {
+        ScoreFile score = new ScoreFile(file());
+        score.add(new ScoreFile.Start(50, false));
+        score.add(new ScoreFile.History(7));
+        score.add(new ScoreFile.Scored("Space", "/dev/a /a", ended(1, Outcome.LEVELLED_OFF).episode()));
+        assertEquals(List.of("{\"type\":\"start\",\"epochSeconds\":50,\"resumed\":false}",
+                "{\"type\":\"history\",\"from\":7}",
+                "{\"type\":\"episode\",\"resource\":\"Space\",\"instance\":\"/dev/a /a\",\"onset\":100,\"firstEvent\":200,"
+                        + "\"end\":300,\"outcome\":\"levelledOff\",\"announcedAtOnset\":400,\"announcedAtEvent\":500,"
+                        + "\"onsetValue\":50.5,\"highest\":60.25,\"errorsHours\":[1.0,null,-0.5,0.0,2.0]}"),
+                Files.readAllLines(file()));
+    }
+
+    @Test
+    void aRunBeginsOnce() {
+        ScoreBook score = book();
+        score.begin(new ScoreFile.Start(50, true));
+        score.begin(new ScoreFile.Start(60, true));
+        assertEquals(1, new ScoreFile(file()).read().starts().size());
+    }
+
+    @Test
+    void damageIsToldAndPassedOver() throws IOException {
+        book().take(List.of(ended(1, Outcome.FREED)));
+        Files.writeString(file(), "rubbish\n[]\n{\"type\":\"episode\"}\n" + Files.readString(file())
+                + "{\"type\":\"start\",\"epochSeconds\":7}\n{\"type\":\"sta");
+        ScoreBook score = book();
+        assertEquals(List.of("The score of earlier announcements is damaged: 4 lines were passed over."), complaints);
+        assertEquals(1, score.of("Space", "/dev/\u00e9 /a").freed());
+        assertEquals(7, score.since(1000));
+    }
+
+    @Test
+    void aFileThatIsGoneIsBegunAnewAndOneThatCannotBeWrittenIsToldOnce() {
+        ScoreBook score = new ScoreBook(new ScoreFile(directory.resolve("none/score.jsonl")), complaints::add);
+        assertTrue(score.isNew());
+        score.take(List.of(ended(1, Outcome.FREED), ended(2, Outcome.FREED)));
+        assertEquals(List.of("The score of announcements cannot be written for now; it is kept in memory."), complaints);
+        assertEquals(2, score.of("Space", "/dev/\u00e9 /a").freed());
+    }
+
+    @Test
+    void whatWasBeforeScoreWasKeptCountsFromItsBeginning() {
+        ScoreBook score = book();
+        score.begin(new ScoreFile.Start(5000, true));
+        score.add(new ScoreFile.Scored("Swap", "", ended(1, Outcome.REACHED).episode()));
+        score.scoredFrom(20);
+        assertEquals(20, score.since(9000));
+        assertEquals(20, book().since(9000));
+        assertEquals(1, book().of("Swap", "").reached());
+    }
+
+    @Test
+    void nothingIsKnownOfOthersAndScoreBeginsNow() {
+        assertEquals(TrackRecord.NONE, book().of("Swap", "x"));
+        assertEquals(77, book().since(77));
+    }
+}
