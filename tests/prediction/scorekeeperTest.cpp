@@ -114,7 +114,7 @@ TEST_F(ScorekeeperTest, AnAnnouncementThatWasTakenBackLeavesNoError) {
         see(t, 60, true); // the intent stands, the exhaustion is out of sight
     const auto ended = see(5 * hour, 100, true);
     ASSERT_TRUE(ended);
-    EXPECT_TRUE(std::isnan(ended->errors[3])); // 3 h before
+    EXPECT_TRUE(std::isnan(ended->errors[4])); // an hour before
 }
 
 TEST_F(ScorekeeperTest, AnEpisodeThatLevelledOffHasNoErrors) {
