@@ -13,7 +13,6 @@
 #include <jni.h>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace obrin {
 namespace {
@@ -100,43 +99,15 @@ jbyteArray JNICALL counters(JNIEnv* env, jclass) {
 
 // --- replays
 
-std::vector<std::string> pathsOf(JNIEnv* env, jobjectArray paths) {
-    std::vector<std::string> found;
-    for (jsize i = 0; i < env->GetArrayLength(paths); ++i) {
-        const auto path = static_cast<jbyteArray>(env->GetObjectArrayElement(paths, i));
-        if (path != nullptr)
-            found.push_back(bytesOf(env, path));
-        env->DeleteLocalRef(path);
-    }
-    return found;
-}
-
-/// Times of runs; that of a run whose rings began empty is negative.
-std::vector<RunStart> startsOf(JNIEnv* env, jlongArray starts) {
-    std::vector<jlong> times(static_cast<std::size_t>(env->GetArrayLength(starts)));
-    env->GetLongArrayRegion(starts, 0, static_cast<jsize>(times.size()), times.data());
-    std::vector<RunStart> found;
-    for (const jlong time : times)
-        found.push_back({time < 0 ? -(time + 1) : time, time >= 0});
-    return found;
-}
-
-jint JNICALL open(JNIEnv* env, jclass, jobjectArray archives, jbyteArray declarations, jbyteArray scratchPad,
-                  jintArray settings, jlongArray starts, jboolean withRivals, jboolean withSamples) {
-    if (!areThere(env, {archives, declarations, scratchPad, settings, starts}))
-        return 0;
-    jint numbers[4] = {};
-    env->GetIntArrayRegion(settings, 0, 4, numbers);
-    if (env->ExceptionCheck() == JNI_TRUE)
+/// 0 with an exception pending when the request is not understood.
+jint JNICALL open(JNIEnv* env, jclass, jbyteArray request) {
+    if (!areThere(env, {request}))
         return 0;
     try {
-        return openReplay({pathsOf(env, archives),
-                           bytesOf(env, declarations),
-                           bytesOf(env, scratchPad),
-                           {numbers[0], numbers[1], numbers[2], numbers[3]},
-                           startsOf(env, starts),
-                           withRivals == JNI_TRUE,
-                           withSamples == JNI_TRUE});
+        const std::int32_t number = openReplay(bytesOf(env, request));
+        if (number == 0)
+            throwJava(env, "java/lang/IllegalArgumentException", "the request is not understood");
+        return number;
     } catch (const std::exception& failure) {
         throwJava(env, "java/lang/OutOfMemoryError", failure.what());
     }
@@ -203,7 +174,7 @@ void registerCheck(JNIEnv* env) {
 
 void registerReplay(JNIEnv* env) {
     const JNINativeMethod methods[] = {
-        method("open", "([[B[B[B[I[JZZ)I", reinterpret_cast<void*>(&open)),
+        method("open", "([B)I", reinterpret_cast<void*>(&open)),
         method("step", "(IJ)[B", reinterpret_cast<void*>(&step)),
         method("summary", "(I)[B", reinterpret_cast<void*>(&summary)),
         method("close", "(I)V", reinterpret_cast<void*>(&closeIt)),

@@ -4,6 +4,7 @@
 #include "support/mutex.h"
 
 #include <map>
+#include <optional>
 #include <utility>
 
 namespace obrin {
@@ -112,10 +113,35 @@ void putTally(Bytes& bytes, const Replay::Tally& tally) {
         putEpisode(bytes, rule, episode);
 }
 
+std::optional<ReplayRequest> readRequest(std::string_view bytes) {
+    BytesReader in(bytes);
+    if (in.number() != replayFeedVersion)
+        return std::nullopt;
+    ReplayRequest request;
+    ReplaySettings& settings = request.settings;
+    for (std::int32_t* number : {&settings.millisecondsPerSample, &settings.minForecastHours,
+                                 &settings.maxForecastHours, &settings.every})
+        *number = in.number();
+    request.withRivals = in.flag();
+    request.withSamples = in.flag();
+    request.declarations = in.text();
+    request.scratchPad = in.text();
+    for (std::int32_t left = in.number(); left > 0 && in.isWhole(); --left)
+        request.archives.emplace_back(in.text());
+    for (std::int32_t left = in.number(); left > 0 && in.isWhole(); --left) {
+        const std::int64_t time = in.longNumber();
+        request.starts.push_back({time, in.flag()});
+    }
+    return in.isWhole() && in.atEnd() ? std::optional(std::move(request)) : std::nullopt;
+}
+
 } // namespace
 
-std::int32_t openReplay(ReplayRequest request) {
-    auto session = std::make_shared<Session>(std::move(request));
+std::int32_t openReplay(std::string_view request) {
+    auto understood = readRequest(request);
+    if (!understood)
+        return 0;
+    auto session = std::make_shared<Session>(std::move(*understood));
     MutexLock lock(sessions->lock);
     sessions->open.emplace(++sessions->newest, std::move(session));
     return sessions->newest;

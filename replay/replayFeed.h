@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace obrin {
 
@@ -13,6 +14,12 @@ namespace obrin {
 //
 // The bytes (support/bytes.h), times in seconds since the epoch as i64, 0 for none:
 //
+//   request   i32 replayFeedVersion, i32 milliseconds between two cycles (-1: as a run would choose), nearest
+//   and
+//             farthest forecast in hours, cycles of the archive to each that is taken, flag other rules are
+//             judged too, flag every sample is told, texts declarations and scratch pad, list of archives
+//             (text path, oldest first), list of starts of runs (time, flag its rings were filled; oldest
+//             first)
 //   step      i32 replayFeedVersion, i64 bytes read, bytes in all, time of the first cycle, time of the
 //             newest, cycles, forecasts, damaged lines, samples of unknown numbers, flag it is over, list of
 //             happenings (time, i32 RID, i32 Happening, time announced), list of ended episodes (i32 RID,
@@ -33,8 +40,8 @@ inline constexpr std::int32_t replayFeedVersion = 1;
 /// So many damages are told in one step; all are counted.
 inline constexpr std::int32_t damagesTold = 1000;
 
-/// Begins a replay. Its number, 1 or more.
-std::int32_t openReplay(ReplayRequest request);
+/// Begins a replay of a request laid out as above. Its number, 1 or more; 0 when it is not understood.
+std::int32_t openReplay(std::string_view request);
 
 /// Goes on with it, for about so many forecasts; nothing when there is no such replay.
 std::string stepReplay(std::int32_t number, std::int64_t forecasts);

@@ -3,6 +3,7 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -53,6 +54,43 @@ private:
     }
 
     std::string bytes_;
+};
+
+/// Reads bytes in the order in which they were put together. What is not there reads as 0 or nothing, and
+/// isWhole() is false from then on.
+class BytesReader {
+public:
+    explicit BytesReader(std::string_view bytes) : rest_(bytes) {}
+
+    std::int32_t number() { return raw<std::int32_t>(); }
+    std::int64_t longNumber() { return raw<std::int64_t>(); }
+    bool flag() { return raw<char>() != 0; }
+    std::string_view text() {
+        const std::int32_t length = number();
+        return length < 0 ? take(std::string_view::npos) : take(static_cast<std::size_t>(length));
+    }
+
+    bool isWhole() const { return isWhole_; }
+    bool atEnd() const { return rest_.empty(); }
+
+private:
+    template <class Value>
+    Value raw() {
+        Value value{};
+        const std::string_view bytes = take(sizeof value);
+        std::memcpy(&value, bytes.data(), bytes.size());
+        return value;
+    }
+
+    std::string_view take(std::size_t size) {
+        isWhole_ = isWhole_ && size <= rest_.size();
+        const std::string_view taken = rest_.substr(0, isWhole_ ? size : 0);
+        rest_.remove_prefix(taken.size());
+        return taken;
+    }
+
+    std::string_view rest_;
+    bool isWhole_ = true;
 };
 
 } // namespace obrin

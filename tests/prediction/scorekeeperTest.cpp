@@ -137,8 +137,10 @@ TEST_F(ScorekeeperTest, ATremblingValueIsNotFreed) {
 TEST_F(ScorekeeperTest, WhatWasBeforeTheOnsetIsNoFall) {
     see(0, 90, false);
     see(minute, 50, true, hour);
-    see(2 * minute, 52, true, hour);
-    const auto ended = see(3 * minute, 52, false);
+    for (std::int64_t t = 0; t <= 110; ++t)
+        see(2 * minute + t * minute, 52.0 - 0.01 * static_cast<double>(t), true,
+            hour); // too slow to be a fall
+    const auto ended = see(113 * minute, 50.9, false);
     ASSERT_TRUE(ended);
     EXPECT_EQ(ended->outcome, Outcome::levelledOff);
 }

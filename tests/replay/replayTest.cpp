@@ -126,6 +126,22 @@ protected:
         return text;
     }
 
+    /// The request as the host lays it out.
+    std::string requestBytes() const {
+        Bytes bytes(4096);
+        bytes.number(replayFeedVersion).number(request.settings.millisecondsPerSample);
+        bytes.number(request.settings.minForecastHours).number(request.settings.maxForecastHours);
+        bytes.number(request.settings.every).flag(request.withRivals).flag(request.withSamples);
+        bytes.text(request.declarations).text(request.scratchPad);
+        bytes.number(static_cast<std::int32_t>(request.archives.size()));
+        for (const std::string& path : request.archives)
+            bytes.text(path);
+        bytes.number(static_cast<std::int32_t>(request.starts.size()));
+        for (const RunStart& one : request.starts)
+            bytes.longNumber(one.time).flag(one.isResumed);
+        return bytes.take();
+    }
+
     RecordingReplay replay() {
         if (!cycles.empty())
             test::writeFile(request.archives.front(), archive());
@@ -313,10 +329,13 @@ TEST_F(ReplayTest, AGapIsNotObserved) {
 }
 
 TEST_F(ReplayTest, TheFirstRecordWithANumberOwnsIt) {
-    request.scratchPad += record(2, 3, "LogicalDisk", "/dev/z /z", "PercentFreeSpaceUsed", "-2");
+    request.scratchPad += record(2, 3, "LogicalDisk", "/dev/z /z", "PercentFreeSpaceUsed", "-2") +
+                          record(2, 5, "LogicalDisk", "/dev/y /y", "PercentFreeSpaceUsed", "-2");
     fill(3, 0, 300, leak);
+    fill(5, 0, 300, leak); // the first record with it is of a resource that is declared no more
     replay();
-    EXPECT_EQ(tallies.at(0).link->Descriptor1.view(), "/dev/a /a");
+    ASSERT_EQ(tallies.size(), 1U);
+    EXPECT_EQ(tallies[0].link->Descriptor1.view(), "/dev/a /a");
 }
 
 TEST_F(ReplayTest, AStartMakesTheNotificationIdleAndKeepsOrDropsTheSamples) {
@@ -379,11 +398,29 @@ TEST_F(ReplayTest, WithoutForecastHoursOrRingsNothingBreaks) {
         << "the period that a run chooses puts 300 samples into a window";
 }
 
+TEST_F(ReplayTest, ARequestThatIsCutOrHasMoreIsNotUnderstood) {
+    request.starts = {{start, true}};
+    const std::string whole = requestBytes();
+    for (std::size_t size = 0; size < whole.size();
+         size += (size < 40 || size > whole.size() - 80) ? std::size_t{1} : std::size_t{97})
+        EXPECT_EQ(openReplay(whole.substr(0, size)), 0) << size;
+    EXPECT_EQ(openReplay(whole + "x"), 0);
+    std::string other = whole;
+    other[0] = 99;
+    EXPECT_EQ(openReplay(other), 0);
+    std::string negative = whole;
+    negative.replace(22, 4, "\xff\xff\xff\xff", 4); // the length of the declarations
+    EXPECT_EQ(openReplay(negative), 0);
+    const std::int32_t number = openReplay(whole);
+    EXPECT_GT(number, 0);
+    closeReplay(number);
+}
+
 TEST_F(ReplayTest, TheDoorGoesOnStepByStepAndForgetsWhatIsClosed) {
     fill(3, 0, 1500, leak);
     test::writeFile(request.archives.front(), archive());
-    const std::int32_t number = openReplay(request);
-    const std::int32_t other = openReplay(request);
+    const std::int32_t number = openReplay(requestBytes());
+    const std::int32_t other = openReplay(requestBytes());
     EXPECT_NE(number, other);
     const std::string step = stepReplay(number, 100);
     ASSERT_FALSE(step.empty());

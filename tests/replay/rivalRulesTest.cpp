@@ -81,12 +81,13 @@ TEST(RivalRulesTest, LineRulesHoldTheirConditionForAnHour) {
 TEST(RivalRulesTest, AConditionThatIsInterruptedBeginsAnew) {
     RivalRules rules(48 * hour);
     for (std::int64_t t = 0; t < 50 * minute; t += minute)
-        rules.take(start + t, 70.0 + static_cast<double>(t) / hour);
+        rules.take(start + t, 70.0 + 3.0 * static_cast<double>(t) / hour);
     rules.take(start + 50 * minute, 59.0);
     bool alarm = false;
     for (std::int64_t t = 51 * minute; t < 100 * minute; t += minute)
-        alarm = alarm ||
-                of(rules.take(start + t, 71.0 + static_cast<double>(t) / hour), Rival::line6h24h).isAlarm;
+        alarm =
+            alarm ||
+            of(rules.take(start + t, 70.0 + 3.0 * static_cast<double>(t) / hour), Rival::line6h24h).isAlarm;
     EXPECT_FALSE(alarm);
 }
 

@@ -20,17 +20,10 @@ public final class ReplayFeed {
     /**
      * Begins a replay.
      *
-     * @param archives    paths as the file system has them, oldest first
-     * @param settings    milliseconds between two cycles, nearest and farthest forecast in hours, and how many cycles
-     *                    of the archive there are to each one that is taken
-     * @param starts      seconds since the epoch at which runs began, oldest first; -1 less the time for a run
-     *                    that began with empty rings
-     * @param withRivals  whether other rules are judged over the same samples
-     * @param withSamples whether every sample is handed over
      * @return its number
+     * @throws IllegalArgumentException when the request is not understood
      */
-    public static native int open(byte[][] archives, byte[] declarations, byte[] scratchPad, int[] settings,
-            long[] starts, boolean withRivals, boolean withSamples);
+    public static native int open(byte[] request);
 
     /** Goes on for about so many forecasts. Null when there is no such replay. */
     public static native byte[] step(int number, long forecasts);

@@ -37,7 +37,7 @@ public final class EarlierScore {
                 HomeFiles.read(files.declarations(), "the declarations"),
                 HomeFiles.read(files.scratchPad(), "the scratch pad"),
                 new Replay.Settings(files.periodMillis(), files.minForecastHours(), files.maxForecastHours(), 1),
-                new long[0], false, false);
+                List.of(), false, false);
         ReplayResult.Collector collector = new ReplayResult.Collector();
         try (Replay replay = new Replay(request)) {
             Replay.Step step;

@@ -2,7 +2,11 @@ package com.quorin.sysmgt.tavl.LumetraAgent.replay;
 
 import com.quorin.sysmgt.tavl.LumetraAgent.ReplayFeed;
 import com.quorin.sysmgt.tavl.LumetraAgent.score.Episode;
+import com.quorin.sysmgt.tavl.LumetraAgent.score.ScoreFile;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.LibraryBytes;
+import java.nio.ByteBuffer;
+import java.nio.ByteOrder;
+import java.util.Arrays;
 import java.util.List;
 
 /** One replay of the library's. Not to be used by two threads at once. */
@@ -16,7 +20,7 @@ final class Replay implements AutoCloseable {
     private final int number;
 
     /** What is replayed, and how. Texts are bytes as the files have them. */
-    record Request(List<byte[]> archives, byte[] declarations, byte[] scratchPad, Settings settings, long[] starts,
+    record Request(List<byte[]> archives, byte[] declarations, byte[] scratchPad, Settings settings, List<ScoreFile.Start> starts,
             boolean withRivals, boolean withSamples) {
 
         Request with(Settings other) {
@@ -74,11 +78,30 @@ final class Replay implements AutoCloseable {
     record Summary(int periodMillis, List<Tally> resources) {}
 
     Replay(Request request) {
+        number = ReplayFeed.open(bytes(request));
+    }
+
+    /** As the library's replay/replayFeed.h lays it out. */
+    private static byte[] bytes(Request request) {
+        int size = 64 + request.declarations().length + request.scratchPad().length + 9 * request.starts().size()
+                + request.archives().stream().mapToInt(path -> Integer.BYTES + path.length).sum();
+        ByteBuffer bytes = ByteBuffer.allocate(size).order(ByteOrder.LITTLE_ENDIAN);
         Settings settings = request.settings();
-        number = ReplayFeed.open(request.archives().toArray(new byte[0][]), request.declarations(),
-                request.scratchPad(), new int[] {settings.periodMillis(), settings.minForecastHours(),
-                    settings.maxForecastHours(), settings.every()}, request.starts(), request.withRivals(),
-                request.withSamples());
+        bytes.putInt(ReplayFeed.VERSION).putInt(settings.periodMillis()).putInt(settings.minForecastHours())
+                .putInt(settings.maxForecastHours()).putInt(settings.every());
+        bytes.put((byte) (request.withRivals() ? 1 : 0)).put((byte) (request.withSamples() ? 1 : 0));
+        text(bytes, request.declarations());
+        text(bytes, request.scratchPad());
+        bytes.putInt(request.archives().size());
+        request.archives().forEach(path -> text(bytes, path));
+        bytes.putInt(request.starts().size());
+        request.starts().forEach(
+                start -> bytes.putLong(start.epochSeconds()).put((byte) (start.isResumed() ? 1 : 0)));
+        return Arrays.copyOf(bytes.array(), bytes.position());
+    }
+
+    private static void text(ByteBuffer bytes, byte[] text) {
+        bytes.putInt(text.length).put(text);
     }
 
     Step step() {

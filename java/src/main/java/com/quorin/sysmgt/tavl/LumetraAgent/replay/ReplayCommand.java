@@ -163,8 +163,7 @@ public final class ReplayCommand implements Callable<Integer> {
             HomeFiles.need(archive, "the archive");
         }
         Path score = home.resolve("log").resolve(ScoreFile.NAME);
-        long[] starts = new ScoreFile(score).read().starts().stream()
-                .mapToLong(start -> start.isResumed() ? start.epochSeconds() : -1 - start.epochSeconds()).toArray();
+        List<ScoreFile.Start> starts = new ScoreFile(score).read().starts();
         int most = horizon == null ? files.maxForecastHours() : horizon;
         return new Replay.Request(read.stream().map(FileText::bytes).toList(),
                 HomeFiles.read(files.declarations(), "the declarations"),
