@@ -3,6 +3,7 @@
 import os
 import re
 
+CYCLE = re.compile(r"^\*+ TimeStamp = (\d+) ")
 HEADING = re.compile(r"^(?:LogicalDisk|Percent\w+) (.*) Percent\w+: \d+/\d+ points ")
 
 
@@ -13,6 +14,8 @@ class LogFollower:
         self.path = path
         self.file = None
         self.lines = {}  # what was said of each instance, in order
+        self.dated = []  # the same of all, as (time of the cycle, instance, line)
+        self.now = None
         self.instance = None
         self.rest = ""
 
@@ -38,12 +41,15 @@ class LogFollower:
     def take(self, data):
         *lines, self.rest = (self.rest + data.decode("latin-1")).split("\n")
         for line in lines:
-            heading = HEADING.match(line)
-            if heading:
+            heading, cycle = HEADING.match(line), CYCLE.match(line)
+            if cycle:
+                self.now, self.instance = int(cycle[1]), None
+            elif heading:
                 self.instance = heading[1]
                 self.lines.setdefault(self.instance, [])
             elif self.instance is not None:
                 self.lines[self.instance].append(line)
+                self.dated.append((self.now, self.instance, line))
 
     def told(self, instance):
         """The lines on an instance's notification."""

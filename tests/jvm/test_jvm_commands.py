@@ -194,7 +194,7 @@ class Completion(JavaTest):
 
     def test_every_command_and_option_is_offered(self):
         commands = self.offered("")
-        self.assertEqual({"run", "status", "plot", "check"}, {word for word in commands if not word.startswith("-")})
+        self.assertEqual({"run", "status", "plot", "check", "replay"}, {word for word in commands if not word.startswith("-")})
         self.assertEqual({"status"}, self.offered("st"))
         for command in commands:
             told = subprocess.run(["java", "-jar", JAR, command, "--help"], capture_output=True, text=True, check=True).stdout

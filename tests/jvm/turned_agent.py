@@ -23,10 +23,10 @@ class TurnedAgent:
     """Stands in for the df of a home's agent: it asks the test before it looks, and then only at one directory. The resources
     of the home must include disks."""
 
-    def __init__(self, home, directory):
+    def __init__(self, home, directory, now=None):
         self.home = home
         self.clock = os.open(home.at("clock"), os.O_RDWR | os.O_CREAT)
-        self.turn_to(int(time.time()))
+        self.turn_to(int(time.time()) if now is None else now)
         self.archived = 0
         for name in ("asked", "go"):
             os.mkfifo(home.at(name))

@@ -65,6 +65,10 @@ record ReplayResult(boolean complete, Replay.Settings settings, Replay.Progress 
             weeks += moreWeeks;
         }
 
+        double weeks() {
+            return weeks;
+        }
+
         long count(Outcome outcome) {
             return episodes.stream().filter(e -> e.outcome() == outcome).count();
         }

@@ -67,8 +67,7 @@ final class ReplayTable {
         return String.format(Locale.ROOT, "%s%,d cycles of %d resources, %s to %s, one in %s, forecasts up to %d h: %,d"
                 + " forecasts.", result.complete() ? "" : "Interrupted, so this is a part: ", progress.cycles(),
                 result.summary().resources().size(), time(progress.from()), time(progress.to()),
-                Words.ofDuration(Duration.ofMillis(result.summary().periodMillis())),
-                result.settings().maxForecastHours(), progress.forecasts());
+                period(result), result.settings().maxForecastHours(), progress.forecasts());
     }
 
     private void damage(List<String> lines) {
@@ -114,7 +113,7 @@ final class ReplayTable {
         for (Replay.Tally resource : result.summary().resources()) {
             ReplayResult.Score score = result.score(resource, 0);
             rows.add(List.of(name(resource), reached(resource), first(score.onsetLeads()), first(score.eventLeads()),
-                    errors(score), outcomes(score), two(score.falseEpisodesAWeek()), "" + score.flaps(),
+                    errors(score), outcomes(score), aWeek(score, score.falseEpisodesAWeek()), "" + score.flaps(),
                     models(resource.chosen())));
         }
         return aligned(rows);
@@ -164,7 +163,7 @@ final class ReplayTable {
         List<Double> found = leads.apply(score);
         double least = found.stream().mapToDouble(Double::doubleValue).min().orElse(Double.NaN);
         return List.of(words, found.size() + " of " + result.limitsReached(), hours(ReplayResult.median(found)),
-                hours(least), errors(score), two(falseAWeek));
+                hours(least), errors(score), aWeek(score, falseAWeek));
     }
 
     /** The results of a sweep side by side; those that no other beats in both are marked. */
@@ -176,10 +175,10 @@ final class ReplayTable {
         for (ReplayResult result : results) {
             ReplayResult.Score score = result.score(0);
             rows.add(List.of(best.contains(result) ? "*" : " ", result.settings().maxForecastHours() + " h",
-                    Words.ofDuration(Duration.ofMillis(result.summary().periodMillis())),
+                    period(result),
                     score.onsetLeads().size() + " of " + result.limitsReached(),
                     hours(ReplayResult.median(score.onsetLeads())), hours(ReplayResult.median(score.eventLeads())),
-                    two(score.falseEpisodesAWeek()), two(score.falseAlarmsAWeek())));
+                    aWeek(score, score.falseEpisodesAWeek()), aWeek(score, score.falseAlarmsAWeek())));
         }
         List<String> lines = new ArrayList<>(aligned(rows));
         lines.add("* no other finds as many, as early and with as few false episodes");
@@ -200,8 +199,14 @@ final class ReplayTable {
         return Double.isNaN(hours) ? UNKNOWN : Words.ofDuration(Duration.ofSeconds(Math.round(hours * HOUR)));
     }
 
-    private static String two(double number) {
-        return String.format(Locale.ROOT, "%.2f", number);
+    private static String period(ReplayResult result) {
+        int millis = result.summary().periodMillis();
+        return millis < 1000 ? millis + " ms" : Words.ofDuration(Duration.ofMillis(millis));
+    }
+
+    /** A rate from less than a day says nothing. */
+    private static String aWeek(ReplayResult.Score score, double rate) {
+        return score.weeks() < 1 / 7.0 ? UNKNOWN : String.format(Locale.ROOT, "%.2f", rate);
     }
 
     private String time(long epochSeconds) {

@@ -1,0 +1,222 @@
+"""What an agent did, replayed from what it recorded: the same onsets, events and clearings in the same cycles."""
+
+import json
+import os
+import signal
+import subprocess
+import sys
+import time
+import unittest
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from java_host import JavaTest, JAR, LIBRARY, PROJECT, remaining, wait_until  # noqa: E402
+from agent_home import declaration, mount, needs_mounts, umount, write  # noqa: E402
+from log_follower import LogFollower  # noqa: E402
+from test_jvm_forecast import fill  # noqa: E402
+from turned_agent import TurnedAgent  # noqa: E402
+
+PROGRAM = os.path.join(PROJECT, "lumetra")
+PERIOD = 900  # milliseconds; the turned time goes by faster
+CYCLE = 10
+PORTION = 64 << 10
+SIZE = 250 * PORTION  # so that every sample is a multiple of 0.4 %, which two decimals hold
+START = 1_700_000_000
+HAPPENINGS = {"Onset of exhaustion": "onset", "exhaustion imminent": "event", "Clearing intent to notify": "cleared"}
+
+
+def content(path):
+    with open(path, "rb") as file:
+        return file.read()
+
+
+def replay(*arguments, **more):
+    return subprocess.run([PROGRAM, "replay", *arguments], env={**os.environ, "LUMETRA_JAR": JAR, "LUMETRA_LIBRARY": LIBRARY, "TZ": "UTC"},
+                          stdin=subprocess.DEVNULL, capture_output=True, encoding="utf-8", timeout=remaining(), **more)
+
+
+class ReplayTest(JavaTest):
+    def replayed(self, home, *options):
+        result = replay("--home", home.path, "--json", *options)
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        return json.loads(result.stdout)
+
+    def recorded_home(self, values, period=60_000, name="small"):
+        """A home with an archive of one disk, a sample each period."""
+        home = self.fresh_home(period=period, maximum=48)
+        home.declare((declaration("LogicalDisk", "*", "PercentFreeSpaceUsed", window="-1."),))
+        write(home.layout.scratch_pad, "\nEvent: ResourceDefinition - Informational \n"
+              f"2   1   (LogicalDisk)   (/dev/{name} /{name})   (PercentFreeSpaceUsed)   -2   \n")
+        write(home.layout.archive, "".join(f"{START + i * period // 1000} 1 0 {value:.2f} \n" for i, value in enumerate(values)))
+        return home
+
+
+class LiveAgainstReplay(ReplayTest):
+    def host_with_disk(self, home, path, now=None):
+        turned = TurnedAgent(home, path, now)
+        self.addCleanup(turned.close)
+        return turned, self.host(home, environment=turned.environment())
+
+    def happened(self, log):
+        """What the agent's log tells, as the replay's timeline tells it."""
+        log.look()
+        found, announced = [], set()
+        for when, instance, line in log.dated:
+            what = next((word for start, word in HAPPENINGS.items() if line.startswith(start)), None)
+            if what == "onset":
+                announced.discard(instance)
+            if what is None or what == "event" and instance in announced:
+                continue
+            if what == "event":
+                announced.add(instance)
+            found.append((when, instance, what))
+        return found
+
+    @needs_mounts
+    def test_a_replay_tells_what_the_agent_told_also_over_a_restart(self):
+        home = self.fresh_home(period=PERIOD)
+        home.declare((declaration("LogicalDisk", "*", "PercentFreeSpaceUsed", window="-1."),))
+        path = home.at("disk")
+        os.mkdir(path)
+        mount("small", path, "tmpfs", 0, f"size={SIZE}")
+        self.addCleanup(umount, path)
+        data = os.path.join(path, "data")
+        log = LogFollower(home.layout.log)
+        self.addCleanup(log.close)
+
+        turned, machine = self.host_with_disk(home, path)
+        for _ in range(230):
+            turned.cycle(CYCLE, lambda: fill(path, PORTION))
+            log.look()  # the log turns over, and keeps one older part
+        os.truncate(data, 100 * PORTION)
+        while not any(what == "cleared" for _, _, what in self.happened(log)):
+            turned.cycle(CYCLE)
+        turned.release()
+        self.terminate(machine, home)
+        first = self.happened(log)
+        self.assertEqual([what for _, _, what in first], ["onset", "event", "cleared"])
+
+        for name in ("asked", "go", "free"):
+            os.unlink(home.at(name))
+        turned, machine = self.host_with_disk(home, path, turned.now + 60)
+        for _ in range(40):
+            turned.cycle(CYCLE, lambda: fill(path, 2 * PORTION))
+            log.look()
+        turned.release()
+        self.terminate(machine, home)
+
+        told = self.replayed(home)
+        instance = "small " + path
+        timeline = [(h["time"], instance, h["what"]) for h in told["timeline"] if h["what"] != "limit"]
+        self.assertEqual(timeline, self.happened(log))
+        self.assert_same_score(home, told)
+
+    def assert_same_score(self, home, told):
+        with open(home.at("log", "score.jsonl"), encoding="utf-8") as file:
+            lines = [json.loads(line) for line in file]
+        kept = [line for line in lines if line["type"] == "episode"]
+        episodes = [e for e in told["resources"][0]["rules"][0]["episodes"] if e["outcome"] != "open"]
+        self.assertEqual([(e["onset"], e["firstEvent"] or None, e["end"], e["outcome"], e["announcedAtOnset"]) for e in kept],
+                         [(e["onset"], e["firstEvent"], e["end"], e["outcome"], e["announcedAtOnset"]) for e in episodes])
+        self.assertEqual(kept[0]["outcome"], "freed")
+        self.assertEqual(len([line for line in lines if line["type"] == "start"]), 2)
+
+
+class Score(ReplayTest):
+    LEAK = [20.0] * 600 + [20 + 0.1 * i for i in range(801)] + [30.0] * 100
+
+    def test_the_past_is_scored_once_when_there_is_no_score_yet(self):
+        home = self.recorded_home(self.LEAK)
+        machine = self.host(home)
+        score = home.at("log", "score.jsonl")
+        wait_until(lambda: os.path.exists(score) and '"history"' in content(score).decode(), "the score of the past")
+        self.terminate(machine, home)
+        lines = [json.loads(line) for line in content(score).decode().splitlines()]
+        episodes = [line for line in lines if line["type"] == "episode"]
+        self.assertEqual([(e["resource"], e["instance"], e["outcome"]) for e in episodes],
+                         [("PercentFreeSpaceUsed", "/dev/small /small", "reached")])
+        self.assertEqual([line["from"] for line in lines if line["type"] == "history"], [START])
+        machine = self.host(home)
+        self.more_lines(machine, home, 2)
+        self.terminate(machine, home)
+        self.assertEqual(content(score).decode().count('"episode"'), 1)
+
+    def more_lines(self, machine, home, count):
+        lines = content(home.layout.archive).count(b"\n")
+        machine.until(lambda: content(home.layout.archive).count(b"\n") >= lines + count, "more cycles")
+
+
+class Command(ReplayTest):
+    LEAK = Score.LEAK
+
+    def test_the_table_tells_the_timeline_and_the_score(self):
+        home = self.recorded_home(self.LEAK)
+        before = {name: os.stat(os.path.join(folder, name)).st_mtime_ns for folder, _, names in os.walk(home.path) for name in names}
+        result = replay("--home", home.path, "--against")
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        lines = result.stdout.splitlines()
+        self.assertTrue(lines[0].startswith("1,501 cycles of 1 resources, 2023-11-14 22:13 to "), lines[0])
+        self.assertRegex(result.stdout, r"\n2023-11-15 \d\d:\d\d  onset    PercentFreeSpaceUsed \[/dev/small /small\]: exhausted at ")
+        self.assertRegex(result.stdout, r"\n2023-11-15 21:33  limit    PercentFreeSpaceUsed \[/dev/small /small\]\n")
+        self.assertRegex(result.stdout, r"\nagent, from the event +1 of 1 ")
+        self.assertRegex(result.stdout, r"\n90 % used +1 of 1 ")
+        after = {name: os.stat(os.path.join(folder, name)).st_mtime_ns for folder, _, names in os.walk(home.path) for name in names}
+        self.assertEqual(before, after, "a replay changes nothing")
+
+    def test_damage_is_told_with_its_place_and_has_a_code_of_its_own(self):
+        home = self.recorded_home(self.LEAK)
+        text = content(home.layout.archive)
+        write(home.layout.archive, text[:3000] + b"\x00rubbish" + text[3000:])
+        result = replay("--home", home.path)
+        self.assertEqual(result.returncode, 3, result.stderr)
+        self.assertRegex(result.stdout, r"archive.txt:\d+: passed over: ")
+
+    def test_what_is_missing_or_no_archive_is_named(self):
+        home = self.recorded_home(self.LEAK)
+        for arguments, code, words in (
+                (("--home", "/none"), 1, "/none/config/AutoConfig.ini, the configuration: there is no such file"),
+                (("--home", home.path, "/none/archive"), 1, "/none/archive, the archive: there is no such file"),
+                (("--home", home.path, home.path), 1, "the archive: it is a directory"),
+                (("--home", home.path, "--every", "0"), 2, "'--every': expected 1 or more, got 0"),
+                (("--home", home.path, "--horizon", "0"), 2, "'--horizon': expected 1 hour or more, got 0"),
+                (("--home", home.path, "--plot", "/none"), 2, "'--plot': expected a directory")):
+            result = replay(*arguments)
+            self.assertEqual((result.returncode, result.stdout), (code, ""), arguments)
+            self.assertIn(words, result.stderr)
+        os.unlink(home.layout.scratch_pad)
+        self.assertIn("the scratch pad: there is no such file", replay("--home", home.path).stderr)
+        write(home.at("config", "AutoConfig.ini"), "rubbish")
+        self.assertIn("is no configuration of the agent", replay("--home", home.path).stderr)
+
+    def test_ctrl_c_prints_what_is_known_and_says_that_it_is_a_part(self):
+        home = self.recorded_home([50 + i % 7 for i in range(200_000)])
+        process = subprocess.Popen([PROGRAM, "replay", "--home", home.path], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                   env={**os.environ, "LUMETRA_JAR": JAR, "LUMETRA_LIBRARY": LIBRARY}, encoding="utf-8")
+        self.addCleanup(process.kill)
+        wait_until(lambda: "libObrinagent" in content(f"/proc/{process.pid}/maps").decode("latin-1"), "the library")
+        time.sleep(0.3)  # into the replay; when the machine is so slow that it is not, nothing was replayed yet
+        process.send_signal(signal.SIGINT)
+        out, err = process.communicate(timeout=remaining())
+        self.assertEqual(err, "")
+        self.assertTrue(out.startswith(("Interrupted, so this is a part: ", "There was nothing to replay.")), out[:200])
+
+    def test_a_sweep_shows_settings_side_by_side(self):
+        home = self.recorded_home(self.LEAK)
+        result = replay("--home", home.path, "--sweep")
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        self.assertRegex(result.stdout, r"\n\*? +48 h +60 s +1 of 1 ")
+        self.assertRegex(result.stdout, r"\n[* ] +168 h +5 min ")
+        told = json.loads(replay("--home", home.path, "--sweep", "--json").stdout)["sweep"]
+        self.assertEqual((told[0]["settings"]["maxForecastHours"], told[0]["settings"]["every"]), (48, 1))
+        self.assertEqual(told[0]["timeline"], [])
+
+    def test_a_picture_is_drawn_of_each_resource(self):
+        home = self.recorded_home(self.LEAK)
+        folder = home.at("pictures")
+        os.mkdir(folder)
+        result = replay("--home", home.path, "--plot", folder)
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        self.assertTrue(content(os.path.join(folder, "replay-1.png")).startswith(b"\x89PNG"))
+
+
+if __name__ == "__main__":
+    unittest.main()
