@@ -8,6 +8,8 @@ import sys
 import time
 import unittest
 
+import jsonschema
+
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from java_host import JavaTest, JAR, LIBRARY, PROJECT, remaining, wait_until  # noqa: E402
 from agent_home import declaration, mount, needs_mounts, umount, write  # noqa: E402
@@ -38,7 +40,13 @@ class ReplayTest(JavaTest):
     def replayed(self, home, *options):
         result = replay("--home", home.path, "--json", *options)
         self.assertEqual((result.returncode, result.stderr), (0, ""))
-        return json.loads(result.stdout)
+        return self.valid(result.stdout)
+
+    def valid(self, text):
+        told = json.loads(text)
+        with open(os.path.join(PROJECT, "docs", "replay.schema.json"), encoding="utf-8") as file:
+            jsonschema.Draft202012Validator(json.load(file)).validate(told)
+        return told
 
     def recorded_home(self, values, period=60_000, name="small"):
         """A home with an archive of one disk, a sample each period."""
@@ -170,6 +178,12 @@ class Command(ReplayTest):
         self.assertEqual(result.returncode, 3, result.stderr)
         self.assertRegex(result.stdout, r"archive.txt:\d+: passed over: ")
 
+    def test_the_json_is_as_its_schema_says(self):
+        told = self.replayed(self.recorded_home(self.LEAK), "--against")
+        self.assertEqual([rule["rule"] for rule in told["resources"][0]["rules"]],
+                         ["agent", "line6h24h", "line6h4h", "twoPoints1h", "threshold90"])
+        self.assertEqual([e["outcome"] for e in told["resources"][0]["rules"][0]["episodes"]], ["reached"])
+
     def test_what_is_missing_or_no_archive_is_named(self):
         home = self.recorded_home(self.LEAK)
         for arguments, code, words in (
@@ -205,7 +219,7 @@ class Command(ReplayTest):
         self.assertEqual((result.returncode, result.stderr), (0, ""))
         self.assertRegex(result.stdout, r"\n\*? +48 h +60 s +1 of 1 ")
         self.assertRegex(result.stdout, r"\n[* ] +168 h +5 min ")
-        told = json.loads(replay("--home", home.path, "--sweep", "--json").stdout)["sweep"]
+        told = self.valid(replay("--home", home.path, "--sweep", "--json").stdout)["sweep"]
         self.assertEqual((told[0]["settings"]["maxForecastHours"], told[0]["settings"]["every"]), (48, 1))
         self.assertEqual(told[0]["timeline"], [])
 
