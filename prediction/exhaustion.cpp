@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
 #include <string>
 
 namespace obrin {
@@ -68,11 +69,14 @@ void forecastGrid(float first, float inner, float outer, std::span<float> times)
 
 Crossing findCrossing(std::span<const float> times, std::span<const float> values, float now,
                       ToleranceLimits limits) {
+    // Nothing is beyond a limit that is no number.
+    const float lower = isSet(limits.lower) ? limits.lower : std::numeric_limits<float>::quiet_NaN();
+    const float upper = isSet(limits.upper) ? limits.upper : std::numeric_limits<float>::quiet_NaN();
+    const auto isBeyond = [=](float value) { return value <= lower || value >= upper; };
     Crossing crossing;
-    for (std::size_t i = 0; i < times.size() && !crossing.ahead; ++i) {
-        if (!(isSet(limits.lower) && values[i] <= limits.lower) &&
-            !(isSet(limits.upper) && values[i] >= limits.upper))
-            continue;
+    auto at = std::find_if(values.begin(), values.end(), isBeyond);
+    for (; at != values.end() && !crossing.ahead; at = std::find_if(at + 1, values.end(), isBeyond)) {
+        const auto i = static_cast<std::size_t>(at - values.begin());
         crossing.hours = static_cast<double>(times[i] - now) / 3600.0;
         crossing.ahead = crossing.hours > 0;
     }
@@ -100,7 +104,10 @@ Notification advanceNotification(Link& link, bool exhaustionAhead, float last) {
 void lookAhead(Link& link, std::span<const float> times, std::span<const float> values,
                ToleranceLimits limits, float inner, float outer, const PredictionParameters& params,
                Outlook* outlook) {
-    forecastGrid(times.front(), inner, outer, outlook->times);
+    if (const std::array gridOf{times.front(), inner, outer}; outlook->gridOf != gridOf) {
+        forecastGrid(times.front(), inner, outer, outlook->times);
+        outlook->gridOf = gridOf;
+    }
     outlook->valid = select_model_and_predict(static_cast<std::int32_t>(times.size()), times.data(),
                                               values.data(), forecastPoints, outlook->times.data(),
                                               outlook->forecast.data(), &params, &outlook->model) == 1;

@@ -59,6 +59,7 @@ Notification advanceNotification(Link& link, bool exhaustionAhead, float last);
 /// What a cycle sees of a resource's future.
 struct Outlook {
     std::array<float, forecastPoints> times{};    ///< the grid, seconds since the oldest sample
+    std::array<float, 3> gridOf{-1.0F};           ///< first, inner and outer that the grid was made from
     std::array<float, forecastPoints> forecast{}; ///< per cent, as the model has it
     std::string model;                            ///< its name, also when there is none
     bool valid = false;                           ///< a model could be fitted

@@ -39,6 +39,19 @@ void gatherFirstPoint(const Link& link) {
     NumberOfValidDataPoints = clampToInt32(static_cast<std::int64_t>(FirstPoint.size()));
 }
 
+/// Rounds times, less the first, and values to float. Whether all of them are valid samples. Without a branch
+/// in it, so that the compiler makes vector instructions of it.
+bool convert(std::span<const double> times, std::span<const double> values, double first, float* x,
+             float* y) {
+    bool isValid = true;
+    for (std::size_t i = 0; i < times.size(); ++i) {
+        x[i] = static_cast<float>(times[i] - first);
+        y[i] = static_cast<float>(values[i]);
+        isValid &= values[i] != noSample;
+    }
+    return isValid;
+}
+
 bool isAnalysed(const Link& link) {
     return link.AnalyticalMethod != 0 && !(link.Descriptor3 == "-1");
 }
@@ -63,6 +76,26 @@ void makeSeries(std::span<const SampleRecord> samples, Series* series) {
         series->times.push_back(static_cast<float>(sample.time - samples.front().time));
         series->values.push_back(static_cast<float>(sample.value));
     }
+}
+
+void makeSeries(const Link& link, Series* series) {
+    const std::uint32_t held = samplesHeld(link);
+    series->times.resize(held);
+    series->values.resize(held);
+    if (held == 0)
+        return;
+    const std::uint32_t oldest = slotOfSample(link, 0);
+    const double first = link.TimeBuffer[oldest];
+    bool isWhole =
+        convert({&link.TimeBuffer[oldest], held - oldest}, {&link.ValueBuffer[oldest], held - oldest}, first,
+                series->times.data(), series->values.data());
+    isWhole &= convert({&link.TimeBuffer[0], oldest}, {&link.ValueBuffer[0], oldest}, first,
+                       series->times.data() + (held - oldest), series->values.data() + (held - oldest));
+    if (isWhole)
+        return;
+    std::vector<SampleRecord> samples;
+    gatherSamples(link, &samples);
+    makeSeries(samples, series);
 }
 
 std::int32_t predictor(Clasp* clasp) {

@@ -32,6 +32,9 @@ struct Series {
 };
 void makeSeries(std::span<const SampleRecord> samples, Series* series);
 
+/// The same of the samples that gatherSamples() would gather.
+void makeSeries(const Link& link, Series* series);
+
 /// The resource in hand: its valid samples, oldest first, replaced for each resource.
 extern std::vector<SampleRecord>& FirstPoint;
 extern std::int32_t NumOfSamples;            ///< samples in its ring

@@ -158,10 +158,9 @@ void Replay::takeSample(std::int64_t time, const ArchivedSample& sample, ReplayS
 
 void Replay::forecast(Resource& resource, std::int64_t time, double value, ReplaySink& sink) {
     Link& link = *resource.link;
-    gatherSamples(link, &records_);
-    if (records_.empty())
+    makeSeries(link, &series_);
+    if (series_.times.empty())
         return;
-    makeSeries(records_, &series_);
     const ReplaySettings& settings = request_.settings;
     const double inner = settings.minForecastHours * secondsPerHour;
     const double outer = settings.maxForecastHours * secondsPerHour;

@@ -124,7 +124,6 @@ private:
     std::int64_t lines_ = 0; ///< cycles that were read
     ReplayProgress progress_;
     bool startsEmpty_ = false; ///< the rings of the run in hand began empty
-    std::vector<SampleRecord> records_;
     Series series_;
     Outlook outlook_;
     ArchivedCycle cycle_;

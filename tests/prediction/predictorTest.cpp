@@ -69,6 +69,24 @@ protected:
     std::vector<std::unique_ptr<Link>> links;
 };
 
+TEST_F(Predictor, ASeriesIsTheSameFromTheRingAndFromItsGatheredSamples) {
+    for (const int slots : {1, 7, 300})
+        for (const int pushed : {0, 1, 6, 7, 8, 299, 300, 301, 450})
+            for (const int hole : {-1, 0, 3, 148, 299}) { // which sample of each three hundred is none
+                Link& link = add("Disk", slots);
+                for (int i = 0; i < pushed; ++i)
+                    pushSample(link, 1700000000 + 10.1 * i, i % 300 == hole ? noSample : 50 + 0.1 * i);
+                std::vector<SampleRecord> samples;
+                gatherSamples(link, &samples);
+                Series gathered;
+                makeSeries(samples, &gathered);
+                Series series{{1.0F}, {2.0F, 3.0F}};
+                makeSeries(link, &series);
+                EXPECT_EQ(series.times, gathered.times) << slots << " " << pushed << " " << hole;
+                EXPECT_EQ(series.values, gathered.values) << slots << " " << pushed << " " << hole;
+            }
+}
+
 TEST_F(Predictor, ResourceWithoutAMethodAndTemplatesAreNeitherDiagnosedNorPredicted) {
     Link& without = add("PercentSwapSpaceUsed");
     without.AnalyticalMethod = 0;
