@@ -1,14 +1,14 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.score;
 
 import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
-import java.util.HashMap;
 import java.util.List;
 import java.util.Map;
+import java.util.concurrent.ConcurrentHashMap;
 import java.util.function.Consumer;
 
 /**
  * The score of a home's announcements: what its file holds, and what this run adds. All methods may be called from
- * any thread.
+ * any thread; who asks never waits for the file.
  */
 public final class ScoreBook {
 
@@ -16,9 +16,9 @@ public final class ScoreBook {
 
     private final ScoreFile file;
     private final Consumer<String> complaints;
-    private final Map<Key, TrackRecord> records = new HashMap<>();
+    private final Map<Key, TrackRecord> records = new ConcurrentHashMap<>();
     private final boolean isNew;
-    private long since = Long.MAX_VALUE;
+    private volatile long since = Long.MAX_VALUE;
     private long taken;
     private boolean isStarted;
     private boolean cannotBeWritten;
@@ -93,12 +93,12 @@ public final class ScoreBook {
     }
 
     /** The record of a resource as the library names it. */
-    public synchronized TrackRecord of(String resource, String instance) {
+    public TrackRecord of(String resource, String instance) {
         return records.getOrDefault(new Key(resource, instance), TrackRecord.NONE);
     }
 
     /** From when on score was kept, seconds since the epoch; {@code now} when it begins now. */
-    public synchronized long since(long now) {
+    public long since(long now) {
         return Math.min(since, now);
     }
 }
