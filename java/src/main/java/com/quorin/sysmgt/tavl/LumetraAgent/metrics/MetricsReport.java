@@ -47,6 +47,7 @@ final class MetricsReport {
         MetricsReport report = new MetricsReport(out, snapshot, events, names);
         report.writeResources();
         report.writeForecasts();
+        report.writeTrackRecords();
         report.writeEvents();
         report.writeAgent();
         return out.bytes();
@@ -103,6 +104,28 @@ final class MetricsReport {
         gauge("lumetra_forecast_timestamp_seconds", "seconds",
                 "When the newest forecast was made; NaN without one.",
                 r -> r.forecast().forecastAt() == null ? NONE : r.forecast().forecastAt());
+    }
+
+    /** What came of the announcements that have ended. */
+    private void writeTrackRecords() {
+        out.family("lumetra_resource_announcements", MetricsText.Type.GAUGE, "",
+                "Announcements of an exhaustion that have ended, those of earlier runs too, by their outcome.");
+        for (Snapshot.Resource r : resources) {
+            Snapshot.Track track = r.track();
+            outcome(r, "reached", track.reached());
+            outcome(r, "freed", track.freed());
+            outcome(r, "levelled_off", track.levelledOff());
+        }
+        gauge("lumetra_resource_announcements_levelled_off_in_a_row", "",
+                "How many of the newest announcements levelled off, one after the other.",
+                r -> r.track().levelledOffInARow());
+        gauge("lumetra_resource_announcement_error_seconds", "seconds",
+                "How far off the announced moment was in the median; NaN when no limit was reached.",
+                r -> r.track().medianErrorHours() == null ? NONE : Math.rint(r.track().medianErrorHours() * 3600));
+    }
+
+    private void outcome(Snapshot.Resource r, String outcome, int count) {
+        out.sample(labels.get(r.id()) + "," + MetricsText.labels("outcome", outcome), count);
     }
 
     /** Events know names only: those of two resources with the same names all count for the first. */

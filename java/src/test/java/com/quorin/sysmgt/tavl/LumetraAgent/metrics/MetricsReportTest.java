@@ -83,6 +83,22 @@ class MetricsReportTest {
     }
 
     @Test
+    void whatCameOfEarlierAnnouncementsIsTold() {
+        disk(ResourceState.FORECAST, NEWEST, NEWEST + 3600);
+        assertEquals("0", value("lumetra_resource_announcements{" + DISK + ",outcome=\"reached\"}"));
+        assertEquals("0", value("lumetra_resource_announcements_levelled_off_in_a_row{" + DISK + "}"));
+        assertEquals("NaN", value("lumetra_resource_announcement_error_seconds{" + DISK + "}"));
+        Snapshot.Resource plain = rows.remove(0);
+        rows.add(new Snapshot.Resource(plain.identity(), plain.reading(), plain.standing(), plain.forecast(),
+                new Snapshot.Track(9, 1, 2, 6, 4, 1.2001, "announced 9 times")));
+        assertEquals("1", value("lumetra_resource_announcements{" + DISK + ",outcome=\"reached\"}"));
+        assertEquals("2", value("lumetra_resource_announcements{" + DISK + ",outcome=\"freed\"}"));
+        assertEquals("6", value("lumetra_resource_announcements{" + DISK + ",outcome=\"levelled_off\"}"));
+        assertEquals("4", value("lumetra_resource_announcements_levelled_off_in_a_row{" + DISK + "}"));
+        assertEquals("4320", value("lumetra_resource_announcement_error_seconds{" + DISK + "}"));
+    }
+
+    @Test
     void theAgentTellsOfItself() {
         events.add(new Event.Failure(NOW, null));
         assertEquals("4", value("lumetra_agent_cycles_total"));
