@@ -175,7 +175,8 @@ public final class StatusCommand implements Callable<Integer> {
             return lines;
         }
         List<String> fitted = new ArrayList<>(lines.subList(0, kept));
-        fitted.add("… and " + (lines.size() - kept - AGENT_LINES) + " more");
+        int left = lines.size() - kept - AGENT_LINES;
+        fitted.add("… and " + left + (left == 1 ? " more line" : " more lines"));
         fitted.addAll(lines.subList(lines.size() - AGENT_LINES, lines.size()));
         return fitted;
     }

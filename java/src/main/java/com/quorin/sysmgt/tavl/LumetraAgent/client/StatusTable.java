@@ -89,10 +89,19 @@ public final class StatusTable {
         resources.forEach(resource -> rows.add(cells(resource, snapshot.agent(), now)));
         int[] widths = widths(rows);
         List<String> lines = new ArrayList<>();
-        for (int i = 0; i < rows.size(); i++) {
-            lines.add(line(rows.get(i), widths, i == 0 ? null : resources.get(i - 1).state()));
+        lines.add(line(rows.get(0), widths, null));
+        for (int i = 0; i < resources.size(); i++) {
+            lines.add(line(rows.get(i + 1), widths, resources.get(i).state()));
+            trackRecord(resources.get(i)).ifPresent(lines::add);
         }
         return lines;
+    }
+
+    /** The line below a row that announces something: what came of earlier announcements. */
+    private Optional<String> trackRecord(Snapshot.Resource resource) {
+        boolean isAnnounced = resource.state() == ResourceState.FORECAST || resource.state() == ResourceState.PENDING;
+        return Optional.ofNullable(isAnnounced ? resource.track().trackRecord() : null)
+                .map(record -> shortened(GAP + Words.printable(record), terminal.columns().orElse(Integer.MAX_VALUE)));
     }
 
     private List<String> cells(Snapshot.Resource resource, Snapshot.Agent agent, Instant now) {

@@ -60,6 +60,35 @@ class StatusTableTest {
                 + "a sample every 5 s.", lines.get(4));
     }
 
+    private static Snapshot.Resource announced(ResourceState state, String record) {
+        Snapshot.Resource plain = resource(state, "sda1 /data", 19200.0, 20200L);
+        return new Snapshot.Resource(plain.identity(), plain.reading(), plain.standing(), plain.forecast(),
+                new Snapshot.Track(6, 0, 1, 5, 3, null, record));
+    }
+
+    @Test
+    void theTrackRecordStandsBelowWhatIsAnnounced() {
+        String record = "announced 6 times in 14 days: reached 0, freed 1, levelled off 5";
+        for (ResourceState state : ResourceState.values()) {
+            List<String> lines = lines(PIPE, announced(state, record), resource(state, "last", null, null));
+            boolean isAnnounced = state == ResourceState.FORECAST || state == ResourceState.PENDING;
+            assertEquals(isAnnounced, lines.contains("  " + record), state.words());
+            assertEquals(isAnnounced ? 3 : 2, lines.indexOf(lines.stream()
+                    .filter(line -> line.contains("last")).findFirst().orElseThrow()), state.words());
+        }
+        assertEquals(4, lines(PIPE, announced(ResourceState.FORECAST, null)).size(), "nothing to say is no line");
+    }
+
+    @Test
+    void theTrackRecordFitsATerminalAndMovesNoCursor() {
+        Terminal narrow = new Terminal(true, Map.of("TERM", "dumb", "COLUMNS", "40"));
+        String record = "announced\u001b[2J " + "long ".repeat(20) + "end";
+        String line = lines(narrow, announced(ResourceState.PENDING, record)).get(2);
+        assertEquals(40, line.length(), line);
+        assertTrue(line.startsWith("  announced\\x1b[2J") && line.contains("…") && line.endsWith("end"), line);
+        assertTrue(lines(PIPE, announced(ResourceState.PENDING, record)).get(2).endsWith("long long long end"));
+    }
+
     @Test
     void whatTheAgentCannotDoForNowStandsBelowTheTable() {
         Snapshot.Agent agent = new Snapshot.Agent(
