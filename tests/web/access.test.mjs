@@ -3,7 +3,7 @@ import assert from "node:assert/strict";
 import { after, before, describe, test } from "node:test";
 import { launch } from "./browser.mjs";
 import { withWorld as inWorld } from "./support.mjs";
-import { busyServer, largeServer, STATE_WORDS, World } from "./world.mjs";
+import { busyServer, FALSE_ALARMS, largeServer, STATE_WORDS, World } from "./world.mjs";
 
 let browser;
 
@@ -16,7 +16,8 @@ const withWorld = (...given) => inWorld(browser, ...given);
 
 function everyState() {
   const world = new World();
-  Object.keys(STATE_WORDS).forEach((state) => world.add({ mountpoint: `/${state}`, state, note: "A note." }));
+  Object.keys(STATE_WORDS).forEach((state) => world.add({ mountpoint: `/${state}`, state, note: "A note.", track: FALSE_ALARMS }));
+  world.announce(world.resources[1], 30, 0.9);
   world.event({ type: "fatal", message: "it failed" });
   world.event({ type: "exhaustion", resource: "PercentFreeSpaceUsed", instance: "/dev/sda1 /forecast",
     secondsToExhaustion: 600 });

@@ -122,18 +122,23 @@ export function distinctPixels(page, selector = "#chart canvas") {
 }
 
 /** In which columns of the canvas the colour of a custom property occurs, as shares of the width. */
-export function columnsOf(page, property) {
-  return page.evaluate((name) => {
+export async function columnsOf(page, property, selector) {
+  return [...new Set((await pixelsOf(page, property, selector)).map(([x]) => x))].sort((a, z) => a - z);
+}
+
+/** Where on the canvas the colour of a custom property occurs: columns and rows, as shares of width and height. */
+export function pixelsOf(page, property, selector = "#chart canvas") {
+  return page.evaluate(([name, chosen]) => {
     const hex = getComputedStyle(document.documentElement).getPropertyValue(name).trim().slice(1);
     const [r, g, b] = [0, 2, 4].map((i) => parseInt(hex.slice(i, i + 2), 16));
-    const canvas = document.querySelector("#chart canvas");
+    const canvas = document.querySelector(chosen);
     const { data } = canvas.getContext("2d").getImageData(0, 0, canvas.width, canvas.height);
-    const columns = new Set();
+    const found = [];
     for (let i = 0; i < data.length; i += 4) {
       if (Math.abs(data[i] - r) + Math.abs(data[i + 1] - g) + Math.abs(data[i + 2] - b) < 12 && data[i + 3] > 200) {
-        columns.add(((i / 4) % canvas.width) / canvas.width);
+        found.push([((i / 4) % canvas.width) / canvas.width, Math.floor(i / 4 / canvas.width) / canvas.height]);
       }
     }
-    return [...columns].sort((a, z) => a - z);
-  }, property);
+    return found;
+  }, [property, selector]);
 }

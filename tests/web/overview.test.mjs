@@ -6,7 +6,7 @@ import { fileURLToPath } from "node:url";
 import { launch, look, open, screenshot, withPage } from "./browser.mjs";
 import { until } from "./suite.mjs";
 import { withAgent, withTurnedWorld, withWorld as inWorld } from "./support.mjs";
-import { busyServer, freshServer, largeServer, STATE_WORDS, World } from "./world.mjs";
+import { busyServer, FALSE_ALARMS, freshServer, largeServer, STATE_WORDS, World } from "./world.mjs";
 
 const SCHEMA = fileURLToPath(new URL("../../docs/api.schema.json", import.meta.url));
 
@@ -69,6 +69,21 @@ for kind, answer in json.load(sys.stdin):
       assert.match(await first.locator(".when").getAttribute("title"), /\d{4}, \d\d:\d\d:\d\d/);
       assert.ok((await first.locator("path.line").getAttribute("d")).length > 300, "the small curve has its points");
       assert.equal(await page.title(), "(1) Lumetra Agent");
+    });
+  });
+
+  test("says beside a forecast how often earlier ones came true", async () => {
+    const world = new World();
+    const first = { ...FALSE_ALARMS, announcements: 0, freed: 0, levelledOff: 0, levelledOffInARow: 0,
+      trackRecord: "announced for the first time here" };
+    world.add({ mountpoint: "/often", state: "forecast", track: FALSE_ALARMS });
+    world.add({ mountpoint: "/once", state: "pending", track: { ...FALSE_ALARMS, announcements: 1, reached: 1 } });
+    world.add({ mountpoint: "/first", state: "pending", track: first });
+    world.add({ mountpoint: "/unknown", state: "pending" });
+    world.add({ mountpoint: "/quiet", track: FALSE_ALARMS });
+    await withWorld(world, {}, async (page) => {
+      assert.deepEqual(await page.locator(`${ROW} .when .record`).allTextContents(),
+        ["reached 0 of 6 times", "reached 1 of 1 time", "announced for the first time", "", ""]);
     });
   });
 
@@ -180,6 +195,13 @@ describe("the headline", () => {
     const text = await headlineOf(world, zoned);
     assert.match(text, /^\/data runs out in about 5 h 20 min \((Mon|Tue|Wed|Thu|Fri|Sat|Sun) \d\d:\d\d\)\.$/);
     assert.ok(text.includes(clock), text);
+  });
+
+  test("tells what came of earlier announcements of it", async () => {
+    await withWorld(busyServer(), {}, async (page) => {
+      assert.equal(await page.textContent("#subline"), "Announced 6 times in 14 days: reached 0, freed 1, levelled off 5. "
+        + "After it: File descriptors in about 14 h.");
+    });
   });
 
   test("says that nothing runs out", async () => {

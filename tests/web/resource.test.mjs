@@ -1,9 +1,9 @@
 // The view of one resource: chart, figures, culprits, events, collecting.
 import assert from "node:assert/strict";
 import { after, before, describe, test } from "node:test";
-import { columnsOf, distinctPixels, drawn as settled, launch, look, screenshot } from "./browser.mjs";
-import { withTurnedWorld, withWorld as inWorld } from "./support.mjs";
-import { busyServer, freshServer, World } from "./world.mjs";
+import { columnsOf, distinctPixels, drawn as settled, launch, look, open, pixelsOf, screenshot, withPage } from "./browser.mjs";
+import { withAgent, withTurnedWorld, withWorld as inWorld } from "./support.mjs";
+import { busyServer, FALSE_ALARMS, freshServer, World } from "./world.mjs";
 
 let browser;
 
@@ -314,6 +314,164 @@ describe("the view of a resource", () => {
       const dark = await columnsOf(page, "--samples");
       assert.ok(light.length > 300 && dark.length > 300, `${light.length} and ${dark.length} columns`);
     }, "#/resource/1");
+  });
+});
+
+describe("the announcements of a resource", () => {
+  const CANVAS = "#announcement-chart canvas";
+  const announced = async (page) => {
+    await page.waitForSelector(CANVAS);
+    await settled(page);
+  };
+  const oneDisk = (count, receding) => {
+    const world = new World();
+    world.announce(world.add({ mountpoint: "/x", state: "forecast", track: FALSE_ALARMS }), count, receding);
+    return world;
+  };
+  const isShown = (page) => page.isVisible("#announcements");
+
+  /** By which share of the canvas's height a colour climbs from the left to the right. */
+  async function climb(page, property) {
+    const pixels = await pixelsOf(page, property, CANVAS);
+    const columns = pixels.map(([x]) => x);
+    const [left, right] = [Math.min(...columns), Math.max(...columns)];
+    const rowsAt = (column) => pixels.filter(([x]) => x === column).map(([, y]) => y);
+    return Math.max(...rowsAt(left)) - Math.min(...rowsAt(right));
+  }
+
+  test("their record stands below the headline, as long as there is a forecast", async () => {
+    const world = oneDisk(3, 0);
+    await withWorld(world, {}, async (page) => {
+      assert.equal(await page.textContent("#detail-record"),
+        "Announced 6 times in 14 days: reached 0, freed 1, levelled off 5.");
+      world.resources[0].trackRecord = null;
+      await look(page);
+      await page.waitForSelector("#detail-record", { state: "hidden" });
+      Object.assign(world.resources[0], { ...FALSE_ALARMS, state: "no-exhaustion", exhaustionAt: null });
+      await look(page);
+      await page.waitForFunction(() => document.getElementById("detail").dataset.state === "no-exhaustion");
+      assert.equal(await page.isVisible("#detail-record"), false);
+    }, "#/resource/1");
+  });
+
+  test("a receding one runs along the present, a steady one is level", async () => {
+    for (const [receding, least, most] of [[1, 0.3, 0.8], [0, -0.05, 0.05]]) {
+      await withWorld(oneDisk(289, receding), {}, async (page) => {
+        await announced(page);
+        assert.ok((await columnsOf(page, "--forecast", CANVAS)).length > 800);
+        const moved = await climb(page, "--forecast");
+        assert.ok(moved > least && moved < most, `receding by ${receding} climbs by ${moved.toFixed(2)} of the height`);
+        assert.match(await page.textContent("#announcement-summary"), receding === 1
+          ? /^289 announcements since \w{3} \d\d:\d\d\. The first named .*\d\d:\d\d, the newest names .*\d\d:\d\d: 24 h later, within 24 h\.$/
+          : /: the same within 24 h\.$/);
+      }, "#/resource/1");
+    }
+  });
+
+  test("the present is the diagonal, in sight however far away the exhaustion is", async () => {
+    for (const seconds of [600, 47 * 3600]) {
+      const world = new World();
+      world.announce(world.add({ mountpoint: "/x", state: "forecast", seconds }), 289, 1);
+      await withWorld(world, {}, async (page) => {
+        await announced(page);
+        const dots = (await pixelsOf(page, "--ink-soft", CANVAS)).filter(([x, y]) => x > 0.3 && x < 0.5 && y < 0.76);
+        assert.ok(dots.length > 20, `${dots.length} pixels of the diagonal, ${seconds} s ahead`);
+        const rows = dots.map(([, y]) => y);
+        assert.ok(Math.max(...rows) - Math.min(...rows) > 0.03, "and it climbs");
+      }, "#/resource/1");
+    }
+  });
+
+  test("fewer than two are no chart, and the next one makes it", async () => {
+    const world = oneDisk(1, 0);
+    await withWorld(world, {}, async (page) => {
+      await drawn(page);
+      assert.equal(await isShown(page), false);
+      world.now += 300;
+      world.agent.newestCycleAt = world.now - 4;
+      world.announce(world.resources[0], 2, 1);
+      await look(page);
+      await announced(page);
+      assert.match(await page.textContent("#announcement-summary"), /^2 announcements since .*: 5 min later, within 5 min\.$/);
+      const before = (await columnsOf(page, "--forecast", CANVAS)).length;
+      world.announce(world.resources[0], 30, 1);
+      await look(page);
+      await page.waitForFunction(() => document.getElementById("announcement-summary").textContent.startsWith("30 "));
+      await settled(page);
+      assert.notEqual((await columnsOf(page, "--forecast", CANVAS)).length, before, "the curve was drawn anew");
+      world.announcements.clear();
+      await look(page);
+      await page.waitForSelector("#announcements", { state: "hidden" });
+    }, "#/resource/1");
+  });
+
+  test("a silence of announcements is a gap", async () => {
+    const world = oneDisk(100, 0);
+    const { times, values } = world.announcements.get(1);
+    const isKept = (_, i) => i < 30 || i >= 70;
+    world.announcements.set(1, { times: times.filter(isKept), values: values.filter(isKept) });
+    await withWorld(world, {}, async (page) => {
+      await announced(page);
+      const columns = await columnsOf(page, "--forecast", CANVAS);
+      const widest = Math.max(...columns.slice(1).map((c, i) => c - columns[i]));
+      assert.ok(widest > 0.3 && widest < 0.45, `the widest gap is ${widest.toFixed(2)} of the width`);
+    }, "#/resource/1");
+  });
+
+  test("another resource does not show them", async () => {
+    await withWorld(busyServer(), {}, async (page) => {
+      await announced(page);
+      await page.evaluate(() => { location.hash = "#/resource/2"; });
+      await page.waitForFunction(() => document.getElementById("detail-title").textContent === "File descriptors");
+      assert.equal(await isShown(page), false);
+      await page.waitForSelector("#culprit-rows tr");
+      assert.equal(await isShown(page), false);
+    }, "#/resource/1");
+  });
+
+  test("nothing below them is shown before it is known whether they are", async () => {
+    await withWorld(busyServer(), { own: true }, async (page) => {
+      let answer;
+      const held = new Promise((resolve) => { answer = resolve; });
+      await page.route("**/resources/1/trend", (route) => held.then(() => route.continue()));
+      const others = page.waitForResponse("**/resources/1/culprits");
+      await page.click("#rows .name >> nth=0");
+      await others;
+      await settled(page);
+      assert.deepEqual([await isShown(page), await page.isVisible("#beside")], [false, false]);
+      answer();
+      await page.waitForSelector("#beside");
+      assert.equal(await isShown(page), true);
+    });
+  });
+
+  test("moments are the reader's, in both schemes", async () => {
+    await withAgent(oneDisk(289, 1), (agent) => withPage(browser, agent.url,
+      { own: true, timezoneId: "Asia/Kolkata", colorScheme: "light" }, async (page) => {
+        await page.addInitScript(() => {
+          window.written = [];
+          const write = CanvasRenderingContext2D.prototype.fillText;
+          CanvasRenderingContext2D.prototype.fillText = function note(text, ...rest) {
+            if (this.canvas.closest("#announcement-chart")) {
+              window.written.push(text);
+            }
+            return write.call(this, text, ...rest);
+          };
+        });
+        await open(page, agent.url, "#/resource/1");
+        await announced(page);
+        const clocks = (await page.evaluate(() => window.written)).filter((text) => /\d\d:\d\d/.test(text));
+        assert.ok(clocks.length > 6, clocks.join());
+        assert.deepEqual(clocks.filter((text) => !text.endsWith(":00")), [], "half past in Europe is no half past in India");
+        const first = new Date(agent.world.announcements.get(1).times[0] * 1000);
+        const clock = new Intl.DateTimeFormat("en-GB", { timeZone: "Asia/Kolkata", hour: "2-digit", minute: "2-digit" }).format(first);
+        assert.ok((await page.textContent("#announcement-summary")).includes(clock), clock);
+        const light = (await columnsOf(page, "--forecast", CANVAS)).length;
+        await page.emulateMedia({ colorScheme: "dark" });
+        await settled(page);
+        const dark = (await columnsOf(page, "--forecast", CANVAS)).length;
+        assert.ok(light > 800 && dark > 800, `${light} and ${dark} columns`);
+      }));
   });
 });
 

@@ -16,11 +16,16 @@ export const STATE_WORDS = {
 
 const HOUR = 3600;
 
+const NO_RECORD = { announcements: 0, reached: 0, freed: 0, levelledOff: 0, levelledOffInARow: 0, medianErrorHours: null,
+  trackRecord: null };
+export const FALSE_ALARMS = { announcements: 6, freed: 1, levelledOff: 5, levelledOffInARow: 5,
+  trackRecord: "announced 6 times in 14 days: reached 0, freed 1, levelled off 5" };
+
 /** An event with all the members that the agent gives it. */
 function whole(given, at) {
   return { time: new Date(at * 1000).toISOString(), epochSeconds: at, resource: null, instance: null,
-    secondsToExhaustion: null, timeToExhaustion: null, limit: null, culprits: [], culpritText: null, message: null,
-    ...given };
+    secondsToExhaustion: null, timeToExhaustion: null, limit: null, culprits: [], culpritText: null,
+    trackRecord: null, message: null, ...given };
 }
 
 export class World {
@@ -37,6 +42,7 @@ export class World {
     this.events = [];
     this.culprits = new Map();
     this.trends = new Map();
+    this.announcements = new Map();
   }
 
   /** Adds a resource; what is not given is what a quiet disk has. */
@@ -62,6 +68,7 @@ export class World {
       model: forecastAt === null ? null : given.model ?? "simple linear regression",
       notificationLevel: runsOut ? given.level ?? 70.5 : null,
       limit: state === "no-limit" || state === "absent" ? null : 100,
+      ...NO_RECORD, ...given.track,
       forecastAt, recent: this.recent(value, given.slope ?? (runsOut ? 0.4 : 0.02), id),
     });
     return this.resources.at(-1);
@@ -95,7 +102,15 @@ export class World {
       model: resource.model, secondsToExhaustion: resource.secondsToExhaustion,
       notificationLevel: resource.notificationLevel, limit: resource.limit, samples: { times, values },
       forecast: resource.forecastAt === null ? null : this.forecast(resource, end, slope),
+      announcements: this.announcements.get(resource.id) ?? null,
     };
+  }
+
+  /** Gives a resource an announcement every five minutes; its moment recedes by a share of the time that passes. */
+  announce(resource, count, receding) {
+    const times = Array.from({ length: count }, (_, i) => this.now - 4 - (count - 1 - i) * 300);
+    const values = times.map((t) => Math.round(resource.exhaustionAt - (times.at(-1) - t) * receding));
+    this.announcements.set(resource.id, { times, values });
   }
 
   forecast(resource, end, slope) {
@@ -142,7 +157,8 @@ function round(value) {
 export function busyServer(options) {
   const world = new World(options);
   const data = world.add({ mountpoint: "/data", device: "/dev/mapper/vg0-data", value: 78.42, state: "forecast",
-    model: "3-segment linear regression", capacity: "1.8 TiB" });
+    model: "3-segment linear regression", capacity: "1.8 TiB", track: FALSE_ALARMS });
+  world.announce(data, 289, 0.97);
   world.add({ resource: "PercentFileDescriptorsUsed", value: 61.2, state: "pending", seconds: 14 * HOUR, level: 80.6,
     capacity: "1048576 descriptors", model: "simple linear regression on log" });
   world.add({ mountpoint: "/mnt/usb", device: "/dev/sdc1", value: 12.5, state: "unreadable", capacity: "28.6 GiB",

@@ -82,10 +82,7 @@ export class Chart {
   }
 
   #options() {
-    const ink = (name) => getComputedStyle(document.documentElement).getPropertyValue(name).trim();
-    const font = `12px ${getComputedStyle(document.body).fontFamily}`;
-    const axis = { stroke: ink("--ink-soft"), font, grid: { stroke: ink("--grid"), width: 1 },
-      ticks: { stroke: ink("--grid"), width: 1, size: 5 } };
+    const { ink, font, axis, times } = axisStyle();
     return {
       ...this.#size(),
       legend: { show: false },
@@ -97,7 +94,7 @@ export class Chart {
         y: { range: (u, min, max) => this.#valueRange(min, max) },
       },
       axes: [
-        { ...axis, space: 70, size: 44, values: (u, splits) => timeLabels(splits) },
+        times,
         { ...axis, size: 52, values: (u, splits) => splits.map((v) => `${+v.toFixed(2)} %`) },
       ],
       series: [
@@ -238,7 +235,16 @@ export class Chart {
   }
 }
 
-function stroke(ctx, colour, dash, from, to) {
+/** The colours of the present scheme, the font, an axis in both, and the axis of time. */
+export function axisStyle() {
+  const ink = (name) => getComputedStyle(document.documentElement).getPropertyValue(name).trim();
+  const font = `12px ${getComputedStyle(document.body).fontFamily}`;
+  const axis = { stroke: ink("--ink-soft"), font, grid: { stroke: ink("--grid"), width: 1 },
+    ticks: { stroke: ink("--grid"), width: 1, size: 5 } };
+  return { ink, font, axis, times: { ...axis, space: 70, size: 44, values: (u, splits) => timeLabels(splits) } };
+}
+
+export function stroke(ctx, colour, dash, from, to) {
   ctx.strokeStyle = colour;
   ctx.setLineDash(dash);
   ctx.beginPath();
@@ -248,7 +254,7 @@ function stroke(ctx, colour, dash, from, to) {
 }
 
 /** Text that stays readable where a curve passes behind it. */
-function label(ctx, text, x, y, side, colour) {
+export function label(ctx, text, x, y, side, colour) {
   ctx.textAlign = side;
   ctx.setLineDash([]);
   ctx.lineJoin = "round";
@@ -314,8 +320,8 @@ function chartData(trend) {
   return window.uPlot.join([[samples.times, samples.values], [forecast.times, forecast.values]], [[1, 1], [1, 1]]);
 }
 
-/** The samples with a break wherever the agent was silent for long. */
-function withGaps({ times, values }) {
+/** A curve with a break wherever the agent was silent for long. */
+export function withGaps({ times, values }) {
   if (times.length < 3) {
     return { times, values };
   }

@@ -1,5 +1,6 @@
 // One resource: its chart, what the agent forecasts of it, who eats it, and its events.
 
+import { AnnouncementChart } from "./announcements.js";
 import { Chart } from "./chart.js";
 import { byId, element, icon, setAttribute, setProgress, setText, setTitle, show } from "./dom.js";
 import { renderOwnEvents } from "./events.js";
@@ -10,9 +11,11 @@ const TABLE_SAMPLES = 50;
 
 export class Detail {
   #chart = new Chart();
+  #announcementChart = new AnnouncementChart();
   #id = null;
   #feeds = null;
   #refused = false;
+  #loaded = false;
   #facts = new Map();
 
   constructor() {
@@ -43,7 +46,9 @@ export class Detail {
     this.#id = null;
     this.#feeds = null;
     this.#refused = false;
+    this.#loaded = false;
     this.#chart.clear();
+    this.#announcementChart.clear();
     byId("sample-rows").replaceChildren();
   }
 
@@ -54,6 +59,7 @@ export class Detail {
     }
     const { trend, culprits, events } = this.#feeds;
     const outcomes = await Promise.allSettled([trend.load(), culprits.load(), events.load()]);
+    this.#loaded = true;
     const silence = outcomes.find((o) => o.status === "rejected" && !(o.reason instanceof Refusal));
     if (silence) {
       throw silence.reason;
@@ -72,12 +78,14 @@ export class Detail {
     const { trend, culprits, events } = this.#feeds;
     if (trend.data) {
       this.#chart.draw(trend.data);
+      this.#announcementChart.draw(trend.data.announcements, now);
       setText(byId("chart-summary"), words.chartSummary(trend.data, resource, now));
       this.#renderSamples();
     } else {
       setText(byId("chart-summary"), this.#refused ? "The agent cannot give the samples now; the page goes on asking."
         : "Loading the samples…");
     }
+    show(byId("beside"), this.#loaded); // what is above them may come with the first answers only
     renderCulprits(culprits.data, now);
     renderOwnEvents(events.data?.events ?? [], now);
   }
@@ -93,6 +101,9 @@ export class Detail {
     const out = words.exhaustion(resource, agent, now);
     setText(rest, words.runsOut(resource) ? `runs out ${out.words} (${out.moment})` : "");
     setTitle(lead, out.exact);
+    const record = words.runsOut(resource) ? words.trackRecord(resource) : "";
+    setText(byId("detail-record"), record);
+    show(byId("detail-record"), record !== "");
     setText(byId("detail-note"), words.printable(resource.note));
     show(byId("detail-note"), Boolean(resource.note));
   }

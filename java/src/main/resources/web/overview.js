@@ -107,6 +107,7 @@ function makeRow(id) {
   row.note = element("span", { class: "sub note" });
   row.out = element("span", { class: "out" });
   row.at = element("span", { class: "sub" });
+  row.record = element("span", { class: "sub record" });
   row.model = element("span", { class: "model" });
   row.level = element("span", { class: "sub" });
   row.root = element("tr", { role: "row" },
@@ -114,7 +115,7 @@ function makeRow(id) {
     cell("value", row.number, element("div", { class: "bar", "aria-hidden": "true" }, row.fill, row.mark), row.capacity),
     cell("recent", row.curve),
     cell("state", element("span", { class: "chip" }, row.icon, row.state), row.note),
-    cell("when", row.out, row.at),
+    cell("when", row.out, row.at, row.record),
     cell("how", row.model, row.level));
   return row;
 }
@@ -133,6 +134,7 @@ function updateRow(row, r, agent, now) {
   setText(row.at, out.moment);
   setTitle(row.out.parentElement, out.exact);
   row.out.parentElement.classList.toggle("none", out.words === "–");
+  setText(row.record, words.runsOut(r) ? words.shortRecord(r) : "");
   setText(row.model, r.model ?? "–");
   row.model.parentElement.classList.toggle("none", r.model === null);
   setText(row.level, r.notificationLevel === null ? "" : `notifies from ${words.perCent(r.notificationLevel)}`);

@@ -196,6 +196,20 @@ export function exhaustion(resource, agent, now) {
   return { words: "–", moment: "", exact: "" };
 }
 
+/** What came of the announcements before the present one, as a sentence; "" when there is nothing to say. */
+export function trackRecord(resource) {
+  const text = printable(resource.trackRecord);
+  return text === "" ? "" : `${text[0].toUpperCase()}${text.slice(1)}.`;
+}
+
+/** The same in a few words. */
+export function shortRecord({ announcements, reached, trackRecord: record }) {
+  if (announcements > 0) {
+    return `reached ${reached} of ${count(announcements, "time")}`;
+  }
+  return record ? "announced for the first time" : "";
+}
+
 function horizon(agent) {
   const hours = agent.maxForecastHours;
   return hours > 48 && hours % 24 === 0 ? `${hours / 24} days` : count(hours, "hour");
@@ -243,11 +257,12 @@ function urgentHeadline(resources, now) {
   if (soon[0].state === "pending") {
     parts.push(`Events go out once it reaches ${perCent(soon[0].notificationLevel)}.`);
   }
+  parts.push(trackRecord(soon[0]));
   if (soon.length > 1) {
     parts.push(`After it: ${soon.slice(1, 4).map((r) => `${subject(r)} ${ahead(r.exhaustionAt - now)}`).join(", ")}`
       + `${soon.length > 4 ? ` and ${soon.length - 4} more` : ""}.`);
   }
-  return { text: sentence(soon[0], now), more: parts.join(" "), tone: soon[0].state };
+  return { text: sentence(soon[0], now), more: parts.filter(Boolean).join(" "), tone: soon[0].state };
 }
 
 function sentence(resource, now) {
@@ -373,6 +388,16 @@ export function chartSummary(trend, resource, now) {
     parts.push(`Events go out from ${perCent(trend.notificationLevel)}.`);
   }
   return parts.join(" ");
+}
+
+/** The summary of the announced moments: whether the newest is nearer than the first, or recedes. */
+export function announcementSummary({ times, values }, now) {
+  const shift = values.at(-1) - values[0];
+  const passed = duration(times.at(-1) - times[0]);
+  const moved = Math.abs(shift) < 60 ? `the same within ${passed}`
+    : `${duration(Math.abs(shift))} ${shift > 0 ? "later" : "earlier"}, within ${passed}`;
+  return `${count(times.length, "announcement")} since ${moment(times[0], now)}. The first named ${moment(values[0], now)}, `
+    + `the newest names ${moment(values.at(-1), now)}: ${moved}.`;
 }
 
 /** What the agent leaves out, in a few words. */

@@ -22,6 +22,7 @@ public final class StaticFiles {
     /** Name to content type. */
     private static final Map<String, String> TYPES = Map.ofEntries(
             Map.entry(START, HTML),
+            Map.entry("announcements.js", SCRIPT),
             Map.entry("app.js", SCRIPT),
             Map.entry("chart.js", SCRIPT),
             Map.entry("detail.js", SCRIPT),
