@@ -318,7 +318,7 @@ class Elsewhere(CommandTest):
 
     def test_watching_on_a_terminal_redraws_what_fits_into_it(self):
         overview = self.overview()
-        overview["resources"] = [dict(overview["resources"][0], instance=f"number {i}") for i in range(30)]
+        overview["resources"] = [dict(overview["resources"][0], instance=f"number {i}", trackRecord=None) for i in range(30)]
         url = self.stranger((200, "application/json", json.dumps(overview).encode()))
         code, text = on_terminal("status", "--url", url, "--watch", "1", until=lambda said: said.count("\x1b[H") > 2,
                                  LINES="12", columns=200)

@@ -342,7 +342,7 @@ describe("the announcements of a resource", () => {
   test("their record stands below the headline, as long as there is a forecast", async () => {
     const world = oneDisk(3, 0);
     await withWorld(world, {}, async (page) => {
-      assert.equal(await page.textContent("#detail-record"),
+      assert.equal(await page.innerText("#detail-record:visible"),
         "Announced 6 times in 14 days: reached 0, freed 1, levelled off 5.");
       world.resources[0].trackRecord = null;
       await look(page);
@@ -419,11 +419,15 @@ describe("the announcements of a resource", () => {
   });
 
   test("another resource does not show them", async () => {
-    await withWorld(busyServer(), {}, async (page) => {
+    await withWorld(busyServer(), { own: true }, async (page) => {
       await announced(page);
+      let answer;
+      const held = new Promise((resolve) => { answer = resolve; });
+      await page.route("**/resources/2/trend", (route) => held.then(() => route.continue()));
       await page.evaluate(() => { location.hash = "#/resource/2"; });
       await page.waitForFunction(() => document.getElementById("detail-title").textContent === "File descriptors");
       assert.equal(await isShown(page), false);
+      answer();
       await page.waitForSelector("#culprit-rows tr");
       assert.equal(await isShown(page), false);
     }, "#/resource/1");
