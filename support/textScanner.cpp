@@ -7,6 +7,7 @@
 #include <cmath>
 #include <limits>
 #include <string>
+#include <utility>
 
 namespace obrin {
 
@@ -78,11 +79,35 @@ std::optional<std::int32_t> TextScanner::integer32() {
     return clampToInt32(*wide);
 }
 
+namespace {
+
+/// The number that a text begins with, and where it ends: a plain decimal one, which needs neither a copy nor
+/// a locale and is rounded as the C library rounds it. Nothing for all that is spelled otherwise.
+std::optional<std::pair<double, std::size_t>> plainDecimal(std::string_view text) {
+    const std::string_view digits = text.substr(text.starts_with('-') ? 1 : 0);
+    if (digits.empty() || digits.front() < '0' || digits.front() > '9')
+        return std::nullopt;
+    double value = 0.0;
+    const char* end = text.data() + text.size();
+    const auto [after, error] = std::from_chars(text.data(), end, value);
+    const bool isHexadecimal = after != end && (*after == 'x' || *after == 'X');
+    if (error != std::errc() || isHexadecimal)
+        return std::nullopt;
+    return std::pair(value, static_cast<std::size_t>(after - text.data()));
+}
+
+} // namespace
+
 std::optional<double> TextScanner::real() {
     skipWhiteSpace();
-    // strtod needs a terminated text; no number that means anything is longer than this.
+    // No number that means anything is longer than this.
     constexpr std::size_t longest = 512;
-    const std::string copy(text_.substr(position_, longest));
+    const std::string_view text = text_.substr(position_, longest);
+    if (const auto plain = plainDecimal(text)) {
+        position_ += plain->second;
+        return plain->first;
+    }
+    const std::string copy(text); // strtod needs a terminated one
     char* after = nullptr;
     const double value = ::strtod_l(copy.c_str(), &after, plainNumbers());
     if (after == copy.c_str())
