@@ -1,15 +1,18 @@
 #include "acquisition/circularBuffers.h"
 
+#include "acquisition/archiveReader.h"
 #include "agent/agentState.h"
 #include "agent/debugLog.h"
 #include "resources/windowSizing.h"
 #include "support/clock.h"
 #include "support/handles.h"
-#include "support/textScanner.h"
 
 #include <algorithm>
-#include <ctime>
-#include <memory>
+#include <cstring>
+#include <fcntl.h>
+#include <limits>
+#include <sys/stat.h>
+#include <vector>
 
 namespace obrin {
 
@@ -65,80 +68,125 @@ void pushSample(Link& link, double time, double value) {
 
 namespace {
 
-/// Words of a file of any size, one line in memory at a time.
-class ArchiveWords {
-public:
-    explicit ArchiveWords(FileStream stream) : stream_(std::move(stream)) {}
+/// now - time, or the nearest end of the range.
+std::int64_t ageOf(std::int64_t time, std::int64_t now) {
+    std::int64_t age = 0;
+    if (__builtin_sub_overflow(now, time, &age))
+        return time < 0 ? std::numeric_limits<std::int64_t>::max() : std::numeric_limits<std::int64_t>::min();
+    return age;
+}
 
-    /// The next integer; nothing at the end of the file. The rest of a line that holds something else is
-    /// passed over.
-    std::optional<std::int64_t> integer() {
-        while (more()) {
-            if (auto number = line_.integer())
-                return number;
-            line_ = TextScanner({});
+/// Rings on their way to be filled. Samples gather until there are enough to take the chain's lock for.
+class Refilling {
+public:
+    Refilling(const Clasp& clasp, bool onlyAwaiting) : now_(systemClock().wallTime()) {
+        for (Link* link = clasp.pFirstLink; link != nullptr; link = link->pNextLink) {
+            if (onlyAwaiting && !link->awaitsHistory)
+                continue;
+            rings_.push_back({link->RID, link->WindowSize, link});
+            longestWindow_ = std::max(longestWindow_, link->WindowSize);
         }
-        return std::nullopt;
+        std::ranges::stable_sort(rings_, {}, &Ring::rid);
+        gathered_.reserve(batch);
     }
 
-    std::optional<double> real() { return more() ? line_.real() : std::nullopt; }
+    bool isYoung(std::int64_t time) const { return isWithin(longestWindow_, time); }
 
-    bool more() {
-        line_.skipWhiteSpace();
-        while (line_.atEnd()) {
-            std::size_t capacity = capacity_;
-            char* text = text_.release();
-            const ssize_t length = ::getline(&text, &capacity, stream_.get());
-            text_.reset(text);
-            capacity_ = capacity;
-            if (length <= 0)
-                return false;
-            line_ = TextScanner({text, static_cast<std::size_t>(length)});
-            line_.skipWhiteSpace();
-        }
-        return true;
+    void take(const ArchiveReader::Sample& sample) {
+        auto ring = std::ranges::lower_bound(rings_, sample.rid, {}, &Ring::rid);
+        for (; ring != rings_.end() && ring->rid == sample.rid; ++ring)
+            if (isWithin(ring->windowHours, sample.time))
+                gather({ring->link, static_cast<double>(sample.time), sample.value});
+    }
+
+    void push() {
+        MutexLock lock(chainLock);
+        for (const Gathered& sample : gathered_)
+            pushSample(*sample.link, sample.time, sample.value);
+        gathered_.clear();
     }
 
 private:
-    FileStream stream_;
-    std::unique_ptr<char, FreeMemory> text_;
-    std::size_t capacity_ = 0;
-    TextScanner line_{std::string_view{}};
+    /// What is looked at for each sample, close together: links are far apart.
+    struct Ring {
+        std::int64_t rid;
+        double windowHours;
+        Link* link;
+    };
+    struct Gathered {
+        Link* link;
+        double time;
+        double value;
+    };
+
+    static constexpr std::size_t batch = 4096;
+
+    bool isWithin(double windowHours, std::int64_t time) const {
+        return static_cast<double>(ageOf(time, now_)) < windowHours * 3600.0;
+    }
+
+    void gather(const Gathered& sample) {
+        gathered_.push_back(sample);
+        if (gathered_.size() == batch)
+            push();
+    }
+
+    std::int64_t now_;
+    std::vector<Ring> rings_; ///< in the order of their numbers
+    double longestWindow_ = 0.0;
+    std::vector<Gathered> gathered_;
 };
 
-void place(Clasp& clasp, std::int64_t rid, std::int64_t now, std::int64_t time, double value) {
-    MutexLock lock(chainLock);
-    for (Link* link = clasp.pFirstLink; link != nullptr; link = link->pNextLink)
-        if (link->RID == rid && static_cast<double>(now - time) < link->WindowSize * 3600.0)
-            pushSample(*link, static_cast<double>(time), value);
+/// The archive open to be read, and its size; an owner of nothing when there is no such file.
+Descriptor openArchiveToRead(const std::string& path, off_t* size) {
+    // O_NONBLOCK: a FIFO in the archive's place is refused instead of waited for.
+    Descriptor file = Descriptor::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
+    struct stat state = {};
+    if (!file || ::fstat(file.get(), &state) != 0 || !S_ISREG(state.st_mode))
+        return {};
+    *size = state.st_size;
+    return file;
+}
+
+/// Takes what the reader gives. False when `readOn` ended it.
+bool takeAll(ArchiveReader& reader, off_t size, Refilling& rings, const ReadOn& readOn) {
+    constexpr off_t askEvery = off_t{1} << 20;
+    const off_t begin = reader.position();
+    off_t next = begin;
+    while (const auto sample = reader.next()) {
+        rings.take(*sample);
+        if (readOn && reader.position() >= next) {
+            next = reader.position() + askEvery;
+            if (!readOn(reader.position() - begin, size - begin))
+                return false;
+        }
+    }
+    return true;
 }
 
 } // namespace
 
-int refreshcircularbuffers(Clasp* clasp) {
-    const std::int64_t now = systemClock().wallTime();
-    FileStream archive = openStream(clasp->HardDriveArchive, "r");
+int refreshcircularbuffers(Clasp* clasp, bool onlyAwaiting, const ReadOn& readOn) {
+    Refilling rings(*clasp, onlyAwaiting);
+    off_t size = 0;
+    const Descriptor archive = openArchiveToRead(clasp->HardDriveArchive, &size);
     if (!archive)
         return 1;
-    ArchiveWords words(std::move(archive));
-    auto time = words.integer();
-    while (time) {
-        const auto number = words.integer();
-        if (!number)
-            return 1;
-        if (*number > clasp->MaximumRIDValue) {
-            time = number;
-            continue;
-        }
-        const auto status = words.integer();
-        if (!status || !words.more()) {
-            DEBUGMSG("Unexpected EOF in refreshcircularbuffers.\n");
-            return -1;
-        }
-        if (const auto value = words.real())
-            place(*clasp, *number, now, *time, *value);
-    }
-    return 1;
+    const off_t begin =
+        beginOfYoungLines(archive.get(), size, [&rings](std::int64_t time) { return rings.isYoung(time); });
+    ArchiveReader reader(archive.get(), begin, clasp->MaximumRIDValue);
+    const bool isDone = takeAll(reader, size, rings, readOn);
+    rings.push();
+    if (reader.error() != 0)
+        DEBUGMSG("Archive file %s: cannot be read on: %s\n", clasp->HardDriveArchive.c_str(),
+                 std::strerror(reader.error()));
+    if (reader.damagedLines() > 0)
+        DEBUGMSG("Archive file %s: passed over %lld damaged lines\n", clasp->HardDriveArchive.c_str(),
+                 static_cast<long long>(reader.damagedLines()));
+    if (!isDone || !reader.endedInTriple())
+        return 1;
+    DEBUGMSG("Unexpected EOF in refreshcircularbuffers.\n");
+    return -1;
 }
 
 int dumponecircularbuffer(const Link* link) {

@@ -2,6 +2,9 @@
 
 #include "resources/resourceRecords.h"
 
+#include <cstdint>
+#include <functional>
+
 namespace obrin {
 
 // The ring of (time, value) samples of each link. While SampleCount is below BufferSize, slots 0 to
@@ -25,10 +28,16 @@ std::uint32_t slotOfSample(const Link& link, std::uint32_t place);
 /// without a ring. With chainLock held.
 void pushSample(Link& link, double time, double value);
 
-/// Fills the rings from the archive file. 1, also without an archive; -1 with a log line when the archive
-/// ends inside a triple. Samples older than a link's window and of resources no longer in the chain are
-/// passed over.
-int refreshcircularbuffers(Clasp* clasp);
+/// Asked now and then while the archive is read, with the bytes that have been read and those to be read in
+/// all; false ends the reading there.
+using ReadOn = std::function<bool(std::int64_t read, std::int64_t all)>;
+
+/// Fills rings from the archive file: those of all links, or of those that await it (Link::awaitsHistory). 1,
+/// also without an archive and when the reading was ended; -1 with a log line when the archive ends inside a
+/// triple. Samples as old as a link's window or older, and those of no such link, are passed over; so is
+/// damage, with one log line. Of the archive only the part is read that can be young enough, as
+/// beginOfYoungLines finds it. Readers of the rings on other threads wait for a few thousand samples at most.
+int refreshcircularbuffers(Clasp* clasp, bool onlyAwaiting = false, const ReadOn& readOn = {});
 
 /// Write rings to the log in time order. Always 1.
 int dumpallcircularbuffers(Clasp* clasp);

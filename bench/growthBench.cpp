@@ -1,3 +1,4 @@
+#include "acquisition/circularBuffers.h"
 #include "acquisition/diskListing.h"
 #include "acquisition/textForms.h"
 #include "agent/hostFeed.h"
@@ -8,6 +9,7 @@
 #include "resources/resourceChain.h"
 #include "resources/resourceTokens.h"
 #include "resources/scratchPad.h"
+#include "support/clock.h"
 #include "support/systemPaths.h"
 
 #include <benchmark/benchmark.h>
@@ -47,11 +49,14 @@ double listingAndLookUps(int disks) {
     });
 }
 
+std::string temporaryFile() {
+    const char* directory = std::getenv("TMPDIR");
+    return std::string(directory == nullptr ? "/tmp" : directory) + numbered("/lumetra-bench-", ::getpid());
+}
+
 /// Reads a scratch pad and looks up every disk of it.
 double scratchPadLookUps(int records) {
-    const char* directory = std::getenv("TMPDIR");
-    const std::string path =
-        std::string(directory == nullptr ? "/tmp" : directory) + numbered("/lumetra-bench-", ::getpid());
+    const std::string path = temporaryFile();
     std::ofstream file(path);
     for (int i = 1; i <= records; ++i)
         file << "\nEvent: ResourceDefinition - Informational \n2   " << i << "   (LogicalDisk)   (/dev/" << i
@@ -74,21 +79,47 @@ double scratchPadLookUps(int records) {
     return time;
 }
 
-/// The state after a cycle, made for the host.
-double publication(int disks) {
-    Clasp clasp;
+/// Adds disks; without a window they have no rings.
+void watch(Clasp* clasp, int disks, double windowHours) {
     Link link;
     link.ResourceType = 2;
     link.Descriptor0 = "LogicalDisk";
     link.Descriptor2 = "PercentFreeSpaceUsed";
     link.Descriptor3 = "-2";
     link.NameIs = "PercentFreeSpaceUsed";
-    link.pClasp = &clasp;
+    link.WindowSize = windowHours;
+    link.pClasp = clasp;
     for (int i = 1; i <= disks; ++i) {
         link.Descriptor1.assign(numbered("/dev/", i) + numbered(" /mnt/", i));
         link.RID = i;
         CreateLinkInChainAndCopyData(&link);
     }
+}
+
+/// Fills the rings of so many resources from an archive of a hundred cycles.
+double readingBack(int resources) {
+    Clasp clasp;
+    clasp.MillisecondsPerSample = 60000;
+    clasp.HardDriveArchive = temporaryFile();
+    watch(&clasp, resources, 24);
+    std::ofstream file(clasp.HardDriveArchive);
+    for (int line = 100; line > 0; --line) {
+        file << systemClock().wallTime() - line * 60 << ' ';
+        for (int rid = 1; rid <= resources; ++rid)
+            file << rid << " 0 " << (line + rid) % 100 << ".25 ";
+        file << '\n';
+    }
+    file.close();
+    const double time = nanosecondsPerCall([&] { refreshcircularbuffers(&clasp); });
+    ::unlink(clasp.HardDriveArchive.c_str());
+    ScanUpChainDeletingAllLinks(&clasp);
+    return time;
+}
+
+/// The state after a cycle, made for the host.
+double publication(int disks) {
+    Clasp clasp;
+    watch(&clasp, disks, 0);
     openHostFeed();
     const double time = nanosecondsPerCall([&] { publishCycle(clasp, {}); });
     ScanUpChainDeletingAllLinks(&clasp);
@@ -137,6 +168,7 @@ std::vector<Growth> growths() {
     return {growth("search of a keyword among words", 100000, searchOfKeyword),
             growth("disk listing, every disk looked up", 2500, listingAndLookUps),
             growth("scratch pad, every record looked up", 2500, scratchPadLookUps),
+            growth("a hundred cycles of the archive, read back", 500, readingBack),
             growth("children of processes with one parent", 7500, siblings),
             growth("children of processes that share one number", 7500, sharedNumber),
             growth("families of a chain of processes", 2500, chain),

@@ -82,6 +82,7 @@ std::unique_ptr<Link> copyWithoutBuffers(const Link& link) {
     copy->LowerLimitAbs = link.LowerLimitAbs;
     copy->LowerLimitCalc = link.LowerLimitCalc;
     copy->CulpritMarker = link.CulpritMarker;
+    copy->awaitsHistory = link.awaitsHistory;
     copy->pClasp = link.pClasp;
     return copy;
 }

@@ -56,6 +56,9 @@ struct Link {
     float NotifyLevel = 0.0F;         ///< value that the newest sample must reach before the event
     std::int32_t HysteresisCount = 0; ///< cycles without a positive forecast before the intent is dropped
     FixedText<128> CulpritMarker;
+    /// Its number is one that the scratch pad had, and its ring has not been filled from the archive yet.
+    bool awaitsHistory = false;
+    std::uint32_t resumedSamples = 0; ///< that its ring took over from the archive; a copy begins without
     LinkFindings findings;
 
     // The ring of (time, value) samples; see acquisition/circularBuffers.h for its order.
@@ -92,6 +95,10 @@ struct Clasp {
     std::int32_t MillisecondsPerSample = 0; ///< sample period; -1 asks for an automatic choice
     std::int32_t MinForecastHours = 0;
     std::int32_t MaxForecastHours = 0;
+
+    /// Whether the rings of this run take over what the archive has of earlier ones; not unless the host
+    /// asks.
+    bool resumes = false;
 
     /// Set when the declaration file was read whole; only then may it be rewritten.
     bool declarationsComplete = false;

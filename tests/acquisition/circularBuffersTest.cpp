@@ -1,11 +1,17 @@
 #include "acquisition/circularBuffers.h"
 
+#include "agent/agentState.h"
 #include "tests/support/temporaryDirectory.h"
 #include "tests/support/turnedClock.h"
 
+#include <atomic>
 #include <cmath>
+#include <future>
 #include <gtest/gtest.h>
+#include <map>
 #include <memory>
+#include <sys/stat.h>
+#include <utility>
 #include <vector>
 
 namespace obrin {
@@ -209,6 +215,8 @@ TEST_F(CircularBuffers, ArchiveCutAtAnyByteGivesOnlySamplesThatWereInIt) {
         const bool told = log.text().size() > before.size();
         EXPECT_EQ(result, told ? -1 : 1) << length;
         EXPECT_LE(link.SampleCount, 2U);
+        for (std::uint32_t slot = 0; slot < link.SampleCount; ++slot)
+            EXPECT_EQ(link.ValueBuffer[slot], slot == 0 ? 41.27 : 42.0) << length;
     }
     EXPECT_NE(log.text().find("Unexpected EOF in refreshcircularbuffers.\n"), std::string::npos);
 }
@@ -224,6 +232,262 @@ TEST_F(CircularBuffers, GarbageInTheArchiveEnds) {
                     std::string("\0\0x%n y", 7) + "\n" + std::to_string(now) + " 1 0 5.00 \n");
     EXPECT_EQ(refreshcircularbuffers(&clasp), 1);
     EXPECT_EQ(link.SampleCount, 1U);
+    EXPECT_NE(log.text().find("passed over 1 damaged lines\n"), std::string::npos) << log.text();
+}
+
+/// An archive beside the rings that are filled from it, and the rings as pushing its samples one by one fills
+/// them.
+class ReadBack : public CircularBuffers {
+protected:
+    ReadBack() {
+        clasp.MillisecondsPerSample = 1000;
+        clasp.HardDriveArchive = directory.path("archive");
+    }
+
+    int readBack(const std::string& text) {
+        EXPECT_EQ(allocatecircularbuffers(&clasp), 1);
+        test::writeFile(clasp.HardDriveArchive, text);
+        return refreshcircularbuffers(&clasp);
+    }
+
+    /// One line of the same value for each link.
+    void line(std::string& text, long time, double value) {
+        char triple[64];
+        text += std::to_string(time) + " ";
+        for (const auto& link : links) {
+            std::snprintf(triple, sizeof triple, "%d 0 %.2f ", link->RID, value);
+            text += triple;
+            if (static_cast<double>(now - time) < link->WindowSize * 3600.0)
+                expected[link->RID].emplace_back(static_cast<double>(time), std::stod(triple + 4));
+        }
+        text += "\n";
+    }
+
+    static std::vector<std::pair<double, double>> samples(const Link& link) {
+        std::vector<std::pair<double, double>> found;
+        for (std::uint32_t i = 0; i < samplesHeld(link); ++i) {
+            const std::uint32_t slot = slotOfSample(link, i);
+            found.emplace_back(link.TimeBuffer[slot], link.ValueBuffer[slot]);
+        }
+        return found;
+    }
+
+    void expectRings() {
+        for (const auto& link : links) {
+            auto wanted = expected[link->RID];
+            if (wanted.size() > link->BufferSize)
+                wanted.erase(wanted.begin(), wanted.end() - link->BufferSize);
+            EXPECT_EQ(samples(*link), wanted) << link->RID;
+        }
+    }
+
+    const test::TurnedClock clock;
+    const long now = systemClock().wallTime();
+    std::map<std::int32_t, std::vector<std::pair<double, double>>> expected;
+};
+
+TEST_F(ReadBack, RingsOfAllWindowsAreAsPushingEachSampleWouldFillThem) {
+    for (const double seconds : {100.0, 5.0, 500.0, 30.5})
+        add(seconds / 3600);
+    std::string text;
+    for (long age = 700; age >= 0; age -= 2) // twice the period: the rings stay half empty
+        line(text, now - age, 0.37 * static_cast<double>(age));
+    for (long age = 4; age >= 0; --age) // and back in time, four times as often: the smallest overflows
+        for (const double value : {1.0, 2.5})
+            line(text, now - age, value);
+    EXPECT_EQ(readBack(text), 1);
+    expectRings();
+    EXPECT_EQ(log.text(), "");
+}
+
+TEST_F(ReadBack, OfALargeArchiveOnlyTheEndThatIsYoungEnoughIsRead) {
+    clasp.MillisecondsPerSample = 60000;
+    for (int i = 0; i < 40; ++i)
+        add(24);
+    std::string text;
+    for (long age = 40000; age > 0; --age)
+        line(text, now - age * 60, static_cast<double>(age % 100));
+    ASSERT_GT(text.size(), std::size_t{14} << 20);
+    ASSERT_EQ(allocatecircularbuffers(&clasp), 1);
+    test::writeFile(clasp.HardDriveArchive, text);
+    std::int64_t most = 0;
+    EXPECT_EQ(refreshcircularbuffers(&clasp, false,
+                                     [&](std::int64_t, std::int64_t all) {
+                                         most = all;
+                                         return true;
+                                     }),
+              1);
+    EXPECT_GT(most, 0);
+    EXPECT_LE(most, std::int64_t{4} << 20);
+    expectRings();
+}
+
+TEST_F(ReadBack, AWindowThatReachesFarBackIsReadFromWhereItBegins) {
+    clasp.MillisecondsPerSample = 60000;
+    for (int i = 0; i < 40; ++i)
+        add(24.0 * 20);
+    std::string text;
+    for (long age = 40000; age > 0; --age)
+        line(text, now - age * 60, static_cast<double>(age % 100));
+    EXPECT_EQ(readBack(text), 1);
+    EXPECT_EQ(samplesHeld(*links.front()), 24U * 60 * 20 - 1);
+    expectRings();
+}
+
+TEST_F(ReadBack, AFewLinesOfAWrongClockDoNotHideTheYoungOnesBeforeThem) {
+    clasp.MillisecondsPerSample = 60000;
+    for (int i = 0; i < 40; ++i)
+        add(24.0 * 40);
+    std::string young;
+    for (long age = 30000; age > 0; --age)
+        line(young, now - age * 60, static_cast<double>(age % 100));
+    std::string old;
+    for (long time = 1000; old.size() < 60000; ++time) // after a start in 1970, say
+        line(old, time, 77.0);
+    // Where the search looks first.
+    const std::size_t place = young.rfind('\n', young.size() - (std::size_t{4} << 20) + old.size()) + 1;
+    EXPECT_EQ(readBack(young.substr(0, place) + old + young.substr(place)), 1);
+    expectRings();
+}
+
+TEST_F(ReadBack, TimesAtTheEdgeOfTheirRangeAreOldOrYoungWithoutOverflow) {
+    Link& link = add(1);
+    const std::string behind = " 1 0 5.00 \n";
+    EXPECT_EQ(readBack("-9223372036854775808" + behind), 1);
+    EXPECT_EQ(link.SampleCount, 0U);
+    EXPECT_EQ(readBack("-99999999999999999999" + behind), 1);
+    EXPECT_EQ(link.SampleCount, 0U);
+    EXPECT_EQ(readBack("9223372036854775807" + behind), 1);
+    EXPECT_EQ(link.SampleCount, 1U);
+}
+
+TEST_F(ReadBack, TimesInTheFutureAreYoungSoThatAClockSetBackLosesNothing) {
+    Link& link = add(1);
+    std::string text;
+    line(text, now - 7200, 1);
+    line(text, now + 7200, 2);
+    line(text, now + 7260, 3);
+    line(text, now - 60, 4);
+    EXPECT_EQ(readBack(text), 1);
+    EXPECT_EQ(samplesHeld(link), 3U);
+    expectRings();
+}
+
+TEST_F(ReadBack, DamageCostsTheRestOfItsLineAndIsCounted) {
+    add(1);
+    Link& two = add(1);
+    const std::string t = std::to_string(now - 5);
+    for (const std::string& bad :
+         {t + " 1 0 x 2 0 66.00 \n", t + " 1 x 0 2 0 66.00 \n", t + " 1 0 5.0x 2 0 66.00 \n", t + " 1 0 \n",
+          t + " 1 \n", t + " 1x0 5.00 2 0 66.00 \n", std::string("garbage\n"), std::string("\0\0\n", 3)}) {
+        SCOPED_TRACE(bad);
+        test::CapturedLog own;
+        EXPECT_EQ(readBack(bad + t + " 2 0 7.25 \n"), 1);
+        EXPECT_EQ(samplesHeld(two), 1U);
+        EXPECT_EQ(two.ValueBuffer[0], 7.25);
+        EXPECT_EQ(samplesHeld(*links.front()), 0U);
+        EXPECT_NE(own.text().find(": passed over 1 damaged lines\n"), std::string::npos) << own.text();
+    }
+}
+
+TEST_F(ReadBack, ATripleThatOnlyBlanksFollowIsCutByTheEndOfTheFile) {
+    add(1);
+    for (const char* end : {" 1 0 ", " 1 0 \n", " 1 \n \n", " 1 0 4"}) {
+        test::CapturedLog own;
+        EXPECT_EQ(readBack(std::to_string(now) + end), -1) << end;
+        EXPECT_EQ(own.text(), "Unexpected EOF in refreshcircularbuffers.\n") << end;
+        EXPECT_EQ(samplesHeld(*links.front()), 0U) << end;
+    }
+}
+
+TEST_F(ReadBack, LinesAndNumbersOfAnyLengthAreRead) {
+    Link& link = add(1);
+    std::string text = std::to_string(now - 1);
+    for (int i = 0; i < 100000; ++i) // 900 kB
+        text += " 1 0 " + std::to_string(i % 100) + ".25";
+    EXPECT_EQ(readBack(text + " 1 0 50.50 \n"), 1);
+    EXPECT_EQ(samples(link).back().second, 50.5);
+    EXPECT_EQ(samples(link).front().second, 1.25);                           // 3599 before it
+    const std::string absurd = std::string(std::size_t{3} << 18, '9') + "1"; // which is no number 1 behind it
+    EXPECT_EQ(readBack(absurd + " 1 0 5.00 \n" + std::to_string(now) + " 1 0 6.00 \n"), 1);
+    ASSERT_EQ(samplesHeld(link), 2U);
+    EXPECT_EQ(link.TimeBuffer[0], 9223372036854775807.0);
+    EXPECT_EQ(link.ValueBuffer[0], 5.0);
+    EXPECT_EQ(log.text(), "");
+}
+
+TEST_F(ReadBack, EndsWhenItIsToldToAndKeepsWhatItHas) {
+    add(1000);
+    std::string text;
+    for (long age = 200000; age > 0; --age)
+        line(text, now - age, 1);
+    ASSERT_GT(text.size(), std::size_t{4} << 20);
+    ASSERT_EQ(allocatecircularbuffers(&clasp), 1);
+    test::writeFile(clasp.HardDriveArchive, text);
+    std::vector<std::int64_t> seen;
+    const auto stopAtTheThird = [&](std::int64_t read, std::int64_t all) {
+        EXPECT_EQ(all, static_cast<std::int64_t>(text.size()));
+        seen.push_back(read);
+        return seen.size() < 3;
+    };
+    EXPECT_EQ(refreshcircularbuffers(&clasp, false, stopAtTheThird), 1);
+    ASSERT_EQ(seen.size(), 3U);
+    EXPECT_LT(seen[0], 100);
+    EXPECT_LT(seen[2], static_cast<std::int64_t>(text.size()) * 2 / 3);
+    EXPECT_GT(samplesHeld(*links.front()), 0U);
+    EXPECT_LT(samplesHeld(*links.front()), 200000U);
+    EXPECT_EQ(log.text(), "");
+}
+
+TEST_F(ReadBack, OnlyLinksThatAwaitTheirHistoryAreFilledWhenThatIsAskedFor) {
+    Link& one = add(1);
+    Link& two = add(1);
+    two.awaitsHistory = true;
+    ASSERT_EQ(allocatecircularbuffers(&clasp), 1);
+    std::string text;
+    line(text, now - 5, 3.5);
+    test::writeFile(clasp.HardDriveArchive, text);
+    EXPECT_EQ(refreshcircularbuffers(&clasp, true), 1);
+    EXPECT_EQ(samplesHeld(one), 0U);
+    EXPECT_EQ(samplesHeld(two), 1U);
+}
+
+TEST_F(ReadBack, WhatIsNoFileIsNoHistoryAndIsNotWaitedFor) {
+    add(1);
+    ASSERT_EQ(allocatecircularbuffers(&clasp), 1);
+    ASSERT_EQ(::mkfifo(clasp.HardDriveArchive.c_str(), 0600), 0);
+    EXPECT_EQ(refreshcircularbuffers(&clasp), 1);
+    for (const char* other : {"/dev/zero", "/tmp", ""}) {
+        clasp.HardDriveArchive = other;
+        EXPECT_EQ(refreshcircularbuffers(&clasp), 1) << other;
+    }
+    EXPECT_EQ(samplesHeld(*links.front()), 0U);
+}
+
+TEST_F(ReadBack, ReadersOfARingSeeOnlyWholeSamplesMeanwhile) {
+    Link& link = add(1000);
+    std::string text;
+    for (long age = 100000; age > 0; --age)
+        line(text, now - age, static_cast<double>((now - age) % 100));
+    ASSERT_EQ(allocatecircularbuffers(&clasp), 1);
+    test::writeFile(clasp.HardDriveArchive, text);
+    std::atomic<bool> over{false};
+    auto reader = std::async(std::launch::async, [&] {
+        bool whole = true;
+        while (!over) {
+            MutexLock lock(chainLock);
+            if (samplesHeld(link) > 0) {
+                const std::uint32_t newest = slotOfSample(link, samplesHeld(link) - 1);
+                whole = whole && link.ValueBuffer[newest] ==
+                                     static_cast<double>(std::lround(link.TimeBuffer[newest]) % 100);
+            }
+        }
+        return whole;
+    });
+    EXPECT_EQ(refreshcircularbuffers(&clasp), 1);
+    over = true;
+    EXPECT_TRUE(reader.get());
+    EXPECT_EQ(samplesHeld(link), 100000U);
 }
 
 } // namespace
