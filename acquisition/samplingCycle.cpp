@@ -1,12 +1,14 @@
 #include "acquisition/samplingCycle.h"
 
 #include "acquisition/archiveFile.h"
+#include "acquisition/archiveResume.h"
 #include "acquisition/circularBuffers.h"
 #include "acquisition/counterReaders.h"
 #include "acquisition/diskListing.h"
 #include "acquisition/instances.h"
 #include "agent/agentState.h"
 #include "agent/debugLog.h"
+#include "agent/stopSync.h"
 #include "resources/resourceChain.h"
 #include "resources/scratchPad.h"
 #include "support/clock.h"
@@ -44,7 +46,8 @@ bool adopt(ScratchPad& scratchPad, const Link& pattern, Link* instance) {
         return true;
     putBack(pattern, instance);
     std::int32_t knownRid = -2;
-    if (CheckForDuplicateLinkInFileAndGetRID(scratchPad, instance, &knownRid) == -2) {
+    instance->awaitsHistory = CheckForDuplicateLinkInFileAndGetRID(scratchPad, instance, &knownRid) != -2;
+    if (!instance->awaitsHistory) {
         if (GenerateNewRID(instance) != 1)
             return true;
         RecordLinkForRIDCollision(scratchPad, instance);
@@ -177,6 +180,7 @@ int RawDataRetrievalAndArchive(Clasp* clasp) {
     if (!readChain(clasp))
         return -1;
     removeUnmountedDisks(clasp);
+    resumeRings(clasp, [](std::int64_t, std::int64_t) { return continueExecuting != 0; });
     pushSamples(clasp);
     return appendArchiveLine(clasp->HardDriveArchive, archiveLine(*clasp)) ? 1 : -1;
 }

@@ -1,6 +1,7 @@
 #include "agent/agentRun.h"
 
 #include "acquisition/archiveFile.h"
+#include "acquisition/archiveResume.h"
 #include "acquisition/circularBuffers.h"
 #include "acquisition/instances.h"
 #include "acquisition/samplingCycle.h"
@@ -9,6 +10,7 @@
 #include "agent/debugLog.h"
 #include "agent/errorExit.h"
 #include "agent/hostFeed.h"
+#include "agent/resume.h"
 #include "agent/stopSync.h"
 #include "prediction/exhaustion.h"
 #include "prediction/predictor.h"
@@ -127,6 +129,18 @@ bool startUp(Clasp* clasp) {
     return true;
 }
 
+/// A request to stop ends the reading, however much there is to be read.
+bool readOn(std::int64_t read, std::int64_t all) {
+    tellReading(read, all);
+    return continueExecuting != 0;
+}
+
+void resume(Clasp* clasp) {
+    clasp->resumes = isResumeWanted();
+    resumeRings(clasp, &readOn);
+    tellReading(0, 0);
+}
+
 /// The result of a step that the run can go on without; -1 when memory was too short for it, which the next
 /// time may find better.
 template <class Step>
@@ -187,6 +201,7 @@ void runWith(std::string_view configuration, const std::string& configPath) {
     CycleReport report;
     if (!readConfiguration(configuration, configPath, clasp, &report.archiveMegabytes) || !startUp(clasp))
         return;
+    resume(clasp);
     publish(*clasp, report);
     do {
         runOneCycle(clasp, &report);

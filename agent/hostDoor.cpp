@@ -1,9 +1,10 @@
 // The native methods of the host that comes with the library, registered when the library is loaded by a
-// program that has the classes for them. This room translates and lets agent/hostFeed and agent/checkFeed
-// work; no C++ exception leaves it.
+// program that has the classes for them. This room translates and lets agent/hostFeed, agent/resume and
+// agent/checkFeed work; no C++ exception leaves it.
 
 #include "agent/checkFeed.h"
 #include "agent/hostFeed.h"
+#include "agent/resume.h"
 #include "replay/replayFeed.h"
 #include "support/jniSupport.h"
 
@@ -93,6 +94,14 @@ jbyteArray JNICALL declarations(JNIEnv* env, jclass, jbyteArray text) {
     return answerOn(env, text, &declarationsFeed);
 }
 
+void JNICALL resume(JNIEnv*, jclass, jboolean wanted) {
+    setResume(wanted != JNI_FALSE);
+}
+
+jbyteArray JNICALL reading(JNIEnv* env, jclass) {
+    return answer(env, [env] { return makeJavaBytes(env, describeReading()); });
+}
+
 jbyteArray JNICALL counters(JNIEnv* env, jclass) {
     return answer(env, [env] { return makeJavaBytes(env, describeCounters()); });
 }
@@ -160,6 +169,8 @@ void registerHost(JNIEnv* env) {
         method("await", "(JJ)[B", reinterpret_cast<void*>(&await)),
         method("curves", "(I)[B", reinterpret_cast<void*>(&curves)),
         method("counters", "()[B", reinterpret_cast<void*>(&counters)),
+        method("resume", "(Z)V", reinterpret_cast<void*>(&resume)),
+        method("reading", "()[B", reinterpret_cast<void*>(&reading)),
     };
     registerClass<hostFeedVersion>(env, hostClass, methods);
 }

@@ -34,6 +34,16 @@ std::int64_t sizeOf(const std::string& path) {
     return ::stat(path.c_str(), &state) == 0 ? static_cast<std::int64_t>(state.st_size) : -1;
 }
 
+void putResumed(Bytes& bytes, const Clasp& clasp) {
+    std::int64_t samples = 0;
+    std::int32_t resources = 0;
+    for (const Link* link = clasp.pFirstLink; link != nullptr; link = link->pNextLink) {
+        samples += link->resumedSamples;
+        resources += link->resumedSamples > 0 ? 1 : 0;
+    }
+    bytes.longNumber(samples).number(resources);
+}
+
 void putConfiguration(Bytes& bytes, const Clasp& clasp, std::int32_t archiveMegabytes) {
     for (const std::string* name : {&clasp.DataHomeDirectory, &clasp.HardDriveArchive, &clasp.ScratchPad,
                                     &clasp.ResourceText, &clasp.IniFile})
@@ -235,6 +245,7 @@ void publishCycle(const Clasp& clasp, const CycleReport& report) {
     bytes.longNumber(report.cycles).number(TimeStamp);
     bytes.real(report.sampling).real(report.forecast).real(report.writing).real(report.total);
     bytes.longNumber(sizeOf(clasp.HardDriveArchive));
+    putResumed(bytes, clasp);
     putConfiguration(bytes, clasp, report.archiveMegabytes);
     bytes.flag(awaitsDiskListing());
     putLeftOut(bytes, clasp);

@@ -19,9 +19,10 @@ namespace obrin {
 //   publication  i32 hostFeedVersion, i64 serial, i32 kind (PublicationKind), i64 cycles that the run has
 //                completed (0: started, nothing is sampled yet), then, of a run that is on: i32 TimeStamp,
 //                f64 seconds of sampling, of the forecasts, of writing, and of all cycles of the run
-//                together, i64 bytes of the archive (-1: unknown), configuration, flag the newest attempt to
-//                list the disks gave nothing, list of left out, list of resources, list of episodes that have
-//                ended, the newest 64
+//                together, i64 bytes of the archive (-1: unknown), i64 samples that the present resources
+//                took over from it, i32 resources that took over any, configuration, flag the newest attempt
+//                to list the disks gave nothing, list of left out, list of resources, list of episodes that
+//                have ended, the newest 64
 //   configuration  texts: data home directory, archive, scratch pad, declarations, configuration file;
 //                i32 milliseconds between two samples, MinForecastHours, MaxForecastHours, megabytes of the
 //                archive, samples that a forecast needs
@@ -48,9 +49,11 @@ namespace obrin {
 //                bytes), f64 bytes in a unit, flag limits of one's own count whole, texts what 100 per cent
 //                are, what a capacity of 0 means, flag such a resource is absent; list of reports: texts
 //                display name, measure, words
+//   reading      i32 hostFeedVersion, i64 bytes of the archive that a start has read, i64 of how many (0: it
+//                reads none)
 
 /// Changes with the layout of the bytes and with the native methods.
-inline constexpr std::int32_t hostFeedVersion = 2;
+inline constexpr std::int32_t hostFeedVersion = 3;
 
 enum class PublicationKind : std::int32_t { running = 1, over = 2 };
 

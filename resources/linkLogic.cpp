@@ -46,7 +46,8 @@ Registration registerLink(ScratchPad& scratchPad, Link* link) {
     if (CheckForDuplicateLinkInChain(link) == 2)
         return Registration::alreadyInChain;
     std::int32_t stored = 0;
-    if (CheckForDuplicateLinkInFileAndGetRID(scratchPad, link, &stored) == 2)
+    link->awaitsHistory = CheckForDuplicateLinkInFileAndGetRID(scratchPad, link, &stored) == 2;
+    if (link->awaitsHistory)
         link->RID = stored;
     else if (GenerateNewRID(link) != 1)
         return Registration::failed;

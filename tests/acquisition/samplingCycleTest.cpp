@@ -322,6 +322,58 @@ TEST_F(SamplingCycle, UnmountedFileSystemGoesWithItsTrendFilesAndComesBackUnderI
     EXPECT_EQ(records(), 3U);
 }
 
+/// The samples in the ring of a disk, oldest first; empty when it is not there.
+std::vector<double> samplesOf(const Link* link) {
+    std::vector<double> values;
+    for (std::uint32_t i = 0; link != nullptr && i < samplesHeld(*link); ++i)
+        values.push_back(link->ValueBuffer[slotOfSample(*link, i)]);
+    return values;
+}
+
+TEST_F(SamplingCycle, ADiskMountedAgainGetsItsHistoryBackInARunThatResumesAndInNoOther) {
+    for (const bool resumes : {false, true}) {
+        SCOPED_TRACE(resumes);
+        clasp.resumes = resumes;
+        mount({"/a", "/b"});
+        declare(disks);
+        for (int i = 0; i < 3; ++i) {
+            clock.turn(std::chrono::seconds(1));
+            ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+        }
+        mount({"/b"});
+        ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+        clock.turn(std::chrono::seconds(1));
+        mount({"/a", "/b", "/c"});
+        ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+        const Link* a = find("/dev/a /a");
+        EXPECT_EQ(samplesOf(a), resumes ? (std::vector<double>{25, 25, 25, 25}) : (std::vector<double>{25}));
+        EXPECT_EQ(a->TimeBuffer[0], static_cast<double>(TimeStamp - (resumes ? 3 : 0)));
+        EXPECT_EQ(samplesOf(find("/dev/c /c")).size(), 1U) << "of a number that is new";
+        EXPECT_EQ(samplesOf(find("/dev/b /b")).size(), 5U);
+        ScanUpChainDeletingAllLinks(&clasp);
+        std::filesystem::remove(clasp.ScratchPad);
+        std::filesystem::remove(clasp.HardDriveArchive);
+    }
+}
+
+TEST_F(SamplingCycle, ADiskThatTheFirstListingBringsLateGetsTheHistoryOfEarlierRuns) {
+    clasp.resumes = true;
+    mount({});
+    declare(disks);
+    writeFile(clasp.ScratchPad, readFile(clasp.ScratchPad) +
+                                    "\nEvent: ResourceDefinition - Informational \n"
+                                    "2   7   (LogicalDisk)   (/dev/b /b)   (PercentFreeSpaceUsed)   -2   \n");
+    const long now = systemClock().wallTime();
+    writeFile(clasp.HardDriveArchive, std::to_string(now - 2) + " 7 0 5.25 8 0 66.00 \n" +
+                                          std::to_string(now - 1) + " 7 0 6.25 8 0 67.00 \n");
+    mount({"/a", "/b"});
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(samplesOf(find("/dev/b /b")), (std::vector<double>{5.25, 6.25, 25}));
+    EXPECT_EQ(find("/dev/a /a")->RID, 8);
+    EXPECT_EQ(samplesOf(find("/dev/a /a")), (std::vector<double>{25})) << "the archive's 8 was another";
+    EXPECT_EQ(samplesOf(clasp.pFirstLink), (std::vector<double>{})) << "a template";
+}
+
 /// A thread that has the trend-file lock and does not give it back as long as this lives.
 class StubbornReader {
 public:

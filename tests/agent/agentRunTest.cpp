@@ -4,6 +4,7 @@
 #include "agent/agentState.h"
 #include "agent/debugLog.h"
 #include "agent/hostFeed.h"
+#include "agent/resume.h"
 #include "agent/stopSync.h"
 #include "prediction/exhaustion.h"
 #include "support/systemPaths.h"
@@ -26,6 +27,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::Not;
 using ::testing::StartsWith;
 
 /// Stands still, and tells when somebody asks for the time of day.
@@ -209,6 +211,95 @@ TEST_F(AgentRun, AForecastIsPublishedInTheCycleInWhichItIsMade) {
     EXPECT_EQ(run(), 0);
     openHostFeed(false);
     EXPECT_EQ(firstForecast, 200);
+}
+
+/// A swap space of which a thousandth more is used in each cycle.
+class ResumedRun : public AgentRun {
+protected:
+    ResumedRun() { openHostFeed(); }
+    ~ResumedRun() override {
+        setResume(false);
+        openHostFeed(false);
+    }
+
+    /// The newest state after so many cycles; that of the start is in `atStart`.
+    FedState after(int wanted) {
+        FedState state;
+        cycles = 0;
+        clock.onWallTime = [&] {
+            if (cycles == 0)
+                atStart = readState(*awaitPublication(0, std::chrono::milliseconds(0)));
+        };
+        clock.onWait([&](const char*, std::chrono::seconds) {
+            state = readState(*awaitPublication(0, std::chrono::milliseconds(0)));
+            writeFile(systemPaths().meminfo,
+                      "SwapTotal: 100000 kB\nSwapFree: " + std::to_string(90000 - 100 * ++used) + " kB\n");
+            if (++cycles == wanted)
+                continueExecuting = 0;
+        });
+        EXPECT_EQ(run(), 0);
+        return state;
+    }
+
+    FedState atStart;
+    int used = 0;
+};
+
+TEST_F(ResumedRun, ForecastsInItsFirstCycleByTheSameModelAndTellsTheHost) {
+    const FedState first = after(260);
+    ASSERT_NE(first.resources.at(0).forecastTime, 0);
+    EXPECT_EQ(first.resumedSamples, 0);
+    setResume(true);
+    const FedState second = after(1);
+    EXPECT_EQ(atStart.cycles, 0);
+    EXPECT_EQ(atStart.resumedSamples, 260);
+    EXPECT_EQ(atStart.resumedResources, 1);
+    EXPECT_EQ(atStart.resources.at(0).usable, 260);
+    const FedResource& r = second.resources.at(0);
+    EXPECT_EQ(r.usable, 261);
+    EXPECT_EQ(r.forecastTime, second.time);
+    EXPECT_EQ(r.model, first.resources[0].model);
+    EXPECT_NEAR(r.hours, first.resources[0].hours, 0.01 * first.resources[0].hours);
+    EXPECT_EQ(second.resumedSamples, 260);
+}
+
+TEST_F(ResumedRun, ANotificationBeginsAnewWithTheOnset) {
+    ASSERT_TRUE(after(260).resources.at(0).pending);
+    setResume(true);
+    after(1);
+    EXPECT_FALSE(atStart.resources.at(0).pending);
+    const std::string text = log.text();
+    EXPECT_THAT(text.substr(text.find("\nResumed with ")),
+                HasSubstr("\nOnset of exhaustion detected, setting notification level to "));
+}
+
+TEST_F(ResumedRun, WithoutTheHostsWishStartsEmpty) {
+    after(260);
+    const FedState second = after(1);
+    EXPECT_EQ(second.resources.at(0).usable, 1);
+    EXPECT_EQ(second.resources[0].forecastTime, 0);
+    EXPECT_EQ(second.resumedSamples, 0);
+    EXPECT_THAT(log.text(), Not(HasSubstr("Resumed")));
+}
+
+TEST_F(ResumedRun, ARequestToStopEndsTheReading) {
+    after(260);
+    setResume(true);
+    std::string told;
+    clock.onWait([](const char*, std::chrono::seconds) {});
+    int looks = 0; // at the time of day: the reading's, then those of the one cycle that comes all the same
+    clock.onWallTime = [&] {
+        if (++looks == 1)
+            continueExecuting = 0;
+        else
+            told = describeReading();
+    };
+    EXPECT_EQ(run(), 0);
+    EXPECT_THAT(log.text(), HasSubstr("\nResumed with 1 samples of 1 resources from "));
+    FeedReading in(told);
+    in.number();
+    EXPECT_EQ(in.longNumber(), 0) << "it reads no more";
+    EXPECT_EQ(in.longNumber(), 0);
 }
 
 TEST_F(AgentRun, ACounterIsAddedByItsReaderAndOneRow) {

@@ -1,6 +1,7 @@
 // The native methods of the host that comes with the library, registered in a Java machine that is none.
 
 #include "agent/hostFeed.h"
+#include "agent/resume.h"
 #include "tests/support/feedReading.h"
 #include "tests/support/nativeDoor.h"
 
@@ -24,7 +25,11 @@ protected:
     HostDoor() : NativeDoor(hostClass) {}
 
     void declareHost(jint version) {
-        declare(version, {{"await", "(JJ)[B"}, {"curves", "(I)[B"}, {"counters", "()[B"}});
+        declare(version, {{"await", "(JJ)[B"},
+                          {"curves", "(I)[B"},
+                          {"counters", "()[B"},
+                          {"resume", "(Z)V"},
+                          {"reading", "()[B"}});
     }
 };
 
@@ -128,6 +133,31 @@ TEST_F(HostDoor, CountersAreHandedOver) {
     load();
     using Counters = jbyteArray (*)(JNIEnv*, jclass);
     EXPECT_EQ(java.bytesOf(native<Counters>("counters")(java.env(), nullptr)), describeCounters());
+}
+
+TEST_F(HostDoor, ARunResumesOnlyAfterTheHostHasSaidSo) {
+    declareHost(hostFeedVersion);
+    load();
+    EXPECT_FALSE(isResumeWanted());
+    const auto resume = native<void (*)(JNIEnv*, jclass, jboolean)>("resume");
+    resume(java.env(), nullptr, JNI_TRUE);
+    EXPECT_TRUE(isResumeWanted());
+    resume(java.env(), nullptr, JNI_FALSE);
+    EXPECT_FALSE(isResumeWanted());
+}
+
+TEST_F(HostDoor, HowFarTheReadingIsIsHandedOver) {
+    declareHost(hostFeedVersion);
+    load();
+    tellReading(3000000000, 5000000000);
+    const std::string bytes =
+        java.bytesOf(native<jbyteArray (*)(JNIEnv*, jclass)>("reading")(java.env(), nullptr));
+    tellReading(0, 0);
+    FeedReading in(bytes);
+    EXPECT_EQ(in.number(), hostFeedVersion);
+    EXPECT_EQ(in.longNumber(), 3000000000);
+    EXPECT_EQ(in.longNumber(), 5000000000);
+    EXPECT_TRUE(in.atEnd());
 }
 
 TEST_F(HostDoor, ANumberThatNoLinkHasGivesNoCurves) {

@@ -132,6 +132,21 @@ TEST_F(HostFeed, AStateHoldsTheCycleAndTheConfiguration) {
     EXPECT_THAT(state.resources, IsEmpty());
 }
 
+TEST_F(HostFeed, WhatTheRunHasResumedWithIsCountedOverTheResourcesThatAreThere) {
+    EXPECT_EQ(published().resumedSamples, 0);
+    add(single("PercentSwapSpaceUsed"))->resumedSamples = 4000000000U;
+    add(single("PercentProcessesUsed"));
+    Link* gone = add(disk("/dev/a /a"));
+    gone->resumedSamples = 300000000;
+    FedState state = published();
+    EXPECT_EQ(state.resumedSamples, 4300000000);
+    EXPECT_EQ(state.resumedResources, 2);
+    takeLinkFromChain(gone);
+    state = published();
+    EXPECT_EQ(state.resumedSamples, 4000000000);
+    EXPECT_EQ(state.resumedResources, 1);
+}
+
 TEST_F(HostFeed, AnArchiveThatIsNotThereHasNoSize) {
     clasp.HardDriveArchive = directory.path("none");
     EXPECT_EQ(published().archiveBytes, -1);

@@ -17,11 +17,15 @@
 //
 // With --turned-clock time stands still for the agent, except that it goes by at once when the agent pauses
 // or sleeps, and as lines of the standard input say: "turn SECONDS" lets time go by, "jump SECONDS" moves the
-// time of day alone. With --hold-sleeps, too, sleeps last until "turn" ends them or a stop request. The sleep
-// after the last of --cycles lasts, with any clock, until the stop request that comes then.
+// time of day alone. --time SECONDS is the time of day that it begins with. With --hold-sleeps, too, sleeps
+// last until "turn" ends them or a stop request. The sleep after the last of --cycles lasts, with any clock,
+// until the stop request that comes then.
+//
+// With --resume the host wishes that runs go on with what the archive has of earlier ones.
 //
 // Exit status: 0 when everything was given back and used rightly, 3 otherwise, 2 for a wrong command line.
 
+#include "agent/resume.h"
 #include "support/immortal.h"
 #include "support/systemPaths.h"
 #include "tests/driver/viewerThreads.h"
@@ -74,6 +78,7 @@ struct Options {
     int arguments = 2;
     int stopThreads = 1;
     int stopTwice = 0;
+    long time = -1;
     long viewers = 0;
     unsigned seed = 1;
     bool levels = false;
@@ -309,6 +314,8 @@ Options readOptions(const std::vector<std::string>& words, FakeJavaEnvironment& 
             options.turnedClock = true;
         else if (name == "--hold-sleeps")
             options.holdSleeps = true;
+        else if (name == "--resume")
+            obrin::setResume(true);
         else if (name == "--null-texts")
             options.nullTexts = true;
         else if (name == "--no-copy")
@@ -338,6 +345,8 @@ Options readOptions(const std::vector<std::string>& words, FakeJavaEnvironment& 
                 options.limitMs = number;
             else if (name == "--cycles")
                 options.cycles = number;
+            else if (name == "--time")
+                options.time = number;
             else if (name == "--runs")
                 options.runs = number;
             else if (name == "--args")
@@ -394,8 +403,10 @@ void setRealClock() {
     obrin::setSystemClock(&*clock);
 }
 
-void setTurnedClock(bool holdSleeps) {
+void setTurnedClock(bool holdSleeps, long timeOfDay) {
     static Immortal<NoticingClock<TurnedClock>> clock;
+    if (timeOfDay >= 0)
+        clock->setWallTime(timeOfDay);
     const auto agentsThread = std::this_thread::get_id();
     clock->onWait([agentsThread](const char* what, std::chrono::seconds time) {
         if (std::this_thread::get_id() == agentsThread)
@@ -423,7 +434,7 @@ int main(int count, char** words) {
     ::sigaction(SIGUSR1, &action, nullptr);
     ::signal(SIGXFSZ, SIG_IGN); // as a Java machine does: a file over its limit is an error, not a death
     if (options.turnedClock)
-        setTurnedClock(options.holdSleeps);
+        setTurnedClock(options.holdSleeps, options.time);
     else
         setRealClock();
     bool fine = true;

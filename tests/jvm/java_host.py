@@ -216,6 +216,21 @@ class JavaTest(unittest.TestCase):
         machine.expect("ready")
         return machine
 
+    def checkout(self):
+        """A directory with the start scripts over what is built already, and a cmake that has nothing to do."""
+        directory = tempfile.mkdtemp(prefix="lumetra-checkout-")
+        self.addCleanup(shutil.rmtree, directory, ignore_errors=True)
+        for name in ("build/release/java", "bin"):
+            os.makedirs(os.path.join(directory, name))
+        for name in ("run-agent", "lumetra"):
+            shutil.copy(os.path.join(PROJECT, name), directory)
+        for name in ("scripts", "config"):
+            shutil.copytree(os.path.join(PROJECT, name), os.path.join(directory, name))
+        os.symlink(self.library, os.path.join(directory, "build/release/libObrinagent.so"))
+        os.symlink(JAR, os.path.join(directory, "build/release/java/lumetra-agent.jar"))
+        os.symlink("/bin/true", os.path.join(directory, "bin/cmake"))
+        return directory
+
     def host(self, home, *options, port=0, java=(), environment=None):
         """The shipped host program, on the home's own configuration; without the page unless a port is given."""
         return self.start(home, host_command(home, self.library, *options, port=port, java=java), environment)

@@ -3,14 +3,12 @@
 import glob
 import os
 import re
-import shutil
 import subprocess
 import sys
-import tempfile
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from java_host import COMPLAINTS, JAR, LIBRARY, PROGRAM, PROJECT, JavaTest, host_command, remaining  # noqa: E402
+from java_host import COMPLAINTS, JAR, LIBRARY, PROGRAM, JavaTest, host_command, remaining  # noqa: E402
 
 
 def installed_jdks():
@@ -31,21 +29,6 @@ JDKS = installed_jdks()
 
 @unittest.skipUnless(len(JDKS) > 1, "only one version of the Java development kit is installed")
 class JdksTest(JavaTest):
-    def checkout(self):
-        """A directory with the start scripts over what is built already, and a cmake that has nothing to do."""
-        directory = tempfile.mkdtemp(prefix="lumetra-checkout-")
-        self.addCleanup(shutil.rmtree, directory, ignore_errors=True)
-        for name in ("build/release/java", "bin"):
-            os.makedirs(os.path.join(directory, name))
-        for name in ("run-agent", "lumetra"):
-            shutil.copy(os.path.join(PROJECT, name), directory)
-        for name in ("scripts", "config"):
-            shutil.copytree(os.path.join(PROJECT, name), os.path.join(directory, name))
-        os.symlink(LIBRARY, os.path.join(directory, "build/release/libObrinagent.so"))
-        os.symlink(JAR, os.path.join(directory, "build/release/java/lumetra-agent.jar"))
-        os.symlink("/bin/true", os.path.join(directory, "bin/cmake"))
-        return directory
-
     def run_with(self, version, *command, **environment):
         """Runs a command with a Java that tells its version and checks native calls; what it printed without a warning."""
         done = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,

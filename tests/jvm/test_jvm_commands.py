@@ -154,7 +154,7 @@ class Help(JavaTest):
         run = subprocess.run(["java", "-jar", JAR, "run", "--help"], capture_output=True, text=True)
         self.assertEqual(run.returncode, 0)
         through_the_script = lumetra("run", "--help").stdout
-        for option in ("--home", "--config", "--for", "--port", "--listen", "--allow-host", "Exit codes:"):
+        for option in ("--home", "--config", "--for", "--port", "--listen", "--allow-host", "--fresh", "Exit codes:"):
             self.assertIn(option, run.stdout)
             if option.startswith("--"):
                 self.assertIn(option, through_the_script)

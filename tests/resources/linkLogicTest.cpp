@@ -186,6 +186,20 @@ TEST_F(LinkLogic, ThreeDisksGiveATemplateAndThreeLinksWithTheSameNumbersInTheNex
     EXPECT_EQ(readFile(clasp.ScratchPad), recorded);
 }
 
+TEST_F(LinkLogic, OnlyLinksWhoseNumbersTheScratchPadHadAwaitTheirHistory) {
+    disks = {"/dev/a /", "/dev/b /home"};
+    EXPECT_EQ(run('D', inputText()), 1);
+    for (const Link* link = clasp.pFirstLink; link != nullptr; link = link->pNextLink)
+        EXPECT_FALSE(link->awaitsHistory) << link->RID;
+    ScanUpChainDeletingAllLinks(&clasp);
+    disks = {"/dev/a /", "/dev/c /new", "/dev/b /home"};
+    EXPECT_EQ(run('D', inputText()), 1);
+    EXPECT_THAT(identifiers(),
+                ElementsAre("1 inst -1", "2 /dev/a / -2", "3 /dev/b /home -2", "4 /dev/c /new -2"));
+    for (const Link* link = clasp.pFirstLink; link != nullptr; link = link->pNextLink)
+        EXPECT_EQ(link->awaitsHistory, link->RID != 4) << link->RID;
+}
+
 TEST_F(LinkLogic, OnlyTheDisksThatWereNamedAreAdopted) {
     disks = {"/dev/a /"};
     machine.numberOfDisks = [] { return 5; };

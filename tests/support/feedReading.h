@@ -106,6 +106,8 @@ struct FedState {
     std::int32_t time = 0;
     double sampling = 0, forecast = 0, writing = 0, total = 0;
     std::int64_t archiveBytes = 0;
+    std::int64_t resumedSamples = 0;
+    std::int32_t resumedResources = 0;
     std::vector<std::string> files;
     std::vector<std::int32_t> numbers;
     bool awaitsDisks = false;
@@ -129,6 +131,8 @@ inline FedState readState(std::string_view bytes) {
     state.writing = in.real();
     state.total = in.real();
     state.archiveBytes = in.longNumber();
+    state.resumedSamples = in.longNumber();
+    state.resumedResources = in.number();
     for (int i = 0; i < 5; ++i)
         state.files.push_back(in.text());
     for (int i = 0; i < 5; ++i)

@@ -279,6 +279,15 @@ describe("the headline", () => {
     });
   });
 
+  test("says at its foot how many samples of earlier runs the agent goes on from", async () => {
+    const world = busyServer();
+    await withWorld(world, {}, async (page) => {
+      assert.doesNotMatch(await page.textContent("#about"), /resumed/);
+      world.agent.resumedSamples = 1234;
+      await page.waitForFunction(() => document.getElementById("about").textContent.endsWith(" · resumed with 1234 samples"));
+    });
+  });
+
   test("shows what the agent leaves out and why, for as long as it does", async () => {
     const world = busyServer();
     world.leftOut = [{ what: "/dev/x\u202e 1 2", why: "its line cannot be read" }, { what: "Space", why: "no memory" }];

@@ -35,7 +35,7 @@ export class World {
     this.agent = {
       version: "1.4.0", home: "/srv/lumetra", startedAt: now - 26 * HOUR, generatedAt: now, running: true, stale: false,
       cycles: 4680, newestCycleAt: now - 4, periodSeconds: 20, samplesForForecast: 200, minForecastHours: 0,
-      maxForecastHours: 24, notice: null,
+      maxForecastHours: 24, notice: null, resumedSamples: 0,
     };
     this.resources = [];
     this.leftOut = [];

@@ -139,7 +139,8 @@ function renderPulse(data, silent) {
   setTitle(byId("pulse"), newest === null ? "" : `newest cycle: ${words.exactMoment(newest)}`);
   setText(byId("about"), [`Lumetra Agent ${words.printable(agent.version)}`, words.printable(agent.home),
     agent.periodSeconds > 0 ? `a sample every ${words.duration(agent.periodSeconds)}` : "",
-    words.count(agent.cycles, "cycle"), `started ${words.moment(agent.startedAt, now())}`].filter(Boolean).join(" · "));
+    words.count(agent.cycles, "cycle"), `started ${words.moment(agent.startedAt, now())}`,
+    agent.resumedSamples > 0 ? `resumed with ${words.count(agent.resumedSamples, "sample")}` : ""].filter(Boolean).join(" · "));
   renderLeftOut(data.leftOut ?? []);
 }
 

@@ -11,7 +11,7 @@ import java.util.function.IntSupplier;
 public final class HostFeed {
 
     /** The layout of the bytes that are handed over. A library of another layout keeps its door shut. */
-    public static final int VERSION = 2;
+    public static final int VERSION = 3;
 
     private HostFeed() {}
 
@@ -35,6 +35,15 @@ public final class HostFeed {
 
     /** What the library can count. Any thread. */
     public static native byte[] counters();
+
+    /**
+     * Whether a run that begins from now on goes on with what its archive has of earlier runs. It does not
+     * unless this has been called.
+     */
+    public static native void resume(boolean wanted);
+
+    /** How far a run that begins has read its archive. Any thread. */
+    public static native byte[] reading();
 
     /**
      * Why the library cannot be asked.

@@ -209,8 +209,10 @@ public final class StatusTable {
         double period = agent.periodSeconds();
         String pace = period <= 0 ? "samples without a pause"
                 : "a sample every " + Words.ofDuration(Duration.ofSeconds(Math.round(period)));
+        String resumed = agent.resumedSamples() <= 0 ? "" : ", resumed with " + agent.resumedSamples()
+                + (agent.resumedSamples() == 1 ? " sample" : " samples");
         return "Lumetra Agent " + Words.printable(agent.version()) + " at " + page + ": " + cycles
-                + newest + ", " + pace + (agent.running() ? "" : "; it is not running")
+                + newest + ", " + pace + resumed + (agent.running() ? "" : "; it is not running")
                 + (agent.stale() && agent.running() ? "; it is late" : "") + ".";
     }
 

@@ -13,7 +13,8 @@ import java.util.Optional;
 import java.util.function.Consumer;
 
 /**
- * Tells the user what a running agent does: the report after the first cycle, and a status line every minute.
+ * Tells the user what a running agent does: what it resumed with, the report after the first cycle, and a status
+ * line every minute.
  *
  * <p>Any thread may call.
  */
@@ -28,6 +29,7 @@ final class AgentMonitor implements Consumer<Publication> {
     private volatile long cycles;
     private volatile RunState state;
     private boolean reported;
+    private boolean hasToldResumed;
     private boolean awaitsDisks;
     private long nextStatus;
 
@@ -67,6 +69,9 @@ final class AgentMonitor implements Consumer<Publication> {
     synchronized void look(long nanoTime) {
         long completed = cycles; // before the state, which is there once this is above 0
         RunState newest = state;
+        if (newest != null && !reported) {
+            tellResumed(newest.archive().resumed());
+        }
         if (completed > 0 && !reported) {
             reported = true;
             report(newest);
@@ -78,6 +83,15 @@ final class AgentMonitor implements Consumer<Publication> {
             out.println(CLOCK.format(LocalDateTime.now()) + "  "
                     + status(newest, completed, Duration.ofNanos(nanoTime - started)));
             nextStatus += STATUS_EVERY.toNanos();
+        }
+    }
+
+    private void tellResumed(RunState.Resumed resumed) {
+        if (resumed.isAnything() && !hasToldResumed) {
+            hasToldResumed = true;
+            out.println("Resumed with " + resumed.samples() + (resumed.samples() == 1 ? " sample" : " samples")
+                    + " of " + resumed.resources() + (resumed.resources() == 1 ? " resource" : " resources")
+                    + " from the archive.");
         }
     }
 

@@ -90,6 +90,10 @@ final class RunCommand implements Callable<Integer> {
     @Option(names = "--for", paramLabel = "SECONDS", description = "End by itself after this many seconds.")
     private Long seconds;
 
+    @Option(names = "--fresh", description = "Begin with empty histories. Without it the agent goes on with what the "
+            + "archive has of earlier runs, and forecasts in its first cycle if that is enough.")
+    private boolean fresh;
+
     @Mixin
     private PageOptions page = new PageOptions();
 
@@ -109,6 +113,7 @@ final class RunCommand implements Callable<Integer> {
     private ScoreBook score;
     private volatile AgentRun run;
     private AgentMonitor monitor;
+    private ReadingProgress reading;
     private Integer exitCode;
     private volatile int hostCode;
 
@@ -170,6 +175,7 @@ final class RunCommand implements Callable<Integer> {
         run.prepare();
         Optional<String> problem = HostFeed.problem();
         if (problem.isEmpty()) {
+            HostFeed.resume(!fresh);
             follow();
         }
         SpareThreads spare = SpareThreads.hold(THREADS_OF_A_SIGNAL + THREADS_OF_A_LISTING);
@@ -225,6 +231,7 @@ final class RunCommand implements Callable<Integer> {
     private void follow() {
         Feed feed = new LibraryFeed();
         monitor = new AgentMonitor(out, System.nanoTime());
+        reading = new ReadingProgress(out, LibraryFeed::reading);
         score = new ScoreBook(new ScoreFile(SCORE), out::println);
         AgentEvents.askForTrackRecords(this::trackRecord);
         if (score.isNew()) {
@@ -249,7 +256,7 @@ final class RunCommand implements Callable<Integer> {
         publication.state().ifPresent(state -> {
             score.take(state.ended());
             if (publication.cycles() > 0) {
-                score.begin(new ScoreFile.Start(state.cycle().time(), false));
+                score.begin(new ScoreFile.Start(state.cycle().time(), !fresh));
             }
         });
     }
@@ -371,6 +378,7 @@ final class RunCommand implements Callable<Integer> {
             stop();
         } else if (!run.isStopping()) {
             if (monitor != null) {
+                reading.look(now);
                 monitor.look(now);
             }
             if (server != null && server.isBroken() && now - reopenFrom >= 0) {

@@ -36,6 +36,10 @@ public final class FeedReader extends LibraryBytes {
         return new FeedReader(array).whole(FeedReader::curves);
     }
 
+    static ArchiveReading reading(byte[] array) {
+        return new FeedReader(array).whole(FeedReader::reading);
+    }
+
     private <T> T whole(Function<FeedReader, T> read) {
         version(HostFeed.VERSION);
         T value = read.apply(this);
@@ -66,6 +70,8 @@ public final class FeedReader extends LibraryBytes {
         RunState.Cycle cycle = new RunState.Cycle(number("the time"), real("the seconds of sampling"),
                 real("the seconds of forecasts"), real("the seconds of writing"), real("the seconds of all"));
         long archiveBytes = longNumber("the size of the archive");
+        RunState.Resumed resumed = new RunState.Resumed(
+                longNumber("the samples taken over"), number("the resources that took over any"));
         String home = text("the data home directory");
         String archive = text("the archive");
         text("the scratch pad");
@@ -76,7 +82,7 @@ public final class FeedReader extends LibraryBytes {
         int most = number("the farthest forecast");
         number("the archive's limit");
         int needed = number("the samples for a forecast");
-        return new RunState(cycle, new RunState.Archive(archive, archiveBytes),
+        return new RunState(cycle, new RunState.Archive(archive, archiveBytes, resumed),
                 new RunState.Settings(home, period, least, most, needed), flag("whether disks are awaited"),
                 list(LEAST_LEFT_OUT, "what is left out", this::leftOut),
                 list(LEAST_RESOURCE, "the resources", this::resource),
@@ -122,6 +128,10 @@ public final class FeedReader extends LibraryBytes {
         RunResource.Forecast forecast = new RunResource.Forecast(number("the time of the forecast"),
                 text("the model"), real("the hours to exhaustion"));
         return forecast.time() == 0 ? null : forecast;
+    }
+
+    private ArchiveReading reading() {
+        return new ArchiveReading(longNumber("the bytes read"), longNumber("the bytes in all"));
     }
 
     private Curves curves() {

@@ -16,4 +16,9 @@ public final class LibraryFeed implements Feed {
     public Optional<Curves> curves(int id) {
         return Optional.ofNullable(HostFeed.curves(id)).map(FeedReader::curves);
     }
+
+    /** How far a run that begins has read its archive. */
+    public static ArchiveReading reading() {
+        return FeedReader.reading(HostFeed.reading());
+    }
 }

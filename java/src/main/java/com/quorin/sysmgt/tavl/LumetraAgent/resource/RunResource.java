@@ -71,7 +71,7 @@ public record RunResource(Identity identity, Reading reading, Analysis analysis,
      *
      * @param windowHours length of the analysis window
      * @param slots       samples that the window holds; 0 when there is no memory for them
-     * @param samples     of this run that a forecast can use
+     * @param samples     that a forecast can use, those taken over from earlier runs included
      */
     public record Analysis(int method, Limits limits, double windowHours, int slots, int samples) {}
 

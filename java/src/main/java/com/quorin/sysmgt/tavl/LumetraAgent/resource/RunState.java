@@ -43,10 +43,25 @@ public record RunState(Cycle cycle, Archive archive, Settings settings, boolean 
     /**
      * The archive of samples.
      *
-     * @param file  its name
-     * @param bytes its size; negative when it is not known
+     * @param file    its name
+     * @param bytes   its size; negative when it is not known
+     * @param resumed what the present resources took over from it
      */
-    public record Archive(String file, long bytes) {}
+    public record Archive(String file, long bytes, Resumed resumed) {}
+
+    /**
+     * Samples of earlier times that forecasts go on from.
+     *
+     * @param resources which took over any
+     */
+    public record Resumed(long samples, int resources) {
+
+        public static final Resumed NOTHING = new Resumed(0, 0);
+
+        public boolean isAnything() {
+            return samples > 0;
+        }
+    }
 
     /**
      * The configuration in force.

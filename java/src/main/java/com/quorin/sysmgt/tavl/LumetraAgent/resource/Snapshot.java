@@ -42,7 +42,7 @@ public record Snapshot(Agent agent, List<Resource> resources, List<LeftOut> left
     public record Measures(double cycleSeconds, long archiveBytes, Map<Integer, TrendReader.Resource> keys) {}
 
     /**
-     * The agent itself. Times are seconds since the epoch. The last five are 0 and null until the agent has read
+     * The agent itself. Times are seconds since the epoch. Those from the period on are 0 and null until the agent has read
      * its configuration.
      *
      * @param startedAt          when the host started
@@ -57,10 +57,11 @@ public record Snapshot(Agent agent, List<Resource> resources, List<LeftOut> left
      * @param minForecastHours   nearest exhaustion that is announced
      * @param maxForecastHours   farthest exhaustion that is announced
      * @param notice             one sentence on what the agent cannot do for now; null for none
+     * @param resumedSamples     of earlier runs, that forecasts go on from
      */
     public record Agent(String version, String home, long startedAt, long generatedAt, boolean running, boolean stale,
             long cycles, Long newestCycleAt, double periodSeconds, int samplesForForecast,
-            int minForecastHours, int maxForecastHours, String notice) {}
+            int minForecastHours, int maxForecastHours, String notice, long resumedSamples) {}
 
     /** Something that is not watched, and the reason. Texts hold no control characters. */
     public record LeftOut(String what, String why) {}
@@ -107,7 +108,8 @@ public record Snapshot(Agent agent, List<Resource> resources, List<LeftOut> left
      * @param value    newest value, per cent of the limit in use
      * @param capacity what 100 per cent stand for, in words ("95.7 GiB")
      * @param limit    the limit that is forecast against, per cent
-     * @param samples  samples of this run that the forecast can use, at most what the window holds
+     * @param samples  samples that the forecast can use, those of earlier runs that it resumed with included; at
+     *                 most what the window holds
      */
     public record Reading(Double value, String capacity, Double limit, int samples, Recent recent) {}
 

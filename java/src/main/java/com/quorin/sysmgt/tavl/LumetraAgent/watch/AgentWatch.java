@@ -169,14 +169,14 @@ public final class AgentWatch implements AgentView, Consumer<Publication> {
     private Snapshot.Agent agent(boolean isRunning, boolean isStale) {
         if (state == null) {
             return new Snapshot.Agent(version, home, startedAt, epochSeconds(), isRunning, isStale, 0, null, 0, 0,
-                    0, 0, null);
+                    0, 0, null, 0);
         }
         boolean hasCycle = fleet.cycles() > 0;
         RunState.Settings settings = state.settings();
         return new Snapshot.Agent(version, home, startedAt, epochSeconds(), isRunning, isStale, fleet.cycles(),
                 hasCycle ? (Long) state.cycle().time() : null, settings.pause().toSeconds(),
                 settings.neededSamples(), settings.minForecastHours(), settings.maxForecastHours(),
-                hasCycle ? state.notice().orElse(null) : null);
+                hasCycle ? state.notice().orElse(null) : null, state.archive().resumed().samples());
     }
 
     private List<Snapshot.LeftOut> leftOut() {

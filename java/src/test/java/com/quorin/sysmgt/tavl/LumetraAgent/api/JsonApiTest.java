@@ -38,7 +38,7 @@ class JsonApiTest {
     @Test
     void everyComponentIsAMemberAlsoWithoutAValue() throws Exception {
         JsonNode json = json("resources", null);
-        assertEquals(13, json.get("agent").size());
+        assertEquals(14, json.get("agent").size());
         JsonNode first = json.get("resources").get(0);
         assertEquals(28, first.size());
         assertTrue(first.get("device").isNull());

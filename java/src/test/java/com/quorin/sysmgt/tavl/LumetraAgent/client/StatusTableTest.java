@@ -92,10 +92,11 @@ class StatusTableTest {
     @Test
     void whatTheAgentCannotDoForNowStandsBelowTheTable() {
         Snapshot.Agent agent = new Snapshot.Agent(
-                "1.0", "/home", 1, 2, true, false, 3, 4L, 5.0, 200, 0, 24, "No \u001bdisks yet.");
+                "1.0", "/home", 1, 2, true, false, 3, 4L, 5.0, 200, 0, 24, "No \u001bdisks yet.", 1234);
         List<String> lines = new StatusTable(PIPE).lines(
                 new Snapshot(agent, List.of()), PAGE, Instant.ofEpochSecond(1000));
         assertEquals(List.of("No resources yet.", "No \\x1bdisks yet.", ""), lines.subList(0, 3));
+        assertTrue(lines.get(3).endsWith(", a sample every 5 s, resumed with 1234 samples."), lines.get(3));
     }
 
     @Test

@@ -56,6 +56,30 @@ class AgentMonitorTest {
         assertEquals(4, lines().size());
     }
 
+    private void resumed(long number, long samples, int resources) {
+        monitor.accept(new Publication(number, number, Optional.of(
+                GivenResource.resumed(GivenResource.state(1000, swap), samples, resources))));
+        monitor.look(number);
+    }
+
+    @Test
+    void whatItResumedWithIsToldOnceAtTheStart() {
+        resumed(0, 1234, 2);
+        assertEquals(List.of("Resumed with 1234 samples of 2 resources from the archive."), lines());
+        resumed(1, 1234, 2);
+        assertEquals("The agent watches 1 resource:", lines().get(1));
+        resumed(2, 2345, 3);
+        assertEquals(5, lines().size());
+    }
+
+    @Test
+    void disksThatCameWithTheFirstCycleAloneAreToldOfThen() {
+        resumed(0, 0, 0);
+        assertEquals(List.of(), lines());
+        resumed(1, 1, 1);
+        assertEquals("Resumed with 1 sample of 1 resource from the archive.", lines().get(0));
+    }
+
     @Test
     void aStatusLineComesEveryMinute() {
         cycle(1, swap, disk);

@@ -27,7 +27,7 @@ class RunCommandTest {
     void helpNamesTheOptionsAndTheExitCodes() {
         assertEquals(0, execute("--help"));
         for (String part : new String[] {"--home", "--config", "--for", "--port",
-            "--listen", "--allow-host", "  0  the agent ended as asked"}) {
+            "--listen", "--allow-host", "--fresh", "  0  the agent ended as asked"}) {
             assertTrue(out.toString().contains(part), part);
         }
     }

@@ -40,7 +40,7 @@ class MetricsPageTest {
     }
 
     private static Snapshot.Agent agent(boolean running, boolean stale, Long newestCycleAt) {
-        return new Snapshot.Agent("1.0", "/home", 1, 2, running, stale, 3, newestCycleAt, 5.0, 200, 0, 24, null);
+        return new Snapshot.Agent("1.0", "/home", 1, 2, running, stale, 3, newestCycleAt, 5.0, 200, 0, 24, null, 0);
     }
 
     private String ready(Snapshot.Agent agent) {

@@ -49,7 +49,7 @@ class MetricsReportTest {
 
     private String write(MetricsFormat format) {
         Snapshot.Agent agent = new Snapshot.Agent("1.0", "/home", 9000, 10_001, true, false, 4, NEWEST,
-                5.0, 200, 0, 24, null);
+                5.0, 200, 0, 24, null, 0);
         Snapshot snapshot = new Snapshot(agent, rows, List.of(), new Snapshot.Measures(0.75, 4096, keys));
         return new String(MetricsReport.write(format, snapshot, events, names), StandardCharsets.UTF_8);
     }

@@ -60,7 +60,7 @@ class FeedReaderTest {
     /** A run with one thing left out and two resources, the first without a forecast. */
     private byte[] running() {
         head(1, 7).number(1_700_000_000).real(1.5, 2.5, 0.25, 40).longNumber(123_456_789_012L);
-        text("../data/", "../data/archive", "pad", "resources.txt", "AutoConfig.ini");
+        longNumber(4_300_000_000L).number(2).text("../data/", "../data/archive", "pad", "resources.txt", "AutoConfig.ini");
         number(10_000, 1, 48, 50, 200).flag(1).number(1).text("a line", "a reason");
         number(2);
         number(3).text("PercentSwapSpaceUsed", "_Total", "PercentSwapSpaceUsed", "Swap").number(-1);
@@ -93,7 +93,8 @@ class FeedReaderTest {
                 new RunResource.Notification(true, 99.5, 5, 1234));
         assertEquals(new Publication(17, 7, Optional.of(new RunState(
                 new RunState.Cycle(1_700_000_000, 1.5, 2.5, 0.25, 40),
-                new RunState.Archive("../data/archive", 123_456_789_012L),
+                new RunState.Archive("../data/archive", 123_456_789_012L,
+                        new RunState.Resumed(4_300_000_000L, 2)),
                 new RunState.Settings("../data/", 10_000, 1, 48, 200), true,
                 List.of(new RunState.LeftOut("a line", "a reason")), List.of(swap, disk),
                 List.of(new EndedEpisode(8, 4, "Space", "/dev/x /m", new Episode(0, 10, 20, 30, Outcome.FREED, 40, 50,
@@ -178,6 +179,12 @@ class FeedReaderTest {
                 assertTrue(e.getMessage().contains(" in the place of "), e.getMessage());
             }
         }
+    }
+
+    @Test
+    void howFarTheArchiveIsReadIsRead() {
+        number(HostFeed.VERSION).longNumber(3_000_000_000L).longNumber(5_000_000_000L);
+        assertEquals(new ArchiveReading(3_000_000_000L, 5_000_000_000L), FeedReader.reading(made()));
     }
 
     @Test

@@ -90,13 +90,21 @@ public final class GivenResource {
         return state(time, false, resources);
     }
 
+    /** The same of a run that took over so many samples. */
+    public static RunState resumed(RunState state, long samples, int resources) {
+        RunState.Archive archive = new RunState.Archive(
+                state.archive().file(), state.archive().bytes(), new RunState.Resumed(samples, resources));
+        return new RunState(state.cycle(), archive, state.settings(), state.awaitsDisks(), state.leftOut(),
+                state.resources());
+    }
+
     public static RunState state(long time, boolean awaitsDisks, GivenResource... resources) {
         List<RunResource> made = new ArrayList<>();
         for (GivenResource resource : resources) {
             made.add(resource.made());
         }
         return new RunState(new RunState.Cycle(time, 1.0, 0.75, 0.25, 6.5),
-                new RunState.Archive("/nowhere/archive", 4096),
+                new RunState.Archive("/nowhere/archive", 4096, RunState.Resumed.NOTHING),
                 new RunState.Settings("/nowhere/", 10_000, 0, 48, 200), awaitsDisks,
                 List.of(new RunState.LeftOut("bad \u001bline", "it cannot be read")), made);
     }

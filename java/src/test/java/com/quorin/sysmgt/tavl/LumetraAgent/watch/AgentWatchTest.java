@@ -70,7 +70,7 @@ class AgentWatchTest {
     @Test
     void beforeTheAgentHasReadItsConfigurationItsNumbersAreNotKnown() {
         assertEquals(new Snapshot.Agent(
-                "1.2", "/home/x\\x1b", START, START, true, false, 0, null, 0, 0, 0, 0, null), agent());
+                "1.2", "/home/x\\x1b", START, START, true, false, 0, null, 0, 0, 0, 0, null, 0), agent());
         assertEquals(List.of(), watch.snapshot().resources());
         assertEquals(List.of(), watch.snapshot().leftOut());
         assertTrue(watch.trend(1).isEmpty());
@@ -82,7 +82,7 @@ class AgentWatchTest {
     void beforeTheFirstCycleThereAreNoResources() {
         take(0, GivenResource.state(0, true, swap));
         assertEquals(new Snapshot.Agent(
-                "1.2", "/home/x\\x1b", START, START, true, false, 0, null, 10, 200, 0, 48, null), agent());
+                "1.2", "/home/x\\x1b", START, START, true, false, 0, null, 10, 200, 0, 48, null, 0), agent());
         assertEquals(List.of(), watch.snapshot().resources());
     }
 
@@ -97,6 +97,12 @@ class AgentWatchTest {
         cycle(2, START + 12, swap);
         assertNotSame(first, watch.snapshot());
         assertEquals(2, agent().cycles());
+    }
+
+    @Test
+    void theSamplesThatItResumedWithAreSaid() {
+        take(0, GivenResource.resumed(GivenResource.state(0, swap), 4_300_000_000L, 2));
+        assertEquals(4_300_000_000L, agent().resumedSamples());
     }
 
     @Test
@@ -169,7 +175,7 @@ class AgentWatchTest {
 
     private RunState withArchive(long time) {
         RunState state = GivenResource.state(time, swap);
-        return new RunState(state.cycle(), new RunState.Archive(home + "/archive", 77), state.settings(), false,
+        return new RunState(state.cycle(), new RunState.Archive(home + "/archive", 77, RunState.Resumed.NOTHING), state.settings(), false,
                 List.of(), state.resources());
     }
 

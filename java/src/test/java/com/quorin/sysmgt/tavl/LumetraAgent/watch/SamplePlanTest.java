@@ -11,7 +11,7 @@ import org.junit.jupiter.api.Test;
 class SamplePlanTest {
 
     private static SamplePlan plan(int pauseSeconds, int longest) {
-        return new SamplePlan(Duration.ofSeconds(pauseSeconds), OptionalInt.of(longest), 200);
+        return new SamplePlan(Duration.ofSeconds(pauseSeconds), OptionalInt.of(longest), 200, 0);
     }
 
     @Test
@@ -42,6 +42,21 @@ class SamplePlanTest {
     void aWindowThatIsTooShortForAForecastIsTold() {
         assertEquals("No forecast can come: the longest analysis window holds 180 samples, "
                 + "and a forecast needs 200.", plan(10, 180).firstForecast());
+    }
+
+    private static String firstForecast(int samples, int slots) {
+        GivenResource swap = GivenResource.swap(4);
+        swap.samples = samples;
+        swap.slots = slots;
+        return SamplePlan.of(GivenResource.resumed(GivenResource.state(1000, GivenResource.swap(3), swap), 9, 1))
+                .firstForecast();
+    }
+
+    @Test
+    void whatWasResumedWithIsNotWaitedForAgain() {
+        assertEquals("The first forecast can come in about 10 min, after 60 more samples.", firstForecast(140, 1728));
+        assertEquals("There are samples enough for forecasts.", firstForecast(200, 1728));
+        assertEquals("The first forecast can come in about 33 min, after 199 more samples.", firstForecast(150, 180));
     }
 
     @Test
