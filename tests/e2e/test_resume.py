@@ -69,9 +69,12 @@ class Restart(ResumeTest):
     def test_what_stands_in_the_archives_place_holds_no_start_up(self):
         for make in (os.mkfifo, os.mkdir, lambda path: os.symlink("/dev/zero", path), lambda path: write(path, "\0" * 5000)):
             home = self.home(inputs=(PROCESSES,))
+            self.run_agent(home, "--cycles", 1)  # from here on its number is known
+            os.unlink(home.layout.archive)
             make(home.layout.archive)
             agent = self.running(home, "--cycles", 2, "--resume")
             self.assertEqual(agent.finish().status, 0)
+            self.assertIn("Resumed with 0 samples of 0 resources from ../data/archive.txt\n", home.log())
 
 
 class Remounting(ResumeTest):
