@@ -39,6 +39,27 @@ def sources_of_the_library():
     return [path for path in sources() if path.suffix == ".cpp"]
 
 
+def java_sources():
+    return sorted((ROOT / "java" / "src").rglob("*.java"))
+
+
+def words(text):
+    return re.findall(r"\w+", text.lower())
+
+
+def empty_tags(source):
+    """The tags of Javadoc that repeat a name, or the text that they stand behind."""
+    empty = []
+    for comment in re.findall(r"/\*\*.*?\*/", source, re.S):
+        text, *tags = re.split(r"(?<!\{)@(?=param|return|throws)", re.sub(r"^\s*\*+/?|/\*+|\*+/", "", comment, flags=re.M))
+        for tag in tags:
+            kind, *rest = words(tag)
+            if kind == "param" and rest[1:] in (rest[:1], ["the"] + rest[:1]) or (
+                    kind == "return" and set(rest) <= set(words(text))):
+                empty.append("@" + " ".join(tag.split()))
+    return empty
+
+
 def includes(path):
     for name in re.findall(r'^#include "([^"]+)"', path.read_text(), re.M):
         yield ROOT / name
@@ -150,6 +171,15 @@ class House(unittest.TestCase):
             own = path.parent.relative_to(root).as_posix().replace(".", "")
             for package in re.findall(re.escape(JAVA) + r"(?:\.([a-z]+))?\.[A-Z]", path.read_text()):
                 self.assertLessEqual(order.index(package), order.index(own), f"{path.name} uses {package or 'the top'}")
+
+    def test_a_tag_of_javadoc_says_more_than_the_name_and_the_sentence_before_it(self):
+        self.assertEqual(empty_tags("/** Reads.\n * @param item the item\n * @param size size\n * @param name a text\n */"),
+                         ["@param item the item", "@param size size"])
+        self.assertEqual(empty_tags("/**\n * The size of a {@code File}.\n *\n * @return the\n *     size\n */"),
+                         ["@return the size"])
+        self.assertEqual(empty_tags("/** The size. @return bytes */ /** Bytes, and more. */"), [])
+        for path in java_sources():
+            self.assertEqual(empty_tags(path.read_text()), [], path)
 
     def test_every_mutant_still_finds_its_line_and_its_test(self):
         checked = subprocess.run([sys.executable, ROOT / "tests" / "mutants" / "run", "--check"],

@@ -22,11 +22,7 @@ public final class CheckFeed {
     /** What the agent would make of a declaration file of this content, as agent/checkFeed.h lays it out. */
     public static native byte[] declarations(byte[] text);
 
-    /**
-     * Why the library cannot be asked.
-     *
-     * @return one sentence that names both versions; empty when it can
-     */
+    /** Why the library cannot be asked, in one sentence that names both versions; empty when it can. */
     public static Optional<String> problem() {
         return NativeLibrary.problem("the check", VERSION, CheckFeed::libraryVersion);
     }

@@ -9,11 +9,6 @@ package com.quorin.sysmgt.tavl.LumetraAgent;
  */
 public final class ExecPrediction {
 
-    /** Creates the object that {@link #research_main} is called on. It holds nothing. */
-    public ExecPrediction() {
-        // nothing to hold: the agent's state lives in the native library
-    }
-
     /**
      * Runs the agent. Returns only after {@link LumetraSubagent#javaThreadSyncPleaseStop} was called on
      * another thread, or at once when the agent cannot start; each reason is told as an event of type "fatal"

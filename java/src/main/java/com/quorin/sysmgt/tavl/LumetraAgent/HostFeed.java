@@ -19,17 +19,14 @@ public final class HostFeed {
     static native int libraryVersion();
 
     /**
-     * Waits for a publication whose number is above {@code after}, at most so long. Nothing is published before
-     * the first call. Any thread.
-     *
-     * @return the newest publication; null when none came in time
+     * Waits for a publication whose number is above {@code after}, at most so long; null when none came in time.
+     * Nothing is published before the first call. Any thread.
      */
     public static native byte[] await(long after, long milliseconds);
 
     /**
-     * The samples and the forecast of one resource, at once. Any thread.
-     *
-     * @return null when there is no such resource, or no run
+     * The samples and the forecast of one resource, at once; null when there is no such resource, or no run. Any
+     * thread.
      */
     public static native byte[] curves(int rid);
 
@@ -45,11 +42,7 @@ public final class HostFeed {
     /** How far a run that begins has read its archive. Any thread. */
     public static native byte[] reading();
 
-    /**
-     * Why the library cannot be asked.
-     *
-     * @return one sentence that names both versions; empty when it can
-     */
+    /** Why the library cannot be asked, in one sentence that names both versions; empty when it can. */
     public static Optional<String> problem() {
         return problem(HostFeed::libraryVersion);
     }

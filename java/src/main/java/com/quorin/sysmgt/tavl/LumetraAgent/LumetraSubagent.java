@@ -3,29 +3,13 @@ package com.quorin.sysmgt.tavl.LumetraAgent;
 /**
  * What other threads may ask of the running agent.
  *
- * <p>The native library must have been loaded before, see {@link NativeLibrary#load}.
+ * <p>The native library must have been loaded before, see {@link NativeLibrary#load}. Any thread may call at any time.
+ *
+ * <p>The trend viewer's methods, which {@link TrendReader} is the way to use, hand every value back by calling methods
+ * on objects of the caller's, looked up by name and signature: AppendCompUnicode(String), AppendInt(int),
+ * AppendFloat(float). What such a method throws ends the call and reaches its caller.
  */
 public final class LumetraSubagent {
-
-    /** Creates the object that the requests are made on. It holds nothing. */
-    public LumetraSubagent() {
-        // nothing to hold: the agent's state lives in the native library
-    }
-
-    /**
-     * Asks the agent to stop. A sleeping agent stops at once; one in the middle of a cycle finishes the cycle
-     * and sleeps once more. A request made before {@link ExecPrediction#research_main} has set itself up is
-     * forgotten, so whoever must be sure asks again until that call has returned. Any thread may call, any
-     * number of times.
-     *
-     * @return 0 when the request was passed on, otherwise an error number of the operating system
-     */
-    public native int javaThreadSyncPleaseStop();
-
-    // The trend viewer's methods. They hand every value back by calling methods on objects of the caller's,
-    // looked up by name and signature: AppendCompUnicode(String), AppendInt(int), AppendFloat(float). What
-    // such a method throws ends the call and reaches its caller. Any thread may call at any time. TrendReader
-    // is the way to use them.
 
     /** Result of a trend viewer method: the values were handed over. */
     static final int SUCCESS = 0;
@@ -43,6 +27,16 @@ public final class LumetraSubagent {
     static final int BUSY = 5;
 
     /**
+     * Asks the agent to stop. A sleeping agent stops at once; one in the middle of a cycle finishes the cycle
+     * and sleeps once more. A request made before {@link ExecPrediction#research_main} has set itself up is
+     * forgotten, so whoever must be sure asks again until that call has returned. It may be
+     * called any number of times.
+     *
+     * @return 0 when the request was passed on, otherwise an error number of the operating system
+     */
+    public native int javaThreadSyncPleaseStop();
+
+    /**
      * Lists all resources, templates included: for each the display name, then the instance.
      *
      * @param list receives the texts by AppendCompUnicode
@@ -51,12 +45,11 @@ public final class LumetraSubagent {
     native int trendViewerGetDescriptors(Object list);
 
     /**
-     * Takes the trend-file lock and reads a resource's headline. The lock is held afterwards unless the
-     * result is {@link #NO_RESOURCES} or {@link #STOPPING}; after {@link #BUSY} it may be. Unlocking is
-     * harmless in every case, so whoever calls this unlocks, on the same thread.
+     * Takes the trend-file lock and reads a resource's headline. The lock is held afterwards unless the result is
+     * {@link #NO_RESOURCES} or {@link #STOPPING}; after {@link #BUSY} it may be. Unlocking is harmless in every case,
+     * so whoever calls this unlocks, on the same thread.
      *
-     * @param name     the display name
-     * @param instance the instance as it stands in file names
+     * @param instance as it stands in file names
      * @param intOut   receives the time of the forecast by AppendInt, seconds since the epoch, -1 for none
      * @param textOut  then receives the headline's text by AppendCompUnicode
      * @param floatOut then receives the notification level by AppendFloat; of one class with the other two
@@ -68,8 +61,7 @@ public final class LumetraSubagent {
     /**
      * Reads a resource's limit. Takes no lock.
      *
-     * @param name     the display name
-     * @param instance the instance as it stands in file names
+     * @param instance as it stands in file names
      * @param intOut   receives the limit by AppendInt, per cent, -1 for none
      * @return {@link #SUCCESS}, {@link #NO_RESOURCES} or {@link #NO_FILE}
      */
@@ -78,12 +70,11 @@ public final class LumetraSubagent {
     /**
      * Reads one of a resource's curves. Takes no lock.
      *
-     * @param name     the display name
-     * @param instance the instance as it stands in file names
+     * @param instance as it stands in file names
      * @param kind     "PRD" for the forecast, "SMP" for the samples
      * @param list     receives by AppendCompUnicode, for each point, its time and its value
-     * @return the number of texts handed over; {@link #NO_RESOURCES}; or {@link #NO_FILE}, which three texts
-     *         give as well
+     * @return the number of texts handed over; {@link #NO_RESOURCES}; or {@link #NO_FILE}, which three texts give as
+     *         well
      */
     native int trendViewerGetXYPairs(String name, String instance, String kind, Object list);
 

@@ -11,6 +11,15 @@ public final class NativeLibrary {
 
     private static final String NAME = "Obrinagent";
 
+    /** Says that the native library could not be loaded, and why. */
+    public static final class Unavailable extends Exception {
+        private static final long serialVersionUID = 1L;
+
+        public Unavailable(String message, Throwable cause) {
+            super(message, cause);
+        }
+    }
+
     private NativeLibrary() {}
 
     /**
@@ -33,12 +42,12 @@ public final class NativeLibrary {
     }
 
     /**
-     * Why an interface of the library that is loaded cannot be used.
+     * Why an interface of the library that is loaded cannot be used, in one sentence that names both versions; empty
+     * when it can.
      *
      * @param whose          who uses it: a noun
      * @param version        of the interface as this program knows it
      * @param libraryVersion asks the library; without such an interface, an UnsatisfiedLinkError
-     * @return one sentence that names both versions; empty when it can
      */
     static Optional<String> problem(String whose, int version, IntSupplier libraryVersion) {
         String found;
@@ -62,14 +71,5 @@ public final class NativeLibrary {
                     + ". Name the file with -D" + PATH_PROPERTY + "=/absolute/path/lib" + NAME + ".so";
         }
         return "Cannot load the native library " + path + " (named by -D" + PATH_PROPERTY + "): " + detail;
-    }
-
-    /** Says that the native library could not be loaded, and why. */
-    public static final class Unavailable extends Exception {
-        private static final long serialVersionUID = 1L;
-
-        public Unavailable(String message, Throwable cause) {
-            super(message, cause);
-        }
     }
 }

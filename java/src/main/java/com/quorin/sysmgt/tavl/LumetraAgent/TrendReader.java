@@ -20,62 +20,34 @@ import java.util.regex.Pattern;
  */
 public final class TrendReader {
 
+    private static final Pattern HEADLINE = Pattern.compile(
+            "Algorithm: (.*?)\\.      (?:(\\d+\\.\\d+) hours to exhaustion|no exhaustion within horizon)\\.",
+            Pattern.DOTALL);
+    private static final String UNKNOWN = "Unknown hours to exhaustion.";
+    private static final Pattern NUMBER = Pattern.compile("[-+]?\\d+(\\.\\d*)?([eE][-+]?\\d+)?");
+
     /** The library's methods, so that a test can stand in for it. */
     interface Natives {
-        /**
-         * See {@link LumetraSubagent#trendViewerGetDescriptors}.
-         *
-         * @param list as there
-         * @return as there
-         */
+        /** See {@link LumetraSubagent#trendViewerGetDescriptors}. */
         int descriptors(Object list);
 
-        /**
-         * See {@link LumetraSubagent#trendViewerLockAndGetTimeStampLabel}.
-         *
-         * @param name     as there
-         * @param instance as there
-         * @param intOut   as there
-         * @param textOut  as there
-         * @param floatOut as there
-         * @return as there
-         */
+        /** See {@link LumetraSubagent#trendViewerLockAndGetTimeStampLabel}. */
         int lockAndLabel(String name, String instance, Object intOut, Object textOut, Object floatOut);
 
-        /**
-         * See {@link LumetraSubagent#trendViewerGetLimit}.
-         *
-         * @param name     as there
-         * @param instance as there
-         * @param intOut   as there
-         * @return as there
-         */
+        /** See {@link LumetraSubagent#trendViewerGetLimit}. */
         int limit(String name, String instance, Object intOut);
 
-        /**
-         * See {@link LumetraSubagent#trendViewerGetXYPairs}.
-         *
-         * @param name     as there
-         * @param instance as there
-         * @param kind     as there
-         * @param list     as there
-         * @return as there
-         */
+        /** See {@link LumetraSubagent#trendViewerGetXYPairs}. */
         int pairs(String name, String instance, String kind, Object list);
 
-        /**
-         * See {@link LumetraSubagent#trendViewerUnlockFiles}.
-         *
-         * @return as there
-         */
+        /** See {@link LumetraSubagent#trendViewerUnlockFiles}. */
         int unlock();
     }
 
     /**
-     * A resource of the agent.
+     * A resource of the agent, by its display name.
      *
-     * @param name     display name
-     * @param instance instance; "*" for a declaration that stands for all disks and has no forecast itself
+     * @param instance "*" for a declaration that stands for all disks and has no forecast itself
      */
     public record Resource(String name, String instance) {}
 
@@ -83,20 +55,20 @@ public final class TrendReader {
      * The outcome of a forecast.
      *
      * @param time              when it was made, seconds since the epoch; -1 when the file does not say
-     * @param model             the model that was chosen; empty when the file does not say
-     * @param hours             hours from the newest sample to the exhaustion; empty for none in sight
+     * @param model             empty when the file does not say
+     * @param hours             from the newest sample to the exhaustion; empty for none in sight
      * @param notificationLevel value from which on events go out, per cent; empty without an exhaustion
-     * @param limit             the limit that is forecast against, per cent; empty for none
+     * @param limit             that is forecast against, per cent; empty for none
      * @param text              all of it in words, as a person reads it
      */
     public record Headline(long time, String model, OptionalDouble hours, OptionalDouble notificationLevel,
             OptionalInt limit, String text) {}
 
     /**
-     * A curve; both arrays are equally long and belong to the caller. Where a model gives no finite number,
-     * the value is infinite or NaN.
+     * A curve; both arrays are equally long and belong to the caller. Where a model gives no finite number, the value
+     * is infinite or NaN.
      *
-     * @param seconds seconds since the oldest sample
+     * @param seconds since the oldest sample
      * @param values  per cent
      */
     public record Curve(float[] seconds, float[] values) {}
@@ -104,17 +76,14 @@ public final class TrendReader {
     /**
      * A whole forecast, of one cycle.
      *
-     * @param headline the outcome, with the limit
-     * @param samples  the samples it was made from, oldest first
-     * @param forecast the forecast
+     * @param samples those it was made from, oldest first
      */
     public record Trend(Headline headline, Curve samples, Curve forecast) {
 
         /**
-         * A moment of one of the curves on the calendar: the headline's time is that of the newest sample.
+         * A moment of one of the curves in seconds since the epoch: the headline's time is that of the newest sample.
          *
-         * @param seconds seconds since the oldest sample
-         * @return seconds since the epoch
+         * @param seconds since the oldest sample
          */
         public double epochSeconds(float seconds) {
             int last = samples.seconds.length - 1;
@@ -122,32 +91,71 @@ public final class TrendReader {
         }
     }
 
-    private static final Pattern HEADLINE = Pattern.compile(
-            "Algorithm: (.*?)\\.      (?:(\\d+\\.\\d+) hours to exhaustion|no exhaustion within horizon)\\.",
-            Pattern.DOTALL);
-    private static final String UNKNOWN = "Unknown hours to exhaustion.";
-    private static final Pattern NUMBER = Pattern.compile("[-+]?\\d+(\\.\\d*)?([eE][-+]?\\d+)?");
+    /** Receives what a native method hands over; the library finds the methods by name and signature. */
+    static final class Values {
+        final List<String> texts = new ArrayList<>();
+
+        final List<Integer> ints = new ArrayList<>();
+
+        final List<Float> floats = new ArrayList<>();
+
+        public void AppendCompUnicode(String text) {
+            texts.add(text);
+        }
+
+        public void AppendInt(int value) {
+            ints.add(value);
+        }
+
+        public void AppendFloat(float value) {
+            floats.add(value);
+        }
+    }
+
+    private static final class Library implements Natives {
+        private final LumetraSubagent subagent = new LumetraSubagent();
+
+        @Override
+        public int descriptors(Object list) {
+            return subagent.trendViewerGetDescriptors(list);
+        }
+
+        @Override
+        public int lockAndLabel(
+                String name, String instance, Object intOut, Object textOut, Object floatOut) {
+            return subagent.trendViewerLockAndGetTimeStampLabel(name, instance, intOut, textOut, floatOut);
+        }
+
+        @Override
+        public int limit(String name, String instance, Object intOut) {
+            return subagent.trendViewerGetLimit(name, instance, intOut);
+        }
+
+        @Override
+        public int pairs(String name, String instance, String kind, Object list) {
+            return subagent.trendViewerGetXYPairs(name, instance, kind, list);
+        }
+
+        @Override
+        public int unlock() {
+            return subagent.trendViewerUnlockFiles();
+        }
+    }
 
     private final Natives natives;
 
-    /** Creates a reader of the agent in this process. */
     public TrendReader() {
         this(new Library());
     }
 
-    /**
-     * Creates a reader on other methods than the library's.
-     *
-     * @param natives the methods
-     */
+    /** A reader on other methods than the library's. */
     TrendReader(Natives natives) {
         this.natives = natives;
     }
 
     /**
-     * The resources that the agent watches, the declarations of disks included. Takes no lock.
+     * The resources that the agent watches, in its order, the declarations of disks included. Takes no lock.
      *
-     * @return the resources in the agent's order
      * @throws TrendUnavailable when no agent runs
      */
     public List<Resource> resources() throws TrendUnavailable {
@@ -167,8 +175,6 @@ public final class TrendReader {
     /**
      * The outcome of a resource's newest forecast.
      *
-     * @param resource the resource
-     * @return the outcome
      * @throws TrendUnavailable when it cannot be read; a resource has no forecast before its 200th sample
      */
     public Headline headline(Resource resource) throws TrendUnavailable {
@@ -183,8 +189,6 @@ public final class TrendReader {
     /**
      * A resource's newest forecast with its curves, all of one cycle.
      *
-     * @param resource the resource
-     * @return the forecast
      * @throws TrendUnavailable when it cannot be read; a resource has no forecast before its 200th sample
      */
     public Trend read(Resource resource) throws TrendUnavailable {
@@ -291,80 +295,6 @@ public final class TrendReader {
             case LumetraSubagent.NO_FILE -> throw new TrendUnavailable(what, Reason.NO_FILE);
             case LumetraSubagent.BUSY -> throw new TrendUnavailable(what, Reason.BUSY);
             default -> throw new TrendUnavailable(what, Reason.MALFORMED);
-        }
-    }
-
-    /** Receives what a native method hands over; the library finds the methods by name and signature. */
-    static final class Values {
-        /** The texts, in their order. */
-        final List<String> texts = new ArrayList<>();
-
-        /** The whole numbers, in their order. */
-        final List<Integer> ints = new ArrayList<>();
-
-        /** The numbers, in their order. */
-        final List<Float> floats = new ArrayList<>();
-
-        /** Creates a receiver without values. */
-        Values() {
-            // the lists are there
-        }
-
-        /**
-         * Receives a text.
-         *
-         * @param text the text
-         */
-        public void AppendCompUnicode(String text) {
-            texts.add(text);
-        }
-
-        /**
-         * Receives a whole number.
-         *
-         * @param value the number
-         */
-        public void AppendInt(int value) {
-            ints.add(value);
-        }
-
-        /**
-         * Receives a number.
-         *
-         * @param value the number
-         */
-        public void AppendFloat(float value) {
-            floats.add(value);
-        }
-    }
-
-    private static final class Library implements Natives {
-        private final LumetraSubagent subagent = new LumetraSubagent();
-
-        @Override
-        public int descriptors(Object list) {
-            return subagent.trendViewerGetDescriptors(list);
-        }
-
-        @Override
-        public int lockAndLabel(
-                String name, String instance, Object intOut, Object textOut, Object floatOut) {
-            return subagent.trendViewerLockAndGetTimeStampLabel(name, instance, intOut, textOut, floatOut);
-        }
-
-        @Override
-        public int limit(String name, String instance, Object intOut) {
-            return subagent.trendViewerGetLimit(name, instance, intOut);
-        }
-
-        @Override
-        public int pairs(String name, String instance, String kind, Object list) {
-            return subagent.trendViewerGetXYPairs(name, instance, kind, list);
-        }
-
-        @Override
-        public int unlock() {
-            return subagent.trendViewerUnlockFiles();
         }
     }
 }

@@ -28,22 +28,11 @@ public final class TrendUnavailable extends Exception {
     /** Why; an enum, so it goes wherever the exception goes. */
     private final Reason reason;
 
-    /**
-     * Creates the exception.
-     *
-     * @param what   what was to be read
-     * @param reason why it cannot be read
-     */
     TrendUnavailable(String what, Reason reason) {
         super("Cannot read " + what + ": " + reason.words);
         this.reason = reason;
     }
 
-    /**
-     * Why the forecast cannot be read.
-     *
-     * @return the reason
-     */
     public Reason reason() {
         return reason;
     }

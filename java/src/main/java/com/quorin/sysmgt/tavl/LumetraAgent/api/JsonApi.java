@@ -45,11 +45,6 @@ public final class JsonApi implements WebRoute {
     private static final Pattern LIMIT = Pattern.compile("limit=(\\d{1,4})");
     private static final ObjectMapper MAPPER = mapper();
 
-    private final AgentView view;
-    private final Semaphore makers = new Semaphore(MADE_AT_ONCE);
-    private final Map<String, Answer> answers = new LinkedHashMap<>(16, 0.75f, true);
-    private long keptBytes;
-
     /** The bytes, and what they were made from. */
     private record Answer(Object shown, WebContent content) {}
 
@@ -61,11 +56,50 @@ public final class JsonApi implements WebRoute {
         }
     }
 
-    /**
-     * Answers from a view.
-     *
-     * @param view what may be seen of the agent
-     */
+    /** JSON can spell neither NaN nor the infinite. */
+    private static final class FiniteNumber extends JsonSerializer<Double> {
+
+        @Override
+        public void serialize(Double value, JsonGenerator out, SerializerProvider provider)
+                throws IOException {
+            if (Double.isFinite(value)) {
+                out.writeNumber(value);
+            } else {
+                out.writeNull();
+            }
+        }
+    }
+
+    /** A curve without the points that are no numbers. */
+    private static final class FiniteCurve extends JsonSerializer<TrendView.Curve> {
+
+        @Override
+        public void serialize(TrendView.Curve curve, JsonGenerator out, SerializerProvider provider)
+                throws IOException {
+            out.writeStartObject();
+            write("times", curve.times(), curve, out);
+            write("values", curve.values(), curve, out);
+            out.writeEndObject();
+        }
+
+        private static void write(String name, double[] numbers, TrendView.Curve curve, JsonGenerator out)
+                throws IOException {
+            out.writeArrayFieldStart(name);
+            int points = Math.min(curve.times().length, curve.values().length);
+            for (int i = 0; i < points; i++) {
+                if (Double.isFinite(curve.times()[i]) && Double.isFinite(curve.values()[i])) {
+                    out.writeNumber(numbers[i]);
+                }
+            }
+            out.writeEndArray();
+        }
+    }
+
+    private final AgentView view;
+    private final Semaphore makers = new Semaphore(MADE_AT_ONCE);
+    private final Map<String, Answer> answers = new LinkedHashMap<>(16, 0.75f, true);
+    private long keptBytes;
+
     public JsonApi(AgentView view) {
         this.view = view;
     }
@@ -172,12 +206,7 @@ public final class JsonApi implements WebRoute {
         return before == now || now instanceof Events && now.equals(before);
     }
 
-    /**
-     * The JSON of an object of the interface.
-     *
-     * @param shown a record of the interface
-     * @return the bytes
-     */
+    /** An object of the interface as JSON, in UTF-8. */
     public static byte[] toBytes(Object shown) {
         try {
             return MAPPER.writeValueAsBytes(shown);
@@ -193,44 +222,5 @@ public final class JsonApi implements WebRoute {
         numbers.addSerializer(Double.TYPE, number);
         numbers.addSerializer(TrendView.Curve.class, new FiniteCurve());
         return new ObjectMapper().registerModule(numbers);
-    }
-
-    /** JSON can spell neither NaN nor the infinite. */
-    private static final class FiniteNumber extends JsonSerializer<Double> {
-
-        @Override
-        public void serialize(Double value, JsonGenerator out, SerializerProvider provider)
-                throws IOException {
-            if (Double.isFinite(value)) {
-                out.writeNumber(value);
-            } else {
-                out.writeNull();
-            }
-        }
-    }
-
-    /** A curve without the points that are no numbers. */
-    private static final class FiniteCurve extends JsonSerializer<TrendView.Curve> {
-
-        @Override
-        public void serialize(TrendView.Curve curve, JsonGenerator out, SerializerProvider provider)
-                throws IOException {
-            out.writeStartObject();
-            write("times", curve.times(), curve, out);
-            write("values", curve.values(), curve, out);
-            out.writeEndObject();
-        }
-
-        private static void write(String name, double[] numbers, TrendView.Curve curve, JsonGenerator out)
-                throws IOException {
-            out.writeArrayFieldStart(name);
-            int points = Math.min(curve.times().length, curve.values().length);
-            for (int i = 0; i < points; i++) {
-                if (Double.isFinite(curve.times()[i]) && Double.isFinite(curve.values()[i])) {
-                    out.writeNumber(numbers[i]);
-                }
-            }
-            out.writeEndArray();
-        }
     }
 }

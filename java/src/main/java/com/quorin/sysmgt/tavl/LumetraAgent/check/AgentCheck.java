@@ -24,13 +24,7 @@ public final class AgentCheck {
         this.configuration = configuration;
     }
 
-    /**
-     * Checks a home and a configuration.
-     *
-     * @param directory     the home
-     * @param configuration the configuration file
-     * @return the findings: those of a file together, in the order of their places
-     */
+    /** Checks a home and a configuration. The findings of a file are together, in the order of their places. */
     public static List<Finding> of(Path directory, Path configuration) {
         AgentCheck check = new AgentCheck(directory, configuration);
         if (check.checkHome()) {

@@ -11,30 +11,21 @@ import java.nio.file.attribute.BasicFileAttributes;
 import java.util.Arrays;
 import java.util.Optional;
 
-/**
- * A home as the agent sees it from its directory bin.
- *
- * @param directory the home
- */
+/** A home as the agent sees it from its directory bin. */
 record CheckHome(Path directory) {
 
     /** The agent reads this much of a file. */
     static final int MOST_BYTES = 64 * 1024 * 1024;
 
-    /**
-     * The agent's working directory.
-     *
-     * @return the path
-     */
+    /** The agent's working directory. */
     Path bin() {
         return directory.resolve("bin");
     }
 
     /**
-     * A path that the agent uses.
+     * The file that a path of the agent's leads to.
      *
      * @param path one character for each byte, relative to the working directory
-     * @return the file that it leads to
      */
     Path resolve(String path) {
         Path raw = bin().resolve(FileText.path(path));
@@ -51,12 +42,7 @@ record CheckHome(Path directory) {
         }
     }
 
-    /**
-     * The directory that a file lies in.
-     *
-     * @param path the file
-     * @return the directory; the path itself for a root
-     */
+    /** The directory that a file lies in; a root is its own. */
     static Path parent(Path path) {
         if (path.getParent() != null) {
             return path.getParent();
@@ -64,22 +50,12 @@ record CheckHome(Path directory) {
         return path.isAbsolute() ? path : Path.of("");
     }
 
-    /**
-     * A path as messages show it.
-     *
-     * @param path the path
-     * @return readable text
-     */
+    /** A path as messages show it: readable. */
     static String label(Path path) {
         return path.toString().isEmpty() ? "." : Words.printable(path.toString());
     }
 
-    /**
-     * Why the agent cannot open a file to read.
-     *
-     * @param file the file
-     * @return the reason; empty when it can
-     */
+    /** Why the agent cannot open a file to read; empty when it can. */
     static Optional<String> whyUnopenable(Path file) {
         if (Files.isReadable(file)) {
             return Optional.empty();
@@ -94,12 +70,7 @@ record CheckHome(Path directory) {
         return Optional.of("permission denied");
     }
 
-    /**
-     * What a path leads to that opens and yet is no file.
-     *
-     * @param file the path
-     * @return a noun; empty for a file
-     */
+    /** What a path leads to that opens and yet is no file: a noun; empty for a file. */
     static Optional<String> whyNoFile(Path file) {
         if (Files.isDirectory(file)) {
             return Optional.of("a directory");
@@ -108,10 +79,8 @@ record CheckHome(Path directory) {
     }
 
     /**
-     * What the agent reads of a file, and one byte more where there is one, so that the library sees the cut.
-     *
-     * @param file the file
-     * @return its bytes; what cannot be read is empty, as for the agent
+     * What the agent reads of a file, and one byte more where there is one, so that the library sees the cut. What
+     * cannot be read is empty, as for the agent.
      */
     static byte[] read(Path file) {
         try (InputStream in = Files.newInputStream(file)) {
@@ -128,12 +97,7 @@ record CheckHome(Path directory) {
         }
     }
 
-    /**
-     * The size of a file.
-     *
-     * @param file the file
-     * @return its bytes, 0 when nothing is known
-     */
+    /** The size of a file in bytes, 0 when nothing is known. */
     static long size(Path file) {
         try {
             return Files.size(file);

@@ -6,15 +6,14 @@ import java.util.List;
  * A file that is checked.
  *
  * @param label    its name, readable
- * @param findings where findings about it are added
+ * @param findings takes those about it
  */
 record CheckedFile(String label, List<Finding> findings) {
 
     /**
-     * Adds a finding.
+     * Adds a finding. All texts are readable.
      *
-     * @param found   what was found, readable
-     * @param details what else its message tells, readable
+     * @param details what else its message tells
      */
     void add(Place place, FindingKind kind, String found, String... details) {
         findings.add(new Finding(kind, label, place, found, details));

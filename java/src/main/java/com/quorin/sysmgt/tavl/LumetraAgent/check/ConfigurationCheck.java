@@ -17,13 +17,7 @@ final class ConfigurationCheck {
         this.items = items;
     }
 
-    /**
-     * Checks a configuration.
-     *
-     * @param file takes the findings
-     * @param text the file's content
-     * @return the items; empty when the agent refuses the file
-     */
+    /** Checks the content of a configuration; no items when the agent refuses it. */
     static Optional<ConfigurationItems> check(CheckedFile file, byte[] text) {
         LibraryCheck.Configuration read = LibraryCheck.configurationOf(text);
         file.add(read.findings());

@@ -24,12 +24,7 @@ final class DeclarationJudge {
         this.file = file;
     }
 
-    /**
-     * Whether the agent has a counter for an input.
-     *
-     * @param input the input
-     * @return false when its value is 0 for ever
-     */
+    /** Whether the agent has a counter for an input; without one its value is 0 for ever. */
     static boolean isCounted(DeclaredInput input) {
         return counterOf(input).isPresent();
     }
@@ -38,13 +33,7 @@ final class DeclarationJudge {
         return CounterTable.current().of(input.object().value(), input.counter().value());
     }
 
-    /**
-     * Judges the inputs.
-     *
-     * @param file   takes the findings
-     * @param inputs its inputs
-     * @return the inputs without those that repeat an earlier one
-     */
+    /** Judges the inputs of a file, and gives back those that do not repeat an earlier one. */
     static List<DeclaredInput> judge(CheckedFile file, List<DeclaredInput> inputs) {
         DeclarationJudge judge = new DeclarationJudge(file);
         inputs.forEach(judge::judge);

@@ -8,12 +8,10 @@ import java.util.Comparator;
 import java.util.List;
 
 /**
- * One thing that a check found.
+ * One thing that a check found, in a file or a directory.
  *
- * @param kind    what it is
- * @param file    the file or directory it is about
- * @param line    the line, from 1 on; 0 for the file as a whole
- * @param column  the column in characters, from 1 on; 0 for the file as a whole
+ * @param line    from 1 on; 0 for the file as a whole
+ * @param column  in characters, from 1 on; 0 for the file as a whole
  * @param found   what was found, readable
  * @param details what else its message tells, readable
  */
@@ -37,10 +35,9 @@ public record Finding(@JsonIgnore FindingKind kind, String file, @JsonIgnore int
     }
 
     /**
-     * Text of a file as a message shows it.
+     * Text of a file as a message shows it: readable, and of a limited length.
      *
      * @param bytes one character for each byte
-     * @return readable text of a limited length
      */
     static String excerpt(String bytes) {
         // more bytes than that many characters have
@@ -52,81 +49,45 @@ public record Finding(@JsonIgnore FindingKind kind, String file, @JsonIgnore int
         return whole ? readable : readable.substring(0, end) + "...";
     }
 
-    /**
-     * As {@link #excerpt}, in quotation marks.
-     *
-     * @param bytes one character for each byte
-     * @return readable text of a limited length
-     */
+    /** As {@link #excerpt}, in quotation marks. */
     static String quoted(String bytes) {
         return '"' + excerpt(bytes) + '"';
     }
 
-    /**
-     * The identifier of its kind.
-     *
-     * @return the identifier
-     */
     @JsonProperty
     String id() {
         return kind.id();
     }
 
-    /**
-     * How bad it is.
-     *
-     * @return "error" or "warning"
-     */
     @JsonProperty
     String severity() {
         return kind.severity();
     }
 
-    /**
-     * The line as JSON shows it.
-     *
-     * @return the line, null for the file as a whole
-     */
+    /** Null for the file as a whole. */
     @JsonProperty("line")
     Integer lineOrNull() {
         return line == 0 ? null : line;
     }
 
-    /**
-     * The column as JSON shows it.
-     *
-     * @return the column, null for the file as a whole
-     */
+    /** Null for the file as a whole. */
     @JsonProperty("column")
     Integer columnOrNull() {
         return column == 0 ? null : column;
     }
 
-    /**
-     * What was expected.
-     *
-     * @return the text
-     */
     @JsonProperty
     String expected() {
         return kind.expected(found, details);
     }
 
-    /**
-     * What was found and expected, in one sentence.
-     *
-     * @return the text
-     */
+    /** What was found and expected, in one sentence. */
     @JsonProperty
     String message() {
         return kind.message(found, details) + "; expected " + expected();
     }
 
-    /**
-     * The line of the report for people.
-     *
-     * @return the text
-     */
+    /** The line of the report for people. */
     public String text() {
         String place = line == 0 ? file : file + ":" + line;
         return place + ": " + severity() + ": " + message() + " [" + id() + "]";

@@ -278,39 +278,21 @@ public enum FindingKind {
         this.expected = expected;
     }
 
-    /**
-     * The kind of an identifier.
-     *
-     * @param id the identifier
-     * @return the kind
-     */
     static FindingKind ofId(String id) {
         return valueOf(id.toUpperCase(Locale.ROOT).replace('-', '_'));
     }
 
-    /**
-     * The identifier: the constant's name in small letters, with hyphens.
-     *
-     * @return the identifier
-     */
+    /** The constant's name in small letters, with hyphens. */
     String id() {
         return name().toLowerCase(Locale.ROOT).replace('_', '-');
     }
 
-    /**
-     * Whether the agent refuses what was found.
-     *
-     * @return true for an error, false for a warning
-     */
+    /** Whether the agent refuses what was found, or only might not mean it. */
     public boolean isError() {
         return error;
     }
 
-    /**
-     * The severity as a word.
-     *
-     * @return "error" or "warning"
-     */
+    /** "error" or "warning". */
     String severity() {
         return error ? "error" : "warning";
     }
@@ -318,21 +300,14 @@ public enum FindingKind {
     /**
      * What is said, without what was expected.
      *
-     * @param found   what was found, empty for nothing
+     * @param found   empty for nothing
      * @param details what else the text tells
-     * @return the text
      */
     String message(String found, List<String> details) {
         return String.format(Locale.ROOT, shape, arguments(found, details));
     }
 
-    /**
-     * What was expected instead.
-     *
-     * @param found   what was found
-     * @param details what else the text tells
-     * @return the text
-     */
+    /** What was expected instead of what was found. */
     String expected(String found, List<String> details) {
         return String.format(Locale.ROOT, expected, arguments(found, details));
     }

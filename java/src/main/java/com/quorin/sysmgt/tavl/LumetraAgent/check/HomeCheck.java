@@ -21,22 +21,14 @@ final class HomeCheck {
     private static final Pattern AGENTS_OWN = Pattern.compile("(.*BM\\.ini|.*BMPRD\\.gnp|.*BMSMP\\.gnp"
             + "|Percent(Processes|SwapSpace|FileDescriptors)Used\\.cul)", Pattern.DOTALL);
 
+    /** A file that the agent uses, and the item that names it; 0 for none. */
+    private record Use(int item, String name, Path path) {}
+
     private final CheckHome home;
     private final Path configuration;
     private final ConfigurationItems items;
     private final CheckedFile file;
 
-    /** A file that the agent uses, and the item that names it; 0 for none. */
-    private record Use(int item, String name, Path path) {}
-
-    /**
-     * Prepares the check.
-     *
-     * @param home          the home
-     * @param configuration the configuration's path
-     * @param items         its items
-     * @param file          takes the findings about it
-     */
     HomeCheck(CheckHome home, Path configuration, ConfigurationItems items, CheckedFile file) {
         this.home = home;
         this.configuration = configuration;

@@ -12,8 +12,6 @@ public final class LibraryCheck {
     /** Every element of a list has a place. */
     private static final int LEAST = 2 * Integer.BYTES;
 
-    private LibraryCheck() {}
-
     /** What the library makes of a configuration. */
     public record Configuration(List<LibraryFinding> findings, boolean accepted, ConfigurationItems items) {}
 
@@ -27,6 +25,8 @@ public final class LibraryCheck {
      */
     public record Declarations(List<LibraryFinding> findings, boolean accepted, boolean rewritten, Place comment,
             int samplesForForecast, List<DeclaredInput> inputs) {}
+
+    private LibraryCheck() {}
 
     /**
      * Loads the library.

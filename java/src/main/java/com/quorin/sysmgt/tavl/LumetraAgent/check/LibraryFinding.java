@@ -18,7 +18,7 @@ public record LibraryFinding(String kind, Place place, String text, String keywo
     /**
      * Puts it into words.
      *
-     * @param file the file's name, readable
+     * @param file a readable name
      */
     Finding worded(String file) {
         FindingKind worded = FindingKind.ofId(kind);

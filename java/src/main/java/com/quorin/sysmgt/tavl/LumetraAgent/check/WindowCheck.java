@@ -19,14 +19,6 @@ final class WindowCheck {
     private int period;
     private DeclaredInput automaticFor;
 
-    /**
-     * Prepares the check.
-     *
-     * @param configuration takes the findings about the configuration
-     * @param items         its items
-     * @param declarations  takes the findings about the declarations
-     * @param read          what the library makes of them
-     */
     WindowCheck(CheckedFile configuration, ConfigurationItems items, CheckedFile declarations,
             LibraryCheck.Declarations read) {
         this.configuration = configuration;
@@ -38,9 +30,8 @@ final class WindowCheck {
     }
 
     /**
-     * Checks the windows. Where the period or the hours are no use, there is nothing to say about windows.
-     *
-     * @param resources the inputs, each resource once
+     * Checks the windows of the inputs, each resource once. Where the period or the hours are no use, there is
+     * nothing to say about windows.
      */
     void check(List<DeclaredInput> resources) {
         if (items.isRead(8) && items.number(8) >= 0 && (period > 0 || period == -1)) {

@@ -16,10 +16,6 @@ public final class AgentAddress {
     /** The largest port that there is. */
     public static final int LARGEST_PORT = 65535;
 
-
-    @ArgGroup(exclusive = true, multiplicity = "0..1")
-    private Where where = new Where();
-
     /** One of the two ways to say it. */
     static final class Where {
         @Option(names = "--url", paramLabel = "URL", converter = PageUrl.class,
@@ -30,16 +26,10 @@ public final class AgentAddress {
         @Option(names = "--port", paramLabel = "N", converter = Port.class,
                 description = "The port of an agent on this machine.")
         private int port = DEFAULT_PORT;
-
-        /** Creates the default options. */
-        Where() {
-            // picocli fills in the options
-        }
     }
 
     /** The port of a page that there is. */
     static final class Port extends WholeNumber {
-        /** Creates the converter. */
         Port() {
             super("a port from 1 to " + LARGEST_PORT, 1, LARGEST_PORT);
         }
@@ -47,11 +37,6 @@ public final class AgentAddress {
 
     /** The address of a page, which gets the slash that it must end with. */
     static final class PageUrl implements ITypeConverter<URI> {
-
-        /** Creates the converter. */
-        PageUrl() {
-            // nothing to hold
-        }
 
         @Override
         public URI convert(String text) {
@@ -72,16 +57,10 @@ public final class AgentAddress {
         }
     }
 
-    /** Creates the default options. */
-    AgentAddress() {
-        // picocli fills in the options
-    }
+    @ArgGroup(exclusive = true, multiplicity = "0..1")
+    private Where where = new Where();
 
-    /**
-     * The address of the page.
-     *
-     * @return the address, ending with a slash
-     */
+    /** The address of the page, ending with a slash. */
     URI uri() {
         return where.url != null ? where.url : URI.create("http://127.0.0.1:" + where.port + "/");
     }

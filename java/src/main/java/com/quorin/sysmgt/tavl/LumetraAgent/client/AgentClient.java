@@ -39,40 +39,6 @@ final class AgentClient {
             .enable(DeserializationFeature.FAIL_ON_TRAILING_TOKENS)
             .enable(DeserializationFeature.READ_UNKNOWN_ENUM_VALUES_AS_NULL);
 
-    static {
-        // a second attempt would replace the reason why the first one failed
-        System.setProperty("jdk.httpclient.disableRetryConnect", "true");
-    }
-
-    private final URI page;
-    private final int patience;
-    private final int wholePatience;
-    private final HttpClient http;
-
-    /**
-     * Names the agent without asking it yet.
-     *
-     * @param page the address of its page, ending with a slash
-     */
-    AgentClient(URI page) {
-        this(page, TIMEOUT_SECONDS, WHOLE_ANSWER_SECONDS);
-    }
-
-    /**
-     * Names the agent, and how long it is waited for.
-     *
-     * @param page          the address of its page, ending with a slash
-     * @param patience      how long its silence is borne, in seconds; a chart is given twice as long
-     * @param wholePatience how long its whole answer may take, in seconds
-     */
-    AgentClient(URI page, int patience, int wholePatience) {
-        this.page = page;
-        this.patience = patience;
-        this.wholePatience = wholePatience;
-        http = HttpClient.newBuilder().version(HttpClient.Version.HTTP_1_1)
-                .connectTimeout(Duration.ofSeconds(patience)).build();
-    }
-
     /** An agent that cannot be asked, or an answer that is not an agent's; the message is one line. */
     public static final class Unavailable extends Exception {
         private static final long serialVersionUID = 1L;
@@ -85,29 +51,50 @@ final class AgentClient {
         }
 
         /**
-         * Whether nobody answered, so that asking for something else is no use.
-         *
-         * @return false when the agent answered, but not as it was asked
+         * Whether nobody answered, so that asking for something else is no use. An agent that answers otherwise than
+         * it was asked can be reached.
          */
         boolean isUnreachable() {
             return unreachable;
         }
     }
 
-    /**
-     * An answer.
-     *
-     * @param json     as it came
-     * @param snapshot what it means
-     */
+    /** An answer, as it came and what it means. */
     record Overview(JsonNode json, Snapshot snapshot) {}
 
+    static {
+        // a second attempt would replace the reason why the first one failed
+        System.setProperty("jdk.httpclient.disableRetryConnect", "true");
+    }
+
+    private final URI page;
+    private final int patience;
+    private final int wholePatience;
+    private final HttpClient http;
+
     /**
-     * Asks for all resources.
+     * An agent that is not asked yet.
      *
-     * @return the answer
-     * @throws Unavailable when there is none
+     * @param page the address of its page, ending with a slash
      */
+    AgentClient(URI page) {
+        this(page, TIMEOUT_SECONDS, WHOLE_ANSWER_SECONDS);
+    }
+
+    /**
+     * An agent that is waited for so long.
+     *
+     * @param patience      how long its silence is borne, in seconds; a chart is given twice as long
+     * @param wholePatience how long its whole answer may take, in seconds
+     */
+    AgentClient(URI page, int patience, int wholePatience) {
+        this.page = page;
+        this.patience = patience;
+        this.wholePatience = wholePatience;
+        http = HttpClient.newBuilder().version(HttpClient.Version.HTTP_1_1)
+                .connectTimeout(Duration.ofSeconds(patience)).build();
+    }
+
     Overview overview() throws Unavailable {
         JsonNode json = get("api/v1/resources", patience);
         Snapshot snapshot = as(Snapshot.class, json);
@@ -118,13 +105,6 @@ final class AgentClient {
         return new Overview(json, snapshot);
     }
 
-    /**
-     * Asks for the chart of one resource.
-     *
-     * @param id the resource's number
-     * @return the chart
-     * @throws Unavailable when there is none
-     */
     TrendView trend(int id) throws Unavailable {
         JsonNode json = get("api/v1/resources/" + id + "/trend", 2 * patience);
         TrendView trend = as(TrendView.class, json);
@@ -134,13 +114,7 @@ final class AgentClient {
         return trend;
     }
 
-    /**
-     * Asks for the processes that use most of one resource.
-     *
-     * @param id the resource's number
-     * @return the report
-     * @throws Unavailable when there is none
-     */
+    /** The processes that use most of one resource. */
     CulpritReport culprits(int id) throws Unavailable {
         CulpritReport report = as(
                 CulpritReport.class, get("api/v1/resources/" + id + "/culprits", patience));

@@ -26,8 +26,6 @@ public final class Gnuplot {
             "png", new byte[] {(byte) 0x89, 'P', 'N', 'G'},
             "svg", "<?xml".getBytes(StandardCharsets.US_ASCII));
 
-    private Gnuplot() {}
-
     /** A picture that could not be drawn; the message is one line. */
     public static final class Failed extends Exception {
         private static final long serialVersionUID = 1L;
@@ -38,15 +36,13 @@ public final class Gnuplot {
             this.missing = missing;
         }
 
-        /**
-         * Whether there is no gnuplot, so that nothing else can be drawn either.
-         *
-         * @return true when the program could not be started
-         */
+        /** Whether there is no gnuplot, so that nothing else can be drawn either. */
         boolean isMissing() {
             return missing;
         }
     }
+
+    private Gnuplot() {}
 
     /** Draws a picture into a file, whole or not at all: under another name first. */
     public static void drawTo(Path file, String script, String format) throws Failed, IOException {
@@ -68,9 +64,7 @@ public final class Gnuplot {
     /**
      * Draws a picture.
      *
-     * @param script the commands
-     * @param format "png" or "svg", as the commands say
-     * @return the picture
+     * @param format "png" or "svg", as the script says
      * @throws Failed when there is no gnuplot, or it draws nothing
      */
     static byte[] draw(String script, String format) throws Failed {

@@ -36,6 +36,58 @@ public final class PlotCommand implements Callable<Integer> {
     private static final int SHOWN_CHOICES = 8;
     private static final long SECOND = 1_000_000_000L;
 
+    /** The kinds of picture. */
+    enum Format {
+        /** Pixels. */
+        PNG,
+        /** Curves. */
+        SVG;
+
+        @Override
+        public String toString() {
+            return name().toLowerCase(Locale.ROOT);
+        }
+    }
+
+    /** A kind of picture by its name. */
+    static final class FormatName implements ITypeConverter<Format> {
+
+        @Override
+        public Format convert(String text) {
+            return Arrays.stream(Format.values()).filter(format -> format.toString().equals(text)).findAny()
+                    .orElseThrow(() -> new TypeConversionException("expected png or svg, got \"" + text + "\""));
+        }
+    }
+
+    /** A directory that is there. */
+    static final class Directory implements ITypeConverter<Path> {
+
+        @Override
+        public Path convert(String text) {
+            try {
+                Path directory = Path.of(text);
+                if (Files.isDirectory(directory)) {
+                    return directory;
+                }
+            } catch (InvalidPathException e) {
+                // told below, like any other text that is no directory
+            }
+            throw new TypeConversionException("expected a directory, got \"" + text + "\"");
+        }
+    }
+
+    /** What names a resource, or several; nothing would name them all. */
+    static final class Word implements ITypeConverter<String> {
+
+        @Override
+        public String convert(String text) {
+            if (text.isEmpty()) {
+                throw new TypeConversionException("expected a number or a part of a name, got nothing");
+            }
+            return text;
+        }
+    }
+
     @Mixin
     private AgentAddress address = new AgentAddress();
 
@@ -55,83 +107,6 @@ public final class PlotCommand implements Callable<Integer> {
     private final Terminal terminal = Terminal.ofThisProcess();
     private AgentClient client;
 
-    /** The kinds of picture. */
-    enum Format {
-        /** Pixels. */
-        PNG,
-        /** Curves. */
-        SVG;
-
-        @Override
-        public String toString() {
-            return name().toLowerCase(Locale.ROOT);
-        }
-    }
-
-    /** A kind of picture by its name. */
-    static final class FormatName implements ITypeConverter<Format> {
-
-        /** Creates the converter. */
-        FormatName() {
-            // nothing to hold
-        }
-
-        @Override
-        public Format convert(String text) {
-            return Arrays.stream(Format.values()).filter(format -> format.toString().equals(text)).findAny().orElseThrow(
-                    () -> new TypeConversionException("expected png or svg, got \"" + text + "\""));
-        }
-    }
-
-    /** A directory that is there. */
-    static final class Directory implements ITypeConverter<Path> {
-
-        /** Creates the converter. */
-        Directory() {
-            // nothing to hold
-        }
-
-        @Override
-        public Path convert(String text) {
-            try {
-                Path directory = Path.of(text);
-                if (Files.isDirectory(directory)) {
-                    return directory;
-                }
-            } catch (InvalidPathException e) {
-                // told below, like any other text that is no directory
-            }
-            throw new TypeConversionException("expected a directory, got \"" + text + "\"");
-        }
-    }
-
-    /** What names a resource, or several; nothing would name them all. */
-    static final class Word implements ITypeConverter<String> {
-
-        /** Creates the converter. */
-        Word() {
-            // nothing to hold
-        }
-
-        @Override
-        public String convert(String text) {
-            if (text.isEmpty()) {
-                throw new TypeConversionException("expected a number or a part of a name, got nothing");
-            }
-            return text;
-        }
-    }
-
-    /** Creates the command with its default options. */
-    PlotCommand() {
-        // picocli fills in the options
-    }
-
-    /**
-     * Draws all charts that are wanted.
-     *
-     * @return the exit code
-     */
     @Override
     public Integer call() {
         client = new AgentClient(address.uri());
@@ -247,13 +222,7 @@ public final class PlotCommand implements Callable<Integer> {
         System.out.println(Words.printable(file.toString()));
     }
 
-    /**
-     * The name of a resource's file: harmless whatever the resource is called.
-     *
-     * @param resource the resource
-     * @param format   the ending
-     * @return the name
-     */
+    /** The name of a resource's file: harmless whatever the resource is called. */
     static String fileName(Snapshot.Resource resource, String format) {
         String cleaned = label(resource).replaceAll("[^A-Za-z0-9._-]", "_");
         String name = cleaned.substring(0, Math.min(LONGEST_NAME, cleaned.length()));

@@ -31,13 +31,11 @@ final class PlotScript {
     }
 
     /**
-     * Writes the commands.
+     * The commands that draw a chart, for gnuplot's standard input.
      *
-     * @param resource what is shown
-     * @param trend    its chart, with one sample at least
-     * @param format   "png" or "svg"
-     * @param zone     the reader's time zone
-     * @return the commands, ready for gnuplot's standard input
+     * @param trend  with one sample at least
+     * @param format "png" or "svg"
+     * @param zone   the reader's
      */
     static String of(Snapshot.Resource resource, TrendView trend, String format, ZoneId zone) {
         PlotScript plot = new PlotScript(trend, zone);
@@ -149,12 +147,7 @@ final class PlotScript {
         return String.format(Locale.ROOT, "%s%02d:%02d", zone < 0 ? "-" : "+", minutes / 60, minutes % 60);
     }
 
-    /**
-     * A text as gnuplot takes it for nothing but a text.
-     *
-     * @param text the text
-     * @return the text between single quotes, those in it doubled
-     */
+    /** A text as gnuplot takes it for nothing but a text: between single quotes, those in it doubled. */
     static String quoted(String text) {
         return "'" + Words.printable(text).replace("'", "''") + "'";
     }

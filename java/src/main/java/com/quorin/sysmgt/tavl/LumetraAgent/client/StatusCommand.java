@@ -38,6 +38,30 @@ public final class StatusCommand implements Callable<Integer> {
     private static final String CLEAR_BELOW = "\u001b[J";
     private static final String CLEAR_ALL = "\u001b[2J";
 
+    /** The time from one look to the next. */
+    static final class Pause extends WholeNumber {
+        Pause() {
+            super("1 to 3600 seconds", 1, 3600);
+        }
+    }
+
+    /** The escapes of JSON, and one more for the character DEL. */
+    private static final class DeleteEscaped extends CharacterEscapes {
+        private static final long serialVersionUID = 1L;
+
+        @Override
+        public int[] getEscapeCodesForAscii() {
+            int[] codes = standardAsciiEscapesForJSON();
+            codes[0x7f] = ESCAPE_STANDARD;
+            return codes;
+        }
+
+        @Override
+        public SerializableString getEscapeSequence(int character) {
+            return null;
+        }
+    }
+
     @Mixin
     private AgentAddress address = new AgentAddress();
 
@@ -55,24 +79,6 @@ public final class StatusCommand implements Callable<Integer> {
     private URI page;
     private AgentClient client;
 
-    /** The time from one look to the next. */
-    static final class Pause extends WholeNumber {
-        /** Creates the converter. */
-        Pause() {
-            super("1 to 3600 seconds", 1, 3600);
-        }
-    }
-
-    /** Creates the command with its default options. */
-    StatusCommand() {
-        // picocli fills in the options
-    }
-
-    /**
-     * Shows the state.
-     *
-     * @return the exit code
-     */
     @Override
     public Integer call() {
         page = address.uri();
@@ -190,23 +196,6 @@ public final class StatusCommand implements Callable<Integer> {
             return writer.writeValueAsString(json);
         } catch (IOException e) {
             throw new IllegalStateException("JSON that was read cannot be written", e);
-        }
-    }
-
-    /** The escapes of JSON, and one more for the character DEL. */
-    private static final class DeleteEscaped extends CharacterEscapes {
-        private static final long serialVersionUID = 1L;
-
-        @Override
-        public int[] getEscapeCodesForAscii() {
-            int[] codes = standardAsciiEscapesForJSON();
-            codes[0x7f] = ESCAPE_STANDARD;
-            return codes;
-        }
-
-        @Override
-        public SerializableString getEscapeSequence(int character) {
-            return null;
         }
     }
 }

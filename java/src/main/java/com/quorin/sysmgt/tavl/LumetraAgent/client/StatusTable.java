@@ -33,11 +33,6 @@ public final class StatusTable {
 
     private final Terminal terminal;
 
-    /**
-     * Fits the table to a terminal.
-     *
-     * @param terminal where it will be shown
-     */
     StatusTable(Terminal terminal) {
         this.terminal = terminal;
     }
@@ -45,10 +40,7 @@ public final class StatusTable {
     /**
      * The whole status.
      *
-     * @param snapshot what the agent told
-     * @param page     where it was asked
-     * @param now      the present time
-     * @return the lines
+     * @param page where it was asked
      */
     List<String> lines(Snapshot snapshot, URI page, Instant now) {
         List<String> lines = new ArrayList<>(table(snapshot, now));
@@ -63,13 +55,7 @@ public final class StatusTable {
         return lines;
     }
 
-    /**
-     * The processes that use most of a resource, in one line.
-     *
-     * @param resource the resource's name
-     * @param report   the processes
-     * @return the line; empty when none is named
-     */
+    /** The processes that use most of a resource, in one line; empty when none is named. */
     public static Optional<String> largestUsers(String resource, CulpritReport report) {
         if (report.processes().isEmpty()) {
             return Optional.empty();
@@ -180,13 +166,7 @@ public final class StatusTable {
         return terminal.isInteractive() ? shorten(text, width) : text;
     }
 
-    /**
-     * A text that fits, with an ellipsis in the place of its middle if need be.
-     *
-     * @param text  the text
-     * @param width how many characters fit
-     * @return at most that many characters
-     */
+    /** A text of at most so many characters, with an ellipsis in the place of its middle if need be. */
     static String shorten(String text, int width) {
         int length = length(text);
         if (length <= width || width < 1) {

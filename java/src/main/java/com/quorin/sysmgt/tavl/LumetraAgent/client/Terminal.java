@@ -24,22 +24,12 @@ public final class Terminal {
     private final boolean interactive;
     private final Map<String, String> environment;
 
-    /**
-     * Describes a terminal.
-     *
-     * @param interactive whether a person is watching
-     * @param environment the environment's variables
-     */
     Terminal(boolean interactive, Map<String, String> environment) {
         this.interactive = interactive;
         this.environment = environment;
     }
 
-    /**
-     * What this process is connected to.
-     *
-     * @return the terminal, or its absence
-     */
+    /** What this process is connected to: a terminal, or none. */
     public static Terminal ofThisProcess() {
         return new Terminal(isConsoleTerminal(), System.getenv());
     }
@@ -58,20 +48,12 @@ public final class Terminal {
         }
     }
 
-    /**
-     * Whether a person is watching standard output.
-     *
-     * @return false for a file or a pipe
-     */
+    /** Whether a person is watching standard output: not where it is a file or a pipe. */
     boolean isInteractive() {
         return interactive;
     }
 
-    /**
-     * Whether a person is watching standard error too.
-     *
-     * @return false for a file or a pipe
-     */
+    /** Whether a person is watching standard error too. */
     public boolean showsErrors() {
         try {
             Path file = Files.readSymbolicLink(Path.of("/proc/self/fd/2"));
@@ -81,22 +63,14 @@ public final class Terminal {
         }
     }
 
-    /**
-     * The colours that are shown.
-     *
-     * @return some on a terminal that knows them, unless NO_COLOR is set; otherwise none
-     */
+    /** Colours on a terminal that knows them, unless NO_COLOR is set; otherwise none. */
     public ColorScheme colours() {
         String kind = environment.getOrDefault("TERM", "dumb");
         boolean wanted = environment.getOrDefault("NO_COLOR", "").isEmpty();
         return Help.defaultColorScheme(interactive && !kind.equals("dumb") && wanted ? Ansi.ON : Ansi.OFF);
     }
 
-    /**
-     * How many characters fit into a line.
-     *
-     * @return the number; empty where lines may be of any length
-     */
+    /** How many characters fit into a line; empty where lines may be of any length. */
     OptionalInt columns() {
         if (!interactive) {
             return OptionalInt.empty();
@@ -105,11 +79,7 @@ public final class Terminal {
         return OptionalInt.of(Math.max(LEAST_COLUMNS, Math.min(MOST_COLUMNS, columns)));
     }
 
-    /**
-     * How many lines are seen at once.
-     *
-     * @return the number; empty where that is not known
-     */
+    /** How many lines are seen at once; empty where that is not known. */
     OptionalInt rows() {
         return interactive ? number("LINES") : OptionalInt.empty();
     }

@@ -11,11 +11,9 @@ public abstract class WholeNumber implements ITypeConverter<Integer> {
     private final int most;
 
     /**
-     * Sets the bounds.
+     * Both bounds are taken, too.
      *
      * @param expected what is told when something else comes, with both bounds
-     * @param least    the smallest number that is taken
-     * @param most     the largest one
      */
     protected WholeNumber(String expected, int least, int most) {
         this.expected = expected;

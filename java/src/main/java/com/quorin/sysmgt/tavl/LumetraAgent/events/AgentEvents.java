@@ -31,10 +31,11 @@ public final class AgentEvents {
     private static final DateTimeFormatter CLOCK =
             DateTimeFormatter.ofPattern("uuuu-MM-dd HH:mm:ss", Locale.ROOT);
 
+    private static final Announced NONE = new Announced(0, 0.0);
+
     /** The last forecast that was announced: when, and how far away the exhaustion was. */
     private record Announced(long epochSeconds, double secondsToExhaustion) {}
 
-    private static final Announced NONE = new Announced(0, 0.0);
     private static final AtomicReference<Announced> PREVIOUS = new AtomicReference<>(NONE);
     private static final AtomicLong FATAL_COUNT = new AtomicLong();
     private static final AtomicReference<PrintStream> OUTPUT = new AtomicReference<>(System.out);
@@ -43,21 +44,14 @@ public final class AgentEvents {
     private static final AtomicReference<EventFile> RECORD = new AtomicReference<>();
     private static final AtomicReference<Consumer<? super Event>> LISTENER = new AtomicReference<>();
 
-    /** Creates an events object; all of them share one state, as the callbacks are static. */
-    public AgentEvents() {
-        // the native library asks the object for its class only
-    }
-
     /**
-     * An exhaustion is forecast, or, when {@code timeText} is "fatal", something failed and {@code name} says
-     * what.
+     * An exhaustion is forecast, or, when {@code timeText} is "fatal", something failed and {@code name} says what.
+     * True: the event is accepted.
      *
      * @param timeText the time to exhaustion in words, or "fatal"
-     * @param seconds  the seconds to exhaustion
      * @param name     the resource's display name, or the text of a failure; may be null
-     * @param instance the instance, "Null" where there is none
+     * @param instance "Null" where there is none
      * @param culprit  the processes that use most of the resource; may be null
-     * @return true: the event is accepted
      */
     public static boolean sendEvent(
             String timeText, double seconds, String name, String instance, String culprit) {
@@ -73,70 +67,54 @@ public final class AgentEvents {
     }
 
     /**
-     * A resource has reached the upper limit of its tolerance. The agent sends it for a lower limit as well.
+     * A resource has reached the upper limit of its tolerance; the agent sends it for a lower limit as well. True:
+     * the event is accepted.
      *
-     * @param name     the resource's display name; may be null
-     * @param instance the instance, "Null" where there is none
-     * @param limit    the limit that was reached, in the resource's unit (per cent)
-     * @return true: the event is accepted
+     * @param name     may be null
+     * @param instance "Null" where there is none
+     * @param limit    in the resource's unit (per cent)
      */
     public static boolean sendUpperToleranceEvent(String name, String instance, double limit) {
         return tell(() -> limitReached(Event.Type.UPPER_TOLERANCE, name, instance, limit));
     }
 
-    /**
-     * A resource has reached the inner limit of its tolerance.
-     *
-     * @param name     the resource's display name; may be null
-     * @param instance the instance, "Null" where there is none
-     * @param limit    the limit that was reached, in the resource's unit (per cent)
-     * @return true: the event is accepted
-     */
+    /** A resource has reached the inner limit of its tolerance. As {@link #sendUpperToleranceEvent}. */
     public static boolean sendInnerToleranceEvent(String name, String instance, double limit) {
         return tell(() -> limitReached(Event.Type.INNER_TOLERANCE, name, instance, limit));
     }
 
     /**
-     * Whether this operating system is one that the host supports.
-     *
-     * @return 1, always: the host runs where the library runs
+     * Whether this operating system is one that the host supports: 1, always, as the host runs where the library
+     * runs.
      */
     public static int getOs_support() {
         return 1;
     }
 
     /**
-     * When the previous forecast was announced. Failures and tolerance events do not count.
-     *
-     * @return seconds since the epoch, 0 when there was none
+     * When the previous forecast was announced, in seconds since the epoch; 0 when there was none. Failures and
+     * tolerance events do not count.
      */
     public static long getPrev_time() {
         return PREVIOUS.get().epochSeconds();
     }
 
     /**
-     * How far away the exhaustion was in the previous forecast. Failures and tolerance events do not count.
-     *
-     * @return seconds to exhaustion, 0.0 when there was none
+     * How many seconds away the exhaustion was in the previous forecast; 0.0 when there was none. Failures and
+     * tolerance events do not count.
      */
     public static double getPrev_tte() {
         return PREVIOUS.get().secondsToExhaustion();
     }
 
-    /**
-     * How many failures ("fatal" events) were told since the start of the process.
-     *
-     * @return the count
-     */
+    /** How many failures ("fatal" events) were told since the start of the process. */
     public static long fatalCount() {
         return FATAL_COUNT.get();
     }
 
     /**
-     * Records every event from now on. A first event is put into words here and thrown away, so that all
-     * classes are loaded before a machine runs out of descriptors.
-     *
-     * @param file where each event becomes a line; null records none
+     * Records every event from now on as a line of the file; null records none. A first event is put into words here
+     * and thrown away, so that all classes are loaded before a machine runs out of descriptors.
      */
     public static void recordTo(EventFile file) {
         RECORD.set(file);
@@ -149,38 +127,22 @@ public final class AgentEvents {
         }
     }
 
-    /**
-     * Sends the lines of events elsewhere.
-     *
-     * @param stream where they go from now on
-     */
+    /** Sends the lines of events elsewhere from now on. */
     public static void showOn(PrintStream stream) {
         OUTPUT.set(stream);
     }
 
-    /**
-     * Hands every event over from now on.
-     *
-     * @param listener receives the events, on the thread that brings them; null for none
-     */
+    /** Hands every event over from now on, on the thread that brings it; null for nobody. */
     public static void tellTo(Consumer<? super Event> listener) {
         LISTENER.set(listener);
     }
 
-    /**
-     * Names who knows what came of earlier announcements.
-     *
-     * @param words makes words of a resource's name and instance; null for nothing to say
-     */
+    /** Asks from now on what came of earlier announcements about a resource, by its name and instance; null: nobody. */
     public static void askForTrackRecords(BinaryOperator<String> words) {
         TRACK_RECORDS.set(words);
     }
 
-    /**
-     * Sends the lines of events elsewhere, records none and forgets what was announced before.
-     *
-     * @param stream where the lines go from now on
-     */
+    /** Sends the lines of events elsewhere, records none and forgets what was announced before. */
     static void reset(PrintStream stream) {
         OUTPUT.set(stream);
         RECORD.set(null);

@@ -10,15 +10,6 @@ import java.util.Locale;
 /** Something that the agent told: an exhaustion ahead, a limit reached, or a failure of its own. */
 public sealed interface Event {
 
-    /** When it was told. */
-    Moment at();
-
-    /** What kind of event it is. */
-    Type type();
-
-    /** The resource that it is about; {@link Subject#NONE} for a failure. */
-    Subject subject();
-
     /** The kinds of events. */
     enum Type {
         EXHAUSTION("exhaustion"),
@@ -122,4 +113,13 @@ public sealed interface Event {
             return Subject.NONE;
         }
     }
+
+    /** When it was told. */
+    Moment at();
+
+    /** What kind of event it is. */
+    Type type();
+
+    /** The resource that it is about; {@link Subject#NONE} for a failure. */
+    Subject subject();
 }

@@ -18,16 +18,6 @@ public final class EventCounts {
     private final Map<Key, Long> counts = new HashMap<>();
     private long told;
 
-    /** Counts from zero. */
-    public EventCounts() {
-        // the map is there
-    }
-
-    /**
-     * Counts an event.
-     *
-     * @param event the event
-     */
     public synchronized void add(Event event) {
         boolean isFatal = event.type() == Event.Type.FATAL;
         Key key = new Key(event.type(), event.subject().plain());
@@ -37,31 +27,17 @@ public final class EventCounts {
         }
     }
 
-    /**
-     * How many events there were.
-     *
-     * @return the count, which changes with every event
-     */
+    /** How many events there were: a count that changes with every event. */
     public synchronized long told() {
         return told;
     }
 
-    /**
-     * How many failures were told.
-     *
-     * @return the count
-     */
+    /** How many failures were told. */
     public synchronized long fatal() {
         return counts.getOrDefault(new Key(Event.Type.FATAL, Event.Subject.NONE.plain()), 0L);
     }
 
-    /**
-     * How many events of a type a resource had.
-     *
-     * @param type     the type
-     * @param resource the resource as the library names it
-     * @return the count
-     */
+    /** How many events of a type a resource had, by the library's names for it. */
     public synchronized long of(Event.Type type, TrendReader.Resource resource) {
         return counts.getOrDefault(new Key(type, new Event.Subject(resource.name(), resource.instance()).plain()), 0L);
     }

@@ -29,17 +29,7 @@ public final class EventHistory implements Consumer<Event> {
     private final Deque<Event> newestFirst = new ArrayDeque<>();
     private final EventCounts counts = new EventCounts();
 
-    /** Creates a history without events. */
-    public EventHistory() {
-        // the deque is there
-    }
-
-    /**
-     * The events that a file of events and its older generation end with.
-     *
-     * @param file the file of events; what cannot be read yields no events
-     * @return the history
-     */
+    /** The events that a file of events and its older generation end with. What cannot be read yields none. */
     public static EventHistory of(Path file) {
         EventHistory history = new EventHistory();
         List<String> lines = tail(file, LONGEST_TAIL);
@@ -55,22 +45,14 @@ public final class EventHistory implements Consumer<Event> {
         EventLine.read(line).ifPresent(this::keep);
     }
 
-    /**
-     * Takes up an event that has just happened.
-     *
-     * @param event the event
-     */
+    /** Takes up an event that has just happened. */
     @Override
     public void accept(Event event) {
         counts.add(event);
         keep(event);
     }
 
-    /**
-     * How many events were taken up, those of earlier runs not included.
-     *
-     * @return the counts
-     */
+    /** How many events were taken up, those of earlier runs not included. */
     public EventCounts counts() {
         return counts;
     }
@@ -84,23 +66,15 @@ public final class EventHistory implements Consumer<Event> {
         }
     }
 
-    /**
-     * The newest events.
-     *
-     * @param limit how many at most
-     * @return the events, newest first
-     */
+    /** At most so many events, newest first. */
     public List<Event> newest(int limit) {
         return newest(limit, event -> true);
     }
 
     /**
-     * The newest events of one resource.
+     * At most so many events of one resource, newest first.
      *
-     * @param name     its display name
-     * @param instance its instance
-     * @param limit    how many at most
-     * @return the events, newest first
+     * @param name as it is displayed
      */
     public List<Event> newestOf(String name, String instance, int limit) {
         Event.Subject wanted = new Event.Subject(name, instance).plain();

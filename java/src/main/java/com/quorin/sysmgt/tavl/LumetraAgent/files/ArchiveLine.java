@@ -9,16 +9,13 @@ import java.util.Optional;
  * One line of the archive: the samples of one cycle.
  *
  * @param epochSeconds when the cycle took place
- * @param values       the value of each resource, in per cent, by the resource's number and in the line's
- *                     order
+ * @param values       of each resource, in per cent, by the resource's number and in the line's order
  */
 public record ArchiveLine(long epochSeconds, Map<Integer, Double> values) {
 
     /**
-     * Reads a line: a time, then a number, a status and a value for each resource.
-     *
-     * @param line the line, with or without its end
-     * @return the samples up to the first that is damaged; empty when the line has no time
+     * The samples of a line, a time and then a number, a status and a value for each resource, up to the first that
+     * is damaged. Empty when the line has no time. Its end may be there or not.
      */
     static Optional<ArchiveLine> parse(String line) {
         String[] fields = line.strip().split("\\s+");

@@ -9,7 +9,7 @@ import java.util.regex.Pattern;
 /**
  * One of the processes that use most of a resource, as the agent names it.
  *
- * @param name  the command name, up to its first blank or closing parenthesis; any other character may occur
+ * @param name  of the command, up to its first blank or closing parenthesis; any other character may occur
  * @param pid   the process identifier
  * @param value how much it uses: descriptors, resident megabytes or child processes
  */
@@ -20,11 +20,8 @@ public record Culprit(String name, long pid, long value) {
             Pattern.compile("(?<![^ ])([^ )]*)\\((-?\\d{1,18})\\)(-?\\d{1,18})(?= |$)");
 
     /**
-     * The entries of a culprit text " name(pid)value name(pid)value". What does not look like an entry is
-     * passed over.
-     *
-     * @param text the text; may be null
-     * @return the entries in their order
+     * The entries of a culprit text " name(pid)value name(pid)value", in their order; null has none. What does not
+     * look like an entry is passed over.
      */
     public static List<Culprit> parse(String text) {
         List<Culprit> found = new ArrayList<>();
@@ -36,11 +33,7 @@ public record Culprit(String name, long pid, long value) {
         return found;
     }
 
-    /**
-     * The process as a person reads it.
-     *
-     * @return name, process identifier and value, without control characters
-     */
+    /** Name, process identifier and value as a person reads them, without control characters. */
     public String inWords() {
         return Words.printable(name) + " (pid " + pid + ") " + value;
     }

@@ -25,14 +25,12 @@ public final class CulpritFile {
     private CulpritFile() {}
 
     /**
-     * The report on a resource.
+     * The report on a resource, without processes when there is none.
      *
-     * @param id   the resource's number
-     * @param name its display name, a text of bytes
-     * @param home the data home directory as it stands in the configuration, a text of bytes
-     * @param measure what is counted of each process; null when there are no reports on the resource
+     * @param name        as it is displayed, a text of bytes
+     * @param home        the data home directory as it stands in the configuration, a text of bytes
+     * @param measure     what is counted of each process; null when there are no reports on the resource
      * @param measureText the same for people
-     * @return the report, without processes when there is none
      */
     public static CulpritReport read(int id, String name, String home, String measure, String measureText) {
         Path file = FileText.path(home + name + ".cul");
@@ -49,10 +47,10 @@ public final class CulpritFile {
     }
 
     /**
-     * The processes of a report. Lines that look otherwise are passed over.
+     * The processes of a report in their order, their names without control characters. Lines that look otherwise are
+     * passed over.
      *
-     * @param text the file's content, one character per byte
-     * @return the processes in their order, their names without control characters
+     * @param text one character per byte
      */
     static List<Culprit> parse(String text) {
         List<Culprit> found = new ArrayList<>();

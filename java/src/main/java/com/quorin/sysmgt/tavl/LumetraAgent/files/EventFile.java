@@ -27,9 +27,9 @@ public final class EventFile {
     private boolean tailIsWhole;
 
     /**
-     * Names the file without touching it.
+     * A file that is not touched yet.
      *
-     * @param file  the file; its directory must exist when a line is appended
+     * @param file  its directory must exist when a line is appended
      * @param limit the size in bytes that the file never exceeds
      */
     public EventFile(Path file, long limit) {
@@ -39,10 +39,8 @@ public final class EventFile {
     }
 
     /**
-     * Appends one line.
-     *
-     * @param line the line, without a line break
-     * @return whether the line is in the file; if not, the file is as it was
+     * Appends one line, which holds no line break, and tells whether it is in the file; if not, the file is as it
+     * was.
      */
     public synchronized boolean append(String line) {
         byte[] bytes = (line + "\n").getBytes(StandardCharsets.UTF_8);

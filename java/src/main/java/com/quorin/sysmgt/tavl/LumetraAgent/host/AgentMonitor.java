@@ -36,7 +36,7 @@ final class AgentMonitor implements Consumer<Publication> {
     /**
      * A monitor of an agent that is about to start.
      *
-     * @param nanoTime the present time as {@link System#nanoTime} gives it
+     * @param nanoTime as {@link System#nanoTime} gives it
      */
     AgentMonitor(PrintStream out, long nanoTime) {
         this.out = out;
@@ -64,7 +64,7 @@ final class AgentMonitor implements Consumer<Publication> {
     /**
      * Prints what is due.
      *
-     * @param nanoTime the present time as {@link System#nanoTime} gives it
+     * @param nanoTime as {@link System#nanoTime} gives it
      */
     synchronized void look(long nanoTime) {
         long completed = cycles; // before the state, which is there once this is above 0

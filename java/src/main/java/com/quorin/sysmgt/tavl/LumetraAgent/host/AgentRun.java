@@ -12,28 +12,23 @@ import java.util.concurrent.TimeUnit;
  */
 final class AgentRun {
 
-    /** The two native calls, so that a test can stand in for the library. */
-    interface Agent {
-        /**
-         * Runs until it is asked to stop.
-         *
-         * @return the native result
-         */
-        int run();
-
-        /**
-         * Asks the running agent to stop; forgotten by an agent that is still setting itself up.
-         *
-         * @return the native result
-         */
-        int pleaseStop();
-    }
-
     /**
      * A request that came too early is forgotten, so it is made again at this distance until the run has
      * ended.
      */
     private static final Duration ASK_AGAIN = Duration.ofMillis(200);
+
+    /** The two native calls, so that a test can stand in for the library. */
+    interface Agent {
+        /** Runs until it is asked to stop; gives back the native result. */
+        int run();
+
+        /**
+         * Asks the running agent to stop; forgotten by an agent that is still setting itself up. Gives back the
+         * native result.
+         */
+        int pleaseStop();
+    }
 
     private final Agent agent;
     private final Thread thread;
@@ -44,11 +39,6 @@ final class AgentRun {
     private volatile int result;
     private volatile Throwable failure;
 
-    /**
-     * Prepares a run.
-     *
-     * @param agent the agent
-     */
     AgentRun(Agent agent) {
         this.agent = agent;
         thread = new Thread(this::runAgent, "lumetra-agent");
@@ -84,12 +74,7 @@ final class AgentRun {
         }
     }
 
-    /**
-     * Waits for the run's end.
-     *
-     * @param time how long at most
-     * @return whether the run has ended
-     */
+    /** Waits for the run's end, at most so long, and tells whether it has come. */
     boolean awaitEnd(Duration time) {
         try {
             return ended.await(time.toNanos(), TimeUnit.NANOSECONDS);
@@ -102,8 +87,7 @@ final class AgentRun {
     /**
      * Asks the agent to stop, again and again, and returns when it has.
      *
-     * @param reminder  called each time the wait has lasted another {@code remindAfter}
-     * @param remindAfter the distance between the reminders
+     * @param reminder called each time the wait has lasted another {@code remindAfter}
      */
     void stop(Runnable reminder, Duration remindAfter) {
         stopAsked = true;
@@ -127,47 +111,27 @@ final class AgentRun {
         }
     }
 
-    /**
-     * Whether the agent has returned.
-     *
-     * @return true once it has
-     */
+    /** Whether the agent has returned. */
     boolean hasEnded() {
         return ended.getCount() == 0;
     }
 
-    /**
-     * Whether a stop was asked for.
-     *
-     * @return true from the first request on
-     */
+    /** Whether a stop was asked for. */
     boolean isStopping() {
         return stopAsked;
     }
 
-    /**
-     * Whether the agent has returned after it was asked to.
-     *
-     * @return false while it runs, when it ended by itself, and when it failed with an exception
-     */
+    /** Whether the agent has returned after it was asked to: not when it ended by itself or with an exception. */
     boolean endedAsAsked() {
         return hasEnded() && !endedUnasked && failure == null;
     }
 
-    /**
-     * What the native call returned.
-     *
-     * @return the result, 0 before the end
-     */
+    /** What the native call returned; 0 before the end. */
     int result() {
         return result;
     }
 
-    /**
-     * The exception that ended the run.
-     *
-     * @return the exception; empty when there was none
-     */
+    /** The exception that ended the run; empty when there was none. */
     Optional<Throwable> failure() {
         return Optional.ofNullable(failure);
     }

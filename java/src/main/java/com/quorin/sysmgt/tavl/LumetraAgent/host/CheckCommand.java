@@ -36,6 +36,22 @@ final class CheckCommand implements Callable<Integer> {
     /** Exit code of a check that found warnings only. */
     static final int WARNED = 3;
 
+    /** The name of a file or directory, which need not be there. */
+    static final class Name implements ITypeConverter<Path> {
+
+        @Override
+        public Path convert(String text) {
+            if (text.isEmpty()) {
+                throw new TypeConversionException("expected a path: the name is empty");
+            }
+            try {
+                return Path.of(text);
+            } catch (InvalidPathException e) {
+                throw new TypeConversionException("expected a path: " + e.getMessage());
+            }
+        }
+    }
+
     @Option(names = "--home", paramLabel = "DIR", defaultValue = "${sys:lumetra.home:-..}",
             converter = Name.class, description = "The agent's home. Default: that of lumetra run.")
     private Path home;
@@ -52,37 +68,6 @@ final class CheckCommand implements Callable<Integer> {
 
     private final PrintStream out = System.out;
 
-    /** The name of a file or directory, which need not be there. */
-    static final class Name implements ITypeConverter<Path> {
-
-        /** Creates the converter. */
-        Name() {
-            // nothing to hold
-        }
-
-        @Override
-        public Path convert(String text) {
-            if (text.isEmpty()) {
-                throw new TypeConversionException("expected a path: the name is empty");
-            }
-            try {
-                return Path.of(text);
-            } catch (InvalidPathException e) {
-                throw new TypeConversionException("expected a path: " + e.getMessage());
-            }
-        }
-    }
-
-    /** Creates the command with its default options. */
-    CheckCommand() {
-        // picocli fills in the options
-    }
-
-    /**
-     * Checks and prints what it found.
-     *
-     * @return the exit code
-     */
     @Override
     public Integer call() {
         List<Finding> findings;
@@ -124,14 +109,7 @@ final class CheckCommand implements Callable<Integer> {
                 + (warnings == 1 ? "1 warning." : warnings + " warnings.");
     }
 
-    /**
-     * The findings as JSON, indented and in ASCII.
-     *
-     * @param findings the findings
-     * @param errors   how many of them are errors
-     * @param warnings how many are warnings
-     * @return the text
-     */
+    /** The findings as JSON, indented and in ASCII. */
     static String toJson(List<Finding> findings, int errors, int warnings) {
         Map<String, Object> all = new LinkedHashMap<>();
         all.put("findings", findings);

@@ -28,12 +28,7 @@ final class HomeLock {
         this.problem = problem;
     }
 
-    /**
-     * Tries to lock a home; waits for nobody.
-     *
-     * @param file the file that is locked; it is made when it is missing
-     * @return the lock, or why there is none
-     */
+    /** Tries to lock a home by a file, which is made when it is missing; waits for nobody. */
     static HomeLock take(Path file) {
         FileChannel channel = null;
         try {
@@ -64,19 +59,14 @@ final class HomeLock {
         }
     }
 
-    /**
-     * Whether another process holds the lock.
-     *
-     * @return true when an agent works in this home already
-     */
+    /** Whether an agent works in this home already: another process holds the lock. */
     boolean isTaken() {
         return taken;
     }
 
     /**
-     * Why the home cannot be locked although nobody has locked it, as on a file system that knows no locks.
-     *
-     * @return the reason; empty when it is locked, by this process or another
+     * Why the home cannot be locked although nobody has locked it, as on a file system that knows no locks; empty
+     * when it is locked, by this process or another.
      */
     Optional<String> problem() {
         return Optional.ofNullable(problem);

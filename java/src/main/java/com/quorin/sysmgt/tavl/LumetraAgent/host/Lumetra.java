@@ -29,16 +29,7 @@ public final class Lumetra implements Runnable {
     @Spec
     private CommandSpec spec;
 
-    /** Creates the program; picocli adds the commands. */
-    public Lumetra() {
-        // nothing to hold
-    }
-
-    /**
-     * Runs a command and ends the process with its exit code.
-     *
-     * @param args the command line
-     */
+    /** Runs a command and ends the process with its exit code. */
     public static void main(String[] args) {
         try {
             CommandLine line = commandLine();
@@ -53,11 +44,7 @@ public final class Lumetra implements Runnable {
         }
     }
 
-    /**
-     * The command line, which answers a mistake with one line and not with the whole usage text.
-     *
-     * @return the command line, ready to be executed
-     */
+    /** The command line, which answers a mistake with one line and not with the whole usage text. */
     static CommandLine commandLine() {
         CommandLine line = new CommandLine(new Lumetra());
         line.setColorScheme(Terminal.ofThisProcess().colours());

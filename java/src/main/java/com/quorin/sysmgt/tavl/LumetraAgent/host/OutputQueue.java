@@ -30,6 +30,32 @@ final class OutputQueue {
 
     private record Line(OutputStream target, byte[] bytes) {}
 
+    /** Cuts what is printed into lines. */
+    private final class Lines extends OutputStream {
+        private final OutputStream target;
+        private final ByteArrayOutputStream begun = new ByteArrayOutputStream();
+
+        Lines(OutputStream target) {
+            this.target = target;
+        }
+
+        @Override
+        public void write(int b) {
+            write(new byte[] {(byte) b}, 0, 1);
+        }
+
+        @Override
+        public synchronized void write(byte[] bytes, int from, int count) {
+            for (int i = from; i < from + count; i++) {
+                begun.write(bytes[i]);
+                if (bytes[i] == '\n' || begun.size() >= LONGEST_PIECE) {
+                    offer(target, begun.toByteArray());
+                    begun.reset();
+                }
+            }
+        }
+    }
+
     private final Deque<Line> lines = new ArrayDeque<>();
     private int waiting;
     private long leftOut;
@@ -41,7 +67,6 @@ final class OutputQueue {
     /**
      * Starts a queue.
      *
-     * @return the queue
      * @throws OutOfMemoryError when there is no thread to be had
      */
     static OutputQueue start() {
@@ -52,23 +77,12 @@ final class OutputQueue {
         return queue;
     }
 
-    /**
-     * A stream whose lines wait in this queue.
-     *
-     * @param target  where they go in the end
-     * @param charset how characters become bytes
-     * @return the stream; it never blocks and never fails
-     */
+    /** A stream whose lines wait in this queue until they go to the target. It never blocks and never fails. */
     PrintStream to(OutputStream target, Charset charset) {
         return new PrintStream(new Lines(target), true, charset);
     }
 
-    /**
-     * Waits until everything is written.
-     *
-     * @param longest how long at most
-     * @return whether everything is; false when nobody reads it
-     */
+    /** Waits until everything is written, at most so long; false when nobody reads it. */
     synchronized boolean drain(Duration longest) {
         long end = System.nanoTime() + longest.toNanos();
         while (isWriting || !lines.isEmpty() || leftOut > 0) {
@@ -152,32 +166,6 @@ final class OutputQueue {
             wait();
         } catch (InterruptedException e) {
             // nobody has a reason to interrupt this thread; lines go on
-        }
-    }
-
-    /** Cuts what is printed into lines. */
-    private final class Lines extends OutputStream {
-        private final OutputStream target;
-        private final ByteArrayOutputStream begun = new ByteArrayOutputStream();
-
-        Lines(OutputStream target) {
-            this.target = target;
-        }
-
-        @Override
-        public void write(int b) {
-            write(new byte[] {(byte) b}, 0, 1);
-        }
-
-        @Override
-        public synchronized void write(byte[] bytes, int from, int count) {
-            for (int i = from; i < from + count; i++) {
-                begun.write(bytes[i]);
-                if (bytes[i] == '\n' || begun.size() >= LONGEST_PIECE) {
-                    offer(target, begun.toByteArray());
-                    begun.reset();
-                }
-            }
         }
     }
 }

@@ -29,6 +29,26 @@ final class PageOptions {
     private static final Pattern NAME = Pattern.compile("[A-Za-z0-9_]([A-Za-z0-9._-]{0,251}[A-Za-z0-9_.])?");
     private static final Path OWN_NAME = Path.of("/proc/sys/kernel/hostname");
 
+    /** The port of a page, or 0. */
+    static final class Port extends WholeNumber {
+        Port() {
+            super("a port from 0 to " + AgentAddress.LARGEST_PORT, 0, AgentAddress.LARGEST_PORT);
+        }
+    }
+
+    /** The name of a machine. */
+    static final class Name implements ITypeConverter<String> {
+
+        @Override
+        public String convert(String text) {
+            if (!NAME.matcher(text).matches()) {
+                throw new TypeConversionException(
+                        "expected the name of a machine, without port, got \"" + text + "\"");
+            }
+            return text;
+        }
+    }
+
     @Option(names = "--port", paramLabel = "N", defaultValue = "" + AgentAddress.DEFAULT_PORT, converter = Port.class,
             description = "The page's port, 1 to 65535; 0 for no page. Default: ${DEFAULT-VALUE}.")
     private int port;
@@ -43,37 +63,6 @@ final class PageOptions {
                     + "IP addresses, localhost and the name after --listen are always allowed.")
     private List<String> allowed = new ArrayList<>();
 
-    /** The port of a page, or 0. */
-    static final class Port extends WholeNumber {
-        /** Creates the converter. */
-        Port() {
-            super("a port from 0 to " + AgentAddress.LARGEST_PORT, 0, AgentAddress.LARGEST_PORT);
-        }
-    }
-
-    /** The name of a machine. */
-    static final class Name implements ITypeConverter<String> {
-
-        /** Creates the converter. */
-        Name() {
-            // nothing to hold
-        }
-
-        @Override
-        public String convert(String text) {
-            if (!NAME.matcher(text).matches()) {
-                throw new TypeConversionException(
-                        "expected the name of a machine, without port, got \"" + text + "\"");
-            }
-            return text;
-        }
-    }
-
-    /** Creates the default options. */
-    PageOptions() {
-        // picocli fills in the options
-    }
-
     /**
      * Refuses values that can never be right.
      *
@@ -86,22 +75,12 @@ final class PageOptions {
         }
     }
 
-    /**
-     * Whether there is to be a page.
-     *
-     * @return false for port 0
-     */
+    /** Whether there is to be a page: not with port 0. */
     boolean isWanted() {
         return port != 0;
     }
 
-    /**
-     * Starts the page, and says where it is or why it is not there.
-     *
-     * @param view what may be seen of the agent
-     * @param out  receives the line
-     * @return the server; empty when it cannot listen
-     */
+    /** Starts the page, and says where it is or why it is not there; empty when it cannot listen. */
     Optional<WebServer> open(AgentView view, PrintStream out) {
         try {
             InetAddress address = InetAddress.getByName(listen);

@@ -16,9 +16,8 @@ final class ResourceReport {
     private ResourceReport() {}
 
     /**
-     * The report on the resources of one cycle.
-     *
-     * @return a heading and one line for each resource, in their order, without control characters
+     * The report on the resources of one cycle: a heading and one line for each, in their order, without control
+     * characters.
      */
     static List<String> lines(List<RunResource> resources) {
         List<Row> rows = resources.stream().map(ResourceReport::row).toList();

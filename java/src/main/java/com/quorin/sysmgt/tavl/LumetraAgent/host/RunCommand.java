@@ -117,27 +117,13 @@ final class RunCommand implements Callable<Integer> {
     private Integer exitCode;
     private volatile int hostCode;
 
-    /** Creates the command with its default options. */
-    RunCommand() {
-        // picocli fills in the options
-    }
-
-    /**
-     * Takes note that the command has returned, before the process ends with its code.
-     *
-     * @param code the exit code
-     */
+    /** Takes note that the command has returned, before the process ends with its code. */
     void leaveWith(int code) {
         hostCode = code;
         // a host that failed leaves an agent behind, which is stopped in order like on a signal
         left.set(run == null || run.hasEnded());
     }
 
-    /**
-     * Runs the agent until it ends.
-     *
-     * @return the exit code
-     */
     @Override
     public Integer call() {
         checkOptions();
@@ -434,11 +420,11 @@ final class RunCommand implements Callable<Integer> {
     }
 
     /**
-     * The exit code of a run that is over.
+     * The exit code of a run that is over: 0 for an end that was asked for, 1 for any other, also for one in the
+     * middle of a failing start.
      *
      * @param cycles how many cycles it completed; empty when nobody could tell
      * @param fatals how many failures it told
-     * @return 0 for an end that was asked for, 1 for any other, also for one in the middle of a failing start
      */
     static int exitCode(AgentRun run, OptionalLong cycles, long fatals) {
         boolean neverStarted = cycles.orElse(1) == 0 && fatals > 0;

@@ -21,7 +21,7 @@ public final class HostCheck {
     private final Set<String> names = new TreeSet<>();
 
     /**
-     * Makes the list of names; "localhost" and all IP addresses are always on it.
+     * "localhost" and all IP addresses are always allowed.
      *
      * @param more further names of this machine
      */
@@ -31,10 +31,9 @@ public final class HostCheck {
     }
 
     /**
-     * Whether a request may be answered.
+     * Whether a request may be answered: it has exactly one Host header, and this means this machine.
      *
-     * @param headers the values of all its Host headers; null for none
-     * @return true when there is exactly one and it means this machine
+     * @param headers null for none
      */
     boolean allows(List<String> headers) {
         if (headers == null || headers.size() != 1 || headers.get(0) == null) {

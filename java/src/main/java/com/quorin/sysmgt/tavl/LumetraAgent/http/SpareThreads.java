@@ -16,10 +16,8 @@ public final class SpareThreads {
     private SpareThreads() {}
 
     /**
-     * Starts idle threads.
+     * Starts so many idle threads.
      *
-     * @param count how many
-     * @return the threads
      * @throws OutOfMemoryError when so many cannot be started; none of them stays then
      */
     public static SpareThreads hold(int count) {

@@ -39,11 +39,7 @@ public final class StaticFiles {
 
     private StaticFiles() {}
 
-    /**
-     * Reads all files from the program's archive.
-     *
-     * @return the contents by path
-     */
+    /** Reads all files from the program's archive, by path. */
     public static Map<String, WebContent> load() {
         Map<String, WebContent> contents = new LinkedHashMap<>();
         TYPES.forEach((name, type) -> {

@@ -28,12 +28,7 @@ public final class WebContent {
     private final boolean isNegotiated;
     private volatile byte[] compressed;
 
-    /**
-     * Takes the content over; the array must not change any more.
-     *
-     * @param type  the content type
-     * @param bytes the content
-     */
+    /** Takes the content over; the array must not change any more. */
     public WebContent(String type, byte[] bytes) {
         this(type, bytes, false);
     }
@@ -45,13 +40,7 @@ public final class WebContent {
         this.tag = fingerprint(bytes);
     }
 
-    /**
-     * Content whose form depends on what the client accepts.
-     *
-     * @param type  the content type
-     * @param bytes the content
-     * @return the content
-     */
+    /** Content whose form depends on what the client accepts. */
     public static WebContent negotiated(String type, byte[] bytes) {
         return new WebContent(type, bytes, true);
     }
@@ -65,38 +54,21 @@ public final class WebContent {
         }
     }
 
-    /**
-     * The content type.
-     *
-     * @return the header's value
-     */
     public String type() {
         return type;
     }
 
-    /**
-     * The size.
-     *
-     * @return bytes of the uncompressed form
-     */
+    /** The size of the uncompressed form in bytes. */
     public int size() {
         return bytes.length;
     }
 
-    /**
-     * Whether a compressed form is worth its sending.
-     *
-     * @return true above {@value #LARGEST_PLAIN} bytes
-     */
+    /** Whether a compressed form is worth its sending: above {@value #LARGEST_PLAIN} bytes. */
     boolean isCompressible() {
         return bytes.length > LARGEST_PLAIN;
     }
 
-    /**
-     * Which headers of a request decide what is sent.
-     *
-     * @return the header's value; empty for none
-     */
+    /** The value of the header that tells which headers of a request decide what is sent; empty for none. */
     String vary() {
         if (isNegotiated) {
             return "Accept, Accept-Encoding";
@@ -104,12 +76,7 @@ public final class WebContent {
         return isCompressible() ? "Accept-Encoding" : "";
     }
 
-    /**
-     * The bytes to send.
-     *
-     * @param zipped whether the client takes gzip
-     * @return the content, compressed if that was asked for
-     */
+    /** The bytes to send, compressed if that is asked for. */
     public byte[] bytes(boolean zipped) {
         if (!zipped) {
             return bytes;
@@ -132,12 +99,7 @@ public final class WebContent {
         return out.toByteArray();
     }
 
-    /**
-     * The entity tag; the two forms have different bytes and so different tags.
-     *
-     * @param zipped which form
-     * @return the header's value, quotation marks included
-     */
+    /** The entity tag, quotation marks included; the two forms have different bytes and so different tags. */
     public String etag(boolean zipped) {
         return '"' + tag + (zipped ? "-gzip\"" : "\"");
     }
@@ -145,8 +107,7 @@ public final class WebContent {
     /**
      * Whether a client's If-None-Match names this content, in either form.
      *
-     * @param header the header's value; null for none
-     * @return whether the client has it already
+     * @param header null for none
      */
     boolean isKnownTo(String header) {
         if (header == null) {

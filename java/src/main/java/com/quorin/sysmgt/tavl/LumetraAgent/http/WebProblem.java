@@ -11,9 +11,9 @@ public final class WebProblem extends Exception {
     private final int status;
 
     /**
-     * Describes the answer.
+     * An answer.
      *
-     * @param status  the HTTP status
+     * @param status  400 to 599
      * @param message one sentence
      */
     public WebProblem(int status, String message) {
@@ -21,11 +21,6 @@ public final class WebProblem extends Exception {
         this.status = status;
     }
 
-    /**
-     * The HTTP status.
-     *
-     * @return 400 to 599
-     */
     public int status() {
         return status;
     }

@@ -9,9 +9,8 @@ public interface WebRoute {
     /**
      * Answers a request.
      *
-     * @param path  the path as it was sent, percent signs and all
-     * @param query the query as it was sent, without its question mark; null for none
-     * @return the content
+     * @param path  as it was sent, percent signs and all
+     * @param query as it was sent, without its question mark; null for none
      * @throws WebProblem when the answer is an error
      */
     WebContent answer(String path, String query) throws WebProblem;
@@ -19,22 +18,13 @@ public interface WebRoute {
     /**
      * Answers a request in the form that its sender prefers, where there are several.
      *
-     * @param path     the path as it was sent
-     * @param query    the query as it was sent; null for none
      * @param accepted the Accept headers
-     * @return the content
-     * @throws WebProblem when the answer is an error
      */
     default WebContent answer(String path, String query, List<String> accepted) throws WebProblem {
         return answer(path, query);
     }
 
-    /**
-     * A route whose content takes no query and is the same for ever.
-     *
-     * @param content the content
-     * @return the route
-     */
+    /** A route whose content takes no query and is the same for ever. */
     static WebRoute fixed(WebContent content) {
         return (path, query) -> {
             refuseQuery(query);
@@ -45,7 +35,7 @@ public interface WebRoute {
     /**
      * Refuses a query where none is taken.
      *
-     * @param query the query; null for none
+     * @param query null for none
      * @throws WebProblem 400 for any query
      */
     static void refuseQuery(String query) throws WebProblem {

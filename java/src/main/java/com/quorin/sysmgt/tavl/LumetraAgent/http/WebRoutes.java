@@ -13,30 +13,13 @@ public final class WebRoutes implements WebRoute {
     private final Map<String, WebRoute> exact = new LinkedHashMap<>();
     private final Map<String, WebRoute> families = new LinkedHashMap<>();
 
-    /** Starts an empty table. */
-    public WebRoutes() {
-        // rows are added before the server starts
-    }
-
-    /**
-     * Adds a path.
-     *
-     * @param path  the path, exactly
-     * @param route what answers it
-     * @return this table
-     */
+    /** Adds a path, exactly as it is sent. */
     public WebRoutes add(String path, WebRoute route) {
         exact.put(path, route);
         return this;
     }
 
-    /**
-     * Adds all paths that start alike and are not in the table themselves.
-     *
-     * @param prefix the start
-     * @param route  what answers them
-     * @return this table
-     */
+    /** Adds all paths that start alike and are not in the table themselves. */
     public WebRoutes addFamily(String prefix, WebRoute route) {
         families.put(prefix, route);
         return this;

@@ -89,22 +89,6 @@ public final class WebServer implements AutoCloseable {
         });
     }
 
-    /**
-     * Without descriptors the JDK's server cannot accept a waiting client, and tries again at once, for as
-     * long as the client waits: a whole processor. The only sign of it is a message to its log, in its own
-     * thread, which is kept back for a moment here.
-     */
-    private static boolean paceRetries(LogRecord message) {
-        if (message.getThrown() instanceof IOException && "Dispatcher (4)".equals(message.getMessage())) {
-            try {
-                Thread.sleep(RETRY_MILLIS);
-            } catch (InterruptedException e) {
-                Thread.currentThread().interrupt();
-            }
-        }
-        return message.getLevel().intValue() >= Level.WARNING.intValue();
-    }
-
     /** Not private so that a test can put one there that fails. */
     HttpServer server;
     private final ThreadPoolExecutor pool;
@@ -137,13 +121,27 @@ public final class WebServer implements AutoCloseable {
     }
 
     /**
-     * Starts a server.
+     * Without descriptors the JDK's server cannot accept a waiting client, and tries again at once, for as
+     * long as the client waits: a whole processor. The only sign of it is a message to its log, in its own
+     * thread, which is kept back for a moment here.
+     */
+    private static boolean paceRetries(LogRecord message) {
+        if (message.getThrown() instanceof IOException && "Dispatcher (4)".equals(message.getMessage())) {
+            try {
+                Thread.sleep(RETRY_MILLIS);
+            } catch (InterruptedException e) {
+                Thread.currentThread().interrupt();
+            }
+        }
+        return message.getLevel().intValue() >= Level.WARNING.intValue();
+    }
+
+    /**
+     * Starts a server, which answers already when this returns.
      *
-     * @param address    where it listens; port 0 lets the system choose one
-     * @param routes     what answers a path
+     * @param address    port 0 lets the system choose one
      * @param hosts      the names of this machine
      * @param complaints where an unexpected failure is told, at most once a minute
-     * @return the server, which answers already
      * @throws IOException when it cannot listen there
      */
     public static WebServer start(InetSocketAddress address, WebRoute routes, HostCheck hosts,
@@ -199,9 +197,8 @@ public final class WebServer implements AutoCloseable {
     }
 
     /**
-     * Whether a thread of the server has failed, as for want of memory.
-     *
-     * @return true when it may have lost something, and is best closed and started anew
+     * Whether a thread of the server has failed, as for want of memory: it may have lost something, and is best
+     * closed and started anew.
      */
     public boolean isBroken() {
         return broken;
@@ -235,21 +232,11 @@ public final class WebServer implements AutoCloseable {
         }
     }
 
-    /**
-     * Where the server listens.
-     *
-     * @return address and port
-     */
     public InetSocketAddress address() {
         return server.getAddress();
     }
 
-    /**
-     * An address and port as they stand in a URL.
-     *
-     * @param address the address
-     * @return the text, an IPv6 address in brackets
-     */
+    /** An address and port as they stand in a URL, an IPv6 address in brackets. */
     public static String inUrl(InetSocketAddress address) {
         InetAddress ip = address.getAddress();
         String host = ip instanceof Inet6Address ? "[" + ip.getHostAddress() + "]" : address.getHostString();

@@ -19,21 +19,13 @@ enum MetricsFormat {
         this.contentType = contentType;
     }
 
-    /**
-     * The form as HTTP names it.
-     *
-     * @return the content type
-     */
     String contentType() {
         return contentType;
     }
 
     /**
-     * The form that a client prefers.
-     *
-     * @param accepted its Accept headers
-     * @return OpenMetrics when it is named and nothing is preferred to it, otherwise the classic form, which
-     *         also goes to those who want neither
+     * The form that a client's Accept headers prefer: OpenMetrics when it is named and nothing is preferred to it,
+     * otherwise the classic form, which also goes to those who want neither.
      */
     static MetricsFormat wantedBy(List<String> accepted) {
         double open = 0;

@@ -18,20 +18,14 @@ public final class MetricsHealth {
 
     private MetricsHealth() {}
 
-    /**
-     * The answer that the process lives.
-     *
-     * @return the route
-     */
+    /** The answer that the process lives. */
     public static WebRoute healthy() {
         return WebRoute.fixed(text("Lumetra Agent is healthy.\n"));
     }
 
     /**
-     * Whether the agent runs and its newest cycle is at most three periods old.
-     *
-     * @param view what may be seen of the agent
-     * @return the route, which answers 503 with the reason when it is not
+     * Whether the agent runs and its newest cycle is at most three periods old; answers 503 with the reason when it
+     * is not.
      */
     public static WebRoute ready(AgentView view) {
         WebContent ready = text("Lumetra Agent is ready.\n");

@@ -22,16 +22,8 @@ final class MetricsNames {
 
     private Map<Integer, Given> given = new HashMap<>();
 
-    /** Nothing has labels yet. */
-    MetricsNames() {
-        // the map is there
-    }
-
     /**
-     * Gives every resource its labels; those that had theirs keep them while their names are the same.
-     *
-     * @param resources the resources
-     * @return the labels by the resources' numbers
+     * The labels of all resources by their numbers. Those that had theirs keep them while their names are the same.
      */
     Map<Integer, String> of(List<Snapshot.Resource> resources) {
         Map<Integer, Given> next = new HashMap<>();

@@ -18,18 +18,13 @@ public final class MetricsPage implements WebRoute {
     /** Where the metrics are. */
     public static final String PATH = "/metrics";
 
+    /** The bytes, and what they were made from. */
+    private record Answer(Snapshot snapshot, long told, WebContent content) {}
+
     private final AgentView view;
     private final MetricsNames names = new MetricsNames();
     private final Map<MetricsFormat, Answer> answers = new EnumMap<>(MetricsFormat.class);
 
-    /** The bytes, and what they were made from. */
-    private record Answer(Snapshot snapshot, long told, WebContent content) {}
-
-    /**
-     * Answers from a view.
-     *
-     * @param view what may be seen of the agent
-     */
     public MetricsPage(AgentView view) {
         this.view = view;
     }

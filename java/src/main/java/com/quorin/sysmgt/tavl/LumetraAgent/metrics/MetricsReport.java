@@ -34,13 +34,9 @@ final class MetricsReport {
     }
 
     /**
-     * Writes the metrics.
+     * The metrics as bytes of UTF-8.
      *
-     * @param format   the form
-     * @param snapshot how the agent stands
-     * @param events   its events
-     * @param names    gives the resources their labels
-     * @return the text
+     * @param names gives the resources their labels, and remembers which
      */
     static byte[] write(MetricsFormat format, Snapshot snapshot, EventCounts events, MetricsNames names) {
         MetricsText out = new MetricsText(format);

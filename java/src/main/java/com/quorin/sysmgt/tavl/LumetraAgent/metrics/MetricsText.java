@@ -10,6 +10,9 @@ import java.util.Locale;
 /** Writes metrics, family by family, in one of the two forms. */
 final class MetricsText {
 
+    /** The metrics of thousands of resources are megabytes: they are encoded piece by piece. */
+    private static final int PIECE = 64 * 1024;
+
     /** The types of families that the agent has. */
     enum Type {
         /** A value that goes up and down. */
@@ -22,19 +25,11 @@ final class MetricsText {
         INFO
     }
 
-    /** The metrics of thousands of resources are megabytes: they are encoded piece by piece. */
-    private static final int PIECE = 64 * 1024;
-
     private final MetricsFormat format;
     private final StringBuilder out = new StringBuilder();
     private final List<byte[]> pieces = new ArrayList<>();
     private String name = "";
 
-    /**
-     * Starts an empty text.
-     *
-     * @param format the form
-     */
     MetricsText(MetricsFormat format) {
         this.format = format;
     }
@@ -43,7 +38,6 @@ final class MetricsText {
      * Starts a family.
      *
      * @param newName its name, as its samples have it
-     * @param type    its type
      * @param unit    the unit that its name ends with; empty for none
      * @param help    what it tells, in one line without backslashes and quotation marks
      */
@@ -68,20 +62,13 @@ final class MetricsText {
     /**
      * A sample of the present family.
      *
-     * @param labels its labels, see {@link #labels}; empty for none
-     * @param value  its value
+     * @param labels see {@link #labels}; empty for none
      */
     void sample(String labels, double value) {
         sample("", labels, value);
     }
 
-    /**
-     * A sample whose name is longer than its family's.
-     *
-     * @param suffix what the name has at its end
-     * @param labels its labels; empty for none
-     * @param value  its value
-     */
+    /** A sample whose name is longer than its family's, by a suffix. */
     void sample(String suffix, String labels, double value) {
         out.append(name).append(suffix);
         if (!labels.isEmpty()) {
@@ -98,12 +85,7 @@ final class MetricsText {
         out.setLength(0);
     }
 
-    /**
-     * Labels as they stand between the braces.
-     *
-     * @param namesAndValues names and values in turn
-     * @return the text
-     */
+    /** Labels as they stand between the braces, of names and values in turn. */
     static String labels(String... namesAndValues) {
         StringBuilder text = new StringBuilder();
         for (int i = 0; i < namesAndValues.length; i += 2) {
@@ -128,11 +110,7 @@ final class MetricsText {
         return new BigDecimal(Double.toString(value)).stripTrailingZeros().toPlainString();
     }
 
-    /**
-     * The finished text.
-     *
-     * @return the bytes
-     */
+    /** The finished text in UTF-8. */
     byte[] bytes() {
         out.append(format == MetricsFormat.OPEN ? "# EOF\n" : "");
         encode();

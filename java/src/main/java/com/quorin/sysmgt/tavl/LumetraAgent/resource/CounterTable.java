@@ -11,8 +11,6 @@ import java.util.stream.Collectors;
  */
 public record CounterTable(List<Counter> counters, List<Report> reports) {
 
-    private static volatile CounterTable current;
-
     /**
      * One thing that the agent can count.
      *
@@ -37,6 +35,8 @@ public record CounterTable(List<Counter> counters, List<Report> reports) {
      * @param words       the same, behind a number
      */
     public record Report(String displayName, String measure, String words) {}
+
+    private static volatile CounterTable current;
 
     /** The table of the library, which must have been loaded. */
     public static CounterTable current() {

@@ -1,6 +1,6 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.resource;
 
-/** The objects whose declarations stand for many resources. What can be counted of them is in the {@link CounterTable}. */
+/** The objects whose declarations stand for many resources; the {@link CounterTable} has what is counted of them. */
 public final class Counters {
 
     /** Every mounted file system. */

@@ -10,16 +10,11 @@ import java.util.Optional;
 public interface Feed {
 
     /**
-     * Waits for a publication whose serial is above {@code after}, at most so long; not at all for no time.
-     *
-     * @return the newest publication; empty when none came in time
+     * The newest publication, as soon as its serial is above {@code after}; empty when none came in so long. For no
+     * time it does not wait.
      */
     Optional<Publication> await(long after, Duration patience);
 
-    /**
-     * The curves of a resource as of now, at once.
-     *
-     * @return empty when the agent has no such resource, or does not run
-     */
+    /** The curves of a resource as of now, at once; empty when the agent has no such resource, or does not run. */
     Optional<Curves> curves(int id);
 }

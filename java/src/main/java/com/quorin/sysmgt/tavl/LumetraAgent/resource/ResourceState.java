@@ -31,30 +31,18 @@ public enum ResourceState {
         this.words = words;
     }
 
-    /**
-     * The state as programs read it.
-     *
-     * @return lower-case words joined by hyphens
-     */
+    /** The state as programs read it: lower-case words joined by hyphens. */
     @JsonValue
     public String id() {
         return id;
     }
 
-    /**
-     * The state as people read it.
-     *
-     * @return words
-     */
+    /** The state as people read it. */
     public String words() {
         return words;
     }
 
-    /**
-     * Whether the resource runs out or has run out.
-     *
-     * @return true for the first three states
-     */
+    /** Whether the resource runs out or has run out: the first three states. */
     public boolean isUrgent() {
         return this == AT_LIMIT || this == FORECAST || this == PENDING;
     }

@@ -21,17 +21,6 @@ import java.util.Map;
  */
 public record Snapshot(Agent agent, List<Resource> resources, List<LeftOut> leftOut, @JsonIgnore Measures measures) {
 
-    /** A snapshot of an agent that watches all and has measured nothing of itself. */
-    public Snapshot(Agent agent, List<Resource> resources) {
-        this(agent, resources, List.of(), null);
-    }
-
-    /** The JSON has no measures, and that of an older agent does not say what it leaves out. */
-    public Snapshot {
-        leftOut = leftOut == null ? List.of() : leftOut;
-        measures = measures == null ? new Measures(0, 0, Map.of()) : measures;
-    }
-
     /**
      * What the agent measures of its own work, and how events name its resources.
      *
@@ -91,12 +80,12 @@ public record Snapshot(Agent agent, List<Resource> resources, List<LeftOut> left
     /**
      * Which resource it is.
      *
-     * @param id         its number, the same across restarts
-     * @param resource   display name
-     * @param instance   device, blank and mount point for a disk; empty for a system-wide resource
-     * @param device     device of a disk
-     * @param mountpoint mount point of a disk
-     * @param counter    as the declaration has it
+     * @param id           its number, the same across restarts
+     * @param resource     the display name
+     * @param instance     device, blank and mount point for a disk; empty for a system-wide resource
+     * @param device       null for what is no disk
+     * @param mountpoint   null for what is no disk
+     * @param counter      as the declaration has it
      * @param counterWords what is counted, for people; null for what the agent has no counter for
      */
     public record Identity(int id, String resource, String instance, String device, String mountpoint, String counter,
@@ -105,7 +94,7 @@ public record Snapshot(Agent agent, List<Resource> resources, List<LeftOut> left
     /**
      * What was read.
      *
-     * @param value    newest value, per cent of the limit in use
+     * @param value    the newest, per cent of the limit in use
      * @param capacity what 100 per cent stand for, in words ("95.7 GiB")
      * @param limit    the limit that is forecast against, per cent
      * @param samples  samples that the forecast can use, those of earlier runs that it resumed with included; at
@@ -116,19 +105,15 @@ public record Snapshot(Agent agent, List<Resource> resources, List<LeftOut> left
     /**
      * How it stands.
      *
-     * @param stateText the state in words
-     * @param note      one sentence that explains the state where it needs explaining
+     * @param note one sentence that explains the state where it needs explaining
      */
     public record Standing(ResourceState state, String stateText, String note) {}
 
     /**
      * What is forecast. Times are seconds since the epoch.
      *
-     * @param firstForecastAt     when the first forecast can come; null once there is one or when none can
-     *                            come
-     * @param secondsToExhaustion seconds from {@code forecastAt} to the forecast exhaustion
-     * @param exhaustionAt        the moment of the forecast exhaustion
-     * @param model               the model that was chosen
+     * @param firstForecastAt     when the first forecast can come; null once there is one or when none can come
+     * @param secondsToExhaustion from {@code forecastAt} on
      * @param notificationLevel   value from which on events go out, per cent
      * @param forecastAt          when the forecast was made
      */
@@ -176,5 +161,16 @@ public record Snapshot(Agent agent, List<Resource> resources, List<LeftOut> left
                     context.readTreeAsValue(members, Forecast.class),
                     context.readTreeAsValue(members, Track.class));
         }
+    }
+
+    /** The JSON has no measures, and that of an older agent does not say what it leaves out. */
+    public Snapshot {
+        leftOut = leftOut == null ? List.of() : leftOut;
+        measures = measures == null ? new Measures(0, 0, Map.of()) : measures;
+    }
+
+    /** A snapshot of an agent that watches all and has measured nothing of itself. */
+    public Snapshot(Agent agent, List<Resource> resources) {
+        this(agent, resources, List.of(), null);
     }
 }

@@ -6,12 +6,12 @@ package com.quorin.sysmgt.tavl.LumetraAgent.resource;
  * @param id                  the resource's number
  * @param source              "forecast", or as long as there is none "history": samples, earlier runs included
  * @param forecastAt          when the forecast was made, seconds since the epoch; null without one
- * @param model               the model that was chosen; null without a forecast
- * @param secondsToExhaustion seconds from {@code forecastAt} to the forecast exhaustion; null for none
+ * @param model               null without a forecast
+ * @param secondsToExhaustion from {@code forecastAt} on; null for none
  * @param notificationLevel   value from which on events go out, per cent; null without exhaustion
- * @param limit               the limit, per cent; null for none
- * @param samples             the samples, oldest first
- * @param forecast            the forecast; null without one
+ * @param limit               per cent; null for none
+ * @param samples             oldest first
+ * @param forecast            null without one
  * @param announcements       of the last day: {@code times} when, {@code values} the moment of exhaustion that was
  *                            announced then, both in seconds since the epoch; null where nothing was announced
  */

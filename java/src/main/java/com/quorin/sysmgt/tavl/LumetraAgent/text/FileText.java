@@ -20,10 +20,8 @@ public final class FileText {
     private FileText() {}
 
     /**
-     * The path that a text of bytes names.
-     *
-     * @param bytes one character for each byte
-     * @return the path; one that cannot exist when Java cannot spell the name
+     * The path that a text of bytes, one character for each, names; one that cannot exist when Java cannot spell the
+     * name.
      */
     public static Path path(String bytes) {
         try {
@@ -39,10 +37,8 @@ public final class FileText {
     }
 
     /**
-     * The file's content, one character per byte.
-     *
-     * @param file the file
-     * @return the content; empty when the file cannot be read or is larger than {@link #LARGEST}
+     * The file's content, one character per byte; empty when the file cannot be read or is larger than {@link
+     * #LARGEST}.
      */
     public static Optional<String> read(Path file) {
         try (InputStream in = Files.newInputStream(file)) {
@@ -57,14 +53,9 @@ public final class FileText {
     }
 
     /**
-     * A part of an open file.
+     * A part of an open file as text.
      *
-     * @param channel the file
-     * @param start   where the part begins
-     * @param end     where it ends, unless the file ends before
-     * @param charset how its bytes are read
-     * @return the text
-     * @throws IOException when it cannot be read
+     * @param end where the part ends, unless the file ends before
      */
     public static String part(FileChannel channel, long start, long end, Charset charset) throws IOException {
         ByteBuffer bytes = ByteBuffer.allocate((int) (end - start));

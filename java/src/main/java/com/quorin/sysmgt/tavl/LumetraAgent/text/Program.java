@@ -17,21 +17,10 @@ public final class Program {
     /** Exit code of an agent that lacks threads or memory. */
     public static final int TOO_LITTLE = 6;
 
-    private Program() {}
-
     /** The version that the build wrote into the program's archive. */
     public static final class Version implements IVersionProvider {
 
-        /** Creates the provider; picocli does so by itself. */
-        public Version() {
-            // nothing to hold
-        }
-
-        /**
-         * The version of the build.
-         *
-         * @return the number, or "(development)" outside an archive
-         */
+        /** The number that the build gave, or "(development)" outside an archive. */
         public static String text() {
             String version = Program.class.getPackage().getImplementationVersion();
             return version == null ? "(development)" : version;
@@ -42,4 +31,6 @@ public final class Program {
             return new String[] {"Lumetra Agent " + text()};
         }
     }
+
+    private Program() {}
 }

@@ -18,10 +18,8 @@ public final class Words {
     private Words() {}
 
     /**
-     * A duration rounded to what matters at its size: "45 s", "33 min", "2 h 15 min", "3 days 4 h".
-     *
-     * @param duration the duration; a negative one is taken for zero
-     * @return the text
+     * A duration rounded to what matters at its size: "45 s", "33 min", "2 h 15 min", "3 days 4 h". A negative one is
+     * taken for zero.
      */
     public static String ofDuration(Duration duration) {
         long seconds = Math.max(0, duration.getSeconds());
@@ -43,12 +41,7 @@ public final class Words {
         return rest == 0 ? main : main + " " + rest + " " + unit;
     }
 
-    /**
-     * A number of bytes in the largest binary unit that leaves at least one: "512 bytes", "95.7 GiB".
-     *
-     * @param bytes the number of bytes
-     * @return the text
-     */
+    /** A number of bytes in the largest binary unit that leaves at least one: "512 bytes", "95.7 GiB". */
     public static String ofBytes(double bytes) {
         double rest = bytes;
         int unit = 0;
@@ -61,11 +54,10 @@ public final class Words {
     }
 
     /**
-     * Text from a file, kept as one character per byte, as readable text: valid UTF-8 is decoded, every other
-     * byte and every control character is shown as an escape.
+     * A text of bytes as readable text without control characters: valid UTF-8 is decoded, every other byte and every
+     * control character is shown as an escape.
      *
      * @param bytes one character, 0 to 255, for each byte
-     * @return text that holds no control characters
      */
     public static String ofBytes(String bytes) {
         CharsetDecoder decoder = StandardCharsets.UTF_8.newDecoder()
@@ -88,11 +80,10 @@ public final class Words {
     }
 
     /**
-     * Text from a file, kept as one character per byte, as the native library hands it to Java: valid UTF-8
-     * is decoded, every other byte becomes U+FFFD.
+     * A text of bytes as the native library hands it to Java, control characters included: valid UTF-8 is decoded,
+     * every other byte becomes U+FFFD.
      *
      * @param bytes one character, 0 to 255, for each byte
-     * @return the text, control characters included
      */
     public static String asFromLibrary(String bytes) {
         CharsetDecoder decoder = StandardCharsets.UTF_8.newDecoder();
@@ -116,11 +107,8 @@ public final class Words {
     }
 
     /**
-     * Text without anything that could move the cursor, start a line or reverse the reading order: such
-     * characters are shown as escapes ("\n", "\x1b", "\u202e").
-     *
-     * @param text any text; null is shown as an empty one
-     * @return text that holds no control characters
+     * Text without anything that could move the cursor, start a line or reverse the reading order: such characters
+     * are shown as escapes ("\n", "\x1b", "\u202e"). Null is shown as an empty text.
      */
     public static String printable(String text) {
         if (text == null) {
@@ -154,12 +142,7 @@ public final class Words {
                 || type == Character.LINE_SEPARATOR || type == Character.PARAGRAPH_SEPARATOR;
     }
 
-    /**
-     * The path that a text of bytes names, as Java spells it.
-     *
-     * @param bytes one character for each byte
-     * @return the text to make a path of
-     */
+    /** The path that a text of bytes, one character for each, names, as Java spells it. */
     static String toPathText(String bytes) {
         try {
             byte[] raw = bytes.getBytes(StandardCharsets.ISO_8859_1);

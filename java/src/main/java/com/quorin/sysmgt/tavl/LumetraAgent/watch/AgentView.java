@@ -15,49 +15,26 @@ import java.util.Optional;
 public interface AgentView {
 
     /**
-     * The newest snapshot.
-     *
-     * @return the same object until there is something new; before the first cycle one without resources
+     * The newest snapshot: the same object until there is something new; before the first cycle one without
+     * resources.
      */
     Snapshot snapshot();
 
     /**
-     * The chart of one resource, as of its newest forecast or its newest sample.
-     *
-     * @param id the resource's number
-     * @return the chart; empty when there is no such resource
+     * The chart of one resource, as of its newest forecast or its newest sample; empty when there is no such
+     * resource.
      */
     Optional<TrendView> trend(int id);
 
-    /**
-     * The processes that use most of a resource.
-     *
-     * @param id the resource's number
-     * @return the report; empty when there is no such resource
-     */
+    /** The processes that use most of a resource; empty when there is no such resource. */
     Optional<CulpritReport> culprits(int id);
 
-    /**
-     * The newest events, those of earlier runs included.
-     *
-     * @param limit how many at most
-     * @return the events, newest first
-     */
+    /** At most so many of the newest events, newest first, those of earlier runs included. */
     List<Event> events(int limit);
 
-    /**
-     * The newest events of one resource.
-     *
-     * @param id    the resource's number
-     * @param limit how many at most
-     * @return the events, newest first; empty when there is no such resource
-     */
+    /** At most so many of the newest events of one resource, newest first; empty when there is no such resource. */
     Optional<List<Event>> events(int id, int limit);
 
-    /**
-     * How many events there were since the start of the process.
-     *
-     * @return the counts, which grow with every event
-     */
+    /** How many events there were since the start of the process: counts that grow with every event. */
     EventCounts eventCounts();
 }

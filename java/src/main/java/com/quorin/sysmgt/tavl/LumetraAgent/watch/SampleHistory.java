@@ -25,11 +25,7 @@ final class SampleHistory {
     private int start;
     private int size;
 
-    /**
-     * Creates a history without samples.
-     *
-     * @param most how many samples are kept
-     */
+    /** A history without samples that keeps at most so many. */
     SampleHistory(int most) {
         this.most = most;
     }
@@ -70,11 +66,7 @@ final class SampleHistory {
         start = 0;
     }
 
-    /**
-     * The samples from one moment on and before another, in seconds since the epoch.
-     *
-     * @return the curve, oldest first
-     */
+    /** The samples from one moment on and before another, in seconds since the epoch, oldest first. */
     TrendView.Curve between(double from, double before) {
         double[] someTimes = new double[size];
         double[] someValues = new double[size];
@@ -89,11 +81,10 @@ final class SampleHistory {
     }
 
     /**
-     * The short history.
+     * The means of {@link #STRETCHES} stretches; of one only when all samples are of one moment.
      *
-     * @param to     its end, seconds since the epoch
+     * @param to     the end, seconds since the epoch
      * @param window how far it reaches back at most, in seconds
-     * @return the means of {@link #STRETCHES} stretches; one only when all samples are of one moment
      */
     Snapshot.Recent recent(long to, long window) {
         long from = to;

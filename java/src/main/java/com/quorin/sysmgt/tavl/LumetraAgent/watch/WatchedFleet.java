@@ -84,11 +84,10 @@ final class WatchedFleet {
     }
 
     /**
-     * How all resources of this run stand.
+     * How all resources of this run stand, most urgent first.
      *
      * @param stale whether the newest cycle is too old
      * @param track what came of earlier announcements about a resource
-     * @return the resources, most urgent first
      */
     List<Snapshot.Resource> rows(boolean stale,
             BiFunction<TrendReader.Resource, RunResource.Notification, Snapshot.Track> track) {

@@ -12,11 +12,7 @@ final class WatchedResource {
     private long cycle;
     private boolean hasBeenRead;
 
-    /**
-     * A resource of which nothing is known yet.
-     *
-     * @param samples how many samples are kept
-     */
+    /** A resource of which nothing is known yet, and of which at most so many samples are kept. */
     WatchedResource(int samples) {
         history = new SampleHistory(samples);
     }
@@ -24,8 +20,8 @@ final class WatchedResource {
     /**
      * Takes up what the agent says after a cycle; the same cycle once more changes nothing.
      *
-     * @param number the cycle's number in this run
-     * @param time   the cycle's time
+     * @param number of the cycle in this run
+     * @param time   of the cycle
      */
     void take(long number, long time, RunResource said) {
         if (newest == null || !newest.identity().equals(said.identity())) {

@@ -23,7 +23,8 @@ class StatusTableTest {
     private static final Terminal COLOURED = new Terminal(true, Map.of("TERM", "xterm", "COLUMNS", "200"));
 
     private static Snapshot.Resource resource(ResourceState state, String instance, Double seconds, Long at) {
-        return new Snapshot.Resource(new Snapshot.Identity(1, "PercentFreeSpaceUsed", instance, null, null, "counter", null),
+        return new Snapshot.Resource(
+                new Snapshot.Identity(1, "PercentFreeSpaceUsed", instance, null, null, "counter", null),
                 new Snapshot.Reading(12.345, null, 100.0, 137, new Snapshot.Recent(0, 1, new ArrayList<>())),
                 new Snapshot.Standing(state, state.words(), null),
                 new Snapshot.Forecast(null, seconds, at, seconds == null ? null : "Linear",

@@ -115,8 +115,8 @@ class MetricsReportTest {
     @ParameterizedTest
     @CsvSource({"AT_LIMIT,,,0", "AT_LIMIT,10000,13600,0", "FORECAST,10000,13600,3600", "PENDING,9990,9995,0",
         "FORECAST,9990,10010,10", "STALE,10000,13600,3600", "STALE,10000,,+Inf", "STALE,,,NaN",
-        "NO_EXHAUSTION,10000,,+Inf", "NO_EXHAUSTION,,,NaN", "COLLECTING,,,NaN", "UNREADABLE,10000,13600,NaN", "ABSENT,,,NaN",
-        "NO_LIMIT,,,NaN"})
+        "NO_EXHAUSTION,10000,,+Inf", "NO_EXHAUSTION,,,NaN", "COLLECTING,,,NaN", "UNREADABLE,10000,13600,NaN",
+        "ABSENT,,,NaN", "NO_LIMIT,,,NaN"})
     void theTimeThatIsLeftFollowsTheState(
             ResourceState state, Long forecastAt, Long exhaustionAt, String expected) {
         disk(state, forecastAt, exhaustionAt);

@@ -293,7 +293,8 @@ class AgentWatchTest {
         RunState state = GivenResource.state(START, own);
         take(1, new RunState(state.cycle(), state.archive(), new RunState.Settings(home + "/", 10_000, 0, 48, 200),
                 false, List.of(), state.resources()));
-        assertEquals(new CulpritReport(3, "residentMegabytes", "MB resident", null, List.of()), watch.culprits(3).get());
+        assertEquals(new CulpritReport(3, "residentMegabytes", "MB resident", null, List.of()),
+                watch.culprits(3).get());
         Files.writeString(home.resolve("PercentSwapSpaceUsed.cul"), "Top\n\t(java) \tPID 12 \tRSS 800 MB\n");
         assertEquals(List.of(), watch.culprits(3).get().processes());
         nanos += SECOND;

@@ -78,7 +78,8 @@ public class FakeView implements AgentView {
     @Override
     public Optional<CulpritReport> culprits(int id) {
         return has(id)
-                ? Optional.of(new CulpritReport(id, "descriptors", "descriptors", 9L, List.of(new Culprit(HOSTILE, 2, 3))))
+                ? Optional.of(new CulpritReport(id, "descriptors", "descriptors", 9L,
+                        List.of(new Culprit(HOSTILE, 2, 3))))
                 : Optional.empty();
     }
 

@@ -38,7 +38,8 @@ class WatchedFleetTest {
         swap.value = 41.271234567;
         swap.samples = 2;
         cycle(1, START, swap);
-        assertEquals(new Snapshot.Resource(new Snapshot.Identity(3, "Swap", "", null, null, "PercentSwapSpaceUsed", "Swap"),
+        assertEquals(new Snapshot.Resource(
+                new Snapshot.Identity(3, "Swap", "", null, null, "PercentSwapSpaceUsed", "Swap"),
                 new Snapshot.Reading(41.2712, "2.0 GiB", 100.0, 2,
                         new Snapshot.Recent(START, START, List.of(41.271))),
                 new Snapshot.Standing(ResourceState.COLLECTING, "collecting", null),
