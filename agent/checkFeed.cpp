@@ -1,10 +1,17 @@
 #include "agent/checkFeed.h"
 
+#include "acquisition/textForms.h"
 #include "agent/configFindings.h"
 #include "prediction/modelSelection.h"
+#include "prediction/trendFileFormat.h"
 #include "resources/declarationFindings.h"
+#include "resources/declarationReading.h"
+#include "resources/windowSizing.h"
 #include "support/bytes.h"
 #include "support/textScanner.h"
+
+#include <set>
+#include <tuple>
 
 namespace obrin {
 namespace {
@@ -42,7 +49,22 @@ void putNumbers(Bytes& bytes, const ConfigurationReport& report) {
     bytes.endList(list, length);
 }
 
-void putInput(Bytes& bytes, const DeclaredInput& input) {
+WindowPlan planOf(const std::vector<DeclaredInput>& inputs, std::int32_t millisecondsPerSample,
+                  std::int32_t maxForecastHours) {
+    std::set<std::tuple<std::string_view, std::string_view, std::string_view>> resources;
+    std::vector<double> hours;
+    for (const DeclaredInput& input : inputs) {
+        const bool isNew = resources.emplace(input.object, input.instance, input.counter).second;
+        hours.push_back(isNew ? input.window : 0.0);
+    }
+    return planWindows(hours, millisecondsPerSample, maxForecastHours);
+}
+
+Bytes& putSamples(Bytes& bytes, std::optional<std::uint32_t> samples) {
+    return bytes.longNumber(samples ? std::int64_t{*samples} : -1);
+}
+
+void putInput(Bytes& bytes, const DeclaredInput& input, const PlannedWindow& window) {
     putPlace(bytes.text(input.object), input.objectPlace);
     putPlace(bytes.text(input.instance), input.instancePlace);
     putPlace(bytes.text(input.counter), input.counterPlace);
@@ -50,6 +72,9 @@ void putInput(Bytes& bytes, const DeclaredInput& input) {
     putPlace(bytes.real(input.window), input.windowPlace);
     putPlace(bytes.number(input.method), input.methodPlace);
     putPlace(bytes.real(input.upperLimit), input.upperLimitPlace);
+    putSamples(bytes.number(static_cast<std::int32_t>(window.fate)), window.samples);
+    const bool isDisk = objectKind(input.object) == ObjectKind::disk;
+    bytes.text(trendFileNames("", input.name, isDisk ? "" : cleanfilename(input.instance)).forecast);
 }
 
 } // namespace
@@ -65,17 +90,20 @@ std::string configurationFeed(std::string_view text, std::size_t limit) {
     return bytes.take();
 }
 
-std::string declarationsFeed(std::string_view text, std::size_t limit) {
+std::string declarationsFeed(std::string_view text, std::int32_t millisecondsPerSample,
+                             std::int32_t maxForecastHours, std::size_t limit) {
     const DeclarationReport report = checkDeclarations(text.substr(0, limit));
     const bool isWhole = text.size() <= limit;
+    const WindowPlan plan = planOf(report.inputs, millisecondsPerSample, maxForecastHours);
     Bytes bytes(4096);
     bytes.number(checkFeedVersion);
     putFindings(bytes, report.findings);
     bytes.flag(report.accepted).flag(report.rewritten && isWhole);
     putPlace(bytes, report.comment).number(samplesForForecast);
+    putSamples(bytes.number(plan.millisecondsPerSample).real(plan.automaticHours), plan.automaticSamples);
     bytes.number(static_cast<std::int32_t>(report.inputs.size()));
-    for (const DeclaredInput& input : report.inputs)
-        putInput(bytes, input);
+    for (std::size_t i = 0; i < report.inputs.size(); ++i)
+        putInput(bytes, report.inputs[i], plan.windows[i]);
     return bytes.take();
 }
 

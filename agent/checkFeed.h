@@ -14,29 +14,36 @@ namespace obrin {
 //
 // The bytes (support/bytes.h), a place as its line (i32, 0: nowhere) and column (i32, in characters):
 //
-//   configuration  i32 checkFeedVersion, list of findings, flag a run accepts it, list of the five names
-//   (text,
-//                  place), list of the numbers that are read, at most six (i32, place)
-//   declarations   i32 checkFeedVersion, list of findings, flag a run accepts them, flag nothing in them
-//   keeps a
-//                  run from replacing them, place of the first comment, i32 samples that a forecast needs,
-//                  list of inputs
-//   input          texts: object, instance, counter, display name, each with its place; f64 hours of the
-//   window,
-//                  i32 analytical method, f64 "UpperLimitAbs", each with its place
-//   finding        text kind, place, texts: what was found, the keyword, the part that was read; i32 item,
-//                  i64 number: resources/declarationFindings.h and agent/configFindings.h say what they are
+//   configuration
+//     i32 checkFeedVersion, list of findings, flag a run accepts it, list of the five names (text, place),
+//     list of the numbers that are read, at most six (i32, place)
+//   declarations
+//     i32 checkFeedVersion, list of findings, flag a run accepts them, flag nothing in them keeps a run from
+//     replacing them, place of the first comment, i32 samples that a forecast needs, i32 period in force in
+//     milliseconds, f64 hours of the automatic window, i64 samples that it holds, list of inputs
+//   input
+//     texts: object, instance, counter, display name, each with its place; f64 hours of the window, i32
+//     analytical method, f64 "UpperLimitAbs", each with its place; i32 what becomes of the window
+//     (WindowFate), i64 samples of the one in force; text the name of its file of the forecast, of disks as
+//     if they had no instance
+//   finding
+//     text kind, place, texts: what was found, the keyword, the part that was read; i32 item, i64 number:
+//     resources/declarationFindings.h and agent/configFindings.h say what they are
+//
+// Samples are -1 where no ring can hold them. An input that repeats another has no window.
 //
 // A text is cut behind longestTold bytes, a name behind longestName, which is more than any path has.
 
 /// Changes with the layout of the bytes and with the native methods.
-inline constexpr std::int32_t checkFeedVersion = 1;
+inline constexpr std::int32_t checkFeedVersion = 2;
 
 inline constexpr std::size_t longestTold = 1024;
 inline constexpr std::size_t longestName = 65536;
 
-/// What a run would make of a file of this content, of which it reads no more than `limit`.
+/// What a run would make of a file of this content, of which it reads no more than `limit`; of declarations,
+/// with this period and this farthest forecast in its configuration.
 std::string configurationFeed(std::string_view text, std::size_t limit = wholeFileLimit);
-std::string declarationsFeed(std::string_view text, std::size_t limit = wholeFileLimit);
+std::string declarationsFeed(std::string_view text, std::int32_t millisecondsPerSample,
+                             std::int32_t maxForecastHours, std::size_t limit = wholeFileLimit);
 
 } // namespace obrin

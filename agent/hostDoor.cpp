@@ -80,18 +80,21 @@ bool areThere(JNIEnv* env, std::initializer_list<jobject> arguments) {
 }
 
 /// What `feed` makes of the bytes of a Java array.
-jbyteArray answerOn(JNIEnv* env, jbyteArray text, std::string (*feed)(std::string_view, std::size_t)) {
+template <class Feed>
+jbyteArray answerOn(JNIEnv* env, jbyteArray text, Feed feed) {
     if (!areThere(env, {text}))
         return nullptr;
-    return answer(env, [&] { return makeJavaBytes(env, feed(bytesOf(env, text), wholeFileLimit)); });
+    return answer(env, [&] { return makeJavaBytes(env, feed(bytesOf(env, text))); });
 }
 
 jbyteArray JNICALL configuration(JNIEnv* env, jclass, jbyteArray text) {
-    return answerOn(env, text, &configurationFeed);
+    return answerOn(env, text, [](std::string_view bytes) { return configurationFeed(bytes); });
 }
 
-jbyteArray JNICALL declarations(JNIEnv* env, jclass, jbyteArray text) {
-    return answerOn(env, text, &declarationsFeed);
+jbyteArray JNICALL declarations(JNIEnv* env, jclass, jbyteArray text, jint period, jint maxForecastHours) {
+    return answerOn(env, text, [period, maxForecastHours](std::string_view bytes) {
+        return declarationsFeed(bytes, period, maxForecastHours);
+    });
 }
 
 void JNICALL resume(JNIEnv*, jclass, jboolean wanted) {
@@ -178,7 +181,7 @@ void registerHost(JNIEnv* env) {
 void registerCheck(JNIEnv* env) {
     const JNINativeMethod methods[] = {
         method("configuration", "([B)[B", reinterpret_cast<void*>(&configuration)),
-        method("declarations", "([B)[B", reinterpret_cast<void*>(&declarations)),
+        method("declarations", "([BII)[B", reinterpret_cast<void*>(&declarations)),
     };
     registerClass<checkFeedVersion>(env, checkClass, methods);
 }

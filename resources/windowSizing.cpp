@@ -14,6 +14,10 @@ namespace {
 constexpr double secondsPerHour = 3600.0;
 constexpr double samplesInLongestWindow = 300;
 
+bool isTooLong(double windowHours, std::int32_t millisecondsPerSample) {
+    return windowHours > 0 && !windowSamples(windowHours, millisecondsPerSample);
+}
+
 } // namespace
 
 double defaultWindow(std::int32_t maxForecastHours) {
@@ -35,6 +39,30 @@ std::optional<std::uint32_t> windowSamples(double windowHours, std::int32_t mill
     if (!std::isfinite(samples) || samples > std::numeric_limits<std::uint32_t>::max())
         return std::nullopt;
     return samples < 1 ? 1 : static_cast<std::uint32_t>(samples);
+}
+
+WindowPlan planWindows(std::span<const double> declaredHours, std::int32_t millisecondsPerSample,
+                       std::int32_t maxForecastHours) {
+    WindowPlan plan;
+    plan.automaticHours = defaultWindow(maxForecastHours);
+    double longest = 0.0;
+    for (const double hours : declaredHours)
+        if (!isTooLong(hours, millisecondsPerSample))
+            longest = std::max(longest, hours < 0 ? plan.automaticHours : hours);
+    plan.millisecondsPerSample =
+        millisecondsPerSample == -1 ? automaticPeriod(longest) : millisecondsPerSample;
+    plan.automaticSamples = windowSamples(plan.automaticHours, plan.millisecondsPerSample);
+    for (const double hours : declaredHours) {
+        if (isTooLong(hours, millisecondsPerSample))
+            plan.windows.push_back({WindowFate::tooLong, std::nullopt});
+        else if (hours < 0)
+            plan.windows.push_back({WindowFate::automatic, plan.automaticSamples});
+        else if (isShorterThanPeriod(hours, plan.millisecondsPerSample))
+            plan.windows.push_back({WindowFate::belowPeriod, plan.automaticSamples});
+        else
+            plan.windows.push_back({WindowFate::own, windowSamples(hours, plan.millisecondsPerSample)});
+    }
+    return plan;
 }
 
 int AutoSizeWindows(Clasp* clasp) {

@@ -69,19 +69,27 @@ struct FedDeclarations {
     bool rewritten = false;
     std::string comment;
     std::int32_t samples = 0;
+    std::string automatic;          ///< "PERIOD ms: HOURS h, SAMPLES"
     std::vector<std::string> parts; ///< of all inputs
+    std::vector<std::string> ends;  ///< of each input "FATE SAMPLES FILE"
 };
 
 FedDeclarations readDeclarationsFeed(std::string_view bytes) {
     FeedReading in(bytes);
     EXPECT_EQ(in.number(), checkFeedVersion);
-    FedDeclarations read{readFindings(in), in.flag(), in.flag(), placed(in, ""), in.number(), {}};
+    FedDeclarations read{readFindings(in), in.flag(), in.flag(), placed(in, ""), in.number(), {}, {}, {}};
+    read.automatic = std::to_string(in.number());
+    read.automatic += " ms: " + std::to_string(in.real());
+    read.automatic += " h, " + std::to_string(in.longNumber());
     for (std::int32_t i = in.number(); i > 0; --i) {
         for (int text = 0; text < 4; ++text)
             read.parts.push_back(placed(in, in.text()));
         read.parts.push_back(placed(in, std::to_string(in.real())));
         read.parts.push_back(placed(in, std::to_string(in.number())));
         read.parts.push_back(placed(in, std::to_string(in.real())));
+        std::string end = std::to_string(in.number());
+        end += " " + std::to_string(in.longNumber());
+        read.ends.push_back(end + " " + in.text());
     }
     EXPECT_TRUE(in.atEnd());
     return read;
@@ -103,7 +111,7 @@ TEST(CheckFeed, ARefusedConfigurationHasTheItemsUpToTheMissingOne) {
 }
 
 TEST(CheckFeed, DeclarationsFindingsAndInputsAreHandedOverInTheirOrder) {
-    const FedDeclarations read = readDeclarationsFeed(declarationsFeed(declarationsText));
+    const FedDeclarations read = readDeclarationsFeed(declarationsFeed(declarationsText, 60000, 48));
     EXPECT_THAT(read.findings, ElementsAre("4:34 word-ignored|word|UpperLimitAbs||0|0"));
     EXPECT_TRUE(read.accepted);
     EXPECT_TRUE(read.rewritten);
@@ -111,11 +119,41 @@ TEST(CheckFeed, DeclarationsFindingsAndInputsAreHandedOverInTheirOrder) {
     EXPECT_EQ(read.samples, samplesForForecast);
     EXPECT_THAT(read.parts, ElementsAre("2:12 Object", "2:32 inst", "3:1 count", "4:1 Name", "3:32 1.500000",
                                         "4:32 1", "5:15 0.250000"));
+    EXPECT_EQ(read.automatic, "60000 ms: 4.800000 h, 288");
+    EXPECT_THAT(read.ends, ElementsAre("0 90 NameinstBMPRD.gnp"));
+}
+
+std::string declared(const std::string& object, const std::string& instance, const std::string& window) {
+    return " BeginResourceInput FindObject (" + object + ") FindInstance (" + instance +
+           ") FindCounter (c) WindowSize " + window +
+           " NameIs (n) AnalyticalMethod 1 UpperLimitAbs 0 UpperLimitCalc 0 LowerLimitAbs 0 LowerLimitCalc 0 "
+           "CulpritMarker (none) EndResourceInput";
+}
+
+FedDeclarations readInputs(const std::string& inputs, std::int32_t period, std::int32_t maxForecastHours) {
+    return readDeclarationsFeed(declarationsFeed(
+        "BeginResourceDeclaration" + inputs + " EndResourceDeclaration", period, maxForecastHours));
+}
+
+TEST(CheckFeed, EachInputComesWithItsWindowAndTheNameOfItsForecast) {
+    const std::string inputs = declared("o", "/dev/a: b", "-1") + declared("o", "b", "1e9") +
+                               declared("o", "d", "0.01") + declared("LogicalDisk", "/x", "12");
+    const FedDeclarations read = readInputs(inputs, 60000, 48);
+    EXPECT_THAT(read.findings, IsEmpty());
+    EXPECT_THAT(read.ends, ElementsAre("1 288 n_dev_a__bBMPRD.gnp", "3 -1 nbBMPRD.gnp", "2 288 ndBMPRD.gnp",
+                                       "0 720 nBMPRD.gnp"));
+    EXPECT_EQ(readInputs(inputs, 1, 99999999).automatic, "1 ms: 9999999.900000 h, -1");
+}
+
+TEST(CheckFeed, ARepeatedInputDoesNotSetThePeriod) {
+    const std::string inputs = declared("o", "a", "3") + declared("o", "a", "30");
+    EXPECT_EQ(readInputs(inputs, -1, 48).automatic, "36000 ms: 4.800000 h, 480");
+    EXPECT_EQ(readInputs(inputs + declared("o", "b", "30"), -1, 48).automatic, "360000 ms: 4.800000 h, 48");
 }
 
 TEST(CheckFeed, RefusedDeclarationsHaveTheInputsThatAreWhole) {
     const FedDeclarations read =
-        readDeclarationsFeed(declarationsFeed("BeginResourceDeclaration FindObject (x"));
+        readDeclarationsFeed(declarationsFeed("BeginResourceDeclaration FindObject (x", 60000, 48));
     EXPECT_THAT(read.findings, ElementsAre("1:26 argument-missing||FindObject||0|0"));
     EXPECT_FALSE(read.accepted);
     EXPECT_FALSE(read.rewritten);
@@ -133,8 +171,9 @@ TEST(CheckFeed, LongTextsAreCutButNotSoThatTheyLookWhole) {
 
 TEST(CheckFeed, NoMoreOfATextCountsThanARunReadsOfIt) {
     const std::size_t limit = declarationsText.size();
-    EXPECT_TRUE(readDeclarationsFeed(declarationsFeed(declarationsText, limit)).rewritten);
-    const FedDeclarations longer = readDeclarationsFeed(declarationsFeed(declarationsText + "\xFF", limit));
+    EXPECT_TRUE(readDeclarationsFeed(declarationsFeed(declarationsText, 60000, 48, limit)).rewritten);
+    const FedDeclarations longer =
+        readDeclarationsFeed(declarationsFeed(declarationsText + "\xFF", 60000, 48, limit));
     EXPECT_FALSE(longer.rewritten);
     EXPECT_TRUE(longer.accepted);
     EXPECT_EQ(longer.findings.size(), 1U) << "the byte behind the limit is not read";
@@ -145,13 +184,13 @@ TEST(CheckFeed, NoMoreOfATextCountsThanARunReadsOfIt) {
 TEST(CheckFeed, AnyThreadMayAskAtAnyTime) {
     const CapturedLog log;
     const std::string configuration = configurationFeed(configurationText);
-    const std::string declarations = declarationsFeed(declarationsText);
+    const std::string declarations = declarationsFeed(declarationsText, -1, 48);
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i)
         threads.emplace_back([&] {
             for (int round = 0; round < 50; ++round) {
                 EXPECT_EQ(configurationFeed(configurationText), configuration);
-                EXPECT_EQ(declarationsFeed(declarationsText), declarations);
+                EXPECT_EQ(declarationsFeed(declarationsText, -1, 48), declarations);
             }
         });
     for (std::thread& thread : threads)
@@ -164,6 +203,7 @@ constexpr const char* checkClass = "com/quorin/sysmgt/tavl/LumetraAgent/CheckFee
 
 using Version = jint (*)(JNIEnv*, jclass);
 using Check = jbyteArray (*)(JNIEnv*, jclass, jbyteArray);
+using CheckOfDeclarations = jbyteArray (*)(JNIEnv*, jclass, jbyteArray, jint, jint);
 
 class CheckDoor : public NativeDoor {
 protected:
@@ -173,7 +213,7 @@ protected:
     }
 
     void declareCheck(jint version) {
-        declare(version, {{"configuration", "([B)[B"}, {"declarations", "([B)[B"}});
+        declare(version, {{"configuration", "([B)[B"}, {"declarations", "([BII)[B"}});
     }
 };
 
@@ -200,8 +240,9 @@ TEST_F(CheckDoor, TheMethodsHandOverWhatIsSaidOfTheirTexts) {
         jbyteArray array = java.makeBytes(text);
         EXPECT_EQ(java.bytesOf(native<Check>("configuration")(java.env(), nullptr, array)),
                   configurationFeed(text));
-        EXPECT_EQ(java.bytesOf(native<Check>("declarations")(java.env(), nullptr, array)),
-                  declarationsFeed(text));
+        EXPECT_EQ(
+            java.bytesOf(native<CheckOfDeclarations>("declarations")(java.env(), nullptr, array, 10000, 48)),
+            declarationsFeed(text, 10000, 48));
     }
     EXPECT_EQ(java.pendingException(), std::nullopt);
     EXPECT_THAT(java.misuses(), IsEmpty());
@@ -215,7 +256,7 @@ TEST_F(CheckDoor, NoTextAndNoJavaMemoryAreJavasOwnExceptions) {
     java.env()->ExceptionClear();
     jbyteArray array = java.makeBytes(declarationsText);
     java.failNewArrays(true);
-    EXPECT_EQ(native<Check>("declarations")(java.env(), nullptr, array), nullptr);
+    EXPECT_EQ(native<CheckOfDeclarations>("declarations")(java.env(), nullptr, array, 10000, 48), nullptr);
     EXPECT_EQ(java.pendingException(), "java/lang/OutOfMemoryError: Java heap space");
     EXPECT_THAT(java.misuses(), IsEmpty());
 }

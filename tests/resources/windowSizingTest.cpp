@@ -98,6 +98,45 @@ TEST_F(WindowSizing, EveryWindowShorterThanThePeriodIsReset) {
     EXPECT_DOUBLE_EQ(last->WindowSize, 4.8);
 }
 
+TEST_F(WindowSizing, APlanIsWhatARunMakesOfItsChain) {
+    const double endless = std::numeric_limits<double>::infinity();
+    const std::vector<double> declared = {-1, 0, 0.001, 0.5, 5, 12, 1e4, endless, -endless, std::nan("")};
+    for (const std::int32_t period : {-2, -1, 0, 60000, 20000000}) {
+        clasp.MillisecondsPerSample = period;
+        const WindowPlan plan = planWindows(declared, period, clasp.MaxForecastHours);
+        ASSERT_EQ(plan.windows.size(), declared.size());
+        std::vector<Link> chain(declared.size());
+        Link* previous = nullptr;
+        for (std::size_t i = 0; i < declared.size(); ++i) {
+            chain[i].WindowSize = declared[i];
+            chain[i].pClasp = &clasp;
+            std::unique_ptr<Link> copy;
+            const bool takenUp = CreateAndCopyType2Resource(&copy, &chain[i]) == 1;
+            EXPECT_EQ(plan.windows[i].fate != WindowFate::tooLong, takenUp) << period << " " << declared[i];
+            if (!takenUp)
+                continue;
+            (previous == nullptr ? clasp.pFirstLink : previous->pNextLink) = &chain[i];
+            previous = &chain[i];
+        }
+        AutoSizeWindows(&clasp);
+        SanityCheckChain(&clasp);
+        EXPECT_EQ(plan.millisecondsPerSample, clasp.MillisecondsPerSample);
+        EXPECT_DOUBLE_EQ(plan.automaticHours, 4.8);
+        EXPECT_EQ(plan.automaticSamples, windowSamples(4.8, clasp.MillisecondsPerSample));
+        for (std::size_t i = 0; i < declared.size(); ++i) {
+            if (plan.windows[i].fate == WindowFate::tooLong)
+                continue;
+            EXPECT_EQ(plan.windows[i].samples,
+                      windowSamples(chain[i].WindowSize, clasp.MillisecondsPerSample))
+                << period << " " << declared[i];
+            const bool stays = chain[i].WindowSize == declared[i] || std::isnan(declared[i]);
+            EXPECT_EQ(plan.windows[i].fate == WindowFate::own, stays) << period << " " << declared[i];
+            EXPECT_EQ(plan.windows[i].fate == WindowFate::automatic, declared[i] < 0);
+        }
+        clasp.pFirstLink = nullptr;
+    }
+}
+
 TEST_F(WindowSizing, AWindowOfExactlyOnePeriodStays) {
     clasp.MillisecondsPerSample = 3600000;
     Link* link = add(1);

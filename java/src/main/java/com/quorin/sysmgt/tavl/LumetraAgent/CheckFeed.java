@@ -10,7 +10,7 @@ import java.util.Optional;
 public final class CheckFeed {
 
     /** The layout of the bytes that are handed over. */
-    public static final int VERSION = 1;
+    public static final int VERSION = 2;
 
     private CheckFeed() {}
 
@@ -19,8 +19,13 @@ public final class CheckFeed {
     /** What the agent would make of a configuration file of this content, as agent/checkFeed.h lays it out. */
     public static native byte[] configuration(byte[] text);
 
-    /** What the agent would make of a declaration file of this content, as agent/checkFeed.h lays it out. */
-    public static native byte[] declarations(byte[] text);
+    /**
+     * What the agent would make of a declaration file of this content, as agent/checkFeed.h lays it out.
+     *
+     * @param period           of the configuration, milliseconds; -1 asks for the automatic one
+     * @param maxForecastHours of the configuration
+     */
+    public static native byte[] declarations(byte[] text, int period, int maxForecastHours);
 
     /** Why the library cannot be asked, in one sentence that names both versions; empty when it can. */
     public static Optional<String> problem() {

@@ -11,6 +11,7 @@ import com.quorin.sysmgt.tavl.LumetraAgent.check.Place;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.LibraryBytes;
 import java.nio.charset.StandardCharsets;
 import java.util.List;
+import java.util.OptionalLong;
 import org.junit.jupiter.api.BeforeAll;
 import org.junit.jupiter.api.Test;
 
@@ -44,11 +45,11 @@ class CheckFeedTest {
         LibraryCheck.Declarations read = LibraryCheck.declarationsOf(bytes("BeginResourceDeclaration /* c */ "
                 + "FindObject (LogicalDisk) FindInstance (*) FindCounter (c)\nWindowSize 1.5 NameIs (n) "
                 + "AnalyticalMethod 2 UpperLimitAbs 0.25 UpperLimitCalc 0 LowerLimitAbs 0 LowerLimitCalc 0 "
-                + "CulpritMarker () EndResourceInput EndResourceDeclaration"));
+                + "CulpritMarker () EndResourceInput EndResourceDeclaration"), 60000, 48);
         assertEquals(List.of(), read.findings());
         assertTrue(read.accepted() && read.rewritten());
         assertEquals(new Place(1, 26), read.comment());
-        assertEquals(200, read.samplesForForecast());
+        assertEquals(new LibraryCheck.Windows(200, 60000, 4.8, OptionalLong.of(288)), read.windows());
         DeclaredInput input = read.inputs().get(0);
         assertTrue(input.isDisk());
         assertEquals("*", input.instance().value());
@@ -57,13 +58,15 @@ class CheckFeedTest {
         assertEquals("n", input.name().value());
         assertEquals(2, input.method().value());
         assertEquals(0.25, input.upperLimit().value());
+        assertEquals(new DeclaredInput.Sized(DeclaredInput.Fate.OWN, OptionalLong.of(90)), input.sized());
+        assertEquals("nBMPRD.gnp", input.trendFile());
         assertEquals(new Place(1, 34), input.place());
     }
 
     @Test
     void noTextIsTheCallersMistake() {
         assertThrows(NullPointerException.class, () -> CheckFeed.configuration(null));
-        assertThrows(NullPointerException.class, () -> CheckFeed.declarations(null));
+        assertThrows(NullPointerException.class, () -> CheckFeed.declarations(null, -1, 48));
     }
 
     @Test

@@ -96,7 +96,8 @@ public final class AgentCheck {
 
     private void checkDeclarations(CheckedFile configurationFile, ConfigurationItems items, Path path) {
         CheckedFile file = new CheckedFile(CheckHome.label(path), findings);
-        LibraryCheck.Declarations read = LibraryCheck.declarationsOf(read(file, path));
+        LibraryCheck.Declarations read = LibraryCheck.declarationsOf(read(file, path), items.number(6),
+                items.number(8));
         file.add(read.findings());
         if (!read.accepted()) {
             return;

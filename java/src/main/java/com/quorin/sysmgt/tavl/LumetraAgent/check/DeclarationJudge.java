@@ -12,12 +12,12 @@ import java.util.Optional;
 final class DeclarationJudge {
 
     private static final int LONGEST_FILE_NAME = 255;
-    private static final String SUFFIX = "BMPRD.gnp";
 
     private final CheckedFile file;
     private final Map<String, DeclaredInput> known = new HashMap<>();
     private final Map<String, DeclaredInput> diskCounters = new HashMap<>();
     private final Map<String, DeclaredInput> trendFiles = new HashMap<>();
+    private final Map<String, DeclaredInput> trendFilesOfDisks = new HashMap<>();
     private final List<DeclaredInput> resources = new ArrayList<>();
 
     private DeclarationJudge(CheckedFile file) {
@@ -105,16 +105,15 @@ final class DeclarationJudge {
     }
 
     private void judgeTrendFiles(DeclaredInput input) {
-        String instance = input.isDisk() ? "" : input.instance().value().replaceAll("[/: *?\"><|]", "_");
         String name = input.name().value();
         Place at = input.name().place();
-        int length = name.length() + instance.length() + SUFFIX.length();
+        int length = input.trendFile().length();
         if (name.indexOf('/') >= 0) {
             file.add(at, FindingKind.NAME_WITH_SLASH, Finding.quoted(name));
         } else if (length > LONGEST_FILE_NAME) {
             file.add(at, FindingKind.TREND_FILE_NAME_TOO_LONG, Integer.toString(length));
         }
-        DeclaredInput first = trendFiles.putIfAbsent(input.isDisk() ? name + "\0disks" : name + instance, input);
+        DeclaredInput first = (input.isDisk() ? trendFilesOfDisks : trendFiles).putIfAbsent(input.trendFile(), input);
         if (first != null) {
             file.add(at, FindingKind.TREND_FILES_SHARED, Finding.quoted(name), line(first));
         }

@@ -5,6 +5,7 @@ import com.quorin.sysmgt.tavl.LumetraAgent.NativeLibrary;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.LibraryBytes;
 import java.util.List;
 import java.util.Optional;
+import java.util.OptionalLong;
 
 /** What the library's own readers make of a configuration and of declarations. Any thread. */
 public final class LibraryCheck {
@@ -20,11 +21,22 @@ public final class LibraryCheck {
      *
      * @param rewritten          whether nothing in them keeps the agent from replacing them
      * @param comment            where the first comment stands; nowhere without one
-     * @param samplesForForecast so many samples does a forecast need
+     * @param windows            what follows for all windows
      * @param inputs             those that the agent reads whole, in their order
      */
     public record Declarations(List<LibraryFinding> findings, boolean accepted, boolean rewritten, Place comment,
-            int samplesForForecast, List<DeclaredInput> inputs) {}
+            Windows windows, List<DeclaredInput> inputs) {}
+
+    /**
+     * What a configuration means for the windows of declarations.
+     *
+     * @param samplesForForecast so many samples does a forecast need
+     * @param period             in force, milliseconds
+     * @param automaticHours     length of the automatic window
+     * @param automaticSamples   that it holds; empty when no ring can hold them
+     */
+    public record Windows(int samplesForForecast, int period, double automaticHours,
+            OptionalLong automaticSamples) {}
 
     private LibraryCheck() {}
 
@@ -50,10 +62,15 @@ public final class LibraryCheck {
         return read;
     }
 
-    public static Declarations declarationsOf(byte[] text) {
-        LibraryBytes bytes = begin(CheckFeed.declarations(text));
+    /**
+     * What it makes of declarations beside a configuration of this period and these hours.
+     *
+     * @param period milliseconds; -1 asks for the automatic one
+     */
+    public static Declarations declarationsOf(byte[] text, int period, int maxForecastHours) {
+        LibraryBytes bytes = begin(CheckFeed.declarations(text, period, maxForecastHours));
         Declarations read = new Declarations(findings(bytes), bytes.flag("whether they are accepted"),
-                bytes.flag("whether they are rewritten"), place(bytes), bytes.number("the samples of a forecast"),
+                bytes.flag("whether they are rewritten"), place(bytes), windows(bytes),
                 bytes.list(LEAST, "the inputs", () -> input(bytes)));
         bytes.end();
         return read;
@@ -71,9 +88,24 @@ public final class LibraryCheck {
                 bytes.number("an item"), bytes.longNumber("a number")));
     }
 
+    private static Windows windows(LibraryBytes bytes) {
+        return new Windows(bytes.number("the samples of a forecast"), bytes.number("the period"),
+                bytes.real("the automatic window"), samples(bytes));
+    }
+
+    private static OptionalLong samples(LibraryBytes bytes) {
+        long samples = bytes.longNumber("samples");
+        return samples < 0 ? OptionalLong.empty() : OptionalLong.of(samples);
+    }
+
     private static DeclaredInput input(LibraryBytes bytes) {
-        return new DeclaredInput(text(bytes), text(bytes), text(bytes), text(bytes), real(bytes),
-                number(bytes), real(bytes));
+        return new DeclaredInput(text(bytes), text(bytes), text(bytes), text(bytes), real(bytes), number(bytes),
+                real(bytes), sized(bytes), bytes.text("a file"));
+    }
+
+    private static DeclaredInput.Sized sized(LibraryBytes bytes) {
+        DeclaredInput.Fate[] fates = DeclaredInput.Fate.values();
+        return new DeclaredInput.Sized(fates[bytes.choice(0, fates.length - 1, "a window's fate")], samples(bytes));
     }
 
     private static Place place(LibraryBytes bytes) {

@@ -153,7 +153,9 @@ public final class ReplayCommand implements Callable<Integer> {
     }
 
     private static int samplesForForecast(Replay.Request request) {
-        return LibraryCheck.declarationsOf(request.declarations()).samplesForForecast();
+        Replay.Settings settings = request.settings();
+        return LibraryCheck.declarationsOf(request.declarations(), settings.periodMillis(),
+                settings.maxForecastHours()).windows().samplesForForecast();
     }
 
     private Replay.Request request() throws HomeFiles.Unusable {
