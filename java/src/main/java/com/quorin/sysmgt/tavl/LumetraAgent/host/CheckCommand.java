@@ -7,20 +7,18 @@ import com.quorin.sysmgt.tavl.LumetraAgent.NativeLibrary;
 import com.quorin.sysmgt.tavl.LumetraAgent.check.AgentCheck;
 import com.quorin.sysmgt.tavl.LumetraAgent.check.Finding;
 import com.quorin.sysmgt.tavl.LumetraAgent.check.LibraryCheck;
+import com.quorin.sysmgt.tavl.LumetraAgent.client.PathName;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.Program;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
 import java.io.IOException;
 import java.io.PrintStream;
-import java.nio.file.InvalidPathException;
 import java.nio.file.Path;
 import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
 import java.util.concurrent.Callable;
 import picocli.CommandLine.Command;
-import picocli.CommandLine.ITypeConverter;
 import picocli.CommandLine.Option;
-import picocli.CommandLine.TypeConversionException;
 
 /** Checks configuration and declarations before a start. */
 @Command(name = "check", mixinStandardHelpOptions = true, versionProvider = Program.Version.class,
@@ -36,27 +34,11 @@ final class CheckCommand implements Callable<Integer> {
     /** Exit code of a check that found warnings only. */
     static final int WARNED = 3;
 
-    /** The name of a file or directory, which need not be there. */
-    static final class Name implements ITypeConverter<Path> {
-
-        @Override
-        public Path convert(String text) {
-            if (text.isEmpty()) {
-                throw new TypeConversionException("expected a path: the name is empty");
-            }
-            try {
-                return Path.of(text);
-            } catch (InvalidPathException e) {
-                throw new TypeConversionException("expected a path: " + e.getMessage());
-            }
-        }
-    }
-
     @Option(names = "--home", paramLabel = "DIR", defaultValue = "${sys:lumetra.home:-..}",
-            converter = Name.class, description = "The agent's home. Default: that of lumetra run.")
+            converter = PathName.class, description = "The agent's home. Default: that of lumetra run.")
     private Path home;
 
-    @Option(names = "--config", paramLabel = "FILE", converter = Name.class,
+    @Option(names = "--config", paramLabel = "FILE", converter = PathName.class,
             description = "The configuration file. Default: config/AutoConfig.ini of the home.")
     private Path config;
 

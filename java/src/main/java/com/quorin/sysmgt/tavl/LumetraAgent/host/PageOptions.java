@@ -18,9 +18,7 @@ import java.util.List;
 import java.util.Optional;
 import java.util.regex.Pattern;
 import picocli.CommandLine.ITypeConverter;
-import picocli.CommandLine.Model.CommandSpec;
 import picocli.CommandLine.Option;
-import picocli.CommandLine.ParameterException;
 import picocli.CommandLine.TypeConversionException;
 
 /** Where the page is, and who may ask for it. */
@@ -33,6 +31,18 @@ final class PageOptions {
     static final class Port extends WholeNumber {
         Port() {
             super("a port from 0 to " + AgentAddress.LARGEST_PORT, 0, AgentAddress.LARGEST_PORT);
+        }
+    }
+
+    /** An address, or a name that only this machine can make one of. */
+    static final class Address implements ITypeConverter<String> {
+
+        @Override
+        public String convert(String text) {
+            if (text.isBlank()) {
+                throw new TypeConversionException("expected an IP address or a name of this machine");
+            }
+            return text;
         }
     }
 
@@ -53,7 +63,7 @@ final class PageOptions {
             description = "The page's port, 1 to 65535; 0 for no page. Default: ${DEFAULT-VALUE}.")
     private int port;
 
-    @Option(names = "--listen", paramLabel = "ADDRESS", defaultValue = "127.0.0.1",
+    @Option(names = "--listen", paramLabel = "ADDRESS", defaultValue = "127.0.0.1", converter = Address.class,
             description = "The address that the page listens on, an IP address or a name of this machine. "
                     + "Whoever reaches it can read the page. Default: ${DEFAULT-VALUE}.")
     private String listen;
@@ -62,18 +72,6 @@ final class PageOptions {
             description = "Another name under which a browser may ask for the page. Repeatable. "
                     + "IP addresses, localhost and the name after --listen are always allowed.")
     private List<String> allowed = new ArrayList<>();
-
-    /**
-     * Refuses values that can never be right.
-     *
-     * @param spec the command that they were given to
-     */
-    void check(CommandSpec spec) {
-        if (listen.isBlank()) {
-            throw new ParameterException(spec.commandLine(),
-                    "Invalid value for option '--listen': expected an IP address or a name of this machine");
-        }
-    }
 
     /** Whether there is to be a page: not with port 0. */
     boolean isWanted() {

@@ -5,6 +5,8 @@ import com.quorin.sysmgt.tavl.LumetraAgent.HostFeed;
 import com.quorin.sysmgt.tavl.LumetraAgent.LumetraSubagent;
 import com.quorin.sysmgt.tavl.LumetraAgent.NativeLibrary;
 import com.quorin.sysmgt.tavl.LumetraAgent.check.HomeFiles;
+import com.quorin.sysmgt.tavl.LumetraAgent.client.PathName;
+import com.quorin.sysmgt.tavl.LumetraAgent.client.WholeNumber;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.AgentEvents;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.EventHistory;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.EventFile;
@@ -26,7 +28,6 @@ import java.io.IOException;
 import java.io.PrintStream;
 import java.nio.charset.Charset;
 import java.nio.file.Files;
-import java.nio.file.InvalidPathException;
 import java.nio.file.Path;
 import java.time.Duration;
 import java.util.ArrayList;
@@ -78,17 +79,26 @@ final class RunCommand implements Callable<Integer> {
     /** The agent's listing of disks is a shell and its command, which count among a user's threads. */
     private static final int THREADS_OF_A_LISTING = 2;
 
-    @Option(names = "--home", paramLabel = "DIR", defaultValue = "..",
+    /** How long a run lasts. */
+    static final class Seconds extends WholeNumber {
+        Seconds() {
+            super("at least 1 second and at most " + Integer.MAX_VALUE, 1, Integer.MAX_VALUE);
+        }
+    }
+
+    @Option(names = "--home", paramLabel = "DIR", defaultValue = "..", converter = PathName.class,
             description = "The agent's home; the program runs in its directory bin. "
                     + "Default: the directory above.")
-    private String home;
+    private Path home;
 
     @Option(names = "--config", paramLabel = "FILE", defaultValue = "../config/AutoConfig.ini",
+            converter = PathName.class,
             description = "The configuration file. Default: config/AutoConfig.ini of the home.")
-    private String config;
+    private Path config;
 
-    @Option(names = "--for", paramLabel = "SECONDS", description = "End by itself after this many seconds.")
-    private Long seconds;
+    @Option(names = "--for", paramLabel = "SECONDS", converter = Seconds.class,
+            description = "End by itself after this many seconds.")
+    private Integer seconds;
 
     @Option(names = "--fresh", description = "Begin with empty histories. Without it the agent goes on with what the "
             + "archive has of earlier runs, and forecasts in its first cycle if that is enough.")
@@ -209,7 +219,7 @@ final class RunCommand implements Callable<Integer> {
 
     private void announce() {
         out.println("Lumetra Agent " + Program.Version.text() + ", home " + Words.printable(homeText())
-                + ", configuration " + Words.printable(config)
+                + ", configuration " + Words.printable(config.toString())
                 + (seconds == null ? ". Ctrl-C stops it." : ", for " + seconds + " s."));
     }
 
@@ -250,7 +260,7 @@ final class RunCommand implements Callable<Integer> {
     /** What the archive tells of the time before score was kept; without it there is less to tell. */
     private void scoreThePast() {
         try {
-            long from = EarlierScore.of(Path.of(home), Path.of(config), System.currentTimeMillis() / 1000, score::add);
+            long from = EarlierScore.of(home, config, System.currentTimeMillis() / 1000, score::add);
             if (from != 0) {
                 score.scoredFrom(from);
             }
@@ -297,7 +307,7 @@ final class RunCommand implements Callable<Integer> {
 
             @Override
             public int run() {
-                return new ExecPrediction().research_main(new AgentEvents(), 2, "run-agent", config);
+                return new ExecPrediction().research_main(new AgentEvents(), 2, "run-agent", config.toString());
             }
 
             @Override
@@ -308,20 +318,13 @@ final class RunCommand implements Callable<Integer> {
     }
 
     private void checkOptions() {
-        page.check(spec);
-        if (seconds != null && (seconds < 1 || seconds > Integer.MAX_VALUE)) {
-            throw new ParameterException(spec.commandLine(),
-                    "Invalid value for option '--for': expected at least 1 second and at most "
-                    + Integer.MAX_VALUE + ", got " + seconds);
-        }
         try {
-            Path bin = Path.of(home).resolve("bin");
+            Path bin = home.resolve("bin");
             if (!Files.isDirectory(bin) || !Files.isSameFile(bin, Path.of(""))) {
                 throw new ParameterException(spec.commandLine(), "The working directory must be " + bin
                         + "; start the agent with lumetra run");
             }
-            Path.of(config);
-        } catch (IOException | InvalidPathException e) {
+        } catch (IOException e) {
             throw new ParameterException(spec.commandLine(),
                     "Cannot use the home " + home + " with the configuration " + config
                             + ": " + e.getMessage());
@@ -329,7 +332,7 @@ final class RunCommand implements Callable<Integer> {
     }
 
     private String homeText() {
-        return Path.of(home).toAbsolutePath().normalize().toString();
+        return home.toAbsolutePath().normalize().toString();
     }
 
     /** Shows what the agent does until it ends or its time is over. */
