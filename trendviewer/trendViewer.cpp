@@ -103,54 +103,69 @@ jint guarded(JNIEnv* env, Work work) {
     return thrown;
 }
 
-/// False, with a NullPointerException that names it, for an absent argument.
-bool isThere(JNIEnv* env, jobject argument, const char* name) {
-    if (argument == nullptr)
-        throwJava(env, "java/lang/NullPointerException", (std::string(name) + " must not be null").c_str());
-    return argument != nullptr;
-}
+/// A method by which the caller's objects take a value.
+struct Append {
+    const char* name;
+    const char* signature;
+};
+constexpr Append appendText = {"AppendCompUnicode", "(Ljava/lang/String;)V"};
+constexpr Append appendInt = {"AppendInt", "(I)V"};
+constexpr Append appendFloat = {"AppendFloat", "(F)V"};
 
-/// False, with an IllegalArgumentException that names it, for an argument of another class.
-bool isOf(JNIEnv* env, jclass type, jobject argument, const char* name) {
-    const bool is = env->IsInstanceOf(argument, type) == JNI_TRUE;
-    if (!is)
-        throwJava(env, "java/lang/IllegalArgumentException",
-                  (std::string(name) + " must be of the class of textOut").c_str());
-    return is;
-}
+/// One of the caller's objects and its method. What is false leaves an exception pending.
+class Receiver {
+public:
+    /// `name` is the argument's, for messages.
+    Receiver(JNIEnv* env, jobject object, const char* name, const Append& append)
+        : env_(env), object_(object), name_(name), append_(append) {}
 
-// The methods of the caller's objects. Each finder gives null with an exception pending for a method that is
-// missing, each call is false when an exception is pending afterwards.
+    bool prepare() {
+        if (!isThere())
+            return false;
+        const Local<jclass> type(env_, env_->GetObjectClass(object_));
+        return find(type.get());
+    }
 
-jmethodID findAppendText(JNIEnv* env, jclass type) {
-    return env->GetMethodID(type, "AppendCompUnicode", "(Ljava/lang/String;)V");
-}
+    bool isThere() const {
+        if (object_ == nullptr)
+            throwJava(env_, "java/lang/NullPointerException", (name_ + " must not be null").c_str());
+        return object_ != nullptr;
+    }
 
-jmethodID findAppendInt(JNIEnv* env, jclass type) {
-    return env->GetMethodID(type, "AppendInt", "(I)V");
-}
+    bool isOf(jclass type) const {
+        const bool is = env_->IsInstanceOf(object_, type) == JNI_TRUE;
+        if (!is)
+            throwJava(env_, "java/lang/IllegalArgumentException",
+                      (name_ + " must be of the class of textOut").c_str());
+        return is;
+    }
 
-jmethodID findAppendFloat(JNIEnv* env, jclass type) {
-    return env->GetMethodID(type, "AppendFloat", "(F)V");
-}
+    /// Looks for the method in the object's class.
+    bool find(jclass type) {
+        method_ = env_->GetMethodID(type, append_.name, append_.signature);
+        return method_ != nullptr;
+    }
 
-bool appendText(JNIEnv* env, jobject receiver, jmethodID method, const char* text) {
-    const Local<jstring> copy(env, makeJavaText(env, text));
-    if (copy.get() == nullptr)
-        return false;
-    env->CallVoidMethod(receiver, method, copy.get());
-    return env->ExceptionCheck() == JNI_FALSE;
-}
+    bool take(const char* text) const {
+        const Local<jstring> copy(env_, makeJavaText(env_, text));
+        return copy.get() != nullptr && call(copy.get());
+    }
+    bool take(std::int32_t number) const { return call(jint{number}); }
+    bool take(float number) const { return call(jfloat{number}); }
 
-bool appendInt(JNIEnv* env, jobject receiver, jmethodID method, std::int32_t number) {
-    env->CallVoidMethod(receiver, method, jint{number});
-    return env->ExceptionCheck() == JNI_FALSE;
-}
+private:
+    template <class Value>
+    bool call(Value value) const {
+        env_->CallVoidMethod(object_, method_, value);
+        return env_->ExceptionCheck() == JNI_FALSE;
+    }
 
-bool appendFloat(JNIEnv* env, jobject receiver, jmethodID method, float number) {
-    env->CallVoidMethod(receiver, method, jfloat{number});
-    return env->ExceptionCheck() == JNI_FALSE;
-}
+    JNIEnv* env_;
+    jobject object_;
+    std::string name_;
+    Append append_;
+    jmethodID method_ = nullptr;
+};
 
 /// Display name and instance of every link in chain order.
 std::vector<std::pair<std::string, std::string>> copyDescriptors() {
@@ -166,14 +181,11 @@ jint getDescriptors(JNIEnv* env, jobject list) {
     const auto descriptors = copyDescriptors();
     if (descriptors.empty())
         return noResources;
-    if (!isThere(env, list, "list"))
-        return thrown;
-    const Local<jclass> type(env, env->GetObjectClass(list));
-    const jmethodID method = findAppendText(env, type.get());
-    if (method == nullptr)
+    Receiver receiver(env, list, "list", appendText);
+    if (!receiver.prepare())
         return thrown;
     for (const auto& [name, instance] : descriptors)
-        if (!appendText(env, list, method, name.c_str()) || !appendText(env, list, method, instance.c_str()))
+        if (!receiver.take(name.c_str()) || !receiver.take(instance.c_str()))
             return thrown;
     return success;
 }
@@ -205,39 +217,33 @@ std::string curvePath(const std::string& home, const Names& of, const std::strin
                : std::string();
 }
 
-/// The three objects that a headline goes to, and their methods.
+/// The three objects that a headline goes to.
 class HeadlineReceiver {
 public:
     HeadlineReceiver(JNIEnv* env, jobject intOut, jobject textOut, jobject floatOut)
-        : env_(env), intOut_(intOut), textOut_(textOut), floatOut_(floatOut) {}
+        : env_(env), textOut_(textOut), time_(env, intOut, "intOut", appendInt),
+          text_(env, textOut, "textOut", appendText), level_(env, floatOut, "floatOut", appendFloat) {}
 
     /// False with an exception pending when they are not what they should be.
     bool prepare() {
-        if (!isThere(env_, intOut_, "intOut") || !isThere(env_, textOut_, "textOut") ||
-            !isThere(env_, floatOut_, "floatOut"))
+        if (!time_.isThere() || !text_.isThere() || !level_.isThere())
             return false;
         const Local<jclass> type(env_, env_->GetObjectClass(textOut_));
         // A method found on one class and called on an object of another would end the Java machine.
-        return isOf(env_, type.get(), intOut_, "intOut") && isOf(env_, type.get(), floatOut_, "floatOut") &&
-               (appendInt_ = findAppendInt(env_, type.get())) != nullptr &&
-               (appendText_ = findAppendText(env_, type.get())) != nullptr &&
-               (appendFloat_ = findAppendFloat(env_, type.get())) != nullptr;
+        return time_.isOf(type.get()) && level_.isOf(type.get()) && time_.find(type.get()) &&
+               text_.find(type.get()) && level_.find(type.get());
     }
 
-    bool take(std::int64_t timestamp, const std::string& text, float level) {
-        return appendInt(env_, intOut_, appendInt_, clampToInt32(timestamp)) &&
-               appendText(env_, textOut_, appendText_, text.c_str()) &&
-               appendFloat(env_, floatOut_, appendFloat_, level);
+    bool take(std::int64_t timestamp, const std::string& text, float level) const {
+        return time_.take(clampToInt32(timestamp)) && text_.take(text.c_str()) && level_.take(level);
     }
 
 private:
     JNIEnv* env_;
-    jobject intOut_;
     jobject textOut_;
-    jobject floatOut_;
-    jmethodID appendInt_ = nullptr;
-    jmethodID appendText_ = nullptr;
-    jmethodID appendFloat_ = nullptr;
+    Receiver time_;
+    Receiver text_;
+    Receiver level_;
 };
 
 jint lockAndGetTimeStampLabel(JNIEnv* env, jstring name, jstring instance, HeadlineReceiver receiver) {
@@ -260,15 +266,12 @@ jint getLimit(JNIEnv* env, jstring name, jstring instance, jobject intOut) {
     const auto home = homeOfResources();
     if (!home)
         return noResources;
-    if (!isThere(env, intOut, "intOut"))
-        return thrown;
-    const Local<jclass> type(env, env->GetObjectClass(intOut));
-    const jmethodID method = findAppendInt(env, type.get());
-    if (method == nullptr)
+    Receiver receiver(env, intOut, "intOut", appendInt);
+    if (!receiver.prepare())
         return thrown;
     std::int32_t limit = 0;
     const std::int32_t result = findLimit(scriptPath(*home, Names(env, name, instance)), &limit);
-    if (result == success && !appendInt(env, intOut, method, limit))
+    if (result == success && !receiver.take(limit))
         return thrown;
     return result;
 }
@@ -277,15 +280,12 @@ jint getXYPairs(JNIEnv* env, jstring name, jstring instance, jstring kind, jobje
     const auto home = homeOfResources();
     if (!home)
         return noResources;
-    if (!isThere(env, list, "list"))
-        return thrown;
-    const Local<jclass> type(env, env->GetObjectClass(list));
-    const jmethodID method = findAppendText(env, type.get());
-    if (method == nullptr)
+    Receiver receiver(env, list, "list", appendText);
+    if (!receiver.prepare())
         return thrown;
     const Names names(env, name, instance);
     return slirpXYPairs(curvePath(*home, names, takeJavaText(env, kind)),
-                        [&](const char* word) { return appendText(env, list, method, word); });
+                        [&](const char* word) { return receiver.take(word); });
 }
 
 } // namespace

@@ -22,7 +22,7 @@ import java.nio.channels.UnresolvedAddressException;
 import java.time.Duration;
 import java.util.Objects;
 import java.util.concurrent.ExecutionException;
-import java.util.concurrent.FutureTask;
+import java.util.concurrent.Future;
 import java.util.concurrent.TimeUnit;
 import java.util.concurrent.TimeoutException;
 
@@ -38,26 +38,6 @@ final class AgentClient {
             .enable(DeserializationFeature.FAIL_ON_NULL_FOR_PRIMITIVES)
             .enable(DeserializationFeature.FAIL_ON_TRAILING_TOKENS)
             .enable(DeserializationFeature.READ_UNKNOWN_ENUM_VALUES_AS_NULL);
-
-    /** An agent that cannot be asked, or an answer that is not an agent's; the message is one line. */
-    public static final class Unavailable extends Exception {
-        private static final long serialVersionUID = 1L;
-
-        private final boolean unreachable;
-
-        private Unavailable(String message, boolean unreachable) {
-            super(Words.printable(message));
-            this.unreachable = unreachable;
-        }
-
-        /**
-         * Whether nobody answered, so that asking for something else is no use. An agent that answers otherwise than
-         * it was asked can be reached.
-         */
-        boolean isUnreachable() {
-            return unreachable;
-        }
-    }
 
     /** An answer, as it came and what it means. */
     record Overview(JsonNode json, Snapshot snapshot) {}
@@ -95,7 +75,7 @@ final class AgentClient {
                 .connectTimeout(Duration.ofSeconds(patience)).build();
     }
 
-    Overview overview() throws Unavailable {
+    Overview overview() throws Failed {
         JsonNode json = get("api/v1/resources", patience);
         Snapshot snapshot = as(Snapshot.class, json);
         if (snapshot.agent() == null || snapshot.resources() == null
@@ -105,7 +85,7 @@ final class AgentClient {
         return new Overview(json, snapshot);
     }
 
-    TrendView trend(int id) throws Unavailable {
+    TrendView trend(int id) throws Failed {
         JsonNode json = get("api/v1/resources/" + id + "/trend", 2 * patience);
         TrendView trend = as(TrendView.class, json);
         if (!isCurve(trend.samples()) || trend.forecast() != null && !isCurve(trend.forecast())) {
@@ -115,7 +95,7 @@ final class AgentClient {
     }
 
     /** The processes that use most of one resource. */
-    CulpritReport culprits(int id) throws Unavailable {
+    CulpritReport culprits(int id) throws Failed {
         CulpritReport report = as(
                 CulpritReport.class, get("api/v1/resources/" + id + "/culprits", patience));
         if (report.processes() == null || report.processes().stream().anyMatch(Objects::isNull)) {
@@ -129,7 +109,7 @@ final class AgentClient {
                 && curve.times().length == curve.values().length;
     }
 
-    private <T> T as(Class<T> type, JsonNode json) throws Unavailable {
+    private <T> T as(Class<T> type, JsonNode json) throws Failed {
         try {
             T value = MAPPER.treeToValue(json, type);
             if (value != null) {
@@ -141,25 +121,21 @@ final class AgentClient {
         throw stranger("its JSON has another form");
     }
 
-    private JsonNode get(String path, int timeoutSeconds) throws Unavailable {
-        FutureTask<JsonNode> task = new FutureTask<>(() -> fetch(page.resolve(path), timeoutSeconds));
-        Thread thread = new Thread(task, "lumetra-client");
-        thread.setDaemon(true);
-        thread.start();
+    private JsonNode get(String path, int timeoutSeconds) throws Failed {
         try {
-            return await(task);
+            return await(Background.start("lumetra-client", () -> fetch(page.resolve(path), timeoutSeconds)));
         } catch (TimeoutException e) {
             throw stranger("its answer has no end after " + wholePatience + " s");
         } catch (InterruptedException e) {
             Thread.currentThread().interrupt();
-            throw new Unavailable("interrupted", true);
+            throw Failed.forAll("interrupted");
         } catch (ExecutionException e) {
-            throw unavailable(e.getCause(), timeoutSeconds);
+            throw unanswered(e.getCause(), timeoutSeconds);
         }
     }
 
     /** Says that it waits, to whoever is watching, when an answer takes longer than a moment. */
-    private JsonNode await(FutureTask<JsonNode> task)
+    private JsonNode await(Future<JsonNode> task)
             throws InterruptedException, ExecutionException, TimeoutException {
         try {
             return task.get(1, TimeUnit.SECONDS);
@@ -174,8 +150,8 @@ final class AgentClient {
         }
     }
 
-    private Unavailable unavailable(Throwable cause, int timeoutSeconds) {
-        if (cause instanceof Unavailable known) {
+    private Failed unanswered(Throwable cause, int timeoutSeconds) {
+        if (cause instanceof Failed known) {
             return known;
         }
         if (cause instanceof OutOfMemoryError) {
@@ -184,8 +160,8 @@ final class AgentClient {
         if (cause instanceof ProtocolException) {
             return stranger("it does not speak HTTP");
         }
-        return new Unavailable("no agent answers at " + page + ": " + reason(cause, timeoutSeconds)
-                + "; start it with " + System.getProperty("lumetra.start", "./run-agent"), true);
+        return Failed.forAll("no agent answers at " + page + ": " + reason(cause, timeoutSeconds)
+                + "; start it with " + System.getProperty("lumetra.start", "./run-agent"));
     }
 
     private String reason(Throwable cause, int timeoutSeconds) {
@@ -204,11 +180,11 @@ final class AgentClient {
         return cause.toString();
     }
 
-    private Unavailable stranger(String why) {
-        return new Unavailable("what answers at " + page + " is no Lumetra Agent: " + why, false);
+    private Failed stranger(String why) {
+        return Failed.once("what answers at " + page + " is no Lumetra Agent: " + why);
     }
 
-    private JsonNode fetch(URI address, int timeoutSeconds) throws IOException, InterruptedException, Unavailable {
+    private JsonNode fetch(URI address, int timeoutSeconds) throws IOException, InterruptedException, Failed {
         HttpRequest request = HttpRequest.newBuilder(address).timeout(Duration.ofSeconds(timeoutSeconds))
                 .header("Accept", "application/json").build();
         HttpResponse<InputStream> answer = http.send(request, HttpResponse.BodyHandlers.ofInputStream());
@@ -223,11 +199,11 @@ final class AgentClient {
         }
     }
 
-    private Unavailable refused(int status, InputStream body) {
+    private Failed refused(int status, InputStream body) {
         try {
             JsonNode error = MAPPER.readTree(body.readNBytes(LARGEST_ERROR)).path("error").path("message");
             if (error.isTextual()) {
-                return new Unavailable("the agent at " + page + " refuses: " + error.textValue(), false);
+                return Failed.once("the agent at " + page + " refuses: " + error.textValue());
             }
         } catch (IOException e) {
             // an error without an explanation
@@ -235,7 +211,7 @@ final class AgentClient {
         return stranger("it answers with status " + status);
     }
 
-    private byte[] read(InputStream in) throws IOException, Unavailable {
+    private byte[] read(InputStream in) throws IOException, Failed {
         byte[] bytes = in.readNBytes(LARGEST_ANSWER + 1);
         if (bytes.length > LARGEST_ANSWER) {
             throw stranger("its answer is longer than " + (LARGEST_ANSWER >> 20) + " MiB");
@@ -243,7 +219,7 @@ final class AgentClient {
         return bytes;
     }
 
-    private JsonNode parse(byte[] bytes) throws IOException, Unavailable {
+    private JsonNode parse(byte[] bytes) throws IOException, Failed {
         try {
             JsonNode json = MAPPER.readTree(bytes);
             if (json != null && json.isObject()) {

@@ -1,6 +1,5 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.client;
 
-import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
 import java.io.IOException;
 import java.io.InputStream;
 import java.io.OutputStream;
@@ -12,35 +11,20 @@ import java.nio.file.StandardCopyOption;
 import java.nio.file.StandardOpenOption;
 import java.util.Arrays;
 import java.util.Map;
-import java.util.concurrent.CompletableFuture;
-import java.util.concurrent.CompletionException;
+import java.util.concurrent.ExecutionException;
+import java.util.concurrent.Future;
 import java.util.concurrent.TimeUnit;
 
 /** Draws by the program gnuplot, which is looked for in the path. */
 public final class Gnuplot {
 
+    private static final String THREAD = "lumetra-gnuplot";
     private static final int SECONDS = 30;
     private static final int LARGEST_PICTURE = 64 << 20;
     private static final int LONGEST_COMPLAINT = 4096;
     private static final Map<String, byte[]> BEGINNINGS = Map.of(
             "png", new byte[] {(byte) 0x89, 'P', 'N', 'G'},
             "svg", "<?xml".getBytes(StandardCharsets.US_ASCII));
-
-    /** A picture that could not be drawn; the message is one line. */
-    public static final class Failed extends Exception {
-        private static final long serialVersionUID = 1L;
-        private final boolean missing;
-
-        private Failed(String message, boolean missing) {
-            super(Words.printable(message));
-            this.missing = missing;
-        }
-
-        /** Whether there is no gnuplot, so that nothing else can be drawn either. */
-        boolean isMissing() {
-            return missing;
-        }
-    }
 
     private Gnuplot() {}
 
@@ -73,7 +57,7 @@ public final class Gnuplot {
             return await(process, script, format);
         } catch (InterruptedException e) {
             Thread.currentThread().interrupt();
-            throw new Failed("interrupted", false);
+            throw Failed.once("interrupted");
         } finally {
             process.destroyForcibly();
         }
@@ -83,53 +67,52 @@ public final class Gnuplot {
         try {
             return new ProcessBuilder("gnuplot", "--default-settings").start();
         } catch (IOException e) {
-            throw new Failed("gnuplot cannot be started; it is in the package gnuplot-nox", true);
+            throw Failed.forAll("gnuplot cannot be started; it is in the package gnuplot-nox");
         }
     }
 
     private static byte[] await(Process process, String script, String format)
             throws Failed, InterruptedException {
-        CompletableFuture<byte[]> picture = reading(process.getInputStream(), LARGEST_PICTURE);
-        CompletableFuture<byte[]> complaint = reading(process.getErrorStream(), LONGEST_COMPLAINT);
-        CompletableFuture<Void> sent = CompletableFuture.runAsync(() -> send(process, script));
+        Future<byte[]> picture = reading(process.getInputStream(), LARGEST_PICTURE);
+        Future<byte[]> complaint = reading(process.getErrorStream(), LONGEST_COMPLAINT);
+        Future<byte[]> sent = Background.start(THREAD, () -> send(process, script));
         if (!process.waitFor(SECONDS, TimeUnit.SECONDS)) {
-            throw new Failed("gnuplot took more than " + SECONDS + " s", false);
+            throw Failed.once("gnuplot took more than " + SECONDS + " s");
         }
-        sent.exceptionally(e -> null).join();
+        result(sent);
         byte[] bytes = result(picture);
         if (process.exitValue() != 0 || !begins(bytes, BEGINNINGS.get(format))) {
             String text = new String(result(complaint), StandardCharsets.UTF_8).strip();
-            throw new Failed("gnuplot failed with exit code " + process.exitValue()
-                    + (text.isEmpty() ? "" : ": " + text), false);
+            throw Failed.once("gnuplot failed with exit code " + process.exitValue()
+                    + (text.isEmpty() ? "" : ": " + text));
         }
         return bytes;
     }
 
-    private static CompletableFuture<byte[]> reading(InputStream in, int most) {
-        return CompletableFuture.supplyAsync(() -> {
+    private static Future<byte[]> reading(InputStream in, int most) {
+        return Background.start(THREAD, () -> {
             try (in) {
                 byte[] bytes = in.readNBytes(most);
                 in.transferTo(OutputStream.nullOutputStream());
                 return bytes;
-            } catch (IOException e) {
-                throw new CompletionException(e);
             }
-        }, task -> {
-            Thread thread = new Thread(task, "lumetra-gnuplot");
-            thread.setDaemon(true);
-            thread.start();
         });
     }
 
-    private static byte[] result(CompletableFuture<byte[]> future) {
-        return future.exceptionally(e -> new byte[0]).join();
+    private static byte[] send(Process process, String script) throws IOException {
+        byte[] bytes = script.getBytes(StandardCharsets.UTF_8);
+        try (OutputStream out = process.getOutputStream()) {
+            out.write(bytes);
+        }
+        return bytes;
     }
 
-    private static void send(Process process, String script) {
-        try (OutputStream out = process.getOutputStream()) {
-            out.write(script.getBytes(StandardCharsets.UTF_8));
-        } catch (IOException e) {
-            // gnuplot ended early and says why
+    /** Nothing where it failed, as when gnuplot ended early: it says why. */
+    private static byte[] result(Future<byte[]> future) throws InterruptedException {
+        try {
+            return future.get();
+        } catch (ExecutionException e) {
+            return new byte[0];
         }
     }
 

@@ -114,7 +114,7 @@ public final class PlotCommand implements Callable<Integer> {
             Snapshot snapshot = client.overview().snapshot();
             List<Snapshot.Resource> chosen = choose(snapshot.resources());
             return chosen.isEmpty() ? Program.FAILED : drawAll(chosen);
-        } catch (AgentClient.Unavailable e) {
+        } catch (Failed e) {
             return fail(e.getMessage());
         }
     }
@@ -175,21 +175,15 @@ public final class PlotCommand implements Callable<Integer> {
             progress(begin, i, chosen.size());
             try {
                 draw(chosen.get(i));
-            } catch (Gnuplot.Failed | AgentClient.Unavailable | IOException e) {
+            } catch (Failed | IOException e) {
                 code = fail(label(chosen.get(i)) + ": " + reason(e));
-                if (endsAll(e)) {
+                if (e instanceof Failed failed && failed.endsAll()) {
                     break;
                 }
             }
         }
         clearProgress();
         return code;
-    }
-
-    /** Whether no other chart can be drawn either. */
-    private static boolean endsAll(Exception e) {
-        return e instanceof Gnuplot.Failed gnuplot && gnuplot.isMissing()
-                || e instanceof AgentClient.Unavailable agent && agent.isUnreachable();
     }
 
     private static String reason(Exception e) {
@@ -209,8 +203,7 @@ public final class PlotCommand implements Callable<Integer> {
         }
     }
 
-    private void draw(Snapshot.Resource resource)
-            throws Gnuplot.Failed, AgentClient.Unavailable, IOException {
+    private void draw(Snapshot.Resource resource) throws Failed, IOException {
         TrendView trend = client.trend(resource.id());
         if (trend.samples().times().length == 0) {
             throw new IOException("there are no samples yet");

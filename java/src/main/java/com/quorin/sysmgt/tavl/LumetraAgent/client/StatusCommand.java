@@ -86,13 +86,13 @@ public final class StatusCommand implements Callable<Integer> {
         try {
             List<String> lines = lines();
             return watch == null ? print(lines) : watch(lines);
-        } catch (AgentClient.Unavailable e) {
+        } catch (Failed e) {
             System.err.println("lumetra status: " + e.getMessage());
             return Program.FAILED;
         }
     }
 
-    private List<String> lines() throws AgentClient.Unavailable {
+    private List<String> lines() throws Failed {
         AgentClient.Overview overview = client.overview();
         if (json) {
             return List.of(indented(overview.json()));
@@ -112,7 +112,7 @@ public final class StatusCommand implements Callable<Integer> {
                 try {
                     return StatusTable.largestUsers(
                             resource.identity().resource(), client.culprits(resource.id()));
-                } catch (AgentClient.Unavailable e) {
+                } catch (Failed e) {
                     return Optional.empty();
                 }
             }
@@ -143,7 +143,7 @@ public final class StatusCommand implements Callable<Integer> {
             try {
                 Thread.sleep(watch * 1000L);
                 lines = lines();
-            } catch (AgentClient.Unavailable e) {
+            } catch (Failed e) {
                 lines = instead(e);
             } catch (InterruptedException e) {
                 return Program.DONE;
@@ -152,7 +152,7 @@ public final class StatusCommand implements Callable<Integer> {
     }
 
     /** What is shown while there is no answer: among JSON, nothing. */
-    private List<String> instead(AgentClient.Unavailable reason) {
+    private List<String> instead(Failed reason) {
         if (!json) {
             return List.of(reason.getMessage());
         }

@@ -98,7 +98,7 @@ public final class EventHistory implements Consumer<Event> {
         try (FileChannel channel = FileChannel.open(file)) {
             long end = channel.size();
             long start = Math.max(0, end - most);
-            String text = FileText.part(channel, start, end, StandardCharsets.UTF_8);
+            String text = new String(FileText.part(channel, start, end), StandardCharsets.UTF_8);
             List<String> lines = Arrays.asList(text.split("\n"));
             return start == 0 ? lines : lines.subList(1, lines.size());
         } catch (IOException | SecurityException e) {

@@ -1,7 +1,7 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.files;
 
+import com.quorin.sysmgt.tavl.LumetraAgent.text.FileText;
 import java.io.IOException;
-import java.nio.ByteBuffer;
 import java.nio.channels.FileChannel;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
@@ -27,14 +27,10 @@ public final class ArchiveHistory {
         }
         try (FileChannel channel = FileChannel.open(archive)) {
             long start = Math.max(0, channel.size() - mostBytes);
-            ByteBuffer bytes = ByteBuffer.allocate((int) (channel.size() - start));
-            while (bytes.hasRemaining() && channel.read(bytes, start + bytes.position()) > 0) {
-                // reads on
-            }
-            byte[] text = bytes.array();
-            int first = startOfLast(text, bytes.position(), mostLines);
-            first = first == 0 && start > 0 ? endOfLine(text, 0, bytes.position()) + 1 : first;
-            for (int end; (end = endOfLine(text, first, bytes.position())) >= 0; first = end + 1) {
+            byte[] text = FileText.part(channel, start, channel.size());
+            int first = startOfLast(text, mostLines);
+            first = first == 0 && start > 0 ? endOfLine(text, 0) + 1 : first;
+            for (int end; (end = endOfLine(text, first)) >= 0; first = end + 1) {
                 ArchiveLine.parse(new String(text, first, end - first, StandardCharsets.ISO_8859_1))
                         .filter(l -> l.epochSeconds() < before).ifPresent(line);
             }
@@ -44,9 +40,9 @@ public final class ArchiveHistory {
     }
 
     /** Where the last so many whole lines begin. */
-    private static int startOfLast(byte[] text, int length, int lines) {
+    private static int startOfLast(byte[] text, int lines) {
         int left = lines + 1;
-        int at = length;
+        int at = text.length;
         while (at > 0 && (text[at - 1] != '\n' || --left > 0)) {
             at--;
         }
@@ -54,8 +50,8 @@ public final class ArchiveHistory {
     }
 
     /** Where the line ends; -1 when it does not, as one that is being written. */
-    private static int endOfLine(byte[] text, int from, int length) {
-        for (int i = from; i < length; i++) {
+    private static int endOfLine(byte[] text, int from) {
+        for (int i = from; i < text.length; i++) {
             if (text[i] == '\n') {
                 return i;
             }

@@ -18,6 +18,7 @@ import com.quorin.sysmgt.tavl.LumetraAgent.resource.LibraryFeed;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Publication;
 import com.quorin.sysmgt.tavl.LumetraAgent.score.ScoreBook;
 import com.quorin.sysmgt.tavl.LumetraAgent.score.ScoreFile;
+import com.quorin.sysmgt.tavl.LumetraAgent.text.Complaint;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.Program;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
 import com.quorin.sysmgt.tavl.LumetraAgent.watch.AgentWatch;
@@ -115,7 +116,7 @@ final class RunCommand implements Callable<Integer> {
     private PrintStream out;
     private HomeLock lock;
     private long reopenFrom = System.nanoTime();
-    private String lastFailure = "";
+    private final Complaint complaint = new Complaint("The agent's work cannot be shown for now");
     private WebServer server;
     private AgentWatch view;
     private EventHistory events;
@@ -267,7 +268,7 @@ final class RunCommand implements Callable<Integer> {
         } catch (HomeFiles.Unusable e) {
             // the agent says more of it
         } catch (RuntimeException | Error e) {
-            tell(e);
+            complaint.tell(e);
         }
     }
 
@@ -346,7 +347,7 @@ final class RunCommand implements Callable<Integer> {
                     look(deadline);
                 }
             } catch (RuntimeException | Error e) {
-                tell(e); // what is shown may fail, and even the waiting; the agent works on
+                complaint.tell(e); // what is shown may fail, and even the waiting; the agent works on
                 pause();
             }
         }
@@ -373,18 +374,6 @@ final class RunCommand implements Callable<Integer> {
             if (server != null && server.isBroken() && now - reopenFrom >= 0) {
                 reopenPage(now);
             }
-        }
-    }
-
-    private void tell(Throwable problem) {
-        try {
-            String failure = Words.printable(problem.toString());
-            if (!failure.equals(lastFailure)) {
-                System.err.println("The agent's work cannot be shown for now: " + failure);
-            }
-            lastFailure = failure;
-        } catch (OutOfMemoryError e) {
-            // no memory for words either; the next look may have some
         }
     }
 

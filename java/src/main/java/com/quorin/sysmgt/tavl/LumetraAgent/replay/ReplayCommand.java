@@ -4,6 +4,7 @@ import com.quorin.sysmgt.tavl.LumetraAgent.NativeLibrary;
 import com.quorin.sysmgt.tavl.LumetraAgent.ReplayFeed;
 import com.quorin.sysmgt.tavl.LumetraAgent.check.HomeFiles;
 import com.quorin.sysmgt.tavl.LumetraAgent.check.LibraryCheck;
+import com.quorin.sysmgt.tavl.LumetraAgent.client.Failed;
 import com.quorin.sysmgt.tavl.LumetraAgent.client.Gnuplot;
 import com.quorin.sysmgt.tavl.LumetraAgent.client.Terminal;
 import com.quorin.sysmgt.tavl.LumetraAgent.score.ScoreFile;
@@ -218,7 +219,7 @@ public final class ReplayCommand implements Callable<Integer> {
             Path file = plot.resolve("replay-" + resource.id() + ".png");
             try {
                 Gnuplot.drawTo(file, pictures.script(result, resource, ZoneId.systemDefault()), "png");
-            } catch (Gnuplot.Failed | IOException e) {
+            } catch (Failed | IOException e) {
                 fail(file + ": " + e.getMessage());
                 return false;
             }

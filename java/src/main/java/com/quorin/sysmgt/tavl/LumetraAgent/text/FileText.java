@@ -4,11 +4,11 @@ import java.io.IOException;
 import java.io.InputStream;
 import java.nio.ByteBuffer;
 import java.nio.channels.FileChannel;
-import java.nio.charset.Charset;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.InvalidPathException;
 import java.nio.file.Path;
+import java.util.Arrays;
 import java.util.Optional;
 
 /** Reads files as text. */
@@ -52,16 +52,12 @@ public final class FileText {
         }
     }
 
-    /**
-     * A part of an open file as text.
-     *
-     * @param end where the part ends, unless the file ends before
-     */
-    public static String part(FileChannel channel, long start, long end, Charset charset) throws IOException {
+    /** A part of an open file, up to a byte that there need not be. */
+    public static byte[] part(FileChannel channel, long start, long end) throws IOException {
         ByteBuffer bytes = ByteBuffer.allocate((int) (end - start));
         while (bytes.hasRemaining() && channel.read(bytes, start + bytes.position()) > 0) {
             // reads on
         }
-        return new String(bytes.array(), 0, bytes.position(), charset);
+        return bytes.hasRemaining() ? Arrays.copyOf(bytes.array(), bytes.position()) : bytes.array();
     }
 }

@@ -2,7 +2,7 @@ package com.quorin.sysmgt.tavl.LumetraAgent.watch;
 
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Feed;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Publication;
-import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
+import com.quorin.sysmgt.tavl.LumetraAgent.text.Complaint;
 import java.time.Duration;
 import java.util.List;
 import java.util.function.Consumer;
@@ -22,7 +22,7 @@ public final class FeedFollower implements AutoCloseable {
     private volatile boolean isClosed;
     private boolean isOver;
     private long last;
-    private String lastFailure = "";
+    private final Complaint complaint = new Complaint("The agent's state cannot be shown for now");
 
     /**
      * Opens the feed: from now on the library publishes. Made and started before the agent, so that nothing is
@@ -84,20 +84,8 @@ public final class FeedFollower implements AutoCloseable {
             });
             return true;
         } catch (RuntimeException | Error e) {
-            tell(e);
+            complaint.tell(e);
             return false;
-        }
-    }
-
-    private void tell(Throwable problem) {
-        try {
-            String failure = Words.printable(problem.toString());
-            if (!failure.equals(lastFailure)) {
-                System.err.println("The agent's state cannot be shown for now: " + failure);
-            }
-            lastFailure = failure;
-        } catch (OutOfMemoryError e) {
-            // no memory for words either; the next time may have some
         }
     }
 

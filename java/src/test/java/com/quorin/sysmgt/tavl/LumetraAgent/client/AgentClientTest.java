@@ -56,7 +56,7 @@ class AgentClientTest {
     }
 
     private String failure() {
-        String text = assertThrows(AgentClient.Unavailable.class, client::overview).getMessage();
+        String text = assertThrows(Failed.class, client::overview).getMessage();
         assertEquals(1, text.lines().count());
         assertTrue(text.indexOf('\u001b') < 0, text);
         return text;
@@ -109,7 +109,7 @@ class AgentClientTest {
     @Test
     void aChartWhoseCurvesAreUnequalIsRefused() {
         body = ("{\"id\":1,\"samples\":{\"times\":[1],\"values\":[]},\"forecast\":null}").getBytes();
-        assertTrue(assertThrows(AgentClient.Unavailable.class, () -> client.trend(1)).getMessage()
+        assertTrue(assertThrows(Failed.class, () -> client.trend(1)).getMessage()
                 .endsWith("its answer is not a chart"));
     }
 
