@@ -4,6 +4,7 @@ import http.server
 import itertools
 import json
 import os
+import pathlib
 import pty
 import re
 import shutil
@@ -205,6 +206,18 @@ class Completion(JavaTest):
     def test_the_values_of_an_option_are_offered(self):
         self.assertEqual({"png", "svg"}, self.offered("plot", "--format", ""))
         self.assertEqual({"svg"}, self.offered("plot", "--format", "s"))
+
+    def test_directories_are_offered_where_one_is_wanted_and_files_where_one_is(self):
+        with tempfile.TemporaryDirectory() as directory:
+            for name in ("one", "other place"):
+                os.mkdir(os.path.join(directory, name))
+            inside = directory + "/o"
+            pathlib.Path(inside + "penly.ini").touch()
+            directories = {directory + "/one", directory + "/other place"}
+            for command, option in (("run", "--home"), ("check", "--home"), ("plot", "--output"), ("replay", "--plot")):
+                self.assertEqual(directories, self.offered(command, option, inside), command)
+            for command in ("run", "check"):
+                self.assertEqual(directories | {inside + "penly.ini"}, self.offered(command, "--config", inside), command)
 
 
 class Status(CommandTest):
