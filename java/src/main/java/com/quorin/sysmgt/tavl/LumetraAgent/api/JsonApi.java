@@ -1,7 +1,6 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.api;
 
 import com.fasterxml.jackson.core.JsonGenerator;
-import com.fasterxml.jackson.core.JsonProcessingException;
 import com.fasterxml.jackson.databind.JsonSerializer;
 import com.fasterxml.jackson.databind.ObjectMapper;
 import com.fasterxml.jackson.databind.SerializerProvider;
@@ -11,9 +10,12 @@ import com.quorin.sysmgt.tavl.LumetraAgent.events.EventLine;
 import com.quorin.sysmgt.tavl.LumetraAgent.http.WebContent;
 import com.quorin.sysmgt.tavl.LumetraAgent.http.WebProblem;
 import com.quorin.sysmgt.tavl.LumetraAgent.http.WebRoute;
+import com.quorin.sysmgt.tavl.LumetraAgent.resource.Snapshot;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.TrendView;
+import com.quorin.sysmgt.tavl.LumetraAgent.text.Digits;
 import com.quorin.sysmgt.tavl.LumetraAgent.watch.AgentView;
 import java.io.IOException;
+import java.io.OutputStream;
 import java.util.Iterator;
 import java.util.LinkedHashMap;
 import java.util.List;
@@ -63,10 +65,34 @@ public final class JsonApi implements WebRoute {
         public void serialize(Double value, JsonGenerator out, SerializerProvider provider)
                 throws IOException {
             if (Double.isFinite(value)) {
-                out.writeNumber(value);
+                out.writeNumber(Digits.of(value));
             } else {
                 out.writeNull();
             }
+        }
+    }
+
+    /** A short history, of which a large machine's answer consists for the most part: written as one text. */
+    private static final class ShortHistory extends JsonSerializer<Snapshot.Recent> {
+
+        @Override
+        public void serialize(Snapshot.Recent recent, JsonGenerator out, SerializerProvider provider)
+                throws IOException {
+            StringBuilder values = new StringBuilder(8 * recent.values().size() + 2);
+            for (Double value : recent.values()) {
+                values.append(values.isEmpty() ? '[' : ',');
+                if (value == null || !Double.isFinite(value)) {
+                    values.append("null");
+                } else {
+                    Digits.append(values, value);
+                }
+            }
+            out.writeStartObject();
+            out.writeNumberField("from", recent.from());
+            out.writeNumberField("to", recent.to());
+            out.writeFieldName("values");
+            out.writeRawValue(values.isEmpty() ? "[]" : values.append(']').toString());
+            out.writeEndObject();
         }
     }
 
@@ -88,7 +114,7 @@ public final class JsonApi implements WebRoute {
             int points = Math.min(curve.times().length, curve.values().length);
             for (int i = 0; i < points; i++) {
                 if (Double.isFinite(curve.times()[i]) && Double.isFinite(curve.values()[i])) {
-                    out.writeNumber(numbers[i]);
+                    out.writeNumber(Digits.of(numbers[i]));
                 }
             }
             out.writeEndArray();
@@ -184,7 +210,7 @@ public final class JsonApi implements WebRoute {
     private WebContent made(Object shown) {
         makers.acquireUninterruptibly();
         try {
-            return new WebContent(WebContent.JSON, toBytes(shown));
+            return WebContent.of(WebContent.JSON, out -> write(shown, out));
         } finally {
             makers.release();
         }
@@ -206,13 +232,9 @@ public final class JsonApi implements WebRoute {
         return before == now || now instanceof Events && now.equals(before);
     }
 
-    /** An object of the interface as JSON, in UTF-8. */
-    public static byte[] toBytes(Object shown) {
-        try {
-            return MAPPER.writeValueAsBytes(shown);
-        } catch (JsonProcessingException e) {
-            throw new IllegalStateException("an object of the interface has no JSON", e);
-        }
+    /** Writes an object of the interface as JSON, in UTF-8. */
+    public static void write(Object shown, OutputStream out) throws IOException {
+        MAPPER.writeValue(out, shown);
     }
 
     private static ObjectMapper mapper() {
@@ -220,6 +242,7 @@ public final class JsonApi implements WebRoute {
         JsonSerializer<Double> number = new FiniteNumber();
         numbers.addSerializer(Double.class, number);
         numbers.addSerializer(Double.TYPE, number);
+        numbers.addSerializer(Snapshot.Recent.class, new ShortHistory());
         numbers.addSerializer(TrendView.Curve.class, new FiniteCurve());
         return new ObjectMapper().registerModule(numbers);
     }

@@ -6,6 +6,7 @@ import com.sun.net.httpserver.HttpExchange;
 import com.sun.net.httpserver.HttpServer;
 import java.io.IOException;
 import java.io.InterruptedIOException;
+import java.io.InputStream;
 import java.io.OutputStream;
 import java.io.PrintStream;
 import java.net.Inet6Address;
@@ -347,16 +348,17 @@ public final class WebServer implements AutoCloseable {
         if (zipped) {
             headers.set("Content-Encoding", "gzip");
         }
-        byte[] bytes = content.bytes(zipped);
+        int length = content.length(zipped);
         if (exchange.getRequestMethod().equals("HEAD")) {
-            headers.set("Content-Length", Integer.toString(bytes.length));
+            headers.set("Content-Length", Integer.toString(length));
             exchange.sendResponseHeaders(status, -1);
             return;
         }
-        exchange.sendResponseHeaders(status, bytes.length);
-        try (OutputStream body = exchange.getResponseBody()) {
-            for (int at = 0; at < bytes.length; at += PIECE) {
-                body.write(bytes, at, Math.min(PIECE, bytes.length - at));
+        exchange.sendResponseHeaders(status, length);
+        try (InputStream bytes = content.open(zipped); OutputStream body = exchange.getResponseBody()) {
+            byte[] piece = new byte[Math.min(PIECE, length)];
+            for (int count; (count = bytes.read(piece)) > 0; ) {
+                body.write(piece, 0, count);
             }
         }
     }

@@ -48,8 +48,8 @@ public final class MetricsPage implements WebRoute {
         Answer known = answers.get(format);
         if (known == null || known.snapshot != snapshot || known.told != told) {
             answers.remove(format); // the old and the new need not be in the memory together
-            byte[] text = MetricsReport.write(format, snapshot, events, names);
-            known = new Answer(snapshot, told, WebContent.negotiated(format.contentType(), text));
+            known = new Answer(snapshot, told, WebContent.negotiated(format.contentType(),
+                    out -> MetricsReport.write(new MetricsText(format, out), snapshot, events, names)));
             answers.put(format, known);
         }
         return known.content;

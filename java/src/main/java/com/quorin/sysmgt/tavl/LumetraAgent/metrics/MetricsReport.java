@@ -6,17 +6,24 @@ import com.quorin.sysmgt.tavl.LumetraAgent.events.EventCounts;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.ResourceState;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Snapshot;
 import java.math.BigDecimal;
+import java.util.Arrays;
 import java.util.Comparator;
+import java.util.HashMap;
 import java.util.HashSet;
 import java.util.List;
 import java.util.Map;
 import java.util.Set;
 import java.util.function.ToDoubleFunction;
+import java.util.stream.Collectors;
 
 /** Everything that the agent measures, as metrics; docs/metrics.md describes them. */
 final class MetricsReport {
 
     private static final double NONE = Double.NaN;
+    private static final Map<ResourceState, String> STATES = Arrays.stream(ResourceState.values())
+            .collect(Collectors.toMap(state -> state, state -> more("state", state.id())));
+    private static final Map<Event.Type, String> TYPES = Event.Type.OF_RESOURCES.stream()
+            .collect(Collectors.toMap(type -> type, type -> more("type", type.word())));
 
     private final MetricsText out;
     private final Snapshot snapshot;
@@ -34,19 +41,22 @@ final class MetricsReport {
     }
 
     /**
-     * The metrics as bytes of UTF-8.
+     * Writes all metrics.
      *
      * @param names gives the resources their labels, and remembers which
      */
-    static byte[] write(MetricsFormat format, Snapshot snapshot, EventCounts events, MetricsNames names) {
-        MetricsText out = new MetricsText(format);
+    static void write(MetricsText out, Snapshot snapshot, EventCounts events, MetricsNames names) {
         MetricsReport report = new MetricsReport(out, snapshot, events, names);
         report.writeResources();
         report.writeForecasts();
         report.writeTrackRecords();
         report.writeEvents();
         report.writeAgent();
-        return out.bytes();
+        out.finish();
+    }
+
+    private static String more(String label, String value) {
+        return "," + MetricsText.labels(label, value);
     }
 
     private void gauge(String name, String unit, String help, ToDoubleFunction<Snapshot.Resource> value) {
@@ -66,15 +76,21 @@ final class MetricsReport {
         out.family("lumetra_resource_state", MetricsText.Type.GAUGE, "",
                 "How the resource stands: 1 for the present state, 0 for every other.");
         for (Snapshot.Resource r : resources) {
+            String its = labels.get(r.id());
             for (ResourceState state : ResourceState.values()) {
-                out.sample(labels.get(r.id()) + "," + MetricsText.labels("state", state.id()),
-                        r.state() == state ? 1 : 0);
+                out.sample(its, STATES.get(state), r.state() == state ? 1 : 0);
             }
         }
     }
 
-    private static double perCent(Double value) {
-        return value == null ? NONE : BigDecimal.valueOf(value).movePointLeft(2).doubleValue();
+    /** A share with the digits of its percentage, of which those of a {@link Snapshot} have four behind the point. */
+    static double perCent(Double value) {
+        if (value == null) {
+            return NONE;
+        }
+        double tenThousandths = Math.rint(value * 1e4);
+        return tenThousandths / 1e4 == value && Math.abs(tenThousandths) < 1e15 ? tenThousandths / 1e6
+                : BigDecimal.valueOf(value).movePointLeft(2).doubleValue();
     }
 
     private double timeToExhaustion(Snapshot.Resource r) {
@@ -95,8 +111,11 @@ final class MetricsReport {
     private void writeForecasts() {
         out.family("lumetra_forecast_model_info", MetricsText.Type.INFO, "",
                 "The model that was chosen for the newest forecast; none without one.");
-        resources.forEach(r -> out.sample(labels.get(r.id()) + ","
-                + MetricsText.labels("model", r.forecast().model() == null ? "none" : r.forecast().model()), 1));
+        Map<String, String> models = new HashMap<>();
+        for (Snapshot.Resource r : resources) {
+            String model = r.forecast().model() == null ? "none" : r.forecast().model();
+            out.sample(labels.get(r.id()), models.computeIfAbsent(model, m -> more("model", m)), 1);
+        }
         gauge("lumetra_forecast_timestamp_seconds", "seconds",
                 "When the newest forecast was made; NaN without one.",
                 r -> r.forecast().forecastAt() == null ? NONE : r.forecast().forecastAt());
@@ -133,8 +152,7 @@ final class MetricsReport {
             TrendReader.Resource key = snapshot.measures().keys().get(r.id());
             boolean isFirst = counted.add(key);
             for (Event.Type type : Event.Type.OF_RESOURCES) {
-                out.sample(labels.get(r.id()) + "," + MetricsText.labels("type", type.word()),
-                        isFirst ? events.of(type, key) : 0);
+                out.sample(labels.get(r.id()), TYPES.get(type), isFirst ? events.of(type, key) : 0);
             }
         }
         out.sample(MetricsText.labels("resource", "", "device", "", "mountpoint", "", "type",
@@ -149,8 +167,8 @@ final class MetricsReport {
         out.sample("", agent.cycles());
         out.family("lumetra_agent_cycle_seconds", MetricsText.Type.SUMMARY, "seconds",
                 "Duration of the cycles, without the pause between them.");
-        out.sample("_sum", "", Math.round(measures.cycleSeconds() * 1e6) / 1e6);
-        out.sample("_count", "", agent.cycles());
+        out.part("_sum", Math.round(measures.cycleSeconds() * 1e6) / 1e6);
+        out.part("_count", agent.cycles());
         agentGauge("lumetra_agent_archive_bytes", "bytes", "Size of the archive.", measures.archiveBytes());
         agentGauge("lumetra_agent_start_time_seconds", "seconds", "When the process started its work.",
                 agent.startedAt());

@@ -1,17 +1,21 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.metrics;
 
+import com.quorin.sysmgt.tavl.LumetraAgent.text.Digits;
+import java.io.IOException;
+import java.io.OutputStream;
+import java.io.UncheckedIOException;
 import java.math.BigDecimal;
-import java.nio.ByteBuffer;
 import java.nio.charset.StandardCharsets;
-import java.util.ArrayList;
-import java.util.List;
 import java.util.Locale;
 
-/** Writes metrics, family by family, in one of the two forms. */
+/** Writes metrics, family by family, in one of the two forms and in UTF-8. */
 final class MetricsText {
 
     /** The metrics of thousands of resources are megabytes: they are encoded piece by piece. */
     private static final int PIECE = 64 * 1024;
+
+    /** The digits of a whole number below this one are those of its shortest text. */
+    private static final long LARGEST_EXACT = 1_000_000_000_000_000L;
 
     /** The types of families that the agent has. */
     enum Type {
@@ -27,11 +31,12 @@ final class MetricsText {
 
     private final MetricsFormat format;
     private final StringBuilder out = new StringBuilder();
-    private final List<byte[]> pieces = new ArrayList<>();
+    private final OutputStream target;
     private String name = "";
 
-    MetricsText(MetricsFormat format) {
+    MetricsText(MetricsFormat format, OutputStream target) {
         this.format = format;
+        this.target = target;
     }
 
     /**
@@ -65,23 +70,66 @@ final class MetricsText {
      * @param labels see {@link #labels}; empty for none
      */
     void sample(String labels, double value) {
-        sample("", labels, value);
+        sample(labels, "", value);
     }
 
-    /** A sample whose name is longer than its family's, by a suffix. */
-    void sample(String suffix, String labels, double value) {
-        out.append(name).append(suffix);
+    /**
+     * A sample of the present family whose labels come in two parts.
+     *
+     * @param labels see {@link #labels}; empty for none at all
+     * @param more   the same, behind a comma; empty for none
+     */
+    void sample(String labels, String more, double value) {
+        out.append(name);
         if (!labels.isEmpty()) {
-            out.append('{').append(labels).append('}');
+            out.append('{').append(labels).append(more).append('}');
         }
-        out.append(' ').append(number(value)).append('\n');
+        end(value);
+    }
+
+    /** A sample without labels whose name is longer than its family's, by a suffix. */
+    void part(String suffix, double value) {
+        out.append(name).append(suffix);
+        end(value);
+    }
+
+    private void end(double value) {
+        out.append(' ');
+        appendNumber(value);
+        out.append('\n');
         if (out.length() >= PIECE) {
             encode();
         }
     }
 
+    /** Plain digits without an exponent. Nearly all values are whole, and none of those needs more than a long. */
+    private void appendNumber(double value) {
+        long whole = (long) value;
+        if (whole == value && Math.abs(value) < LARGEST_EXACT) {
+            out.append(whole);
+        } else {
+            out.append(number(value));
+        }
+    }
+
+    private static String number(double value) {
+        if (Double.isNaN(value)) {
+            return "NaN";
+        }
+        if (Double.isInfinite(value)) {
+            return value > 0 ? "+Inf" : "-Inf";
+        }
+        String text = Digits.of(value);
+        boolean isPlain = text.indexOf('E') < 0 && !text.endsWith("0");
+        return isPlain ? text : new BigDecimal(text).stripTrailingZeros().toPlainString();
+    }
+
     private void encode() {
-        pieces.add(out.toString().getBytes(StandardCharsets.UTF_8));
+        try {
+            target.write(out.toString().getBytes(StandardCharsets.UTF_8));
+        } catch (IOException e) {
+            throw new UncheckedIOException(e);
+        }
         out.setLength(0);
     }
 
@@ -99,23 +147,9 @@ final class MetricsText {
         return value.replace("\\", "\\\\").replace("\"", "\\\"").replace("\n", "\\n");
     }
 
-    /** Plain digits without an exponent. */
-    private static String number(double value) {
-        if (Double.isNaN(value)) {
-            return "NaN";
-        }
-        if (Double.isInfinite(value)) {
-            return value > 0 ? "+Inf" : "-Inf";
-        }
-        return new BigDecimal(Double.toString(value)).stripTrailingZeros().toPlainString();
-    }
-
-    /** The finished text in UTF-8. */
-    byte[] bytes() {
+    /** Writes what there is still to write. */
+    void finish() {
         out.append(format == MetricsFormat.OPEN ? "# EOF\n" : "");
         encode();
-        ByteBuffer all = ByteBuffer.allocate(pieces.stream().mapToInt(piece -> piece.length).sum());
-        pieces.forEach(all::put);
-        return all.array();
     }
 }

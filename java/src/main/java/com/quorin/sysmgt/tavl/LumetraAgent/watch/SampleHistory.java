@@ -2,9 +2,9 @@ package com.quorin.sysmgt.tavl.LumetraAgent.watch;
 
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Snapshot;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.TrendView;
-import java.util.ArrayList;
+import java.util.AbstractList;
 import java.util.Arrays;
-import java.util.List;
+import java.util.RandomAccess;
 
 /**
  * The newest samples of one resource, those of earlier runs included, in bounded memory.
@@ -19,8 +19,27 @@ final class SampleHistory {
     /** So many stretches make up a short history. */
     static final int STRETCHES = 60;
 
-    private final int most;
-    private long[] times = new long[16];
+    /** Numbers where there are any, and null elsewhere; thousands of resources have sixty each, mostly unread. */
+    private static final class Means extends AbstractList<Double> implements RandomAccess {
+        private final double[] means;
+
+        Means(double[] means) {
+            this.means = means;
+        }
+
+        @Override
+        public Double get(int i) {
+            return Double.isFinite(means[i]) ? means[i] : null;
+        }
+
+        @Override
+        public int size() {
+            return means.length;
+        }
+    }
+
+    private int most;
+    private int[] times = new int[16];
     private double[] values = new double[16];
     private int start;
     private int size;
@@ -33,18 +52,18 @@ final class SampleHistory {
     /**
      * Takes up a sample. One that stands for none, or is no number, is left out.
      *
-     * @param time  seconds since the epoch
+     * @param time  seconds since the epoch, kept in 32 bits without a sign; another is left out
      * @param value per cent
      */
     void add(long time, double value) {
-        if (value == NO_SAMPLE || !Double.isFinite(value)) {
+        if (value == NO_SAMPLE || !Double.isFinite(value) || time >>> Integer.SIZE != 0) {
             return;
         }
         if (size == times.length && size < most) {
-            grow();
+            resize(Math.min(most, 2 * times.length));
         }
-        int slot = (start + size) % times.length;
-        times[slot] = time;
+        int slot = slot(size);
+        times[slot] = (int) time;
         values[slot] = value;
         if (size < Math.min(most, times.length)) {
             size++;
@@ -53,17 +72,27 @@ final class SampleHistory {
         }
     }
 
-    private void grow() {
-        int length = Math.min(most, 2 * times.length);
-        long[] moreTimes = new long[length];
-        double[] moreValues = new double[length];
-        for (int i = 0; i < size; i++) {
-            moreTimes[i] = time(i);
-            moreValues[i] = value(i);
+    /** Makes room for so many samples, of which the newest stay. */
+    private void resize(int length) {
+        int kept = Math.min(size, length);
+        int[] newTimes = new int[length];
+        double[] newValues = new double[length];
+        for (int i = 0; i < kept; i++) {
+            newTimes[i] = (int) time(size - kept + i);
+            newValues[i] = value(size - kept + i);
         }
-        times = moreTimes;
-        values = moreValues;
+        times = newTimes;
+        values = newValues;
         start = 0;
+        size = kept;
+    }
+
+    /** Keeps no more than so many samples from now on. */
+    void limit(int fewer) {
+        most = Math.min(most, fewer);
+        if (times.length > most) {
+            resize(most);
+        }
     }
 
     /** The samples from one moment on and before another, in seconds since the epoch, oldest first. */
@@ -89,37 +118,39 @@ final class SampleHistory {
     Snapshot.Recent recent(long to, long window) {
         long from = to;
         for (int i = 0; i < size; i++) {
-            if (time(i) >= to - window && time(i) < from) {
-                from = time(i);
+            long time = time(i);
+            if (time >= to - window && time < from) {
+                from = time;
             }
         }
         double[] sums = new double[from == to ? 1 : STRETCHES];
         int[] counts = new int[sums.length];
         for (int i = 0; i < size; i++) {
-            if (time(i) >= from && time(i) <= to) {
-                long at = from == to ? 0 : (time(i) - from) * STRETCHES / (to - from);
+            long time = time(i);
+            if (time >= from && time <= to) {
+                long at = from == to ? 0 : (time - from) * STRETCHES / (to - from);
                 int stretch = (int) Math.min(at, sums.length - 1);
                 sums[stretch] += value(i);
                 counts[stretch]++;
             }
         }
-        List<Double> means = new ArrayList<>(sums.length);
         for (int i = 0; i < sums.length; i++) {
-            means.add(counts[i] == 0 ? null : rounded(sums[i] / counts[i]));
+            sums[i] = Math.rint(sums[i] / counts[i] * 1000) / 1000;
         }
-        return new Snapshot.Recent(from, to, means);
-    }
-
-    private static Double rounded(double mean) {
-        double rounded = Math.rint(mean * 1000) / 1000;
-        return Double.isFinite(rounded) ? rounded : null;
+        return new Snapshot.Recent(from, to, new Means(sums));
     }
 
     private long time(int i) {
-        return times[(start + i) % times.length];
+        return Integer.toUnsignedLong(times[slot(i)]);
     }
 
     private double value(int i) {
-        return values[(start + i) % values.length];
+        return values[slot(i)];
+    }
+
+    /** Where a sample is, the oldest being 0; a division would be most of the work of a short history. */
+    private int slot(int i) {
+        int slot = start + i;
+        return slot < times.length ? slot : slot - times.length;
     }
 }

@@ -25,7 +25,7 @@ final class WatchedFleet {
     /** So many resources that are gone stay in the list. */
     static final int MOST_ABSENT = 1000;
 
-    /** Of a fleet that is larger than this, so many samples of each further resource are kept. */
+    /** Of a fleet that is larger than this, fewer samples of each resource are kept: all must fit into the heap. */
     private static final int LARGE_FLEET = 2000;
     private static final int SAMPLES_OF_LARGE_FLEET = 256;
 
@@ -48,6 +48,9 @@ final class WatchedFleet {
     void take(long number, RunState newest) {
         for (RunResource said : newest.resources()) {
             resource(said.identity().id()).take(number, newest.cycle().time(), said);
+        }
+        if (all.size() > LARGE_FLEET) {
+            all.values().forEach(r -> r.history().limit(SAMPLES_OF_LARGE_FLEET));
         }
         state = newest;
         cycle = number;

@@ -5,7 +5,6 @@ import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
-import com.quorin.sysmgt.tavl.LumetraAgent.api.JsonApi;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Snapshot;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.TrendView;
 import com.quorin.sysmgt.tavl.LumetraAgent.watch.FakeView;
@@ -64,12 +63,12 @@ class AgentClientTest {
 
     @Test
     void whatTheServerSendsIsReadBackTheSame() throws Exception {
-        body = JsonApi.toBytes(view.snapshot);
+        body = FakeView.json(view.snapshot);
         Snapshot snapshot = client.overview().snapshot();
         assertEquals(view.snapshot.agent(), snapshot.agent());
         assertEquals(view.snapshot.resources(), snapshot.resources());
         assertEquals(view.snapshot.leftOut(), snapshot.leftOut());
-        body = JsonApi.toBytes(view.trend);
+        body = FakeView.json(view.trend);
         TrendView trend = client.trend(7);
         assertArrayEquals(view.trend.samples().times(), trend.samples().times());
         assertArrayEquals(view.trend.forecast().values(), trend.forecast().values());
@@ -77,7 +76,7 @@ class AgentClientTest {
 
     @Test
     void membersThatALaterAgentAddsAreNoTrouble() throws Exception {
-        body = new String(JsonApi.toBytes(FakeView.snapshot(List.of())), StandardCharsets.UTF_8)
+        body = new String(FakeView.json(FakeView.snapshot(List.of())), StandardCharsets.UTF_8)
                 .replaceFirst("\\{", "{\"more\":[1],").getBytes(StandardCharsets.UTF_8);
         assertEquals(0, client.overview().snapshot().resources().size());
     }

@@ -9,7 +9,6 @@ import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.fasterxml.jackson.databind.ObjectMapper;
-import com.quorin.sysmgt.tavl.LumetraAgent.api.JsonApi;
 import com.quorin.sysmgt.tavl.LumetraAgent.host.AgentRoutes;
 import com.quorin.sysmgt.tavl.LumetraAgent.watch.FakeView;
 import com.sun.net.httpserver.HttpContext;
@@ -134,7 +133,7 @@ class WebServerTest {
         assertGuarded(answer);
         assertEquals(WebContent.JSON, answer.headers.get("content-type"));
         assertEquals(Integer.toString(answer.body.length), answer.headers.get("content-length"));
-        assertArrayEquals(JsonApi.toBytes(view.snapshot), answer.body);
+        assertArrayEquals(FakeView.json(view.snapshot), answer.body);
     }
 
     @Test

@@ -9,13 +9,17 @@ import com.quorin.sysmgt.tavl.LumetraAgent.events.Event;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.EventCounts;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.ResourceState;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Snapshot;
+import java.io.ByteArrayOutputStream;
+import java.math.BigDecimal;
 import java.nio.charset.StandardCharsets;
 import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.HashMap;
 import java.util.List;
 import java.util.Map;
+import java.util.Random;
 import java.util.stream.Collectors;
+import java.util.stream.DoubleStream;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.CsvSource;
@@ -51,7 +55,9 @@ class MetricsReportTest {
         Snapshot.Agent agent = new Snapshot.Agent("1.0", "/home", 9000, 10_001, true, false, 4, NEWEST,
                 5.0, 200, 0, 24, null, 0);
         Snapshot snapshot = new Snapshot(agent, rows, List.of(), new Snapshot.Measures(0.75, 4096, keys));
-        return new String(MetricsReport.write(format, snapshot, events, names), StandardCharsets.UTF_8);
+        ByteArrayOutputStream out = new ByteArrayOutputStream();
+        MetricsReport.write(new MetricsText(format, out), snapshot, events, names);
+        return out.toString(StandardCharsets.UTF_8);
     }
 
     private String value(String series) {
@@ -96,6 +102,16 @@ class MetricsReportTest {
         assertEquals("6", value("lumetra_resource_announcements{" + DISK + ",outcome=\"levelled_off\"}"));
         assertEquals("4", value("lumetra_resource_announcements_levelled_off_in_a_row{" + DISK + "}"));
         assertEquals("4320", value("lumetra_resource_announcement_error_seconds{" + DISK + "}"));
+    }
+
+    @Test
+    void aShareHasTheDigitsOfItsPercentage() {
+        DoubleStream all = DoubleStream.of(0, -0.0, 100, 1e300, -1e300, 1e-300, 1e11, 123456789012.3456, 33.3333);
+        DoubleStream random = new Random(1).doubles(20_000, -1, 200)
+                .flatMap(v -> DoubleStream.of(v, Math.rint(v * 1e4) / 1e4));
+        DoubleStream.concat(all, random).forEach(v -> assertEquals(
+                BigDecimal.valueOf(v).movePointLeft(2).doubleValue() + 0.0, MetricsReport.perCent(v) + 0.0, "" + v));
+        assertTrue(Double.isNaN(MetricsReport.perCent(null)));
     }
 
     @Test

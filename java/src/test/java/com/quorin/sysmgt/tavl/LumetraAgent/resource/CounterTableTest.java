@@ -4,10 +4,10 @@ import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.quorin.sysmgt.tavl.LumetraAgent.LoadedLibrary;
-import com.quorin.sysmgt.tavl.LumetraAgent.api.JsonApi;
 import com.quorin.sysmgt.tavl.LumetraAgent.client.StatusTable;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.CulpritFile;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.CulpritReport;
+import com.quorin.sysmgt.tavl.LumetraAgent.watch.FakeView;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
@@ -65,7 +65,7 @@ class CounterTableTest {
     void itsWordsTravelToThePage() {
         Snapshot.Identity shown = ResourceNames.of(licences().made().identity()).shown();
         assertEquals("Licences", shown.counterWords());
-        assertTrue(new String(JsonApi.toBytes(shown), StandardCharsets.UTF_8)
+        assertTrue(new String(FakeView.json(shown), StandardCharsets.UTF_8)
                 .contains("\"counterWords\":\"Licences\""));
     }
 

@@ -1,6 +1,7 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.watch;
 
 import com.quorin.sysmgt.tavl.LumetraAgent.TrendReader;
+import com.quorin.sysmgt.tavl.LumetraAgent.api.JsonApi;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.Event;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.EventCounts;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.Culprit;
@@ -8,6 +9,9 @@ import com.quorin.sysmgt.tavl.LumetraAgent.files.CulpritReport;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.ResourceState;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Snapshot;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.TrendView;
+import java.io.ByteArrayOutputStream;
+import java.io.IOException;
+import java.io.UncheckedIOException;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.Optional;
@@ -33,6 +37,17 @@ public class FakeView implements AgentView {
         for (int i = 0; i < 1500; i++) {
             events.add(failure(1000 - i, HOSTILE));
         }
+    }
+
+    /** An object of the JSON interface as it is sent. */
+    public static byte[] json(Object shown) {
+        ByteArrayOutputStream out = new ByteArrayOutputStream();
+        try {
+            JsonApi.write(shown, out);
+        } catch (IOException e) {
+            throw new UncheckedIOException(e);
+        }
+        return out.toByteArray();
     }
 
     public static Snapshot.Resource resource(int id, String name, String instance, Double value) {

@@ -43,6 +43,27 @@ class SampleHistoryTest {
     }
 
     @Test
+    void whatIsToKeepLessKeepsTheNewest() {
+        for (int i = 0; i < 5000; i++) {
+            history.add(i, i);
+        }
+        history.limit(3);
+        assertArrayEquals(new double[] {4997, 4998, 4999}, all().values());
+        history.limit(5);
+        history.add(5000, 5000);
+        assertArrayEquals(new double[] {4998, 4999, 5000}, all().values());
+    }
+
+    @Test
+    void aTimeIsKeptUpToTheEndOf32Bits() {
+        history.add(0x8000_0000L, 1);
+        history.add(0xffff_ffffL, 2);
+        history.add(0x1_0000_0000L, 3);
+        history.add(-1, 4);
+        assertArrayEquals(new double[] {0x8000_0000L, 0xffff_ffffL}, all().times());
+    }
+
+    @Test
     void whatStandsForNoSampleIsLeftOut() {
         history.add(1, SampleHistory.NO_SAMPLE);
         history.add(2, -0.99);

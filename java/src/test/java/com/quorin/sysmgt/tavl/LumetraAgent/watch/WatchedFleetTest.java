@@ -10,6 +10,8 @@ import com.quorin.sysmgt.tavl.LumetraAgent.resource.ResourceState;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Snapshot;
 import java.util.List;
 import java.util.Map;
+import java.util.stream.Collectors;
+import java.util.stream.IntStream;
 import org.junit.jupiter.api.Test;
 
 class WatchedFleetTest {
@@ -105,6 +107,18 @@ class WatchedFleetTest {
         cycle(3, swap);
         assertEquals(50.0, row(3).reading().value());
         assertEquals(ResourceState.UNREADABLE, row(3).state());
+    }
+
+    @Test
+    void ofALargeFleetFewerSamplesAreKept() {
+        for (long number = 1; number <= 300; number++) {
+            cycle(number, swap);
+        }
+        assertEquals(300, fleet.listed(3).history().between(0, Double.MAX_VALUE).length());
+        Map<Integer, Double> more = IntStream.range(1000, 3000).boxed().collect(Collectors.toMap(id -> id, id -> 1.0));
+        fleet.takeHistory(new ArchiveLine(START, more));
+        cycle(301, swap);
+        assertEquals(256, fleet.listed(3).history().between(0, Double.MAX_VALUE).length());
     }
 
     @Test
