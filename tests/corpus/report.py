@@ -1,0 +1,373 @@
+"""docs/accuracy.md: its text, its tables, and what its pictures show, from the replays of a corpus."""
+
+import json
+import os
+
+import pictures
+from scores import EVENT, HOUR, MARKS, ONSET, RULES, Score, beats, best_settings, rules_in, scores_of
+
+KINDS = (
+    ("disks that fill for days", "files, mails, data bases",
+     ("steady-leak", "late-leak", "accelerating", "saturating", "slow-drift", "step", "resize")),
+    ("logs and jobs of the night", "rotation, dumps, backups", ("rotation", "rotation-growing", "nightly-burst")),
+    ("people at work", "sessions, scratch files, swap", ("daily-cycle", "daily-cycle-growing", "daily-cycle-filling", "weekly-cycle",
+                                                         "weekly-cycle-growing", "weekly-cycle-filling")),
+    ("things that run away", "programs in development, queries without an end", ("runaway", "noise", "reverting-walk")),
+)
+
+
+class Results:
+    """What was measured: for each family the truth, the replay with the rules it is compared with, and the sweep (may be empty)."""
+
+    def __init__(self):
+        self.truths, self.replays, self.sweeps = {}, {}, {}
+
+    def scores(self):
+        """Family: {rule: score}."""
+        return {name: scores_of(replay) for name, replay in self.replays.items()}
+
+    def swept(self, families):
+        """(settings, {rule: score}) for all settings of the sweep, added up over these families, the shipped settings first."""
+        settings, totals = {}, {}
+        for name in families:
+            for one in self.sweeps.get(name, []):
+                key = json.dumps(one["settings"], sort_keys=True)
+                settings[key] = one["settings"]
+                mine = totals.setdefault(key, {})
+                for rule, score in scores_of(one).items():
+                    mine[rule] = mine.get(rule, Score()) + score
+        return [(settings[key], totals[key]) for key in settings]
+
+
+# Words and numbers.
+
+
+def hours(value):
+    """Hours in two figures, minutes below one."""
+    if value is None:
+        return "–"
+    if value < 0.995:
+        return f"{value * 60:.0f} min"
+    return f"{value:.1f} h" if value < 9.95 else f"{value:.0f} h"
+
+
+def found_of(score):
+    return f"{score.found} of {score.reached}" if score.reached else "–"
+
+
+def per_cent(share):
+    return "–" if share is None else f"{100 * share:.0f} %"
+
+
+def settings_words(settings):
+    period = settings["periodSeconds"]
+    rest = "".join(f", {key} {value:g}" for key, value in settings.items()
+                   if key not in ("periodSeconds", "minForecastHours", "maxForecastHours", "every")
+                   and isinstance(value, (int, float)) and value >= 0)
+    every = f", every {settings['every']}th" if settings.get("every", 1) != 1 else ""
+    return f"{period:g} s, {settings['minForecastHours']:g} to {settings['maxForecastHours']:g} h{rest}{every}"
+
+
+def table(head, rows):
+    """A Markdown table; all columns but the first stand to the right."""
+    lines = ["| " + " | ".join(head) + " |", "|---|" + "---:|" * (len(head) - 1)]
+    return "\n".join(lines + ["| " + " | ".join(row) + " |" for row in rows])
+
+
+def filling(results):
+    return [name for name in results.replays if any(one["reached"] for one in results.replays[name]["resources"])]
+
+
+def total(scores, rule, families=None):
+    return sum((scores[name][rule] for name in families or scores), Score())
+
+
+# The tables.
+
+
+def overall_table(scores, rules):
+    def row(rule):
+        score = total(scores, rule)
+        return [rule.title, found_of(score), hours(score.median_lead), hours(score.worst_lead), f"{score.false_a_week:.2f}",
+                str(score.alarms), str(score.withdrawn), str(score.undecided)]
+    return table(["Rule", "Found", "Lead, median", "Lead, worst", "False a week", "Alarms", "Withdrawn", "Undecided"],
+                 [row(rule) for rule in rules])
+
+
+def family_table(scores, families, rules, cell):
+    return table(["Family"] + [rule.title for rule in rules],
+                 [[f"`{name}`"] + [cell(scores[name][rule]) for rule in rules] for name in families])
+
+
+def error_table(scores, families, rule):
+    def cell(score, mark):
+        if not score.errors[mark]:
+            return "–"
+        return f"{hours(score.median_error(mark))} ({hours(score.worst_error(mark))}), {len(score.errors[mark])}"
+    rows = [[f"`{name}`"] + [cell(scores[name][rule], mark) for mark in MARKS] for name in families]
+    everything = total(scores, rule)
+    return table(["Family"] + [f"{mark} h before" for mark in MARKS],
+                 rows + [["**all**"] + [cell(everything, mark) for mark in MARKS]])
+
+
+# Where the agent is beaten.
+
+WHY = {
+    "found": """**Missed.** The event has to wait. It comes when the newest sample stands halfway between where it stood at the onset and 100 %,
+and only in a cycle whose forecast still meets the limit; and a forecast is a fit over a window of a tenth of the farthest forecast. What fills
+faster than such a fit turns round is full before. A threshold, or a line through two samples, needs no fit.""",
+    "lead": """**Later.** That halfway is also the price of the event's calm: of a straight leak half of the time that was left at the onset is gone
+when it comes. The onset stands in the log and on the page and is not held back; a rule that cries at once is to be compared with
+it.""",
+    "false": """**More false alarms.** The agent asks where the last hours lead. The rise of a day, of a dump, of the logs before their rotation leads
+to 100 % within two days as long as it lasts, and nothing in a window of hours tells it from a leak. A threshold never asks; it is silent about
+all that stays below it, and says nothing of what will happen.""",
+}
+MEASURES = {"found": "reachings found", "lead": "median lead", "false": "false alarms a week"}
+
+
+def beaten_rows(scores):
+    def words(measure, value):
+        return {"found": str, "lead": hours, "false": lambda one: f"{one:.2f}"}[measure](value)
+    for name, of_family in scores.items():
+        for one in beats(name, of_family):
+            yield one.measure, [f"`{one.family}`", MEASURES[one.measure], words(one.measure, one.ours), words(one.measure, one.theirs),
+                                one.rule.title]
+
+
+def beaten(scores):
+    rows = list(beaten_rows(scores))
+    if not rows:
+        return "In no family of this run."
+    measures = [measure for measure in MEASURES if any(row[0] == measure for row in rows)]
+    return table(["Family", "Measure", "Agent (event)", "Best other", "Rule"], [row for _, row in rows]) + "\n\n" + "\n\n".join(
+        WHY[measure] for measure in measures)
+
+
+# Settings.
+
+
+def settings_table(swept, best):
+    def row(settings, scores):
+        onset, event = scores[ONSET], scores[EVENT]
+        name = settings_words(settings)
+        return [f"**{name}**" if settings is best else name, found_of(event), hours(event.median_lead), f"{event.false_a_week:.2f}",
+                found_of(onset), hours(onset.median_lead), f"{onset.false_a_week:.2f}"]
+    return table(["Settings", "Event: found", "lead", "false a week", "Onset: found", "lead", "false a week"],
+                 [row(settings, scores) for settings, scores in swept])
+
+
+def settings_section(results):
+    parts = []
+    for kind, examples, families in KINDS:
+        swept = results.swept(families)
+        if not swept:
+            continue
+        best, scores = best_settings([(settings, scores[EVENT]) for settings, scores in swept])
+        names = ", ".join(f"`{name}`" for name in families if name in results.sweeps)
+        found = f"found {found_of(scores)}, median lead {hours(scores.median_lead)}, " if scores.reached else ""
+        parts += [f"### {kind[0].upper() + kind[1:]}", f"As {examples}; of the corpus {names}.",
+                  f"**Choose {settings_words(best)}**: {found}{scores.false_a_week:.2f} false events a week.",
+                  settings_table(swept, best)]
+    return "\n\n".join(parts) or "No sweep was made in this run."
+
+
+# The pictures.
+
+
+def rules_picture(scores, rules):
+    totals = [total(scores, rule) for rule in rules]
+    return pictures.bars("Of each rule what was found and what was false", [rule.title for rule in rules],
+                         [("Found, per cent of all reachings", [score.share for score in totals], [per_cent(score.share) for score in totals]),
+                          ("False alarms, a week and resource", [score.false_a_week for score in totals],
+                           [f"{score.false_a_week:.2f}" for score in totals])])
+
+
+def leads_picture(scores, families, rules):
+    rows = [(name, [scores[name][rule].median_lead for rule in rules]) for name in families]
+    return pictures.dots("How long before the limit each rule's alarm began, median of what was found", rows, [rule.title for rule in rules],
+                         (0.1, 0.5, 1, 3, 6, 12, 24, 48, 96), ("6 min", "30 min", "1 h", "3 h", "6 h", "12 h", "24 h", "2 d", "4 d"))
+
+
+def sweep_picture(swept):
+    events = [scores[EVENT] for _, scores in swept]
+    return pictures.bars("Of the event under each setting what was found and what was false",
+                         [settings_words(settings) for settings, _ in swept],
+                         [("Events: found, per cent", [score.share for score in events], [per_cent(score.share) for score in events]),
+                          ("False events, a week and resource", [score.false_a_week for score in events],
+                           [f"{score.false_a_week:.2f}" for score in events])])
+
+
+def example_picture(replay, samples_of):
+    """The first resource whose first reaching was announced by an event; None without one."""
+    for resource in replay["resources"]:
+        for episode in next(each["episodes"] for each in resource["rules"] if each["rule"] == "agent"):
+            if episode["outcome"] == "reached" and episode["firstEvent"]:
+                limit = episode["end"]
+                samples = [pair for pair in samples_of(resource["id"]) if pair[0] <= limit + 12 * HOUR]
+                moments = [(episode["onset"], f"onset, {hours((limit - episode['onset']) / HOUR)} before", 2),
+                           (episode["firstEvent"], f"event, {hours((limit - episode['firstEvent']) / HOUR)} before", 3), (limit, "full", 4)]
+                return pictures.series(f"{resource['instance']} with onset, event and limit", samples, moments)
+    return None
+
+
+def samples_of_home(home):
+    """A function from an identifier to the samples of the home's archive."""
+    def samples(number):
+        found, word = [], str(number)
+        with open(os.path.join(home, "data", "LumetraArchive.txt"), encoding="ascii") as file:
+            for line in file:
+                words = line.split()
+                if word in words[1::3]:
+                    found.append((int(words[0]), float(words[3 + 3 * words[1::3].index(word)])))
+        return found
+    return samples
+
+
+def all_pictures(results, folder):
+    """{file name: SVG} for docs/images."""
+    scores, rules = results.scores(), rules_of(results)
+    made = {"accuracy-rules.svg": rules_picture(scores, rules), "accuracy-leads.svg": leads_picture(scores, filling(results), rules)}
+    swept = results.swept(results.sweeps)
+    if swept:
+        made["accuracy-settings.svg"] = sweep_picture(swept)
+    if "late-leak" in results.replays:
+        example = example_picture(results.replays["late-leak"], samples_of_home(os.path.join(folder, "late-leak")))
+        if example:
+            made["accuracy-example.svg"] = example
+    return made
+
+
+# The document.
+
+
+def rules_of(results):
+    return [rule for rule in RULES if all(rule in rules_in(replay) for replay in results.replays.values())]
+
+
+def picture(made, name, words):
+    return f"![{words}](images/{name})" if name in made else ""
+
+
+def lead_sentence(scores):
+    event, onset = total(scores, EVENT), total(scores, ONSET)
+    return (f"Of {event.reached} times that a resource of the corpus reached its limit the agent's event had announced **{event.found}** "
+            f"({per_cent(event.share)}), half of them more than **{hours(event.median_lead)}** before, and its onset {onset.found} "
+            f"({per_cent(onset.share)}), half of them more than {hours(onset.median_lead)} before. It raised **{event.false_a_week:.2f}** false "
+            f"events a week and resource, and {onset.false_a_week:.2f} false onsets.")
+
+
+def corpus_sentence(results, arguments):
+    replays = list(results.replays.values())
+    resources = sum(len(replay["resources"]) for replay in replays)
+    return (f"{len(replays)} families, {resources} resources, {sum(replay['cycles'] for replay in replays):,} cycles and "
+            f"{sum(replay['forecasts'] for replay in replays):,} forecasts; made with `tests/corpus/accuracy{arguments}`.")
+
+
+def models_sentence(results):
+    counts = {}
+    for replay in results.replays.values():
+        for resource in replay["resources"]:
+            for name, count in resource["models"].items():
+                counts[name] = counts.get(name, 0) + count
+    everything = sum(counts.values()) or 1
+    shares = sorted(counts.items(), key=lambda pair: (-pair[1], pair[0]))
+    return "The models chosen: " + ", ".join(f"{name} {100 * count / everything:.1f} %" for name, count in shares) + "."
+
+
+def document(results, made, arguments):
+    """The text of docs/accuracy.md; `made`: the pictures; `arguments`: as they were given, with a blank in front of each."""
+    scores, rules, fills = results.scores(), rules_of(results), filling(results)
+    settings = settings_words(next(iter(results.replays.values()))["settings"])
+    errors = "\n\n".join(f"#### {'agent' if rule is ONSET else rule.title}\n\n{error_table(scores, fills, rule)}"
+                         for rule in rules if rule.announces)
+    return "\n".join(line.rstrip() for line in f"""# How right the forecasts are
+
+{lead_sentence(scores)}
+
+{picture(made, 'accuracy-rules.svg', 'What each rule found, and what was false')}
+
+This page is written by one command, which makes the corpus, lets the agent's own forecast run over it, and scores it beside five simple rules
+that an operator could have instead:
+
+```
+tests/corpus/accuracy
+```
+
+{corpus_sentence(results, arguments)} The same command writes the same bytes. The numbers are those of the corpus and of nothing else: it is
+made to hold what deceives a forecast in about the same measure as what rewards it, and a server of yours is neither.
+
+## What is measured
+
+The corpus (`tests/corpus/`, explained there) is series whose end is known: each family is a documented function of a seed, recorded as an
+agent's archive, one sample a minute for two weeks. `lumetra replay` feeds an archive to the library cycle by cycle: the rings, the
+fits, the choice of the model and the notification state are those of a run, and the settings those of the home ({settings}). No rule sees
+a sample before its time.
+
+| Rule | Its alarm begins | and ends |
+|---|---|---|
+| agent (onset) | when a forecast meets the limit in the alert window: the intent to notify, seen in the log and on the page | when the intent is dropped (five cycles without such a forecast), or at the limit |
+| agent (event) | when the first event of that episode goes out | with the episode |
+| line 6 h, 24 h rule | when a straight line by least squares through the last 6 hours meets 100 % within 24 hours | when it does so no longer |
+| line 6 h, 4 h rule | the same within 4 hours | the same |
+| two points, 1 h | when the straight line through the newest sample and the one an hour before meets 100 % within 48 hours | the same |
+| threshold 90 % | at 90 % or more | below 90 % |
+
+## Words
+
+- **Reached**: a sample at 99.95 % or more whose predecessor was below it. `truth.json` of each family lists these moments, and a run whose
+  replay sees others ends without a page.
+- **Found**: of the times that a limit was reached, those at which the rule's alarm stood and had begun before.
+- **Lead**: from the beginning of that alarm to the limit, in hours, over what was found. The worst is the shortest.
+- **False**: an alarm that did not stand when a limit was reached, and whose resource reached none within the farthest forecast
+  (48 hours as shipped) of its beginning. One that is still on when the recording ends before that time is over is **undecided**.
+- **Withdrawn**: an alarm that was right in that the limit was reached within that time, and was not on any more when it was.
+- **A week**: false alarms over the weeks of all resources together, so a week of one resource.
+- **Error**: how far the announced moment was from the true one, 24, 12, 6, 3 and 1 hours before it; of alarms that stood when the limit was
+  reached. Behind the median stands the worst in brackets, and how many there were. An alarm that began later has no error at a mark.
+- A disk that is doubled before it is full (`resize`) never reaches its limit, so the alarm that made somebody double it counts as false here.
+
+## All families together
+
+{overall_table(scores, rules)}
+
+{models_sentence(results)}
+
+{picture(made, 'accuracy-example.svg', 'A late leak with the onset, the event and the limit')}
+
+## Found
+
+{family_table(scores, fills, rules, found_of)}
+
+## Lead
+
+Median, and the worst in brackets.
+
+{family_table(scores, fills, rules, lambda score: f"{hours(score.median_lead)} ({hours(score.worst_lead)})" if score.leads else "–")}
+
+{picture(made, 'accuracy-leads.svg', 'The median lead of each rule in each family that reaches its limit')}
+
+## False alarms a week
+
+{family_table(scores, list(scores), rules, lambda score: f"{score.false_a_week:.2f}")}
+
+## The announced moment
+
+{errors}
+
+## Where the agent is beaten
+
+Every family in which another rule does better than the agent's event: finds more; or finds as many, and earlier or with fewer false alarms.
+
+{beaten(scores)}
+
+## Which settings to choose
+
+`lumetra replay --sweep` runs the same archives under other settings of [AutoConfig.ini](configuration.md#autoconfigini): the period, and the
+nearest and farthest forecast, a tenth of which is the window of the fit. The best are those whose event finds most (to the nearest of
+fifty), then raises fewest false alarms, then comes earliest. Try it on archives of your own: they know your servers, and the corpus does not.
+
+{picture(made, 'accuracy-settings.svg', 'What the event found under each setting, and what was false')}
+
+{settings_section(results)}
+""".split("\n"))
