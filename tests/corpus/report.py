@@ -60,12 +60,8 @@ def per_cent(share):
 
 
 def settings_words(settings):
-    period = settings["periodSeconds"]
-    rest = "".join(f", {key} {value:g}" for key, value in settings.items()
-                   if key not in ("periodSeconds", "minForecastHours", "maxForecastHours", "every")
-                   and isinstance(value, (int, float)) and value >= 0)
-    every = f", every {settings['every']}th" if settings.get("every", 1) != 1 else ""
-    return f"{period:g} s, {settings['minForecastHours']:g} to {settings['maxForecastHours']:g} h{rest}{every}"
+    """The period counts the cycles that were taken, so `every` is in it."""
+    return f"{settings['periodSeconds']:g} s, {settings['minForecastHours']} to {settings['maxForecastHours']} h"
 
 
 def table(head, rows):
@@ -308,9 +304,9 @@ a sample before its time.
 |---|---|---|
 | agent (onset) | when a forecast meets the limit in the alert window: the intent to notify, seen in the log and on the page | when the intent is dropped (five cycles without such a forecast), or at the limit |
 | agent (event) | when the first event of that episode goes out | with the episode |
-| line 6 h, 24 h rule | when a straight line by least squares through the last 6 hours meets 100 % within 24 hours | when it does so no longer |
-| line 6 h, 4 h rule | the same within 4 hours | the same |
-| two points, 1 h | when the straight line through the newest sample and the one an hour before meets 100 % within 48 hours | the same |
+| line 6 h, 24 h rule | when a straight line by least squares through the last 6 hours has met 100 % within 24 hours, at 60 % used or more, for an hour without a break | when it does so no longer |
+| line 6 h, 4 h rule | the same within 4 hours, at 80 % or more, for an hour | the same |
+| two points, 1 h | when the straight line through the newest sample and the one an hour before meets 100 % within the farthest forecast | the same |
 | threshold 90 % | at 90 % or more | below 90 % |
 
 ## Words
