@@ -1,6 +1,5 @@
 """docs/accuracy.md: its text, its tables, and what its pictures show, from the replays of a corpus."""
 
-import json
 import os
 
 import pictures
@@ -17,26 +16,27 @@ KINDS = (
 
 
 class Results:
-    """What was measured: for each family the truth, the replay with the rules it is compared with, and the sweep (may be empty)."""
+    """What was measured, for each family: the replay with the rules it is compared with, the sweep over the same archive, and the
+    sweep over a finer one. Without sweeps the two are empty."""
 
     def __init__(self):
-        self.truths, self.replays, self.sweeps = {}, {}, {}
+        self.replays, self.sweeps, self.fine = {}, {}, {}
 
     def scores(self):
         """Family: {rule: score}."""
         return {name: scores_of(replay) for name, replay in self.replays.items()}
 
-    def swept(self, families):
-        """(settings, {rule: score}) for all settings of the sweep, added up over these families, the shipped settings first."""
-        settings, totals = {}, {}
-        for name in families:
-            for one in self.sweeps.get(name, []):
-                key = json.dumps(one["settings"], sort_keys=True)
-                settings[key] = one["settings"]
-                mine = totals.setdefault(key, {})
-                for rule, score in scores_of(one).items():
-                    mine[rule] = mine.get(rule, Score()) + score
-        return [(settings[key], totals[key]) for key in settings]
+
+def swept(sweeps, families):
+    """(settings, {rule: score}) for all settings of the sweeps, added up over these families, in the order of the first."""
+    settings, totals = {}, {}
+    for one in (one for name in families for one in sweeps.get(name, [])):
+        key = settings_words(one["settings"])
+        settings[key] = one["settings"]
+        mine = totals.setdefault(key, {})
+        for rule, score in scores_of(one).items():
+            mine[rule] = mine.get(rule, Score()) + score
+    return [(settings[key], totals[key]) for key in settings]
 
 
 # Words and numbers.
@@ -143,28 +143,33 @@ def beaten(scores):
 # Settings.
 
 
-def settings_table(swept, best):
+def settings_table(rows, best):
     def row(settings, scores):
         onset, event = scores[ONSET], scores[EVENT]
         name = settings_words(settings)
         return [f"**{name}**" if settings is best else name, found_of(event), hours(event.median_lead), f"{event.false_a_week:.2f}",
                 found_of(onset), hours(onset.median_lead), f"{onset.false_a_week:.2f}"]
     return table(["Settings", "Event: found", "lead", "false a week", "Onset: found", "lead", "false a week"],
-                 [row(settings, scores) for settings, scores in swept])
+                 [row(settings, scores) for settings, scores in rows])
+
+
+def choice(rows, words):
+    """A sentence on the best settings of a table, and the table."""
+    best, scores = best_settings([(settings, scores[EVENT]) for settings, scores in rows])
+    found = f"found {found_of(scores)}, median lead {hours(scores.median_lead)}, " if scores.reached else ""
+    return [f"**{words}: {settings_words(best)}**: {found}{scores.false_a_week:.2f} false events a week.", settings_table(rows, best)]
 
 
 def settings_section(results):
     parts = []
     for kind, examples, families in KINDS:
-        swept = results.swept(families)
-        if not swept:
-            continue
-        best, scores = best_settings([(settings, scores[EVENT]) for settings, scores in swept])
         names = ", ".join(f"`{name}`" for name in families if name in results.sweeps)
-        found = f"found {found_of(scores)}, median lead {hours(scores.median_lead)}, " if scores.reached else ""
-        parts += [f"### {kind[0].upper() + kind[1:]}", f"As {examples}; of the corpus {names}.",
-                  f"**Choose {settings_words(best)}**: {found}{scores.false_a_week:.2f} false events a week.",
-                  settings_table(swept, best)]
+        if not names:
+            continue
+        parts += [f"### {kind[0].upper() + kind[1:]}", f"As {examples}; of the corpus {names}."]
+        parts += choice(swept(results.sweeps, families), "Of those with a sample a minute or less")
+        if finer := swept(results.fine, families):
+            parts += choice(finer, "With shorter periods, over the finer recordings")
     return "\n\n".join(parts) or "No sweep was made in this run."
 
 
@@ -185,10 +190,10 @@ def leads_picture(scores, families, rules):
                          (0.1, 0.5, 1, 3, 6, 12, 24, 48, 96), ("6 min", "30 min", "1 h", "3 h", "6 h", "12 h", "24 h", "2 d", "4 d"))
 
 
-def sweep_picture(swept):
-    events = [scores[EVENT] for _, scores in swept]
+def sweep_picture(rows):
+    events = [scores[EVENT] for _, scores in rows]
     return pictures.bars("Of the event under each setting what was found and what was false",
-                         [settings_words(settings) for settings, _ in swept],
+                         [settings_words(settings) for settings, _ in rows],
                          [("Events: found, per cent", [score.share for score in events], [per_cent(score.share) for score in events]),
                           ("False events, a week and resource", [score.false_a_week for score in events],
                            [f"{score.false_a_week:.2f}" for score in events])])
@@ -224,9 +229,8 @@ def all_pictures(results, folder):
     """{file name: SVG} for docs/images."""
     scores, rules = results.scores(), rules_of(results)
     made = {"accuracy-rules.svg": rules_picture(scores, rules), "accuracy-leads.svg": leads_picture(scores, filling(results), rules)}
-    swept = results.swept(results.sweeps)
-    if swept:
-        made["accuracy-settings.svg"] = sweep_picture(swept)
+    if rows := swept(results.sweeps, results.sweeps):
+        made["accuracy-settings.svg"] = sweep_picture(rows)
     if "late-leak" in results.replays:
         example = example_picture(results.replays["late-leak"], samples_of_home(os.path.join(folder, "late-leak")))
         if example:
@@ -271,8 +275,9 @@ def models_sentence(results):
     return "The models chosen: " + ", ".join(f"{name} {100 * count / everything:.1f} %" for name, count in shares) + "."
 
 
-def document(results, made, arguments):
-    """The text of docs/accuracy.md; `made`: the pictures; `arguments`: as they were given, with a blank in front of each."""
+def document(results, made, arguments, fine):
+    """The text of docs/accuracy.md; `made`: the pictures; `arguments`: as they were given, with a blank in front of each; `fine`:
+    those of the finer corpus."""
     scores, rules, fills = results.scores(), rules_of(results), filling(results)
     settings = settings_words(next(iter(results.replays.values()))["settings"])
     errors = "\n\n".join(f"#### {'agent' if rule is ONSET else rule.title}\n\n{error_table(scores, fills, rule)}"
@@ -359,9 +364,11 @@ Every family in which another rule does better than the agent's event: finds mor
 
 ## Which settings to choose
 
-`lumetra replay --sweep` runs the same archives under other settings of [AutoConfig.ini](configuration.md#autoconfigini): the period, and the
-nearest and farthest forecast, a tenth of which is the window of the fit. The best are those whose event finds most (to the nearest of
-fifty), then raises fewest false alarms, then comes earliest. Try it on archives of your own: they know your servers, and the corpus does not.
+`lumetra replay --sweep` runs the same archives under other settings of [AutoConfig.ini](configuration.md#autoconfigini): longer periods, and
+other farthest forecasts, a tenth of which is the window of the fit. The best are those whose event finds most (to the nearest
+fiftieth), then raises fewest false alarms, then comes earliest. An alarm is false here by the farthest forecast of its own settings.
+Periods below the corpus's minute are tried on finer and fewer recordings of the same families (`{fine}`); their numbers are to be compared with
+each other only, and the 60 s among them are the bridge. Try it on archives of your own: they know your servers, and the corpus does not.
 
 {picture(made, 'accuracy-settings.svg', 'What the event found under each setting, and what was false')}
 

@@ -177,7 +177,7 @@ class Page(unittest.TestCase):
         self.assertEqual(report.settings_words(settings), "0.5 s, 1 to 48 h")
 
     def test_the_page_says_what_was_measured(self):
-        text = report.document(results(), {"accuracy-rules.svg": ""}, " --seeds 1")
+        text = report.document(results(), {"accuracy-rules.svg": ""}, " --seeds 1", "generate --few")
         self.assertIn("Of 1 times that a resource of the corpus reached its limit the agent's event had announced **1** (100 %)", text)
         self.assertIn("half of them more than **4.0 h** before", text)
         self.assertIn("It raised **0.25** false", text)
@@ -191,21 +191,33 @@ class Page(unittest.TestCase):
         self.assertNotIn("images/accuracy-leads.svg", text)
 
     def test_a_false_alarm_of_the_shipped_settings_may_be_right_of_others(self):
-        text = report.document(results(), {}, "")
-        self.assertIn("**Choose 60 s, 0 to 48 h**: found 1 of 1, median lead 4.0 h, 0.00 false events a week.", text)
+        text = report.document(results(), {}, "", "generate --few")
+        self.assertIn("**Of those with a sample a minute or less: 60 s, 0 to 48 h**: found 1 of 1, median lead 4.0 h, 0.00 false events a week.",
+                      text)
         self.assertIn("| 60 s, 0 to 168 h | 1 of 1 | 4.0 h | 0.00 | 1 of 1 | 20 h | 0.00 |", text)
         things = text[text.index("### Things that run away"):]
-        self.assertIn("**Choose 60 s, 0 to 48 h**: 0.50 false events a week.", things)
+        self.assertIn("**Of those with a sample a minute or less: 60 s, 0 to 48 h**: 0.50 false events a week.", things)
+
+    def test_finer_recordings_have_a_table_of_their_own(self):
+        made = results()
+        self.assertNotIn("finer recordings**", report.settings_section(made))
+        finer = replay(resource([]))
+        finer["settings"]["periodSeconds"] = 10.0
+        made.fine = {"noise": [*made.sweeps["noise"][:1], finer]}
+        text = report.settings_section(made)
+        self.assertIn("**With shorter periods, over the finer recordings: 10 s, 0 to 48 h**: 0.00 false events a week.", text)
+        self.assertEqual(text.count("With shorter periods"), 1)
+        self.assertIn("| **10 s, 0 to 48 h** | – | – | 0.00 | – | – | 0.00 |", text)
 
     def test_every_table_has_as_many_cells_in_each_row(self):
         width = None
-        for line in report.document(results(), {}, "").split("\n"):
+        for line in report.document(results(), {}, "", "generate --few").split("\n"):
             cells = line.count("|") if line.startswith("|") else None
             self.assertIn(cells, (width, None) if width else (cells,), line)
             width = cells
 
     def test_only_families_that_fill_stand_in_the_table_of_what_was_found(self):
-        text = report.document(results(), {}, "")
+        text = report.document(results(), {}, "", "generate --few")
         found = text[text.index("## Found"):text.index("## Lead")]
         self.assertIn("`late-leak`", found)
         self.assertNotIn("`noise`", found)
@@ -274,9 +286,7 @@ class Program(unittest.TestCase):
                 self.assertFalse(os.path.exists(os.path.join(folder, "docs")))
 
     def test_it_says_which_replay_failed(self):
-        loader = importlib.machinery.SourceFileLoader("accuracy", os.path.join(HERE, "accuracy"))
-        program = importlib.util.module_from_spec(importlib.util.spec_from_loader("accuracy", loader))
-        loader.exec_module(program)
+        program = self.program()
         with tempfile.TemporaryDirectory(prefix="lumetra-accuracy-") as folder:
             program.PROJECT = folder
             with open(os.path.join(folder, "lumetra"), "w", encoding="ascii") as file:
@@ -285,6 +295,25 @@ class Program(unittest.TestCase):
             self.assertEqual(program.replay("good", "--against"), "{}\n")
             with self.assertRaisesRegex(RuntimeError, "replay --home bad --json --sweep ended with 3:\nno archive"):
                 program.replay("bad", "--sweep")
+
+    def program(self):
+        loader = importlib.machinery.SourceFileLoader("accuracy", os.path.join(HERE, "accuracy"))
+        program = importlib.util.module_from_spec(importlib.util.spec_from_loader("accuracy", loader))
+        loader.exec_module(program)
+        return program
+
+    def test_it_makes_both_corpora_and_replays_each_as_it_should(self):
+        with tempfile.TemporaryDirectory(prefix="lumetra-accuracy-") as folder:
+            program, told = self.program(), []
+            program.replay = lambda home, *options: told.append((os.path.relpath(home, folder), *options)) or "{}"
+            program.FINE = ["--days", "1", "--seeds", "1", "--period", "3600"]
+            program.measure_all(folder, ["noise", "step"], ["--days", "1", "--seeds", "2", ], True)
+            self.assertEqual(sorted(told), [("fine/noise", "--sweep", "--every", "6"), ("fine/step", "--sweep", "--every", "6"),
+                                            ("noise", "--against"), ("noise", "--sweep"), ("step", "--against"), ("step", "--sweep")])
+            for home, seeds in (("noise", 2), ("fine/step", 1)):
+                with open(os.path.join(folder, home, "truth.json"), encoding="ascii") as file:
+                    self.assertEqual(len(json.load(file)["resources"]), seeds)
+            self.assertTrue(os.path.exists(os.path.join(folder, "fine", "noise", "sweep.json")))
 
     def prepare(self, folder, **broken):
         """A corpus of one family with the replay that a perfect rule would leave."""
