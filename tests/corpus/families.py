@@ -209,9 +209,15 @@ def day_shape(draw, span):
 
 
 def week_shape(draw, span):
-    """The shape of a week from Monday on: working days with their humps, and little on Saturday and Sunday."""
+    """The shape of a week from Monday on: working days with their humps, and little on Saturday and Sunday. What goes on at midnight
+    fades out from three hours before the weekend to three hours into it, and comes back likewise."""
     day, rest = day_shape(draw, span), draw.between("weekend", 0.05, 0.4)
-    return [value * (1 if number < 5 else rest) for number in range(7) for value in day]
+    shape = []
+    for cycle in range(7 * span.day):
+        hour = (cycle * 24 / span.day + 24) % 168 - 24  # from Sunday's midnight on
+        at_work = min(1.0, max(0.0, (min(hour, 120 - hour) + 3) / 6))
+        shape.append(day[cycle % span.day] * (rest + (1 - rest) * at_work))
+    return shape
 
 
 def cycle_with_trend(draw, span, at, shape, slope):

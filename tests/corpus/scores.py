@@ -53,6 +53,10 @@ class Score:
         return len(self.leads)
 
     @property
+    def found_an_hour_before(self):
+        return sum(lead >= 1 for lead in self.leads)
+
+    @property
     def share(self):
         """Found of reached, None where the limit never was."""
         return self.found / self.reached if self.reached else None
@@ -102,9 +106,9 @@ def score_of(rule, resource, horizon, last):
                 score.undecided += 1
             else:
                 score.false += 1
-        if rule.announces:
+        if rule.announces and episode["outcome"] == "reached":
             for mark in MARKS:
-                error = (episode.get("errorsHours") or {}).get(mark)
+                error = episode["errorsHours"][mark]
                 if error is not None:
                     score.errors[mark].append(abs(error))
     score.leads = [(moment - begin) / HOUR for moment, begin in found.items()]
@@ -134,28 +138,27 @@ def disagreements(replay, truth):
 
 # Where a rule beats the agent's event.
 
-Beaten = collections.namedtuple("Beaten", "family measure rule theirs ours")
+# In one measure of one family: the agent's value, those of the other rules, and which of these are better.
+Beaten = collections.namedtuple("Beaten", "family measure ours theirs better")
 
 
 def beats(family, scores):
-    """In which measures other rules do better than the agent's event in a family, the best of them in each.
+    """The measures in which other rules do better than the agent's event in a family.
 
-    More found beats; a longer median lead beats only with as many found; fewer false alarms beat only with as many found.
+    More found is better. A longer median lead, or fewer false alarms, are better only with as many found.
     """
     ours, others = scores[EVENT], {rule: score for rule, score in scores.items() if rule.name != "agent"}
-    found = max(others, key=lambda rule: others[rule].found, default=None)
-    if found and others[found].found > ours.found:
-        yield Beaten(family, "found", found, others[found].found, ours.found)
-    level = {rule: score for rule, score in others.items() if score.found >= ours.found}
-    earlier = {rule: score for rule, score in level.items() if score.leads and ours.leads}
-    if earlier:
-        first = max(earlier, key=lambda rule: earlier[rule].median_lead)
-        if earlier[first].median_lead > ours.median_lead:
-            yield Beaten(family, "lead", first, earlier[first].median_lead, ours.median_lead)
-    if level:
-        calm = min(level, key=lambda rule: level[rule].false_a_week)
-        if level[calm].false_a_week < ours.false_a_week:
-            yield Beaten(family, "false", calm, level[calm].false_a_week, ours.false_a_week)
+    level = {rule for rule, score in others.items() if score.found >= ours.found}
+
+    def compared(measure, value, better):
+        winners = {rule for rule, score in others.items() if better(rule, score)}
+        return [Beaten(family, measure, value(ours), {rule: value(score) for rule, score in others.items()}, winners)] if winners else []
+
+    return (compared("found", lambda score: score.found, lambda rule, score: score.found > ours.found)
+            + compared("lead", lambda score: score.median_lead,
+                       lambda rule, score: rule in level and score.leads and ours.leads and score.median_lead > ours.median_lead)
+            + compared("false", lambda score: score.false_a_week,
+                       lambda rule, score: rule in level and score.false_a_week < ours.false_a_week))
 
 
 # Which settings suit which servers.

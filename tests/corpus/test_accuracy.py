@@ -36,7 +36,7 @@ def resource(episodes, reached=(), weeks=2.0, number=3, **others):
     """A resource of a replay; `others`: the episodes of further rules."""
     rules = [{"rule": name, "onsets": len(these), "events": 0, "episodes": these} for name, these in {"agent": episodes, **others}.items()]
     return {"id": number, "resource": "PercentFreeSpaceUsed", "instance": "/dev/s01 /s01", "reached": [NOW + round(one * HOUR) for one in reached],
-            "rules": rules, "models": {"simple linear regression": 3, "hinge regression": 1}, "samples": 20160, "observedSeconds": weeks * WEEK}
+            "rules": rules, "models": {"simple linear regression": 3, "hinge regression": 1, "hinge regression on log": 0}, "samples": 20160, "observedSeconds": weeks * WEEK}
 
 
 def replay(*resources, last=14 * 24, farthest=48):
@@ -83,6 +83,10 @@ class Scoring(unittest.TestCase):
         score = agent(episode(10, 30, "reached"), episode(74, 90, "reached"), reached=[30, 90, 130])
         self.assertEqual((score.found, score.reached, score.median_lead, score.worst_lead), (2, 3, 18.0, 16.0))
 
+    def test_an_alarm_in_the_last_hour_is_found_late(self):
+        score = agent(episode(29.1, 30, "reached"), episode(69, 70, "reached"), reached=[30, 70])
+        self.assertEqual((score.found, score.found_an_hour_before), (2, 1))
+
     def test_an_alarm_that_stands_through_two_reachings_found_the_first(self):
         self.assertEqual(agent(episode(10, 100), reached=[30, 90]).leads, [20.0])
 
@@ -93,6 +97,8 @@ class Scoring(unittest.TestCase):
     def test_errors_have_no_sign_and_gaps_stay_gaps(self):
         score = agent(episode(10, 30, "reached", h12=-2.5, h6=1.0), episode(70, 90, "reached", h12=0.5), reached=[30, 90])
         self.assertEqual((score.median_error("12"), score.worst_error("12"), score.median_error("6")), (1.5, 2.5, 1.0))
+        open_one = agent(episode(10, None, "open", h12=0.0), reached=[])
+        self.assertEqual(open_one.errors["12"], [], "an error of an alarm whose limit was not reached")
         self.assertIsNone(score.median_error("24"))
         self.assertIsNone(score.worst_error("24"))
 
@@ -133,16 +139,20 @@ def leads(*hours, false=0, reached=10):
 class Comparing(unittest.TestCase):
     def found_beaten(self, event, line, threshold):
         scores = {ONSET: leads(99, 99, 99), EVENT: event, LINE: line, THRESHOLD: threshold}
-        return [(one.measure, one.rule, one.theirs, one.ours) for one in beats("noise", scores)]
+        return [(one.measure, one.ours, one.theirs, one.better) for one in beats("noise", scores)]
 
     def test_more_found_beats(self):
-        self.assertEqual(self.found_beaten(leads(5), leads(4, 4), leads(1)), [("found", LINE, 2, 1)])
+        self.assertEqual(self.found_beaten(leads(5), leads(4, 4), leads(1)), [("found", 1, {LINE: 2, THRESHOLD: 1}, {LINE})])
 
     def test_earlier_beats_only_with_as_many_found(self):
-        self.assertEqual(self.found_beaten(leads(5, 5), leads(6, 6), leads(9)), [("lead", LINE, 6, 5)])
+        self.assertEqual(self.found_beaten(leads(5, 5), leads(6, 6), leads(9)), [("lead", 5, {LINE: 6, THRESHOLD: 9}, {LINE})])
 
     def test_calmer_beats_only_with_as_many_found(self):
-        self.assertEqual(self.found_beaten(leads(5, 5, false=3), leads(5, 5, false=2), leads(1, false=0)), [("false", LINE, 2, 3)])
+        self.assertEqual(self.found_beaten(leads(5, 5, false=3), leads(5, 5, false=2), leads(1, false=0)),
+                         [("false", 3, {LINE: 2, THRESHOLD: 0}, {LINE})])
+
+    def test_several_may_beat_in_one_measure(self):
+        self.assertEqual(self.found_beaten(leads(5), leads(6), leads(7)), [("lead", 5, {LINE: 6, THRESHOLD: 7}, {LINE, THRESHOLD})])
 
     def test_the_agents_own_onset_is_no_other_rule(self):
         self.assertEqual(self.found_beaten(leads(5, 5), leads(5), leads(5)), [])
@@ -182,11 +192,11 @@ class Page(unittest.TestCase):
         self.assertIn("half of them more than **4.0 h** before", text)
         self.assertIn("It raised **0.25** false", text)
         self.assertIn("2 families, 2 resources, 40,320 cycles and 40,000 forecasts; made with `tests/corpus/accuracy --seeds 1`.", text)
-        self.assertIn("| line 6 h, 24 h rule | 1 of 1 | 10 h | 10 h | 0.00 | 1 | 0 | 0 |", text)
+        self.assertIn("| line 6 h, 24 h rule | 1 of 1 | 1 | 10 h | 10 h | 0.00 | 1 | 0 | 0 |", text)
         self.assertIn("| `late-leak` | – | 2.5 h (2.5 h), 1 | – | – | – |", text)
-        self.assertIn("| `late-leak` | median lead | 4.0 h | 10 h | line 6 h, 24 h rule |", text)
-        self.assertIn("| `noise` | false alarms a week | 0.50 | 0.00 |", text)
-        self.assertIn("simple linear regression 75.0 %, hinge regression 25.0 %", text)
+        self.assertIn("| `late-leak` | median lead | 4.0 h | **10 h** | 1.0 h |", text)
+        self.assertIn("| `noise` | false alarms a week | 0.50 | **0.00** | **0.00** |", text)
+        self.assertIn("simple linear regression 75.0 %, hinge regression 25.0 %.", text)
         self.assertIn("images/accuracy-rules.svg", text)
         self.assertNotIn("images/accuracy-leads.svg", text)
 

@@ -196,11 +196,18 @@ class Truth(unittest.TestCase):
                 repeat = day if family == "daily-cycle" else 7 * day
                 self.assertLess(statistics.fmean(abs(a - b) for a, b in zip(series, series[repeat:])), 2 * parameters["jitter"])
                 self.assertGreater(max(series[:day]) - min(series[:day]), 0.8 * parameters["height"])
-                weekend = max(series[5 * day:7 * day]) - parameters["base"]
+                weekend = max(series[5 * day + day // 8:7 * day - day // 8]) - parameters["base"]
                 if family == "weekly-cycle":
                     self.assertLess(weekend, 0.4 * parameters["height"] + 7 * parameters["jitter"])
                 else:
                     self.assertGreater(weekend, 0.9 * parameters["height"])
+
+    def test_weekends_come_and_go_by_and_by(self):
+        home = self.home("weekly-cycle")
+        for resource, samples in home.resources():
+            parameters, series = resource["parameters"][0], values(samples)
+            most = max(abs(a - b) for a, b in zip(series, series[1:]))
+            self.assertLess(most, 0.08 * parameters["height"] + 8 * parameters["jitter"], resource["seed"])
 
     def test_growing_days_grow(self):
         for family in ("daily-cycle-growing", "weekly-cycle-growing"):
