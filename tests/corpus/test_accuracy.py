@@ -10,6 +10,7 @@ import subprocess
 import sys
 import tempfile
 import unittest
+import unittest.mock
 import xml.etree.ElementTree as ElementTree
 
 HERE = os.path.dirname(os.path.abspath(__file__))
@@ -219,6 +220,11 @@ class Page(unittest.TestCase):
         self.assertEqual(text.count("With shorter periods"), 1)
         self.assertIn("| **10 s, 0 to 48 h** | – | – | 0.00 | – | – | 0.00 |", text)
 
+    def test_a_sweep_adds_up_its_families(self):
+        rows = report.swept(results().sweeps, ["late-leak", "noise", "step"])
+        self.assertEqual([(report.settings_words(settings), scores[EVENT].found, scores[EVENT].false, scores[EVENT].weeks)
+                          for settings, scores in rows], [("60 s, 0 to 48 h", 1, 1, 4.0), ("60 s, 0 to 168 h", 1, 1, 4.0)])
+
     def test_every_table_has_as_many_cells_in_each_row(self):
         width = None
         for line in report.document(results(), {}, "", "generate --few").split("\n"):
@@ -324,6 +330,13 @@ class Program(unittest.TestCase):
                 with open(os.path.join(folder, home, "truth.json"), encoding="ascii") as file:
                     self.assertEqual(len(json.load(file)["resources"]), seeds)
             self.assertTrue(os.path.exists(os.path.join(folder, "fine", "noise", "sweep.json")))
+
+    def test_a_replay_that_failed_ends_the_measuring(self):
+        with tempfile.TemporaryDirectory(prefix="lumetra-accuracy-") as folder:
+            program = self.program()
+            program.measure = unittest.mock.Mock(side_effect=RuntimeError("no"))
+            with self.assertRaises(RuntimeError):
+                program.measure_all(folder, ["noise"], ["--days", "1", "--seeds", "1"], False)
 
     def prepare(self, folder, **broken):
         """A corpus of one family with the replay that a perfect rule would leave."""
