@@ -1,6 +1,7 @@
 """The scores behind docs/accuracy.md, by replays made by hand, and the page and its pictures."""
 
 import copy
+import gzip
 import importlib.machinery
 import importlib.util
 import json
@@ -225,6 +226,19 @@ class Page(unittest.TestCase):
         self.assertEqual([(report.settings_words(settings), scores[EVENT].found, scores[EVENT].false, scores[EVENT].weeks)
                           for settings, scores in rows], [("60 s, 0 to 48 h", 1, 1, 4.0), ("60 s, 0 to 168 h", 1, 1, 4.0)])
 
+    def test_recordings_count_their_alarms(self):
+        made = results()
+        full = resource([episode(10, 11, event=10.5), episode(28, 30, "reached", event=29)], [30])
+        full["instance"] = "recorded /tmp/lumetra-recording.abc/disk"
+        silent = resource([])
+        made.recordings = {"disk-fills": replay(full, silent, farthest=4)}
+        text = report.recordings_section(made)
+        self.assertIn("| disk-fills: PercentFreeSpaceUsed disk | 1 | 1 | 2.0 h | 1 | 1 | 1.0 h | 1 |", text)
+        self.assertEqual(text.count("\n"), 2, "a resource without limit and alarms has a row")
+        silent["instance"] = "/dev/sda1 /"
+        silent["reached"] = [NOW]
+        self.assertIn("| disk-fills: PercentFreeSpaceUsed / | 1 | 0 | – | 0 | 0 | – | 0 |", report.recordings_section(made))
+
     def test_every_table_has_as_many_cells_in_each_row(self):
         width = None
         for line in report.document(results(), {}, "", "generate --few").split("\n"):
@@ -321,11 +335,20 @@ class Program(unittest.TestCase):
     def test_it_makes_both_corpora_and_replays_each_as_it_should(self):
         with tempfile.TemporaryDirectory(prefix="lumetra-accuracy-") as folder:
             program, told = self.program(), []
+            program.RECORDINGS = os.path.join(folder, "recorded")
+            os.makedirs(os.path.join(program.RECORDINGS, "a-disk", "data"))
+            with open(os.path.join(program.RECORDINGS, "a-disk", "story.txt"), "w", encoding="ascii") as file:
+                file.write("1000 it begins\n")
+            with gzip.open(os.path.join(program.RECORDINGS, "a-disk", "data", "LumetraArchive.txt.gz"), "wb") as file:
+                file.write(b"1000 1 0 5.00 \n")
             program.replay = lambda home, *options: told.append((os.path.relpath(home, folder), *options)) or "{}"
             program.FINE = ["--days", "1", "--seeds", "1", "--period", "3600"]
             program.measure_all(folder, ["noise", "step"], ["--days", "1", "--seeds", "2", ], True)
             self.assertEqual(sorted(told), [("fine/noise", "--sweep", "--every", "6"), ("fine/step", "--sweep", "--every", "6"),
-                                            ("noise", "--against"), ("noise", "--sweep"), ("step", "--against"), ("step", "--sweep")])
+                                            ("noise", "--against"), ("noise", "--sweep"), ("recordings/a-disk", "--against"),
+                                            ("step", "--against"), ("step", "--sweep")])
+            with open(os.path.join(folder, "recordings", "a-disk", "data", "LumetraArchive.txt"), encoding="ascii") as file:
+                self.assertEqual(file.read(), "1000 1 0 5.00 \n")
             for home, seeds in (("noise", 2), ("fine/step", 1)):
                 with open(os.path.join(folder, home, "truth.json"), encoding="ascii") as file:
                     self.assertEqual(len(json.load(file)["resources"]), seeds)
@@ -350,6 +373,10 @@ class Program(unittest.TestCase):
             resources.append(resource([episode(hour - 2, hour, "reached", event=hour - 1) for hour in hours], hours, number=one["id"]))
         with open(os.path.join(folder, "late-leak", "replay.json"), "w", encoding="ascii") as file:
             json.dump({**replay(*resources), **broken}, file)
+        for name in self.program().recordings():
+            os.makedirs(os.path.join(folder, "recordings", name))
+            with open(os.path.join(folder, "recordings", name, "replay.json"), "w", encoding="ascii") as file:
+                json.dump(replay(*resources, farthest=4), file)
 
     def run_it(self, folder):
         return subprocess.run([sys.executable, "-B", os.path.join(HERE, "accuracy"), "--again", "--no-sweep", "--families", "late-leak",
