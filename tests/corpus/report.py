@@ -164,9 +164,9 @@ def settings_section(results):
         if not names:
             continue
         parts += [f"### {kind[0].upper() + kind[1:]}", f"As {examples}; of the corpus {names}."]
-        parts += choice(swept(results.sweeps, families), "Of those with a sample a minute or less")
+        parts += choice(swept(results.sweeps, families), "Best with a sample a minute or fewer")
         if finer := swept(results.fine, families):
-            parts += choice(finer, "With shorter periods, over the finer recordings")
+            parts += choice(finer, "Best with shorter periods, over the finer recordings")
     return "\n\n".join(parts) or "No sweep was made in this run."
 
 
@@ -395,7 +395,7 @@ not reckoned by the week.
 
 `lumetra replay --sweep` runs the same archives under other settings of [AutoConfig.ini](configuration.md#autoconfigini): longer periods, and
 other farthest forecasts, a tenth of which is the window of the fit. The best are those whose event finds most (to the nearest
-fiftieth), then raises fewest false alarms, then comes earliest. An alarm is false here by the farthest forecast of its own settings.
+fiftieth), then raises fewest false alarms, then comes earliest; each is named by the items 6 to 8 of that file. An alarm is false here by the farthest forecast of its own settings.
 Periods below the corpus's minute are tried on finer and fewer recordings of the same families (`{fine}`); their numbers are to be compared with
 each other only, and the 60 s among them are the bridge. Try it on archives of your own: they know your servers, and the corpus does not.
 

@@ -204,11 +204,11 @@ class Page(unittest.TestCase):
 
     def test_a_false_alarm_of_the_shipped_settings_may_be_right_of_others(self):
         text = report.document(results(), {}, "", "generate --few")
-        self.assertIn("**Of those with a sample a minute or less: 60 s, 0 to 48 h**: found 1 of 1, median lead 4.0 h, 0.00 false events a week.",
+        self.assertIn("**Best with a sample a minute or fewer: 60 s, 0 to 48 h**: found 1 of 1, median lead 4.0 h, 0.00 false events a week.",
                       text)
         self.assertIn("| 60 s, 0 to 168 h | 1 of 1 | 4.0 h | 0.00 | 1 of 1 | 20 h | 0.00 |", text)
         things = text[text.index("### Things that run away"):]
-        self.assertIn("**Of those with a sample a minute or less: 60 s, 0 to 48 h**: 0.50 false events a week.", things)
+        self.assertIn("**Best with a sample a minute or fewer: 60 s, 0 to 48 h**: 0.50 false events a week.", things)
 
     def test_finer_recordings_have_a_table_of_their_own(self):
         made = results()
@@ -217,8 +217,8 @@ class Page(unittest.TestCase):
         finer["settings"]["periodSeconds"] = 10.0
         made.fine = {"noise": [*made.sweeps["noise"][:1], finer]}
         text = report.settings_section(made)
-        self.assertIn("**With shorter periods, over the finer recordings: 10 s, 0 to 48 h**: 0.00 false events a week.", text)
-        self.assertEqual(text.count("With shorter periods"), 1)
+        self.assertIn("**Best with shorter periods, over the finer recordings: 10 s, 0 to 48 h**: 0.00 false events a week.", text)
+        self.assertEqual(text.count("Best with shorter periods"), 1)
         self.assertIn("| **10 s, 0 to 48 h** | – | – | 0.00 | – | – | 0.00 |", text)
 
     def test_a_sweep_adds_up_its_families(self):
