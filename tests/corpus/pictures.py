@@ -33,20 +33,20 @@ def rule(x1, y1, x2, y2, dashes=""):
 
 
 def bars(title, names, panels):
-    """A row for each name, a panel for each (heading, values, the values as words); None has no bar."""
+    """A row for each name, a panel for each (heading, values, the values as words, where bars are cut); None has no bar."""
     left, width, row, top = 190, 250, 24, 34
     parts = []
     for index, name in enumerate(names):
         parts.append(text(left - 8, top + index * row + 14, name, anchor="end"))
-    for number, (heading, values, words) in enumerate(panels):
+    for number, (heading, values, words, most) in enumerate(panels):
         x = left + number * (width + 70)
-        longest = max((value for value in values if value is not None), default=0) or 1
         parts += [text(x, 20, heading, "head"), rule(x, top, x, top + row * len(names))]
         for index, (value, word) in enumerate(zip(values, words)):
-            y, length = top + index * row, (value or 0) / longest * width
+            y, length = top + index * row, min(1.0, (value or 0) / most) * width
+            word += "  (cut)" if value is not None and value > most else ""
             parts.append(f'<rect x="{x}" y="{y + 4}" width="{length:.1f}" height="{row - 10}" class="c{number}"/>')
             parts.append(text(x + length + 5, y + 15, word, "small"))
-    return svg(left + len(panels) * (width + 70), top + row * len(names) + 10, title, parts)
+    return svg(left + len(panels) * (width + 70) + 40, top + row * len(names) + 10, title, parts)
 
 
 MARKS = ("circle", "diamond", "square", "triangle", "cross", "ring")
@@ -89,7 +89,7 @@ def dots(title, rows, legend, ticks, tick_words):
 
 def series(title, samples, moments):
     """Samples (time in seconds, per cent) with moments (time, words, number of a colour) marked in them."""
-    left, width, top, height = 50, 700, 30, 220
+    left, width, top, height = 50, 700, 70, 220
     begin, end = samples[0][0], samples[-1][0]
 
     def x_of(time):
@@ -107,8 +107,8 @@ def series(title, samples, moments):
         parts.append(text(x_of(begin + day * 86400), top + height + 16, f"{day}", "small", "middle"))
     parts.append(text(left + width, top + height + 30, "days", "small", "end"))
     for number, (time, words, colour) in enumerate(moments):
-        x, y = x_of(time), top - 8 + number * 16
+        x, y = x_of(time), top - 10 - number * 18  # the earliest lowest, so that no line crosses words
         side, gap = ("end", -4) if x > left + width / 2 else ("start", 4)
-        parts.append(f'<line x1="{x:.1f}" y1="{top - 14}" x2="{x:.1f}" y2="{top + height}" class="c{colour}" stroke-dasharray="4 3"/>')
+        parts.append(f'<line x1="{x:.1f}" y1="{y - 10}" x2="{x:.1f}" y2="{top + height}" class="c{colour}" stroke-dasharray="4 3"/>')
         parts.append(text(x + gap, y, words, "small", side))
     return svg(left + width + 20, top + height + 40, title, parts)

@@ -193,12 +193,18 @@ def place_of(resource):
 # The pictures.
 
 
+def found_and_false(title, names, scores, subject):
+    """Bars of what was found and of what was false; all but the worst determine the scale of the latter."""
+    false = [score.false_a_week for score in scores]
+    most = max(sorted(false)[:-1], default=0) * 1.25 or 1.0
+    return pictures.bars(title, names, [
+        ("Found, per cent of all reachings", [score.share for score in scores], [per_cent(score.share) for score in scores], 1.0),
+        (f"False {subject.lower()}, a week and resource", false, [f"{value:.2f}" for value in false], most)])
+
+
 def rules_picture(scores, rules):
-    totals = [total(scores, rule) for rule in rules]
-    return pictures.bars("Of each rule what was found and what was false", [rule.title for rule in rules],
-                         [("Found, per cent of all reachings", [score.share for score in totals], [per_cent(score.share) for score in totals]),
-                          ("False alarms, a week and resource", [score.false_a_week for score in totals],
-                           [f"{score.false_a_week:.2f}" for score in totals])])
+    return found_and_false("Of each rule what was found and what was false", [rule.title for rule in rules],
+                           [total(scores, rule) for rule in rules], "Alarms")
 
 
 def leads_picture(scores, families, rules):
@@ -208,12 +214,8 @@ def leads_picture(scores, families, rules):
 
 
 def sweep_picture(rows):
-    events = [scores[EVENT] for _, scores in rows]
-    return pictures.bars("Of the event under each setting what was found and what was false",
-                         [settings_words(settings) for settings, _ in rows],
-                         [("Events: found, per cent", [score.share for score in events], [per_cent(score.share) for score in events]),
-                          ("False events, a week and resource", [score.false_a_week for score in events],
-                           [f"{score.false_a_week:.2f}" for score in events])])
+    return found_and_false("Of the event under each setting what was found and what was false",
+                           [settings_words(settings) for settings, _ in rows], [scores[EVENT] for _, scores in rows], "Events")
 
 
 def example_picture(replay, samples_of):

@@ -268,10 +268,17 @@ class Pictures(unittest.TestCase):
         return [element.text for element in picture.iter("{http://www.w3.org/2000/svg}text")]
 
     def test_bars_are_as_long_as_their_values(self):
-        picture = self.drawn(pictures.bars("a title", ["one", "<two>", "none"], [("share", [0.8, 0.4, None], ["100 %", "50 %", "–"])]))
+        picture = self.drawn(pictures.bars("a title", ["one", "<two>", "none"], [("share", [0.9, 0.4, None], ["90 %", "40 %", "–"], 0.8)]))
         widths = [float(bar.get("width")) for bar in picture.iter("{http://www.w3.org/2000/svg}rect")]
         self.assertEqual(widths, [250, 125, 0])
-        self.assertEqual(self.words(picture), ["one", "<two>", "none", "share", "100 %", "50 %", "–"])
+        self.assertEqual(self.words(picture), ["one", "<two>", "none", "share", "90 %  (cut)", "40 %", "–"])
+
+    def test_the_worst_rule_does_not_flatten_the_others(self):
+        def widths(*false):
+            picture = self.drawn(report.found_and_false("a title", ["one"] * len(false), [leads(false=one) for one in false], "Alarms"))
+            return [float(bar.get("width")) for bar in picture.iter("{http://www.w3.org/2000/svg}rect")][len(false):]
+        self.assertEqual(widths(390, 2, 4), [250, 100, 200])
+        self.assertEqual(widths(0, 0), [0, 0])
 
     def test_a_mark_stands_where_its_value_is(self):
         rows = [("leak", [20.0, None, None, None, None, 2.0])]

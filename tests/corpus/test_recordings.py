@@ -91,6 +91,7 @@ class Recordings(unittest.TestCase):
         begin, end = recording.moments("a program opens")[0], recording.moments("the program has ended")[0]
         self.assertLess(max(between(descriptors, begin - 20, begin)), 30)
         self.assertGreater(max(between(descriptors, begin, end)), 100)
+        self.assertGreater(min(between(descriptors, end - 10, end - 2)), 100)
         self.assertLess(min(between(descriptors, end, end + 20)), 30)
 
     def test_a_build_takes_room_and_gives_it_back(self):
