@@ -320,7 +320,7 @@ made to hold what deceives a forecast in about the same measure as what rewards 
 ## What is measured
 
 The corpus (`tests/corpus/`, explained there) is series whose end is known: each family is a documented function of a seed, recorded as an
-agent's archive, one sample a minute for two weeks. `lumetra replay` feeds an archive to the library cycle by cycle: the rings, the
+agent's archive, one sample a minute for two weeks. [`lumetra replay`](command-line.md#replay) feeds an archive to the library cycle by cycle: the rings, the
 fits, the choice of the model and the notification state are those of a run, and the settings those of the home ({settings}). No rule sees
 a sample before its time. A sample a minute is what most servers are watched by, and not the ten seconds that the agent is shipped with: a
 window of 4.8 hours then holds 288 samples and not 1,728, and the models with hinges, which need 300 and 500, have no say. What ten seconds
