@@ -5,6 +5,7 @@ docs/accuracy.md defines every measure; these are its definitions in code.
 """
 
 import collections
+import math
 import statistics
 
 HOUR = 3600
@@ -164,11 +165,14 @@ def beats(family, scores):
 # Which settings suit which servers.
 
 
-def merit(score):
-    """Orders settings: more found to the nearest of fifty, then fewer false alarms to the hundredth, then a longer lead."""
-    return round((score.share or 0.0) * 50), -round(score.false_a_week, 2), score.median_lead or 0.0
+def merit(scores):
+    """Orders settings by what they come to: more found by the event, fewer false events, a longer lead of the event, fewer false onsets.
+    All but the last are rounded, so that chance decides little: to a fiftieth, to half an event a week, to half a doubling."""
+    event, onset = scores[EVENT], scores[ONSET]
+    lead = round(2 * math.log2(event.median_lead)) if event.median_lead else -math.inf
+    return round((event.share or 0.0) * 50), -round(event.false_a_week * 2), lead, -onset.false_a_week
 
 
-def best_settings(scored):
-    """Of pairs of settings and a score, the best pair; the first of equals."""
-    return max(scored, key=lambda pair: merit(pair[1]))
+def best_settings(rows):
+    """Of pairs of settings and {rule: score}, the best pair; the first of equals."""
+    return max(rows, key=lambda pair: merit(pair[1]))

@@ -159,12 +159,18 @@ class Comparing(unittest.TestCase):
     def test_the_agents_own_onset_is_no_other_rule(self):
         self.assertEqual(self.found_beaten(leads(5, 5), leads(5), leads(5)), [])
 
-    def test_settings_that_find_more_are_better_then_the_calmer_then_the_earlier(self):
-        plain, more, calm = leads(5, 5, 5, false=1), leads(1, 1, 1, 1, false=9), leads(4, 4, 4, false=0)
-        self.assertEqual(best_settings([("plain", plain), ("more", more), ("calm", calm)])[0], "more")
-        self.assertEqual(best_settings([("plain", plain), ("calm", calm)])[0], "calm")
-        self.assertEqual(best_settings([("plain", plain), ("earlier", leads(6, 6, 6, false=1))])[0], "earlier")
-        self.assertEqual(best_settings([("plain", plain), ("same", copy.deepcopy(plain))])[0], "plain")
+    def test_the_best_settings_find_more_then_are_calmer_then_earlier_then_have_fewer_false_onsets(self):
+        def best(*rows):
+            return best_settings([(name, {EVENT: event, ONSET: onset}) for name, event, onset in rows])[0]
+        plain, onset = leads(5, 5, 5, false=1), leads(9, false=5)
+        self.assertEqual(best(("plain", plain, onset), ("more", leads(1, 1, 1, 1, false=9), onset), ("calm", leads(false=0), onset)), "more")
+        self.assertEqual(best(("plain", plain, onset), ("calm", leads(4, 4, 4, false=0), onset)), "calm")
+        self.assertEqual(best(("plain", plain, onset), ("hardly calmer", leads(1, 1, 1, false=0.9), onset)), "plain")
+        self.assertEqual(best(("plain", plain, onset), ("earlier", leads(8, 8, 8, false=1), onset)), "earlier")
+        self.assertEqual(best(("plain", plain, onset), ("hardly earlier", leads(5.1, 5.1, 5.1, false=1), leads(9, false=6))), "plain")
+        self.assertEqual(best(("plain", plain, onset), ("quiet", leads(4.9, 4.9, 4.9, false=1), leads(9, false=4))), "quiet")
+        self.assertEqual(best(("plain", plain, onset), ("same", copy.deepcopy(plain), onset)), "plain")
+        self.assertEqual(best(("silent", leads(reached=0), onset), ("same", leads(reached=0), onset)), "silent")
 
 
 def results():
@@ -225,6 +231,16 @@ class Page(unittest.TestCase):
         rows = report.swept(results().sweeps, ["late-leak", "noise", "step"])
         self.assertEqual([(report.settings_words(settings), scores[EVENT].found, scores[EVENT].false, scores[EVENT].weeks)
                           for settings, scores in rows], [("60 s, 0 to 48 h", 1, 1, 4.0), ("60 s, 0 to 168 h", 1, 1, 4.0)])
+
+    def test_the_shipped_period_is_told_of_first(self):
+        made = results()
+        self.assertEqual(report.shipped_sentence(made), "")
+        shipped = replay(resource([episode(10, 30, "reached", event=26), episode(100, 101)], [30]))
+        shipped["settings"]["periodSeconds"] = 10.0
+        made.fine = {"late-leak": [made.sweeps["late-leak"][0], shipped]}
+        self.assertIn("the event found 1 of 1, half of them more than 4.0 h before, with 0.00 false events and 0.50 false onsets a week; over "
+                      "the same with a minute, the event found 1 of 1", report.shipped_sentence(made))
+        self.assertIn("**shipped period of ten seconds**", report.document(made, {}, "", "generate --few"))
 
     def test_recordings_count_their_alarms(self):
         made = results()
