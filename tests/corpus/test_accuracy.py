@@ -170,6 +170,7 @@ class Comparing(unittest.TestCase):
         self.assertEqual(best(("plain", plain, onset), ("hardly earlier", leads(5.1, 5.1, 5.1, false=1), leads(9, false=6))), "plain")
         self.assertEqual(best(("plain", plain, onset), ("quiet", leads(4.9, 4.9, 4.9, false=1), leads(9, false=4))), "quiet")
         self.assertEqual(best(("plain", plain, onset), ("same", copy.deepcopy(plain), onset)), "plain")
+        self.assertEqual(best(("never", leads(reached=1000), onset), ("once", leads(5, reached=1000), onset)), "once")
         self.assertEqual(best(("silent", leads(reached=0), onset), ("same", leads(reached=0), onset)), "silent")
 
 
