@@ -72,7 +72,7 @@ private:
     Verdict twoPoints(std::int64_t time, double used);
 
     std::int64_t horizon_;
-    SlidingLine line_{6 * 3600};
+    SlidingLine line_{std::int64_t{6} * 3600};
     std::deque<Sample> hour_;                      ///< the samples of the last hour and the one before
     std::array<std::int64_t, rivals> trueSince_{}; ///< 0: the condition does not hold
 };
