@@ -10,7 +10,7 @@
 namespace obrin {
 namespace {
 
-constexpr std::size_t blockSize = std::size_t{256} << 10;
+constexpr std::size_t wordBlockSize = std::size_t{256} << 10;
 
 /// No number that means anything is longer.
 constexpr std::size_t longestNumber = 512;
@@ -18,13 +18,13 @@ constexpr std::size_t longestNumber = 512;
 constexpr off_t firstStepBack = off_t{4} << 20;
 constexpr off_t lookedAt = off_t{64} << 10;
 
-bool isDigit(char byte) {
+bool isDecimalDigit(char byte) {
     return byte >= '0' && byte <= '9';
 }
 
 } // namespace
 
-ArchiveWords::ArchiveWords(int fd, off_t from) : fd_(fd), blockBegin_(from), block_(blockSize) {}
+ArchiveWords::ArchiveWords(int fd, off_t from) : fd_(fd), blockBegin_(from), block_(wordBlockSize) {}
 
 /// Puts more of the file behind what is left of the block. False when there is no more.
 bool ArchiveWords::refill() {
@@ -78,7 +78,7 @@ std::optional<std::int64_t> ArchiveWords::integer() {
         return std::nullopt;
     begin_ += text.position();
     while (begin_ == end_ && refill()) // a number of absurd length
-        while (begin_ < end_ && isDigit(block_[begin_]))
+        while (begin_ < end_ && isDecimalDigit(block_[begin_]))
             ++begin_;
     return number;
 }

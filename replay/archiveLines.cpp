@@ -43,7 +43,7 @@ private:
 
 } // namespace
 
-ArchiveLines::ArchiveLines(std::string path, std::int32_t highestRid)
+ArchiveLines::ArchiveLines(const std::string& path, std::int32_t highestRid)
     : highestRid_(highestRid), file_(Descriptor::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY)) {
     struct stat state = {};
     if (!file_ || ::fstat(file_.get(), &state) != 0)

@@ -28,7 +28,7 @@ public:
     enum class Next { cycle, damage, end };
 
     /// `highestRid`: the highest number of any resource; what is above it is a time.
-    ArchiveLines(std::string path, std::int32_t highestRid);
+    ArchiveLines(const std::string& path, std::int32_t highestRid);
 
     /// Empty, or why the file cannot be read.
     const std::string& problem() const { return problem_; }
