@@ -90,7 +90,7 @@ public:
     const ReplayProgress& progress() const { return progress_; }
     std::int32_t millisecondsPerSample() const { return resources_.millisecondsPerSample(); }
 
-    /// What is known of one resource.
+    /// What is known of one resource. The link is the replay's.
     struct Tally {
         const Link* link = nullptr;
         std::int64_t samples = 0;

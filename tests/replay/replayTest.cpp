@@ -145,12 +145,12 @@ protected:
     RecordingReplay replay() {
         if (!cycles.empty())
             test::writeFile(request.archives.front(), archive());
-        Replay replayed(request);
+        replayed = std::make_unique<Replay>(request);
         RecordingReplay sink;
-        while (!replayed.progress().isOver)
-            replayed.run(1000, sink);
-        progress = replayed.progress();
-        tallies = replayed.tallies();
+        while (!replayed->progress().isOver)
+            replayed->run(1000, sink);
+        progress = replayed->progress();
+        tallies = replayed->tallies();
         return sink;
     }
 
@@ -158,6 +158,7 @@ protected:
     test::CapturedLog log;
     ReplayRequest request;
     std::map<std::int64_t, std::map<std::int32_t, double>> cycles;
+    std::unique_ptr<Replay> replayed; ///< the newest, whose links the tallies name
     ReplayProgress progress;
     std::vector<Replay::Tally> tallies;
 };
