@@ -62,6 +62,7 @@ void Scorekeeper::noteLevel(const Observation& now) {
 
 void Scorekeeper::begin(const Observation& now) {
     episode_.emplace();
+    episode_->errors.fill(std::numeric_limits<double>::quiet_NaN());
     episode_->onset = now.time;
     episode_->announcedAtOnset = now.announced;
     episode_->onsetValue = now.used;

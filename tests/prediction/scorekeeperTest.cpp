@@ -173,6 +173,7 @@ TEST_F(ScorekeeperTest, AfterTheEndANewOnsetIsNeeded) {
     see(4 * minute, 60, true, hour);
     ASSERT_NE(score.open(), nullptr);
     EXPECT_EQ(score.open()->onset, start + 4 * minute);
+    EXPECT_TRUE(std::isnan(score.open()->errors[0])) << "an open episode has no errors yet";
 }
 
 TEST_F(ScorekeeperTest, ARestartForgetsTheOpenEpisodeAndMakesTheNextIntentAnOnset) {
