@@ -167,8 +167,8 @@ Outcome run(const ChildCommand& command, Clock::Moment deadline) {
     }
     state().gaveUp = true;
     child->kill();
-    const Clock::Moment patience = systemClock().now() + timeToDie;
-    outcome.status = child->wait(patience).value_or(SIGKILL);
+    // SIGKILL stays its status: a shell that sees its child die before it dies itself would tell another one.
+    child->wait(systemClock().now() + timeToDie);
     if (child->alive())
         state().stuck = std::move(child);
     return outcome;
