@@ -7,44 +7,22 @@
 #include "support/textScanner.h"
 
 #include <algorithm>
-#include <array>
 #include <span>
-#include <string>
 #include <unordered_set>
 
 namespace obrin {
 namespace {
 
-/// What tells one resource from all others.
-struct Identity {
-    std::int32_t type = 0;
-    std::array<std::string_view, 4> descriptors{};
-};
-
-/// Takes apart what linkIdentity() put together.
-Identity takeApart(std::string_view identity) {
-    Identity parts;
-    parts.type = identity.front() - '0';
-    std::size_t at = 1;
-    for (std::string_view& descriptor : parts.descriptors) {
-        const std::size_t end = std::min(identity.find('\0', at + 1), identity.size());
-        descriptor = identity.substr(at + 1, end - at - 1);
-        at = end;
-    }
-    return parts;
-}
-
-bool declares(const DeclaredInput& input, const Identity& resource) {
-    const auto& [object, instance, counter, identifier] = resource.descriptors;
-    if (input.object != object || input.counter != counter)
+bool declares(const DeclaredInput& input, const Link& resource) {
+    if (!(resource.Descriptor0 == input.object) || !(resource.Descriptor2 == input.counter))
         return false;
     switch (objectKind(input.object)) {
     case ObjectKind::ordinary:
-        return resource.type == 1 && input.instance == instance;
+        return resource.ResourceType == 1 && resource.Descriptor1 == input.instance;
     case ObjectKind::process:
-        return resource.type == 2 && identifier != "-1" && input.instance == instance;
+        return resource.ResourceType == 2 && !isTemplate(resource) && resource.Descriptor1 == input.instance;
     case ObjectKind::disk:
-        return resource.type == 2 && identifier != "-1";
+        return resource.ResourceType == 2 && !isTemplate(resource);
     case ObjectKind::file:
         break;
     }
@@ -56,20 +34,6 @@ double longestWindow(std::span<const DeclaredInput> inputs, double automatic) {
     for (const DeclaredInput& input : inputs)
         longest = std::max(longest, input.window < 0 ? automatic : input.window);
     return longest;
-}
-
-std::unique_ptr<Link> makeLink(const Identity& resource, std::int32_t rid, const DeclaredInput& input) {
-    auto link = std::make_unique<Link>();
-    link->ResourceType = resource.type;
-    link->RID = rid;
-    link->Descriptor0.assign(resource.descriptors[0]);
-    link->Descriptor1.assign(resource.descriptors[1]);
-    link->Descriptor2.assign(resource.descriptors[2]);
-    link->Descriptor3.assign(resource.descriptors[3]);
-    link->NameIs.assign(input.name);
-    link->WindowSize = input.window;
-    link->AnalyticalMethod = input.method;
-    return link;
 }
 
 } // namespace
@@ -84,19 +48,20 @@ ReplayedResources::ReplayedResources(std::string_view declarations, std::string_
 
     std::unordered_set<std::int32_t> owned; // the first record with a number owns it
     SectionSplitter splitter([&](std::string_view section) {
-        const auto record = parseScratchPadSection(section);
-        if (!record || record->identity.empty() || !owned.insert(record->rid).second)
+        auto link = std::make_unique<Link>();
+        if (!readScratchPadSection(section, link.get()) || !owned.insert(link->RID).second)
             return;
-        highestRid_ = std::max(highestRid_, record->rid);
-        const Identity resource = takeApart(record->identity);
+        highestRid_ = std::max(highestRid_, link->RID);
         const auto input = std::ranges::find_if(
-            report.inputs, [&](const DeclaredInput& declared) { return declares(declared, resource); });
+            report.inputs, [&](const DeclaredInput& declared) { return declares(declared, *link); });
         if (input == report.inputs.end())
             return;
-        auto link = makeLink(resource, record->rid, *input);
+        link->NameIs.assign(input->name);
+        link->WindowSize = input->window;
+        link->AnalyticalMethod = input->method;
         if (link->WindowSize < 0 || isShorterThanPeriod(link->WindowSize, period_))
             link->WindowSize = automatic;
-        links_.emplace(record->rid, std::move(link));
+        links_.emplace(link->RID, std::move(link));
     });
     splitter.feed(scratchPad);
     splitter.finish();

@@ -70,7 +70,7 @@ std::optional<RecordShape> findShape(std::string_view text) {
     return std::nullopt;
 }
 
-/// Puts the four descriptors into a link that serves for nothing else; false when one does not fit its field.
+/// Puts the four descriptors into a link; false when one does not fit its field.
 bool readDescriptors(std::string_view text, Link& link) {
     const auto shape = findShape(text);
     if (!shape || text.substr(0, shape->close[2]).find('\0') != text.npos)
@@ -95,20 +95,25 @@ std::string scratchPadRecordText(const Link& link) {
     return text.append(link.Descriptor3.view()).append(fieldEnd).append("\n");
 }
 
-std::optional<ScratchPadRecord> parseScratchPadSection(std::string_view section) {
+bool readScratchPadSection(std::string_view section, Link* link) {
     TextScanner scanner(section);
     if (scanner.word() != "Event:" || scanner.word() != "ResourceDefinition" || !scanner.word() ||
         !scanner.word())
-        return std::nullopt;
-    Link link;
+        return false;
     const auto type = scanner.integer();
     const auto rid = scanner.integer();
     if (!type || !rid || (*type != 1 && *type != 2) || *rid < 1 || !inInt32(*rid))
+        return false;
+    link->ResourceType = static_cast<std::int32_t>(*type);
+    link->RID = static_cast<std::int32_t>(*rid);
+    return readDescriptors(scanner.rest(), *link);
+}
+
+std::optional<ScratchPadRecord> parseScratchPadSection(std::string_view section) {
+    Link link; // which serves for nothing else
+    if (!readScratchPadSection(section, &link))
         return std::nullopt;
-    link.ResourceType = static_cast<std::int32_t>(*type);
-    if (!readDescriptors(scanner.rest(), link))
-        return std::nullopt;
-    return ScratchPadRecord{linkIdentity(link), static_cast<std::int32_t>(*rid)};
+    return ScratchPadRecord{linkIdentity(link), link.RID};
 }
 
 void SectionSplitter::feed(std::string_view block) {

@@ -30,9 +30,13 @@ struct ScratchPadRecord {
 /// The bytes of a link's record; the header alone for a link that is not of type 1 or 2.
 std::string scratchPadRecordText(const Link& link);
 
-/// What one section (a header and all up to the next) holds. Nothing when it is cut off, has a number out of
+/// Puts what one section (a header and all up to the next) holds into type, RID and descriptors of `link`.
+/// False when it is cut off, has a number out of
 /// its range or a type other than 1 and 2. A record cut off behind its last field counts only once that field
 /// is certainly whole, and appending a further record never turns one that did not count into one that does.
+bool readScratchPadSection(std::string_view section, Link* link);
+
+/// The same as a record. Nothing when it does not count.
 std::optional<ScratchPadRecord> parseScratchPadSection(std::string_view section);
 
 /// Cuts a scratch pad that arrives in blocks into its sections: each begins with "Event:" at the start of a
