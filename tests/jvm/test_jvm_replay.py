@@ -190,8 +190,8 @@ class Command(ReplayTest):
                 (("--home", "/none"), 1, "/none/config/AutoConfig.ini, the configuration: there is no such file"),
                 (("--home", home.path, "/none/archive"), 1, "/none/archive, the archive: there is no such file"),
                 (("--home", home.path, home.path), 1, "the archive: it is a directory"),
-                (("--home", home.path, "--every", "0"), 2, "'--every': expected 1 or more, got 0"),
-                (("--home", home.path, "--horizon", "0"), 2, "'--horizon': expected 1 hour or more, got 0"),
+                (("--home", home.path, "--every", "0"), 2, "'--every': expected a number from 1 to 100000, got 0"),
+                (("--home", home.path, "--horizon", "0"), 2, "'--horizon': expected hours from 1 to 100000, got 0"),
                 (("--home", home.path, "--plot", "/none"), 2, "'--plot': expected a directory")):
             result = replay(*arguments)
             self.assertEqual((result.returncode, result.stdout), (code, ""), arguments)

@@ -6,8 +6,6 @@ import com.quorin.sysmgt.tavl.LumetraAgent.text.Program;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
 import java.io.IOException;
 import java.nio.file.AccessDeniedException;
-import java.nio.file.Files;
-import java.nio.file.InvalidPathException;
 import java.nio.file.Path;
 import java.time.ZoneId;
 import java.util.ArrayList;
@@ -59,23 +57,6 @@ public final class PlotCommand implements Callable<Integer> {
         }
     }
 
-    /** A directory that is there. */
-    static final class Directory implements ITypeConverter<Path> {
-
-        @Override
-        public Path convert(String text) {
-            try {
-                Path directory = Path.of(text);
-                if (Files.isDirectory(directory)) {
-                    return directory;
-                }
-            } catch (InvalidPathException e) {
-                // told below, like any other text that is no directory
-            }
-            throw new TypeConversionException("expected a directory, got \"" + text + "\"");
-        }
-    }
-
     /** What names a resource, or several; nothing would name them all. */
     static final class Word implements ITypeConverter<String> {
 
@@ -95,7 +76,7 @@ public final class PlotCommand implements Callable<Integer> {
             description = "png or svg. Default: ${DEFAULT-VALUE}.")
     private Format format;
 
-    @Option(names = "--output", paramLabel = "DIR", defaultValue = ".", converter = Directory.class,
+    @Option(names = "--output", paramLabel = "DIR", defaultValue = ".", converter = ExistingDirectory.class,
             description = "The directory for the files, which must exist. Default: this one.")
     private Path directory;
 

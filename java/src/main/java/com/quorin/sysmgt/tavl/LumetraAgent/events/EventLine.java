@@ -1,11 +1,9 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.events;
 
 import com.fasterxml.jackson.core.JsonProcessingException;
-import com.fasterxml.jackson.core.json.JsonWriteFeature;
 import com.fasterxml.jackson.databind.JsonNode;
-import com.fasterxml.jackson.databind.ObjectMapper;
-import com.fasterxml.jackson.databind.json.JsonMapper;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.Culprit;
+import com.quorin.sysmgt.tavl.LumetraAgent.text.AsciiJson;
 import java.io.IOException;
 import java.util.ArrayList;
 import java.util.List;
@@ -18,10 +16,6 @@ import java.util.Optional;
 public record EventLine(String time, long epochSeconds, String type, String resource, String instance,
         Double secondsToExhaustion, String timeToExhaustion, Double limit, List<Culprit> culprits,
         String culpritText, String trackRecord, String message) {
-
-    /** Everything beyond ASCII is escaped, so that a line is one line for every reader. */
-    private static final ObjectMapper MAPPER =
-            JsonMapper.builder().enable(JsonWriteFeature.ESCAPE_NON_ASCII).build();
 
     /** The members of an event. */
     public static EventLine of(Event event) {
@@ -49,13 +43,13 @@ public record EventLine(String time, long epochSeconds, String type, String reso
 
     /** One line of ASCII, without a line break. */
     String text() throws IOException {
-        return MAPPER.writeValueAsString(this);
+        return AsciiJson.MAPPER.writeValueAsString(this);
     }
 
     /** The event that a line tells of; members that it lacks are unknown, a line that is torn or foreign is none. */
     static Optional<Event> read(String line) {
         try {
-            return event(MAPPER.readTree(line));
+            return event(AsciiJson.MAPPER.readTree(line));
         } catch (JsonProcessingException | StackOverflowError e) {
             return Optional.empty();
         }

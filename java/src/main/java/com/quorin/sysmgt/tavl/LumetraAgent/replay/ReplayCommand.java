@@ -5,15 +5,17 @@ import com.quorin.sysmgt.tavl.LumetraAgent.ReplayFeed;
 import com.quorin.sysmgt.tavl.LumetraAgent.check.HomeFiles;
 import com.quorin.sysmgt.tavl.LumetraAgent.check.LibraryCheck;
 import com.quorin.sysmgt.tavl.LumetraAgent.client.Failed;
+import com.quorin.sysmgt.tavl.LumetraAgent.client.ExistingDirectory;
 import com.quorin.sysmgt.tavl.LumetraAgent.client.Gnuplot;
+import com.quorin.sysmgt.tavl.LumetraAgent.client.PathName;
 import com.quorin.sysmgt.tavl.LumetraAgent.client.Terminal;
+import com.quorin.sysmgt.tavl.LumetraAgent.client.WholeNumber;
 import com.quorin.sysmgt.tavl.LumetraAgent.score.ScoreFile;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.FileText;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.Program;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
 import java.io.IOException;
 import java.io.PrintStream;
-import java.nio.file.Files;
 import java.nio.file.Path;
 import java.time.Duration;
 import java.time.ZoneId;
@@ -23,11 +25,8 @@ import java.util.Optional;
 import java.util.concurrent.Callable;
 import java.util.concurrent.CountDownLatch;
 import picocli.CommandLine.Command;
-import picocli.CommandLine.Model.CommandSpec;
 import picocli.CommandLine.Option;
-import picocli.CommandLine.ParameterException;
 import picocli.CommandLine.Parameters;
-import picocli.CommandLine.Spec;
 
 /** Runs the agent's prediction over recorded history and says how right it would have been. */
 @Command(name = "replay", mixinStandardHelpOptions = true, versionProvider = Program.Version.class,
@@ -42,23 +41,39 @@ public final class ReplayCommand implements Callable<Integer> {
 
     private static final int DAMAGED = 3;
 
+    /** A farthest forecast. */
+    static final class Hours extends WholeNumber {
+
+        Hours() {
+            super("hours from 1 to 100000", 1, 100_000);
+        }
+    }
+
+    /** Which cycles are taken. */
+    static final class Nth extends WholeNumber {
+
+        Nth() {
+            super("a number from 1 to 100000", 1, 100_000);
+        }
+    }
+
     @Parameters(paramLabel = "ARCHIVE", arity = "0..*",
             description = "Archives, oldest first. Default: that of the home.")
     private List<Path> archives = new ArrayList<>();
 
     @Option(names = "--home", paramLabel = "DIR", defaultValue = "${sys:lumetra.home:-..}",
-            description = "The home that the archives were recorded in. Default: that of lumetra run.")
+            converter = PathName.class, description = "The home that the archives were recorded in. Default: that of lumetra run.")
     private Path home;
 
-    @Option(names = "--config", paramLabel = "FILE",
+    @Option(names = "--config", paramLabel = "FILE", converter = PathName.class,
             description = "The configuration file. Default: config/AutoConfig.ini of the home.")
     private Path config;
 
-    @Option(names = "--horizon", paramLabel = "HOURS",
+    @Option(names = "--horizon", paramLabel = "HOURS", converter = Hours.class,
             description = "The farthest forecast, and with it every automatic window, in the configuration's place.")
     private Integer horizon;
 
-    @Option(names = "--every", paramLabel = "N", defaultValue = "1",
+    @Option(names = "--every", paramLabel = "N", defaultValue = "1", converter = Nth.class,
             description = "Take only each N-th cycle: what a longer period would see.")
     private int every;
 
@@ -71,11 +86,9 @@ public final class ReplayCommand implements Callable<Integer> {
     @Option(names = "--json", description = "Print the result as JSON.")
     private boolean json;
 
-    @Option(names = "--plot", paramLabel = "DIR", description = "Draw a picture of each resource into this directory.")
+    @Option(names = "--plot", paramLabel = "DIR", converter = ExistingDirectory.class,
+            description = "Draw a picture of each resource into this directory.")
     private Path plot;
-
-    @Spec
-    private CommandSpec spec;
 
     private final PrintStream out = System.out;
     private final Terminal terminal = Terminal.ofThisProcess();
@@ -84,7 +97,6 @@ public final class ReplayCommand implements Callable<Integer> {
 
     @Override
     public Integer call() {
-        checkOptions();
         Runtime.getRuntime().addShutdownHook(new Thread(this::interrupt, "lumetra-interrupt"));
         try {
             return replay();
@@ -92,21 +104,6 @@ public final class ReplayCommand implements Callable<Integer> {
             return fail(e.getMessage());
         } finally {
             finished.countDown();
-        }
-    }
-
-    private void checkOptions() {
-        if (every < 1) {
-            throw new ParameterException(spec.commandLine(), "Invalid value for option '--every': expected 1 or more, got "
-                    + every);
-        }
-        if (horizon != null && horizon < 1) {
-            throw new ParameterException(spec.commandLine(), "Invalid value for option '--horizon': expected 1 hour or more, "
-                    + "got " + horizon);
-        }
-        if (plot != null && !Files.isDirectory(plot)) {
-            throw new ParameterException(spec.commandLine(), "Invalid value for option '--plot': expected a directory, got \""
-                    + plot + "\"");
         }
     }
 

@@ -1,9 +1,7 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.replay;
 
-import com.fasterxml.jackson.core.json.JsonWriteFeature;
-import com.fasterxml.jackson.databind.ObjectMapper;
-import com.fasterxml.jackson.databind.json.JsonMapper;
 import com.quorin.sysmgt.tavl.LumetraAgent.score.Episode;
+import com.quorin.sysmgt.tavl.LumetraAgent.text.AsciiJson;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
 import java.io.IOException;
 import java.util.LinkedHashMap;
@@ -13,9 +11,6 @@ import java.util.stream.IntStream;
 
 /** Results as JSON, which docs/replay.schema.json describes. Times are seconds since the epoch. */
 final class ReplayJson {
-
-    private static final ObjectMapper MAPPER =
-            JsonMapper.builder().enable(JsonWriteFeature.ESCAPE_NON_ASCII).build();
 
     private ReplayJson() {}
 
@@ -49,7 +44,7 @@ final class ReplayJson {
 
     private static String text(Object document) {
         try {
-            return MAPPER.writeValueAsString(document);
+            return AsciiJson.MAPPER.writeValueAsString(document);
         } catch (IOException e) {
             throw new IllegalStateException("a result has no JSON", e);
         }

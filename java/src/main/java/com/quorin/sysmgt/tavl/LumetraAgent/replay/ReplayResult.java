@@ -133,11 +133,4 @@ record ReplayResult(boolean complete, Replay.Settings settings, Replay.Progress 
     int limitsReached() {
         return summary.resources().stream().mapToInt(r -> r.reached().size()).sum();
     }
-
-    /** The middle of some numbers, the mean of the two in the middle if there are two; NaN of none. */
-    static double median(List<Double> numbers) {
-        List<Double> sorted = numbers.stream().sorted().toList();
-        int n = sorted.size();
-        return n == 0 ? Double.NaN : (sorted.get((n - 1) / 2) + sorted.get(n / 2)) / 2;
-    }
 }

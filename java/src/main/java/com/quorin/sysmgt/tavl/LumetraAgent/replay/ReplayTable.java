@@ -1,6 +1,7 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.replay;
 
 import com.quorin.sysmgt.tavl.LumetraAgent.score.Outcome;
+import com.quorin.sysmgt.tavl.LumetraAgent.score.TrackRecord;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
 import java.time.Duration;
 import java.time.Instant;
@@ -162,7 +163,7 @@ final class ReplayTable {
             double falseAWeek) {
         List<Double> found = leads.apply(score);
         double least = found.stream().mapToDouble(Double::doubleValue).min().orElse(Double.NaN);
-        return List.of(words, found.size() + " of " + result.limitsReached(), hours(ReplayResult.median(found)),
+        return List.of(words, found.size() + " of " + result.limitsReached(), hours(TrackRecord.median(found)),
                 hours(least), errors(score), aWeek(score, falseAWeek));
     }
 
@@ -177,7 +178,7 @@ final class ReplayTable {
             rows.add(List.of(best.contains(result) ? "*" : " ", result.settings().maxForecastHours() + " h",
                     period(result),
                     score.onsetLeads().size() + " of " + result.limitsReached(),
-                    hours(ReplayResult.median(score.onsetLeads())), hours(ReplayResult.median(score.eventLeads())),
+                    hours(TrackRecord.median(score.onsetLeads())), hours(TrackRecord.median(score.eventLeads())),
                     aWeek(score, score.falseEpisodesAWeek()), aWeek(score, score.falseAlarmsAWeek())));
         }
         List<String> lines = new ArrayList<>(aligned(rows));
@@ -191,7 +192,7 @@ final class ReplayTable {
 
     private static String median(List<Double> numbers) {
         return numbers.isEmpty() ? UNKNOWN
-                : String.format(Locale.ROOT, "%.1f/%.1f", ReplayResult.median(numbers),
+                : String.format(Locale.ROOT, "%.1f/%.1f", TrackRecord.median(numbers),
                         numbers.stream().mapToDouble(Double::doubleValue).max().orElse(0));
     }
 

@@ -1,5 +1,6 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.replay;
 
+import com.quorin.sysmgt.tavl.LumetraAgent.score.TrackRecord;
 import java.util.ArrayList;
 import java.util.List;
 
@@ -46,7 +47,7 @@ final class Sweep {
     }
 
     private static double lead(ReplayResult.Score score) {
-        double lead = ReplayResult.median(score.onsetLeads());
+        double lead = TrackRecord.median(score.onsetLeads());
         return Double.isNaN(lead) ? -1 : lead;
     }
 }

@@ -1,13 +1,11 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.score;
 
 import com.fasterxml.jackson.core.JsonProcessingException;
-import com.fasterxml.jackson.core.json.JsonWriteFeature;
 import com.fasterxml.jackson.databind.JsonNode;
-import com.fasterxml.jackson.databind.ObjectMapper;
-import com.fasterxml.jackson.databind.json.JsonMapper;
 import com.fasterxml.jackson.databind.node.ArrayNode;
 import com.fasterxml.jackson.databind.node.ObjectNode;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.EventFile;
+import com.quorin.sysmgt.tavl.LumetraAgent.text.AsciiJson;
 import java.io.BufferedReader;
 import java.io.IOException;
 import java.nio.charset.StandardCharsets;
@@ -27,9 +25,6 @@ public final class ScoreFile {
     public static final String NAME = "score.jsonl";
 
     private static final long LARGEST = 4L * 1024 * 1024;
-    private static final ObjectMapper MAPPER =
-            JsonMapper.builder().enable(JsonWriteFeature.ESCAPE_NON_ASCII).build();
-
     private final Path file;
     private final EventFile lines;
 
@@ -96,9 +91,9 @@ public final class ScoreFile {
 
     private static JsonNode parse(String line) {
         try {
-            return MAPPER.readTree(line);
+            return AsciiJson.MAPPER.readTree(line);
         } catch (JsonProcessingException | StackOverflowError e) {
-            return MAPPER.missingNode();
+            return AsciiJson.MAPPER.missingNode();
         }
     }
 
@@ -132,19 +127,19 @@ public final class ScoreFile {
 
     /** Adds a line; false when that cannot be. */
     public boolean add(Start start) {
-        return append(MAPPER.createObjectNode().put("type", "start").put("epochSeconds", start.epochSeconds())
+        return append(AsciiJson.MAPPER.createObjectNode().put("type", "start").put("epochSeconds", start.epochSeconds())
                 .put("resumed", start.isResumed()));
     }
 
     /** Adds a line; false when that cannot be. */
     public boolean add(History history) {
-        return append(MAPPER.createObjectNode().put("type", "history").put("from", history.from()));
+        return append(AsciiJson.MAPPER.createObjectNode().put("type", "history").put("from", history.from()));
     }
 
     /** Adds a line; false when that cannot be. */
     public boolean add(Scored scored) {
         Episode episode = scored.episode();
-        ObjectNode line = MAPPER.createObjectNode().put("type", "episode").put("resource", scored.resource())
+        ObjectNode line = AsciiJson.MAPPER.createObjectNode().put("type", "episode").put("resource", scored.resource())
                 .put("instance", scored.instance()).put("onset", episode.onset()).put("firstEvent", episode.firstEvent())
                 .put("end", episode.end()).put("outcome", episode.outcome().word())
                 .put("announcedAtOnset", episode.announcedAtOnset()).put("announcedAtEvent", episode.announcedAtEvent())
@@ -156,7 +151,7 @@ public final class ScoreFile {
 
     private boolean append(ObjectNode line) {
         try {
-            return lines.append(MAPPER.writeValueAsString(line));
+            return lines.append(AsciiJson.MAPPER.writeValueAsString(line));
         } catch (IOException e) {
             return false;
         }

@@ -51,7 +51,12 @@ public record TrackRecord(int reached, int freed, int levelledOff, int levelledO
 
     /** How far off the announced moment was in the median, hours; NaN when no limit was reached. */
     public double medianErrorHours() {
-        List<Double> sorted = errorsHours.stream().sorted().toList();
+        return median(errorsHours);
+    }
+
+    /** The middle of some numbers, the mean of the two in the middle if there are two; NaN of none. */
+    public static double median(List<Double> numbers) {
+        List<Double> sorted = numbers.stream().sorted().toList();
         int n = sorted.size();
         return n == 0 ? Double.NaN : (sorted.get((n - 1) / 2) + sorted.get(n / 2)) / 2;
     }

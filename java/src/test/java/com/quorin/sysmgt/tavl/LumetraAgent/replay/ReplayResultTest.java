@@ -53,13 +53,6 @@ class ReplayResultTest {
     }
 
     @Test
-    void theMedianIsTheMiddle() {
-        assertEquals(2.0, ReplayResult.median(List.of(3.0, 1.0, 2.0)));
-        assertEquals(1.5, ReplayResult.median(List.of(2.0, 1.0)));
-        assertTrue(Double.isNaN(ReplayResult.median(List.of())));
-    }
-
-    @Test
     void theTableSaysWhatWasReplayedAndHowItScored() {
         List<String> lines = new ReplayTable(MIXED, ZoneOffset.UTC).lines(5);
         assertEquals("10,080 cycles of 1 resources, 1970-01-01 00:16 to 1970-01-08 00:16, one in 60 s, forecasts up to 48 h: "

@@ -2,8 +2,10 @@ package com.quorin.sysmgt.tavl.LumetraAgent.score;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertNull;
+import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.util.Collections;
+import java.util.List;
 import org.junit.jupiter.api.Test;
 
 class TrackRecordTest {
@@ -66,5 +68,12 @@ class TrackRecordTest {
         }
         assertEquals(100, known.errorsHours().size());
         assertEquals(449.5, known.medianErrorHours());
+    }
+
+    @Test
+    void theMedianIsTheMiddle() {
+        assertEquals(2.0, TrackRecord.median(List.of(3.0, 1.0, 2.0)));
+        assertEquals(1.5, TrackRecord.median(List.of(2.0, 1.0)));
+        assertTrue(Double.isNaN(TrackRecord.median(List.of())));
     }
 }
