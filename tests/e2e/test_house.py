@@ -181,6 +181,11 @@ class House(unittest.TestCase):
         for path in java_sources():
             self.assertEqual(empty_tags(path.read_text()), [], path)
 
+    def test_a_line_of_java_has_120_characters_at_most(self):
+        for path in java_sources():
+            for number, line in enumerate(path.read_text().splitlines(), 1):
+                self.assertLessEqual(len(line), 120, f"{path}:{number}")
+
     def test_every_mutant_still_finds_its_line_and_its_test(self):
         checked = subprocess.run([sys.executable, ROOT / "tests" / "mutants" / "run", "--check"],
                                  capture_output=True, text=True)

@@ -31,11 +31,10 @@ public final class AgentEvents {
     private static final DateTimeFormatter CLOCK =
             DateTimeFormatter.ofPattern("uuuu-MM-dd HH:mm:ss", Locale.ROOT);
 
-    private static final Announced NONE = new Announced(0, 0.0);
-
     /** The last forecast that was announced: when, and how far away the exhaustion was. */
     private record Announced(long epochSeconds, double secondsToExhaustion) {}
 
+    private static final Announced NONE = new Announced(0, 0.0);
     private static final AtomicReference<Announced> PREVIOUS = new AtomicReference<>(NONE);
     private static final AtomicLong FATAL_COUNT = new AtomicLong();
     private static final AtomicReference<PrintStream> OUTPUT = new AtomicReference<>(System.out);

@@ -17,11 +17,9 @@ final class Replay implements AutoCloseable {
 
     private static final int LEAST = 4;
 
-    private final int number;
-
     /** What is replayed, and how. Texts are bytes as the files have them. */
-    record Request(List<byte[]> archives, byte[] declarations, byte[] scratchPad, Settings settings, List<ScoreFile.Start> starts,
-            boolean withRivals, boolean withSamples) {
+    record Request(List<byte[]> archives, byte[] declarations, byte[] scratchPad, Settings settings,
+            List<ScoreFile.Start> starts, boolean withRivals, boolean withSamples) {
 
         Request with(Settings other) {
             return new Request(archives, declarations, scratchPad, other, starts, withRivals, false);
@@ -77,6 +75,8 @@ final class Replay implements AutoCloseable {
 
     record Summary(int periodMillis, List<Tally> resources) {}
 
+    private final int number;
+
     Replay(Request request) {
         number = ReplayFeed.open(bytes(request));
     }
@@ -107,28 +107,34 @@ final class Replay implements AutoCloseable {
     Step step() {
         LibraryBytes bytes = begin(ReplayFeed.step(number, FORECASTS_A_STEP));
         Step step = new Step(progress(bytes),
-                bytes.list(LEAST, "the happenings", () -> new Happening(bytes.longNumber("a time"),
-                        bytes.number("a resource"), What.values()[bytes.choice(0, What.values().length - 1, "a happening")],
-                        bytes.longNumber("an announced moment"))),
+                bytes.list(LEAST, "the happenings", () -> happening(bytes)),
                 bytes.list(LEAST, "the episodes", () -> new EpisodeOf(bytes.number("a resource"), Episode.read(bytes))),
                 bytes.list(LEAST, "the damages", () -> new Damage(bytes.text("a file"), bytes.longNumber("a line"),
                         bytes.text("a damage"))),
-                bytes.list(LEAST, "the samples", () -> new Sample(bytes.number("a resource"), bytes.longNumber("a time"),
-                        bytes.real("a value"), bytes.longNumber("an announced moment"))));
+                bytes.list(LEAST, "the samples", () -> new Sample(bytes.number("a resource"),
+                        bytes.longNumber("a time"), bytes.real("a value"), bytes.longNumber("an announced moment"))));
         bytes.end();
         return step;
     }
 
+    private static Happening happening(LibraryBytes bytes) {
+        return new Happening(bytes.longNumber("a time"), bytes.number("a resource"),
+                What.values()[bytes.choice(0, What.values().length - 1, "a happening")],
+                bytes.longNumber("an announced moment"));
+    }
+
     private static Progress progress(LibraryBytes bytes) {
-        return new Progress(bytes.longNumber("the bytes read"), bytes.longNumber("the bytes"), bytes.longNumber("a time"),
-                bytes.longNumber("a time"), bytes.longNumber("the cycles"), bytes.longNumber("the forecasts"),
+        return new Progress(bytes.longNumber("the bytes read"), bytes.longNumber("the bytes"),
+                bytes.longNumber("a time"), bytes.longNumber("a time"),
+                bytes.longNumber("the cycles"), bytes.longNumber("the forecasts"),
                 bytes.longNumber("the damaged lines"), bytes.longNumber("the unknown samples"),
                 bytes.flag("whether it is over"));
     }
 
     Summary summary() {
         LibraryBytes bytes = begin(ReplayFeed.summary(number));
-        Summary summary = new Summary(bytes.number("the period"), bytes.list(LEAST, "the resources", () -> tally(bytes)));
+        Summary summary = new Summary(bytes.number("the period"),
+                bytes.list(LEAST, "the resources", () -> tally(bytes)));
         bytes.end();
         return summary;
     }

@@ -30,7 +30,8 @@ import picocli.CommandLine.Parameters;
 
 /** Runs the agent's prediction over recorded history and says how right it would have been. */
 @Command(name = "replay", mixinStandardHelpOptions = true, versionProvider = Program.Version.class,
-        description = "Runs the agent's own prediction over recorded archives, by the archive's clock, and says what it "
+        description = "Runs the agent's own prediction over recorded archives, by the archive's clock, and says "
+                + "what it "
                 + "would have announced, when, and how right it was. It changes nothing.",
         footerHeading = "%nExit codes:%n",
         footer = {"  0  all was replayed",
@@ -62,7 +63,8 @@ public final class ReplayCommand implements Callable<Integer> {
     private List<Path> archives = new ArrayList<>();
 
     @Option(names = "--home", paramLabel = "DIR", defaultValue = "${sys:lumetra.home:-..}",
-            converter = PathName.class, description = "The home that the archives were recorded in. Default: that of lumetra run.")
+            converter = PathName.class,
+            description = "The home that the archives were recorded in. Default: that of lumetra run.")
     private Path home;
 
     @Option(names = "--config", paramLabel = "FILE", converter = PathName.class,
@@ -77,7 +79,8 @@ public final class ReplayCommand implements Callable<Integer> {
             description = "Take only each N-th cycle: what a longer period would see.")
     private int every;
 
-    @Option(names = "--against", description = "Judge other rules over the same history: lines over 6 h, two points, 90 %%.")
+    @Option(names = "--against",
+            description = "Judge other rules over the same history: lines over 6 h, two points, 90 %%.")
     private boolean against;
 
     @Option(names = "--sweep", description = "Score forecast hours and periods side by side.")
@@ -157,7 +160,8 @@ public final class ReplayCommand implements Callable<Integer> {
     }
 
     private Replay.Request request() throws HomeFiles.Unusable {
-        HomeFiles files = HomeFiles.of(home, config == null ? home.resolve("config").resolve("AutoConfig.ini") : config);
+        HomeFiles files =
+                HomeFiles.of(home, config == null ? home.resolve("config").resolve("AutoConfig.ini") : config);
         List<Path> read = archives.isEmpty() ? List.of(files.archive()) : archives;
         for (Path archive : read) {
             HomeFiles.need(archive, "the archive");
@@ -168,8 +172,8 @@ public final class ReplayCommand implements Callable<Integer> {
         return new Replay.Request(read.stream().map(FileText::bytes).toList(),
                 HomeFiles.read(files.declarations(), "the declarations"),
                 HomeFiles.read(files.scratchPad(), "the scratch pad"),
-                new Replay.Settings(files.periodMillis(), Math.min(files.minForecastHours(), most), most, every), starts,
-                against, plot != null);
+                new Replay.Settings(files.periodMillis(), Math.min(files.minForecastHours(), most), most, every),
+                starts, against, plot != null);
     }
 
     private ReplayResult run(Replay.Request request, ReplayPlot pictures) {

@@ -12,8 +12,6 @@ import java.util.stream.IntStream;
 /** Results as JSON, which docs/replay.schema.json describes. Times are seconds since the epoch. */
 final class ReplayJson {
 
-    private ReplayJson() {}
-
     private record Document(boolean complete, Settings settings, Long from, Long to, long cycles, long forecasts,
             long damagedLines, long unknownSamples, List<Replay.Damage> damage, List<Resource> resources,
             List<Happening> timeline) {}
@@ -31,6 +29,8 @@ final class ReplayJson {
     private record Happening(long time, int id, String what, Long announced) {}
 
     private record Swept(List<Document> sweep) {}
+
+    private ReplayJson() {}
 
     /** One result. */
     static String of(ReplayResult result, int rules) {
@@ -78,7 +78,8 @@ final class ReplayJson {
 
     private static Rule rule(ReplayResult result, int id, int rule) {
         List<Episode> episodes = result.episodes(id, rule);
-        return new Rule(ReplayResult.RULES.get(rule), episodes.size(), episodes.stream().filter(Episode::hasEvent).count(),
+        return new Rule(ReplayResult.RULES.get(rule), episodes.size(),
+                episodes.stream().filter(Episode::hasEvent).count(),
                 episodes.stream().map(ReplayJson::announced).toList());
     }
 

@@ -18,8 +18,6 @@ final class ReplayPlot {
     /** Curves are thinned to fewer points than twice so many, evenly. */
     private static final int POINTS = 4000;
 
-    private final Map<Integer, Curve> curves = new HashMap<>();
-
     /** A curve that halves itself when it grows too long. */
     private static final class Curve {
 
@@ -42,6 +40,8 @@ final class ReplayPlot {
         }
     }
 
+    private final Map<Integer, Curve> curves = new HashMap<>();
+
     void take(List<Replay.Sample> samples) {
         samples.forEach(sample -> curves.computeIfAbsent(sample.id(), id -> new Curve()).add(sample));
     }
@@ -60,15 +60,18 @@ final class ReplayPlot {
                 .forEach(s -> line(out, "%d %d", s.time() + shift, s.announced() + shift));
         out.append("END\n");
         List<Long> events = result.timeline().stream()
-                .filter(h -> h.id() == resource.id() && h.what() == Replay.What.EVENT).map(Replay.Happening::time).toList();
+                .filter(h -> h.id() == resource.id() && h.what() == Replay.What.EVENT)
+                .map(Replay.Happening::time).toList();
         out.append("$events << END\n");
         events.forEach(time -> line(out, "%d 100", time + shift));
         out.append("END\n$reached << END\n");
         resource.reached().forEach(time -> line(out, "%d %d", time + shift, time + shift));
         out.append("END\n");
-        String title = Words.printable(Words.ofBytes(resource.resource()) + " " + Words.ofBytes(resource.instance())).strip();
+        String title =
+                Words.printable(Words.ofBytes(resource.resource()) + " " + Words.ofBytes(resource.instance())).strip();
         line(out, "set multiplot layout 2,1 title '%s'", title.replace("'", "''"));
-        line(out, "set xdata time%nset timefmt '%%s'%nset format x '%%d.%%m.%%n%%H:%%M'%nset grid%nset key tmargin horizontal");
+        line(out, "set xdata time%nset timefmt '%%s'%nset format x '%%d.%%m.%%n%%H:%%M'%n"
+                + "set grid%nset key tmargin horizontal");
         line(out, "set xrange ['%d':'%d']", result.progress().from() + shift, result.progress().to() + shift);
         resource.reached().forEach(time -> line(out, "set arrow from '%1$d', graph 0 to '%1$d', graph 1 nohead lc rgb"
                 + " '#c01020' dt 2", time + shift));

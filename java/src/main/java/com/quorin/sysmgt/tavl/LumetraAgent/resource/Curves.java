@@ -15,7 +15,6 @@ public record Curves(TrendView.Curve samples, Optional<Forecast> forecast, Trend
         this(samples, forecast, TrendView.Curve.EMPTY);
     }
 
-
     /**
      * A forecast with its points.
      *

@@ -22,7 +22,6 @@ public record RunState(Cycle cycle, Archive archive, Settings settings, boolean 
         this(cycle, archive, settings, awaitsDisks, leftOut, resources, List.of());
     }
 
-
     private static final String DISKS_AWAITED = "The disks cannot be listed yet: df has not answered; "
             + "they are taken up as soon as it does.";
 

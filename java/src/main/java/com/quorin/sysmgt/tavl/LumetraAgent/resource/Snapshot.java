@@ -31,8 +31,8 @@ public record Snapshot(Agent agent, List<Resource> resources, List<LeftOut> left
     public record Measures(double cycleSeconds, long archiveBytes, Map<Integer, TrendReader.Resource> keys) {}
 
     /**
-     * The agent itself. Times are seconds since the epoch. Those from the period on are 0 and null until the agent has read
-     * its configuration.
+     * The agent itself. Times are seconds since the epoch. Those from the period on are 0 and null until the agent
+     * has read its configuration.
      *
      * @param startedAt          when the host started
      * @param generatedAt        when this snapshot was made

@@ -24,7 +24,6 @@ public record TrendView(int id, String source, Long forecastAt, String model, Do
         this(id, source, forecastAt, model, secondsToExhaustion, notificationLevel, limit, samples, forecast, null);
     }
 
-
     /**
      * A curve; both arrays are equally long.
      *

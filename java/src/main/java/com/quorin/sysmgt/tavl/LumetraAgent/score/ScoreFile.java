@@ -25,8 +25,6 @@ public final class ScoreFile {
     public static final String NAME = "score.jsonl";
 
     private static final long LARGEST = 4L * 1024 * 1024;
-    private final Path file;
-    private final EventFile lines;
 
     /**
      * What the file holds, oldest first.
@@ -34,7 +32,8 @@ public final class ScoreFile {
      * @param isThere whether there is a file
      * @param damaged lines that are neither a start nor an episode
      */
-    public record Content(boolean isThere, List<Start> starts, List<History> histories, List<Scored> episodes, int damaged) {}
+    public record Content(boolean isThere, List<Start> starts, List<History> histories, List<Scored> episodes,
+            int damaged) {}
 
     /**
      * A run began.
@@ -48,6 +47,9 @@ public final class ScoreFile {
 
     /** An episode that ended. The resource as the library names it. */
     public record Scored(String resource, String instance, Episode episode) {}
+
+    private final Path file;
+    private final EventFile lines;
 
     public ScoreFile(Path file) {
         this.file = file;
@@ -140,7 +142,8 @@ public final class ScoreFile {
     public boolean add(Scored scored) {
         Episode episode = scored.episode();
         ObjectNode line = AsciiJson.MAPPER.createObjectNode().put("type", "episode").put("resource", scored.resource())
-                .put("instance", scored.instance()).put("onset", episode.onset()).put("firstEvent", episode.firstEvent())
+                .put("instance", scored.instance())
+                .put("onset", episode.onset()).put("firstEvent", episode.firstEvent())
                 .put("end", episode.end()).put("outcome", episode.outcome().word())
                 .put("announcedAtOnset", episode.announcedAtOnset()).put("announcedAtEvent", episode.announcedAtEvent())
                 .put("onsetValue", episode.onsetValue()).put("highest", episode.highest());

@@ -202,7 +202,8 @@ class AgentEventsTest {
                         + "\"culprits\":[],\"culpritText\":null,\"trackRecord\":null,\"message\":null}",
                 "{\"type\":\"fatal\",\"resource\":null,\"instance\":null,"
                         + "\"secondsToExhaustion\":null,\"timeToExhaustion\":null,\"limit\":null,"
-                        + "\"culprits\":[],\"culpritText\":null,\"trackRecord\":null,\"message\":\"Call To predictor Failed\"}"),
+                        + "\"culprits\":[],\"culpritText\":null,\"trackRecord\":null,"
+                        + "\"message\":\"Call To predictor Failed\"}"),
                 lines);
     }
 
@@ -227,12 +228,12 @@ class AgentEventsTest {
         });
         assertEquals(List.of(
                 "{\"type\":\"exhaustion\",\"resource\":null,\"instance\":null,\"secondsToExhaustion\":null,"
-                        + "\"timeToExhaustion\":null,\"limit\":null,\"culprits\":[],\"culpritText\":null,\"trackRecord\":null,"
-                        + "\"message\":null}",
+                        + "\"timeToExhaustion\":null,\"limit\":null,\"culprits\":[],\"culpritText\":null,"
+                        + "\"trackRecord\":null,\"message\":null}",
                 "{\"type\":\"upperTolerance\",\"resource\":\"a\\n\\\"\\uD800\\u00FC\\u2028\","
                         + "\"instance\":\"\\u001B[2J\",\"secondsToExhaustion\":null,"
-                        + "\"timeToExhaustion\":null,\"limit\":null,\"culprits\":[],\"culpritText\":null,\"trackRecord\":null,"
-                        + "\"message\":null}"), lines);
+                        + "\"timeToExhaustion\":null,\"limit\":null,\"culprits\":[],\"culpritText\":null,"
+                        + "\"trackRecord\":null,\"message\":null}"), lines);
     }
 
     @Test

@@ -60,7 +60,8 @@ class FeedReaderTest {
     /** A run with one thing left out and two resources, the first without a forecast. */
     private byte[] running() {
         head(1, 7).number(1_700_000_000).real(1.5, 2.5, 0.25, 40).longNumber(123_456_789_012L);
-        longNumber(4_300_000_000L).number(2).text("../data/", "../data/archive", "pad", "resources.txt", "AutoConfig.ini");
+        longNumber(4_300_000_000L).number(2).text("../data/", "../data/archive", "pad", "resources.txt",
+                "AutoConfig.ini");
         number(10_000, 1, 48, 50, 200).flag(1).number(1).text("a line", "a reason");
         number(2);
         number(3).text("PercentSwapSpaceUsed", "_Total", "PercentSwapSpaceUsed", "Swap").number(-1);
@@ -69,7 +70,8 @@ class FeedReaderTest {
         number(4).text("LogicalDisk", "/dev/\u00c3\u00a9\u00ff /m", "PercentFreeSpaceUsed", "Space").number(9);
         real(99).flag(0).real(1).flag(1).real(512).number(1).real(-1, 100).number(0);
         real(0.5).number(180, 179, 1_700_000_000).text("mean").real(2.25).flag(1).real(99.5).number(5).longNumber(1234);
-        number(1).longNumber(8).number(4).text("Space", "/dev/x /m").number(0).longNumber(10).longNumber(20).longNumber(30);
+        number(1).longNumber(8).number(4).text("Space", "/dev/x /m").number(0).longNumber(10).longNumber(20)
+                .longNumber(30);
         number(2).longNumber(40).longNumber(50).real(60.5, 70.5).number(5).real(1, 2, 3, 4, Double.NaN);
         return made();
     }

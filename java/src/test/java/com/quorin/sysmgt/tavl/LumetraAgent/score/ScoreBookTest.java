@@ -29,7 +29,8 @@ class ScoreBookTest {
 
     private static EndedEpisode ended(long number, Outcome outcome) {
         return new EndedEpisode(number, 3, "Space", "/dev/\u00c3\u00a9 /a",
-                new Episode(0, 100, 200, 300, outcome, 400, 500, 50.5, 60.25, List.of(1.0, Double.NaN, -0.5, 0.0, 2.0)));
+                new Episode(0, 100, 200, 300, outcome, 400, 500, 50.5, 60.25,
+                        List.of(1.0, Double.NaN, -0.5, 0.0, 2.0)));
     }
 
     @Test
@@ -63,8 +64,9 @@ class ScoreBookTest {
         score.add(new ScoreFile.Scored("Space", "/dev/a /a", ended(1, Outcome.LEVELLED_OFF).episode()));
         assertEquals(List.of("{\"type\":\"start\",\"epochSeconds\":50,\"resumed\":false}",
                 "{\"type\":\"history\",\"from\":7}",
-                "{\"type\":\"episode\",\"resource\":\"Space\",\"instance\":\"/dev/a /a\",\"onset\":100,\"firstEvent\":200,"
-                        + "\"end\":300,\"outcome\":\"levelledOff\",\"announcedAtOnset\":400,\"announcedAtEvent\":500,"
+                "{\"type\":\"episode\",\"resource\":\"Space\",\"instance\":\"/dev/a /a\",\"onset\":100,"
+                        + "\"firstEvent\":200,\"end\":300,\"outcome\":\"levelledOff\","
+                        + "\"announcedAtOnset\":400,\"announcedAtEvent\":500,"
                         + "\"onsetValue\":50.5,\"highest\":60.25,\"errorsHours\":[1.0,null,-0.5,0.0,2.0]}"),
                 Files.readAllLines(file()));
     }
@@ -93,7 +95,8 @@ class ScoreBookTest {
         ScoreBook score = new ScoreBook(new ScoreFile(directory.resolve("none/score.jsonl")), complaints::add);
         assertTrue(score.isNew());
         score.take(List.of(ended(1, Outcome.FREED), ended(2, Outcome.FREED)));
-        assertEquals(List.of("The score of announcements cannot be written for now; it is kept in memory."), complaints);
+        assertEquals(List.of("The score of announcements cannot be written for now; it is kept in memory."),
+                complaints);
         assertEquals(2, score.of("Space", "/dev/\u00e9 /a").freed());
     }
 

@@ -13,7 +13,8 @@ class TrackRecordTest {
     private static final int HOUR = 3600;
     private static final long DAY = 24 * HOUR;
 
-    static Episode ended(Outcome outcome, long onset, long firstEvent, long end, long announcedAtOnset, long announcedAtEvent) {
+    static Episode ended(Outcome outcome, long onset, long firstEvent, long end, long announcedAtOnset,
+            long announcedAtEvent) {
         return new Episode(0, onset, firstEvent, end, outcome, announcedAtOnset, announcedAtEvent, 50, 60,
                 Collections.nCopies(5, Double.NaN));
     }
@@ -35,7 +36,8 @@ class TrackRecordTest {
             known = known.with(levelledOff(i * DAY));
         }
         known = known.with(ended(Outcome.FREED, 6 * DAY, 0, 6 * DAY + HOUR, 7 * DAY, 0));
-        assertEquals("announced 6 times in 14 days: reached 0, freed 1, levelled off 5", known.words(0, 14 * DAY, false));
+        assertEquals("announced 6 times in 14 days: reached 0, freed 1, levelled off 5",
+                known.words(0, 14 * DAY, false));
         assertEquals(6, known.announcements());
         assertEquals(0, known.levelledOffInARow());
         assertEquals(1, known.with(levelledOff(8 * DAY)).levelledOffInARow());

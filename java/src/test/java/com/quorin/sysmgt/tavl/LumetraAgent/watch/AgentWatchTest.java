@@ -175,8 +175,8 @@ class AgentWatchTest {
 
     private RunState withArchive(long time) {
         RunState state = GivenResource.state(time, swap);
-        return new RunState(state.cycle(), new RunState.Archive(home + "/archive", 77, RunState.Resumed.NOTHING), state.settings(), false,
-                List.of(), state.resources());
+        return new RunState(state.cycle(), new RunState.Archive(home + "/archive", 77, RunState.Resumed.NOTHING),
+                state.settings(), false, List.of(), state.resources());
     }
 
     private static TrendView.Curve curve(double... timesAndValues) {

@@ -32,7 +32,8 @@ class WatchedFleetTest {
     }
 
     private Snapshot.Resource row(int id) {
-        return fleet.rows(stale, (key, n) -> Snapshot.Track.NONE).stream().filter(r -> r.id() == id).findFirst().orElseThrow();
+        return fleet.rows(stale, (key, n) -> Snapshot.Track.NONE).stream().filter(r -> r.id() == id).findFirst()
+                .orElseThrow();
     }
 
     @Test
@@ -131,7 +132,8 @@ class WatchedFleetTest {
         assertEquals("/dev/vda", row(5).identity().device());
         cycle(3, swap, disk);
         assertEquals(ResourceState.COLLECTING, row(5).state());
-        assertEquals(List.of(3, 5), fleet.rows(false, (key, n) -> Snapshot.Track.NONE).stream().map(Snapshot.Resource::id).sorted().toList());
+        assertEquals(List.of(3, 5), fleet.rows(false, (key, n) -> Snapshot.Track.NONE).stream()
+                .map(Snapshot.Resource::id).sorted().toList());
     }
 
     @Test
