@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <charconv>
 #include <csignal>
+#include <fcntl.h>
 #include <limits>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -93,8 +94,15 @@ constexpr std::size_t longestListing = wholeFileLimit;
 /// Past this, a command is given up.
 constexpr std::chrono::seconds longestRun{10};
 
+/// So long may the listings of a cycle take together, however short the period.
+constexpr std::chrono::milliseconds leastBudget{50};
+
+/// What a shell tells of a command that it may not execute, and of a file that it cannot make.
+constexpr int commandNotExecutable = 126 << 8;
+constexpr int fileNotMade = 2 << 8;
+
 struct ListingState {
-    Clock::Duration budget = std::chrono::seconds(1); ///< for all listings of a cycle
+    Clock::Duration budget = leastBudget; ///< for all listings of a cycle
     Clock::Duration used{};
     bool gaveUp = false; ///< a deadline passed in this cycle
     std::optional<TakenListing> newest[2];
@@ -107,29 +115,24 @@ ListingState& state() {
     return *only;
 }
 
-/// The path as a shell word; the real one needs no quotes.
-std::string shellWord(const std::string& path) {
-    const auto plain = [](char byte) {
-        return isDigit(byte) || (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
-               std::string_view("./_-").find(byte) != std::string_view::npos;
-    };
-    if (std::all_of(path.begin(), path.end(), plain))
-        return path;
-    std::string quoted = "'";
-    for (char byte : path)
-        quoted += byte == '\'' ? std::string("'\\''") : std::string(1, byte);
-    return quoted + "'";
-}
-
-ChildCommand shellCommand(const std::string& text, bool captureOutput) {
+ChildCommand commandFor(DiskCounter counter) {
     // Units and names must be the same whoever started the agent: blocks of 1024 bytes, names as bytes.
     ChildCommand command{
-        "/bin/sh",
-        {"sh", "-c", text},
-        environmentWithout({"LC_ALL", "DF_BLOCK_SIZE", "BLOCK_SIZE", "BLOCKSIZE", "POSIXLY_CORRECT"}),
-        captureOutput};
+        "df",
+        {"df"},
+        environmentWithout({"LC_ALL", "DF_BLOCK_SIZE", "BLOCK_SIZE", "BLOCKSIZE", "POSIXLY_CORRECT"})};
     command.environment.push_back("LC_ALL=C");
+    if (counter == DiskCounter::inodes)
+        command.arguments.push_back("-i");
     return command;
+}
+
+/// The work file, emptied, as a shell opens it for ">"; but a FIFO without a reader holds nobody up.
+Descriptor openWorkFile(const std::string& path) {
+    Descriptor file = Descriptor::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_NOCTTY);
+    if (file)
+        ::fcntl(file.get(), F_SETFL, 0);
+    return file;
 }
 
 struct Outcome {
@@ -157,7 +160,7 @@ std::optional<int> waitWatching(ChildProcess& child, Clock::Moment deadline, con
 Outcome run(const ChildCommand& command, Clock::Moment deadline) {
     std::optional<ChildProcess> child = ChildProcess::start(command);
     if (!child)
-        return {};
+        return {false, errno == EACCES || errno == ENOEXEC ? commandNotExecutable : commandNotRun, ""};
     Outcome outcome{true, SIGKILL, child->takeOutput(deadline, longestListing)};
     if (outcome.output.size() >= longestListing)
         child->kill(); // what it still has to say is not read any more
@@ -167,7 +170,7 @@ Outcome run(const ChildCommand& command, Clock::Moment deadline) {
     }
     state().gaveUp = true;
     child->kill();
-    // SIGKILL stays its status: a shell that sees its child die before it dies itself would tell another one.
+    // SIGKILL stays its status: a df that is a script may see its child die first, and tell another one.
     child->wait(systemClock().now() + timeToDie);
     if (child->alive())
         state().stuck = std::move(child);
@@ -181,11 +184,6 @@ std::shared_ptr<const DiskListing> listingOf(const std::string& text, int status
     return status == 0 || listing->hasHeading() ? listing : nullptr;
 }
 
-/// Empties the work file. Whether what stands in it from now on is certainly new.
-bool emptied(const std::string& path) {
-    return ::truncate(path.c_str(), 0) == 0 || errno == ENOENT;
-}
-
 /// Whether a command that ended with this status put a listing into the work file that is whole. One that
 /// failed may have had no room for the rest: the file then ends where a block does.
 bool isWhole(int status, const std::string& text) {
@@ -196,24 +194,29 @@ bool isWhole(int status, const std::string& text) {
     return status == 0 || (!killed && text.size() % smallestBlock != 0);
 }
 
-TakenListing takeFresh(const std::string& command) {
+TakenListing takeFresh(DiskCounter counter) {
     const Clock::Moment deadline = systemClock().now() + longestRun;
     const std::string& path = systemPaths().diskListing;
-    const bool wasEmptied = emptied(path);
-    const Outcome written = run(shellCommand(command + " > " + shellWord(path), false), deadline);
-    TakenListing taken{written.status, nullptr};
-    if (!written.started || written.status == commandNotRun || state().gaveUp)
-        return taken;
-    // Only a command that succeeded, or that found the file empty, is known to have filled it.
-    if (written.status == 0 || wasEmptied) {
+    ChildCommand command = commandFor(counter);
+    TakenListing taken{fileNotMade, nullptr};
+    const Descriptor file = openWorkFile(path);
+    if (file) {
+        command.output = file.get();
+        const Outcome written = run(command, deadline);
+        taken.status = written.status;
+        if (!written.started || written.status == commandNotRun || state().gaveUp)
+            return taken;
         const std::string text = readWholeFile(path).value_or("");
         if (isWhole(written.status, text)) {
             taken.listing = listingOf(text, written.status);
             return taken;
         }
+        command.discardErrors = true; // what was wrong has been said once
     }
-    // It said on standard error what was wrong the first time.
-    const Outcome piped = run(shellCommand(command + " 2>/dev/null", true), deadline);
+    command.captureOutput = true;
+    const Outcome piped = run(command, deadline);
+    if (!piped.started && !file)
+        taken.status = piped.status; // nor would there have been a shell to miss the file
     if (piped.started && !state().gaveUp)
         taken.listing = listingOf(piped.output, piped.status);
     return taken;
@@ -264,7 +267,7 @@ const DiskLine* DiskListing::find(const std::string& cleanedName) const {
 
 void beginListingCycle(std::chrono::milliseconds samplePeriod) {
     ListingState& cycle = state();
-    cycle.budget = std::max<Clock::Duration>(samplePeriod / 4, std::chrono::seconds(1));
+    cycle.budget = std::max<Clock::Duration>(samplePeriod / 100, leastBudget);
     cycle.used = {};
     cycle.gaveUp = false;
     cycle.newest[0].reset();
@@ -281,7 +284,7 @@ TakenListing takeDiskListing(DiskCounter counter) {
     if (cycle.used >= cycle.budget && newest)
         return *newest;
     const Clock::Moment begun = systemClock().now();
-    TakenListing taken = takeFresh(counter == DiskCounter::inodes ? "df -i" : "df");
+    TakenListing taken = takeFresh(counter);
     cycle.used += systemClock().now() - begun;
     if (!newest || (taken.listing && taken.listing->hasHeading()))
         newest = taken;

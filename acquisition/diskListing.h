@@ -56,20 +56,20 @@ private:
     std::unordered_map<std::string, std::size_t> byCleanedName_;
 };
 
-/// A listing as it was taken. `status` is what system(3) would have returned for the command; `listing` is
+/// A listing as it was taken. `status` is what system(3) would have returned for the command in a shell; `listing` is
 /// null when there is none to read.
 struct TakenListing {
     int status = 0;
     std::shared_ptr<const DiskListing> listing;
 };
 
-/// Begins a sampling cycle: listings may take a quarter of the sample period together, at least one second;
-/// past that the newest listing of this cycle serves further calls. What was taken before is forgotten;
+/// Begins a sampling cycle: listings may take a hundredth of the sample period together, at least 50 ms; past
+/// that the newest listing of this cycle serves further calls. What was taken before is forgotten;
 /// beginInstanceRun calls it for the start of a run. Agent thread.
 void beginListingCycle(std::chrono::milliseconds samplePeriod);
 
-/// Runs "df > ../tempdata/LumetraDisks.txt" or "df -i > ../tempdata/LumetraDisks.txt" and reads the result,
-/// in 1024-byte blocks whatever the environment asks for. The command has a deadline of 10 seconds; past it
+/// Runs "df > ../tempdata/LumetraDisks.txt" or "df -i > ../tempdata/LumetraDisks.txt", without a shell, and
+/// reads the result, in 1024-byte blocks whatever the environment asks for. The command has a deadline of 10 seconds; past it
 /// it is killed with its group, and none is started again in this cycle, nor while what was killed is still
 /// there (stuck in the kernel). When the work file does not hold a whole listing afterwards (its disk is
 /// full, say), the listing is taken again through a pipe within the same deadline: the rows printed there
@@ -78,7 +78,7 @@ void beginListingCycle(std::chrono::milliseconds samplePeriod);
 /// Agent thread.
 TakenListing takeDiskListing(DiskCounter counter);
 
-/// The status of a command that could not be started, or that the shell could not find.
+/// The status of a command that could not be started or found.
 inline constexpr int commandNotRun = 127 << 8;
 
 } // namespace obrin

@@ -47,6 +47,9 @@ public:
 
     /// The child has `fd` under the number `as`, no longer close-on-exec, also when both are the same.
     void give(int fd, int as) { ok_ = ok_ && ::posix_spawn_file_actions_adddup2(&actions_, fd, as) == 0; }
+    void discard(int fd) {
+        ok_ = ok_ && ::posix_spawn_file_actions_addopen(&actions_, fd, "/dev/null", O_WRONLY, 0) == 0;
+    }
     bool ok() const { return ok_; }
     const posix_spawn_file_actions_t* get() const { return &actions_; }
 
@@ -140,6 +143,10 @@ std::optional<ChildProcess> ChildProcess::start(const ChildCommand& command) {
     actions.give(lifeline->writeEnd.get(), lifeline->writeEnd.get());
     if (command.captureOutput)
         actions.give(output->writeEnd.get(), STDOUT_FILENO);
+    else if (command.output >= 0)
+        actions.give(command.output, STDOUT_FILENO);
+    if (command.discardErrors)
+        actions.discard(STDERR_FILENO);
     if (!actions.ok() || !attributes.ok()) {
         errno = ENOMEM;
         return std::nullopt;
@@ -147,8 +154,8 @@ std::optional<ChildProcess> ChildProcess::start(const ChildCommand& command) {
     std::vector<std::string> arguments = command.arguments;
     std::vector<std::string> environment = command.environment;
     pid_t pid = -1;
-    const int error = ::posix_spawn(&pid, command.program.c_str(), actions.get(), attributes.get(),
-                                    pointersTo(arguments).data(), pointersTo(environment).data());
+    const int error = ::posix_spawnp(&pid, command.program.c_str(), actions.get(), attributes.get(),
+                                     pointersTo(arguments).data(), pointersTo(environment).data());
     if (error != 0) {
         errno = error;
         return std::nullopt;

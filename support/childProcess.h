@@ -13,10 +13,12 @@ namespace obrin {
 
 /// What to start.
 struct ChildCommand {
-    std::string program;                  ///< path of the program; the PATH is not searched
+    std::string program; ///< its path, or a name without "/", which is looked for along the parent's PATH
     std::vector<std::string> arguments;   ///< the program's own name first
     std::vector<std::string> environment; ///< "NAME=value" each; the child sees nothing else
-    bool captureOutput = false;           ///< standard output goes to takeOutput; else it is the parent's
+    bool captureOutput = false;           ///< standard output goes to takeOutput
+    int output = -1;                      ///< standard output goes there; else it is the parent's
+    bool discardErrors = false;           ///< standard error is thrown away; else it is the parent's
 };
 
 /// A program running in a process group of its own, with default signal dispositions and an empty signal mask

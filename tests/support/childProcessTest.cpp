@@ -78,6 +78,27 @@ TEST(ChildProcess, TakesTheOutput) {
     EXPECT_EQ(child->wait(never), 1 << 8);
 }
 
+TEST(ChildProcess, PutsItsOutputIntoTheGivenFileAndItsErrorsNowhere) {
+    TemporaryDirectory directory;
+    const Descriptor file = Descriptor::open(directory.path("out"), O_WRONLY | O_CREAT);
+    ChildCommand command = shell("echo a; readlink /proc/self/fd/2");
+    command.output = file.get();
+    command.discardErrors = true;
+    auto child = ChildProcess::start(command);
+    ASSERT_TRUE(child);
+    EXPECT_EQ(child->wait(never), 0);
+    EXPECT_EQ(child->takeOutput(never, 100), "");
+    EXPECT_EQ(readFile(directory.path("out")), "a\n/dev/null\n");
+}
+
+TEST(ChildProcess, AProgramWithoutASlashIsLookedForAlongThePath) {
+    auto child = ChildProcess::start({"sh", {"sh", "-c", "exit 4"}, {}});
+    ASSERT_TRUE(child);
+    EXPECT_EQ(child->wait(never), 4 << 8);
+    EXPECT_FALSE(ChildProcess::start({"no-such-program-anywhere", {"x"}, {}}));
+    EXPECT_EQ(errno, ENOENT);
+}
+
 TEST(ChildProcess, TakesNoMoreOutputThanAskedFor) {
     auto child = ChildProcess::start(shell("while :; do echo y; done", true));
     ASSERT_TRUE(child);

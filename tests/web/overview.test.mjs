@@ -354,14 +354,16 @@ describe("events", () => {
     world.event({ type: "innerTolerance", resource: "Own", instance: null, limit: 90 });
     world.event({ type: "exhaustion", resource: "PercentSwapSpaceUsed", instance: "_Total", secondsToExhaustion: 3600,
       culprits: [{ name: "java", pid: 7, value: 900 }, { name: "b", pid: 8, value: 9 }, { name: "c", pid: 9, value: 8 },
-        { name: "d", pid: 10, value: 7 }] });
+        { name: "d", pid: 10, value: 7 }], trackRecord: "announced twice in 3 days: reached 2" });
     world.event({ type: "exhaustion", at: world.now - 7200, resource: "PercentProcessesUsed", instance: "_Total",
       secondsToExhaustion: 60 });
     await withWorld(world, {}, async (page) => {
       const texts = await page.locator("#event-list li").allTextContents();
       assert.match(texts[0], /^Process slots was forecast to run out at /);
-      assert.match(texts[1], /^Swap is forecast to run out in about 60 min .*Largest users: java \(7\), b \(8\), c \(9\) and 1 more/);
+      assert.match(texts[1], /^Swap is forecast to run out in about 60 min .*Announced twice in 3 days: reached 2\..*Largest users: java \(7\), b \(8\), c \(9\) and 1 more/);
       assert.match(texts[2], /^Own reached its inner limit of 90 %/);
+      assert.deepEqual(await page.locator("#event-list .record").evaluateAll((all) => all.map((e) => e.hidden)),
+        [true, false, true, true]);
       assert.match(texts[3], /A step failed: df did not answer/);
     });
   });

@@ -68,7 +68,8 @@ function makeItem(key) {
   item.text = element("span", { class: "event-text", dir: "auto" });
   item.time = element("time", { class: "sub" });
   item.users = element("span", { class: "sub users", dir: "auto" });
-  item.root = element("li", {}, element("p", {}, item.who, " ", item.text), item.users, item.time);
+  item.record = element("span", { class: "sub record" });
+  item.root = element("li", {}, element("p", {}, item.who, " ", item.text), item.record, item.users, item.time);
   return item;
 }
 
@@ -90,6 +91,8 @@ function updateItem(item, group, resources, now) {
   setText(item.time, `${words.moment(event.epochSeconds, now)}, ${words.ago(now - event.epochSeconds)}${repeated}`);
   item.time.setAttribute("datetime", event.time);
   setTitle(item.time, words.exactMoment(event.epochSeconds));
+  setText(item.record, words.trackRecord(event));
+  show(item.record, item.record.textContent !== "");
   setText(item.users, words.eventCulprits(event));
   show(item.users, item.users.textContent !== "");
 }
