@@ -4,6 +4,7 @@
 #include "agent/debugLog.h"
 #include "diagnosis/processCensus.h"
 #include "support/handles.h"
+#include "support/immortal.h"
 #include "support/textScanner.h"
 #include "support/wholeFile.h"
 
@@ -12,9 +13,12 @@
 #include <exception>
 #include <fcntl.h>
 #include <initializer_list>
+#include <numeric>
 #include <optional>
 #include <string>
 #include <sys/stat.h>
+#include <utility>
+#include <vector>
 
 namespace obrin {
 namespace {
@@ -85,24 +89,64 @@ bool canHoldReport(const std::string& path) {
     return false;
 }
 
+/// A census with the numbers of children, which are found out when they are asked for.
+struct FamilyCensus {
+    Census census;
+    bool childrenAreCounted = false;
+};
+
+bool isShared = false;
+/// Never destroyed: the agent may be in the middle of a report when another thread ends the process.
+Immortal<std::optional<FamilyCensus>> ofTheCycle;
+
+void logNumberOfProcesses(std::size_t count) {
+    DEBUGMSG("# numprocs = %d ", clampToInt32(static_cast<std::int64_t>(count)));
+}
+
 /// Both passes over the processes, with their log lines; nothing on failure.
-std::optional<Census> census() {
-    const auto count = guarded("\n LX_DAQ_Subs diagnose() 13 opendir(/proc)", [] {
-        const auto counted = countProcesses();
-        if (counted)
-            DEBUGMSG("# numprocs = %d ", clampToInt32(static_cast<std::int64_t>(*counted)));
+std::optional<Census> newCensus() {
+    const auto processes = guarded("\n LX_DAQ_Subs diagnose() 13 opendir(/proc)", [] {
+        auto listed = listProcesses();
+        if (listed)
+            logNumberOfProcesses(listed->size());
         else
             DEBUGMSG("\n LX_DAQ_Subs diagnose() 13 opendir(/proc) failed\n");
-        return counted;
+        return listed;
     });
-    if (!count)
+    if (!processes)
         return std::nullopt;
     return guarded("\n LX_DAQ_Subs diagnose() 14 opendir(/proc)", [&] {
-        auto taken = takeCensus(*count);
+        auto taken = takeCensus(*processes);
         if (!taken)
             DEBUGMSG("\n LX_DAQ_Subs diagnose() 14 opendir(/proc) failed\n");
         return taken;
     });
+}
+
+/// Null on failure. Valid until the next call, or until the census is shared no longer.
+FamilyCensus* census() {
+    if (isShared && *ofTheCycle) {
+        logNumberOfProcesses((*ofTheCycle)->census.records.size());
+        return &**ofTheCycle;
+    }
+    auto taken = newCensus();
+    if (!taken)
+        return nullptr;
+    return &ofTheCycle->emplace(FamilyCensus{std::move(*taken)});
+}
+
+/// The indices of the longest report's records, the largest first; of equal ones the first in the census.
+std::vector<std::size_t> largest(const Report& report, const std::vector<Record>& records) {
+    std::vector<std::size_t> indices(records.size());
+    std::iota(indices.begin(), indices.end(), std::size_t{0});
+    const auto shown = static_cast<std::ptrdiff_t>(std::min(records.size(), longestReport));
+    std::partial_sort(indices.begin(), indices.begin() + shown, indices.end(),
+                      [&](std::size_t first, std::size_t second) {
+                          const int order = report.compare(records[first], records[second]);
+                          return order != 0 ? order < 0 : first < second;
+                      });
+    indices.resize(static_cast<std::size_t>(shown));
+    return indices;
 }
 
 /// The name fit to be shown on a terminal and to stay on its line: control characters, those of two bytes
@@ -135,13 +179,12 @@ bool append(CulpritText* culpritText, const std::string& entry) {
     return true;
 }
 
-/// Logs the first records of the sorted census, appends them to the culprit text; the text of the culprit
-/// file.
+/// Logs the largest records of a census, appends them to the culprit text; the text of the culprit file.
 std::string writeReport(const Report& report, const std::vector<Record>& records, CulpritText* culpritText) {
     DEBUGMSG("%s", report.heading);
     std::string file = report.heading;
     bool fits = culpritText != nullptr && culpritText->text != nullptr;
-    for (std::size_t i = 0; i < std::min(records.size(), longestReport); ++i) {
+    for (const std::size_t i : largest(report, records)) {
         if (records[i].pid < 0)
             continue;
         const std::string name = shown(records[i].name.view());
@@ -161,18 +204,18 @@ int diagnoseOne(const Report& report, CulpritText* culpritText) {
     const std::string path = pResourceClasp->DataHomeDirectory + report.displayName + ".cul";
     if (!guarded(" LX_DAQ_Subs diagnose() fopen(" + path + ", w)", [&] { return canHoldReport(path); }))
         return -1;
-    std::optional<Census> taken = census();
-    if (!taken)
+    FamilyCensus* taken = census();
+    if (taken == nullptr)
         return -1;
-    std::vector<Record>& records = taken->records;
+    std::vector<Record>& records = taken->census.records;
+    const std::int64_t descriptors = taken->census.totalNumFDs;
     if (report.measure == &Record::numFDs)
-        DEBUGMSG("totalnumFDs=%d, remaining = %d\n", clampToInt32(taken->totalNumFDs),
-                 clampToInt32(systemDescriptors - taken->totalNumFDs));
-    if (report.measure == &Record::immediatechildren)
+        DEBUGMSG("totalnumFDs=%d, remaining = %d\n", clampToInt32(descriptors),
+                 clampToInt32(systemDescriptors - descriptors));
+    if (report.measure == &Record::immediatechildren && !taken->childrenAreCounted) {
         calculateimmediatechildren(static_cast<std::int32_t>(records.size()), records.data());
-    std::ranges::stable_sort(records, [&](const Record& first, const Record& second) {
-        return report.compare(first, second) < 0;
-    });
+        taken->childrenAreCounted = true;
+    }
     // Made anew every cycle: not worth waiting for the disk.
     if (replaceWholeFile(path, writeReport(report, records, culpritText), Synchronise::no))
         return 1;
@@ -181,6 +224,16 @@ int diagnoseOne(const Report& report, CulpritText* culpritText) {
 }
 
 } // namespace
+
+SharedCensus::SharedCensus() {
+    ofTheCycle->reset();
+    isShared = true;
+}
+
+SharedCensus::~SharedCensus() {
+    isShared = false;
+    ofTheCycle->reset();
+}
 
 std::vector<ReportedResource> reportedResources() {
     std::vector<ReportedResource> found;

@@ -7,11 +7,16 @@
 #include "support/wholeFile.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <charconv>
 #include <exception>
 #include <fcntl.h>
 #include <limits>
+#include <linux/magic.h>
 #include <string>
+#include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 #include <unordered_map>
 #include <unordered_set>
@@ -23,28 +28,60 @@ using Record = ProcessResourceInformation;
 
 constexpr std::size_t longestProcessText = std::size_t{1} << 20;
 
-bool isProcess(const char* entry) {
-    return TextScanner(entry).integer().value_or(0) != 0;
-}
-
 Descriptor openIn(int directory, const char* name, int flags) {
     int fd = -1;
     do {
-        fd = ::openat(directory, name, flags | O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+        fd = ::openat(directory, name, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     } while (fd < 0 && errno == EINTR);
     return Descriptor(fd);
 }
 
-/// Reads a file of a process directory into `text`. False when it cannot be opened.
-bool readIn(int directory, const char* name, std::string& text) {
-    const Descriptor file = openIn(directory, name, 0);
-    if (file)
-        readRest(file, longestProcessText, &text);
-    return static_cast<bool>(file);
+/// Files of process directories. The room for their text is kept from process to process.
+class ProcessFiles {
+public:
+    /// The beginning of a file, in one reading: all of stat and statm. Nothing when it cannot be read.
+    std::optional<std::string_view> beginning(int process, const char* name) {
+        const Descriptor file = openIn(process, name, O_RDONLY);
+        ssize_t got = -1;
+        while (file && (got = ::read(file.get(), block_, sizeof block_)) < 0 && errno == EINTR) {
+            // again
+        }
+        if (got < 0)
+            return std::nullopt;
+        return std::string_view(block_, static_cast<std::size_t>(got));
+    }
+
+    /// All of a file.
+    std::optional<std::string_view> whole(int process, const char* name) {
+        const Descriptor file = openIn(process, name, O_RDONLY);
+        if (!file)
+            return std::nullopt;
+        readRest(file, longestProcessText, &text_);
+        return text_;
+    }
+
+private:
+    char block_[4096];
+    std::string text_;
+};
+
+/// The number behind blanks at the front of a text, which is taken from it.
+template <class Number>
+std::optional<Number> takeNumber(std::string_view* text) {
+    const std::size_t begin = std::min(text->find_first_not_of(" \n"), text->size());
+    Number number = 0;
+    const auto [end, error] = std::from_chars(text->data() + begin, text->data() + text->size(), number);
+    text->remove_prefix(static_cast<std::size_t>(end - text->data()));
+    return error == std::errc() ? std::optional(number) : std::nullopt;
+}
+
+bool isProcess(const char* entry) {
+    std::string_view text(entry);
+    return takeNumber<std::int64_t>(&text).value_or(0) != 0;
 }
 
 std::int32_t countEntries(int directory, const char* name) {
-    Descriptor opened = openIn(directory, name, O_DIRECTORY);
+    Descriptor opened = openIn(directory, name, O_RDONLY | O_DIRECTORY);
     Directory entries(opened ? ::fdopendir(opened.get()) : nullptr);
     if (!entries)
         return 0;
@@ -56,42 +93,94 @@ std::int32_t countEntries(int directory, const char* name) {
 }
 
 /// Half the range, so that the difference of two figures exists whatever the text says.
+constexpr std::int64_t mostKilobytes = std::numeric_limits<std::int64_t>::max() / 2;
+
 std::int64_t kilobytes(std::int64_t value) {
-    constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max() / 2;
-    return std::clamp(value, -most, most);
+    return std::clamp(value, -mostKilobytes, mostKilobytes);
 }
 
 std::int32_t megabytes(std::int64_t kB) {
     return clampToInt32(kB / 1024);
 }
 
-/// `text` is room for the file texts, kept from process to process.
-void fillRecord(int proc, const char* entry, std::string& text, Record* record, RunningMemory* memory) {
-    const Descriptor process = openIn(proc, entry, O_DIRECTORY);
-    // A process that dies between the opening and the reading leaves an open file without text.
-    if (!process || !readIn(process.get(), "stat", text) || !readStatText(text, record)) {
-        record->pid = -1;
-        return;
-    }
-    record->numFDs = countEntries(process.get(), "fd");
-    if (readIn(process.get(), "status", text))
-        readStatusText(text, record, memory);
-    record->vmsize = megabytes(memory->VmSize);
-    record->vmrss = megabytes(memory->VmRSS);
+/// Whether the kernel tells the number of a process's descriptors as the size of their directory (since 6.2).
+/// Found out on the own process; a moment in which another thread opens a file is no proof of the contrary.
+bool descriptorsAreCounted(int proc) {
+    static std::atomic<bool> known = false;
+    struct statfs system = {};
+    if (::fstatfs(proc, &system) != 0 || system.f_type != PROC_SUPER_MAGIC)
+        return false;
+    if (known)
+        return true;
+    const Descriptor self = openIn(proc, "self", O_PATH | O_DIRECTORY);
+    struct stat directory = {};
+    if (!self || ::fstatat(self.get(), "fd", &directory, 0) != 0)
+        return false;
+    constexpr std::int32_t besides = 3; // ".", ".." and the descriptor that the directory is read by
+    known = directory.st_size > 0 && countEntries(self.get(), "fd") == directory.st_size + besides;
+    return known;
 }
 
-void fillGuarded(int proc, const char* entry, std::string& text, Record* record, RunningMemory* memory) {
-    try {
-        fillRecord(proc, entry, text, record, memory);
-    } catch (const std::exception& problem) {
-        record->pid = -1;
-        DEBUGMSG("\n LX_DAQ_Subs diagnose() fopen(/proc/%s/stat) ignoring %s\n", entry, problem.what());
-    } catch (...) {
-        record->pid = -1;
-        DEBUGMSG("\n LX_DAQ_Subs diagnose() fopen(/proc/%s/stat) ignoring unknown exception\n", entry);
-    }
-    record->swap = megabytes(memory->VmSize - memory->VmRSS);
+/// What can be read of a descriptor directory, without opening it; 0 when it may not be opened.
+std::int32_t countedDescriptors(int process) {
+    struct stat directory;
+    if (::fstatat(process, "fd", &directory, 0) != 0 ||
+        (directory.st_uid != ::geteuid() && ::faccessat(process, "fd", R_OK, AT_EACCESS) != 0))
+        return 0;
+    constexpr std::int64_t dots = 2;
+    return clampToInt32(directory.st_size + dots);
 }
+
+/// Reads the records of one census, one after the other.
+class CensusTaker {
+public:
+    explicit CensusTaker(int proc) : proc_(proc), descriptorsAreCounted_(descriptorsAreCounted(proc)) {}
+
+    void fillRecord(const char* entry, Record* record) {
+        const Descriptor process = openIn(proc_, entry, O_PATH | O_DIRECTORY);
+        const auto stat = process ? files_.beginning(process.get(), "stat") : std::nullopt;
+        // A process that dies between the opening and the reading leaves an open file without text.
+        if (!stat || !readStatText(*stat, record)) {
+            record->pid = -1;
+            return;
+        }
+        const auto parent = parentInStatText(*stat);
+        record->numFDs =
+            descriptorsAreCounted_ ? countedDescriptors(process.get()) : countEntries(process.get(), "fd");
+        readMemory(process.get(), parent, record);
+        record->vmsize = megabytes(memory_.VmSize);
+        record->vmrss = megabytes(memory_.VmRSS);
+    }
+
+    void fillGuarded(const char* entry, Record* record) {
+        try {
+            fillRecord(entry, record);
+        } catch (const std::exception& problem) {
+            record->pid = -1;
+            DEBUGMSG("\n LX_DAQ_Subs diagnose() fopen(/proc/%s/stat) ignoring %s\n", entry, problem.what());
+        } catch (...) {
+            record->pid = -1;
+            DEBUGMSG("\n LX_DAQ_Subs diagnose() fopen(/proc/%s/stat) ignoring unknown exception\n", entry);
+        }
+        record->swap = megabytes(memory_.VmSize - memory_.VmRSS);
+    }
+
+private:
+    /// The figures of the status file, which costs more than all the others: where statm has them, from
+    /// there.
+    void readMemory(int process, std::optional<std::int32_t> parent, Record* record) {
+        const auto statm = parent ? files_.beginning(process, "statm") : std::nullopt;
+        if (statm && readStatmText(*statm, &memory_))
+            record->ppid = *parent;
+        else if (const auto status = files_.whole(process, "status"))
+            readStatusText(*status, record, &memory_);
+    }
+
+    int proc_;
+    bool descriptorsAreCounted_;
+    ProcessFiles files_;
+    RunningMemory memory_;
+};
 
 int descending(std::int32_t first, std::int32_t second) {
     return first > second ? -1 : first < second ? 1 : 0;
@@ -165,14 +254,37 @@ std::vector<std::int64_t> countDescendants(std::int32_t n, const Record* census,
 } // namespace
 
 bool readStatText(std::string_view text, Record* record) {
-    TextScanner scanner(text);
-    const std::optional<std::int32_t> pid = scanner.integer32();
+    const auto pid = takeNumber<std::int32_t>(&text);
     if (!pid)
         return false;
     record->pid = *pid;
-    scanner.skipWhiteSpace();
-    if (scanner.character() == '(')
-        record->name.assign(scanner.rest().substr(0, scanner.rest().find_first_of(" )")));
+    text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
+    if (text.starts_with('('))
+        record->name.assign(text.substr(1, text.find_first_of(" )") - 1));
+    return true;
+}
+
+std::optional<std::int32_t> parentInStatText(std::string_view text) {
+    constexpr std::size_t toParent = 4;          // ") S "
+    const std::size_t nameEnd = text.rfind(')'); // the name may hold others
+    if (nameEnd == std::string_view::npos || nameEnd + toParent >= text.size())
+        return std::nullopt;
+    text.remove_prefix(nameEnd + toParent);
+    return takeNumber<std::int32_t>(&text);
+}
+
+bool readStatmText(std::string_view text, RunningMemory* memory) {
+    static const std::int64_t pageKilobytes = ::sysconf(_SC_PAGESIZE) / 1024;
+    const auto size = takeNumber<std::int64_t>(&text);
+    const auto resident = takeNumber<std::int64_t>(&text);
+    if (!size || !resident)
+        return false;
+    const auto ofPages = [](std::int64_t pages) {
+        std::int64_t all = 0;
+        return kilobytes(__builtin_mul_overflow(pages, pageKilobytes, &all) ? mostKilobytes : all);
+    };
+    if (*size != 0)
+        *memory = {ofPages(*size), ofPages(*resident)};
     return true;
 }
 
@@ -189,33 +301,27 @@ void readStatusText(std::string_view text, Record* record, RunningMemory* memory
     }
 }
 
-std::optional<std::size_t> countProcesses() {
+std::optional<std::vector<std::string>> listProcesses() {
     const Directory proc(::opendir(systemPaths().proc.c_str()));
     if (!proc)
         return std::nullopt;
-    std::size_t count = 0;
+    std::vector<std::string> entries;
     while (const dirent* entry = ::readdir(proc.get()))
-        count += isProcess(entry->d_name) ? 1U : 0U;
-    return count;
+        if (isProcess(entry->d_name))
+            entries.emplace_back(entry->d_name);
+    return entries;
 }
 
-std::optional<Census> takeCensus(std::size_t most) {
+std::optional<Census> takeCensus(const std::vector<std::string>& processes) {
     Census census;
-    census.records.reserve(most);
+    census.records.resize(processes.size());
     const Directory proc(::opendir(systemPaths().proc.c_str()));
     if (!proc)
         return std::nullopt;
-    RunningMemory memory;
-    std::string text;
-    while (census.records.size() < most) {
-        const dirent* entry = ::readdir(proc.get());
-        if (entry == nullptr)
-            break;
-        if (!isProcess(entry->d_name))
-            continue;
-        Record& record = census.records.emplace_back();
-        fillGuarded(::dirfd(proc.get()), entry->d_name, text, &record, &memory);
-        census.totalNumFDs += record.numFDs;
+    CensusTaker taker(::dirfd(proc.get()));
+    for (std::size_t i = 0; i < processes.size(); ++i) {
+        taker.fillGuarded(processes[i].c_str(), &census.records[i]);
+        census.totalNumFDs += census.records[i].numFDs;
     }
     return census;
 }

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -59,19 +60,27 @@ struct Census {
 /// may be in the name.
 bool readStatText(std::string_view text, ProcessResourceInformation* record);
 
+/// The parent in a stat text; nothing when the text ends before it.
+std::optional<std::int32_t> parentInStatText(std::string_view text);
+
 /// Reads the parent of a status text into the record and the memory figures into `memory`; what is missing
 /// leaves the old value. The first word is never looked at, the words of the process's own name are.
 void readStatusText(std::string_view text, ProcessResourceInformation* record, RunningMemory* memory);
 
-/// Number of processes under systemPaths().proc; nothing, with errno, when it cannot be opened.
-std::optional<std::size_t> countProcesses();
+/// Reads a statm text into `memory`, in pages; false when it holds no two numbers. A process without memory
+/// of its own has zeros there and leaves the old values.
+bool readStatmText(std::string_view text, RunningMemory* memory);
 
-/// Records of at most `most` processes under systemPaths().proc (what has started since the count is left
-/// out); nothing, with errno, when that cannot be opened. A process that vanishes meanwhile keeps the record
-/// with pid -1 or with inherited figures, depending on how far it was read. Never moves the process's
-/// working directory. Throws std::bad_alloc only for the census as a whole; any exception of a single process
-/// is logged and costs that process alone.
-std::optional<Census> takeCensus(std::size_t most);
+/// The entries under systemPaths().proc that stand for processes; nothing, with errno, when it cannot be
+/// opened.
+std::optional<std::vector<std::string>> listProcesses();
+
+/// Records of the listed processes (what has started since is left out); nothing, with errno, when the
+/// process directory cannot be opened. A process that vanishes meanwhile keeps the record with pid -1 or with
+/// inherited figures, depending on how far it was read. Never moves the process's working directory. Throws
+/// std::bad_alloc only for the census as a whole; any exception of a single process is logged and costs that
+/// process alone.
+std::optional<Census> takeCensus(const std::vector<std::string>& processes);
 
 // Order two records descending by one measure: -1 when the first record's is larger, 1 when smaller, 0 when
 // equal.

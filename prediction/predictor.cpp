@@ -113,6 +113,7 @@ std::int32_t predictor(Clasp* clasp) {
 std::int32_t TestforImpendingOutage(Clasp* clasp) {
     char text[culpritTextSize] = "";
     CulpritText culprits{text}; // one for the whole cycle: entries of several resources gather in it
+    const SharedCensus census;
     for (Link* link = clasp->pFirstLink; link != nullptr; link = link->pNextLink) {
         if (!isAnalysed(*link))
             continue;

@@ -351,6 +351,26 @@ TEST_F(Diagnosis, OnAFullDiskKeepsTheOldReportLogsTheFailureAndStillNamesTheCulp
     EXPECT_EQ(std::string(culprits.text).find(" java(20)42"), 0U);
 }
 
+TEST_F(Diagnosis, ReportsOfACycleShareOneCensusAndTheNextCycleTakesItsOwn) {
+    ProcessTree tree;
+    tree.add("10", {statOf(10, "first"), statusOf("first", 1, 2048, 1024), 1});
+    {
+        const SharedCensus census;
+        EXPECT_EQ(run(processes), 1);
+        tree.add("11", {statOf(11, "second"), statusOf("second", 10, 4096, 3072), 7});
+        EXPECT_EQ(run(memory), 1);
+        EXPECT_EQ(run(processes), 1) << "children are counted once";
+    }
+    EXPECT_EQ(report(memory),
+              "Top Consumers of Memory (Resident Set Size):\n\t(first) \tPID 10 \tRSS 1 MB\n");
+    EXPECT_EQ(report(processes), "Top Consumers of Child Processes:\n\t(first) \tPID 10 \tChildren 0\n");
+    EXPECT_EQ(linesIn(log.text()), 3 * 4U);
+    EXPECT_NE(log.text().find(opening(memory) + "# numprocs = 1 Top"), std::string::npos);
+    const SharedCensus census;
+    EXPECT_EQ(run(memory), 1);
+    EXPECT_NE(report(memory).find("(second) \tPID 11 \tRSS 3 MB\n"), std::string::npos);
+}
+
 TEST_F(Diagnosis, WithoutAProcessDirectoryFailsWithTheTextOfTheFirstPass) {
     systemPaths().proc = home.path("none");
     writeFile(fileOf(processes), "old\n");
