@@ -353,7 +353,7 @@ TEST_F(Diagnosis, OnAFullDiskKeepsTheOldReportLogsTheFailureAndStillNamesTheCulp
 
 TEST_F(Diagnosis, ReportsOfACycleShareOneCensusAndTheNextCycleTakesItsOwn) {
     ProcessTree tree;
-    tree.add("10", {statOf(10, "first"), statusOf("first", 1, 2048, 1024), 1});
+    tree.add("10", {statOf(10, "first"), statusOf("first", 10, 2048, 1024), 1});
     {
         const SharedCensus census;
         EXPECT_EQ(run(processes), 1);
@@ -363,7 +363,7 @@ TEST_F(Diagnosis, ReportsOfACycleShareOneCensusAndTheNextCycleTakesItsOwn) {
     }
     EXPECT_EQ(report(memory),
               "Top Consumers of Memory (Resident Set Size):\n\t(first) \tPID 10 \tRSS 1 MB\n");
-    EXPECT_EQ(report(processes), "Top Consumers of Child Processes:\n\t(first) \tPID 10 \tChildren 0\n");
+    EXPECT_EQ(report(processes), "Top Consumers of Child Processes:\n\t(first) \tPID 10 \tChildren 1\n");
     EXPECT_EQ(linesIn(log.text()), 3 * 4U);
     EXPECT_NE(log.text().find(opening(memory) + "# numprocs = 1 Top"), std::string::npos);
     const SharedCensus census;
