@@ -12,11 +12,12 @@
 #include "resources/resourceChain.h"
 #include "resources/scratchPad.h"
 #include "support/clock.h"
-#include "support/numericLocale.h"
+#include "support/numberText.h"
 #include "support/textScanner.h"
 #include "trendviewer/trendFiles.h"
 
 #include <algorithm>
+#include <charconv>
 #include <ctime>
 #include <memory>
 #include <vector>
@@ -123,12 +124,12 @@ bool readChain(Clasp* clasp) {
 
 void removeUnmountedDisks(Clasp* clasp) {
     const MountTable mounted = MountTable::read();
-    bool lockRefused = false;
+    RemovalPass removals;
     for (Link* link = clasp->pFirstLink; link != nullptr;) {
         Link* next = link->pNextLink;
         if (link->ResourceType == 2 && !isTemplate(*link) && link->Descriptor0 == "LogicalDisk" &&
             driveExists(mounted, link->Descriptor1.view()) == 0) {
-            deleteResourceTrendFilesSynchronized(link, &lockRefused);
+            deleteResourceTrendFilesSynchronized(link, &removals);
             DeleteType2Resource(takeLinkFromChain(link));
         }
         link = next;
@@ -136,9 +137,16 @@ void removeUnmountedDisks(Clasp* clasp) {
 }
 
 void appendTriple(std::string& line, const Link& link) {
-    char text[400]; // the widest double has 309 digits before the point
-    std::snprintf(text, sizeof text, "%d %d %.2f ", link.RID, link.SampleStatus, link.DataArray[0]);
-    line += text;
+    char text[longestNumberText + 32];
+    const auto putInteger = [&text](char* at, std::int32_t number) {
+        at = std::to_chars(at, std::end(text), number).ptr;
+        *at = ' ';
+        return at + 1;
+    };
+    char* end = putInteger(putInteger(text, link.RID), link.SampleStatus);
+    end = putFixed(end, link.DataArray[0], 2);
+    *end++ = ' ';
+    line.append(text, end);
 }
 
 /// Before the archive line, which memory may be refused to: the rings need none.
@@ -151,7 +159,6 @@ void pushSamples(Clasp* clasp) {
 
 /// The archive line of this cycle's samples.
 std::string archiveLine(const Clasp& clasp) {
-    const NumericLocale decimalPoint;
     std::string line = std::to_string(TimeStamp) + " ";
     for (const Link* link = clasp.pFirstLink; link != nullptr; link = link->pNextLink)
         if (!isTemplate(*link))

@@ -3,9 +3,12 @@
 #include "acquisition/textForms.h"
 #include "agent/debugLog.h"
 #include "agent/errorExit.h"
+#include "support/immortal.h"
+#include "support/numberText.h"
 #include "support/numericLocale.h"
 #include "support/textScanner.h"
 #include "support/wholeFile.h"
+#include "trendviewer/trendFiles.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -55,47 +58,49 @@ std::string quotedPath(std::string path) {
     return quoted + "\"";
 }
 
+std::string fixedText(double value) {
+    char text[longestNumberText];
+    return {text, putFixed(text, value, 2)};
+}
+
 /// "<hours> hours to exhaustion, <model>, notif level=<level>" or its counterpart without exhaustion.
 std::string horizonText(const TrendHeadline& headline) {
     if (!(headline.hoursToExhaustion > 0.0))
         return "no exhaustion within horizon, " + headline.model + ", notif level=-1.00";
-    char hours[512]; // a double has at most 309 digits before its point
-    std::snprintf(hours, sizeof hours, "%.2f hours to exhaustion, ", headline.hoursToExhaustion);
-    char level[128];
-    std::snprintf(level, sizeof level, ", notif level=%.2f", static_cast<double>(headline.notifyLevel));
-    return hours + headline.model + level;
+    return fixedText(headline.hoursToExhaustion) + " hours to exhaustion, " + headline.model +
+           ", notif level=" + fixedText(static_cast<double>(headline.notifyLevel));
 }
 
 } // namespace
 
 std::string trendScriptText(const TrendHeadline& headline, std::string_view home,
                             std::string_view displayName, std::string_view cleanedInstance) {
-    const NumericLocale decimalPoint;
     const TrendFileNames names = trendFileNames(home, displayName, cleanedInstance);
-    char head[128];
-    std::snprintf(head, sizeof head, "limit(x) = %e\n set label '@ %d, ", headline.limit, headline.timeStamp);
-    return head + horizonText(headline) + "' at graph .1,.5\nshow label\nplot " + quotedPath(names.forecast) +
-           " with lines, " + quotedPath(names.samples) + " with linespoints, limit(x)";
+    char limit[longestNumberText];
+    return "limit(x) = " + std::string(limit, putScientific(limit, headline.limit)) + "\n set label '@ " +
+           std::to_string(headline.timeStamp) + ", " + horizonText(headline) +
+           "' at graph .1,.5\nshow label\nplot " + quotedPath(names.forecast) + " with lines, " +
+           quotedPath(names.samples) + " with linespoints, limit(x)";
 }
 
-std::string trendCurveText(std::span<const float> times, std::span<const float> values) {
-    const NumericLocale decimalPoint;
-    const std::size_t points = std::min(times.size(), values.size());
-    std::string text;
-    text.reserve(points * 32);
-    for (std::size_t i = 0; i < points; ++i) {
-        char line[128]; // a float has at most 39 digits before its point
-        std::snprintf(line, sizeof line, "%f %f \n", static_cast<double>(times[i]),
-                      static_cast<double>(values[i]));
-        text += line;
+void trendCurveText(std::span<const float> times, std::span<const float> values, std::string* text) {
+    text->clear();
+    for (std::size_t i = 0; i < std::min(times.size(), values.size()); ++i) {
+        char line[2 * longestNumberText + 4];
+        char* end = putSixDecimals(line, times[i]);
+        *end++ = ' ';
+        end = putSixDecimals(end, values[i]);
+        *end++ = ' ';
+        *end++ = '\n';
+        text->append(line, end);
     }
-    return text;
 }
 
 namespace {
 
 void writeTrendFile(bool mayWrite, const std::string& path, const std::string& text, const char* failure) {
-    if (mayWrite && replaceWholeFile(path, text, Synchronise::no))
+    if (mayWrite &&
+        (holdsTrendFileLock() ? rewriteWholeFile(path, text) : replaceWholeFile(path, text, Synchronise::no)))
         return;
     DEBUGMSG("Error opening result file %s.\n", path.c_str());
     error_exit("fatal", failure);
@@ -112,10 +117,11 @@ void writeTrendFiles(const TrendHeadline& headline, std::string_view home, std::
     const bool atHome = trendFilesStayAtHome(displayName, cleaned);
     writeTrendFile(atHome, names.script, trendScriptText(headline, home, displayName, cleaned),
                    "Cannot Open BM.ini File for Writing");
-    writeTrendFile(atHome, names.forecast, trendCurveText(forecastTimes, forecastValues),
-                   "Cannot Open BMPRD.gnp File for Writing");
-    writeTrendFile(atHome, names.samples, trendCurveText(sampleTimes, sampleValues),
-                   "Cannot Open BMSMP.gnp File for Writing");
+    static Immortal<std::string> curve; // the room for it stays
+    trendCurveText(forecastTimes, forecastValues, &*curve);
+    writeTrendFile(atHome, names.forecast, *curve, "Cannot Open BMPRD.gnp File for Writing");
+    trendCurveText(sampleTimes, sampleValues, &*curve);
+    writeTrendFile(atHome, names.samples, *curve, "Cannot Open BMSMP.gnp File for Writing");
 }
 
 TrendLabel parseTrendLabel(std::string_view script) {

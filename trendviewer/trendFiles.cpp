@@ -7,11 +7,12 @@
 #include "support/clock.h"
 #include "support/handles.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
-#include <functional>
 #include <pthread.h>
+#include <span>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -49,6 +50,10 @@ std::int32_t trendViewerLockFiles() {
     return takeLock(true);
 }
 
+bool holdsTrendFileLock() {
+    return holdsLock;
+}
+
 std::int32_t trendViewerUnlockFiles() {
     if (!holdsLock)
         return 0;
@@ -82,9 +87,9 @@ public:
         }
     }
 
-    bool contain(int directory, const char* name) const {
+    bool contain(const std::string& path) const {
         struct stat state;
-        if (::fstatat(directory, name, &state, 0) != 0)
+        if (::stat(path.c_str(), &state) != 0)
             return false;
         for (const struct stat& own : files_)
             if (own.st_dev == state.st_dev && own.st_ino == state.st_ino)
@@ -96,19 +101,28 @@ private:
     std::vector<struct stat> files_;
 };
 
-/// Removes what is called as `matches` wants from a directory. 1, or the error number when the agent lacks
-/// the means to search it; a directory that is not there or not ours to read holds nothing to remove.
-std::int32_t removeMatching(const std::string& path, const Clasp& clasp,
-                            const std::function<bool(std::string_view)>& matches) {
-    Directory directory(::opendir(path.c_str()));
-    if (!directory)
-        return errno == EMFILE || errno == ENFILE || errno == ENOMEM ? errno : 1;
-    const int fd = ::dirfd(directory.get());
+/// The names in a directory that `matches` wants. Nothing, with errno, when the agent lacks the means to
+/// search it; a directory that is not there or not ours to read holds nothing to remove.
+template <class Matches>
+std::optional<std::vector<std::string>> namesIn(const std::string& path, Matches&& matches) {
+    std::vector<std::string> names;
+    const Directory directory(::opendir(path.c_str()));
+    if (!directory && (errno == EMFILE || errno == ENFILE || errno == ENOMEM))
+        return std::nullopt;
+    const dirent* entry = nullptr;
+    while (directory && (entry = ::readdir(directory.get())) != nullptr)
+        if (matches(std::string_view(entry->d_name)))
+            names.emplace_back(entry->d_name);
+    return names;
+}
+
+void remove(const std::string& directory, std::span<const std::string> names, const Clasp& clasp) {
+    if (names.empty())
+        return;
     const OwnFiles own(clasp);
-    while (const dirent* entry = ::readdir(directory.get()))
-        if (matches(entry->d_name) && !own.contain(fd, entry->d_name))
-            ::unlinkat(fd, entry->d_name, 0);
-    return 1;
+    for (const std::string& name : names)
+        if (const std::string path = directory + name; !own.contain(path))
+            ::unlink(path.c_str());
 }
 
 /// Room for a command that names three paths, none longer than the kernel takes: longer ones hold no file.
@@ -130,12 +144,15 @@ std::int32_t deleteTrendFiles(Clasp* clasp) {
     const std::string& home = clasp->DataHomeDirectory;
     if (home.empty())
         return 1;
-    const std::int32_t status = removeMatching(home + "/", *clasp, [](std::string_view name) {
+    const auto names = namesIn(home + "/", [](std::string_view name) {
         return !name.starts_with('.') &&
                (name.ends_with(".cul") || name.ends_with(".ini") || name.ends_with(".gnp"));
     });
-    if (status == 1)
+    const std::int32_t status = errno;
+    if (names) {
+        remove(home + "/", *names, *clasp);
         return 1;
+    }
     char command[longestCommand];
     std::snprintf(command, sizeof command, "rm -f %s/*.cul %s/*.ini %s/*.gnp", home.c_str(), home.c_str(),
                   home.c_str());
@@ -144,7 +161,7 @@ std::int32_t deleteTrendFiles(Clasp* clasp) {
     return status;
 }
 
-std::int32_t deleteResourceTrendFiles(Link* link) {
+std::int32_t deleteResourceTrendFiles(Link* link, RemovalPass* pass) {
     const std::string& home = link->pClasp->DataHomeDirectory;
     // A display name with a "/" would lead out of the data directory; no trend file bears it.
     if (home.empty() || link->NameIs.view().find('/') != std::string_view::npos)
@@ -152,12 +169,21 @@ std::int32_t deleteResourceTrendFiles(Link* link) {
     const std::string stem =
         home + std::string(link->NameIs.view()) + cleanfilename(link->Descriptor1.view()) + "BM";
     const std::size_t slash = stem.rfind('/');
-    const std::string directory = slash == std::string::npos ? "." : stem.substr(0, slash + 1);
+    const std::string directory = slash == std::string::npos ? "./" : stem.substr(0, slash + 1);
     const std::string prefix = slash == std::string::npos ? stem : stem.substr(slash + 1);
-    const std::int32_t status = removeMatching(
-        directory, *link->pClasp, [&](std::string_view name) { return name.starts_with(prefix); });
-    if (status == 1)
+    RemovalPass ofItsOwn;
+    auto& names = (pass == nullptr ? ofItsOwn : *pass).names;
+    if (!names &&
+        (names = namesIn(directory, [](std::string_view name) { return name.find("BM") != name.npos; })))
+        std::ranges::sort(*names);
+    const std::int32_t status = errno;
+    if (names) {
+        const auto first = std::ranges::lower_bound(*names, prefix);
+        const auto last = std::find_if(first, names->end(),
+                                       [&](const std::string& name) { return !name.starts_with(prefix); });
+        remove(directory, {first, last}, *link->pClasp);
         return 1;
+    }
     char command[longestCommand];
     std::snprintf(command, sizeof command, "rm -f %s*", stem.c_str());
     deletionFailed("trendFiles deleteResourceTrendFiles", command, status);
@@ -176,13 +202,13 @@ void deleteTrendFilesSynchronized(Clasp* clasp) {
     }
 }
 
-void deleteResourceTrendFilesSynchronized(Link* link, bool* lockRefused) {
-    const bool refusedBefore = lockRefused != nullptr && *lockRefused;
-    const TrendFileGuard lock(refusedBefore ? TrendFileGuard::Patience::none
-                                            : TrendFileGuard::Patience::waits);
-    if (lockRefused != nullptr)
-        *lockRefused = refusedBefore || lock.refused();
-    const std::int32_t status = deleteResourceTrendFiles(link);
+void deleteResourceTrendFilesSynchronized(Link* link, RemovalPass* pass) {
+    RemovalPass ofItsOwn;
+    RemovalPass& removals = pass == nullptr ? ofItsOwn : *pass;
+    const TrendFileGuard lock(removals.lockRefused ? TrendFileGuard::Patience::none
+                                                   : TrendFileGuard::Patience::waits);
+    removals.lockRefused = removals.lockRefused || lock.refused();
+    const std::int32_t status = deleteResourceTrendFiles(link, &removals);
     if (status != 1)
         DEBUGMSG("Failure of deleteResourceTrendFiles. Error Code %d.\n", status);
 }

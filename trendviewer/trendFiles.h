@@ -3,6 +3,9 @@
 #include "resources/resourceRecords.h"
 
 #include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
 
 namespace obrin {
 
@@ -16,6 +19,9 @@ std::int32_t trendViewerLockFiles();
 
 /// 5 when the lock is invalid, else 0.
 std::int32_t trendViewerUnlockFiles();
+
+/// Whether the calling thread holds the lock.
+bool holdsTrendFileLock();
 
 /// Holds the lock for as long as it lives, if it got it: taken as by trendViewerLockFiles(), and given back
 /// also where the result said 5 although it was taken. Goes on without the lock when it is refused: a reader
@@ -43,10 +49,16 @@ private:
 std::int32_t deleteTrendFiles(Clasp* clasp);
 void deleteTrendFilesSynchronized(Clasp* clasp);
 
-/// Remove the trend files of one resource (its name stem and "BM*"). 1, or the error number. One refusal of
-/// the lock is enough for a pass of many removals: `*lockRefused`, if given and false at the start of the
-/// pass, is set by it, and those behind do not wait for the lock again.
-std::int32_t deleteResourceTrendFiles(Link* link);
-void deleteResourceTrendFilesSynchronized(Link* link, bool* lockRefused = nullptr);
+/// What the removals of one pass have in common, so that many cost little more than one: those behind a
+/// refusal of the lock do not wait for it again, and the directory is listed once. For resources of one run;
+/// nobody makes trend files meanwhile.
+struct RemovalPass {
+    bool lockRefused = false;
+    std::optional<std::vector<std::string>> names; ///< of the directory, sorted, once it has been listed
+};
+
+/// Remove the trend files of one resource (its name stem and "BM*"). 1, or the error number.
+std::int32_t deleteResourceTrendFiles(Link* link, RemovalPass* pass = nullptr);
+void deleteResourceTrendFilesSynchronized(Link* link, RemovalPass* pass = nullptr);
 
 } // namespace obrin

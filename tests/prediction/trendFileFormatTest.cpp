@@ -4,6 +4,7 @@
 #include "support/wholeFile.h"
 #include "tests/support/recordingSink.h"
 #include "tests/support/temporaryDirectory.h"
+#include "trendviewer/trendFiles.h"
 
 #include <algorithm>
 #include <clocale>
@@ -11,6 +12,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
@@ -58,6 +60,13 @@ TrendHeadline exhausted() {
 
 TrendHeadline notExhausted() {
     return {100.0, 1700000000, -1.0, "simple linear regression", 87.5F};
+}
+
+/// Over another text, which it replaces.
+std::string curveOf(const Series& times, const Series& values) {
+    std::string text = "before";
+    trendCurveText(times, values, &text);
+    return text;
 }
 
 TEST(TrendScript, WithTimeToExhaustionIsWrittenToTheByte) {
@@ -160,23 +169,21 @@ TEST(TrendScript, HostileNamesNeitherAddALineNorReachTheLabel) {
 }
 
 TEST(TrendCurve, HasAsManyLinesAsTheShorterSpan) {
-    EXPECT_EQ(trendCurveText(Series{}, Series{}), "");
-    EXPECT_EQ(trendCurveText(Series{1.0F, 2.0F}, Series{3.0F}), "1.000000 3.000000 \n");
+    EXPECT_EQ(curveOf(Series{}, Series{}), "");
+    EXPECT_EQ(curveOf(Series{1.0F, 2.0F}, Series{3.0F}), "1.000000 3.000000 \n");
 }
 
 TEST(TrendCurve, LargestAndUndefinedNumbersAreWrittenWhole) {
     const float most = std::numeric_limits<float>::max();
-    EXPECT_EQ(trendCurveText(Series{-most}, Series{-most}),
-              "-340282346638528859811704183484516925440.000000 "
-              "-340282346638528859811704183484516925440.000000 \n");
-    EXPECT_EQ(trendCurveText(Series{0.0F}, Series{-std::numeric_limits<float>::infinity()}),
-              "0.000000 -inf \n");
+    EXPECT_EQ(curveOf(Series{-most}, Series{-most}), "-340282346638528859811704183484516925440.000000 "
+                                                     "-340282346638528859811704183484516925440.000000 \n");
+    EXPECT_EQ(curveOf(Series{0.0F}, Series{-std::numeric_limits<float>::infinity()}), "0.000000 -inf \n");
 }
 
 TEST(TrendLocale, DecimalCommaOfTheProcessReachesNeitherWriterNorReader) {
     const std::string crossing = trendScriptText(exhausted(), "d/", "n", "i");
     const std::string none = trendScriptText(notExhausted(), "d/", "n", "i");
-    const std::string curve = trendCurveText(Series{0.5F}, Series{99.25F});
+    const std::string curve = curveOf(Series{0.5F}, Series{99.25F});
     const CommaLocale comma;
     if (!comma.there())
         GTEST_SKIP() << "no locale de_DE.UTF-8 on this machine";
@@ -185,7 +192,7 @@ TEST(TrendLocale, DecimalCommaOfTheProcessReachesNeitherWriterNorReader) {
     ASSERT_STREQ(probe, "0,5");
     EXPECT_EQ(trendScriptText(exhausted(), "d/", "n", "i"), crossing);
     EXPECT_EQ(trendScriptText(notExhausted(), "d/", "n", "i"), none);
-    EXPECT_EQ(trendCurveText(Series{0.5F}, Series{99.25F}), curve);
+    EXPECT_EQ(curveOf(Series{0.5F}, Series{99.25F}), curve);
     EXPECT_EQ(curve, "0.500000 99.250000 \n");
     EXPECT_EQ(parseTrendLabel(crossing).level, 87.5F);
     EXPECT_EQ(parseTrendLabel(crossing).text, "Algorithm: hinge regression.      12.35 hours to exhaustion.");
@@ -412,6 +419,54 @@ TEST_F(TrendFiles, AreWrittenUnderTheCleanedInstance) {
 TEST_F(TrendFiles, AreReplacedWhole) {
     for (const std::string& suffix : all)
         writeFile(stem + suffix, std::string(10000, 'o'));
+    write();
+    expectWritten();
+}
+
+TEST_F(TrendFiles, AreWrittenInPlaceUnderTheLockAndReplacedWithoutIt) {
+    const auto inodes = [&] {
+        std::vector<ino_t> numbers;
+        for (const std::string& suffix : all) {
+            struct stat state = {};
+            EXPECT_EQ(::stat((stem + suffix).c_str(), &state), 0);
+            numbers.push_back(state.st_ino);
+        }
+        return numbers;
+    };
+    for (const std::size_t length : {std::size_t{0}, std::size_t{3}, std::size_t{10000}}) {
+        for (const std::string& suffix : all)
+            writeFile(stem + suffix, std::string(length, 'o'));
+        const auto before = inodes();
+        {
+            const TrendFileGuard lock;
+            write();
+        }
+        expectWritten();
+        EXPECT_EQ(inodes(), before);
+    }
+    const Descriptor held[] = {Descriptor::open(stem + all[0], O_RDONLY),
+                               Descriptor::open(stem + all[1], O_RDONLY),
+                               Descriptor::open(stem + all[2], O_RDONLY)}; // so that no number is used again
+    const auto before = inodes();
+    write();
+    expectWritten();
+    for (std::size_t i = 0; i < all.size(); ++i)
+        EXPECT_NE(inodes()[i], before[i]);
+}
+
+TEST_F(TrendFiles, OnesThatDoNotFitUnderTheLockAreReportedAndGo) {
+    writeOldOnes();
+    const int events = inChild([&] {
+        const rlimit limit{4, 4};
+        ::signal(SIGXFSZ, SIG_IGN);
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+        const TrendFileGuard lock;
+        write();
+        return static_cast<int>(sink.events.size());
+    });
+    EXPECT_EQ(events, 3);
+    EXPECT_EQ(filesThere(), 0U) << "neither an old generation nor half of a new one";
+    const TrendFileGuard lock;
     write();
     expectWritten();
 }
