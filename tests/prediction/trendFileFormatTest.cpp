@@ -1,6 +1,7 @@
 #include "prediction/trendFileFormat.h"
 
 #include "agent/debugLog.h"
+#include "agent/stopSync.h"
 #include "support/wholeFile.h"
 #include "tests/support/recordingSink.h"
 #include "tests/support/temporaryDirectory.h"
@@ -341,6 +342,9 @@ TEST(TrendParsers, AnyGarbageIsFine) {
 /// Writes the three files of a resource into a directory, with a sink and a log that can be looked at.
 class TrendFiles : public testing::Test {
 protected:
+    TrendFiles() { continueExecuting = 1; } // else the lock is refused
+    ~TrendFiles() override { continueExecuting = 0; }
+
     void write(std::string_view displayName = "Swap", std::string_view instance = "a b") const {
         writeTrendFiles(exhausted(), home, displayName, instance, Series{10.0F, 20.0F}, Series{1.0F, 2.0F},
                         Series{0.0F}, Series{0.5F});
