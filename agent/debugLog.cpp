@@ -1,6 +1,7 @@
 #include "agent/debugLog.h"
 
 #include "agent/argumentlessFormat.h"
+#include "support/clock.h"
 #include "support/handles.h"
 #include "support/immortal.h"
 #include "support/mutex.h"
@@ -19,13 +20,31 @@ Mutex logLock;
 Immortal<FileStream> logStream;
 FileStream& fLog GUARDED_BY(logLock) = *logStream;
 
+/// The log's size by counting, since it was looked at last. To look before each message would cost as much as
+/// to format it.
+off_t logSize GUARDED_BY(logLock) = 0;
+Clock::Moment lookedAt GUARDED_BY(logLock);
+constexpr std::chrono::seconds lookAgain{1};
+
+/// The size of the open log, as it is. False when it has been deleted under us.
+bool look() REQUIRES(logLock) {
+    struct stat state;
+    if (::fstat(::fileno(fLog.get()), &state) != 0)
+        return true;
+    logSize = state.st_size;
+    lookedAt = systemClock().now();
+    return state.st_nlink != 0;
+}
+
 void open(const char* mode) REQUIRES(logLock) {
     if (fLog)
         return;
     fLog = openStream(systemPaths().log, mode);
+    if (!fLog)
+        return;
     // Writes go to the end wherever that is: a log that somebody else truncates gets no hole of NULs.
-    if (fLog)
-        ::fcntl(::fileno(fLog.get()), F_SETFL, O_APPEND);
+    ::fcntl(::fileno(fLog.get()), F_SETFL, O_APPEND);
+    look();
 }
 
 int close() REQUIRES(logLock) {
@@ -39,19 +58,26 @@ void turnOver(const std::string& keptAs) REQUIRES(logLock) {
     open("w+c");
 }
 
+bool isDue() REQUIRES(logLock) {
+    const auto age = systemClock().now() - lookedAt;
+    return age >= lookAgain || age < Clock::Duration::zero() || logSize > logSizeLimit;
+}
+
 /// Opens a log that is closed, or that was deleted under us, and turns over one that has grown too long.
 void prepare() REQUIRES(logLock) {
-    struct stat state;
-    if (fLog && ::fstat(::fileno(fLog.get()), &state) == 0 && state.st_nlink == 0)
+    if (fLog && isDue() && !look())
         close();
     open("a+c");
-    if (fLog && ::fstat(::fileno(fLog.get()), &state) == 0 && state.st_size > logSizeLimit)
+    if (fLog && logSize > logSizeLimit)
         turnOver(systemPaths().logBackup);
 }
 
 int write(std::string_view text) REQUIRES(logLock) {
     prepare();
-    return fLog && writeAll(::fileno(fLog.get()), text.data(), text.size()) ? 0 : EOF;
+    if (!fLog || !writeAll(::fileno(fLog.get()), text.data(), text.size()))
+        return EOF;
+    logSize += static_cast<off_t>(text.size());
+    return 0;
 }
 
 } // namespace

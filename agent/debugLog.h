@@ -9,7 +9,8 @@ namespace obrin {
 // may log what it caught. A log that cannot be opened or written loses lines and nothing else; each message
 // tries again.
 
-/// A log longer than this many bytes is turned over before the next message.
+/// A log longer than this many bytes is turned over before the next message. What others do to it, its
+/// deletion included, is noticed within a second.
 inline constexpr long logSizeLimit = 1000000;
 
 /// Longest message in bytes with its terminating NUL; what is longer is cut.

@@ -2,6 +2,7 @@
 
 #include "support/systemPaths.h"
 #include "tests/support/temporaryDirectory.h"
+#include "tests/support/turnedClock.h"
 
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -40,14 +41,31 @@ TEST(DebugLog, LogThatIsReopenedToBeAppendedToIsTurnedOverByItsRealSize) {
     EXPECT_EQ(readFile(systemPaths().logBackup), std::string(logSizeLimit, 'x') + "+");
 }
 
-TEST(DebugLog, LogThatOthersLengthenedIsTurnedOverByItsRealSize) {
+TEST(DebugLog, LogThatOthersLengthenedIsTurnedOverByItsRealSizeWithinASecond) {
+    test::TurnedClock clock;
     CapturedLog log;
     DEBUGMSG("ours\n");
     std::filesystem::resize_file(systemPaths().log,
                                  logSizeLimit + 1); // no stream position of ours knows of it
+    clock.turn(std::chrono::seconds(1));
     DEBUGMSG("alone\n");
     EXPECT_EQ(log.text(), "alone\n");
     EXPECT_EQ(readFile(systemPaths().logBackup).size(), logSizeLimit + 1U);
+}
+
+TEST(DebugLog, OneThatOthersShortenedIsNotTurnedOverBeforeItIsFull) {
+    test::TurnedClock clock; // stands still: the size is counted
+    CapturedLog log;
+    DEBUGMSG("%s\n", std::string(1000, 'x').c_str());
+    ASSERT_EQ(::truncate(systemPaths().log.c_str(), 0), 0);
+    const std::string line(1999, 'x');
+    for (long written = 0; written < logSizeLimit; written += 2000)
+        DEBUGMSG("%s\n", line.c_str());
+    EXPECT_EQ(log.text().size(), static_cast<std::size_t>(logSizeLimit));
+    DEBUGMSG("one more\n");
+    EXPECT_FALSE(std::filesystem::exists(systemPaths().logBackup));
+    DEBUGMSG("alone\n");
+    EXPECT_EQ(log.text(), "alone\n");
 }
 
 TEST(DebugLog, SecondBackupReplacesTheFirst) {
@@ -123,11 +141,13 @@ TEST(DebugLog, LogTruncatedByOthersGetsNoHole) {
     EXPECT_EQ(log.text(), "next\n");
 }
 
-TEST(DebugLog, DeletedLogIsMadeAgain) {
+TEST(DebugLog, DeletedLogIsMadeAgainWithinASecond) {
+    test::TurnedClock clock;
     CapturedLog log;
     openLogFile();
     DEBUGMSG("gone\n");
     std::filesystem::remove(systemPaths().log);
+    clock.turn(std::chrono::seconds(1));
     DEBUGMSG("there\n");
     EXPECT_EQ(log.text(), "there\n");
 }
