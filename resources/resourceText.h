@@ -36,8 +36,9 @@ ParseResult parseResourceText(std::string_view text, Clasp* clasp, ScratchPad& s
 /// with an automatic window. `timeText` is ctime's, its line feed included.
 std::string resourceTextFromChain(const Clasp& clasp, std::string_view timeText);
 
-/// Rewrites the declaration file from the chain, whole or not at all; the old file stays (with a log line
-/// that names the file and the reason) when the new one cannot be written, and always when
+/// Rewrites the declaration file from the chain, whole or not at all, and synchronised to the disk; where
+/// nothing but its date is new, that alone is written into it, and not waited for; the old file stays (with a
+/// log line that names the file and the reason) when the new one cannot be written, and always when
 /// clasp->declarationsComplete is false. Always 1.
 int update_autoresource_file(Clasp* clasp);
 

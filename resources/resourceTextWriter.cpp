@@ -1,23 +1,24 @@
 #include "agent/debugLog.h"
 #include "resources/resourceText.h"
 #include "support/clock.h"
-#include "support/numericLocale.h"
+#include "support/handles.h"
+#include "support/numberText.h"
 #include "support/wholeFile.h"
 
 #include <cerrno>
-#include <cfloat>
-#include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace obrin {
 
 namespace {
 
 std::string withSixDecimals(double value) {
-    char digits[DBL_MAX_10_EXP + 20]; // the longest double, a sign, the point and six decimals
-    std::snprintf(digits, sizeof digits, "%f", value);
-    return digits;
+    char digits[longestNumberText];
+    return {digits, putFixed(digits, value, 6)};
 }
 
 void argumentLine(std::string& text, std::string_view keyword, std::string_view argument) {
@@ -26,6 +27,28 @@ void argumentLine(std::string& text, std::string_view keyword, std::string_view 
 
 void valueLine(std::string& text, std::string_view keyword, std::string_view value) {
     text.append("\t").append(keyword).append(" ").append(value).append("\n");
+}
+
+constexpr std::string_view beforeDate = "/** Updated on ";
+constexpr std::string_view behindDate = " **/";
+
+/// Writes the date of `text` into the file if that has the same text but for its date: in place, since
+/// neither the file's name nor anything that was synchronised is then at stake. False when it has another
+/// text, or cannot be written.
+bool renewDate(const std::string& path, std::string_view text) {
+    const Descriptor file = Descriptor::open(path, O_RDWR | O_NONBLOCK | O_NOCTTY);
+    struct stat state;
+    if (!file || ::fstat(file.get(), &state) != 0 || !S_ISREG(state.st_mode) || state.st_nlink != 1)
+        return false;
+    std::string there;
+    readRest(file, wholeFileLimit, &there);
+    const std::size_t end = text.find(behindDate);
+    if (there.size() != text.size() || !there.starts_with(beforeDate) ||
+        text.substr(end) != there.substr(end))
+        return false;
+    const auto place = static_cast<off_t>(beforeDate.size());
+    const std::string_view date = text.substr(beforeDate.size(), end - beforeDate.size());
+    return ::lseek(file.get(), place, SEEK_SET) == place && writeAll(file.get(), date.data(), date.size());
 }
 
 /// Instances come anew from their template at every start, so only the template is written.
@@ -54,8 +77,7 @@ void inputBlock(std::string& text, const Link& link) {
 } // namespace
 
 std::string resourceTextFromChain(const Clasp& clasp, std::string_view timeText) {
-    const NumericLocale decimalPoint;
-    std::string text = "/** Updated on ";
+    std::string text(beforeDate);
     text.append(timeText).append(" **/\n").append(BeginResourceDeclarationText).append("\n\n");
     for (const Link* link = clasp.pFirstLink; link != nullptr; link = link->pNextLink)
         if (isWritten(*link))
@@ -69,7 +91,8 @@ int update_autoresource_file(Clasp* clasp) {
     const std::time_t now = systemClock().wallTime();
     char timeText[64] = "";
     ::ctime_r(&now, timeText);
-    if (!replaceWholeFile(clasp->ResourceText, resourceTextFromChain(*clasp, timeText)))
+    const std::string text = resourceTextFromChain(*clasp, timeText);
+    if (!renewDate(clasp->ResourceText, text) && !replaceWholeFile(clasp->ResourceText, text))
         DEBUGMSG("Cannot rewrite %s, the old file stays: %s\n", clasp->ResourceText.c_str(),
                  std::strerror(errno));
     return 1;

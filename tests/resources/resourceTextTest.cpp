@@ -1,9 +1,13 @@
 #include "resources/resourceText.h"
 
+#include "support/handles.h"
 #include "tests/resources/chainFixture.h"
+#include "tests/support/turnedClock.h"
 
 #include <csignal>
 #include <cstdlib>
+#include <ctime>
+#include <fcntl.h>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <locale.h>
@@ -450,6 +454,41 @@ TEST_F(ResourceText, ARewriteThatDoesNotFitLeavesTheOldFile) {
     const auto files = std::filesystem::directory_iterator(directory.path());
     EXPECT_EQ(std::distance(files, {}), 2) << "something is left beside declarations and scratch pad";
     EXPECT_FALSE(leftAlone());
+}
+
+TEST_F(ResourceText, OnlyTheDateIsWrittenWhereNothingElseHasChanged) {
+    TurnedClock clock;
+    parse(declaration(input("Swap")));
+    const auto rewrittenInPlace = [&](std::time_t now) {
+        const Descriptor before =
+            Descriptor::open(clasp.ResourceText, O_RDONLY); // its number is not used again
+        clock.setWallTime(now);
+        EXPECT_EQ(update_autoresource_file(&clasp), 1);
+        char date[32];
+        EXPECT_EQ(file(), resourceTextFromChain(clasp, ::ctime_r(&now, date)));
+        struct stat old = {};
+        struct stat present = {};
+        ::fstat(before.get(), &old);
+        ::stat(clasp.ResourceText.c_str(), &present);
+        return old.st_ino == present.st_ino;
+    };
+    EXPECT_FALSE(rewrittenInPlace(1'700'000'000)) << "as an operator wrote it";
+    EXPECT_TRUE(rewrittenInPlace(1'700'000'010));
+    EXPECT_TRUE(rewrittenInPlace(1'800'000'000));
+    clasp.pFirstLink->UpperLimitCalc = 3.0;
+    EXPECT_FALSE(rewrittenInPlace(1'800'000'010));
+    EXPECT_TRUE(rewrittenInPlace(1'800'000'020));
+    std::string edited = file();
+    edited.replace(edited.find("Name)"), 4, "Mine");
+    writeFile(clasp.ResourceText, edited);
+    EXPECT_FALSE(rewrittenInPlace(1'800'000'030)) << "somebody has changed it meanwhile";
+    writeFile(clasp.ResourceText, file() + "x");
+    EXPECT_FALSE(rewrittenInPlace(1'800'000'040));
+    std::filesystem::create_hard_link(clasp.ResourceText, directory.path("kept"));
+    const std::string kept = file();
+    EXPECT_FALSE(rewrittenInPlace(1'800'000'050)) << "it has a further name";
+    EXPECT_EQ(readFile(directory.path("kept")), kept);
+    EXPECT_TRUE(rewrittenInPlace(1'800'000'060));
 }
 
 TEST_F(ResourceText, ARewriteThatCannotBeMadeIsLogged) {
