@@ -142,11 +142,11 @@ std::int32_t bestmodelObrin(Link* link, CulpritText* culpritText) {
 
 std::int32_t bestmodel(Link* link, std::int32_t n, const SampleRecord* samples, float upper, float lower,
                        float outer, float inner, CulpritText* culpritText) {
-    Series series;
-    makeSeries({samples, static_cast<std::size_t>(n)}, &series);
+    static Immortal<Series> series; // the room for it stays
+    makeSeries({samples, static_cast<std::size_t>(n)}, &*series);
     const PredictionParameters parameters;
     std::int32_t predictionValid = 0;
-    predict_exhaustion(link, n, series.times.data(), series.values.data(), lower, upper, inner, outer,
+    predict_exhaustion(link, n, series->times.data(), series->values.data(), lower, upper, inner, outer,
                        &parameters, &predictionValid, culpritText);
     return 0;
 }
