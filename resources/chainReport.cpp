@@ -25,6 +25,7 @@ Link* detachAll(Clasp& clasp) {
     MutexLock lock(chainLock);
     clasp.linksByIdentity.clear();
     clasp.pFirstLink = nullptr;
+    clasp.lastInserted = nullptr;
     return std::exchange(clasp.pLastLink, nullptr);
 }
 

@@ -24,9 +24,12 @@ Place placeInChain(const Clasp& clasp, std::int32_t rid) {
     // ever.
     if (clasp.pLastLink == nullptr || rid > clasp.pLastLink->RID)
         return {};
-    Link* link = clasp.pFirstLink;
+    // Numbers that the scratch pad knew come mostly in order, too: the next place is near the last one.
+    Link* link = clasp.lastInserted == nullptr ? clasp.pFirstLink : clasp.lastInserted;
     while (link->pNextLink != nullptr && link->RID < rid)
         link = link->pNextLink;
+    while (link->pPrevLink != nullptr && link->pPrevLink->RID >= rid)
+        link = link->pPrevLink;
     if (link->RID > rid)
         return {true, link};
     // A number that the chain has is refused in its middle and taken at its end.
@@ -39,6 +42,7 @@ void linkIn(Clasp& clasp, std::unique_ptr<Link> owned, Link* next) {
     link->pPrevLink = next == nullptr ? clasp.pLastLink : next->pPrevLink;
     (link->pPrevLink == nullptr ? clasp.pFirstLink : link->pPrevLink->pNextLink) = link;
     (next == nullptr ? clasp.pLastLink : next->pPrevLink) = link;
+    clasp.lastInserted = link;
 }
 
 void forgetIdentity(Clasp& clasp, const Link* link) {
@@ -180,6 +184,8 @@ std::unique_ptr<Link> takeLinkFromChain(Link* link) {
     Clasp& clasp = *link->pClasp;
     MutexLock lock(chainLock);
     forgetIdentity(clasp, link);
+    if (clasp.lastInserted == link)
+        clasp.lastInserted = link->pPrevLink;
     (link->pPrevLink == nullptr ? clasp.pFirstLink : link->pPrevLink->pNextLink) = link->pNextLink;
     (link->pNextLink == nullptr ? clasp.pLastLink : link->pNextLink->pPrevLink) = link->pPrevLink;
     link->pPrevLink = nullptr;

@@ -83,6 +83,7 @@ inline bool isTemplate(const Link& link) {
 struct Clasp {
     Link* pFirstLink = nullptr;    ///< lowest RID; null for an empty chain
     Link* pLastLink = nullptr;     ///< highest RID
+    Link* lastInserted = nullptr;  ///< where the search for a link's place begins; null: at the first
     std::string SolidStateMemory;  ///< reserved
     std::string DataHomeDirectory; ///< data home directory; a plain prefix, so it ends in "/"
     std::string HardDriveArchive;  ///< path of the archive file

@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <gmock/gmock.h>
 #include <limits>
+#include <map>
+#include <random>
 
 namespace obrin::test {
 namespace {
@@ -21,6 +23,36 @@ TEST_F(ResourceChain, KeepsAscendingOrderWhateverTheOrderOfInsertion) {
     EXPECT_EQ(insert(9, "i"), 1);
     EXPECT_EQ(insert(7, "g"), 1);
     EXPECT_THAT(chain(), ElementsAre("b 2", "e 5", "g 7", "i 9"));
+}
+
+TEST_F(ResourceChain, KeepsItsOrderWhileLinksComeAndGo) {
+    std::mt19937 random(5);
+    std::map<std::int32_t, Link*> expected;
+    for (int step = 0; step < 2000; ++step) {
+        const auto rid = static_cast<std::int32_t>(1 + random() % 200);
+        const auto known = expected.find(rid);
+        if (known != expected.end() && random() % 2 == 0) {
+            takeLinkFromChain(known->second);
+            expected.erase(known);
+            continue;
+        }
+        const bool taken = known == expected.end();
+        if (!taken && rid == clasp.pLastLink->RID)
+            continue; // may be there twice
+        ASSERT_EQ(insert(rid, "x"), taken ? 1 : -1);
+        if (taken) {
+            Link* link = clasp.pFirstLink;
+            while (link->RID != rid)
+                link = link->pNextLink;
+            expected[rid] = link;
+        }
+        ASSERT_EQ(chain().size(), expected.size());
+    }
+    const Link* link = clasp.pFirstLink;
+    for (const auto& [rid, there] : expected) {
+        EXPECT_EQ(link, there);
+        link = link->pNextLink;
+    }
 }
 
 TEST_F(ResourceChain, ANumberEqualToTheLastLinksIsAppended) {
