@@ -44,7 +44,7 @@ lumetra_python_tests(corpus whole)
 # The longest begin first, so that none of them is the last that all wait for. Seconds on two idle cores.
 set_tests_properties(jvm.jvm_trouble PROPERTIES COST 110)
 set_tests_properties(package.package PROPERTIES COST 55)
-set_tests_properties(jvm.jvm_agent jvm.jvm_commands jvm.jvm_viewer jvm.jvm_web PROPERTIES COST 35)
+set_tests_properties(jvm.jvm_agent jvm.jvm_commands jvm.jvm_replay jvm.jvm_viewer jvm.jvm_web PROPERTIES COST 35)
 
 # The page in a browser, a file each, once the driver of the browser is there.
 set(web ${CMAKE_CURRENT_SOURCE_DIR}/web)

@@ -143,6 +143,7 @@ class Score(ReplayTest):
         self.assertEqual([(e["resource"], e["instance"], e["outcome"]) for e in episodes],
                          [("PercentFreeSpaceUsed", "/dev/small /small", "reached")])
         self.assertEqual([line["from"] for line in lines if line["type"] == "history"], [START])
+        home.configure(period=1000, maximum=48)
         machine = self.host(home)
         self.more_lines(machine, home, 2)
         self.terminate(machine, home)
