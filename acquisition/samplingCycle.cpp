@@ -17,7 +17,6 @@
 #include "trendviewer/trendFiles.h"
 
 #include <algorithm>
-#include <charconv>
 #include <ctime>
 #include <memory>
 #include <vector>
@@ -137,16 +136,9 @@ void removeUnmountedDisks(Clasp* clasp) {
 }
 
 void appendTriple(std::string& line, const Link& link) {
-    char text[longestNumberText + 32];
-    const auto putInteger = [&text](char* at, std::int32_t number) {
-        at = std::to_chars(at, std::end(text), number).ptr;
-        *at = ' ';
-        return at + 1;
-    };
-    char* end = putInteger(putInteger(text, link.RID), link.SampleStatus);
-    end = putFixed(end, link.DataArray[0], 2);
-    *end++ = ' ';
-    line.append(text, end);
+    char value[longestNumberText];
+    line.append(std::to_string(link.RID)).append(" ").append(std::to_string(link.SampleStatus)).append(" ");
+    line.append(value, putFixed(value, link.DataArray[0], 2)).append(" ");
 }
 
 /// Before the archive line, which memory may be refused to: the rings need none.
