@@ -56,8 +56,8 @@ private:
     std::unordered_map<std::string, std::size_t> byCleanedName_;
 };
 
-/// A listing as it was taken. `status` is what system(3) would have returned for the command in a shell; `listing` is
-/// null when there is none to read.
+/// A listing as it was taken. `status` is what system(3) would have returned for the command in a shell;
+/// `listing` is null when there is none to read.
 struct TakenListing {
     int status = 0;
     std::shared_ptr<const DiskListing> listing;
@@ -69,13 +69,13 @@ struct TakenListing {
 void beginListingCycle(std::chrono::milliseconds samplePeriod);
 
 /// Runs "df > ../tempdata/LumetraDisks.txt" or "df -i > ../tempdata/LumetraDisks.txt", without a shell, and
-/// reads the result, in 1024-byte blocks whatever the environment asks for. The command has a deadline of 10 seconds; past it
-/// it is killed with its group, and none is started again in this cycle, nor while what was killed is still
-/// there (stuck in the kernel). When the work file does not hold a whole listing afterwards (its disk is
-/// full, say), the listing is taken again through a pipe within the same deadline: the rows printed there
-/// count, an older work file never does. A command that fails although its listing is whole is not repeated.
-/// No listing when the command could not be run, was given up, or failed and printed not even a heading.
-/// Agent thread.
+/// reads the result, in 1024-byte blocks whatever the environment asks for. The command has a deadline of 10
+/// seconds; past it it is killed with its group, and none is started again in this cycle, nor while what was
+/// killed is still there (stuck in the kernel). When the work file does not hold a whole listing afterwards
+/// (its disk is full, say), the listing is taken again through a pipe within the same deadline: the rows
+/// printed there count, an older work file never does. A command that fails although its listing is whole is
+/// not repeated. No listing when the command could not be run, was given up, or failed and printed not even a
+/// heading. Agent thread.
 TakenListing takeDiskListing(DiskCounter counter);
 
 /// The status of a command that could not be started or found.
