@@ -10,7 +10,7 @@
 //   viewer    method, result, count                          with --viewers: what those threads were given
 //   misuse    what                                           wrong use of the environment, wrong results
 //   answer    method, result                             with --viewers: the first time that they were given
-//   pause     seconds                                       with --turned-clock: the agent's thread pauses
+//   pause     seconds                                    with --turned-clock: the agent's thread pauses
 //   sleep     seconds                                    with --turned-clock: its sleep between cycles begins
 //   turned                                               with --turned-clock: a line of input was obeyed
 //   limit                                                the run had to be ended
