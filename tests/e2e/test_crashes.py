@@ -53,6 +53,8 @@ class C1_Killed(CrashTest):
         model = self.grown_home(trimming=True)
         for name in ("space", "inodes"):  # a new disk, so that the scratch pad grows, too
             write(model.at("stub", name), HEADING + ROWS + "/dev/c 1000 750 250 75% /dev\n")
+        # Edited, so that the first cycle replaces the declarations and the next one writes their date.
+        write(model.layout.declarations, "my disks\n" + read(model.layout.declarations))
         self.made_known = self.shim()
         deaths = 0
         left = 0
