@@ -148,11 +148,11 @@ std::int32_t deleteTrendFiles(Clasp* clasp) {
         return !name.starts_with('.') &&
                (name.ends_with(".cul") || name.ends_with(".ini") || name.ends_with(".gnp"));
     });
-    const std::int32_t status = errno;
     if (names) {
         remove(home + "/", *names, *clasp);
         return 1;
     }
+    const std::int32_t status = errno;
     char command[longestCommand];
     std::snprintf(command, sizeof command, "rm -f %s/*.cul %s/*.ini %s/*.gnp", home.c_str(), home.c_str(),
                   home.c_str());
@@ -176,7 +176,6 @@ std::int32_t deleteResourceTrendFiles(Link* link, RemovalPass* pass) {
     if (!names &&
         (names = namesIn(directory, [](std::string_view name) { return name.find("BM") != name.npos; })))
         std::ranges::sort(*names);
-    const std::int32_t status = errno;
     if (names) {
         const auto first = std::ranges::lower_bound(*names, prefix);
         const auto last = std::find_if(first, names->end(),
@@ -184,6 +183,7 @@ std::int32_t deleteResourceTrendFiles(Link* link, RemovalPass* pass) {
         remove(directory, {first, last}, *link->pClasp);
         return 1;
     }
+    const std::int32_t status = errno;
     char command[longestCommand];
     std::snprintf(command, sizeof command, "rm -f %s*", stem.c_str());
     deletionFailed("trendFiles deleteResourceTrendFiles", command, status);
