@@ -2,6 +2,7 @@
 
 #include "resources/resourceText.h"
 #include "tests/resources/chainFixture.h"
+#include "tests/support/often.h"
 #include "tests/support/toldFindings.h"
 
 #include <algorithm>
@@ -318,14 +319,15 @@ TEST_F(SameReading, NothingIsLoggedOrWritten) {
 }
 
 TEST(DeclarationFindings, MegabytesOfAnythingAreChecked) {
+    const auto megabytes = static_cast<std::size_t>(often(2, 10));
     for (const char* word : {"FindObject ", "/* ", "( ", "word ", "/*x ", "x*/ ", "\n"}) {
         std::string text = upTo("\tNameIs", good);
-        while (text.size() < (10U << 20))
+        while (text.size() < megabytes << 20)
             text += word;
         EXPECT_FALSE(checkDeclarations(text).accepted);
     }
     std::string many = "BeginResourceDeclaration ";
-    while (many.size() < (3U << 20))
+    while (many.size() < megabytes << 19)
         many += goodInput;
     std::replace(many.begin(), many.end(), '\n', ' ');
     const DeclarationReport report = checkDeclarations(many + "EndResourceDeclaration");
