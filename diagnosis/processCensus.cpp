@@ -121,11 +121,11 @@ bool descriptorsAreCounted(int proc) {
     return known;
 }
 
-/// What can be read of a descriptor directory, without opening it; 0 when it may not be opened.
-std::int32_t countedDescriptors(int process) {
+/// What can be read of a descriptor directory, without opening it; 0 when this user may not open it.
+std::int32_t countedDescriptors(int process, uid_t user) {
     struct stat directory;
     if (::fstatat(process, "fd", &directory, 0) != 0 ||
-        (directory.st_uid != ::geteuid() && ::faccessat(process, "fd", R_OK, AT_EACCESS) != 0))
+        (directory.st_uid != user && ::faccessat(process, "fd", R_OK, AT_EACCESS) != 0))
         return 0;
     constexpr std::int64_t dots = 2;
     return clampToInt32(directory.st_size + dots);
@@ -145,8 +145,8 @@ public:
             return;
         }
         const auto parent = parentInStatText(*stat);
-        record->numFDs =
-            descriptorsAreCounted_ ? countedDescriptors(process.get()) : countEntries(process.get(), "fd");
+        record->numFDs = descriptorsAreCounted_ ? countedDescriptors(process.get(), user_)
+                                                : countEntries(process.get(), "fd");
         readMemory(process.get(), parent, record);
         record->vmsize = megabytes(memory_.VmSize);
         record->vmrss = megabytes(memory_.VmRSS);
@@ -178,6 +178,7 @@ private:
 
     int proc_;
     bool descriptorsAreCounted_;
+    uid_t user_ = ::geteuid();
     ProcessFiles files_;
     RunningMemory memory_;
 };

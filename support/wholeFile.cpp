@@ -73,6 +73,18 @@ bool fill(SideFile& side, std::string_view content, const struct stat* old, Sync
            (synchronise == Synchronise::no || ::fsync(side.file.get()) == 0) && side.file.close() == 0;
 }
 
+/// Puts the side file in the target's place, in one step. What need not be on the disk changes places with
+/// the target and loses its name afterwards: renamed over the old one, a new file is sent to the disk at once
+/// by some file systems.
+bool takePlace(const SideFile& side, const std::string& target, Synchronise synchronise) {
+    if (synchronise == Synchronise::no &&
+        ::renameat2(AT_FDCWD, side.path.c_str(), AT_FDCWD, target.c_str(), RENAME_EXCHANGE) == 0) {
+        ::unlink(side.path.c_str());
+        return true;
+    }
+    return ::rename(side.path.c_str(), target.c_str()) == 0;
+}
+
 } // namespace
 
 SideFile makeSideFile(const std::string& target, unsigned mode) {
@@ -107,8 +119,7 @@ bool replaceWholeFile(const std::string& path, std::string_view content, Synchro
     SideFile side = makeSideFile(target, exists ? 0600 : 0666);
     if (!side.file)
         return false;
-    if (fill(side, content, exists ? &old : nullptr, synchronise) &&
-        ::rename(side.path.c_str(), target.c_str()) == 0)
+    if (fill(side, content, exists ? &old : nullptr, synchronise) && takePlace(side, target, synchronise))
         return true;
     const int reason = errno;
     ::unlink(side.path.c_str());

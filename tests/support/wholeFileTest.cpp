@@ -112,10 +112,19 @@ TEST(WholeFile, ReplacingKeepsPermissionsAndSymbolicLinks) {
     EXPECT_EQ(state.st_mode & 0777U, 0640U);
 }
 
-TEST(WholeFile, FileIsMadeWhenThereIsNone) {
-    test::TemporaryDirectory directory;
-    EXPECT_TRUE(replaceWholeFile(directory.path("new"), "text"));
-    EXPECT_EQ(readFile(directory.path("new")), "text");
+TEST(WholeFile, FileIsMadeWhenThereIsNoneAndReplacedWhenThereIsOne) {
+    for (const Synchronise synchronise : {Synchronise::yes, Synchronise::no}) {
+        test::TemporaryDirectory directory;
+        EXPECT_TRUE(replaceWholeFile(directory.path("new"), "text", synchronise));
+        EXPECT_EQ(readFile(directory.path("new")), "text");
+        const Descriptor reader = Descriptor::open(directory.path("new"), O_RDONLY);
+        EXPECT_TRUE(replaceWholeFile(directory.path("new"), "next", synchronise));
+        EXPECT_EQ(readFile(directory.path("new")), "next");
+        std::string found;
+        readRest(reader, wholeFileLimit, &found);
+        EXPECT_EQ(found, "text") << "who has it open reads the old one to its end";
+        EXPECT_EQ(namesIn(directory.path()), std::set<std::string>{"new"});
+    }
 }
 
 TEST(WholeFile, ContentThatDoesNotFitLeavesTheOldFileAndNothingBesideIt) {
