@@ -51,6 +51,7 @@ bool isPercentage(std::string_view column) {
 /// The words of a line with their places in it.
 std::vector<std::string_view> wordsOf(std::string_view line) {
     std::vector<std::string_view> words;
+    words.reserve(8); // two more than a line has as a rule
     std::size_t begin = line.find_first_not_of(' ');
     while (begin != std::string_view::npos) {
         const std::size_t end = std::min(line.find(' ', begin), line.size());
