@@ -23,7 +23,6 @@ namespace obrin {
 namespace {
 
 constexpr std::int64_t start = 1'700'000'000;
-constexpr std::int64_t hour = 3600;
 
 /// When, which resource, what.
 using Told = std::tuple<std::int64_t, std::int32_t, Happening>;

@@ -210,10 +210,10 @@ TEST_F(LinkLogic, OnlyTheDisksThatWereNamedAreAdopted) {
 TEST_F(LinkLogic, OfMoreNamesThanWereCountedOrToldOnlySoManyAreAdopted) {
     for (const auto& [counted, told] : {std::pair{2, 3}, {3, 2}}) {
         ScanUpChainDeletingAllLinks(&clasp);
-        machine.numberOfDisks = [counted] { return counted; };
-        machine.disks = [told](int, std::vector<DiskName>* names) {
+        machine.numberOfDisks = [count = counted] { return count; };
+        machine.disks = [namesTold = told](int, std::vector<DiskName>* names) {
             *names = {DiskName("a /a"), DiskName("b /b"), DiskName("c /c")};
-            return told;
+            return namesTold;
         };
         EXPECT_EQ(run('D', inputText()), 1);
         EXPECT_THAT(identifiers(), ElementsAre("1 inst -1", "2 a /a -2", "3 b /b -2"));

@@ -29,7 +29,7 @@ Clock::Moment TurnedClock::now() {
 }
 
 void TurnedClock::pause(seconds time) {
-    tell("pause", pauses_, time);
+    tell("pause", &TurnedClock::pauses_, time);
     turn(time);
 }
 
@@ -43,7 +43,7 @@ int TurnedClock::waitUntil(pthread_cond_t* condition, pthread_mutex_t* mutex, Mo
         sleepersCondition_ = wait ? condition : nullptr;
         sleepersMutex_ = mutex;
     }
-    tell("sleep", sleeps_, left);
+    tell("sleep", &TurnedClock::sleeps_, left);
     if (wait) // whoever turns the clock from here on needs the mutex before it can wake us
         ::pthread_cond_wait(condition, mutex);
     MutexLock lock(lock_);
@@ -99,12 +99,12 @@ TurnedClock::Seconds TurnedClock::sleeps() {
     return sleeps_;
 }
 
-void TurnedClock::tell(const char* what, Seconds& kept, Duration time) {
+void TurnedClock::tell(const char* what, Seconds TurnedClock::*kept, Duration time) {
     Told told;
     {
         MutexLock lock(lock_);
         if (!told_)
-            return kept.push_back(floor<seconds>(time));
+            return (this->*kept).push_back(floor<seconds>(time));
         told = told_;
     }
     told(what, floor<seconds>(time));

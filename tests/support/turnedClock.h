@@ -46,7 +46,7 @@ public:
     Seconds sleeps();
 
 private:
-    void tell(const char* what, Seconds& kept, Duration time);
+    void tell(const char* what, Seconds TurnedClock::*kept, Duration time);
 
     Mutex lock_;
     Duration gone_ GUARDED_BY(lock_){std::chrono::hours(1)}; ///< a deadline may lie in the past
