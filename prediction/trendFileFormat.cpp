@@ -8,7 +8,6 @@
 #include "support/numericLocale.h"
 #include "support/textScanner.h"
 #include "support/wholeFile.h"
-#include "trendviewer/trendFiles.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -99,8 +98,7 @@ void trendCurveText(std::span<const float> times, std::span<const float> values,
 namespace {
 
 void writeTrendFile(bool mayWrite, const std::string& path, const std::string& text, const char* failure) {
-    if (mayWrite &&
-        (holdsTrendFileLock() ? rewriteWholeFile(path, text) : replaceWholeFile(path, text, Synchronise::no)))
+    if (mayWrite && replaceWholeFile(path, text, Synchronise::no))
         return;
     DEBUGMSG("Error opening result file %s.\n", path.c_str());
     error_exit("fatal", failure);

@@ -50,13 +50,12 @@ std::string trendScriptText(const TrendHeadline& headline, std::string_view home
 /// thread.
 void trendCurveText(std::span<const float> times, std::span<const float> values, std::string* text);
 
-/// Writes the three files anew: under its name whoever has the trend-file lock finds one generation whole.
-/// With the lock they are written in place, without it, when a reader keeps it, they are replaced. A file
-/// that cannot be opened or written is logged and reported as a fatal event, and the other files are written;
-/// its old generation stays, unless it was being overwritten: then it goes. The same goes, in every cycle,
-/// for all three files of a resource whose name is too long for the file system or would leave the home
-/// directory. Not synchronised to the disk: the files are of no use to the next run, which begins by deleting
-/// them. Agent thread.
+/// Writes the three files anew, each whole or not at all: under its name a reader always finds one
+/// generation. A file that cannot be opened or written is logged and reported as a fatal event, its old
+/// generation stays, and the other files are written. The same goes, in every cycle, for all three files of a
+/// resource whose name is too long for the file system or would leave the home directory. Not synchronised to
+/// the disk: the files are of no use to the next run, which begins by deleting them. Agent thread, under the
+/// trend-file lock.
 void writeTrendFiles(const TrendHeadline& headline, std::string_view home, std::string_view displayName,
                      std::string_view instance, std::span<const float> forecastTimes,
                      std::span<const float> forecastValues, std::span<const float> sampleTimes,

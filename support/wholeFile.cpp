@@ -127,21 +127,6 @@ bool replaceWholeFile(const std::string& path, std::string_view content, Synchro
     return false;
 }
 
-bool rewriteWholeFile(const std::string& path, std::string_view content) {
-    Descriptor file = Descriptor::open(path, O_WRONLY | O_NONBLOCK | O_NOCTTY);
-    struct stat old;
-    if (!file || ::fstat(file.get(), &old) != 0 || !S_ISREG(old.st_mode) || old.st_nlink != 1)
-        return replaceWholeFile(path, content, Synchronise::no);
-    const auto size = static_cast<off_t>(content.size());
-    if (writeAll(file.get(), content.data(), content.size()) &&
-        (old.st_size <= size || ::ftruncate(file.get(), size) == 0) && file.close() == 0)
-        return true;
-    const int reason = errno;
-    ::unlink(linkTarget(path).c_str());
-    errno = reason;
-    return false;
-}
-
 void removeSideFiles(const std::string& path) {
     const std::string prefix = directoryPrefix(path);
     const Directory directory(::opendir(prefix.empty() ? "." : prefix.c_str()));

@@ -36,13 +36,6 @@ enum class Synchronise { yes, no };
 bool replaceWholeFile(const std::string& path, std::string_view content,
                       Synchronise synchronise = Synchronise::yes);
 
-/// Puts `content` into the file itself, which costs the kernel far less than replacing it, and the disk too
-/// when it is done often: for files that are made anew all the time, and only where a lock keeps their
-/// readers away meanwhile. On failure the file goes, so that they find one text whole or none. What is not
-/// there, may not be written, is no regular file or has a further name is replaced, as by replaceWholeFile
-/// without synchronising. False with errno on failure.
-bool rewriteWholeFile(const std::string& path, std::string_view content);
-
 /// A file that is to take another's place once it is whole. It lies in the same directory under a name of its
 /// own, which is nobody's: ".lumetra-" and 16 random hexadecimal digits.
 struct SideFile {

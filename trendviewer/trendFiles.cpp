@@ -50,10 +50,6 @@ std::int32_t trendViewerLockFiles() {
     return takeLock(true);
 }
 
-bool holdsTrendFileLock() {
-    return holdsLock;
-}
-
 std::int32_t trendViewerUnlockFiles() {
     if (!holdsLock)
         return 0;

@@ -20,9 +20,6 @@ std::int32_t trendViewerLockFiles();
 /// 5 when the lock is invalid, else 0.
 std::int32_t trendViewerUnlockFiles();
 
-/// Whether the calling thread holds the lock.
-bool holdsTrendFileLock();
-
 /// Holds the lock for as long as it lives, if it got it: taken as by trendViewerLockFiles(), and given back
 /// also where the result said 5 although it was taken. Goes on without the lock when it is refused: a reader
 /// must not stop the agent.

@@ -1,11 +1,9 @@
 #include "prediction/trendFileFormat.h"
 
 #include "agent/debugLog.h"
-#include "agent/stopSync.h"
 #include "support/wholeFile.h"
 #include "tests/support/recordingSink.h"
 #include "tests/support/temporaryDirectory.h"
-#include "trendviewer/trendFiles.h"
 
 #include <algorithm>
 #include <clocale>
@@ -13,7 +11,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <fcntl.h>
 #include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
@@ -342,9 +339,6 @@ TEST(TrendParsers, AnyGarbageIsFine) {
 /// Writes the three files of a resource into a directory, with a sink and a log that can be looked at.
 class TrendFiles : public testing::Test {
 protected:
-    TrendFiles() { continueExecuting = 1; } // else the lock is refused
-    ~TrendFiles() override { continueExecuting = 0; }
-
     void write(std::string_view displayName = "Swap", std::string_view instance = "a b") const {
         writeTrendFiles(exhausted(), home, displayName, instance, Series{10.0F, 20.0F}, Series{1.0F, 2.0F},
                         Series{0.0F}, Series{0.5F});
@@ -423,54 +417,6 @@ TEST_F(TrendFiles, AreWrittenUnderTheCleanedInstance) {
 TEST_F(TrendFiles, AreReplacedWhole) {
     for (const std::string& suffix : all)
         writeFile(stem + suffix, std::string(10000, 'o'));
-    write();
-    expectWritten();
-}
-
-TEST_F(TrendFiles, AreWrittenInPlaceUnderTheLockAndReplacedWithoutIt) {
-    const auto inodes = [&] {
-        std::vector<ino_t> numbers;
-        for (const std::string& suffix : all) {
-            struct stat state = {};
-            EXPECT_EQ(::stat((stem + suffix).c_str(), &state), 0);
-            numbers.push_back(state.st_ino);
-        }
-        return numbers;
-    };
-    for (const std::size_t length : {std::size_t{0}, std::size_t{3}, std::size_t{10000}}) {
-        for (const std::string& suffix : all)
-            writeFile(stem + suffix, std::string(length, 'o'));
-        const auto before = inodes();
-        {
-            const TrendFileGuard lock;
-            write();
-        }
-        expectWritten();
-        EXPECT_EQ(inodes(), before);
-    }
-    const Descriptor held[] = {Descriptor::open(stem + all[0], O_RDONLY),
-                               Descriptor::open(stem + all[1], O_RDONLY),
-                               Descriptor::open(stem + all[2], O_RDONLY)}; // so that no number is used again
-    const auto before = inodes();
-    write();
-    expectWritten();
-    for (std::size_t i = 0; i < all.size(); ++i)
-        EXPECT_NE(inodes()[i], before[i]);
-}
-
-TEST_F(TrendFiles, OnesThatDoNotFitUnderTheLockAreReportedAndGo) {
-    writeOldOnes();
-    const int events = inChild([&] {
-        const rlimit limit{4, 4};
-        ::signal(SIGXFSZ, SIG_IGN);
-        ::setrlimit(RLIMIT_FSIZE, &limit);
-        const TrendFileGuard lock;
-        write();
-        return static_cast<int>(sink.events.size());
-    });
-    EXPECT_EQ(events, 3);
-    EXPECT_EQ(filesThere(), 0U) << "neither an old generation nor half of a new one";
-    const TrendFileGuard lock;
     write();
     expectWritten();
 }

@@ -145,53 +145,6 @@ TEST(WholeFile, ContentThatDoesNotFitLeavesTheOldFileAndNothingBesideIt) {
     EXPECT_EQ(namesIn(directory.path()), std::set<std::string>{"f"});
 }
 
-TEST(WholeFile, RewritingInPlaceKeepsTheFileWhateverItsLengthWas) {
-    test::TemporaryDirectory directory;
-    ASSERT_TRUE(rewriteWholeFile(directory.path("real"), "first"));
-    ASSERT_EQ(::symlink("real", directory.path("link").c_str()), 0);
-    const Descriptor reader = Descriptor::open(directory.path("real"), O_RDONLY);
-    for (const std::string& text : {std::string(100000, 'x'), std::string("short"), std::string()}) {
-        EXPECT_TRUE(rewriteWholeFile(directory.path("link"), text));
-        ASSERT_EQ(::lseek(reader.get(), 0, SEEK_SET), 0);
-        std::string found;
-        readRest(reader, wholeFileLimit, &found);
-        EXPECT_EQ(found, text);
-    }
-    EXPECT_EQ(namesIn(directory.path()), (std::set<std::string>{"real", "link"}));
-}
-
-TEST(WholeFile, WhatHasAFurtherNameIsReplacedAndNotWrittenOver) {
-    test::TemporaryDirectory directory;
-    writeFile(directory.path("f"), "old");
-    ASSERT_EQ(::link(directory.path("f").c_str(), directory.path("kept").c_str()), 0);
-    EXPECT_TRUE(rewriteWholeFile(directory.path("f"), "new"));
-    EXPECT_EQ(readFile(directory.path("f")), "new");
-    EXPECT_EQ(readFile(directory.path("kept")), "old");
-}
-
-TEST(WholeFile, WhatCannotBeRewrittenWholeGoes) {
-    test::TemporaryDirectory directory;
-    writeFile(directory.path("real"), "old");
-    ASSERT_EQ(::symlink("real", directory.path("link").c_str()), 0);
-    const pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        const rlimit limit{1000, 1000};
-        ::signal(SIGXFSZ, SIG_IGN);
-        ::setrlimit(RLIMIT_FSIZE, &limit);
-        ::_exit(!rewriteWholeFile(directory.path("link"), std::string(5000, 'n')) && errno == EFBIG ? 0 : 1);
-    }
-    int status = -1;
-    ::waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
-    EXPECT_EQ(namesIn(directory.path()), std::set<std::string>{"link"});
-    EXPECT_FALSE(rewriteWholeFile(directory.path("missing/f"), "text"));
-    EXPECT_FALSE(rewriteWholeFile("/dev/full", "text"));
-    ASSERT_EQ(::mkfifo(directory.path("fifo").c_str(), 0600), 0);
-    EXPECT_FALSE(rewriteWholeFile(directory.path("fifo"), "text"));
-    EXPECT_TRUE(std::filesystem::is_fifo(directory.path("fifo")));
-}
-
 TEST(WholeFile, DirectoriesAndDevicesAreNotReplaced) {
     test::TemporaryDirectory directory;
     std::filesystem::create_directory(directory.path("d"));
