@@ -128,12 +128,19 @@ ChildCommand commandFor(DiskCounter counter) {
     return command;
 }
 
-/// The work file, emptied, as a shell opens it for ">"; but a FIFO without a reader holds nobody up.
+/// The work file, as a shell opens it for ">", but it is not emptied: what was cut to nothing is sent to the
+/// disk as soon as it is closed by some file systems. And a FIFO without a reader holds nobody up.
 Descriptor openWorkFile(const std::string& path) {
-    Descriptor file = Descriptor::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_NOCTTY);
+    Descriptor file = Descriptor::open(path, O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY);
     if (file)
         ::fcntl(file.get(), F_SETFL, 0);
     return file;
+}
+
+/// How much has been written to the work file since it was opened: the commands write through this
+/// descriptor.
+off_t sizeWritten(int workFile) {
+    return std::max<off_t>(::lseek(workFile, 0, SEEK_CUR), 0);
 }
 
 struct Outcome {
@@ -141,20 +148,6 @@ struct Outcome {
     int status = commandNotRun; ///< as system(3) returns it
     std::string output;
 };
-
-bool tooLong(const std::string& path) {
-    struct stat written;
-    return ::stat(path.c_str(), &written) == 0 && static_cast<std::size_t>(written.st_size) >= longestListing;
-}
-
-/// Waits for the end of a command that writes to `path`, and ends one that would go on until the disk is
-/// full.
-std::optional<int> waitWatching(ChildProcess& child, Clock::Moment deadline, const std::string& path) {
-    return child.wait(deadline, [&] {
-        if (tooLong(path))
-            child.kill();
-    });
-}
 
 /// Runs a command to its end or to the deadline. Past it, its group is killed, and nothing more is started in
 /// this cycle.
@@ -165,7 +158,11 @@ Outcome run(const ChildCommand& command, Clock::Moment deadline) {
     Outcome outcome{true, SIGKILL, child->takeOutput(deadline, longestListing)};
     if (outcome.output.size() >= longestListing)
         child->kill(); // what it still has to say is not read any more
-    if (const auto status = waitWatching(*child, deadline, systemPaths().diskListing)) {
+    const auto status = child->wait(deadline, [&] {
+        if (command.output >= 0 && sizeWritten(command.output) >= static_cast<off_t>(longestListing))
+            child->kill(); // it would go on until the disk is full
+    });
+    if (status) {
         outcome.status = *status;
         return outcome;
     }
@@ -207,7 +204,9 @@ TakenListing takeFresh(DiskCounter counter) {
         taken.status = written.status;
         if (!written.started || written.status == commandNotRun || state().gaveUp)
             return taken;
-        const std::string text = readWholeFile(path).value_or("");
+        // The end of an older and longer listing; of a device there is none.
+        const bool isCut = ::ftruncate(file.get(), sizeWritten(file.get())) == 0;
+        const std::string text = isCut ? readWholeFile(path).value_or("") : "";
         if (isWhole(written.status, text)) {
             taken.listing = listingOf(text, written.status);
             return taken;
@@ -215,6 +214,7 @@ TakenListing takeFresh(DiskCounter counter) {
         command.discardErrors = true; // what was wrong has been said once
     }
     command.captureOutput = true;
+    command.output = -1;
     const Outcome piped = run(command, deadline);
     if (!piped.started && !file)
         taken.status = piped.status; // nor would there have been a shell to miss the file

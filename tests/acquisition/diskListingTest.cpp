@@ -215,6 +215,15 @@ TEST(TakeDiskListing, AWorkFileNameWithQuotesAndBlanksIsOneName) {
     EXPECT_EQ(readFile(machine.path("it's $(touch pwn) a name")), "heading\n");
 }
 
+TEST(TakeDiskListing, AShorterListingLeavesNothingOfALongerOne) {
+    TestMachine machine;
+    machine.installDf("echo heading; echo 'a 1 2 3 4% /a'; echo 'b 1 2 3 4% /b'\n");
+    EXPECT_EQ(takeDiskListing(DiskCounter::space).listing->lines().size(), 2U);
+    machine.installDf("echo heading; echo 'a 1 2 3 4% /a'\n");
+    EXPECT_EQ(takeDiskListing(DiskCounter::space).listing->lines().size(), 1U);
+    EXPECT_EQ(readFile(machine.path("LumetraDisks.txt")), "heading\na 1 2 3 4% /a\n");
+}
+
 TEST(TakeDiskListing, AFreshOneIsMadeForEachCallWithinTheBudget) {
     TestMachine machine;
     machine.installDf("echo heading\n");
