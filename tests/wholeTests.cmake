@@ -40,6 +40,7 @@ lumetra_python_tests(jvm whole)
 lumetra_python_tests(integrations whole)
 lumetra_python_tests(package whole)
 lumetra_python_tests(corpus whole)
+lumetra_python_tests(bench whole)
 
 # The longest begin first, so that none of them is the last that all wait for. Seconds on two idle cores.
 set_tests_properties(jvm.jvm_trouble PROPERTIES COST 110)
