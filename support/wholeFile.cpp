@@ -100,6 +100,10 @@ SideFile makeSideFile(const std::string& target, unsigned mode) {
 }
 
 bool takeAttributes(int fd, const struct stat& old) {
+    struct stat present;
+    if (::fstat(fd, &present) == 0 && present.st_uid == old.st_uid && present.st_gid == old.st_gid &&
+        present.st_mode == old.st_mode)
+        return true;
     // Only the superuser gives a file away; a group that the agent is in can still be kept. A change of owner
     // takes permission bits away, so they come last.
     static_cast<void>(::fchown(fd, old.st_uid, old.st_gid) == 0 ||
@@ -115,8 +119,9 @@ bool replaceWholeFile(const std::string& path, std::string_view content, Synchro
         errno = EINVAL; // a device or a directory is nothing to rename over
         return false;
     }
-    // Until it has the old file's permission bits, it is for nobody else to read.
-    SideFile side = makeSideFile(target, exists ? 0600 : 0666);
+    // Until it has the old file's owner and group, it is for nobody else to read.
+    const bool isOurs = exists && old.st_uid == ::geteuid() && old.st_gid == ::getegid();
+    SideFile side = makeSideFile(target, isOurs ? old.st_mode & 0777 : exists ? 0600 : 0666);
     if (!side.file)
         return false;
     if (fill(side, content, exists ? &old : nullptr, synchronise) && takePlace(side, target, synchronise))

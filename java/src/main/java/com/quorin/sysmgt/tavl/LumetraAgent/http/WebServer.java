@@ -67,8 +67,8 @@ public final class WebServer implements AutoCloseable {
             Map.entry("sun.net.httpserver.maxReqHeaderSize", "16384"),
             Map.entry("sun.net.httpserver.drainAmount", "4096"),
             Map.entry("sun.net.httpserver.nodelay", "true"),
-            Map.entry("sun.net.httpserver.timerMillis", "500"),
-            Map.entry("sun.net.httpserver.clockTick", "1000"));
+            Map.entry("sun.net.httpserver.timerMillis", "2000"),
+            Map.entry("sun.net.httpserver.clockTick", "5000"));
 
     private static final Map<String, String> HEADERS = Map.of(
             "Content-Security-Policy", "default-src 'none'; script-src 'self'; style-src 'self'; "
