@@ -59,8 +59,7 @@ void turnOver(const std::string& keptAs) REQUIRES(logLock) {
 }
 
 bool isDue() REQUIRES(logLock) {
-    const auto age = systemClock().now() - lookedAt;
-    return age >= lookAgain || age < Clock::Duration::zero() || logSize > logSizeLimit;
+    return systemClock().now() - lookedAt >= lookAgain || logSize > logSizeLimit;
 }
 
 /// Opens a log that is closed, or that was deleted under us, and turns over one that has grown too long.

@@ -3,6 +3,7 @@ it is compared with. Times are seconds of processor time."""
 
 import contextlib
 import ctypes
+import fcntl
 import http.client
 import os
 import pathlib
@@ -41,7 +42,6 @@ def _unshare(flags):
 def _bring_loopback_up():
     SIOCGIFFLAGS, SIOCSIFFLAGS, IFF_UP = 0x8913, 0x8914, 1
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as handle:
-        import fcntl
         request = fcntl.ioctl(handle, SIOCGIFFLAGS, struct.pack("16sh14x", b"lo", 0))
         flags = struct.unpack("16sh14x", request)[1]
         fcntl.ioctl(handle, SIOCSIFFLAGS, struct.pack("16sh14x", b"lo", flags | IFF_UP))
