@@ -102,11 +102,18 @@ constexpr std::chrono::milliseconds leastBudget{50};
 constexpr int commandNotExecutable = 126 << 8;
 constexpr int fileNotMade = 2 << 8;
 
+/// What a command has printed, and what it says.
+struct ReadListing {
+    std::string text;
+    std::shared_ptr<const DiskListing> listing;
+};
+
 struct ListingState {
     Clock::Duration budget = leastBudget; ///< for all listings of a cycle
     Clock::Duration used{};
     bool gaveUp = false; ///< a deadline passed in this cycle
     std::optional<TakenListing> newest[2];
+    ReadListing read[2];               ///< of the newest command of each kind
     std::optional<ChildProcess> stuck; ///< killed, and not gone yet
 };
 
@@ -175,11 +182,17 @@ Outcome run(const ChildCommand& command, Clock::Moment deadline) {
     return outcome;
 }
 
+std::size_t placeOf(DiskCounter counter) {
+    return counter == DiskCounter::inodes ? 1 : 0;
+}
+
 /// What a command that ended with this status has printed. Of one that failed, text without even a heading is
-/// no listing.
-std::shared_ptr<const DiskListing> listingOf(const std::string& text, int status) {
-    auto listing = std::make_shared<const DiskListing>(text);
-    return status == 0 || listing->hasHeading() ? listing : nullptr;
+/// no listing. The same text as before, which most are, is not taken apart again.
+std::shared_ptr<const DiskListing> listingOf(DiskCounter counter, const std::string& text, int status) {
+    ReadListing& read = state().read[placeOf(counter)];
+    if (!read.listing || read.text != text)
+        read = {text, std::make_shared<const DiskListing>(text)};
+    return status == 0 || read.listing->hasHeading() ? read.listing : nullptr;
 }
 
 /// Whether a command that ended with this status put a listing into the work file that is whole. One that
@@ -208,7 +221,7 @@ TakenListing takeFresh(DiskCounter counter) {
         const bool isCut = ::ftruncate(file.get(), sizeWritten(file.get())) == 0;
         const std::string text = isCut ? readWholeFile(path).value_or("") : "";
         if (isWhole(written.status, text)) {
-            taken.listing = listingOf(text, written.status);
+            taken.listing = listingOf(counter, text, written.status);
             return taken;
         }
         command.discardErrors = true; // what was wrong has been said once
@@ -219,7 +232,7 @@ TakenListing takeFresh(DiskCounter counter) {
     if (!piped.started && !file)
         taken.status = piped.status; // nor would there have been a shell to miss the file
     if (piped.started && !state().gaveUp)
-        taken.listing = listingOf(piped.output, piped.status);
+        taken.listing = listingOf(counter, piped.output, piped.status);
     return taken;
 }
 
@@ -277,7 +290,7 @@ void beginListingCycle(std::chrono::milliseconds samplePeriod) {
 
 TakenListing takeDiskListing(DiskCounter counter) {
     ListingState& cycle = state();
-    std::optional<TakenListing>& newest = cycle.newest[counter == DiskCounter::inodes ? 1 : 0];
+    std::optional<TakenListing>& newest = cycle.newest[placeOf(counter)];
     if (stillStuck())
         return {-1, nullptr};
     if (cycle.gaveUp)
