@@ -130,6 +130,8 @@ class Exhaustion(ForecastTest):
     def assert_announced(self, event, level, used):
         filled = 100 * (1 - used.f_bfree / used.f_blocks)
         self.assertEqual((event["type"], event["resource"]), ("exhaustion", "PercentFreeSpaceUsed"))
+        self.assertLess(0, event["episodeSince"], "the onset is known")
+        self.assertLess(event["episodeSince"], event["epochSeconds"])
         self.assertGreaterEqual(filled, level)
         self.assertLess(filled, level + 5, "the event came late")
 

@@ -141,6 +141,7 @@ class Interface(WebTest):
             self.assertEqual(schema.check("trend", ask(port, f"{RESOURCES}/{rid}/trend")[2])["id"], rid)
             self.assertEqual(schema.check("culprits", ask(port, f"{RESOURCES}/{rid}/culprits")[2])["id"], rid)
             schema.check("events", ask(port, f"{RESOURCES}/{rid}/events")[2])
+            schema.check("eventGroups", ask(port, f"{RESOURCES}/{rid}/event-groups")[2])
         rid = next(r["id"] for r in overview["resources"] if r["resource"] == DESCRIPTORS)
         machine.until(lambda: all(r["forecastAt"] for r in self.json(port, RESOURCES)["resources"] if r["id"] == rid),
                       "a forecast")  # a chart asks the agent for its lock, which holds it up
@@ -163,6 +164,9 @@ class Interface(WebTest):
         events = Schema().check("events", ask(port, "/api/v1/events")[2])["events"]
         self.assertIn("Call To RawDataRetrievalAndArchive Failed", {event["message"] for event in events})
         self.assertEqual({event["type"] for event in events}, {"fatal"})
+        machine.until(lambda: self.json(port, "/api/v1/event-groups?limit=1")["groups"][0]["times"] > 1, "its repetition")
+        groups = Schema().check("eventGroups", ask(port, "/api/v1/event-groups")[2])["groups"]
+        self.assertEqual(len(groups), len({group["event"]["message"] for group in groups}))
         machine.signal(signal.SIGTERM)
         machine.end()
 

@@ -1,9 +1,11 @@
 // Everybody can read it: contrast, names, keyboard, small screens, reduced motion.
 import assert from "node:assert/strict";
+import { readFileSync } from "node:fs";
+import { createRequire } from "node:module";
 import { after, before, describe, test } from "node:test";
 import { launch } from "./browser.mjs";
 import { withWorld as inWorld } from "./support.mjs";
-import { busyServer, FALSE_ALARMS, largeServer, STATE_WORDS, World } from "./world.mjs";
+import { busyServer, FALSE_ALARMS, freshServer, largeServer, STATE_WORDS, World } from "./world.mjs";
 
 let browser;
 
@@ -88,6 +90,50 @@ describe("contrast", () => {
       }
     });
   }
+});
+
+describe("the rules of axe-core", () => {
+  const axe = readFileSync(createRequire(import.meta.url).resolve("axe-core"), "utf8");
+
+  /** What the rules find in the page as it is shown, in a line each; and how many of them looked at something. */
+  async function audit(page) {
+    await page.evaluate(axe);
+    const { violations, passes } = await page.evaluate(() => window.axe.run(document, { resultTypes: ["violations"] }));
+    return { looked: passes.length,
+      found: violations.flatMap(({ id, nodes }) => nodes.map((n) => `${id}: ${n.target} ${n.failureSummary}`)) };
+  }
+
+  for (const colorScheme of ["light", "dark"]) {
+    for (const [what, world, hash] of [["the overview", busyServer, ""], ["every state", everyState, ""],
+      ["many resources, with their search", () => largeServer(40), ""], ["the first minutes", freshServer, ""],
+      ["a resource that runs out", busyServer, "#/resource/1"], ["one with its largest users", busyServer, "#/resource/2"],
+      ["one that collects", busyServer, "#/resource/4"], ["one that is not there", busyServer, "#/resource/99"]]) {
+      test(`find nothing in ${what}, ${colorScheme}`, async () => {
+        await withWorld(world(), { colorScheme, own: true }, async (page) => {
+          const isResource = await page.isVisible("#detail");
+          if (isResource) {
+            await page.waitForSelector("#beside:not([hidden])");
+            await page.click("#as-table");
+          }
+          const { looked, found } = await audit(page);
+          assert.ok(looked > 20, `${looked} rules looked at something`);
+          assert.deepEqual(found, []);
+        }, hash);
+      });
+    }
+  }
+
+  test("find what is wrong", async () => {
+    await withWorld(busyServer(), { own: true }, async (page) => {
+      await page.evaluate(() => {
+        document.getElementById("headline").style.color = "#eee";
+        document.querySelector("main").append(document.createElement("button"));
+      });
+      const { found } = await audit(page);
+      assert.ok(found.some((f) => f.startsWith("color-contrast")) && found.some((f) => f.startsWith("button-name")),
+        found.join("\n"));
+    });
+  });
 });
 
 describe("structure", () => {

@@ -32,9 +32,9 @@ async function headlineOf(world, options = {}) {
 describe("the overview", () => {
   test("what the mock answers is what the interface promises", () => {
     const world = busyServer();
-    const answers = [["resources", "resources"], ["events", "events"], ["resources/1/trend", "trend"],
+    const answers = [["resources", "resources"], ["event-groups", "eventGroups"], ["resources/1/trend", "trend"],
       ["resources/4/trend", "trend"], ["resources/2/culprits", "culprits"], ["resources/1/culprits", "culprits"],
-      ["resources/1/events", "events"]].map(([name, kind]) => [kind, world.answer(name)]);
+      ["resources/1/event-groups", "eventGroups"]].map(([name, kind]) => [kind, world.answer(name)]);
     const check = `
 import json, sys, jsonschema
 schema = json.load(open(sys.argv[1]))

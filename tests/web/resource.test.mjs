@@ -219,13 +219,35 @@ describe("the view of a resource", () => {
     }, "#/resource/2");
   });
 
-  test("has its own events, newest first", async () => {
-    await withWorld(busyServer(), {}, async (page) => {
+  test("has its own events, those of an episode as one, newest first", async () => {
+    const world = busyServer();
+    const { resource, instance } = world.resources[0];
+    for (let i = 1; i <= 11; i++) {
+      world.events.push({ ...world.events[0], resource, instance, epochSeconds: world.now - i * 86400, episodeSince: i });
+    }
+    await withWorld(world, {}, async (page) => {
       await page.waitForSelector("#own-events li");
       assert.equal(await page.locator("#own-events li").count(), 10);
-      assert.match(await page.locator("#own-events li").first().innerText(), /Forecast to run out in about 5 h 20 min .*just now/s);
-      assert.match(await page.textContent("#own-events-rest"), /^And 3 earlier, since (\w{3} )?\d\d:\d\d\.$/);
+      const newest = page.locator("#own-events li").first();
+      assert.match(await newest.innerText(), /Forecast to run out in about 5 h 20 min .*just now · 13 times since/s);
+      assert.doesNotMatch(await page.locator("#own-events li").nth(1).innerText(), /times/);
+      assert.match(await page.textContent("#own-events-rest"), /^And 2 earlier, since \w{3} \d+ \w{3} \d\d:\d\d\.$/);
       assert.match(await page.locator("#own-events time").first().getAttribute("title"), /\d{4}, \d\d:\d\d:\d\d/);
+    }, "#/resource/1");
+  });
+
+  test("links to its neighbours in the overview", async () => {
+    await withWorld(busyServer(), {}, async (page) => {
+      assert.equal(await page.isVisible("#previous"), false);
+      assert.equal(await page.textContent("#next"), "Less urgent: File descriptors");
+      await page.click("#next");
+      await page.waitForFunction(() => document.getElementById("detail-title").textContent === "File descriptors");
+      assert.equal(await page.getAttribute("#previous", "href"), "#/resource/1");
+      assert.equal(await page.textContent("#next"), "Less urgent: /mnt/usb");
+      await page.goto(page.url().replace("resource/2", "resource/10"));
+      await page.waitForFunction(() => document.getElementById("detail-title").textContent === "Swap");
+      assert.equal(await page.isVisible("#next"), false);
+      assert.equal(await page.textContent("#previous"), "More urgent: /snap/core");
     }, "#/resource/1");
   });
 

@@ -25,7 +25,18 @@ export const FALSE_ALARMS = { announcements: 6, freed: 1, levelledOff: 5, levell
 function whole(given, at) {
   return { time: new Date(at * 1000).toISOString(), epochSeconds: at, resource: null, instance: null,
     secondsToExhaustion: null, timeToExhaustion: null, limit: null, culprits: [], culpritText: null,
-    trackRecord: null, message: null, ...given };
+    trackRecord: null, episodeSince: null, message: null, ...given };
+}
+
+/** Those of one episode together, as the agent gives them. */
+function grouped(events) {
+  const groups = new Map();
+  for (const event of events) {
+    const key = JSON.stringify([event.type, event.resource, event.instance, event.message, event.episodeSince]);
+    const group = groups.get(key) ?? { event, times: 0 };
+    groups.set(key, { ...group, times: group.times + 1, since: event.epochSeconds });
+  }
+  return [...groups.values()];
 }
 
 export class World {
@@ -125,10 +136,10 @@ export class World {
     if (name === "resources") {
       return { agent: this.agent, resources: this.resources, leftOut: this.leftOut };
     }
-    if (name === "events") {
-      return { events: this.events };
+    if (name === "event-groups") {
+      return { groups: grouped(this.events) };
     }
-    const match = /^resources\/(\d+)\/(trend|culprits|events)$/.exec(name);
+    const match = /^resources\/(\d+)\/(trend|culprits|event-groups)$/.exec(name);
     const resource = match && this.resources.find((r) => r.id === Number(match[1]));
     if (!resource) {
       return undefined;
@@ -140,8 +151,8 @@ export class World {
       return this.culprits.get(resource.id)
         ?? { id: resource.id, measure: null, measureText: null, writtenAt: null, processes: [] };
     }
-    return { events: this.events.filter((e) => e.resource === resource.resource
-      && (e.instance ?? "") === resource.instance) };
+    return { groups: grouped(this.events.filter((e) => e.resource === resource.resource
+      && (e.instance ?? "") === resource.instance)) };
   }
 }
 
@@ -180,7 +191,7 @@ export function busyServer(options) {
   for (let i = 12; i >= 0; i--) {
     world.event({ at: world.now - 4 - i * 20, resource: data.resource, instance: data.instance,
       secondsToExhaustion: data.secondsToExhaustion + i * 20, timeToExhaustion: "5 hours 20 minutes", limit: null,
-      culprits: [], culpritText: "", message: null });
+      culprits: [], culpritText: "", episodeSince: world.now - 9000, message: null });
   }
   world.events.push(whole({ type: "upperTolerance", resource: "PercentFreeSpaceUsed", instance: "/dev/loop3 /snap/core",
     limit: 100 }, world.now - 7200),

@@ -13,7 +13,7 @@ const LONGEST_MS = 30000;
 const FAILURES_BEFORE_WORDS = 2; // one lost answer is no news
 
 const resources = new Feed("api/v1/resources", (d) => Array.isArray(d?.resources) && typeof d.agent === "object");
-const events = new Feed("api/v1/events?limit=100", (d) => Array.isArray(d?.events));
+const events = new Feed("api/v1/event-groups?limit=100", (d) => Array.isArray(d?.groups));
 const detail = new Detail();
 
 let users = null; // who eats the most urgent of the resources whose processes the agent names
@@ -171,8 +171,8 @@ function renderView() {
     setText(byId("missing-title"), `There is no resource ${view.id}.`);
   }
   if (events.data) {
-    renderEvents(events.data.events, resources.data.resources, now());
-    announceNew(events.data.events, resources.data.resources, now());
+    renderEvents(events.data.groups, resources.data.resources, now());
+    announceNew(events.data.groups, resources.data.resources, now());
   }
 }
 

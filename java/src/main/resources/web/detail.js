@@ -38,7 +38,7 @@ export class Detail {
     this.#feeds = {
       trend: new Feed(`${base}/trend`, (d) => Array.isArray(d?.samples?.times) && Array.isArray(d.samples.values)),
       culprits: new Feed(`${base}/culprits`, (d) => Array.isArray(d?.processes)),
-      events: new Feed(`${base}/events?limit=50`, (d) => Array.isArray(d?.events)),
+      events: new Feed(`${base}/event-groups?limit=50`, (d) => Array.isArray(d?.groups)),
     };
   }
 
@@ -72,6 +72,7 @@ export class Detail {
     const capacity = resource.capacity === null ? "" : ` · ${words.printable(resource.capacity)}`;
     setText(byId("detail-sub"), words.subtitle(resource) + capacity);
     setAttribute(byId("detail"), "data-state", resource.state);
+    renderNeighbours(resource, data.resources);
     this.#renderLead(resource, data.agent, now);
     this.#renderCollecting(resource, data.agent, now);
     this.#renderFacts(resource, data.agent, now);
@@ -87,7 +88,7 @@ export class Detail {
     }
     show(byId("beside"), this.#loaded); // what is above them may come with the first answers only
     renderCulprits(culprits.data, now);
-    renderOwnEvents(events.data?.events ?? [], now);
+    renderOwnEvents(events.data?.groups ?? [], now);
   }
 
   #renderLead(resource, agent, now) {
@@ -161,6 +162,21 @@ export class Detail {
       setText(row.cells[0], words.exactMoment(times[at]));
       setText(row.cells[1], words.perCent(values[at]));
     }
+  }
+}
+
+/** Those before and behind it in the overview, most urgent first. */
+function renderNeighbours(resource, all) {
+  const place = all.indexOf(resource);
+  renderWay(byId("previous"), "More urgent", all[place - 1]);
+  renderWay(byId("next"), "Less urgent", all[place + 1]);
+}
+
+function renderWay(link, label, neighbour) {
+  show(link, neighbour !== undefined);
+  if (neighbour) {
+    setAttribute(link, "href", `#/resource/${neighbour.id}`);
+    setText(link, `${label}: ${words.subject(neighbour)}`);
   }
 }
 

@@ -17,47 +17,31 @@ function resourceOf(event, resources) {
   return named.find((r) => r.instance === event.instance) ?? named.find((r) => r.instance === "") ?? null;
 }
 
-function subjectKey(event) {
-  return JSON.stringify([event.type, event.resource ?? "", event.instance ?? "", event.message ?? ""]);
+/** The same for as long as it is said again. */
+function groupKey({ event, since }) {
+  return JSON.stringify([event.type, event.resource ?? "", event.instance ?? "", event.message ?? "", since]);
 }
 
-/** The events with repetitions gathered under the newest: {key, event, times, since}, newest first. */
-function gather(events) {
-  const groups = new Map();
-  for (const event of events) {
-    const key = subjectKey(event);
-    const group = groups.get(key);
-    if (group) {
-      group.times += 1;
-      group.since = event.epochSeconds;
-    } else {
-      groups.set(key, { key, event, times: 1, since: event.epochSeconds });
-    }
-  }
-  return [...groups.values()];
-}
-
-export function renderEvents(events, resources, now) {
-  const groups = gather(events);
+/** Groups of events that repeat each other: {event, times, since}, the one with the newest event first. */
+export function renderEvents(groups, resources, now) {
   renderList(byId("event-list"), overviewItems, groups, resources, now);
   show(byId("events-empty"), groups.length === 0);
   setText(byId("events-count"), groups.length === 0 ? "" : String(groups.length));
   setText(byId("to-events"), groups.length === 0 ? "Events" : `Events (${groups.length})`);
 }
 
-/** The newest events of one resource, each by itself. */
-export function renderOwnEvents(events, now) {
-  const single = events.slice(0, OWN_EVENTS).map((event) => (
-    { key: event.time + subjectKey(event), event, times: 1, since: event.epochSeconds }));
-  renderList(byId("own-events"), ownItems, single, null, now);
-  const rest = events.length - single.length;
-  setText(byId("own-events-rest"), events.length === 0 ? "No events yet."
-    : rest > 0 ? `And ${rest} earlier, since ${words.moment(events.at(-1).epochSeconds, now)}.` : "");
+/** What was told of one resource, the newest of it. */
+export function renderOwnEvents(groups, now) {
+  const shown = groups.slice(0, OWN_EVENTS);
+  renderList(byId("own-events"), ownItems, shown, null, now);
+  const rest = groups.length - shown.length;
+  setText(byId("own-events-rest"), groups.length === 0 ? "No events yet."
+    : rest > 0 ? `And ${rest} earlier, since ${words.moment(groups.at(-1).since, now)}.` : "");
 }
 
 /** Without resources the events are those of one resource, and do not name it again. */
 function renderList(list, items, groups, resources, now) {
-  const byKey = new Map(groups.map((g) => [g.key, g]));
+  const byKey = new Map(groups.map((g) => [groupKey(g), g]));
   arrange(list, items, [...byKey.keys()], makeItem)
     .forEach((item) => updateItem(item, byKey.get(item.key), resources, now));
 }
@@ -103,11 +87,10 @@ function asSentence(text) {
 }
 
 /** Tells a listener what came since the last time; says nothing about what was there at the start. */
-export function announceNew(events, resources, now) {
-  const newest = events.length > 0 ? events[0].epochSeconds : 0;
-  const groups = gather(events);
+export function announceNew(groups, resources, now) {
+  const newest = groups.length > 0 ? groups[0].event.epochSeconds : 0;
   const fresh = heardUpTo === null ? [] : groups.filter(isNews);
-  groups.forEach((g) => lastHeard.set(g.key, g.event.epochSeconds));
+  groups.forEach((g) => lastHeard.set(groupKey(g), g.event.epochSeconds));
   heardUpTo = Math.max(heardUpTo ?? 0, newest);
   if (fresh.length === 0) {
     return;
@@ -120,7 +103,7 @@ export function announceNew(events, resources, now) {
 }
 
 function isNews(group) {
-  const before = lastHeard.get(group.key);
+  const before = lastHeard.get(groupKey(group));
   return before === undefined ? group.event.epochSeconds >= heardUpTo
     : group.event.epochSeconds - before >= QUIET_SECONDS;
 }

@@ -6,6 +6,7 @@ import com.fasterxml.jackson.databind.ObjectMapper;
 import com.fasterxml.jackson.databind.SerializerProvider;
 import com.fasterxml.jackson.databind.module.SimpleModule;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.Event;
+import com.quorin.sysmgt.tavl.LumetraAgent.events.EventGroup;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.EventLine;
 import com.quorin.sysmgt.tavl.LumetraAgent.http.WebContent;
 import com.quorin.sysmgt.tavl.LumetraAgent.http.WebProblem;
@@ -42,7 +43,8 @@ public final class JsonApi implements WebRoute {
     /** Making one takes several times its size, and a large machine's list of resources is megabytes. */
     private static final int MADE_AT_ONCE = 2;
 
-    private static final Pattern OF_RESOURCE = Pattern.compile("resources/([^/]*)/(trend|culprits|events)");
+    private static final Pattern OF_RESOURCE =
+            Pattern.compile("resources/([^/]*)/(trend|culprits|events|event-groups)");
     private static final Pattern NUMBER = Pattern.compile("\\d{1,10}");
     private static final Pattern LIMIT = Pattern.compile("limit=(\\d{1,4})");
     private static final ObjectMapper MAPPER = mapper();
@@ -121,6 +123,18 @@ public final class JsonApi implements WebRoute {
         }
     }
 
+    /** An event, and how often it was told. */
+    private record Group(EventLine event, long times, long since) {}
+
+    /** The groups as the interface wraps them. */
+    private record Groups(List<Group> groups) {
+
+        static Groups of(List<EventGroup> groups) {
+            return new Groups(groups.stream()
+                    .map(group -> new Group(EventLine.of(group.newest()), group.times(), group.since())).toList());
+        }
+    }
+
     private final AgentView view;
     private final Semaphore makers = new Semaphore(MADE_AT_ONCE);
     private final Map<String, Answer> answers = new LinkedHashMap<>(16, 0.75f, true);
@@ -141,10 +155,14 @@ public final class JsonApi implements WebRoute {
             int limit = limit(query);
             return rendered(rest + limit, Events.of(view.events(limit)));
         }
+        if (rest.equals("event-groups")) {
+            int limit = limit(query);
+            return rendered(rest + limit, Groups.of(view.eventGroups(limit)));
+        }
         Matcher parts = OF_RESOURCE.matcher(rest);
         if (!parts.matches()) {
-            throw new WebProblem(404, "There is nothing at this path; the paths are resources, events, "
-                    + "resources/ID/trend, resources/ID/culprits and resources/ID/events.");
+            throw new WebProblem(404, "There is nothing at this path; the paths are resources, events, event-groups, "
+                    + "resources/ID/trend, resources/ID/culprits, resources/ID/events and resources/ID/event-groups.");
         }
         return ofResource(id(parts.group(1)), parts.group(2), query);
     }
@@ -152,10 +170,11 @@ public final class JsonApi implements WebRoute {
     private WebContent ofResource(int id, String what, String query) throws WebProblem {
         Optional<?> shown;
         String key = id + what;
-        if (what.equals("events")) {
+        if (what.startsWith("event")) {
             int limit = limit(query);
             key += limit;
-            shown = view.events(id, limit).map(Events::of);
+            shown = what.equals("events") ? view.events(id, limit).map(Events::of)
+                    : view.eventGroups(id, limit).map(Groups::of);
         } else {
             WebRoute.refuseQuery(query);
             shown = what.equals("trend") ? view.trend(id) : view.culprits(id);
@@ -229,7 +248,7 @@ public final class JsonApi implements WebRoute {
 
     /** The view keeps its objects for as long as they are current, but may put events into a new list. */
     private static boolean isSame(Object before, Object now) {
-        return before == now || now instanceof Events && now.equals(before);
+        return before == now || (now instanceof Events || now instanceof Groups) && now.equals(before);
     }
 
     /** Writes an object of the interface as JSON, in UTF-8. */

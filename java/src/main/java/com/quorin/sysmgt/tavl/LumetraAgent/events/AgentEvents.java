@@ -10,7 +10,7 @@ import java.time.format.DateTimeFormatter;
 import java.util.Locale;
 import java.util.concurrent.atomic.AtomicLong;
 import java.util.concurrent.atomic.AtomicReference;
-import java.util.function.BinaryOperator;
+import java.util.function.BiFunction;
 import java.util.function.Consumer;
 import java.util.function.Supplier;
 
@@ -38,8 +38,10 @@ public final class AgentEvents {
     private static final AtomicReference<Announced> PREVIOUS = new AtomicReference<>(NONE);
     private static final AtomicLong FATAL_COUNT = new AtomicLong();
     private static final AtomicReference<PrintStream> OUTPUT = new AtomicReference<>(System.out);
-    private static final BinaryOperator<String> NOTHING_KNOWN = (name, instance) -> null;
-    private static final AtomicReference<BinaryOperator<String>> TRACK_RECORDS = new AtomicReference<>(NOTHING_KNOWN);
+    private static final BiFunction<String, String, Event.Background> NOTHING_KNOWN =
+            (name, instance) -> Event.Background.NONE;
+    private static final AtomicReference<BiFunction<String, String, Event.Background>> BACKGROUND =
+            new AtomicReference<>(NOTHING_KNOWN);
     private static final AtomicReference<EventFile> RECORD = new AtomicReference<>();
     private static final AtomicReference<Consumer<? super Event>> LISTENER = new AtomicReference<>();
 
@@ -136,9 +138,9 @@ public final class AgentEvents {
         LISTENER.set(listener);
     }
 
-    /** Asks from now on what came of earlier announcements about a resource, by its name and instance; null: nobody. */
-    public static void askForTrackRecords(BinaryOperator<String> words) {
-        TRACK_RECORDS.set(words);
+    /** Asks from now on what else is known of a resource that runs out, by its name and instance. */
+    public static void askForBackground(BiFunction<String, String, Event.Background> known) {
+        BACKGROUND.set(known);
     }
 
     /** Sends the lines of events elsewhere, records none and forgets what was announced before. */
@@ -146,7 +148,7 @@ public final class AgentEvents {
         OUTPUT.set(stream);
         RECORD.set(null);
         LISTENER.set(null);
-        TRACK_RECORDS.set(NOTHING_KNOWN);
+        BACKGROUND.set(NOTHING_KNOWN);
         PREVIOUS.set(NONE);
         FATAL_COUNT.set(0);
     }
@@ -154,7 +156,7 @@ public final class AgentEvents {
     private static Event exhaustion(
             String timeText, double seconds, String name, String instance, String culprit) {
         return new Event.Exhaustion(Event.Moment.now(), Event.Subject.told(name, instance), seconds, timeText,
-                Culprit.parse(culprit), culprit, TRACK_RECORDS.get().apply(name, instance));
+                Culprit.parse(culprit), culprit, BACKGROUND.get().apply(name, instance));
     }
 
     private static Event limitReached(Event.Type type, String name, String instance, double limit) {

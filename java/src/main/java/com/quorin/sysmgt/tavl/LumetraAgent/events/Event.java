@@ -64,10 +64,21 @@ public sealed interface Event {
         }
 
         /** The same names, with one spelling for "no instance". */
-        Subject plain() {
+        public Subject plain() {
             boolean none = instance == null || instance.equals(NO_INSTANCE);
             return new Subject(resource == null ? "" : resource, none ? "" : instance);
         }
+    }
+
+    /**
+     * What is known of an announced exhaustion besides the announcement.
+     *
+     * @param trackRecord  what came of earlier announcements, in words; null when there is nothing to say
+     * @param episodeSince when its episode began, in seconds since the epoch; 0 when that is unknown
+     */
+    record Background(String trackRecord, long episodeSince) {
+
+        public static final Background NONE = new Background(null, 0);
     }
 
     /**
@@ -77,10 +88,10 @@ public sealed interface Event {
      * @param timeToExhaustion    the same in the library's words; may be null
      * @param culprits            the processes that use most of it
      * @param culpritText         the same in the library's words; may be null
-     * @param trackRecord         what came of earlier announcements, in words; null when there is nothing to say
+     * @param background          what else is known of it
      */
     record Exhaustion(Moment at, Subject subject, double secondsToExhaustion, String timeToExhaustion,
-            List<Culprit> culprits, String culpritText, String trackRecord) implements Event {
+            List<Culprit> culprits, String culpritText, Background background) implements Event {
 
         @Override
         public Type type() {

@@ -15,7 +15,8 @@ import java.util.function.Consumer;
 import java.util.function.Predicate;
 
 /**
- * The newest events, those of earlier runs included. Events are never changed once they are here.
+ * The newest events, those of earlier runs included, one by one and gathered by what they repeat. Events are never
+ * changed once they are here.
  *
  * <p>All methods may be called from any thread.
  */
@@ -27,6 +28,7 @@ public final class EventHistory implements Consumer<Event> {
     private static final int LONGEST_TAIL = 1024 * 1024;
 
     private final Deque<Event> newestFirst = new ArrayDeque<>();
+    private final EventGroups groups = new EventGroups(MOST);
     private final EventCounts counts = new EventCounts();
 
     /** The events that a file of events and its older generation end with. What cannot be read yields none. */
@@ -63,6 +65,7 @@ public final class EventHistory implements Consumer<Event> {
             if (newestFirst.size() > MOST) {
                 newestFirst.removeLast();
             }
+            groups.add(event);
         }
     }
 
@@ -77,9 +80,22 @@ public final class EventHistory implements Consumer<Event> {
      * @param name as it is displayed
      */
     public List<Event> newestOf(String name, String instance, int limit) {
+        return newest(limit, isOf(name, instance));
+    }
+
+    /** At most so many groups, the one with the newest event first. */
+    public List<EventGroup> newestGroups(int limit) {
+        return newestGroups(limit, event -> true);
+    }
+
+    /** At most so many groups of one resource, as {@link #newestOf} has its events. */
+    public List<EventGroup> newestGroupsOf(String name, String instance, int limit) {
+        return newestGroups(limit, isOf(name, instance));
+    }
+
+    private static Predicate<Event> isOf(String name, String instance) {
         Event.Subject wanted = new Event.Subject(name, instance).plain();
-        return newest(limit, event -> event.subject().resource() != null
-                && event.subject().plain().equals(wanted));
+        return event -> event.subject().resource() != null && event.subject().plain().equals(wanted);
     }
 
     private List<Event> newest(int limit, Predicate<Event> wanted) {
@@ -88,6 +104,14 @@ public final class EventHistory implements Consumer<Event> {
             all = new ArrayList<>(newestFirst);
         }
         return all.stream().filter(wanted).limit(Math.max(0, limit)).toList();
+    }
+
+    private List<EventGroup> newestGroups(int limit, Predicate<Event> wanted) {
+        List<EventGroup> all;
+        synchronized (newestFirst) {
+            all = groups.newestFirst();
+        }
+        return all.stream().filter(group -> wanted.test(group.newest())).limit(Math.max(0, limit)).toList();
     }
 
     /** The whole lines at the end of a file, at most so many bytes. */

@@ -15,25 +15,27 @@ import java.util.Optional;
  */
 public record EventLine(String time, long epochSeconds, String type, String resource, String instance,
         Double secondsToExhaustion, String timeToExhaustion, Double limit, List<Culprit> culprits,
-        String culpritText, String trackRecord, String message) {
+        String culpritText, String trackRecord, Long episodeSince, String message) {
 
     /** The members of an event. */
     public static EventLine of(Event event) {
         if (event instanceof Event.Exhaustion e) {
             return of(e, finite(e.secondsToExhaustion()), e.timeToExhaustion(), null, e.culprits(),
-                    e.culpritText(), e.trackRecord(), null);
+                    e.culpritText(), e.background(), null);
         }
+        Event.Background none = Event.Background.NONE;
         if (event instanceof Event.LimitReached e) {
-            return of(e, null, null, finite(e.limit()), List.of(), null, null, null);
+            return of(e, null, null, finite(e.limit()), List.of(), null, none, null);
         }
-        return of(event, null, null, null, List.of(), null, null, ((Event.Failure) event).message());
+        return of(event, null, null, null, List.of(), null, none, ((Event.Failure) event).message());
     }
 
     private static EventLine of(Event event, Double seconds, String time, Double limit, List<Culprit> culprits,
-            String culpritText, String trackRecord, String message) {
+            String culpritText, Event.Background background, String message) {
+        Long since = background.episodeSince() == 0 ? null : (Long) background.episodeSince();
         return new EventLine(event.at().text(), event.at().epochSeconds(), event.type().word(),
                 event.subject().resource(), event.subject().instance(), seconds, time, limit, culprits,
-                culpritText, trackRecord, message);
+                culpritText, background.trackRecord(), since, message);
     }
 
     /** A number that JSON can spell, or null. */
@@ -68,7 +70,7 @@ public record EventLine(String time, long epochSeconds, String type, String reso
                 return Optional.of(switch (type) {
                     case EXHAUSTION -> new Event.Exhaustion(at, subject, number(line, "secondsToExhaustion"),
                             text(line, "timeToExhaustion"), culprits(line), text(line, "culpritText"),
-                            text(line, "trackRecord"));
+                            new Event.Background(text(line, "trackRecord"), line.path("episodeSince").asLong()));
                     case UPPER_TOLERANCE, INNER_TOLERANCE ->
                             new Event.LimitReached(at, type, subject, number(line, "limit"));
                     case FATAL -> new Event.Failure(at, text(line, "message"));

@@ -8,6 +8,7 @@ import com.quorin.sysmgt.tavl.LumetraAgent.check.HomeFiles;
 import com.quorin.sysmgt.tavl.LumetraAgent.client.PathName;
 import com.quorin.sysmgt.tavl.LumetraAgent.client.WholeNumber;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.AgentEvents;
+import com.quorin.sysmgt.tavl.LumetraAgent.events.Event;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.EventHistory;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.EventFile;
 import com.quorin.sysmgt.tavl.LumetraAgent.http.SpareThreads;
@@ -125,6 +126,7 @@ final class RunCommand implements Callable<Integer> {
     private EventHistory events;
     private FeedFollower follower;
     private ScoreBook score;
+    private final OpenEpisodes episodes = new OpenEpisodes();
     private volatile AgentRun run;
     private AgentMonitor monitor;
     private ReadingProgress reading;
@@ -233,14 +235,14 @@ final class RunCommand implements Callable<Integer> {
         monitor = new AgentMonitor(out, System.nanoTime());
         reading = new ReadingProgress(out, LibraryFeed::reading);
         score = new ScoreBook(new ScoreFile(SCORE), out::println);
-        AgentEvents.askForTrackRecords(this::trackRecord);
+        AgentEvents.askForBackground(this::background);
         if (score.isNew()) {
             Thread thread = new Thread(this::scoreThePast, "lumetra-score");
             thread.setDaemon(true);
             thread.setPriority(Thread.MIN_PRIORITY);
             thread.start();
         }
-        List<Consumer<? super Publication>> readers = new ArrayList<>(List.of(monitor));
+        List<Consumer<? super Publication>> readers = new ArrayList<>(List.of(monitor, episodes));
         if (page.isWanted()) {
             events = EventHistory.of(EVENTS);
             view = new AgentWatch(homeText(), Program.Version.text(), () -> !run.hasEnded(), feed, events, score,
@@ -275,9 +277,10 @@ final class RunCommand implements Callable<Integer> {
         }
     }
 
-    private String trackRecord(String name, String instance) {
+    private Event.Background background(String name, String instance) {
         long now = System.currentTimeMillis() / 1000;
-        return score.of(name, instance).words(score.since(now), now, true);
+        return new Event.Background(score.of(name, instance).words(score.since(now), now, true),
+                episodes.since(name, instance));
     }
 
     /** The agent does its work with the page or without. */

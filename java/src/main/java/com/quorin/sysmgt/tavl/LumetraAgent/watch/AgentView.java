@@ -2,6 +2,7 @@ package com.quorin.sysmgt.tavl.LumetraAgent.watch;
 
 import com.quorin.sysmgt.tavl.LumetraAgent.events.Event;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.EventCounts;
+import com.quorin.sysmgt.tavl.LumetraAgent.events.EventGroup;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.CulpritReport;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Snapshot;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.TrendView;
@@ -34,6 +35,12 @@ public interface AgentView {
 
     /** At most so many of the newest events of one resource, newest first; empty when there is no such resource. */
     Optional<List<Event>> events(int id, int limit);
+
+    /** At most so many groups of events that repeat each other, the one with the newest event first. */
+    List<EventGroup> eventGroups(int limit);
+
+    /** The same of one resource; empty when there is no such resource. */
+    Optional<List<EventGroup>> eventGroups(int id, int limit);
 
     /** How many events there were since the start of the process: counts that grow with every event. */
     EventCounts eventCounts();

@@ -4,6 +4,7 @@ import com.quorin.sysmgt.tavl.LumetraAgent.TrendReader;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.AgentEvents;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.Event;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.EventCounts;
+import com.quorin.sysmgt.tavl.LumetraAgent.events.EventGroup;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.EventHistory;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.ArchiveHistory;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.ArchiveLine;
@@ -264,6 +265,16 @@ public final class AgentWatch implements AgentView, Consumer<Publication> {
     @Override
     public Optional<List<Event>> events(int id, int limit) {
         return names(id).map(n -> events.newestOf(n.key().name(), n.key().instance(), limit));
+    }
+
+    @Override
+    public List<EventGroup> eventGroups(int limit) {
+        return events.newestGroups(limit);
+    }
+
+    @Override
+    public Optional<List<EventGroup>> eventGroups(int id, int limit) {
+        return names(id).map(n -> events.newestGroupsOf(n.key().name(), n.key().instance(), limit));
     }
 
     @Override

@@ -84,11 +84,17 @@ class JsonApiTest {
         assertEquals(100, json("events", null).get("events").size());
         assertEquals(1000, json("events", "limit=1000").get("events").size());
         assertEquals(3, json("resources/7/events", "limit=3").get("events").size());
+        assertEquals(100, json("event-groups", null).get("groups").size());
+        assertEquals(3, json("resources/7/event-groups", "limit=3").get("groups").size());
+        JsonNode group = json("event-groups", "limit=1").at("/groups/0");
+        assertEquals("fatal", group.at("/event/type").textValue());
+        assertEquals(3, group.get("times").intValue());
+        assertEquals(700, group.get("since").intValue());
     }
 
     @ParameterizedTest
     @CsvSource({"events,limit=0", "events,limit=1001", "events,limit=-1", "events,limit=1x", "events,limit=",
-        "events,limit=99999999999", "events,''", "events,limit=1&limit=2", "events,LIMIT=1", "events,x=1",
+        "events,limit=99999999999", "events,''", "events,limit=1&limit=2", "events,LIMIT=1", "events,x=1", "event-groups,limit=0",
         "events,limit=%31", "resources,limit=1", "resources/7/trend,limit=1", "resources/7/culprits,''",
         "resources/x/trend,", "resources//trend,", "resources/-1/trend,", "resources/12345678901/trend,",
         "resources/7%20/trend,", "resources/+7/events,", "resources/../events,"})
@@ -99,7 +105,7 @@ class JsonApiTest {
     @ParameterizedTest
     @CsvSource({"'',", "resource,", "resources/,", "resources/7,", "resources/7/,", "resources/7/trend/,",
         "resources/7/Trend,", "events/,", "resources/8/trend,", "resources/8/culprits,",
-        "resources/8/events,", "resources/2147483648/trend,", "resources/9999999999/events,", "%65vents,"})
+        "resources/8/events,", "resources/8/event-groups,", "event-group,", "resources/2147483648/trend,", "resources/9999999999/events,", "%65vents,"})
     void unknownPaths(String path, String query) {
         assertEquals(404, assertThrows(WebProblem.class, () -> ask(path, query)).status());
     }
@@ -109,6 +115,7 @@ class JsonApiTest {
         WebContent first = ask("resources", null);
         assertSame(first, ask("resources", null));
         assertSame(ask("events", "limit=5"), ask("events", "limit=5"));
+        assertSame(ask("event-groups", "limit=5"), ask("event-groups", "limit=5"));
         view.snapshot = FakeView.snapshot(new ArrayList<>());
         WebContent next = ask("resources", null);
         assertNotSame(first, next);

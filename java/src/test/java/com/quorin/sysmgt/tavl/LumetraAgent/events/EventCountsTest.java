@@ -15,7 +15,8 @@ class EventCountsTest {
     private void tell(Event.Type type, String resource, String instance) {
         Event.Subject subject = new Event.Subject(resource, instance);
         counts.add(switch (type) {
-            case EXHAUSTION -> new Event.Exhaustion(NOW, subject, 1.0, null, List.of(), null, null);
+            case EXHAUSTION -> new Event.Exhaustion(NOW, subject, 1.0, null, List.of(), null,
+                    Event.Background.NONE);
             case UPPER_TOLERANCE, INNER_TOLERANCE -> new Event.LimitReached(NOW, type, subject, 100.0);
             case FATAL -> new Event.Failure(NOW, resource);
         });

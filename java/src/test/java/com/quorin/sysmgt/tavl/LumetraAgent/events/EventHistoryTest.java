@@ -101,7 +101,7 @@ class EventHistoryTest {
         assertEquals(new Event.LimitReached(at, Event.Type.INNER_TOLERANCE, Event.Subject.NONE, Double.NaN),
                 only("{\"time\":\"t\",\"epochSeconds\":8,\"type\":\"innerTolerance\",\"limit\":\"x\"}"));
         assertEquals(new Event.Exhaustion(at, new Event.Subject("Swap", null), Double.NaN, null,
-                        List.of(new Culprit("a", 1, 2)), null, null),
+                        List.of(new Culprit("a", 1, 2)), null, Event.Background.NONE),
                 only("{\"time\":\"t\",\"epochSeconds\":8,\"type\":\"exhaustion\",\"resource\":\"Swap\",\"instance\":3,"
                         + "\"culprits\":[{\"name\":\"a\",\"pid\":1,\"value\":2},{\"name\":7},5]}"));
     }

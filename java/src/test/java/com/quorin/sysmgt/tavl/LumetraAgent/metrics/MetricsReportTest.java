@@ -68,7 +68,8 @@ class MetricsReportTest {
     }
 
     private void tellExhaustion(String resource, String instance) {
-        events.add(new Event.Exhaustion(NOW, new Event.Subject(resource, instance), 1.0, null, List.of(), null, null));
+        events.add(new Event.Exhaustion(NOW, new Event.Subject(resource, instance), 1.0, null, List.of(), null,
+                Event.Background.NONE));
     }
 
     @Test

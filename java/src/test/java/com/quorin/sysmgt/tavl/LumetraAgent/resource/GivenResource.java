@@ -38,6 +38,7 @@ public final class GivenResource {
     public int slots = 1728;
     public int samples = 1;
     public RunResource.Forecast forecast;
+    public long episodeSince;
     double level;
 
     private GivenResource(int id) {
@@ -82,7 +83,8 @@ public final class GivenResource {
                 new RunResource.Reading(value, isRead, measured, isMeasured, configured),
                 new RunResource.Analysis(
                         method, new RunResource.Limits(lower, upper, reached), 4.8, slots, samples),
-                forecast, new RunResource.Notification(forecast != null && forecast.hasExhaustion(), level, 5, 0));
+                forecast, new RunResource.Notification(forecast != null && forecast.hasExhaustion(), level, 5,
+                        episodeSince));
     }
 
     /** The state after a cycle of two seconds of an agent that samples every ten. */

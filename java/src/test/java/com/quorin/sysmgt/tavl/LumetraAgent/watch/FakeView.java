@@ -4,6 +4,7 @@ import com.quorin.sysmgt.tavl.LumetraAgent.TrendReader;
 import com.quorin.sysmgt.tavl.LumetraAgent.api.JsonApi;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.Event;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.EventCounts;
+import com.quorin.sysmgt.tavl.LumetraAgent.events.EventGroup;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.Culprit;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.CulpritReport;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.ResourceState;
@@ -106,6 +107,16 @@ public class FakeView implements AgentView {
     @Override
     public Optional<List<Event>> events(int id, int limit) {
         return has(id) ? Optional.of(events(limit)) : Optional.empty();
+    }
+
+    @Override
+    public List<EventGroup> eventGroups(int limit) {
+        return events(limit).stream().map(event -> new EventGroup(event, 3, 700)).toList();
+    }
+
+    @Override
+    public Optional<List<EventGroup>> eventGroups(int id, int limit) {
+        return has(id) ? Optional.of(eventGroups(limit)) : Optional.empty();
     }
 
     @Override
