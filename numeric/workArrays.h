@@ -1,8 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdlib>
-#include <memory>
 #include <type_traits>
 
 namespace obrin {
@@ -17,42 +15,49 @@ void* allocateWork(const char* name, std::size_t elementSize, int elements);
 /// The first half of the above: reports a count below 1, and nothing else.
 void reportWorkCount(const char* name, int elements);
 
+/// The same, not zeroed, for memory that is the calling thread's: what it does not give back is freed when it
+/// ends. Not by a destructor of something thread_local: where memory is short, registering one ends the
+/// process.
+void* allocateThreadWork(const char* name, std::size_t elementSize, int elements);
+
+/// Gives back what allocateThreadWork() gave to this very thread; null is nothing.
+void freeThreadWork(void* memory) noexcept;
+
 /// A scratch array of the toolkit that lives between calls and only grows, so that a second call of the same
-/// or a smaller size takes no memory. One owner, one thread (make it thread_local where it serves a
+/// or a smaller size takes no memory. One thread, whose end frees it (make it thread_local where it serves a
 /// function); contents do not survive a get(), which may move the array.
 template <class T>
 class WorkArray {
     static_assert(std::is_trivially_copyable_v<T> && std::is_trivially_destructible_v<T>);
+    static_assert(alignof(T) <= alignof(std::max_align_t));
 
 public:
     /// `name` is what the allocation messages call it; a literal.
     explicit constexpr WorkArray(const char* name) : name_(name) {}
 
     /// Room for `elements` elements, contents undefined. Reports and ends as allocateWork() does; the report
-    /// of a count below 1 comes whether it has to grow or not. Valid until the next get() or the owner's end.
+    /// of a count below 1 comes whether it has to grow or not. Valid until the next get() or the thread's
+    /// end.
     T* get(int elements) {
         if (elements > capacity_ || capacity_ == 0) {
             grow(elements);
         } else if (elements < 1) {
             reportWorkCount(name_, elements);
         }
-        return memory_.get();
+        return memory_;
     }
 
 private:
-    struct Free {
-        void operator()(T* memory) const { std::free(memory); }
-    };
-
     void grow(int elements) {
-        memory_.reset(); // first, so that old and new are never held together
+        freeThreadWork(memory_); // first, so that old and new are never held together
+        memory_ = nullptr;
         capacity_ = 0;
-        memory_.reset(static_cast<T*>(allocateWork(name_, sizeof(T), elements)));
+        memory_ = static_cast<T*>(allocateThreadWork(name_, sizeof(T), elements));
         capacity_ = elements < 1 ? 1 : elements;
     }
 
     const char* name_;
-    std::unique_ptr<T, Free> memory_;
+    T* memory_ = nullptr;
     int capacity_ = 0;
 };
 

@@ -2,7 +2,11 @@
 
 #include <climits>
 #include <cstdint>
+#include <cstdlib>
 #include <gtest/gtest.h>
+#include <malloc.h>
+#include <memory>
+#include <thread>
 
 namespace obrin {
 namespace {
@@ -59,6 +63,44 @@ TEST(WorkArrays, ArrayGrowsToEverySizeAskedFor) {
         }
         ASSERT_EQ(memory[elements - 1], elements - 1);
     }
+}
+
+TEST(WorkArrays, WhatAThreadHoldsIsFreedWhenItEnds) {
+    const auto work = [] {
+        thread_local WorkArray<double> first("first");
+        thread_local WorkArray<float> second("second");
+        for (const int elements : {1, 1 << 20, 1 << 21}) { // the middle one of three is given back in between
+            first.get(elements)[elements - 1] = 1.0;
+            second.get(elements)[elements - 1] = 1.0F;
+        }
+    };
+    const std::size_t before = ::mallinfo2().hblkhd;
+    for (int i = 0; i < 3; ++i) {
+        std::thread(work).join();
+    }
+    EXPECT_EQ(::mallinfo2().hblkhd, before) << "the leak checker of a sanitizer sees it too";
+}
+
+TEST(WorkArrays, AnyOrderOfGivingBackLeavesTheRestWhole) {
+    std::thread([] {
+        void* blocks[4];
+        for (int given : {0, 1, 2, 3}) {
+            blocks[given] = allocateThreadWork("block", sizeof(double), 100);
+        }
+        for (int given : {1, 3, 0}) {
+            freeThreadWork(blocks[given]);
+        }
+        freeThreadWork(nullptr);
+        static_cast<double*>(blocks[2])[99] = 1.0;
+        allocateThreadWork("block", sizeof(double), 100);
+    }).join();
+}
+
+TEST(WorkArrays, RefusedMemoryOfAThreadEndsTheProcessAlike) {
+    EXPECT_EXIT(allocateThreadWork("diff", SIZE_MAX, 2), Exited(1),
+                "^Error allocating array diff\nSizeof -1, n_elements 2\n$");
+    EXPECT_EXIT(allocateThreadWork("diff", SIZE_MAX / 2, 2), Exited(1), "Error allocating array diff\n");
+    EXPECT_EXIT(allocateThreadWork("diff", INT_MAX, INT_MAX), Exited(1), "Error allocating array diff\n");
 }
 
 TEST(WorkArrays, LivingArrayReportsACountBelowOneEveryTime) {
