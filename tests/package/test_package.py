@@ -265,8 +265,8 @@ class SameBytesTest(unittest.TestCase):
         self.assertEqual(installed, {name.replace("debhelper-compat", "debhelper") for name in wanted - {"dh-sequence-installsysusers"}})
 
 
-class PackageTest(unittest.TestCase):
-    """The tests follow the life of an installation, in the order of their names."""
+class InstalledTest(unittest.TestCase):
+    """Tests that install packages on a copy of this machine."""
 
     @classmethod
     def setUpClass(cls):
@@ -281,15 +281,10 @@ class PackageTest(unittest.TestCase):
             raise unittest.SkipTest("no copy of this machine can be made: " + cls.machine.trouble)
         if "install ok" in cls.machine.run("dpkg-query", "-W", "-f=${Status}", "lumetra-agent", expected=None):
             raise unittest.SkipTest("the package is installed on this machine already")
-        cls.package = package()
-        cls.output = os.path.dirname(cls.package)
         cls.unit = packaged("lumetra-agent.service")
         # An index of all manual pages after each step takes longer than the steps.
         cls.machine.run("sh", "-c", "! command -v debconf-set-selections || "
                         "echo man-db man-db/auto-update boolean false | debconf-set-selections")
-        cls.before = cls.machine.changes()
-        cls.users_before = cls.machine.run("cat", "/etc/passwd", "/etc/group", "/etc/shadow", "/etc/gshadow")
-        cls.installed = cls.install(cls.package)
 
     @classmethod
     def install(cls, package):
@@ -317,6 +312,59 @@ class PackageTest(unittest.TestCase):
         printed = agent.communicate(timeout=remaining())[0]
         self.assertEqual(0, agent.returncode, printed)
         return printed
+
+
+class UpgradeTest(InstalledTest):
+    """From the sources as 0.1.0 left them."""
+
+    EARLIER = "c656d6ed3ae659f8848eed07223dfaa9b60017f0"
+
+    def earlier_package(self):
+        """The package of those sources, built here; the path of its file."""
+        if subprocess.run(["git", "-C", PROJECT, "cat-file", "-e", self.EARLIER], stderr=subprocess.DEVNULL, check=False).returncode:
+            self.skipTest("this checkout has no history that goes back to 0.1.0")
+        folder = tempfile.mkdtemp(prefix="lumetra-earlier-")
+        self.addCleanup(shutil.rmtree, folder, ignore_errors=True)
+        sources = subprocess.run(["git", "-C", PROJECT, "archive", self.EARLIER], stdout=subprocess.PIPE, check=True).stdout
+        subprocess.run(["tar", "-x", "-C", folder], input=sources, check=True)
+        return output_of([os.path.join(folder, "build-package")]).splitlines()[-1]
+
+    @long_only
+    def test_every_number_and_sample_is_kept(self):
+        self.install(self.earlier_package())
+        self.assertTrue(self.machine.run("dpkg-query", "-W", "-f=${Version}", "lumetra-agent").startswith("0.1.0-"))
+        self.machine.run("sed", "-i", "6s/.*/1000/", "/etc/lumetra-agent/AutoConfig.ini")
+        for _ in range(2):
+            self.run_agent("--port", "0")
+        kept = {name: self.machine.run("cat", HOME + "/data/" + name) for name in ("LumetraArchive.txt", "ScratchPad.txt")}
+        events = self.machine.run("sh", "-c", f"cat {LOGS}/events.jsonl 2>/dev/null || true")
+        self.assertGreaterEqual(len(kept["LumetraArchive.txt"].splitlines()), 2)
+        self.assertIn("LogicalDisk", kept["ScratchPad.txt"])
+        self.install(package())
+        self.assertEqual(packaged("changelog").split("(")[1].split(")")[0],
+                         self.machine.run("dpkg-query", "-W", "-f=${Version}", "lumetra-agent"))
+        printed = self.run_agent("--port", "0")
+        self.assertRegex(printed, r"Resumed with \d+ samples of \d+ resources from the archive\.")
+        for name, text in kept.items():
+            self.assertTrue(self.machine.run("cat", HOME + "/data/" + name).startswith(text), name)
+        self.assertTrue(self.machine.run("sh", "-c", f"cat {LOGS}/events.jsonl 2>/dev/null || true").startswith(events))
+        self.assertEqual("1000", self.machine.run("sed", "-n", "6p", "/etc/lumetra-agent/AutoConfig.ini").strip())
+        lines = self.machine.run("cat", HOME + "/data/LumetraArchive.txt").splitlines()
+        numbers = [{words[i] for i in range(1, len(words) - 1, 3)} for words in (line.split() for line in (lines[0], lines[-1]))]
+        self.assertLessEqual(numbers[0], numbers[1], "each resource goes on under its number")
+
+
+class PackageTest(InstalledTest):
+    """The tests follow the life of an installation, in the order of their names."""
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.package = package()
+        cls.output = os.path.dirname(cls.package)
+        cls.before = cls.machine.changes()
+        cls.users_before = cls.machine.run("cat", "/etc/passwd", "/etc/group", "/etc/shadow", "/etc/gshadow")
+        cls.installed = cls.install(cls.package)
 
     def test_1_lintian_has_no_complaint(self):
         if not shutil.which("lintian"):
@@ -572,9 +620,9 @@ class PackageTest(unittest.TestCase):
         kept = ["/etc/lumetra-agent/AutoConfig.ini", "/etc/lumetra-agent/resources.txt", HOME + "/data/LumetraArchive.txt",
                 HOME + "/data/ScratchPad.txt", HOME + "/config/resources.txt", LOGS + "/LumetraAgent.log"]
         before = self.machine.run("sha256sum", *kept)
-        later = "0.1.0-1+later1"
+        later = "1.0.0-1+later1"
         self.install(build(self.output, "--version", later) if LONG else with_version(self.package, later))
-        self.assertIn("0.1.0-1+later1", self.machine.run("dpkg-query", "-W", "lumetra-agent"))
+        self.assertIn("1.0.0-1+later1", self.machine.run("dpkg-query", "-W", "lumetra-agent"))
         self.assertEqual(before, self.machine.run("sha256sum", *kept))
 
     def test_5_configuring_it_again_changes_nothing(self):

@@ -1,5 +1,10 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.text;
 
+import java.io.File;
+import java.io.IOException;
+import java.net.URISyntaxException;
+import java.util.Optional;
+import java.util.jar.JarFile;
 import picocli.CommandLine.IVersionProvider;
 
 /** What all commands of the program share: how it ends, and which version it is. */
@@ -28,7 +33,17 @@ public final class Program {
 
         @Override
         public String[] getVersion() {
-            return new String[] {"Lumetra Agent " + text()};
+            return new String[] {"Lumetra Agent " + text() + commit().map(c -> " (" + c + ")").orElse("")};
+        }
+
+        /** The commit that the archive was built from, with "+" when more was changed; empty when nobody knows. */
+        private static Optional<String> commit() {
+            try (JarFile archive = new JarFile(
+                    new File(Program.class.getProtectionDomain().getCodeSource().getLocation().toURI()))) {
+                return Optional.ofNullable(archive.getManifest().getMainAttributes().getValue("Lumetra-Commit"));
+            } catch (IOException | URISyntaxException | RuntimeException e) {
+                return Optional.empty();
+            }
         }
     }
 
