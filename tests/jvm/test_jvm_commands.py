@@ -151,9 +151,9 @@ class Help(JavaTest):
             self.assertEqual((result.returncode, result.stderr), (0, ""))
             self.assertIn("Usage: " + " ".join(("lumetra", *arguments)), result.stdout)
             self.assertIn("Exit codes:", result.stdout)
-        with open(os.path.join(PROJECT, "CMakeLists.txt"), encoding="utf-8") as file:
+        with open(os.path.join(agent_home.PROJECT, "CMakeLists.txt"), encoding="utf-8") as file:
             version = re.search(r"^project\(\w+ VERSION ([\d.]+)", file.read(), re.MULTILINE).group(1)
-        git = ["git", "-C", PROJECT, "rev-parse", "HEAD"]
+        git = ["git", "-C", agent_home.PROJECT, "rev-parse", "HEAD"]
         commit = r" \([0-9a-f]{12}\+?\)" if subprocess.run(git, capture_output=True, check=False).returncode == 0 else ""
         self.assertRegex(lumetra("--version").stdout, rf"^Lumetra Agent {re.escape(version)}{commit}\n$")
         run = subprocess.run(["java", "-jar", JAR, "run", "--help"], capture_output=True, text=True)

@@ -343,7 +343,7 @@ class UpgradeTest(InstalledTest):
         self.install(package())
         self.assertEqual(packaged("changelog").split("(")[1].split(")")[0],
                          self.machine.run("dpkg-query", "-W", "-f=${Version}", "lumetra-agent"))
-        printed = self.run_agent("--port", "0")
+        printed = self.end_of(self.agent("--for", "5", "--port", "0"))
         self.assertRegex(printed, r"Resumed with \d+ samples of \d+ resources from the archive\.")
         for name, text in kept.items():
             self.assertTrue(self.machine.run("cat", HOME + "/data/" + name).startswith(text), name)
