@@ -167,7 +167,8 @@ class Help(JavaTest):
     def test_a_wrong_command_line_is_one_line_and_a_hint(self):
         wrong = (("status", "--watch", "0"), ("status", "--url", "nowhere"), ("status", "--port", "0"),
                  ("status", "--port", "1", "--url", "http://a/"), ("plot", "--format", "gif"),
-                 ("plot", "--output", "/no"), ("status", "more"), ("run", "--port", "x"),
+                 ("plot", "--output", "/no"), ("plot", "--report", "all.gif"), ("plot", "--report", "a.pdf", "--format", "svg"),
+                 ("status", "more"), ("run", "--port", "x"),
                  ("run", "--port", "65536"), ("run", "--listen", ""))
         for arguments in some(wrong, 2):
             result = lumetra(*arguments)
@@ -399,6 +400,20 @@ class Plot(CommandTest):
             curves = [path for path in re.findall(r"<path[^>]* d='([^']*)'", text) if path.count("L") + path.count(",") > 50]
             self.assertTrue(curves, "no curve of many points")
         self.assertEqual(len(os.listdir(directory)), 1)
+
+    def test_all_resources_are_one_report_a_page_each_or_in_one_picture(self):
+        directory = self.directory()
+        self.assertEqual("all.pdf\n", self.run_ok("plot", "--report", "all.pdf", cwd=directory))
+        with open(os.path.join(directory, "all.pdf"), "rb") as file:
+            report = file.read()
+        self.assertTrue(report.startswith(b"%PDF-"))
+        self.assertEqual(2, int(re.search(rb"/Count (\d+)", report).group(1)), "pages")
+        path = self.run_ok("plot", "--report", os.path.join(directory, "all.png")).strip()
+        self.assertGreater(len(set(self.picture(path))), 20, "blank paper")
+        with open(path, "rb") as file:
+            self.assertEqual((2000, 560), struct.unpack(">II", file.read()[16:24]))
+        self.assertEqual(["all.pdf", "all.png"], sorted(os.listdir(directory)))
+        self.run_bad(1, "/nowhere: no such directory", "plot", "--report", "/nowhere/all.pdf", "--port", str(self.port))
 
     def test_an_unknown_resource_is_named_with_the_known_ones(self):
         result = self.run_bad(1, 'no resource has the number or the text "nothing"; there are ', "plot", "nothing", "--port",

@@ -24,6 +24,7 @@ public final class Gnuplot {
     private static final int LONGEST_COMPLAINT = 4096;
     private static final Map<String, byte[]> BEGINNINGS = Map.of(
             "png", new byte[] {(byte) 0x89, 'P', 'N', 'G'},
+            "pdf", "%PDF-".getBytes(StandardCharsets.US_ASCII),
             "svg", "<?xml".getBytes(StandardCharsets.US_ASCII));
 
     private Gnuplot() {}
@@ -48,7 +49,7 @@ public final class Gnuplot {
     /**
      * Draws a picture.
      *
-     * @param format "png" or "svg", as the script says
+     * @param format "png", "pdf" or "svg", as the script says
      * @throws Failed when there is no gnuplot, or it draws nothing
      */
     static byte[] draw(String script, String format) throws Failed {

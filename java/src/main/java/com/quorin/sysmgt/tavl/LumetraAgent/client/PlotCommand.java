@@ -6,13 +6,17 @@ import com.quorin.sysmgt.tavl.LumetraAgent.text.Program;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
 import java.io.IOException;
 import java.nio.file.AccessDeniedException;
+import java.nio.file.NoSuchFileException;
 import java.nio.file.Path;
 import java.time.ZoneId;
 import java.util.ArrayList;
 import java.util.Arrays;
+import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Locale;
+import java.util.Map;
 import java.util.concurrent.Callable;
+import picocli.CommandLine.ArgGroup;
 import picocli.CommandLine.Command;
 import picocli.CommandLine.ITypeConverter;
 import picocli.CommandLine.Mixin;
@@ -23,7 +27,7 @@ import picocli.CommandLine.TypeConversionException;
 /** Draws charts of a running agent's resources into files. */
 @Command(name = "plot", mixinStandardHelpOptions = true, versionProvider = Program.Version.class,
         description = "Draws samples, forecast, limit and notification level of resources of a running "
-                + "agent, a file for each, by gnuplot (package gnuplot-nox).",
+                + "agent, a file for each or one for all, by gnuplot (package gnuplot-nox).",
         footerHeading = "%nExit codes:%n",
         footer = {"  0  all files were written; standard output names them",
             "  1  one at least could not be written, or no agent answers",
@@ -33,6 +37,9 @@ public final class PlotCommand implements Callable<Integer> {
     private static final int LONGEST_NAME = 120;
     private static final int SHOWN_CHOICES = 8;
     private static final long SECOND = 1_000_000_000L;
+
+    /** Pictures of a greater height are more than cairo draws. */
+    private static final int MOST_IN_PICTURE = 100;
 
     /** The kinds of picture. */
     enum Format {
@@ -69,16 +76,45 @@ public final class PlotCommand implements Callable<Integer> {
         }
     }
 
+    /** A file for all charts, by the end of its name. */
+    static final class ReportName implements ITypeConverter<Path> {
+
+        @Override
+        public Path convert(String text) {
+            if (!text.endsWith(".pdf") && !text.endsWith(".png")) {
+                throw new TypeConversionException("expected a name that ends with .pdf or .png, got \"" + text + "\"");
+            }
+            return new PathName().convert(text);
+        }
+    }
+
+    /** Either a file for each, or one for all. */
+    private static final class Target {
+
+        @Option(names = "--report", paramLabel = "FILE", converter = ReportName.class,
+                description = "One file for all charts: FILE.pdf, a page for each, or FILE.png.")
+        private Path report;
+
+        @ArgGroup(exclusive = false)
+        private Single single = new Single();
+    }
+
+    private static final class Single {
+
+        @Option(names = "--format", paramLabel = "FORMAT", defaultValue = "png", converter = FormatName.class,
+                description = "png or svg. Default: ${DEFAULT-VALUE}.")
+        private Format format;
+
+        @Option(names = "--output", paramLabel = "DIR", defaultValue = ".", converter = ExistingDirectory.class,
+                description = "The directory for the files, which must exist. Default: this one.")
+        private Path directory;
+    }
+
+    @ArgGroup
+    private Target target = new Target();
+
     @Mixin
     private AgentAddress address = new AgentAddress();
-
-    @Option(names = "--format", paramLabel = "FORMAT", defaultValue = "png", converter = FormatName.class,
-            description = "png or svg. Default: ${DEFAULT-VALUE}.")
-    private Format format;
-
-    @Option(names = "--output", paramLabel = "DIR", defaultValue = ".", converter = ExistingDirectory.class,
-            description = "The directory for the files, which must exist. Default: this one.")
-    private Path directory;
 
     @Parameters(paramLabel = "RESOURCE", arity = "0..*", converter = Word.class,
             description = "A resource's number, or a part of its name or instance. "
@@ -94,7 +130,10 @@ public final class PlotCommand implements Callable<Integer> {
         try {
             Snapshot snapshot = client.overview().snapshot();
             List<Snapshot.Resource> chosen = choose(snapshot.resources());
-            return chosen.isEmpty() ? Program.FAILED : drawAll(chosen);
+            if (chosen.isEmpty()) {
+                return Program.FAILED;
+            }
+            return target.report == null ? drawAll(chosen) : drawReport(chosen);
         } catch (Failed e) {
             return fail(e.getMessage());
         }
@@ -167,7 +206,37 @@ public final class PlotCommand implements Callable<Integer> {
         return code;
     }
 
+    private int drawReport(List<Snapshot.Resource> chosen) {
+        Path file = target.report;
+        String kind = file.toString().endsWith(".pdf") ? "pdf" : "png";
+        if (kind.equals("png") && chosen.size() > MOST_IN_PICTURE) {
+            return fail("a picture has room for " + MOST_IN_PICTURE + " charts, these are " + chosen.size()
+                    + "; name some, or draw a PDF");
+        }
+        int code = Program.DONE;
+        Map<Snapshot.Resource, TrendView> charts = new LinkedHashMap<>();
+        for (Snapshot.Resource resource : chosen) {
+            try {
+                charts.put(resource, trend(resource));
+            } catch (Failed | IOException e) {
+                code = fail(label(resource) + ": " + reason(e));
+            }
+        }
+        try {
+            if (!charts.isEmpty()) {
+                Gnuplot.drawTo(file, PlotScript.report(charts, kind, ZoneId.systemDefault()), kind);
+                System.out.println(Words.printable(file.toString()));
+            }
+        } catch (Failed | IOException e) {
+            code = fail(reason(e));
+        }
+        return code;
+    }
+
     private static String reason(Exception e) {
+        if (e instanceof NoSuchFileException missing) {
+            return Path.of(missing.getFile()).getParent() + ": no such directory";
+        }
         return e instanceof AccessDeniedException denied
                 ? denied.getFile() + ": permission denied" : e.getMessage();
     }
@@ -185,15 +254,20 @@ public final class PlotCommand implements Callable<Integer> {
     }
 
     private void draw(Snapshot.Resource resource) throws Failed, IOException {
+        TrendView trend = trend(resource);
+        String kind = target.single.format.toString();
+        String script = PlotScript.of(resource, trend, kind, ZoneId.systemDefault());
+        Path file = target.single.directory.resolve(fileName(resource, kind));
+        Gnuplot.drawTo(file, script, kind);
+        System.out.println(Words.printable(file.toString()));
+    }
+
+    private TrendView trend(Snapshot.Resource resource) throws Failed, IOException {
         TrendView trend = client.trend(resource.id());
         if (trend.samples().times().length == 0) {
             throw new IOException("there are no samples yet");
         }
-        String kind = format.toString();
-        String script = PlotScript.of(resource, trend, kind, ZoneId.systemDefault());
-        Path file = directory.resolve(fileName(resource, kind));
-        Gnuplot.drawTo(file, script, kind);
-        System.out.println(Words.printable(file.toString()));
+        return trend;
     }
 
     /** The name of a resource's file: harmless whatever the resource is called. */

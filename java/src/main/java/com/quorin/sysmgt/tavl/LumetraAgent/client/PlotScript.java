@@ -7,6 +7,7 @@ import java.time.Instant;
 import java.time.ZoneId;
 import java.util.Arrays;
 import java.util.Locale;
+import java.util.Map;
 import java.util.stream.DoubleStream;
 
 /**
@@ -38,8 +39,27 @@ final class PlotScript {
      * @param zone   the reader's
      */
     static String of(Snapshot.Resource resource, TrendView trend, String format, ZoneId zone) {
+        return terminal(format, 1000, 560) + chart(resource, trend, zone);
+    }
+
+    /**
+     * The commands that draw charts into one picture: in pairs, or of a PDF each on a page of its own.
+     *
+     * @param charts with one sample at least, each
+     * @param format "png" or "pdf"
+     * @param zone   the reader's
+     */
+    static String report(Map<Snapshot.Resource, TrendView> charts, String format, ZoneId zone) {
+        int rows = (charts.size() + 1) / 2;
+        StringBuilder report = new StringBuilder(format.equals("pdf")
+                ? "set encoding utf8\nset terminal pdfcairo noenhanced size 29.7cm,21cm\n"
+                : terminal(format, 2 * 1000, rows * 560) + "set multiplot layout " + rows + ",2\n");
+        charts.forEach((resource, trend) -> report.append("reset\n").append(chart(resource, trend, zone)));
+        return report.toString();
+    }
+
+    private static String chart(Snapshot.Resource resource, TrendView trend, ZoneId zone) {
         PlotScript plot = new PlotScript(trend, zone);
-        plot.terminal(format);
         plot.data();
         plot.axes(resource);
         plot.curves();
@@ -50,14 +70,12 @@ final class PlotScript {
         script.append(String.format(Locale.ROOT, form, values)).append('\n');
     }
 
-    private void terminal(String format) {
-        line("set encoding utf8");
-        if (format.equals("svg")) {
-            line("set terminal svg noenhanced size 1000,560 dynamic background rgb 'white'");
-        } else {
-            line("if (strstrt(GPVAL_TERMINALS, 'pngcairo')) { set terminal pngcairo noenhanced size 1000,560"
-                    + " } else { set terminal png noenhanced size 1000,560 }");
-        }
+    private static String terminal(String format, int width, int height) {
+        String size = " noenhanced size " + width + "," + height;
+        return "set encoding utf8\n" + (format.equals("svg")
+                ? "set terminal svg" + size + " dynamic background rgb 'white'\n"
+                : "if (strstrt(GPVAL_TERMINALS, 'pngcairo')) { set terminal pngcairo" + size
+                        + " } else { set terminal png" + size + " }\n");
     }
 
     private void data() {

@@ -4,11 +4,14 @@ import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
+import com.quorin.sysmgt.tavl.LumetraAgent.resource.Snapshot;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.TrendView;
 import com.quorin.sysmgt.tavl.LumetraAgent.watch.FakeView;
 import java.time.ZoneId;
 import java.time.ZoneOffset;
+import java.util.LinkedHashMap;
 import java.util.List;
+import java.util.Map;
 import org.junit.jupiter.api.Test;
 
 class PlotScriptTest {
@@ -50,6 +53,23 @@ class PlotScriptTest {
             assertFalse(script.contains(part), part + " in " + script);
         }
         assertTrue(script.contains("pngcairo noenhanced"));
+    }
+
+    @Test
+    void aReportHasEachChartWithoutTheMarksOfTheOneBefore() {
+        Map<Snapshot.Resource, TrendView> charts = new LinkedHashMap<>();
+        for (int id : new int[] {1, 2, 3}) {
+            charts.put(FakeView.resource(id, "Disk", "/" + id, 1.0), TREND);
+        }
+        String pages = PlotScript.report(charts, "pdf", ZoneOffset.UTC);
+        assertTrue(pages.startsWith("set encoding utf8\nset terminal pdfcairo "), pages);
+        assertFalse(pages.contains("multiplot"));
+        assertEquals(List.of("Disk /1", "Disk /2", "Disk /3"), pages.lines().filter(l -> l.startsWith("set title"))
+                .map(l -> l.substring(11, 18)).toList());
+        assertEquals(3, pages.lines().filter("reset"::equals).count());
+        String picture = PlotScript.report(charts, "png", ZoneOffset.UTC);
+        assertTrue(picture.contains("size 2000,1120"), picture);
+        assertTrue(picture.contains("set multiplot layout 2,2\nreset\n"), picture);
     }
 
     @Test
