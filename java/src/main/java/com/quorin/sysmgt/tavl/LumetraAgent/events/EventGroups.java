@@ -27,9 +27,12 @@ final class EventGroups {
         }
     }
 
+    /** The newest group of a key, and the episode that it is of; 0 while that is unknown. */
+    private record Latest(EventGroup group, long episode) {}
+
     private final int most;
     private final Deque<EventGroup> newestFirst = new ArrayDeque<>();
-    private final Map<Key, EventGroup> latest = new HashMap<>();
+    private final Map<Key, Latest> latest = new HashMap<>();
 
     EventGroups(int most) {
         this.most = most;
@@ -37,19 +40,23 @@ final class EventGroups {
 
     void add(Event event) {
         Key key = Key.of(event);
-        EventGroup before = latest.get(key);
-        EventGroup group;
-        if (before != null && goesOn(before.newest(), event)) {
-            newestFirst.remove(before);
-            group = new EventGroup(event, before.times() + 1, before.since());
+        Latest before = latest.get(key);
+        long episode = event instanceof Event.Exhaustion exhaustion ? exhaustion.background().episodeSince() : 0;
+        if (before != null && goesOn(before, event, episode)) {
+            newestFirst.remove(before.group());
+            put(key, new EventGroup(event, before.group().times() + 1, before.group().since()),
+                    Math.max(before.episode(), episode));
         } else {
-            group = new EventGroup(event, 1, event.at().epochSeconds());
+            put(key, new EventGroup(event, 1, event.at().epochSeconds()), episode);
         }
+    }
+
+    private void put(Key key, EventGroup group, long episode) {
         newestFirst.addFirst(group);
-        latest.put(key, group);
+        latest.put(key, new Latest(group, episode));
         if (newestFirst.size() > most) {
             EventGroup eldest = newestFirst.removeLast();
-            latest.remove(Key.of(eldest.newest()), eldest);
+            latest.computeIfPresent(Key.of(eldest.newest()), (k, known) -> known.group() == eldest ? null : known);
         }
     }
 
@@ -57,14 +64,12 @@ final class EventGroups {
         return new ArrayList<>(newestFirst);
     }
 
-    private static boolean goesOn(Event before, Event event) {
-        long begun = episode(before);
-        long begins = episode(event);
-        return begun != 0 && begins != 0 ? begun == begins
-                : event.at().epochSeconds() - before.at().epochSeconds() <= LONGEST_SILENCE;
-    }
-
-    private static long episode(Event event) {
-        return event instanceof Event.Exhaustion exhaustion ? exhaustion.background().episodeSince() : 0;
+    /** The first event of an episode may come before its onset is known. */
+    private static boolean goesOn(Latest before, Event event, long episode) {
+        if (before.episode() != 0 && episode != 0) {
+            return before.episode() == episode;
+        }
+        long newest = before.group().newest().at().epochSeconds();
+        return episode <= newest && event.at().epochSeconds() - newest <= LONGEST_SILENCE;
     }
 }

@@ -48,6 +48,18 @@ class EventGroupsTest {
     }
 
     @Test
+    void anEventWhoseEpisodeIsNotKnownYetMixesNoEpisodes() {
+        forecast(1000, "/a", 900);
+        forecast(1010, "/a", 0);
+        forecast(1020, "/a", 1005);
+        forecast(1030, "/a", 1005);
+        assertEquals(List.of("1030/2/1020", "1010/2/1000"), shown());
+        forecast(1040, "/b", 0);
+        forecast(1060, "/b", 1050);
+        assertEquals(List.of("1060/1/1060", "1040/1/1040", "1030/2/1020"), shown());
+    }
+
+    @Test
     void withoutAnEpisodeALongSilenceBeginsAnew() {
         forecast(1000, "/a", 0);
         forecast(1000 + HOUR, "/a", 950);
