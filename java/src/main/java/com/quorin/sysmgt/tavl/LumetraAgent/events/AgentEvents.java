@@ -7,7 +7,9 @@ import java.io.IOException;
 import java.io.PrintStream;
 import java.time.LocalDateTime;
 import java.time.format.DateTimeFormatter;
+import java.util.List;
 import java.util.Locale;
+import java.util.concurrent.CopyOnWriteArrayList;
 import java.util.concurrent.atomic.AtomicLong;
 import java.util.concurrent.atomic.AtomicReference;
 import java.util.function.BiFunction;
@@ -43,7 +45,7 @@ public final class AgentEvents {
     private static final AtomicReference<BiFunction<String, String, Event.Background>> BACKGROUND =
             new AtomicReference<>(NOTHING_KNOWN);
     private static final AtomicReference<EventFile> RECORD = new AtomicReference<>();
-    private static final AtomicReference<Consumer<? super Event>> LISTENER = new AtomicReference<>();
+    private static final List<Consumer<? super Event>> LISTENERS = new CopyOnWriteArrayList<>();
 
     /**
      * An exhaustion is forecast, or, when {@code timeText} is "fatal", something failed and {@code name} says what.
@@ -133,9 +135,9 @@ public final class AgentEvents {
         OUTPUT.set(stream);
     }
 
-    /** Hands every event over from now on, on the thread that brings it; null for nobody. */
+    /** Hands every event over from now on, on the thread that brings it; to those before as well. */
     public static void tellTo(Consumer<? super Event> listener) {
-        LISTENER.set(listener);
+        LISTENERS.add(listener);
     }
 
     /** Asks from now on what else is known of a resource that runs out, by its name and instance. */
@@ -147,7 +149,7 @@ public final class AgentEvents {
     static void reset(PrintStream stream) {
         OUTPUT.set(stream);
         RECORD.set(null);
-        LISTENER.set(null);
+        LISTENERS.clear();
         BACKGROUND.set(NOTHING_KNOWN);
         PREVIOUS.set(NONE);
         FATAL_COUNT.set(0);
@@ -178,16 +180,19 @@ public final class AgentEvents {
     /** Whatever goes wrong here leaves the event as it is: shown and accepted. */
     private static void record(Event event) {
         EventFile file = RECORD.get();
-        Consumer<? super Event> listener = LISTENER.get();
         try {
             if (file != null) {
                 file.append(EventLine.of(event).text());
             }
-            if (listener != null) {
-                listener.accept(event);
-            }
         } catch (Exception | StackOverflowError | OutOfMemoryError e) {
             // nothing to clean up: the file keeps whole lines only
+        }
+        for (Consumer<? super Event> listener : LISTENERS) {
+            try {
+                listener.accept(event);
+            } catch (Exception | StackOverflowError | OutOfMemoryError e) {
+                // the others are told all the same
+            }
         }
     }
 }

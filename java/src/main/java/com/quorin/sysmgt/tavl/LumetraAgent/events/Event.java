@@ -44,8 +44,11 @@ public sealed interface Event {
                 DateTimeFormatter.ofPattern("uuuu-MM-dd'T'HH:mm:ss.SSSXXX", Locale.ROOT);
 
         static Moment now() {
-            Instant now = Instant.now();
-            return new Moment(ISO.format(now.atZone(ZoneId.systemDefault())), now.getEpochSecond());
+            return of(Instant.now());
+        }
+
+        public static Moment of(Instant time) {
+            return new Moment(ISO.format(time.atZone(ZoneId.systemDefault())), time.getEpochSecond());
         }
     }
 

@@ -73,9 +73,16 @@ final class PageOptions {
                     + "IP addresses, localhost and the name after --listen are always allowed.")
     private List<String> allowed = new ArrayList<>();
 
+    private volatile String url = "";
+
     /** Whether there is to be a page: not with port 0. */
     boolean isWanted() {
         return port != 0;
+    }
+
+    /** Where the page is; empty as long as it is not open. */
+    String url() {
+        return url;
     }
 
     /** Starts the page, and says where it is or why it is not there; empty when it cannot listen. */
@@ -84,7 +91,8 @@ final class PageOptions {
             InetAddress address = InetAddress.getByName(listen);
             WebServer server = WebServer.start(new InetSocketAddress(address, port), AgentRoutes.of(view),
                     new HostCheck(names(address)), System.err);
-            out.println("The page is at http://" + inUrl(address) + "/"
+            url = "http://" + inUrl(address) + "/";
+            out.println("The page is at " + url
                     + (address.isLoopbackAddress() ? "" : ", for everyone who can reach this address"));
             return Optional.of(server);
         } catch (IOException | RuntimeException e) {
@@ -113,8 +121,8 @@ final class PageOptions {
         return names;
     }
 
-    /** The machine's own name, without asking any name server. */
-    private static String ownName() {
+    /** The machine's own name, without asking any name server; empty for one that is no name. */
+    static String ownName() {
         String name = FileText.read(OWN_NAME).map(String::strip).orElse("");
         return NAME.matcher(name).matches() ? name : "";
     }

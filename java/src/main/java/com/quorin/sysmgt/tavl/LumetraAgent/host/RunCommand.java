@@ -19,6 +19,7 @@ import com.quorin.sysmgt.tavl.LumetraAgent.resource.LibraryFeed;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Publication;
 import com.quorin.sysmgt.tavl.LumetraAgent.score.ScoreBook;
 import com.quorin.sysmgt.tavl.LumetraAgent.score.ScoreFile;
+import com.quorin.sysmgt.tavl.LumetraAgent.tell.Telling;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.Complaint;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.Program;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
@@ -112,6 +113,9 @@ final class RunCommand implements Callable<Integer> {
     @Mixin
     private PageOptions page = new PageOptions();
 
+    @Mixin
+    private TellOptions tell = new TellOptions();
+
     @Spec
     private CommandSpec spec;
 
@@ -127,6 +131,7 @@ final class RunCommand implements Callable<Integer> {
     private FeedFollower follower;
     private ScoreBook score;
     private final OpenEpisodes episodes = new OpenEpisodes();
+    private Optional<Telling> telling = Optional.empty();
     private volatile AgentRun run;
     private AgentMonitor monitor;
     private ReadingProgress reading;
@@ -182,7 +187,8 @@ final class RunCommand implements Callable<Integer> {
         }
         SpareThreads spare = SpareThreads.hold(THREADS_OF_A_SIGNAL + THREADS_OF_A_LISTING);
         announce();
-        problem.ifPresent(p -> out.println("There is no page and no report on the agent's work: " + p + "."));
+        problem.ifPresent(p -> out.println("There is no page and no report on the agent's work"
+                + (tell.isWanted() ? ", and nobody is told of events: " : ": ") + p + "."));
         if (view != null) {
             openPage();
         }
@@ -242,14 +248,19 @@ final class RunCommand implements Callable<Integer> {
             thread.setPriority(Thread.MIN_PRIORITY);
             thread.start();
         }
+        telling = tell.start(page::url, this::scoreOf, out);
         List<Consumer<? super Publication>> readers = new ArrayList<>(List.of(monitor, episodes));
+        readers.add(this::keepScore);
+        telling.ifPresent(told -> {
+            AgentEvents.tellTo(told::take);
+            readers.add(told::take);
+        });
         if (page.isWanted()) {
             events = EventHistory.of(EVENTS);
             view = new AgentWatch(homeText(), Program.Version.text(), () -> !run.hasEnded(), feed, events, score,
                     AgentWatch.Timing.real());
             readers.add(view);
         }
-        readers.add(this::keepScore);
         follower = new FeedFollower(feed, readers);
         follower.start();
     }
@@ -278,9 +289,17 @@ final class RunCommand implements Callable<Integer> {
     }
 
     private Event.Background background(String name, String instance) {
+        return new Event.Background(trackRecord(name, instance, true), episodes.since(name, instance));
+    }
+
+    /** Of what is announced no longer. */
+    private String scoreOf(String name, String instance) {
+        return trackRecord(name, instance, false);
+    }
+
+    private String trackRecord(String name, String instance, boolean isOpen) {
         long now = System.currentTimeMillis() / 1000;
-        return new Event.Background(score.of(name, instance).words(score.since(now), now, true),
-                episodes.since(name, instance));
+        return score.of(name, instance).words(score.since(now), now, isOpen);
     }
 
     /** The agent does its work with the page or without. */
@@ -325,6 +344,9 @@ final class RunCommand implements Callable<Integer> {
     }
 
     private void checkOptions() {
+        tell.problem().ifPresent(problem -> {
+            throw new ParameterException(spec.commandLine(), problem);
+        });
         try {
             Path bin = home.resolve("bin");
             if (!Files.isDirectory(bin) || !Files.isSameFile(bin, Path.of(""))) {
@@ -405,6 +427,7 @@ final class RunCommand implements Callable<Integer> {
             follower.close();
         }
         OptionalLong cycles = monitor == null ? OptionalLong.empty() : OptionalLong.of(monitor.cycles());
+        telling.ifPresent(Telling::close);
         int code = exitCode(run, cycles, AgentEvents.fatalCount());
         String after = cycles.isEmpty() ? ""
                 : " after " + (cycles.getAsLong() == 1 ? "1 cycle" : cycles.getAsLong() + " cycles");

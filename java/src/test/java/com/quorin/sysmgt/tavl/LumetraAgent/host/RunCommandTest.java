@@ -27,7 +27,7 @@ class RunCommandTest {
     void helpNamesTheOptionsAndTheExitCodes() {
         assertEquals(0, execute("--help"));
         for (String part : new String[] {"--home", "--config", "--for", "--port",
-            "--listen", "--allow-host", "--fresh", "  0  the agent ended as asked"}) {
+            "--listen", "--allow-host", "--fresh", "--on-event", "--remind", "  0  the agent ended as asked"}) {
             assertTrue(out.toString().contains(part), part);
         }
     }
@@ -72,6 +72,27 @@ class RunCommandTest {
         }
         assertTrue(err.toString().contains("expected the name of a machine, without port, got \"a:80\""));
         assertTrue(err.toString().lines().noneMatch(line -> line.contains("\u001b")));
+    }
+
+    @Test
+    void theProgramForEventsIsNamedFromTheRootAndCanBeExecuted() {
+        for (String program : new String[] {"", "true", "bin/sh", "/nonexistent", "/etc/passwd", "/tmp"}) {
+            assertEquals(2, execute("--on-event", program), program);
+        }
+        String expected = "'--on-event' (PROGRAM): expected the absolute path of a file that this user can execute, got ";
+        assertTrue(err.toString().contains(expected + "bin/sh"), err.toString());
+        assertTrue(err.toString().contains(expected + "/etc/passwd"), err.toString());
+        assertEquals(5, err.toString().lines().filter(line -> line.contains(expected)).count(), err.toString());
+    }
+
+    @Test
+    void aReminderIsOfAProgramAndAfterHours() {
+        assertEquals(2, execute("--remind", "6"));
+        assertTrue(err.toString().contains("--remind needs --on-event"), err.toString());
+        for (String hours : new String[] {"0", "-1", "8761", "6h", ""}) {
+            assertEquals(2, execute("--on-event", "/bin/sh", "--remind", hours), hours);
+        }
+        assertTrue(err.toString().contains("expected hours from 1 to 8760, got 6h"), err.toString());
     }
 
     @Test

@@ -1,0 +1,296 @@
+package com.quorin.sysmgt.tavl.LumetraAgent.tell;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import com.quorin.sysmgt.tavl.LumetraAgent.events.Event;
+import java.io.ByteArrayOutputStream;
+import java.io.IOException;
+import java.io.PrintStream;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.nio.file.attribute.PosixFilePermissions;
+import java.time.Duration;
+import java.time.Instant;
+import java.util.List;
+import java.util.concurrent.atomic.AtomicInteger;
+import java.util.function.BooleanSupplier;
+import java.util.stream.IntStream;
+import org.junit.jupiter.api.AfterEach;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
+
+/** Of real programs. */
+class EventProgramTest {
+
+    private static final Duration LONG = Duration.ofHours(1);
+    private static final EventProgram.Patience PATIENT = new EventProgram.Patience(LONG, LONG, LONG);
+
+    @TempDir
+    private Path directory;
+
+    private final ByteArrayOutputStream printed = new ByteArrayOutputStream();
+    private EventProgram program;
+
+    @AfterEach
+    void end() {
+        if (program != null) {
+            program.close();
+        }
+    }
+
+    private EventProgram program(String script, EventProgram.Patience patience, EventProgram.Starter starter)
+            throws IOException {
+        Path file = directory.resolve("program");
+        Files.writeString(file, "#!/bin/sh\ncd '" + directory + "' || exit 9\n" + script + "\n");
+        Files.setPosixFilePermissions(file, PosixFilePermissions.fromString("rwxr-xr-x"));
+        program = EventProgram.of(file, news -> new NewsLine(news, "box", ""),
+                new PrintStream(printed, true, StandardCharsets.UTF_8), patience, starter);
+        return program;
+    }
+
+    private EventProgram program(String script) throws IOException {
+        return program(script, PATIENT, ProcessBuilder::start);
+    }
+
+    private static News news(String message) {
+        return News.of(new Event.Failure(Event.Moment.of(Instant.EPOCH), message), null);
+    }
+
+    private void tell(String... messages) {
+        for (String message : messages) {
+            program.accept(news(message));
+        }
+    }
+
+    private String printed() {
+        return printed.toString(StandardCharsets.UTF_8).replace(directory.toString(), "DIR");
+    }
+
+    private String content(String file) {
+        try {
+            return Files.readString(directory.resolve(file));
+        } catch (IOException e) {
+            return "";
+        }
+    }
+
+    private void release(String file) throws IOException {
+        Files.writeString(directory.resolve(file), "");
+    }
+
+    private static void await(BooleanSupplier condition) {
+        while (!condition.getAsBoolean()) {
+            Thread.onSpinWait();
+            pause();
+        }
+    }
+
+    private static void pause() {
+        try {
+            Thread.sleep(5);
+        } catch (InterruptedException e) {
+            Thread.currentThread().interrupt();
+        }
+    }
+
+    /** Until a file is there. */
+    private static String until(String file) {
+        return "until [ -e " + file + " ]; do sleep 0.01; done";
+    }
+
+    @Test
+    void itReadsTheLineAndHasTheVariablesAndNothingElse() throws IOException {
+        program("cat >input; env >environment; pwd -P >folder; ls -l /proc/self/fd >descriptors; echo done >done")
+                .accept(news("$(touch evil) 'x'"));
+        await(() -> content("done").equals("done\n"));
+        assertTrue(content("input").startsWith("{\"time\":"), content("input"));
+        assertTrue(content("input").contains("\"message\":\"$(touch evil) 'x'\""), content("input"));
+        assertTrue(content("input").endsWith("}\n"));
+        assertTrue(content("environment").contains("LUMETRA_TEXT=box: $(touch evil) 'x'\n"), content("environment"));
+        assertEquals(List.of(), content("environment").lines().map(line -> line.split("=")[0])
+                .filter(name -> !name.startsWith("LUMETRA_") && !List.of("PATH", "LC_ALL", "PWD", "OLDPWD", "_", "SHLVL")
+                        .contains(name)).toList());
+        assertFalse(Files.exists(directory.resolve("evil")));
+        // the listing has one more descriptor: that of the folder which it lists
+        assertEquals(4, content("descriptors").lines().filter(line -> line.contains("->")).count(),
+                content("descriptors"));
+        assertEquals("", printed());
+    }
+
+    @Test
+    void itWorksInTheRoot() throws IOException {
+        Files.createSymbolicLink(directory.resolve("pwd"), Path.of("/bin/pwd"));
+        program = EventProgram.of(directory.resolve("pwd"), news -> new NewsLine(news, "", ""),
+                new PrintStream(printed, true, StandardCharsets.UTF_8), PATIENT, ProcessBuilder::start);
+        tell("one");
+        await(() -> printed().equals("on-event: /\n"));
+    }
+
+    @Test
+    void oneRunsAtATimeInTheOrderOfTheEvents() throws IOException {
+        program("[ -e running ] && echo overlap >>order; : >running; echo \"$LUMETRA_MESSAGE\" >>order; " + until("go")
+                + "; rm running");
+        tell("1", "2", "3");
+        await(() -> !content("order").isEmpty());
+        release("go");
+        await(() -> content("order").equals("1\n2\n3\n"));
+    }
+
+    @Test
+    void whatItSaysIsShownWithoutControlCharactersAndAStatusIsTold() throws IOException {
+        program("echo 'a line'; echo; printf 'esc \\033[2J\\n' >&2; printf 'no end \\377'; exit 3");
+        tell("one");
+        await(() -> printed().contains("status"));
+        assertEquals("on-event: a line\non-event: esc \\x1b[2J\non-event: no end \\xff\n"
+                + "DIR/program has ended with status 3, told of: one\n", printed());
+    }
+
+    @Test
+    void ofVeryMuchTheBeginningIsShownInWholeLines() throws IOException {
+        program("i=0; while [ $i -lt 20000 ]; do echo \"line $i\"; i=$((i+1)); done; exit 7");
+        tell("one");
+        await(() -> printed().contains("status 7"));
+        assertTrue(printed().length() < 4 * ProgramRun.MOST_OUTPUT, printed());
+        List<String> lines = printed().lines().toList();
+        assertEquals("on-event: (and more)", lines.get(lines.size() - 2));
+        assertEquals(IntStream.range(0, lines.size() - 2).mapToObj(i -> "on-event: line " + i).toList(),
+                lines.subList(0, lines.size() - 2));
+        assertTrue(lines.size() > 500, printed());
+    }
+
+    @Test
+    void whoTakesTooLongIsEndedWithWhatItStarted() throws IOException {
+        program("sleep 100000 & echo $! >child; (sleep 100000 & echo $! >grandchild; wait) & echo said; echo $$ >own; wait",
+                new EventProgram.Patience(Duration.ofSeconds(1), LONG, LONG), ProcessBuilder::start);
+        tell("one");
+        await(() -> printed().contains("on-event: said"));
+        assertTrue(printed().startsWith("DIR/program has not ended within 1 s and is ended, with what it started, in the "
+                + "middle of: one\n"), printed());
+        for (String file : new String[] {"child", "grandchild", "own"}) {
+            if (!content(file).isEmpty()) { // it may not have come so far on a busy machine
+                long pid = Long.parseLong(content(file).strip());
+                await(() -> ProcessHandle.of(pid).filter(ProcessHandle::isAlive).isEmpty() || isZombie(pid));
+            }
+        }
+        tell("two");
+        await(() -> printed().contains("in the middle of: two"));
+    }
+
+    /** Ended, and not yet fetched by whoever inherited it. */
+    private static boolean isZombie(long pid) {
+        try {
+            return Files.readString(Path.of("/proc/" + pid + "/stat")).contains(") Z ");
+        } catch (IOException e) {
+            return true;
+        }
+    }
+
+    @Test
+    void whoDoesNotReadAndWhatItLeavesBehindHoldNobodyUp() throws IOException {
+        program("echo \"$LUMETRA_MESSAGE\" | cut -c1-9 >>order; (" + until("end") + ") &");
+        tell("x".repeat(300_000), "y".repeat(300_000), "z");
+        await(() -> content("order").lines().count() == 3);
+        release("end");
+        assertEquals("xxxxxxxxx\nyyyyyyyyy\nz\n", content("order"));
+    }
+
+    @Test
+    void aFullQueueLosesTheOldestAndSaysSo() throws IOException {
+        program("echo \"$LUMETRA_MESSAGE\" >>order; " + until("go"));
+        tell("running");
+        await(() -> content("order").equals("running\n"));
+        for (int i = 0; i < EventProgram.MOST_WAITING + 3; i++) {
+            tell("event " + i);
+        }
+        assertEquals("Not told to DIR/program, as too many wait: event 0\n"
+                + "Not told to DIR/program, as too many wait: event 1\n"
+                + "Not told to DIR/program, as too many wait: event 2\n", printed());
+        release("go");
+        await(() -> content("order").lines().count() == EventProgram.MOST_WAITING + 1);
+        assertTrue(content("order").startsWith("running\nevent 3\nevent 4\n"));
+    }
+
+    @Test
+    void whatCannotBeStartedForNowIsTriedAgainAndKeepsItsPlace() throws IOException {
+        AtomicInteger starts = new AtomicInteger();
+        program("echo \"$LUMETRA_MESSAGE\" >>order", new EventProgram.Patience(LONG, Duration.ofMillis(1), LONG), described -> {
+            switch (starts.incrementAndGet()) {
+                case 1, 2 -> throw new IOException("Cannot run program \"x\": error=11, Resource temporarily unavailable");
+                case 3 -> throw new IOException("Cannot run program \"x\": error=24, Too many open files");
+                case 4 -> throw new OutOfMemoryError("unable to create native thread");
+                case 5 -> throw new IOException("Failed to exec spawn helper: pid: 7, exit value: 1");
+                default -> {
+                    return described.start();
+                }
+            }
+        });
+        tell("1", "2");
+        await(() -> content("order").equals("1\n2\n"));
+        assertEquals(7, starts.get());
+        assertEquals(1, printed().lines().count(), printed());
+        assertTrue(printed().startsWith("DIR/program cannot be started for now, and is tried again every 0 s: "), printed());
+    }
+
+    @Test
+    void whatCanNeverBeStartedIsToldAndLost() throws IOException {
+        program("");
+        Files.writeString(directory.resolve("program"), "#!/nonexistent/interpreter\n");
+        tell("one");
+        await(() -> !printed().isEmpty());
+        assertTrue(printed().startsWith("Not told to DIR/program, as it cannot be started: "), printed());
+        assertTrue(printed().endsWith(": one\n"), printed());
+    }
+
+    @Test
+    void theEndGivesWhatWaitsItsTime() throws IOException {
+        program("echo \"$LUMETRA_MESSAGE\" >>order");
+        tell("1", "2", "3");
+        program.close();
+        assertEquals("1\n2\n3\n", content("order"));
+        assertEquals("", printed());
+    }
+
+    @Test
+    void theEndTriesOnceMoreWhatCouldNotBeStarted() throws IOException {
+        AtomicInteger starts = new AtomicInteger();
+        program("echo \"$LUMETRA_MESSAGE\" >>order", PATIENT, described -> {
+            if (starts.incrementAndGet() == 1) {
+                throw new IOException("error=11, no");
+            }
+            return described.start();
+        });
+        tell("one");
+        await(() -> printed().contains("cannot be started for now"));
+        program.close();
+        assertEquals("one\n", content("order"));
+    }
+
+    @Test
+    void whatTheEndHasNoTimeForIsTold() throws IOException {
+        program("echo $$ >own; exec sleep 100000", new EventProgram.Patience(LONG, LONG, Duration.ofMillis(500)),
+                ProcessBuilder::start);
+        tell("one", "two");
+        await(() -> content("own").endsWith("\n"));
+        program.close();
+        assertTrue(printed().contains("Not told to DIR/program, as the agent ends: two\n"), printed());
+        await(() -> printed().contains("DIR/program is ended with the agent, in the middle of: one\n"));
+        long pid = Long.parseLong(content("own").strip());
+        await(() -> ProcessHandle.of(pid).filter(ProcessHandle::isAlive).isEmpty());
+    }
+
+    @Test
+    void itsThreadsAndTheRoomOfAStartAreThereBeforeAnyEventAndGoneAfterTheEnd() throws IOException {
+        program("");
+        await(() -> threads() == 4);
+        program.close();
+        await(() -> threads() == 0);
+    }
+
+    private static long threads() {
+        return Thread.getAllStackTraces().keySet().stream().map(Thread::getName)
+                .filter(name -> name.startsWith("lumetra-tell") || name.startsWith("lumetra-spare-")).count();
+    }
+}
