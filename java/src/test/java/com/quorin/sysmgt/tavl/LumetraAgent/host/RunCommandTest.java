@@ -79,10 +79,10 @@ class RunCommandTest {
         for (String program : new String[] {"", "true", "bin/sh", "/nonexistent", "/etc/passwd", "/tmp"}) {
             assertEquals(2, execute("--on-event", program), program);
         }
-        String expected = "'--on-event' (PROGRAM): expected the absolute path of a file that this user can execute, got ";
+        String expected = "expected the absolute path of a file that this user can execute, got ";
         assertTrue(err.toString().contains(expected + "bin/sh"), err.toString());
         assertTrue(err.toString().contains(expected + "/etc/passwd"), err.toString());
-        assertEquals(5, err.toString().lines().filter(line -> line.contains(expected)).count(), err.toString());
+        assertTrue(err.toString().contains("expected a path: the name is empty"), err.toString());
     }
 
     @Test

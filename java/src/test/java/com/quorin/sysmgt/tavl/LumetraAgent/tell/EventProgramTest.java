@@ -28,6 +28,9 @@ class EventProgramTest {
     private static final Duration LONG = Duration.ofHours(1);
     private static final EventProgram.Patience PATIENT = new EventProgram.Patience(LONG, LONG, LONG);
 
+    /** Variables that every program has, or that the shell of a script makes itself. */
+    private static final List<String> OF_THE_SHELL = List.of("PATH", "LC_ALL", "PWD", "OLDPWD", "_", "SHLVL");
+
     @TempDir
     private Path directory;
 
@@ -111,8 +114,7 @@ class EventProgramTest {
         assertTrue(content("input").endsWith("}\n"));
         assertTrue(content("environment").contains("LUMETRA_TEXT=box: $(touch evil) 'x'\n"), content("environment"));
         assertEquals(List.of(), content("environment").lines().map(line -> line.split("=")[0])
-                .filter(name -> !name.startsWith("LUMETRA_") && !List.of("PATH", "LC_ALL", "PWD", "OLDPWD", "_", "SHLVL")
-                        .contains(name)).toList());
+                .filter(name -> !name.startsWith("LUMETRA_") && !OF_THE_SHELL.contains(name)).toList());
         assertFalse(Files.exists(directory.resolve("evil")));
         // the listing has one more descriptor: that of the folder which it lists
         assertEquals(4, content("descriptors").lines().filter(line -> line.contains("->")).count(),
@@ -163,12 +165,13 @@ class EventProgramTest {
 
     @Test
     void whoTakesTooLongIsEndedWithWhatItStarted() throws IOException {
-        program("sleep 100000 & echo $! >child; (sleep 100000 & echo $! >grandchild; wait) & echo said; echo $$ >own; wait",
+        program("sleep 100000 & echo $! >child; (sleep 100000 & echo $! >grandchild; wait) & "
+                + "echo said; echo $$ >own; wait",
                 new EventProgram.Patience(Duration.ofSeconds(1), LONG, LONG), ProcessBuilder::start);
         tell("one");
         await(() -> printed().contains("on-event: said"));
-        assertTrue(printed().startsWith("DIR/program has not ended within 1 s and is ended, with what it started, in the "
-                + "middle of: one\n"), printed());
+        assertTrue(printed().startsWith("DIR/program has not ended within 1 s and is ended, with what it started, "
+                + "in the middle of: one\n"), printed());
         for (String file : new String[] {"child", "grandchild", "own"}) {
             if (!content(file).isEmpty()) { // it may not have come so far on a busy machine
                 long pid = Long.parseLong(content(file).strip());
@@ -216,10 +219,11 @@ class EventProgramTest {
     @Test
     void whatCannotBeStartedForNowIsTriedAgainAndKeepsItsPlace() throws IOException {
         AtomicInteger starts = new AtomicInteger();
-        program("echo \"$LUMETRA_MESSAGE\" >>order", new EventProgram.Patience(LONG, Duration.ofMillis(1), LONG), described -> {
+        EventProgram.Patience eager = new EventProgram.Patience(LONG, Duration.ofMillis(1), LONG);
+        program("echo \"$LUMETRA_MESSAGE\" >>order", eager, described -> {
             switch (starts.incrementAndGet()) {
-                case 1, 2 -> throw new IOException("Cannot run program \"x\": error=11, Resource temporarily unavailable");
-                case 3 -> throw new IOException("Cannot run program \"x\": error=24, Too many open files");
+                case 1, 2 -> throw new IOException("Cannot run \"x\": error=11, Resource temporarily unavailable");
+                case 3 -> throw new IOException("Cannot run \"x\": error=24, Too many open files");
                 case 4 -> throw new OutOfMemoryError("unable to create native thread");
                 case 5 -> throw new IOException("Failed to exec spawn helper: pid: 7, exit value: 1");
                 default -> {
@@ -231,7 +235,8 @@ class EventProgramTest {
         await(() -> content("order").equals("1\n2\n"));
         assertEquals(7, starts.get());
         assertEquals(1, printed().lines().count(), printed());
-        assertTrue(printed().startsWith("DIR/program cannot be started for now, and is tried again every 0 s: "), printed());
+        String expected = "DIR/program cannot be started for now, and is tried again every 0 s: ";
+        assertTrue(printed().startsWith(expected), printed());
     }
 
     @Test

@@ -247,8 +247,8 @@ class NewsDeskTest {
         failure("the end");
         exhaustion();
         limit();
-        assertEquals(List.of(DISK + " will be exhausted in 2 h", DISK + " has reached its limit of 100.00 %", "the end"),
-                publish(Optional.empty()));
+        assertEquals(List.of(DISK + " will be exhausted in 2 h", DISK + " has reached its limit of 100.00 %",
+                "the end"), publish(Optional.empty()));
     }
 
     @Test
@@ -289,8 +289,8 @@ class NewsDeskTest {
         GivenResource swap = GivenResource.single(3, GivenResource.SWAP).forecast(1, 60);
         swap.instance = "";
         swap.onset = 5;
-        desk.take(new Event.Exhaustion(at(), new Event.Subject(GivenResource.SWAP, "Null"), 7200, "2 h", List.of(), null,
-                null));
+        desk.take(new Event.Exhaustion(at(), new Event.Subject(GivenResource.SWAP, "Null"), 7200, "2 h", List.of(),
+                null, null));
         assertEquals(1, cycle(swap).size());
         assertEquals(3, news.get(0).id());
         ended.add(new EndedEpisode(1, 3, GivenResource.SWAP, "",
