@@ -28,6 +28,13 @@ public final class FeedReader extends LibraryBytes {
         return new FeedReader(array).whole(FeedReader::publication);
     }
 
+    /** Of a publication, without reading on. */
+    static long serial(byte[] array) {
+        FeedReader reader = new FeedReader(array);
+        reader.version(HostFeed.VERSION);
+        return reader.longNumber("the serial");
+    }
+
     static CounterTable counters(byte[] array) {
         return new FeedReader(array).whole(FeedReader::counters);
     }

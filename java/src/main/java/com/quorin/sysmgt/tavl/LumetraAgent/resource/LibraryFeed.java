@@ -17,6 +17,12 @@ public final class LibraryFeed implements Feed {
         return Optional.ofNullable(HostFeed.curves(id)).map(FeedReader::curves);
     }
 
+    /** The serial of the newest publication, at once, when it is above {@code known}; otherwise {@code known}. */
+    public static long newestSerial(long known) {
+        byte[] newer = HostFeed.await(known, 0);
+        return newer == null ? known : FeedReader.serial(newer);
+    }
+
     /** How far a run that begins has read its archive. */
     public static ArchiveReading reading() {
         return FeedReader.reading(HostFeed.reading());

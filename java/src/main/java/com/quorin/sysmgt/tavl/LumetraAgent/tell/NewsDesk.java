@@ -15,6 +15,7 @@ import java.util.Map;
 import java.util.Set;
 import java.util.function.BinaryOperator;
 import java.util.function.Consumer;
+import java.util.function.LongUnaryOperator;
 
 /**
  * Decides what is worth telling. The agent tells of an exhaustion and of a failure in every cycle in which they last;
@@ -43,6 +44,28 @@ final class NewsDesk {
     }
 
     /**
+     * Events that say the same and wait for the publications of their cycles.
+     *
+     * @param first the serial that was the newest when the first came: its cycle is published behind it
+     * @param last  the same of the newest
+     */
+    private record Waiting(Event newest, long first, long last) {
+
+        Waiting and(Waiting later) {
+            return new Waiting(later.newest, first, later.last);
+        }
+
+        boolean isOf(long serial) {
+            return first < serial;
+        }
+
+        /** What is left after a publication; null for nothing. */
+        Waiting after(long serial) {
+            return last < serial ? null : new Waiting(newest, Math.max(first, serial), last);
+        }
+    }
+
+    /**
      * An exhaustion that was told.
      *
      * @param onset of its episode; 0 when it belongs to none, as when the resource was found at its limit
@@ -53,7 +76,8 @@ final class NewsDesk {
     private final Consumer<? super News> reader;
     private final BinaryOperator<String> trackRecords;
     private final long remindAfter;
-    private final Map<Key, Event> waiting = new LinkedHashMap<>();
+    private final LongUnaryOperator newestSerial;
+    private final Map<Key, Waiting> waiting = new LinkedHashMap<>();
     private final Map<Event.Subject, Told> told = new HashMap<>();
     private final Set<String> failures = new HashSet<>();
     /** Of the resources in the newest publication, whether they were at their limit. */
@@ -61,7 +85,7 @@ final class NewsDesk {
     /** Whose limit was told since. */
     private final Set<Event.Subject> toldAtLimit = new HashSet<>();
     private long lastEnded;
-    private long lastSerial = -1;
+    private volatile long lastSerial;
 
     /**
      * A desk that nothing has come to.
@@ -69,37 +93,46 @@ final class NewsDesk {
      * @param reader       is handed what is worth telling
      * @param trackRecords what came of announcements about a resource, by its name and instance; null: nothing
      * @param remind       after so long an exhaustion is told again, and again; zero for never
+     * @param newestSerial the serial of the newest publication when it is above one that is known, otherwise that one
      */
-    NewsDesk(Consumer<? super News> reader, BinaryOperator<String> trackRecords, Duration remind) {
+    NewsDesk(Consumer<? super News> reader, BinaryOperator<String> trackRecords, Duration remind,
+            LongUnaryOperator newestSerial) {
         this.reader = reader;
         this.trackRecords = trackRecords;
         this.remindAfter = remind.toSeconds();
+        this.newestSerial = newestSerial;
     }
 
     /** Takes up an event; of several that say the same, the newest counts. */
     void take(Event event) {
+        long serial = newestSerial.applyAsLong(lastSerial);
         synchronized (waiting) {
             Key key = Key.of(event);
             if (waiting.size() < MOST_WAITING || waiting.containsKey(key)) {
-                waiting.put(key, event);
+                waiting.merge(key, new Waiting(event, serial, serial), Waiting::and);
             }
         }
     }
 
     /** Takes up what the agent has published, and hands on what is worth telling; nothing twice if that fails. */
     void take(Publication publication) {
-        if (publication.serial() == lastSerial) {
+        long serial = publication.serial();
+        if (serial == lastSerial) {
             return;
         }
-        Map<Key, Event> now;
+        Map<Key, Event> now = new LinkedHashMap<>();
         synchronized (waiting) {
-            now = new LinkedHashMap<>(waiting);
+            waiting.forEach((key, one) -> {
+                if (one.isOf(serial)) {
+                    now.put(key, one.newest);
+                }
+            });
         }
         new Edition(publication, now).tell();
         synchronized (waiting) {
-            waiting.entrySet().removeAll(now.entrySet());
+            now.keySet().forEach(key -> waiting.computeIfPresent(key, (same, one) -> one.after(serial)));
         }
-        lastSerial = publication.serial();
+        lastSerial = serial;
     }
 
     /** One publication and the events that came before it. */
@@ -110,7 +143,7 @@ final class NewsDesk {
 
         Edition(Publication publication, Map<Key, Event> events) {
             this.state = publication.state().orElse(null);
-            this.events = new LinkedHashMap<>(events);
+            this.events = new LinkedHashMap<>(events); // from which some are removed
             if (state != null) {
                 state.resources().forEach(resource -> resources.put(
                         subject(resource.identity().name(), resource.identity().instance()), resource));

@@ -1,6 +1,7 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.tell;
 
 import com.quorin.sysmgt.tavl.LumetraAgent.events.Event;
+import com.quorin.sysmgt.tavl.LumetraAgent.resource.LibraryFeed;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Publication;
 import java.io.PrintStream;
 import java.nio.file.Path;
@@ -29,7 +30,7 @@ public final class Telling implements AutoCloseable {
             BinaryOperator<String> trackRecords, PrintStream out) {
         this.program = EventProgram.of(program, news -> new NewsLine(news, host, page.get()), out,
                 EventProgram.Patience.SHIPPED, ProcessBuilder::start);
-        desk = new NewsDesk(this.program, trackRecords, remind);
+        desk = new NewsDesk(this.program, trackRecords, remind, LibraryFeed::newestSerial);
     }
 
     public void take(Event event) {

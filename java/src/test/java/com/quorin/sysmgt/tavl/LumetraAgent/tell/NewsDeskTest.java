@@ -30,7 +30,8 @@ class NewsDeskTest {
     private long now = GivenResource.START;
 
     private NewsDesk desk(int remindHours) {
-        return new NewsDesk(news::add, (name, instance) -> "record of " + name, Duration.ofHours(remindHours));
+        return new NewsDesk(news::add, (name, instance) -> "record of " + name, Duration.ofHours(remindHours),
+                known -> Math.max(known, cycles));
     }
 
     private static GivenResource disk(long onset) {
@@ -243,6 +244,25 @@ class NewsDeskTest {
     }
 
     @Test
+    void anEventOfTheNextCycleIsNotTakenForOneOfThisOne() {
+        cycle();
+        failure("a");
+        cycles++; // published, and not yet looked at
+        failure("a");
+        cycles--;
+        assertEquals(List.of("a"), cycle());
+        assertEquals(List.of(), cycle());
+        failure("a");
+        assertEquals(List.of(), cycle(), "it was there in each cycle");
+        cycle();
+        cycles++;
+        failure("b");
+        cycles--;
+        assertEquals(List.of(), cycle());
+        assertEquals(List.of("b"), cycle());
+    }
+
+    @Test
     void whatHappensAtTheEndOfTheRunIsToldWithoutAState() {
         failure("the end");
         exhaustion();
@@ -260,7 +280,7 @@ class NewsDeskTest {
                 throw new OutOfMemoryError("no");
             }
             told.add(one.sentence());
-        }, (name, instance) -> null, Duration.ZERO);
+        }, (name, instance) -> null, Duration.ZERO, known -> cycles);
         cycle(disk(0));
         exhaustion();
         limit();
