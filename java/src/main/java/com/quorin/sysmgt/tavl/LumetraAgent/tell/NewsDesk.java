@@ -115,34 +115,44 @@ final class NewsDesk {
     }
 
     /** Takes up what the agent has published, and hands on what is worth telling; nothing twice if that fails. */
-    void take(Publication publication) {
+    synchronized void take(Publication publication) {
         long serial = publication.serial();
         if (serial == lastSerial) {
             return;
         }
-        Map<Key, Event> now = new LinkedHashMap<>();
-        synchronized (waiting) {
-            waiting.forEach((key, one) -> {
-                if (one.isOf(serial)) {
-                    now.put(key, one.newest);
-                }
-            });
-        }
-        new Edition(publication, now).tell();
+        Map<Key, Event> now = eventsBefore(serial);
+        new Edition(publication.state().orElse(null), now).tell();
         synchronized (waiting) {
             now.keySet().forEach(key -> waiting.computeIfPresent(key, (same, one) -> one.after(serial)));
         }
         lastSerial = serial;
     }
 
-    /** One publication and the events that came before it. */
+    /** Hands on what still waits, as no publication follows: a run that could not start has none. */
+    synchronized void close() {
+        new Edition(null, eventsBefore(Long.MAX_VALUE)).tell();
+    }
+
+    private Map<Key, Event> eventsBefore(long serial) {
+        Map<Key, Event> events = new LinkedHashMap<>();
+        synchronized (waiting) {
+            waiting.forEach((key, one) -> {
+                if (one.isOf(serial)) {
+                    events.put(key, one.newest);
+                }
+            });
+        }
+        return events;
+    }
+
+    /** The state in a publication, null without one, and the events that came before it. */
     private final class Edition {
         private final RunState state;
         private final Map<Key, Event> events;
         private final Map<Event.Subject, RunResource> resources = new HashMap<>();
 
-        Edition(Publication publication, Map<Key, Event> events) {
-            this.state = publication.state().orElse(null);
+        Edition(RunState state, Map<Key, Event> events) {
+            this.state = state;
             this.events = new LinkedHashMap<>(events); // from which some are removed
             if (state != null) {
                 state.resources().forEach(resource -> resources.put(

@@ -44,6 +44,7 @@ public final class Telling implements AutoCloseable {
     /** Gives what is still to be told a few seconds, and says what is not. */
     @Override
     public void close() {
+        desk.close();
         program.close();
     }
 }

@@ -272,6 +272,13 @@ class NewsDeskTest {
     }
 
     @Test
+    void whatIsNeverPublishedIsToldAtTheEnd() {
+        failure("it cannot start");
+        desk.close();
+        assertEquals(List.of("it cannot start"), news.stream().map(News::sentence).toList());
+    }
+
+    @Test
     void aPublicationThatIsHandedOverAgainTellsOnlyWhatWasNotTold() {
         List<String> told = new ArrayList<>();
         boolean[] fails = {true};
