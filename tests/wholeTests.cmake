@@ -21,7 +21,8 @@ function(lumetra_whole_test name)
     cmake_parse_arguments(ARG "" "" "COMMAND;LABELS;ENVIRONMENT" ${ARGN})
     add_test(NAME ${name} COMMAND ${ARG_COMMAND} WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
     set_tests_properties(${name} PROPERTIES LABELS "${ARG_LABELS}" COST 20 ENVIRONMENT "${whole_environment};${ARG_ENVIRONMENT}"
-        ENVIRONMENT_MODIFICATION "PATH=path_list_prepend:${builds}/prometheus/usr/bin")
+        ENVIRONMENT_MODIFICATION
+        "PATH=path_list_prepend:${builds}/prometheus/usr/bin;PATH=path_list_prepend:${builds}/alertmanager/usr/bin")
 endfunction()
 
 # Every test_*.py of a folder, each a test of its own.

@@ -63,15 +63,17 @@ def promtool(*arguments, text=None):
 
 
 class Prometheus:
-    """A server on loopback that scrapes four times a second, with its data below a directory of the caller's."""
+    """A server on loopback that scrapes four times a second, with its data below a directory of the caller's; its alerts go to
+    an Alertmanager at that port."""
 
-    def __init__(self, directory, targets, rules):
+    def __init__(self, directory, targets, rules, alertmanager=None):
         self.port = free_port()
         self.directory = directory
         write(os.path.join(directory, "rules.yml"), rules)
         write(os.path.join(directory, "prometheus.yml"), json.dumps({
             "global": {"scrape_interval": "250ms", "scrape_timeout": "250ms", "evaluation_interval": "250ms"},
             "rule_files": ["rules.yml"],
+            "alerting": {"alertmanagers": [{"static_configs": [{"targets": [f"127.0.0.1:{alertmanager}"]}]}] if alertmanager else []},
             "scrape_configs": [{"job_name": "lumetra", "static_configs": [{"targets": targets}]}]}))
         with open(os.path.join(directory, "prometheus.log"), "wb") as log:
             self.process = subprocess.Popen(
