@@ -114,6 +114,64 @@ class FewProcesses(TroubleTest):
             ask(port, "/")
         self.terminate(machine)
 
+    def test_a_program_for_events_that_finds_no_process_is_started_when_there_is_one(self):
+        """It prints what it is told, with nothing but what its shell has."""
+        limit = 60
+        machine, home = self.run_with(limit, min(JDKS.items())[1], "--port", "0", "--on-event", self.teller())
+        self.more_lines(machine, home, 3)
+
+        user = os.stat(home.path).st_uid
+
+        def allow(processes):
+            subprocess.run(["setpriv", f"--reuid={user}", f"--regid={user}", "--clear-groups", "prlimit",
+                            f"--pid={machine.process.pid}", f"--nproc={processes}:{limit}"], check=True)
+
+        def fail():
+            os.mkfifo(home.at("fifo"))
+            os.chmod(home.at("fifo"), 0o666)
+            os.rename(home.at("fifo"), home.layout.archive)
+
+        allow(1)
+        fail()
+        machine.expect(f"{self.teller()} cannot be started for now, and is tried again every 10 s: ")
+        allow(limit)
+        machine.expect("on-event: told of Call To RawDataRetrievalAndArchive Failed")
+        os.remove(home.layout.archive)
+        self.more_lines(machine, home, 3)
+        self.terminate(machine)
+
+    def test_a_program_for_events_has_its_room_when_others_take_all_processes(self):
+        limit = 60
+        machine, home = self.run_with(limit, min(JDKS.items())[1], "--port", "0", "--on-event", self.teller())
+        self.more_lines(machine, home, 3)
+        user = os.stat(home.path).st_uid
+        hog = self.start(home, [*self.limited(user, limit), sys.executable, "-c",
+                                "import threading, time\n"
+                                "while True:\n"
+                                "    try:\n"
+                                "        threading.Thread(target=time.sleep, args=(100000,), daemon=True).start()\n"
+                                "    except RuntimeError:\n"
+                                "        break\n"
+                                "print('all taken', flush=True)\ntime.sleep(100000)"])
+        hog.expect("all taken")
+        os.remove(home.layout.archive)
+        os.mkfifo(home.layout.archive)
+        machine.expect("on-event: told of Call To RawDataRetrievalAndArchive Failed")
+        hog.kill()
+        self.terminate(machine)
+        self.assertNotIn("cannot be started for now", machine.output())
+
+    def teller(self):
+        """A program that every user may start."""
+        if not hasattr(self, "told_by"):
+            directory = tempfile.mkdtemp(prefix="lumetra-teller-")
+            self.addCleanup(shutil.rmtree, directory)
+            os.chmod(directory, 0o755)
+            self.told_by = os.path.join(directory, "teller")
+            write(self.told_by, '#!/bin/sh\necho "told of $LUMETRA_MESSAGE"\n')
+            os.chmod(self.told_by, 0o755)
+        return self.told_by
+
     @unittest.skipUnless(shutil.which("bash"), "there is no bash")
     def test_a_java_that_cannot_be_asked_for_is_not_taken_for_missing(self):
         """The installed program ends with 3 when there is no Java, and the service then stays down."""
