@@ -3,6 +3,7 @@ package com.quorin.sysmgt.tavl.LumetraAgent.tell;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.Event;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.EventLine;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.EventWords;
+import com.quorin.sysmgt.tavl.LumetraAgent.score.Episode;
 import com.quorin.sysmgt.tavl.LumetraAgent.score.Outcome;
 import java.time.Instant;
 import java.util.List;
@@ -41,20 +42,20 @@ record News(EventLine line, Outcome outcome, boolean isReminder, String sentence
     }
 
     /**
-     * Of the end of an exhaustion that was told.
+     * Of the end of an episode that was told.
      *
      * @param trackRecord what came of all announcements so far, in words; null when there is nothing to say
      */
-    static News end(Event.Subject subject, Outcome outcome, long epochSeconds, String trackRecord, Integer id) {
-        Event.Moment at = Event.Moment.of(Instant.ofEpochSecond(epochSeconds));
+    static News end(Event.Subject subject, Episode episode, String trackRecord, Integer id) {
+        Event.Moment at = Event.Moment.of(Instant.ofEpochSecond(episode.end()));
         EventLine line = new EventLine(at.text(), at.epochSeconds(), ENDED, subject.resource(), subject.instance(),
-                null, null, null, List.of(), null, trackRecord, null);
-        String what = switch (outcome) {
+                null, null, null, List.of(), null, trackRecord, episode.onset(), null);
+        String what = switch (episode.outcome()) {
             case REACHED -> " has run out, as announced";
             case FREED -> " no longer runs out: it has been freed";
             case LEVELLED_OFF -> " no longer runs out: it has levelled off";
             case OPEN -> throw new IllegalArgumentException("an episode that is open has not ended");
         };
-        return new News(line, outcome, false, EventWords.resource(subject) + what, "", "", id);
+        return new News(line, episode.outcome(), false, EventWords.resource(subject) + what, "", "", id);
     }
 }

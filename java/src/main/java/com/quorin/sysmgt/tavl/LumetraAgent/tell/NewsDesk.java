@@ -190,7 +190,7 @@ final class NewsDesk {
                 events.remove(key);
             }
             if (told.containsKey(subject)) {
-                reader.accept(News.end(subject, ended.episode().outcome(), ended.episode().end(),
+                reader.accept(News.end(subject, ended.episode(),
                         trackRecords.apply(subject.resource(), subject.instance()), id(subject)));
                 told.remove(subject);
             }

@@ -36,7 +36,7 @@ class NewsDeskTest {
 
     private static GivenResource disk(long onset) {
         GivenResource disk = GivenResource.disk(7, "/dev/a", "/data").forecast(onset == 0 ? -1 : 2, 60);
-        disk.onset = onset;
+        disk.episodeSince = onset;
         return disk;
     }
 
@@ -53,7 +53,7 @@ class NewsDeskTest {
 
     private void exhaustion() {
         desk.take(new Event.Exhaustion(at(), new Event.Subject("Space", "/dev/a /data"), 7200, "2 h", List.of(), null,
-                null));
+                Event.Background.NONE));
     }
 
     private void limit() {
@@ -108,6 +108,7 @@ class NewsDeskTest {
         assertEquals("ended", news.get(0).line().type());
         assertEquals("record of Space", news.get(0).line().trackRecord());
         assertEquals(now - 10, news.get(0).line().epochSeconds());
+        assertEquals(5, news.get(0).line().episodeSince());
         assertEquals(List.of(), cycle(disk(0)));
         exhaustion();
         assertEquals(1, cycle(disk(50)).size());
@@ -315,9 +316,9 @@ class NewsDeskTest {
     void aResourceWithoutAnInstanceIsTheSameInEventsAndPublications() {
         GivenResource swap = GivenResource.single(3, GivenResource.SWAP).forecast(1, 60);
         swap.instance = "";
-        swap.onset = 5;
+        swap.episodeSince = 5;
         desk.take(new Event.Exhaustion(at(), new Event.Subject(GivenResource.SWAP, "Null"), 7200, "2 h", List.of(),
-                null, null));
+                null, Event.Background.NONE));
         assertEquals(1, cycle(swap).size());
         assertEquals(3, news.get(0).id());
         ended.add(new EndedEpisode(1, 3, GivenResource.SWAP, "",

@@ -7,6 +7,7 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 import com.fasterxml.jackson.databind.JsonNode;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.Event;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.Culprit;
+import com.quorin.sysmgt.tavl.LumetraAgent.score.Episode;
 import com.quorin.sysmgt.tavl.LumetraAgent.score.Outcome;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.AsciiJson;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
@@ -24,7 +25,8 @@ class NewsLineTest {
     private static NewsLine exhaustion(String name, String instance) {
         List<Culprit> culprits = List.of(new Culprit("a", 1, 40), new Culprit("b", 2, 30));
         return new NewsLine(News.of(new Event.Exhaustion(AT, new Event.Subject(name, instance), 8100.4, "words",
-                culprits, " a(1)40 b(2)30", "announced once"), 12), "box", "http://127.0.0.1:8642/");
+                culprits, " a(1)40 b(2)30", new Event.Background("announced once", 9)), 12), "box",
+                "http://127.0.0.1:8642/");
     }
 
     private static JsonNode json(NewsLine line) throws IOException {
@@ -62,8 +64,8 @@ class NewsLineTest {
 
     @Test
     void anEndHasItsOutcome() throws IOException {
-        NewsLine end = new NewsLine(News.end(new Event.Subject("Swap", ""), Outcome.LEVELLED_OFF, 1_700_000_000L,
-                "announced once", null), "box", "");
+        NewsLine end = new NewsLine(News.end(new Event.Subject("Swap", ""), new Episode(0, 5, 6, 1_700_000_000L,
+                Outcome.LEVELLED_OFF, 0, 0, 0, 0, List.of()), "announced once", null), "box", "");
         JsonNode line = json(end);
         assertEquals("ended", line.path("type").textValue());
         assertEquals("levelledOff", line.path("outcome").textValue());
@@ -91,7 +93,7 @@ class NewsLineTest {
     @Test
     void whatIsNoNumberIsNone() throws IOException {
         NewsLine line = new NewsLine(News.of(new Event.Exhaustion(AT, new Event.Subject(null, null), Double.NaN, null,
-                List.of(), null, null), null), "box", "");
+                List.of(), null, Event.Background.NONE), null), "box", "");
         assertEquals("", line.environment().get("LUMETRA_SECONDS_TO_EXHAUSTION"));
         assertTrue(json(line).path("secondsToExhaustion").isNull());
     }
