@@ -5,6 +5,7 @@ import atexit
 import filecmp
 import functools
 import glob
+import http.server
 import json
 import os
 import re
@@ -13,6 +14,7 @@ import signal
 import subprocess
 import sys
 import tempfile
+import threading
 import unittest
 import zipfile
 
@@ -476,6 +478,39 @@ class PackageTest(InstalledTest):
             section = re.search(rf"^## {heading}\n(.*?)^## ", file.read(), re.MULTILINE | re.DOTALL).group(1)
         section = re.sub(r"^sudo (apt-get|systemctl) .*\n", "", section, flags=re.MULTILINE).replace("sudo ", "")
         return re.findall(r"^```\n(.*?)^```$", section, re.MULTILINE | re.DOTALL)
+
+    def test_2_what_the_documents_say_leads_to_a_message_at_a_web_hook(self):
+        if not shutil.which("curl"):
+            self.skipTest("curl is not installed")
+        got = []
+
+        class Hook(http.server.BaseHTTPRequestHandler):
+            def do_POST(self):
+                got.append(json.loads(self.rfile.read(int(self.headers["Content-Length"]))))
+                self.send_response(200)
+                self.end_headers()
+
+            def log_message(self, *arguments):
+                pass
+
+        server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Hook)
+        threading.Thread(target=server.serve_forever, daemon=True).start()
+        self.addCleanup(server.server_close)
+        self.addCleanup(server.shutdown)
+        _, configure, _, _ = self.documented("Who is told")
+        options = "/etc/lumetra-agent/agent.env"
+        self.machine.run("cp", options, "/tmp/agent.env")
+        self.addCleanup(self.machine.run, "sh", "-c", f"cp /tmp/agent.env {options}; rm -f /etc/lumetra-agent/webhook.curl")
+        self.machine.run("sh", "-ec", configure.replace("https://hooks.example/", f"http://127.0.0.1:{server.server_address[1]}/"))
+        asked = re.search(r'^LUMETRA_OPTIONS="(.*)"$', self.machine.run("cat", options), re.MULTILINE).group(1).split()
+        port = free_port()
+        self.agent("--port", str(port), *asked)
+        self.await_status(port)
+        _, fill, _ = self.documented("Alerts by Prometheus")
+        self.machine.run("sh", "-ec", fill)
+        self.addCleanup(self.machine.run, "sh", "-c", "umount /mnt/full && rmdir /mnt/full && rm -rf /run/mount")
+        wait_until(lambda: [line for line in list(got) if line["type"] == "upperTolerance" and line["instance"] == "full /mnt/full"],
+                   "the message on the limit")
 
     def provide_prometheus(self):
         """Puts it where its package would, from wherever it is unpacked here."""
