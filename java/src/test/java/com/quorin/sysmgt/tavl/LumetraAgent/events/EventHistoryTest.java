@@ -140,7 +140,10 @@ class EventHistoryTest {
         AgentEvents.tellTo(event -> {
             throw new IllegalStateException("no");
         });
+        EventHistory other = new EventHistory();
+        AgentEvents.tellTo(other);
         assertTrue(AgentEvents.sendEvent("soon", 5.0, "Swap", "_Total", ""));
+        assertEquals(1, other.newest(10).size());
         assertEquals(1, Files.readAllLines(file()).size());
     }
 

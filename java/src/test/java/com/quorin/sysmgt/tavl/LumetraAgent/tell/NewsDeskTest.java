@@ -127,6 +127,14 @@ class NewsDeskTest {
     }
 
     @Test
+    void anEpisodeAfterOneWhoseEndWasNeverSeenIsToldAnew() {
+        exhaustion();
+        cycle(disk(5));
+        exhaustion();
+        assertEquals(1, cycle(disk(50)).size());
+    }
+
+    @Test
     void anEpisodeOfWhichNobodyHeardEndsWithoutAWord() {
         cycle(disk(5));
         end(Outcome.FREED, 5, 0);
