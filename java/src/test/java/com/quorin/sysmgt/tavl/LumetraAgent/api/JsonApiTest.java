@@ -94,7 +94,8 @@ class JsonApiTest {
 
     @ParameterizedTest
     @CsvSource({"events,limit=0", "events,limit=1001", "events,limit=-1", "events,limit=1x", "events,limit=",
-        "events,limit=99999999999", "events,''", "events,limit=1&limit=2", "events,LIMIT=1", "events,x=1", "event-groups,limit=0",
+        "events,limit=99999999999", "events,''", "events,limit=1&limit=2", "events,LIMIT=1", "events,x=1",
+        "event-groups,limit=0",
         "events,limit=%31", "resources,limit=1", "resources/7/trend,limit=1", "resources/7/culprits,''",
         "resources/x/trend,", "resources//trend,", "resources/-1/trend,", "resources/12345678901/trend,",
         "resources/7%20/trend,", "resources/+7/events,", "resources/../events,"})
@@ -105,7 +106,8 @@ class JsonApiTest {
     @ParameterizedTest
     @CsvSource({"'',", "resource,", "resources/,", "resources/7,", "resources/7/,", "resources/7/trend/,",
         "resources/7/Trend,", "events/,", "resources/8/trend,", "resources/8/culprits,",
-        "resources/8/events,", "resources/8/event-groups,", "event-group,", "resources/2147483648/trend,", "resources/9999999999/events,", "%65vents,"})
+        "resources/8/events,", "resources/8/event-groups,", "event-group,", "resources/2147483648/trend,",
+        "resources/9999999999/events,", "%65vents,"})
     void unknownPaths(String path, String query) {
         assertEquals(404, assertThrows(WebProblem.class, () -> ask(path, query)).status());
     }

@@ -193,13 +193,16 @@ class AgentEventsTest {
                         + "\"secondsToExhaustion\":90.5,\"timeToExhaustion\":\"0 day(s)\",\"limit\":null,"
                         + "\"culprits\":[{\"name\":\"java\",\"pid\":12,\"value\":210},"
                         + "{\"name\":\"sshd\",\"pid\":9,\"value\":3}],"
-                        + "\"culpritText\":\" java(12)210 sshd(9)3\",\"trackRecord\":null,\"episodeSince\":null,\"message\":null}",
+                        + "\"culpritText\":\" java(12)210 sshd(9)3\",\"trackRecord\":null,"
+                        + "\"episodeSince\":null,\"message\":null}",
                 "{\"type\":\"upperTolerance\",\"resource\":\"Space\",\"instance\":\"/dev/vda /\","
                         + "\"secondsToExhaustion\":null,\"timeToExhaustion\":null,\"limit\":100.0,"
-                        + "\"culprits\":[],\"culpritText\":null,\"trackRecord\":null,\"episodeSince\":null,\"message\":null}",
+                        + "\"culprits\":[],\"culpritText\":null,\"trackRecord\":null,"
+                        + "\"episodeSince\":null,\"message\":null}",
                 "{\"type\":\"innerTolerance\",\"resource\":\"Space\",\"instance\":null,"
                         + "\"secondsToExhaustion\":null,\"timeToExhaustion\":null,\"limit\":0.0,"
-                        + "\"culprits\":[],\"culpritText\":null,\"trackRecord\":null,\"episodeSince\":null,\"message\":null}",
+                        + "\"culprits\":[],\"culpritText\":null,\"trackRecord\":null,"
+                        + "\"episodeSince\":null,\"message\":null}",
                 "{\"type\":\"fatal\",\"resource\":null,\"instance\":null,"
                         + "\"secondsToExhaustion\":null,\"timeToExhaustion\":null,\"limit\":null,"
                         + "\"culprits\":[],\"culpritText\":null,\"trackRecord\":null,"
@@ -229,7 +232,8 @@ class AgentEventsTest {
         assertEquals(List.of(
                 "{\"type\":\"exhaustion\",\"resource\":null,\"instance\":null,\"secondsToExhaustion\":null,"
                         + "\"timeToExhaustion\":null,\"limit\":null,\"culprits\":[],\"culpritText\":null,"
-                        + "\"trackRecord\":null,\"episodeSince\":null,\"message\":null}",
+                        + "\"trackRecord\":null,"
+                        + "\"episodeSince\":null,\"message\":null}",
                 "{\"type\":\"upperTolerance\",\"resource\":\"a\\n\\\"\\uD800\\u00FC\\u2028\","
                         + "\"instance\":\"\\u001B[2J\",\"secondsToExhaustion\":null,"
                         + "\"timeToExhaustion\":null,\"limit\":null,\"culprits\":[],\"culpritText\":null,"
