@@ -4,6 +4,7 @@
 #include "agent/agentRun.h"
 #include "agent/agentState.h"
 #include "agent/debugLog.h"
+#include "agent/serviceNotice.h"
 #include "agent/stopSync.h"
 #include "prediction/javaEventSink.h"
 #include "support/jniSupport.h"
@@ -47,7 +48,10 @@ jint research(JNIEnv* env, jobject self, jobject events, jint argumentCount, jst
         return -1;
     }
     struct Ended {
-        ~Ended() { running = false; }
+        ~Ended() {
+            tellStopping();
+            running = false;
+        }
     } ended;
     try {
         announceStart();

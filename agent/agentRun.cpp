@@ -11,6 +11,8 @@
 #include "agent/errorExit.h"
 #include "agent/hostFeed.h"
 #include "agent/resume.h"
+#include "agent/serviceNotice.h"
+#include "agent/serviceStatus.h"
 #include "agent/stopSync.h"
 #include "prediction/exhaustion.h"
 #include "prediction/predictor.h"
@@ -132,6 +134,8 @@ bool startUp(Clasp* clasp) {
 /// A request to stop ends the reading, however much there is to be read.
 bool readOn(std::int64_t read, std::int64_t all) {
     tellReading(read, all);
+    if (isServiceNoticeOpen() && systemClock().now() >= nextSignOfLife())
+        tellAlive(describeReadingArchive(read, all));
     return continueExecuting != 0;
 }
 
@@ -174,6 +178,18 @@ void publish(const Clasp& clasp, const CycleReport& report) {
     });
 }
 
+/// Without memory for what there is to be said, the sign of life goes out alone.
+void tellService(const Clasp& clasp) {
+    if (!isServiceNoticeOpen())
+        return;
+    std::string status;
+    attempt([&] {
+        status = describeService(clasp);
+        return 1;
+    });
+    tellCycle(status);
+}
+
 void runOneCycle(Clasp* clasp, CycleReport* report) {
     StopWatch watch;
     const int sampled = attempt([&] { return RawDataRetrievalAndArchive(clasp); });
@@ -193,6 +209,7 @@ void runOneCycle(Clasp* clasp, CycleReport* report) {
     report->total += report->sampling + report->forecast + report->writing;
     ++report->cycles;
     publish(*clasp, *report);
+    tellService(*clasp);
 }
 
 void runWith(std::string_view configuration, const std::string& configPath) {

@@ -5,6 +5,7 @@
 #include "agent/checkFeed.h"
 #include "agent/hostFeed.h"
 #include "agent/resume.h"
+#include "agent/serviceNotice.h"
 #include "replay/replayFeed.h"
 #include "support/jniSupport.h"
 
@@ -21,6 +22,9 @@ namespace {
 constexpr const char* hostClass = "com/quorin/sysmgt/tavl/LumetraAgent/HostFeed";
 constexpr const char* replayClass = "com/quorin/sysmgt/tavl/LumetraAgent/ReplayFeed";
 constexpr const char* checkClass = "com/quorin/sysmgt/tavl/LumetraAgent/CheckFeed";
+
+/// A time that a clock can be ahead of another without an overflow: 100 years.
+constexpr jlong longestMicroseconds = 100L * 365 * 24 * 3600 * 1000000;
 
 /// A Java array of the bytes; null with an exception pending when Java has no memory for it.
 jbyteArray makeJavaBytes(JNIEnv* env, const std::string& bytes) {
@@ -109,6 +113,20 @@ jbyteArray JNICALL counters(JNIEnv* env, jclass) {
     return answer(env, [env] { return makeJavaBytes(env, describeCounters()); });
 }
 
+/// False when nobody can be told by such a name.
+jboolean JNICALL tellService(JNIEnv* env, jclass, jbyteArray socket, jlong watchdogMicroseconds) {
+    if (!areThere(env, {socket}))
+        return JNI_FALSE;
+    try {
+        const std::chrono::microseconds watchdog(
+            std::clamp<jlong>(watchdogMicroseconds, 0, longestMicroseconds));
+        return openServiceNotice(bytesOf(env, socket), watchdog) ? JNI_TRUE : JNI_FALSE;
+    } catch (const std::exception& failure) {
+        throwJava(env, "java/lang/OutOfMemoryError", failure.what());
+    }
+    return JNI_FALSE;
+}
+
 // --- replays
 
 /// 0 with an exception pending when the request is not understood.
@@ -173,6 +191,7 @@ void registerHost(JNIEnv* env) {
         method("curves", "(I)[B", reinterpret_cast<void*>(&curves)),
         method("counters", "()[B", reinterpret_cast<void*>(&counters)),
         method("resume", "(Z)V", reinterpret_cast<void*>(&resume)),
+        method("tellService", "([BJ)Z", reinterpret_cast<void*>(&tellService)),
         method("reading", "()[B", reinterpret_cast<void*>(&reading)),
     };
     registerClass<hostFeedVersion>(env, hostClass, methods);

@@ -73,17 +73,6 @@ bool isDisk(const Link& link) {
     return link.ResourceType == 2 && link.Descriptor0 == "LogicalDisk";
 }
 
-std::int32_t placeOfMountPoint(const Link& link) {
-    const std::size_t blank = isDisk(link) ? link.Descriptor1.view().find(" /") : std::string_view::npos;
-    return blank == std::string_view::npos ? -1 : static_cast<std::int32_t>(blank + 1);
-}
-
-/// What the newest analysis counted, or, of a link that none has looked at, all that it holds.
-std::int32_t usableSamples(const Link& link) {
-    const LinkFindings& findings = link.findings;
-    return findings.usableSamples > 0 ? findings.usableSamples : static_cast<std::int32_t>(samplesHeld(link));
-}
-
 void putResource(Bytes& bytes, const Link& link) {
     const ToleranceLimits limits = limitsOfMethod(link.AnalyticalMethod);
     const LinkFindings& findings = link.findings;
@@ -310,6 +299,16 @@ std::optional<std::string> curvesOf(std::int32_t rid) {
     for (const Announcement& announcement : copy.announcements)
         bytes.longNumber(announcement.time).longNumber(announcement.announced);
     return bytes.take();
+}
+
+std::int32_t placeOfMountPoint(const Link& link) {
+    const std::size_t blank = isDisk(link) ? link.Descriptor1.view().find(" /") : std::string_view::npos;
+    return blank == std::string_view::npos ? -1 : static_cast<std::int32_t>(blank + 1);
+}
+
+std::int32_t usableSamples(const Link& link) {
+    const LinkFindings& findings = link.findings;
+    return findings.usableSamples > 0 ? findings.usableSamples : static_cast<std::int32_t>(samplesHeld(link));
 }
 
 std::string describeCounters() {

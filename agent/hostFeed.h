@@ -53,7 +53,7 @@ namespace obrin {
 //                reads none)
 
 /// Changes with the layout of the bytes and with the native methods.
-inline constexpr std::int32_t hostFeedVersion = 3;
+inline constexpr std::int32_t hostFeedVersion = 4;
 
 enum class PublicationKind : std::int32_t { running = 1, over = 2 };
 
@@ -88,6 +88,12 @@ Publication awaitPublication(std::int64_t after, std::chrono::milliseconds patie
 /// with a forecast, the samples end with those that it was made from. Nothing when there is no such link. Any
 /// thread.
 std::optional<std::string> curvesOf(std::int32_t rid);
+
+/// Where a disk's mount point begins in its instance name; -1 for what is no disk.
+std::int32_t placeOfMountPoint(const Link& link);
+
+/// Samples that the newest analysis counted, or, of a link that none has looked at, all that it holds.
+std::int32_t usableSamples(const Link& link);
 
 /// What the agent can count, and whose users it names. Any thread.
 std::string describeCounters();

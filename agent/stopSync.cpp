@@ -1,8 +1,10 @@
 #include "agent/stopSync.h"
 
 #include "agent/debugLog.h"
+#include "agent/serviceNotice.h"
 #include "support/clock.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <ctime>
 #include <pthread.h>
@@ -50,8 +52,14 @@ int javaThreadSyncSleep(int seconds) {
     const Clock::Moment deadline = systemClock().now() + std::chrono::seconds(seconds);
     const unsigned requestsBefore = stopRequests;
     int result = 0;
-    while (result == 0 && stopRequests == requestsBefore)
-        result = systemClock().waitUntil(&pleaseStopCond, &mut, deadline);
+    while (result == 0 && stopRequests == requestsBefore) {
+        const Clock::Moment wake = std::min(deadline, nextSignOfLife());
+        result = systemClock().waitUntil(&pleaseStopCond, &mut, wake);
+        if (result == ETIMEDOUT && wake < deadline) {
+            tellAlive();
+            result = 0;
+        }
+    }
     if (result != 0 && result != ETIMEDOUT && result != EINTR)
         logUnexpected(seconds, result);
     return result;

@@ -16,7 +16,8 @@ bool stopRequested();
 
 /// Sleeps up to `seconds` seconds on the monotonic clock, or until a stop request that arrives during the
 /// sleep; one that came before it does not shorten it. 0 when woken by a stop request, ETIMEDOUT when the
-/// time ran out, else the error number of the wait (logged). Agent thread.
+/// time ran out, else the error number of the wait (logged). Tells the service manager on the way that the
+/// agent lives. Agent thread.
 int javaThreadSyncSleep(int seconds);
 
 /// Asks the agent to stop: clears continueExecuting and wakes a sleep in progress. 0. Any thread, any number

@@ -2,8 +2,11 @@
 
 #include "agent/hostFeed.h"
 #include "agent/resume.h"
+#include "agent/serviceNotice.h"
 #include "tests/support/feedReading.h"
 #include "tests/support/nativeDoor.h"
+#include "tests/support/serviceSocket.h"
+#include "tests/support/temporaryDirectory.h"
 
 #include <gmock/gmock.h>
 #include <jni.h>
@@ -29,6 +32,7 @@ protected:
                           {"curves", "(I)[B"},
                           {"counters", "()[B"},
                           {"resume", "(Z)V"},
+                          {"tellService", "([BJ)Z"},
                           {"reading", "()[B"}});
     }
 };
@@ -158,6 +162,26 @@ TEST_F(HostDoor, HowFarTheReadingIsIsHandedOver) {
     EXPECT_EQ(in.longNumber(), 3000000000);
     EXPECT_EQ(in.longNumber(), 5000000000);
     EXPECT_TRUE(in.atEnd());
+}
+
+TEST_F(HostDoor, TheHostSaysWhichServiceManagerIsTold) {
+    declareHost(hostFeedVersion);
+    load();
+    const auto tellService = native<jboolean (*)(JNIEnv*, jclass, jbyteArray, jlong)>("tellService");
+    const TemporaryDirectory directory;
+    const ServiceSocket manager(directory.path("notify"));
+    EXPECT_EQ(tellService(java.env(), nullptr, java.makeBytes(directory.path("notify")), 20000000), JNI_TRUE);
+    tellCycle("x");
+    EXPECT_EQ(manager.next(), "READY=1\nWATCHDOG=1\nSTATUS=x");
+    for (const jlong any : {std::numeric_limits<jlong>::min(), std::numeric_limits<jlong>::max()}) {
+        EXPECT_EQ(tellService(java.env(), nullptr, java.makeBytes(directory.path("notify")), any), JNI_TRUE);
+        tellCycle("x");
+        EXPECT_GT(nextSignOfLife(), systemClock().now());
+    }
+    EXPECT_EQ(tellService(java.env(), nullptr, java.makeBytes("nowhere"), 0), JNI_FALSE);
+    EXPECT_FALSE(isServiceNoticeOpen());
+    EXPECT_EQ(tellService(java.env(), nullptr, nullptr, 0), JNI_FALSE);
+    EXPECT_EQ(java.pendingException(), "java/lang/NullPointerException: an argument is missing");
 }
 
 TEST_F(HostDoor, ANumberThatNoLinkHasGivesNoCurves) {

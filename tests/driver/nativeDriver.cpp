@@ -21,11 +21,15 @@
 // last until "turn" ends them or a stop request. The sleep after the last of --cycles lasts, with any clock,
 // until the stop request that comes then.
 //
+// With --notify SOCKET the service manager there is told, which wants a sign of life at least every
+// --watchdog MICROSECONDS.
+//
 // With --resume the host wishes that runs go on with what the archive has of earlier ones.
 //
 // Exit status: 0 when everything was given back and used rightly, 3 otherwise, 2 for a wrong command line.
 
 #include "agent/resume.h"
+#include "agent/serviceNotice.h"
 #include "support/immortal.h"
 #include "support/systemPaths.h"
 #include "tests/driver/viewerThreads.h"
@@ -81,6 +85,8 @@ struct Options {
     long time = -1;
     long viewers = 0;
     unsigned seed = 1;
+    std::string notify;
+    long watchdog = 0;
     bool levels = false;
     bool nullTexts = false;
     bool turnedClock = false;
@@ -335,6 +341,10 @@ Options readOptions(const std::vector<std::string>& words, FakeJavaEnvironment& 
                 options.program = value;
             else if (name == "--processes")
                 obrin::systemPaths().proc = value;
+            else if (name == "--notify")
+                options.notify = value;
+            else if (name == "--watchdog")
+                options.watchdog = number;
             else if (name == "--locale")
                 options.locale = value;
             else if (name == "--stop-when")
@@ -437,6 +447,9 @@ int main(int count, char** words) {
         setTurnedClock(options.holdSleeps, options.time);
     else
         setRealClock();
+    if (!options.notify.empty() &&
+        !obrin::openServiceNotice(options.notify, std::chrono::microseconds(options.watchdog)))
+        usage("nobody can be told at " + options.notify);
     bool fine = true;
     ViewerThreads viewers(options.viewers, options.seed, tell);
     viewers.awaitLooks();

@@ -10,7 +10,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 FOLDERS = ["support", "numeric", "agent", "resources", "acquisition", "prediction", "trendviewer", "diagnosis", "replay"]
 
 FLOORS = [
-    (1, r"support/.*|numeric/.*|agent/(debugLog|argumentlessFormat|stopSync)"),
+    (1, r"support/.*|numeric/.*|agent/(debugLog|argumentlessFormat|serviceNotice|stopSync)"),
     (2, r"resources/(resourceRecords|resourceChain|chainReport|scratchPad.*|windowSizing)|agent/agentState"),
     (3, r"prediction/(eventDelivery|javaEventSink)|agent/errorExit"),
     (5, r"acquisition/samplingCycle|agent/agentConfig|prediction/(modelSelection|exhaustion|predictor|scorekeeper)"),

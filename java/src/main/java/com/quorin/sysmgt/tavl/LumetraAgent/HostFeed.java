@@ -11,7 +11,7 @@ import java.util.function.IntSupplier;
 public final class HostFeed {
 
     /** The layout of the bytes that are handed over. A library of another layout keeps its door shut. */
-    public static final int VERSION = 3;
+    public static final int VERSION = 4;
 
     private HostFeed() {}
 
@@ -38,6 +38,15 @@ public final class HostFeed {
      * unless this has been called.
      */
     public static native void resume(boolean wanted);
+
+    /**
+     * From now on the agent tells a service manager that it is ready, that it lives and that it ends; nobody unless
+     * this has been called. False when nobody can be told there. To be called before a run begins.
+     *
+     * @param socket               the bytes of the service manager's socket, as it named it
+     * @param watchdogMicroseconds it wants a sign of life at least that often; 0 for no such wish
+     */
+    public static native boolean tellService(byte[] socket, long watchdogMicroseconds);
 
     /** How far a run that begins has read its archive. Any thread. */
     public static native byte[] reading();

@@ -183,6 +183,8 @@ final class RunCommand implements Callable<Integer> {
         Optional<String> problem = HostFeed.problem();
         if (problem.isEmpty()) {
             HostFeed.resume(!fresh);
+            ServiceManager.of(System.getenv(), ProcessHandle.current().pid())
+                    .flatMap(manager -> manager.introduce(HostFeed::tellService)).ifPresent(out::println);
             follow();
         }
         SpareThreads spare = SpareThreads.hold(THREADS_OF_A_SIGNAL + THREADS_OF_A_LISTING);
