@@ -163,7 +163,7 @@ class House(unittest.TestCase):
 
     def test_a_java_package_uses_only_those_before_it(self):
         order = ["text", "", "files", "events", "score", "resource", "watch", "http", "tell", "api", "metrics", "check",
-                 "client", "replay", "host"]
+                 "client", "doctor", "replay", "host"]
         root = ROOT.joinpath("java/src/main/java", *JAVA.split("."))
         found = {path.parent.relative_to(root).as_posix().replace(".", "") for path in root.rglob("*.java")}
         self.assertEqual(found, set(order))

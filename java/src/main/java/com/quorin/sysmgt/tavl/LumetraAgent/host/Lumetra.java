@@ -16,7 +16,7 @@ import picocli.CommandLine;
 @Command(name = "lumetra", mixinStandardHelpOptions = true, versionProvider = Program.Version.class,
         description = "Tells hours ahead which resource of this machine will run out.",
         subcommands = {RunCommand.class, StatusCommand.class, PlotCommand.class, CheckCommand.class,
-            ReplayCommand.class},
+            DoctorCommand.class, ReplayCommand.class},
         commandListHeading = "%nCommands:%n",
         footerHeading = "%nExit codes:%n",
         footer = {"  0  done",
@@ -60,6 +60,6 @@ public final class Lumetra implements Runnable {
     /** Without a command there is nothing to do. */
     @Override
     public void run() {
-        throw new ParameterException(spec.commandLine(), "a command is missing: run, status, plot, check or replay");
+        throw new ParameterException(spec.commandLine(), "a command is missing: run, status, plot, check, doctor or replay");
     }
 }

@@ -52,7 +52,7 @@ class LumetraTest {
         assertEquals(2, execute("plot", ""));
         String[] lines = err.toString().split("\n");
         assertEquals(16, lines.length, err.toString());
-        assertEquals("lumetra: a command is missing: run, status, plot, check or replay", lines[0]);
+        assertEquals("lumetra: a command is missing: run, status, plot, check, doctor or replay", lines[0]);
         assertEquals("Try lumetra --help", lines[1]);
         assertEquals("Try lumetra status --help", lines[5]);
         assertTrue(lines[10].startsWith(
