@@ -7,6 +7,7 @@ Knows the file formats on its own and shares nothing with the agent's code. The 
   DECL  declaration file: always one complete generation with the same declarations
   RID   identifiers: a resource keeps its number, a number never names two resources
   LOG   debug log: bounded, one backup, no holes
+  EVT   events and score: one JSON object a line, older lines byte for byte as they were; a death tears at most its own line
   TREND trend and culprit files: none are left when the agent has ended
   SIDE  side files: none is left of a file that was replaced
 
@@ -15,6 +16,7 @@ A "before" directory is an earlier copy of the home. Exit status 0 when every pr
 """
 
 import argparse
+import json
 import os
 import re
 import sys
@@ -45,6 +47,10 @@ class Layout:
     def files(self):
         return {"archive": self.archive, "scratch pad": self.scratch_pad, "declarations": self.declarations}
 
+    def records(self):
+        """The files of a line for each happening, which the Java half writes."""
+        return {name: os.path.join(self.home, "log", name + ".jsonl") for name in ("events", "score")}
+
 
 def content(path):
     """The file's bytes, None when there is no such regular file."""
@@ -58,8 +64,8 @@ def content(path):
 
 
 def snapshot(layout):
-    """The three files as they are now: what a later check compares with."""
-    return {name: content(path) for name, path in layout.files().items()}
+    """The files as they are now: what a later check compares with."""
+    return {name: content(path) for name, path in (*layout.files().items(), *layout.records().items())}
 
 
 # Text of the declarations.
@@ -179,6 +185,14 @@ def parse_scratch_pad(text):
     return records
 
 
+def is_record(line):
+    """Whether a line is one JSON object in ASCII."""
+    try:
+        return isinstance(json.loads(line.decode("ascii")), dict)
+    except ValueError:
+        return False
+
+
 def side_files(directory):
     """Names of files there that were to take another's place."""
     return [name for name in os.listdir(directory) if re.fullmatch(r"\.lumetra-[0-9a-f]{16}", name)]
@@ -206,6 +220,8 @@ class Checker:
         self.check_declarations()
         self.check_scratch_pad()
         self.check_log()
+        for name, path in self.layout.records().items():
+            self.check_records(name, path)
         if not self.killed:
             self.check_left_overs()
         return self.problems
@@ -334,6 +350,31 @@ class Checker:
                 self.wrong("LOG", f"{name} has {len(text)} bytes")
             if b"\0" in text:
                 self.wrong("LOG", f"{name} has holes of NULs")
+
+    # EVT
+
+    def check_records(self, name, path):
+        now = content(path)
+        old = self.before.get(name)
+        if now is None:
+            if old:
+                self.wrong("EVT", f"{name} are gone")
+            return
+        if old and not now.startswith(old):
+            # It may have turned over meanwhile.
+            now = (content(path + ".1") or b"") + now
+            if not now.startswith(old):
+                self.wrong("EVT", f"older lines of {name} have changed")
+        begin = old.rfind(b"\n") + 1 if old else 0
+        *lines, rest = now[begin:].split(b"\n")
+        torn = [line for line in lines if not is_record(line)]
+        # What an earlier death tore, the next line has ended.
+        if torn and old and old[begin:] and torn[0] == old[begin:]:
+            torn.pop(0)
+        if torn:
+            self.wrong("EVT", f"no line of {name}: {torn[0][:120]!r}")
+        if rest and not self.killed:
+            self.wrong("EVT", f"torn last line of {name} {rest[-60:]!r}")
 
     def check_left_overs(self):
         places = {os.path.dirname(path) for path in self.layout.files().values()} | {self.layout.bin, self.layout.data}

@@ -107,6 +107,29 @@ class Checking(unittest.TestCase):
             self.assertEqual(self.problems(), [code], path)
             os.unlink(path)
 
+    def test_damaged_records_are_noticed(self):
+        events, line = self.home.layout.records()["events"], '{"type": "start"}\n'
+        write(events, line)
+        self.assertEqual(self.problems(), [])
+        self.before = self.home.snapshot()
+        for text, expected in ((line + line, []), (line + '{"type": "st', ["EVT"]), (line + '{"ty\n' + line, ["EVT"]), (line + "[]\n", ["EVT"]),
+                               (line + '{"\xe4": 1}\n', ["EVT"]), ('{"type": "stop"}\n', ["EVT"]), ("", ["EVT"])):
+            write(events, text)
+            self.assertEqual(self.problems(), expected, text)
+        write(events, line + '{"type": "st')
+        self.assertEqual(self.problems(killed=True), [])
+        self.before = self.home.snapshot()
+        write(events, line + '{"type": "st\n' + line)
+        self.assertEqual(self.problems(), [], "the torn line was ended")
+        write(events, line + '{"type": "st' + line)
+        self.assertEqual(self.problems(), ["EVT"], "the torn line has merged with the next")
+        os.rename(events, events + ".1")
+        write(events, line)
+        write(events + ".1", line + '{"type": "st\n')
+        self.assertEqual(self.problems(), [], "the file has turned over")
+        os.unlink(events)
+        self.assertEqual(self.problems(), ["EVT"])
+
     def test_the_command_tells_the_same(self):
         program = os.path.abspath(check_home.__file__)
         with tempfile.TemporaryDirectory() as copy:

@@ -136,7 +136,7 @@ final class HomeCondition {
                             + " and the home to " + owner, "chown " + owner + " " + path + ".");
                 }
             }
-            return Symptom.ok(Subject.OWNER, "nobody but " + owner + (owner.equals("root") ? "" : " and root") + " can write in the home");
+            return Symptom.ok(Subject.OWNER, "nobody but its owner, " + owner + ", and root can write in the home");
         } catch (IOException | RuntimeException e) {
             return new Symptom(Subject.OWNER, Severity.NOTICE, "who may write in the home cannot be seen",
                     "Ask again as root.");
