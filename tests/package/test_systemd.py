@@ -11,7 +11,9 @@ import tempfile
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from test_package import HOME, package  # noqa: E402
+from test_package import HOME, PROJECT, package  # noqa: E402
+sys.path.insert(0, os.path.join(PROJECT, "tests", "e2e"))
+from agent_home import children_of  # noqa: E402
 from suite import die_with_parent, long_only, remaining, wait_until  # noqa: E402
 
 TOOLS = ("unshare", "nsenter", "systemd-nspawn", "dpkg-deb")
@@ -64,11 +66,13 @@ class Container:
         return self.log.read().decode("utf-8", "replace").strip()[-300:] or "systemd-nspawn ended"
 
     def first_process(self):
-        with open(f"/proc/{self.process.pid}/task/{self.process.pid}/children", encoding="ascii") as file:
-            for child in file.read().split():
+        for child in children_of(self.process.pid):
+            try:
                 with open(f"/proc/{child}/comm", encoding="ascii") as comm:
                     if comm.read().strip() == "systemd":
-                        return child
+                        return str(child)
+            except OSError:
+                pass  # it has ended
         return None
 
     def state(self):
