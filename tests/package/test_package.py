@@ -20,6 +20,8 @@ import zipfile
 
 PROJECT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 sys.path.insert(0, os.path.join(PROJECT, "tests"))
+sys.path.insert(0, os.path.join(PROJECT, "tests", "e2e"))
+from service_manager import ServiceSocket  # noqa: E402
 from suite import LONG, die_with_parent, free_port, long_only, remaining, wait_until  # noqa: E402
 
 DEBIAN = os.path.join(PROJECT, "debian")
@@ -437,6 +439,31 @@ class PackageTest(InstalledTest):
         for name in ("LumetraArchive.txt", "ScratchPad.txt"):
             self.assertIn("adm 640", self.machine.run("stat", "-c", "%G %a", f"{HOME}/data/{name}"))
         self.assertEqual("Nothing found.\n", self.machine.run("lumetra", "check"))
+
+    def test_2_the_service_manager_is_told_by_the_process_that_it_started(self):
+        manager = ServiceSocket(f"@lumetra-test-{os.getpid()}")
+        self.addCleanup(manager.close)
+        agent = self.agent("--port", "0", **manager.environment())
+        manager.await_line("READY=1")
+        self.assertRegex(manager.await_line("STATUS="), r"^STATUS=\d+ resources; ")
+        self.assertEqual({agent.pid}, manager.senders)
+        agent.send_signal(signal.SIGTERM)
+        self.end_of(agent)
+        manager.await_line("STOPPING=1")
+
+    def test_1_the_watchdog_waits_for_longer_than_any_honest_cycle(self):
+        self.assertEqual(["notify", "main", "SIGQUIT"],
+                         [setting(self.unit, name) for name in ("Type", "NotifyAccess", "WatchdogSignal")])
+        with open(os.path.join(PROJECT, "acquisition", "diskListing.cpp"), encoding="utf-8") as file:
+            listing = int(re.search(r"seconds longestRun\{(\d+)\};", file.read()).group(1))
+        self.assertGreaterEqual(int(setting(self.unit, "WatchdogSec")), 10 * listing)
+
+    def test_2_the_doctor_looks_at_the_home_of_the_service(self):
+        told = json.loads(self.machine.run("lumetra", "doctor", "--json", "--port", str(free_port()), expected=None))
+        found = {finding["subject"]: finding for finding in told["findings"]}
+        self.assertEqual(f"the home is {HOME}", found["home"]["what"])
+        for subject in ("home", "owner", "lock", "configuration"):
+            self.assertEqual("ok", found[subject]["severity"], found[subject])
 
     def await_status(self, port):
         """What status prints once there is a sample."""
