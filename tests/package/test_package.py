@@ -445,7 +445,7 @@ class PackageTest(InstalledTest):
         self.addCleanup(manager.close)
         agent = self.agent("--port", "0", **manager.environment())
         manager.await_line("READY=1")
-        self.assertRegex(manager.await_line("STATUS="), r"^STATUS=\d+ resources; ")
+        wait_until(lambda: any(re.match(r"STATUS=\d+ resources; ", line) for line in manager.lines()), "its status")
         self.assertEqual({agent.pid}, manager.senders)
         agent.send_signal(signal.SIGTERM)
         self.end_of(agent)
