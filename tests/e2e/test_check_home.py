@@ -112,7 +112,8 @@ class Checking(unittest.TestCase):
         write(events, line)
         self.assertEqual(self.problems(), [])
         self.before = self.home.snapshot()
-        for text, expected in ((line + line, []), (line + '{"type": "st', ["EVT"]), (line + '{"ty\n' + line, ["EVT"]), (line + "[]\n", ["EVT"]),
+        for text, expected in ((line + line, []), (line + '{"type": "st', ["EVT"]), (line + '{"ty\n' + line, ["EVT"]),
+                               (line + "[]\n", ["EVT"]),
                                (line + '{"\xe4": 1}\n', ["EVT"]), ('{"type": "stop"}\n', ["EVT"]), ("", ["EVT"])):
             write(events, text)
             self.assertEqual(self.problems(), expected, text)

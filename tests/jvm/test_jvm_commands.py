@@ -200,7 +200,8 @@ class Completion(JavaTest):
 
     def test_every_command_and_option_is_offered(self):
         commands = self.offered("")
-        self.assertEqual({"run", "status", "plot", "check", "doctor", "replay"}, {word for word in commands if not word.startswith("-")})
+        self.assertEqual({"run", "status", "plot", "check", "doctor", "replay"},
+                         {word for word in commands if not word.startswith("-")})
         self.assertEqual({"status"}, self.offered("st"))
         for command in commands:
             told = subprocess.run(["java", "-jar", JAR, command, "--help"], capture_output=True, text=True, check=True).stdout
@@ -219,7 +220,8 @@ class Completion(JavaTest):
             inside = directory + "/o"
             pathlib.Path(inside + "penly.ini").touch()
             directories = {directory + "/one", directory + "/other place"}
-            for command, option in (("run", "--home"), ("check", "--home"), ("doctor", "--home"), ("plot", "--output"), ("replay", "--plot")):
+            for command, option in (("run", "--home"), ("check", "--home"), ("doctor", "--home"),
+                                    ("plot", "--output"), ("replay", "--plot")):
                 self.assertEqual(directories, self.offered(command, option, inside), command)
             for command in ("run", "check", "doctor"):
                 self.assertEqual(directories | {inside + "penly.ini"}, self.offered(command, "--config", inside), command)

@@ -60,6 +60,7 @@ public final class Lumetra implements Runnable {
     /** Without a command there is nothing to do. */
     @Override
     public void run() {
-        throw new ParameterException(spec.commandLine(), "a command is missing: run, status, plot, check, doctor or replay");
+        throw new ParameterException(spec.commandLine(),
+                "a command is missing: run, status, plot, check, doctor or replay");
     }
 }
