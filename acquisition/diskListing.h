@@ -12,7 +12,7 @@
 namespace obrin {
 
 /// So many of what is left out are kept, to be told.
-inline constexpr std::size_t mostLeftOut = 100;
+inline constexpr std::size_t mostLeftOut = 10000;
 
 /// What a listing counts.
 enum class DiskCounter { space, inodes };

@@ -1,6 +1,7 @@
 #include "acquisition/instances.h"
 
 #include "acquisition/diskListing.h"
+#include "acquisition/textForms.h"
 #include "agent/debugLog.h"
 #include "support/immortal.h"
 #include "support/systemPaths.h"
@@ -8,6 +9,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 namespace obrin {
 
@@ -17,9 +19,13 @@ bool longNameLogged = false;
 bool missingListingLogged = false;
 Immortal<std::vector<LeftOutDisk>> leftOut;
 
-void leaveOut(const std::string& text, const char* reason) {
+void leaveOut(LeftOutDisk disk) {
     if (leftOut->size() < mostLeftOut)
-        leftOut->push_back({text, reason});
+        leftOut->push_back(std::move(disk));
+}
+
+void leaveOut(const std::string& text, const char* reason) {
+    leaveOut({text, LeftOutKind::unreadable, "", reason});
 }
 
 /// Says once, until a listing comes, that there is none.
@@ -27,43 +33,6 @@ void noteListing(bool isThere) {
     if (!isThere && !missingListingLogged)
         DEBUGMSG("%s", noDiskListing);
     missingListingLogged = !isThere;
-}
-
-bool isControl(unsigned char byte) {
-    return byte < 0x20 || byte == 0x7F;
-}
-
-/// The text as df prints it: "?" for control characters, and where it prints ASCII only, for all other bytes
-/// as well.
-std::string asListed(std::string_view text, bool asciiOnly) {
-    std::string listed(text);
-    for (char& byte : listed) {
-        const auto value = static_cast<unsigned char>(byte);
-        if (isControl(value) || (asciiOnly && value >= 0x80))
-            byte = '?';
-    }
-    return listed;
-}
-
-bool isOctal(char byte) {
-    return byte >= '0' && byte <= '7';
-}
-
-/// The kernel writes blank, tab, line feed, backslash and "#" as a backslash and three octal digits.
-std::string decodeOctal(std::string_view text) {
-    std::string decoded;
-    decoded.reserve(text.size());
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '\\' && i + 3 < text.size() && text[i + 1] <= '3' && isOctal(text[i + 1]) &&
-            isOctal(text[i + 2]) && isOctal(text[i + 3])) {
-            decoded +=
-                static_cast<char>((text[i + 1] - '0') * 64 + (text[i + 2] - '0') * 8 + (text[i + 3] - '0'));
-            i += 3;
-        } else {
-            decoded += text[i];
-        }
-    }
-    return decoded;
 }
 
 /// Without the blanks at both ends: df pads its columns with them.
@@ -106,10 +75,15 @@ int Retrievedisks(int count, std::vector<DiskName>* names) {
     for (const std::string& line : taken.listing->leftOut())
         leaveOut(line, "its line in the listing of disks cannot be read without doubt");
     int retrieved = 0;
+    SelectionPass selection;
     for (const DiskLine& line : taken.listing->lines()) {
         if (retrieved >= count)
             break;
         const std::string name = line.device + " " + line.mountPoint;
+        if (auto disk = selection.judge(line.device, line.mountPoint)) {
+            leaveOut(std::move(*disk));
+            continue;
+        }
         if (name.size() <= DiskName::capacity()) {
             names->emplace_back(name);
             ++retrieved;
@@ -136,6 +110,7 @@ void beginInstanceRun() {
     leftOut->clear();
     longNameLogged = false;
     missingListingLogged = false;
+    beginSelectionRun();
     beginListingCycle(std::chrono::milliseconds(0));
 }
 
@@ -195,6 +170,10 @@ int driveExists(std::string_view instance) {
     if (instance == "_Total")
         return 1;
     return driveExists(MountTable::read(), instance);
+}
+
+bool isGone(const MountTable& table, std::string_view instance) {
+    return driveExists(table, instance) == 0 || isLeftOut(instance, mountPointOf(instance));
 }
 
 int GetNumberOfPIDsPerProcess(const char* /*object*/, const char* /*instance*/) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "acquisition/diskSelection.h"
 #include "support/fixedText.h"
 
 #include <cstdint>
@@ -23,23 +24,18 @@ inline constexpr const char* noDiskListing =
 int GetNumberOfdisks();
 
 /// Fills `names` (emptied first) with at most `count` disks of a fresh listing, in its order, and returns how
-/// many, 0 for an empty one; -1 when the listing cannot be had. A disk whose name does not fit is left out,
-/// with one log line a run. Agent thread.
+/// many, 0 for an empty one; -1 when the listing cannot be had. What the run's rules leave out is not among
+/// them; nor is a disk whose name does not fit, with one log line a run. Agent thread.
 int Retrievedisks(int count, std::vector<DiskName>* names);
 
-/// A disk of the newest listing that is not watched.
-struct LeftOutDisk {
-    std::string text;   ///< its name, or its line of the listing
-    const char* reason; ///< for a person
-};
-
-/// At most mostLeftOut of them. Agent thread.
+/// The disks of the newest listing that are not watched, at most mostLeftOut of them. Agent thread.
 const std::vector<LeftOutDisk>& disksLeftOut();
 
 /// Whether the newest attempt to list the disks gave nothing. Agent thread.
 bool awaitsDiskListing();
 
-/// Begins a run: listings of an earlier one are forgotten, and what is logged once is logged once more.
+/// Begins a run: listings of an earlier one are forgotten, what is logged once is logged once more, and the
+/// rules that were set last are in force.
 /// Agent thread.
 void beginInstanceRun();
 
@@ -75,6 +71,10 @@ int driveExists(const MountTable& table, std::string_view instance);
 
 /// As above, with a table read for this call.
 int driveExists(std::string_view instance);
+
+/// Whether a disk that is in the chain must go: it is not mounted any more, or what is mounted there now is
+/// left out by a rule. Agent thread.
+bool isGone(const MountTable& table, std::string_view instance);
 
 /// Number of processes of that name. On Linux always 0: process declarations have no instances here.
 int GetNumberOfPIDsPerProcess(const char* object, const char* instance);

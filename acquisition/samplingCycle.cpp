@@ -127,7 +127,7 @@ void removeUnmountedDisks(Clasp* clasp) {
     for (Link* link = clasp->pFirstLink; link != nullptr;) {
         Link* next = link->pNextLink;
         if (link->ResourceType == 2 && !isTemplate(*link) && link->Descriptor0 == "LogicalDisk" &&
-            driveExists(mounted, link->Descriptor1.view()) == 0) {
+            isGone(mounted, link->Descriptor1.view())) {
             deleteResourceTrendFilesSynchronized(link, &removals);
             DeleteType2Resource(takeLinkFromChain(link));
         }
@@ -176,6 +176,7 @@ int RawDataRetrievalAndArchive(Clasp* clasp) {
     }
     stampCycle();
     beginListingCycle(std::chrono::milliseconds(clasp->MillisecondsPerSample));
+    beginSelectionCycle();
     if (!readChain(clasp))
         return -1;
     removeUnmountedDisks(clasp);

@@ -1,5 +1,6 @@
 #include "agent/checkFeed.h"
 
+#include "acquisition/diskSelection.h"
 #include "acquisition/textForms.h"
 #include "agent/configFindings.h"
 #include "prediction/modelSelection.h"
@@ -10,6 +11,7 @@
 #include "support/bytes.h"
 #include "support/textScanner.h"
 
+#include <algorithm>
 #include <set>
 #include <tuple>
 
@@ -87,6 +89,21 @@ std::string configurationFeed(std::string_view text, std::size_t limit) {
     bytes.flag(report.accepted);
     putNames(bytes, report);
     putNumbers(bytes, report);
+    return bytes.take();
+}
+
+std::string skipRulesFeed(std::string_view text) {
+    TextFindings findings;
+    const SkipRules rules = parseSkipRules(text, findings);
+    const auto table = MountInfo::read();
+    for (const SkipRule& rule : rules) {
+        const auto matches = [&rule](const Mount& mount) { return speaksOf(rule, mount); };
+        if (table && std::ranges::none_of(table->mounts(), matches))
+            findings.push_back({.kind = "skip-matches-nothing", .place = rule.place, .text = rule.text});
+    }
+    Bytes bytes(256);
+    bytes.number(checkFeedVersion);
+    putFindings(bytes, findings);
     return bytes.take();
 }
 

@@ -2,6 +2,7 @@
 // program that has the classes for them. This room translates and lets agent/hostFeed, agent/resume and
 // agent/checkFeed work; no C++ exception leaves it.
 
+#include "acquisition/diskSelection.h"
 #include "agent/checkFeed.h"
 #include "agent/hostFeed.h"
 #include "agent/resume.h"
@@ -13,6 +14,7 @@
 #include <exception>
 #include <initializer_list>
 #include <jni.h>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -101,8 +103,23 @@ jbyteArray JNICALL declarations(JNIEnv* env, jclass, jbyteArray text, jint perio
     });
 }
 
+jbyteArray JNICALL skipRules(JNIEnv* env, jclass, jbyteArray text) {
+    return answerOn(env, text, [](std::string_view bytes) { return skipRulesFeed(bytes); });
+}
+
 void JNICALL resume(JNIEnv*, jclass, jboolean wanted) {
     setResume(wanted != JNI_FALSE);
+}
+
+/// Rules of acquisition/diskSelection.h, or null: every disk is watched.
+void JNICALL skip(JNIEnv* env, jclass, jbyteArray rules) {
+    try {
+        TextFindings findings; // whoever sets rules has asked for them before
+        setSkipRules(rules == nullptr ? std::nullopt
+                                      : std::optional(parseSkipRules(bytesOf(env, rules), findings)));
+    } catch (const std::exception& failure) {
+        throwJava(env, "java/lang/OutOfMemoryError", failure.what());
+    }
 }
 
 jbyteArray JNICALL reading(JNIEnv* env, jclass) {
@@ -192,6 +209,7 @@ void registerHost(JNIEnv* env) {
         method("counters", "()[B", reinterpret_cast<void*>(&counters)),
         method("resume", "(Z)V", reinterpret_cast<void*>(&resume)),
         method("tellService", "([BJ)Z", reinterpret_cast<void*>(&tellService)),
+        method("skip", "([B)V", reinterpret_cast<void*>(&skip)),
         method("reading", "()[B", reinterpret_cast<void*>(&reading)),
     };
     registerClass<hostFeedVersion>(env, hostClass, methods);
@@ -200,6 +218,7 @@ void registerHost(JNIEnv* env) {
 void registerCheck(JNIEnv* env) {
     const JNINativeMethod methods[] = {
         method("configuration", "([B)[B", reinterpret_cast<void*>(&configuration)),
+        method("skipRules", "([B)[B", reinterpret_cast<void*>(&skipRules)),
         method("declarations", "([BII)[B", reinterpret_cast<void*>(&declarations)),
     };
     registerClass<checkFeedVersion>(env, checkClass, methods);

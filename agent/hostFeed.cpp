@@ -55,14 +55,15 @@ void putConfiguration(Bytes& bytes, const Clasp& clasp, std::int32_t archiveMega
 void putLeftOut(Bytes& bytes, const Clasp& clasp) {
     const std::size_t list = bytes.beginList();
     std::int32_t length = 0;
-    const auto put = [&](std::string_view what, std::string_view why) {
-        bytes.text(what).text(why);
+    const auto put = [&](std::string_view what, std::string_view why, LeftOutKind kind = LeftOutKind::other,
+                         std::string_view rule = {}) {
+        bytes.text(what).text(why).number(static_cast<std::int32_t>(kind)).text(rule);
         ++length;
     };
     if (clasp.declarationLoss != nullptr)
         put(clasp.ResourceText, clasp.declarationLoss);
     for (const LeftOutDisk& disk : disksLeftOut())
-        put(disk.text, disk.reason);
+        put(disk.text, disk.reason, disk.kind, disk.rule);
     for (const Link* link = clasp.pFirstLink; link != nullptr; link = link->pNextLink)
         if (!isTemplate(*link) && link->BufferSize == 0)
             put(link->NameIs.view(), "there is no memory for its samples, so it is not forecast");
@@ -71,6 +72,12 @@ void putLeftOut(Bytes& bytes, const Clasp& clasp) {
 
 bool isDisk(const Link& link) {
     return link.ResourceType == 2 && link.Descriptor0 == "LogicalDisk";
+}
+
+WatchReason whyWatched(const Link& link) {
+    if (!isDisk(link))
+        return WatchReason::declared;
+    return isNamedDisk(link.Descriptor1.view()) ? WatchReason::named : WatchReason::mounted;
 }
 
 void putResource(Bytes& bytes, const Link& link) {
@@ -89,6 +96,7 @@ void putResource(Bytes& bytes, const Link& link) {
     bytes.number(findings.forecastTime).text(findings.model.view()).real(findings.hoursToExhaustion);
     bytes.flag(link.NotifyPending != 0).real(static_cast<double>(link.NotifyLevel));
     bytes.number(link.HysteresisCount).longNumber(openEpisodeOf(link.RID));
+    bytes.number(static_cast<std::int32_t>(whyWatched(link)));
 }
 
 void putResources(Bytes& bytes, const Clasp& clasp) {

@@ -26,7 +26,9 @@ namespace obrin {
 //   configuration  texts: data home directory, archive, scratch pad, declarations, configuration file;
 //                i32 milliseconds between two samples, MinForecastHours, MaxForecastHours, megabytes of the
 //                archive, samples that a forecast needs
-//   left out     text what, text why
+//   left out     text what, text why, i32 kind (LeftOutKind of acquisition/diskSelection.h), text rule (of
+//   the
+//                kinds type and pattern as it is written, of nature the type; else empty)
 //   resource     i32 RID, texts: object, instance, counter, display name; i32 place of the mount point in the
 //                instance (-1: no disk), f64 value (per cent), flag it was read in this cycle,
 //                f64 measured capacity, flag it was read in this cycle, f64 configured capacity (0: none),
@@ -35,7 +37,8 @@ namespace obrin {
 //                i32 slots of the ring, i32 usable samples in it,
 //                i32 time of the newest forecast (0: none), text its model, f64 hours to exhaustion (not
 //                above 0: none in sight), flag notification pending, f64 notification level, i32 cycles left
-//                before it is dropped, i64 onset of the episode that is on (0: none)
+//                before it is dropped, i64 onset of the episode that is on (0: none), i32 why it is watched
+//                (WatchReason)
 //   ended        i64 number (1 for the first of the process), i32 RID, texts display name and instance,
 //   episode
 //                (replay/replayFeed.h)
@@ -54,6 +57,13 @@ namespace obrin {
 
 /// Changes with the layout of the bytes and with the native methods.
 inline constexpr std::int32_t hostFeedVersion = 4;
+
+/// Why a resource is watched.
+enum class WatchReason : std::int32_t {
+    declared = 0, ///< a declaration is about it: a counter of the whole system
+    mounted = 1,  ///< it is mounted, and a declaration stands for every disk
+    named = 2,    ///< a declaration names this disk
+};
 
 enum class PublicationKind : std::int32_t { running = 1, over = 2 };
 

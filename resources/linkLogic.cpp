@@ -102,6 +102,7 @@ int DiskLinkLogicEngine(InputReading& input, const InstanceEnumeration& instance
         return -1;
     if (*registration == Registration::alreadyInChain)
         return 1;
+    nameDisk(link.Descriptor1.view());
     const int expected = instances.numberOfDisks();
     if (expected < 0) {
         DEBUGMSG("\n\nThere is a problem with retrieving the number of disks ");

@@ -14,6 +14,7 @@ struct SystemPaths {
     std::string fileNr = "/proc/sys/fs/file-nr";
     std::string tasksHeader = "/usr/src/linux/include/linux/tasks.h";
     std::string mounts = "/proc/mounts";
+    std::string mountInfo = "/proc/self/mountinfo";
     std::string proc = "/proc";
 
     /// Work file of the disk listing, relative to the working directory; its directory must exist.

@@ -171,6 +171,46 @@ TEST_F(SamplingCycle, ArchiveReceivesTwoDecimalsAndTheRingTheValueUnrounded) {
     EXPECT_EQ(clasp.pFirstLink->SampleCount, 1U);
 }
 
+TEST_F(SamplingCycle, ADiskThatComesUnderARuleGoesLikeOneThatIsUnmountedAndOneThatIsLeftOutTakesNoNumber) {
+    systemPaths().mountInfo = home.path("mountinfo");
+    const auto tell = [this](const std::string& typeOfHome) {
+        writeFile(systemPaths().mountInfo, "1 0 8:1 / / rw - ext4 /dev/ rw\n2 1 8:2 / /home rw - " +
+                                               typeOfHome +
+                                               " /dev/home rw\n3 1 7:0 / /snap ro - squashfs /dev/snap ro\n");
+    };
+    setSkipRules(SkipRules{});
+    beginInstanceRun();
+    mount({"/", "/home", "/snap"});
+    tell("ext4");
+    declare(disks);
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(lastLine(), "2 0 25.00 3 0 25.00");
+    EXPECT_EQ(records(), 3U);
+    tell("iso9660");
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(lastLine(), "2 0 25.00");
+    EXPECT_EQ(find("/dev/home /home"), nullptr);
+    tell("ext4");
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(lastLine(), "2 0 25.00 3 0 25.00");
+    EXPECT_EQ(records(), 3U);
+    setSkipRules(std::nullopt);
+}
+
+TEST_F(SamplingCycle, ADiskThatALaterDeclarationNamesIsWatched) {
+    systemPaths().mountInfo = home.path("mountinfo");
+    writeFile(systemPaths().mountInfo, "1 0 7:0 / /snap ro - squashfs /dev/snap ro\n");
+    setSkipRules(SkipRules{});
+    beginInstanceRun();
+    mount({"/snap"});
+    std::string named = declaration("LogicalDisk", "PercentFreeInodesUsed", "PercentFreeInodesUsed");
+    named.replace(named.find("_Total"), 6, "/dev/snap /snap");
+    declare(disks + named);
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_NE(find("/dev/snap /snap"), nullptr);
+    setSkipRules(std::nullopt);
+}
+
 TEST_F(SamplingCycle, ThreeNewFileSystemsBecomeThreeLinksAndRecordsAndTheTemplateIsNeverArchived) {
     mount({});
     declare(disks);

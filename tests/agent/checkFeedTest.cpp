@@ -5,6 +5,7 @@
 
 #include "agent/agentState.h"
 #include "prediction/modelSelection.h"
+#include "support/systemPaths.h"
 #include "tests/support/feedReading.h"
 #include "tests/support/nativeDoor.h"
 #include "tests/support/temporaryDirectory.h"
@@ -19,6 +20,7 @@ namespace {
 using namespace std::string_literals;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
 
 const std::string configurationText = "data/ archive pad log resources 60000 1 48h";
 const std::string declarationsText =
@@ -201,6 +203,38 @@ TEST(CheckFeed, AnyThreadMayAskAtAnyTime) {
 
 constexpr const char* checkClass = "com/quorin/sysmgt/tavl/LumetraAgent/CheckFeed";
 
+/// The findings on these rules on a machine with this table of mounts.
+std::vector<std::string> findingsOnRules(std::string_view rules, std::string_view table) {
+    TemporaryDirectory directory;
+    const SystemPaths before = systemPaths();
+    systemPaths().mountInfo = directory.path("mountinfo");
+    if (!table.empty())
+        writeFile(systemPaths().mountInfo, std::string(table));
+    const std::string bytes = skipRulesFeed(rules);
+    systemPaths() = before;
+    FeedReading in(bytes);
+    EXPECT_EQ(in.number(), checkFeedVersion);
+    auto findings = readFindings(in);
+    EXPECT_TRUE(in.atEnd());
+    return findings;
+}
+
+TEST(CheckFeed, ARuleThatMatchesNoMountIsToldAndSoIsALineThatIsNone) {
+    constexpr std::string_view table =
+        "1 0 8:1 / / rw - ext4 /dev/a rw\n2 1 0:7 / /run/user/0 rw - tmpfs tmpfs rw\n";
+    constexpr std::string_view rules =
+        "# none\nfstype ext4\nfstype xfs\n mount /run/*/*\nmount /run/*\nmounts /a\n";
+    EXPECT_THAT(findingsOnRules(rules, table),
+                UnorderedElementsAre("6:1 skip-line-malformed|mounts /a|||0|0",
+                                     "3:1 skip-matches-nothing|fstype xfs|||0|0",
+                                     "5:1 skip-matches-nothing|mount /run/*|||0|0"));
+}
+
+TEST(CheckFeed, WithoutATableOfMountsNoRuleMatchesNothing) {
+    EXPECT_THAT(findingsOnRules("fstype xfs\nmount x\n", ""),
+                ElementsAre("2:1 skip-pattern-relative|x|||0|0"));
+}
+
 using Version = jint (*)(JNIEnv*, jclass);
 using Check = jbyteArray (*)(JNIEnv*, jclass, jbyteArray);
 using CheckOfDeclarations = jbyteArray (*)(JNIEnv*, jclass, jbyteArray, jint, jint);
@@ -213,7 +247,8 @@ protected:
     }
 
     void declareCheck(jint version) {
-        declare(version, {{"configuration", "([B)[B"}, {"declarations", "([BII)[B"}});
+        declare(version,
+                {{"configuration", "([B)[B"}, {"skipRules", "([B)[B"}, {"declarations", "([BII)[B"}});
     }
 };
 
@@ -240,6 +275,7 @@ TEST_F(CheckDoor, TheMethodsHandOverWhatIsSaidOfTheirTexts) {
         jbyteArray array = java.makeBytes(text);
         EXPECT_EQ(java.bytesOf(native<Check>("configuration")(java.env(), nullptr, array)),
                   configurationFeed(text));
+        EXPECT_EQ(java.bytesOf(native<Check>("skipRules")(java.env(), nullptr, array)), skipRulesFeed(text));
         EXPECT_EQ(
             java.bytesOf(native<CheckOfDeclarations>("declarations")(java.env(), nullptr, array, 10000, 48)),
             declarationsFeed(text, 10000, 48));

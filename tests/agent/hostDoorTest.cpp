@@ -3,6 +3,7 @@
 #include "agent/hostFeed.h"
 #include "agent/resume.h"
 #include "agent/serviceNotice.h"
+#include "tests/acquisition/testMachine.h"
 #include "tests/support/feedReading.h"
 #include "tests/support/nativeDoor.h"
 #include "tests/support/serviceSocket.h"
@@ -33,6 +34,7 @@ protected:
                           {"counters", "()[B"},
                           {"resume", "(Z)V"},
                           {"tellService", "([BJ)Z"},
+                          {"skip", "([B)V"},
                           {"reading", "()[B"}});
     }
 };
@@ -148,6 +150,28 @@ TEST_F(HostDoor, ARunResumesOnlyAfterTheHostHasSaidSo) {
     EXPECT_TRUE(isResumeWanted());
     resume(java.env(), nullptr, JNI_FALSE);
     EXPECT_FALSE(isResumeWanted());
+}
+
+TEST_F(HostDoor, SkipRulesAreInForceInARunThatBeginsLaterAndNoneWithoutAny) {
+    declareHost(hostFeedVersion);
+    load();
+    TestMachine machine;
+    machine.installDf("echo heading; echo 'tmpfs 1 2 3 4% /run'; echo '/dev/a 1 2 3 4% /'\n");
+    systemPaths().mountInfo = machine.path("mountinfo");
+    writeFile(systemPaths().mountInfo,
+              "1 0 0:5 / /run rw - tmpfs tmpfs rw\n2 0 8:1 / / rw - ext4 /dev/a rw\n");
+    std::vector<DiskName> names;
+    const auto skip = native<void (*)(JNIEnv*, jclass, jbyteArray)>("skip");
+    skip(java.env(), nullptr, java.makeBytes("no rule\nfstype tmpfs\n"));
+    EXPECT_EQ(Retrievedisks(2, &names), 2) << "the run that is on";
+    beginInstanceRun();
+    EXPECT_EQ(Retrievedisks(2, &names), 1);
+    skip(java.env(), nullptr, nullptr);
+    EXPECT_EQ(Retrievedisks(2, &names), 1) << "the run that is on";
+    beginInstanceRun();
+    EXPECT_EQ(Retrievedisks(2, &names), 2);
+    EXPECT_EQ(java.pendingException(), std::nullopt);
+    EXPECT_THAT(java.misuses(), IsEmpty());
 }
 
 TEST_F(HostDoor, HowFarTheReadingIsIsHandedOver) {

@@ -8,6 +8,7 @@
 #include "prediction/exhaustion.h"
 #include "prediction/modelSelection.h"
 #include "resources/resourceChain.h"
+#include "tests/acquisition/testMachine.h"
 #include "tests/support/feedReading.h"
 #include "tests/support/temporaryDirectory.h"
 #include "tests/support/turnedClock.h"
@@ -241,8 +242,41 @@ TEST_F(HostFeed, WhatIsLeftOutIsSaidWithItsReason) {
     Link* link = add(single("PercentSwapSpaceUsed"));
     link->BufferSize = 0;
     EXPECT_THAT(published().leftOut,
-                ElementsAre(Pair("/home/resources.txt", "an argument in it was cut"),
-                            Pair("Display", "there is no memory for its samples, so it is not forecast")));
+                ElementsAre(FedLeftOut{"/home/resources.txt", "an argument in it was cut", 0, ""},
+                            FedLeftOut{"Display", "there is no memory for its samples, so it is not forecast",
+                                       0, ""}));
+}
+
+TEST_F(HostFeed, ADiskThatARuleLeavesOutIsSaidWithItsKindAndTheRule) {
+    TestMachine machine;
+    machine.installDf("echo heading; echo 'tmpfs 1 2 3 4% /run'; echo '/dev/loop0 1 2 0 100% /snap'\n");
+    systemPaths().mountInfo = machine.path("mountinfo");
+    writeFile(systemPaths().mountInfo, "1 0 0:5 / /run rw - tmpfs tmpfs rw\n"
+                                       "2 0 7:0 / /snap ro - squashfs /dev/loop0 ro\n");
+    setSkipRules(SkipRules{{LeftOutKind::type, "tmpfs", "fstype tmpfs", {}}});
+    beginInstanceRun();
+    std::vector<DiskName> names;
+    EXPECT_EQ(Retrievedisks(2, &names), 0);
+    EXPECT_THAT(
+        published().leftOut,
+        ElementsAre(FedLeftOut{"tmpfs /run", "the rule \"fstype tmpfs\" leaves it out", 3, "fstype tmpfs"},
+                    FedLeftOut{"/dev/loop0 /snap", "a file system of the type squashfs is full by its nature",
+                               1, "squashfs"}));
+    setSkipRules(std::nullopt);
+}
+
+TEST_F(HostFeed, AResourceSaysWhyItIsWatched) {
+    add(single("PercentSwapSpaceUsed"));
+    add(disk("/dev/sda1 /"));
+    add(disk("/dev/sdb1 /srv"));
+    beginInstanceRun();
+    nameDisk("/dev/sdb1 /srv");
+    const FedState state = published();
+    beginInstanceRun();
+    ASSERT_EQ(state.resources.size(), 3U);
+    EXPECT_EQ(state.resources[0].watched, 0);
+    EXPECT_EQ(state.resources[1].watched, 1);
+    EXPECT_EQ(state.resources[2].watched, 2);
 }
 
 TEST_F(HostFeed, TheEndOfTheRunIsAPublicationWithoutAState) {

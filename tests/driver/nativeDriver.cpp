@@ -23,15 +23,18 @@
 //
 // With --notify SOCKET the service manager there is told, which wants a sign of life at least every
 // --watchdog MICROSECONDS.
+// With --skip FILE the host sets the rules in that file on which disks are left out.
 //
 // With --resume the host wishes that runs go on with what the archive has of earlier ones.
 //
 // Exit status: 0 when everything was given back and used rightly, 3 otherwise, 2 for a wrong command line.
 
+#include "acquisition/diskSelection.h"
 #include "agent/resume.h"
 #include "agent/serviceNotice.h"
 #include "support/immortal.h"
 #include "support/systemPaths.h"
+#include "support/wholeFile.h"
 #include "tests/driver/viewerThreads.h"
 #include "tests/support/fakeJavaEnvironment.h"
 #include "tests/support/turnedClock.h"
@@ -310,6 +313,14 @@ void printCall(const JavaCall& call) {
     tell(line);
 }
 
+void setRules(const std::string& path) {
+    const auto text = obrin::readWholeFile(path);
+    if (!text)
+        usage("--skip wants a file of rules");
+    obrin::TextFindings findings;
+    obrin::setSkipRules(obrin::parseSkipRules(*text, findings));
+}
+
 Options readOptions(const std::vector<std::string>& words, FakeJavaEnvironment& java) {
     Options options;
     for (std::size_t i = 0; i < words.size(); ++i) {
@@ -345,6 +356,10 @@ Options readOptions(const std::vector<std::string>& words, FakeJavaEnvironment& 
                 options.notify = value;
             else if (name == "--watchdog")
                 options.watchdog = number;
+            else if (name == "--mount-info")
+                obrin::systemPaths().mountInfo = value;
+            else if (name == "--skip")
+                setRules(value);
             else if (name == "--locale")
                 options.locale = value;
             else if (name == "--stop-when")

@@ -115,10 +115,10 @@ class NoDoor(FeedTest):
         """The host with a door of another version before the shipped one."""
         with open(HOST_FEED, encoding="utf-8") as file:
             source = file.read()
-        self.assertIn("VERSION = 3;", source)
+        self.assertIn("VERSION = 4;", source)
 
         def build(directory):
-            write(os.path.join(directory, "HostFeed.java"), source.replace("VERSION = 3;", "VERSION = 4;"))
+            write(os.path.join(directory, "HostFeed.java"), source.replace("VERSION = 4;", "VERSION = 4;"))
             subprocess.run(["javac", "-cp", JAR, "-d", directory, os.path.join(directory, "HostFeed.java")], check=True)
 
         return built_once("HostFeed2", [HOST_FEED], build)

@@ -64,6 +64,15 @@ struct FedResource {
     double level = 0;
     std::int32_t patience = 0;
     std::int64_t episodeSince = 0;
+    std::int32_t watched = 0;
+};
+
+struct FedLeftOut {
+    std::string what, why;
+    std::int32_t kind = 0;
+    std::string rule;
+
+    bool operator==(const FedLeftOut&) const = default;
 };
 
 struct FedEpisode {
@@ -111,7 +120,7 @@ struct FedState {
     std::vector<std::string> files;
     std::vector<std::int32_t> numbers;
     bool awaitsDisks = false;
-    std::vector<std::pair<std::string, std::string>> leftOut;
+    std::vector<FedLeftOut> leftOut;
     std::vector<FedResource> resources;
     std::vector<FedEnded> ended;
 };
@@ -139,8 +148,12 @@ inline FedState readState(std::string_view bytes) {
         state.numbers.push_back(in.number());
     state.awaitsDisks = in.flag();
     for (std::int32_t i = in.number(); i > 0; --i) {
-        std::string what = in.text();
-        state.leftOut.emplace_back(std::move(what), in.text());
+        FedLeftOut left;
+        left.what = in.text();
+        left.why = in.text();
+        left.kind = in.number();
+        left.rule = in.text();
+        state.leftOut.push_back(std::move(left));
     }
     for (std::int32_t i = in.number(); i > 0; --i) {
         FedResource r;
@@ -169,6 +182,7 @@ inline FedState readState(std::string_view bytes) {
         r.level = in.real();
         r.patience = in.number();
         r.episodeSince = in.longNumber();
+        r.watched = in.number();
         state.resources.push_back(r);
     }
     for (std::int32_t i = in.number(); i > 0; --i) {

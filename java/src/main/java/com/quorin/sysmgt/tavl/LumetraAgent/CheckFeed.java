@@ -5,12 +5,12 @@ import java.util.Optional;
 /**
  * The door to the library's own readers of configuration and declarations, which tell what the agent would make
  * of a text. The library looks for this class when it is loaded and gives it its native methods. They start
- * nothing, open nothing and write nothing; any thread may call them, also while an agent runs.
+ * nothing, write nothing and open nothing but what is said; any thread may call them, also while an agent runs.
  */
 public final class CheckFeed {
 
     /** The layout of the bytes that are handed over. */
-    public static final int VERSION = 2;
+    public static final int VERSION = 3;
 
     private CheckFeed() {}
 
@@ -26,6 +26,12 @@ public final class CheckFeed {
      * @param maxForecastHours of the configuration
      */
     public static native byte[] declarations(byte[] text, int period, int maxForecastHours);
+
+    /**
+     * What the agent would make of skip rules on this machine as it is now, as agent/checkFeed.h lays it out. Opens the
+     * table of mounts.
+     */
+    public static native byte[] skipRules(byte[] text);
 
     /** Why the library cannot be asked, in one sentence that names both versions; empty when it can. */
     public static Optional<String> problem() {

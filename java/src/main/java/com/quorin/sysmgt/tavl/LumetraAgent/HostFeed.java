@@ -48,6 +48,14 @@ public final class HostFeed {
      */
     public static native boolean tellService(byte[] socket, long watchdogMicroseconds);
 
+    /**
+     * The rules by which a run that begins from now on leaves out disks, besides the library's own, or null for a run
+     * that leaves out none, as it does unless this has been called.
+     *
+     * @param rules lines of acquisition/diskSelection.h; what is none does not count
+     */
+    public static native void skip(byte[] rules);
+
     /** How far a run that begins has read its archive. Any thread. */
     public static native byte[] reading();
 

@@ -29,6 +29,7 @@ public final class AgentCheck {
         AgentCheck check = new AgentCheck(directory, configuration);
         if (check.checkHome()) {
             check.checkConfiguration();
+            check.findings.addAll(SkipRules.of(directory).findings());
         }
         return check.inOrder();
     }

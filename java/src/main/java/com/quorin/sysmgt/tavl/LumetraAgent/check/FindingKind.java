@@ -264,6 +264,24 @@ public enum FindingKind {
     /** A file of the agent that cannot be written. */
     OUTPUT_UNWRITABLE(false, "%2$s %1$s cannot be written", "a writable file"),
 
+    /** Skip rules that cannot be read. */
+    SKIP_RULES_UNREADABLE(false, "the skip rules cannot be read and count as none: %1$s", "a readable file, or none"),
+
+    /** A line that is no rule. */
+    SKIP_LINE_MALFORMED(false, "%1$s is no rule and is ignored", "fstype NAME or mount PATTERN"),
+
+    /** A type that is none. */
+    SKIP_TYPE_MALFORMED(false, "fstype has %1$s behind it and is ignored",
+            "one name of a type, as in fstype tmpfs"),
+
+    /** A pattern that no mount point can match. */
+    SKIP_PATTERN_RELATIVE(false, "mount has %1$s behind it and is ignored",
+            "a pattern that begins with a /, as in mount /run/user/*"),
+
+    /** A rule that says nothing on this machine. */
+    SKIP_MATCHES_NOTHING(false, "the rule %1$s matches nothing that is mounted now",
+            "the type, or a pattern for the whole mount point, of something mounted; no * matches a /"),
+
     /** Files that the agent will delete. */
     DELETION_AT_START(false, "a start deletes from the data home directory: %1$s",
             "no *.ini, *.gnp and *.cul but the agent's own");

@@ -76,6 +76,14 @@ public final class LibraryCheck {
         return read;
     }
 
+    /** What it makes of skip rules on this machine as it is now. */
+    public static List<LibraryFinding> skipRulesOf(byte[] text) {
+        LibraryBytes bytes = begin(CheckFeed.skipRules(text));
+        List<LibraryFinding> findings = findings(bytes);
+        bytes.end();
+        return findings;
+    }
+
     private static LibraryBytes begin(byte[] answer) {
         LibraryBytes bytes = new LibraryBytes(answer, "the library's answer");
         bytes.version(CheckFeed.VERSION);

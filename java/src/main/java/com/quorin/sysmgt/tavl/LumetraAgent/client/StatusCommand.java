@@ -68,6 +68,10 @@ public final class StatusCommand implements Callable<Integer> {
     @Option(names = "--json", description = "Print the answer of /api/v1/resources, indented.")
     private boolean json;
 
+    @Option(names = "--skipped", description = "List what the agent leaves out, with the reason, in the place of "
+            + "the resources. With --json, that part of the answer.")
+    private boolean skipped;
+
     @Option(names = "--watch", paramLabel = "SECONDS", arity = "0..1", fallbackValue = "2",
             converter = Pause.class,
             description = "Show the state again and again until Ctrl-C, every 2 seconds "
@@ -95,7 +99,10 @@ public final class StatusCommand implements Callable<Integer> {
     private List<String> lines() throws Failed {
         AgentClient.Overview overview = client.overview();
         if (json) {
-            return List.of(indented(overview.json()));
+            return List.of(indented(skipped ? overview.json().path("leftOut") : overview.json()));
+        }
+        if (skipped) {
+            return StatusTable.skipped(overview.snapshot().leftOut());
         }
         List<String> lines = new StatusTable(terminal).lines(overview.snapshot(), page, Instant.now());
         largestUsers(overview.snapshot()).ifPresent(line -> lines.add(lines.size() - AGENT_LINES, line));

@@ -2,6 +2,7 @@ package com.quorin.sysmgt.tavl.LumetraAgent.client;
 
 import com.quorin.sysmgt.tavl.LumetraAgent.files.Culprit;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.CulpritReport;
+import com.quorin.sysmgt.tavl.LumetraAgent.resource.LeftOutSummary;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.ResourceState;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Snapshot;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
@@ -50,8 +51,18 @@ public final class StatusTable {
         if (snapshot.agent().notice() != null) {
             lines.add(Words.printable(snapshot.agent().notice()));
         }
+        LeftOutSummary.of(snapshot.leftOut()).ifPresent(
+                summary -> lines.add(Words.printable(summary) + " lumetra status --skipped lists them."));
         lines.add("");
         lines.add(agent(snapshot.agent(), page, now));
+        return lines;
+    }
+
+    /** What is left out, one line for each with its reason, and a summary. */
+    static List<String> skipped(List<Snapshot.LeftOut> leftOut) {
+        List<String> lines = new ArrayList<>();
+        leftOut.forEach(l -> lines.add(Words.printable(l.what()) + ": " + Words.printable(l.why())));
+        lines.add(LeftOutSummary.of(leftOut).map(Words::printable).orElse("The agent leaves out nothing."));
         return lines;
     }
 

@@ -1,7 +1,9 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.host;
 
+import com.quorin.sysmgt.tavl.LumetraAgent.resource.LeftOutSummary;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Publication;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.RunState;
+import com.quorin.sysmgt.tavl.LumetraAgent.resource.Snapshot;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
 import com.quorin.sysmgt.tavl.LumetraAgent.watch.SamplePlan;
 import java.io.PrintStream;
@@ -102,6 +104,8 @@ final class AgentMonitor implements Consumer<Publication> {
             // a display that fails must not end the run of an agent that works
             out.println("The agent's resources cannot be shown: " + Words.printable(e.toString()));
         }
+        LeftOutSummary.of(first.leftOut().stream().map(Snapshot.LeftOut::of).toList())
+                .ifPresent(summary -> out.println(summary + " lumetra status --skipped lists them."));
         awaitsDisks = first.notice().isPresent();
         first.notice().ifPresent(out::println);
         SamplePlan plan = SamplePlan.of(first);

@@ -111,6 +111,9 @@ final class RunCommand implements Callable<Integer> {
     private boolean fresh;
 
     @Mixin
+    private DiskOptions disks = new DiskOptions();
+
+    @Mixin
     private PageOptions page = new PageOptions();
 
     @Mixin
@@ -154,6 +157,7 @@ final class RunCommand implements Callable<Integer> {
             System.err.println(Words.printable(e.getMessage()));
             return Program.FAILED;
         }
+        disks.checkRules(spec.commandLine());
         try {
             return host();
         } catch (Error e) {
@@ -185,6 +189,7 @@ final class RunCommand implements Callable<Integer> {
             HostFeed.resume(!fresh);
             ServiceManager.of(System.getenv(), ProcessHandle.current().pid())
                     .flatMap(manager -> manager.introduce(HostFeed::tellService)).ifPresent(out::println);
+            disks.set(home, out);
             follow();
         }
         SpareThreads spare = SpareThreads.hold(THREADS_OF_A_SIGNAL + THREADS_OF_A_LISTING);
@@ -349,6 +354,7 @@ final class RunCommand implements Callable<Integer> {
         tell.problem().ifPresent(problem -> {
             throw new ParameterException(spec.commandLine(), problem);
         });
+        disks.check(spec.commandLine());
         try {
             Path bin = home.resolve("bin");
             if (!Files.isDirectory(bin) || !Files.isSameFile(bin, Path.of(""))) {

@@ -3,6 +3,7 @@ package com.quorin.sysmgt.tavl.LumetraAgent.metrics;
 import com.quorin.sysmgt.tavl.LumetraAgent.TrendReader;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.Event;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.EventCounts;
+import com.quorin.sysmgt.tavl.LumetraAgent.resource.LeftOutKind;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.ResourceState;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Snapshot;
 import java.math.BigDecimal;
@@ -169,6 +170,7 @@ final class MetricsReport {
                 "Duration of the cycles, without the pause between them.");
         out.part("_sum", Math.round(measures.cycleSeconds() * 1e6) / 1e6);
         out.part("_count", agent.cycles());
+        writeDisks();
         agentGauge("lumetra_agent_archive_bytes", "bytes", "Size of the archive.", measures.archiveBytes());
         agentGauge("lumetra_agent_start_time_seconds", "seconds", "When the process started its work.",
                 agent.startedAt());
@@ -177,6 +179,20 @@ final class MetricsReport {
                 agent.newestCycleAt() == null ? NONE : agent.newestCycleAt());
         out.family("lumetra_agent_info", MetricsText.Type.INFO, "", "The version of the agent.");
         out.sample(MetricsText.labels("version", agent.version()), 1);
+    }
+
+    private void writeDisks() {
+        agentGauge("lumetra_agent_disks_watched", "", "Disks that the agent watches, each counted once.",
+                resources.stream().filter(r -> r.identity().device() != null && r.state() != ResourceState.ABSENT)
+                        .map(r -> r.identity().instance()).distinct().count());
+        out.family("lumetra_agent_disks_left_out", MetricsText.Type.GAUGE, "",
+                "Disks that the agent leaves out, by the kind of the rule.");
+        for (LeftOutKind kind : LeftOutKind.values()) {
+            if (kind != LeftOutKind.OTHER) {
+                out.sample(MetricsText.labels("rule", kind.id()),
+                        snapshot.leftOut().stream().filter(l -> l.kind() == kind).count());
+            }
+        }
     }
 
     private void agentGauge(String name, String unit, String help, double value) {

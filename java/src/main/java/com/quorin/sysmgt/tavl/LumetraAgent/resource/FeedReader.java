@@ -14,8 +14,8 @@ public final class FeedReader extends LibraryBytes {
     private static final int RUNNING = 1;
     private static final int OVER = 2;
     private static final int POINT = 2 * Double.BYTES;
-    private static final int LEAST_LEFT_OUT = 2 * Integer.BYTES;
-    private static final int LEAST_RESOURCE = 127;
+    private static final int LEAST_LEFT_OUT = 4 * Integer.BYTES;
+    private static final int LEAST_RESOURCE = 131;
     private static final int LEAST_ENDED = 92;
     private static final int LEAST_COUNTER = 34;
     private static final int LEAST_REPORT = 12;
@@ -102,7 +102,8 @@ public final class FeedReader extends LibraryBytes {
     }
 
     private RunState.LeftOut leftOut() {
-        return new RunState.LeftOut(text("what is left out"), text("why it is left out"));
+        return new RunState.LeftOut(text("what is left out"), text("why it is left out"),
+                LeftOutKind.values()[choice(0, LeftOutKind.values().length - 1, "why it is left out")], text("the rule"));
     }
 
     private RunResource resource() {
@@ -115,9 +116,12 @@ public final class FeedReader extends LibraryBytes {
         RunResource.Analysis analysis = new RunResource.Analysis(method, limits, real("the window"),
                 number("the slots of the window"), number("the samples"));
         RunResource.Forecast forecast = forecast();
-        return new RunResource(identity, reading, analysis, forecast, new RunResource.Notification(
+        RunResource.Notification notification = new RunResource.Notification(
                 flag("whether a notification is pending"), real("the notification level"),
-                number("the cycles left"), longNumber("the onset")));
+                number("the cycles left"), longNumber("the onset"));
+        RunResource.WatchReason[] reasons = RunResource.WatchReason.values();
+        return new RunResource(identity, reading, analysis, forecast, notification,
+                reasons[choice(0, reasons.length - 1, "why it is watched")]);
     }
 
     private RunResource.Identity identity() {

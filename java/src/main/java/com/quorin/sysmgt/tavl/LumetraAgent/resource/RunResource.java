@@ -6,7 +6,7 @@ package com.quorin.sysmgt.tavl.LumetraAgent.resource;
  * @param forecast the newest forecast; null before the first
  */
 public record RunResource(Identity identity, Reading reading, Analysis analysis, Forecast forecast,
-        Notification notification) {
+        Notification notification, WatchReason reason) {
 
     /** A limit or a capacity that is not set. */
     public static final double NONE = -1;
@@ -45,6 +45,24 @@ public record RunResource(Identity identity, Reading reading, Analysis analysis,
      * @param configured the capacity to reckon with in the machine's place; not above 0: none
      */
     public record Reading(double value, boolean isRead, double measured, boolean isMeasured, double configured) {}
+
+    /** Why it is watched, in the library's order. */
+    public enum WatchReason {
+        DECLARED("It is watched because the declarations name this counter of the whole system."),
+        MOUNTED("It is watched because it is mounted: the declarations want this counter of every disk."),
+        NAMED("It is watched because the declarations name this disk; no rule leaves it out.");
+
+        private final String words;
+
+        WatchReason(String words) {
+            this.words = words;
+        }
+
+        /** One sentence. */
+        public String words() {
+            return words;
+        }
+    }
 
     /** A limit that the newest value has reached. */
     public enum Reached { NONE, LOWER, UPPER }

@@ -78,8 +78,12 @@ public record RunState(Cycle cycle, Archive archive, Settings settings, boolean 
         }
     }
 
-    /** Something that is not watched, and the reason. */
-    public record LeftOut(String what, String why) {}
+    /**
+     * Something that is not watched, and the reason.
+     *
+     * @param rule of the kinds TYPE and PATTERN as it is written, of NATURE the type; empty for the others
+     */
+    public record LeftOut(String what, String why, LeftOutKind kind, String rule) {}
 
     /** The distance of two cycles: the pause between them and the work in each. */
     public double secondsPerCycle() {

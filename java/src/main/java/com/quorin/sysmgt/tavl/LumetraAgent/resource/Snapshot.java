@@ -8,6 +8,7 @@ import com.fasterxml.jackson.databind.JsonDeserializer;
 import com.fasterxml.jackson.databind.JsonNode;
 import com.fasterxml.jackson.databind.annotation.JsonDeserialize;
 import com.quorin.sysmgt.tavl.LumetraAgent.TrendReader;
+import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
 import java.io.IOException;
 import java.util.List;
 import java.util.Map;
@@ -52,8 +53,24 @@ public record Snapshot(Agent agent, List<Resource> resources, List<LeftOut> left
             long cycles, Long newestCycleAt, double periodSeconds, int samplesForForecast,
             int minForecastHours, int maxForecastHours, String notice, long resumedSamples) {}
 
-    /** Something that is not watched, and the reason. Texts hold no control characters. */
-    public record LeftOut(String what, String why) {}
+    /**
+     * Something that is not watched, and the reason. Texts hold no control characters.
+     *
+     * @param kind null for one that this program does not know
+     * @param rule what all have in common that are left out for the same reason, in a few words
+     */
+    public record LeftOut(String what, String why, LeftOutKind kind, String rule) {
+
+        public static LeftOut of(RunState.LeftOut left) {
+            return new LeftOut(Words.ofBytes(left.what()), Words.ofBytes(left.why()), left.kind(),
+                    left.kind().words(Words.ofBytes(left.rule())));
+        }
+
+        /** An older agent does not say by what. */
+        public LeftOut {
+            rule = rule == null ? LeftOutKind.OTHER.words("") : rule;
+        }
+    }
 
     /**
      * One resource; its parts are one object in the JSON. What does not apply or is not known yet is null. Texts
@@ -105,9 +122,10 @@ public record Snapshot(Agent agent, List<Resource> resources, List<LeftOut> left
     /**
      * How it stands.
      *
-     * @param note one sentence that explains the state where it needs explaining
+     * @param note       one sentence that explains the state where it needs explaining
+     * @param whyWatched one sentence
      */
-    public record Standing(ResourceState state, String stateText, String note) {}
+    public record Standing(ResourceState state, String stateText, String note, String whyWatched) {}
 
     /**
      * What is forecast. Times are seconds since the epoch.

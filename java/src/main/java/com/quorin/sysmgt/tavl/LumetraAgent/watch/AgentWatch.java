@@ -181,8 +181,7 @@ public final class AgentWatch implements AgentView, Consumer<Publication> {
     }
 
     private List<Snapshot.LeftOut> leftOut() {
-        return state == null ? List.of() : state.leftOut().stream()
-                .map(l -> new Snapshot.LeftOut(Words.ofBytes(l.what()), Words.ofBytes(l.why()))).toList();
+        return state == null ? List.of() : state.leftOut().stream().map(Snapshot.LeftOut::of).toList();
     }
 
     private Snapshot.Measures measures() {

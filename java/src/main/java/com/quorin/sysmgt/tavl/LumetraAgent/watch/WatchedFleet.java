@@ -127,7 +127,8 @@ final class WatchedFleet {
                 counts(newest.forecast()) ? newest.forecast() : null, state.settings().neededSamples());
         ResourceState standing = ResourceJudge.state(c);
         return new Snapshot.Resource(r.names().shown(), reading(r, facts, standing),
-                new Snapshot.Standing(standing, ResourceJudge.words(c), ResourceJudge.note(c)),
+                new Snapshot.Standing(standing, ResourceJudge.words(c), ResourceJudge.note(c),
+                        newest.reason().words()),
                 forecast(c, standing), track);
     }
 

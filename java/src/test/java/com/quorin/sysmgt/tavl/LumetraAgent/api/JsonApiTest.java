@@ -40,12 +40,12 @@ class JsonApiTest {
         JsonNode json = json("resources", null);
         assertEquals(14, json.get("agent").size());
         JsonNode first = json.get("resources").get(0);
-        assertEquals(28, first.size());
+        assertEquals(29, first.size());
         assertTrue(first.get("device").isNull());
         assertEquals("forecast", first.get("state").textValue());
         assertEquals(3, json.size());
         assertEquals("[{\"what\":" + new ObjectMapper().writeValueAsString(FakeView.HOSTILE)
-                + ",\"why\":\"it cannot be read\"}]", json.get("leftOut").toString());
+                + ",\"why\":\"it cannot be read\",\"kind\":\"unreadable\",\"rule\":\"unclear\"}]", json.get("leftOut").toString());
         assertEquals(10, json("resources/7/trend", null).size());
         assertEquals(5, json("resources/7/culprits", null).size());
     }

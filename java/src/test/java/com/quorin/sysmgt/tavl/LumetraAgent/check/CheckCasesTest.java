@@ -10,6 +10,7 @@ import java.io.RandomAccessFile;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.nio.file.StandardOpenOption;
 import java.util.Comparator;
 import java.util.List;
 import java.util.Optional;
@@ -74,6 +75,8 @@ class CheckCasesTest {
                 remove(path);
                 assertEquals(0, new ProcessBuilder("mkfifo", path.toString()).start().waitFor());
             }
+            case "line" -> Files.writeString(path, String.join(" ", List.of(step).subList(2, step.length)) + "\n",
+                    StandardOpenOption.CREATE, StandardOpenOption.APPEND);
             case "size" -> {
                 try (RandomAccessFile file = new RandomAccessFile(path.toFile(), "rw")) {
                     file.setLength(Long.parseLong(step[2]));

@@ -5,6 +5,7 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.quorin.sysmgt.tavl.LumetraAgent.files.Culprit;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.CulpritReport;
+import com.quorin.sysmgt.tavl.LumetraAgent.resource.LeftOutKind;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.ResourceState;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Snapshot;
 import com.quorin.sysmgt.tavl.LumetraAgent.watch.FakeView;
@@ -26,7 +27,7 @@ class StatusTableTest {
         return new Snapshot.Resource(
                 new Snapshot.Identity(1, "PercentFreeSpaceUsed", instance, null, null, "counter", null),
                 new Snapshot.Reading(12.345, null, 100.0, 137, new Snapshot.Recent(0, 1, new ArrayList<>())),
-                new Snapshot.Standing(state, state.words(), null),
+                new Snapshot.Standing(state, state.words(), null, null),
                 new Snapshot.Forecast(null, seconds, at, seconds == null ? null : "Linear",
                         seconds == null ? null : 56.2, 1000L));
     }
@@ -57,8 +58,9 @@ class StatusTableTest {
                 + "in about 5 h 20 min  Linear    56.20 %", lines.get(1));
         assertEquals("PercentFreeSpaceUsed              12.35 %  collecting (137 of 200)  "
                 + "-                    -               -", lines.get(2));
+        assertEquals("The agent leaves out 1 disk (unclear: 1). lumetra status --skipped lists them.", lines.get(3));
         assertEquals("Lumetra Agent 1.0 at http://127.0.0.1:8642/: 3 cycles, the newest 17 min ago, "
-                + "a sample every 5 s.", lines.get(4));
+                + "a sample every 5 s.", lines.get(5));
     }
 
     private static Snapshot.Resource announced(ResourceState state, String record) {
@@ -77,7 +79,7 @@ class StatusTableTest {
             assertEquals(isAnnounced ? 3 : 2, lines.indexOf(lines.stream()
                     .filter(line -> line.contains("last")).findFirst().orElseThrow()), state.words());
         }
-        assertEquals(4, lines(PIPE, announced(ResourceState.FORECAST, null)).size(), "nothing to say is no line");
+        assertEquals(5, lines(PIPE, announced(ResourceState.FORECAST, null)).size(), "nothing to say is no line");
     }
 
     @Test
@@ -98,6 +100,16 @@ class StatusTableTest {
                 new Snapshot(agent, List.of()), PAGE, Instant.ofEpochSecond(1000));
         assertEquals(List.of("No resources yet.", "No \\x1bdisks yet.", ""), lines.subList(0, 3));
         assertTrue(lines.get(3).endsWith(", a sample every 5 s, resumed with 1234 samples."), lines.get(3));
+    }
+
+    @Test
+    void whatIsLeftOutIsListedWithItsReasonAndMovesNoCursor() {
+        assertEquals(List.of("The agent leaves out nothing."), StatusTable.skipped(List.of()));
+        assertEquals(List.of("tmpfs /r\\x1b: a rule", "/dev/loop0 /snap: an image",
+                "The agent leaves out 2 disks (rule mount /r\\x1b: 1; squashfs: 1)."),
+                StatusTable.skipped(List.of(
+                        new Snapshot.LeftOut("tmpfs /r\u001b", "a rule", LeftOutKind.PATTERN, "rule mount /r\u001b"),
+                        new Snapshot.LeftOut("/dev/loop0 /snap", "an image", LeftOutKind.NATURE, "squashfs"))));
     }
 
     @Test

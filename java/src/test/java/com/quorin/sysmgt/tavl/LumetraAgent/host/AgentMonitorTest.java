@@ -48,12 +48,14 @@ class AgentMonitorTest {
         cycle(1, swap);
         monitor.look(2);
         assertEquals("The agent watches 1 resource:", lines().get(0));
+        assertEquals("The agent leaves out 1 disk (rule mount /\\x1b*: 1). lumetra status --skipped lists them.",
+                lines().get(2));
         assertEquals(List.of("It takes a sample every 10 s. The first forecast can come in about 33 min, after 200 "
                 + "samples.", "It announces an exhaustion that is forecast for 0 to 48 h ahead."),
-                lines().subList(2, lines().size()));
+                lines().subList(3, lines().size()));
         cycle(2, swap);
         monitor.look(3);
-        assertEquals(4, lines().size());
+        assertEquals(5, lines().size());
     }
 
     private void resumed(long number, long samples, int resources) {
@@ -69,7 +71,7 @@ class AgentMonitorTest {
         resumed(1, 1234, 2);
         assertEquals("The agent watches 1 resource:", lines().get(1));
         resumed(2, 2345, 3);
-        assertEquals(5, lines().size());
+        assertEquals(6, lines().size());
     }
 
     @Test

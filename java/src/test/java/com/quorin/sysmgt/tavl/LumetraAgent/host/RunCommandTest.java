@@ -27,7 +27,8 @@ class RunCommandTest {
     void helpNamesTheOptionsAndTheExitCodes() {
         assertEquals(0, execute("--help"));
         for (String part : new String[] {"--home", "--config", "--for", "--port",
-            "--listen", "--allow-host", "--fresh", "--on-event", "--remind", "  0  the agent ended as asked"}) {
+            "--listen", "--allow-host", "--fresh", "--on-event", "--remind", "--skip-fstype", "--skip-mount",
+            "--all-disks", "  0  the agent ended as asked"}) {
             assertTrue(out.toString().contains(part), part);
         }
     }
@@ -93,6 +94,15 @@ class RunCommandTest {
             assertEquals(2, execute("--on-event", "/bin/sh", "--remind", hours), hours);
         }
         assertTrue(err.toString().contains("expected hours from 1 to 8760, got 6h"), err.toString());
+    }
+
+    @Test
+    void allDisksAndRulesOnSomeContradictEachOther() {
+        for (String rule : new String[] {"--skip-fstype=tmpfs", "--skip-mount=/snap/*"}) {
+            assertEquals(2, execute("--all-disks", rule));
+        }
+        assertEquals(2, err.toString().lines().filter(line -> line.equals("lumetra run: --all-disks leaves no disk out, "
+                + "so it goes without --skip-fstype and --skip-mount")).count(), err.toString());
     }
 
     @Test

@@ -7,6 +7,7 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 import com.quorin.sysmgt.tavl.LumetraAgent.TrendReader;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.Event;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.EventCounts;
+import com.quorin.sysmgt.tavl.LumetraAgent.resource.LeftOutKind;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.ResourceState;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Snapshot;
 import java.io.ByteArrayOutputStream;
@@ -34,6 +35,7 @@ class MetricsReportTest {
     private final MetricsNames names = new MetricsNames();
     private final List<Snapshot.Resource> rows = new ArrayList<>();
     private final Map<Integer, TrendReader.Resource> keys = new HashMap<>();
+    private final List<Snapshot.LeftOut> leftOut = new ArrayList<>();
 
     private void row(int id, String name, String device, String mountpoint, ResourceState state,
             Long forecastAt, Long exhaustionAt) {
@@ -41,7 +43,7 @@ class MetricsReportTest {
         boolean known = forecastAt != null;
         rows.add(new Snapshot.Resource(new Snapshot.Identity(id, name, instance, device, mountpoint, "counter", null),
                 new Snapshot.Reading(known ? 12.34 : null, null, 100.0, 200, null),
-                new Snapshot.Standing(state, state.words(), null),
+                new Snapshot.Standing(state, state.words(), null, null),
                 new Snapshot.Forecast(null, null, exhaustionAt, known ? "Linear" : null, known ? 50.5 : null,
                         forecastAt)));
         keys.put(id, new TrendReader.Resource(name, device == null ? "_Total" : instance));
@@ -54,7 +56,7 @@ class MetricsReportTest {
     private String write(MetricsFormat format) {
         Snapshot.Agent agent = new Snapshot.Agent("1.0", "/home", 9000, 10_001, true, false, 4, NEWEST,
                 5.0, 200, 0, 24, null, 0);
-        Snapshot snapshot = new Snapshot(agent, rows, List.of(), new Snapshot.Measures(0.75, 4096, keys));
+        Snapshot snapshot = new Snapshot(agent, rows, leftOut, new Snapshot.Measures(0.75, 4096, keys));
         ByteArrayOutputStream out = new ByteArrayOutputStream();
         MetricsReport.write(new MetricsText(format, out), snapshot, events, names);
         return out.toString(StandardCharsets.UTF_8);
@@ -113,6 +115,31 @@ class MetricsReportTest {
         DoubleStream.concat(all, random).forEach(v -> assertEquals(
                 BigDecimal.valueOf(v).movePointLeft(2).doubleValue() + 0.0, MetricsReport.perCent(v) + 0.0, "" + v));
         assertTrue(Double.isNaN(MetricsReport.perCent(null)));
+    }
+
+    private void leaveOut(LeftOutKind kind) {
+        leftOut.add(new Snapshot.LeftOut("what", "why", kind, "rule"));
+    }
+
+    @Test
+    void disksAreCountedOnceAndThoseThatAreLeftOutByTheKindOfRule() {
+        disk(ResourceState.FORECAST, NEWEST, NEWEST + 3600);
+        row(8, "Inodes", "/dev/vda", "/data", ResourceState.NO_LIMIT, null, null);
+        row(9, "Space", "/dev/vdb", "/gone", ResourceState.ABSENT, null, null);
+        row(10, "Swap", null, null, ResourceState.COLLECTING, null, null);
+        assertEquals("1", value("lumetra_agent_disks_watched"));
+        for (String rule : List.of("nature", "repeat", "type", "pattern", "unreadable")) {
+            assertEquals("0", value("lumetra_agent_disks_left_out{rule=\"" + rule + "\"}"));
+        }
+        leaveOut(LeftOutKind.NATURE);
+        leaveOut(LeftOutKind.NATURE);
+        leaveOut(LeftOutKind.PATTERN);
+        leaveOut(LeftOutKind.OTHER);
+        leaveOut(null);
+        assertEquals("2", value("lumetra_agent_disks_left_out{rule=\"nature\"}"));
+        assertEquals("1", value("lumetra_agent_disks_left_out{rule=\"pattern\"}"));
+        assertEquals("0", value("lumetra_agent_disks_left_out{rule=\"type\"}"));
+        assertTrue(write(MetricsFormat.CLASSIC).lines().noneMatch(line -> line.contains("\"other\"")));
     }
 
     @Test

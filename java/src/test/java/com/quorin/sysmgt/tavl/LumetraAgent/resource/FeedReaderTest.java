@@ -62,14 +62,16 @@ class FeedReaderTest {
         head(1, 7).number(1_700_000_000).real(1.5, 2.5, 0.25, 40).longNumber(123_456_789_012L);
         longNumber(4_300_000_000L).number(2).text("../data/", "../data/archive", "pad", "resources.txt",
                 "AutoConfig.ini");
-        number(10_000, 1, 48, 50, 200).flag(1).number(1).text("a line", "a reason");
+        number(10_000, 1, 48, 50, 200).flag(1).number(1).text("a line", "a reason").number(3)
+                .text("fstype a");
         number(2);
         number(3).text("PercentSwapSpaceUsed", "_Total", "PercentSwapSpaceUsed", "Swap").number(-1);
         real(12.5).flag(1).real(2048).flag(0).real(0).number(3).real(0, 100).number(2);
-        real(4.8).number(1728, 20, 0).text("").real(-1).flag(0).real(0).number(0).longNumber(0);
+        real(4.8).number(1728, 20, 0).text("").real(-1).flag(0).real(0).number(0).longNumber(0).number(0);
         number(4).text("LogicalDisk", "/dev/\u00c3\u00a9\u00ff /m", "PercentFreeSpaceUsed", "Space").number(9);
         real(99).flag(0).real(1).flag(1).real(512).number(1).real(-1, 100).number(0);
-        real(0.5).number(180, 179, 1_700_000_000).text("mean").real(2.25).flag(1).real(99.5).number(5).longNumber(1234);
+        real(0.5).number(180, 179, 1_700_000_000).text("mean").real(2.25).flag(1).real(99.5).number(5).longNumber(1234)
+                .number(2);
         number(1).longNumber(8).number(4).text("Space", "/dev/x /m").number(0).longNumber(10).longNumber(20)
                 .longNumber(30);
         number(2).longNumber(40).longNumber(50).real(60.5, 70.5).number(5).real(1, 2, 3, 4, Double.NaN);
@@ -84,7 +86,7 @@ class FeedReaderTest {
                 new RunResource.Reading(12.5, true, 2048, false, 0),
                 new RunResource.Analysis(
                         3, new RunResource.Limits(0, 100, RunResource.Reached.UPPER), 4.8, 1728, 20),
-                null, new RunResource.Notification(false, 0, 0, 0));
+                null, new RunResource.Notification(false, 0, 0, 0), RunResource.WatchReason.DECLARED);
         RunResource disk = new RunResource(
                 new RunResource.Identity(
                         4, "LogicalDisk", "/dev/\u00c3\u00a9\u00ff /m", "PercentFreeSpaceUsed", "Space", 9),
@@ -92,13 +94,13 @@ class FeedReaderTest {
                 new RunResource.Analysis(
                         1, new RunResource.Limits(-1, 100, RunResource.Reached.NONE), 0.5, 180, 179),
                 new RunResource.Forecast(1_700_000_000, "mean", 2.25),
-                new RunResource.Notification(true, 99.5, 5, 1234));
+                new RunResource.Notification(true, 99.5, 5, 1234), RunResource.WatchReason.NAMED);
         assertEquals(new Publication(17, 7, Optional.of(new RunState(
                 new RunState.Cycle(1_700_000_000, 1.5, 2.5, 0.25, 40),
                 new RunState.Archive("../data/archive", 123_456_789_012L,
                         new RunState.Resumed(4_300_000_000L, 2)),
                 new RunState.Settings("../data/", 10_000, 1, 48, 200), true,
-                List.of(new RunState.LeftOut("a line", "a reason")), List.of(swap, disk),
+                List.of(new RunState.LeftOut("a line", "a reason", LeftOutKind.TYPE, "fstype a")), List.of(swap, disk),
                 List.of(new EndedEpisode(8, 4, "Space", "/dev/x /m", new Episode(0, 10, 20, 30, Outcome.FREED, 40, 50,
                         60.5, 70.5, List.of(1.0, 2.0, 3.0, 4.0, Double.NaN))))))),
                 FeedReader.publication(running()));

@@ -84,7 +84,8 @@ public final class GivenResource {
                 new RunResource.Analysis(
                         method, new RunResource.Limits(lower, upper, reached), 4.8, slots, samples),
                 forecast, new RunResource.Notification(forecast != null && forecast.hasExhaustion(), level, 5,
-                        episodeSince));
+                        episodeSince),
+                mountPoint < 0 ? RunResource.WatchReason.DECLARED : RunResource.WatchReason.MOUNTED);
     }
 
     /** The state after a cycle of two seconds of an agent that samples every ten. */
@@ -108,6 +109,7 @@ public final class GivenResource {
         return new RunState(new RunState.Cycle(time, 1.0, 0.75, 0.25, 6.5),
                 new RunState.Archive("/nowhere/archive", 4096, RunState.Resumed.NOTHING),
                 new RunState.Settings("/nowhere/", 10_000, 0, 48, 200), awaitsDisks,
-                List.of(new RunState.LeftOut("bad \u001bline", "it cannot be read")), made);
+                List.of(new RunState.LeftOut("bad \u001bline", "it cannot be read",
+                        LeftOutKind.PATTERN, "mount /\u001b*")), made);
     }
 }

@@ -138,7 +138,7 @@ class ResourceJudgeTest {
     private static Snapshot.Resource row(int id, ResourceState state, Double seconds, Double value) {
         return new Snapshot.Resource(new Snapshot.Identity(id, "r", "", null, null, "counter", null),
                 new Snapshot.Reading(value, null, null, 0, new Snapshot.Recent(0, 0, List.of())),
-                new Snapshot.Standing(state, state.words(), null),
+                new Snapshot.Standing(state, state.words(), null, null),
                 new Snapshot.Forecast(null, seconds, null, null, null, null));
     }
 

@@ -16,6 +16,7 @@ import com.quorin.sysmgt.tavl.LumetraAgent.files.Culprit;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.CulpritReport;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Curves;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.GivenResource;
+import com.quorin.sysmgt.tavl.LumetraAgent.resource.LeftOutKind;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Publication;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.ResourceState;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.RunResource;
@@ -108,7 +109,8 @@ class AgentWatchTest {
     @Test
     void whatIsLeftOutIsSaidWithoutControlCharacters() {
         cycle(1, START, swap);
-        assertEquals(List.of(new Snapshot.LeftOut("bad \\x1bline", "it cannot be read")),
+        assertEquals(List.of(new Snapshot.LeftOut("bad \\x1bline", "it cannot be read", LeftOutKind.PATTERN,
+                        "rule mount /\\x1b*")),
                 watch.snapshot().leftOut());
     }
 

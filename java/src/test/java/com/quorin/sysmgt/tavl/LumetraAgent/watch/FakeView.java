@@ -7,6 +7,7 @@ import com.quorin.sysmgt.tavl.LumetraAgent.events.EventCounts;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.EventGroup;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.Culprit;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.CulpritReport;
+import com.quorin.sysmgt.tavl.LumetraAgent.resource.LeftOutKind;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.ResourceState;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Snapshot;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.TrendView;
@@ -55,13 +56,13 @@ public class FakeView implements AgentView {
         return new Snapshot.Resource(new Snapshot.Identity(id, name, instance, null, null, "counter", null),
                 new Snapshot.Reading(value, "95.7 GiB", 100.0, 200,
                         new Snapshot.Recent(0, 60, new ArrayList<>(List.of(1.0, 2.0)))),
-                new Snapshot.Standing(ResourceState.FORECAST, ResourceState.FORECAST.words(), null),
+                new Snapshot.Standing(ResourceState.FORECAST, ResourceState.FORECAST.words(), null, null),
                 new Snapshot.Forecast(null, 3600.0, 4600L, "Linear", 50.0, 1000L));
     }
 
     public static Snapshot snapshot(List<Snapshot.Resource> resources) {
         return new Snapshot(new Snapshot.Agent("1.0", "/home", 1, 2, true, false, 3, 4L, 5.0, 200, 0, 24, null, 0),
-                resources, List.of(new Snapshot.LeftOut(HOSTILE, "it cannot be read")),
+                resources, List.of(new Snapshot.LeftOut(HOSTILE, "it cannot be read", LeftOutKind.UNREADABLE, "unclear")),
                 new Snapshot.Measures(0, 0, resources.stream().collect(Collectors.toMap(Snapshot.Resource::id,
                         r -> new TrendReader.Resource(r.identity().resource(), r.identity().instance()),
                         (first, second) -> first))));
