@@ -118,10 +118,10 @@ class NoDoor(FeedTest):
         self.assertIn("VERSION = 4;", source)
 
         def build(directory):
-            write(os.path.join(directory, "HostFeed.java"), source.replace("VERSION = 4;", "VERSION = 4;"))
+            write(os.path.join(directory, "HostFeed.java"), source.replace("VERSION = 4;", "VERSION = 5;"))
             subprocess.run(["javac", "-cp", JAR, "-d", directory, os.path.join(directory, "HostFeed.java")], check=True)
 
-        return built_once("HostFeed2", [HOST_FEED], build)
+        return built_once("HostFeed5", [HOST_FEED], build)
 
     def test_a_host_of_another_version_runs_the_agent_without_page_and_ends_it_in_order(self):
         home = self.home_with(PROCESSES)
@@ -131,8 +131,8 @@ class NoDoor(FeedTest):
         command[at:at + 2] = ["-cp", self.other_host() + ":" + JAR, "com.quorin.sysmgt.tavl.LumetraAgent.host.Lumetra"]
         machine = self.start(home, command)
         self.assertEqual(machine.expect("There is no page"),
-                         "There is no page and no report on the agent's work: the native library has version 3 of its interface "
-                         "for the host, and this program is made for version 4.")
+                         "There is no page and no report on the agent's work: the native library has version 4 of its interface "
+                         "for the host, and this program is made for version 5.")
         self.lines(machine, home, 3)
         with self.assertRaises(ConnectionRefusedError):
             ask(port, "/")

@@ -293,12 +293,26 @@ describe("the headline", () => {
     world.leftOut = [{ what: "/dev/x\u202e 1 2", why: "its line cannot be read" }, { what: "Space", why: "no memory" }];
     await withWorld(world, {}, async (page) => {
       await page.click("#left-out-summary");
-      assert.equal(await page.textContent("#left-out-summary"), "The agent leaves out 2 things");
+      assert.equal(await page.textContent("#left-out-summary"), "The agent leaves out 2 things (other: 2)");
       assert.deepEqual(await page.locator("#left-out-list li").allTextContents(),
         ["/dev/x\\u202e 1 2: its line cannot be read", "Space: no memory"]);
       world.leftOut = [];
       await look(page);
       await page.waitForSelector("#left-out", { state: "hidden" });
+    });
+  });
+
+  test("says by which rules disks are left out, and does not list thousands", async () => {
+    const world = busyServer();
+    world.leftOut = Array.from({ length: 503 }, (_, i) => ({ what: `overlay /c/${i}`, why: "a rule", kind: i < 2 ? "nature" : "type",
+      rule: i < 2 ? "squashfs, full by its nature" : "rule fstype over\u202elay" }));
+    await withWorld(world, {}, async (page) => {
+      await page.click("#left-out-summary");
+      assert.equal(await page.textContent("#left-out-summary"),
+        "The agent leaves out 503 disks (rule fstype over\\u202elay: 501; squashfs, full by its nature: 2)");
+      const items = page.locator("#left-out-list li");
+      assert.equal(await items.count(), 501);
+      assert.equal(await items.last().textContent(), "and 3 more, which lumetra status --skipped lists");
     });
   });
 

@@ -60,6 +60,7 @@ describe("the view of a resource", () => {
       await drawn(page);
       assert.equal(await page.textContent("#detail-title"), "/data");
       assert.match(await page.textContent("#detail-lead"), /exhaustion forecast:runs out in about 5 h 20 min \(\w{3} \d\d:\d\d\)/);
+      assert.equal(await page.innerText("#detail-why:visible"), "It is watched because it is mounted.");
       const facts = await page.innerText("#facts");
       for (const expected of ["78.4 %", "3-segment linear regression", "70.5 %", "100 %", "just now"]) {
         assert.ok(facts.includes(expected), `${expected} in ${facts}`);

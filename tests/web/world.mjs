@@ -73,6 +73,7 @@ export class World {
       instance: given.instance ?? (mountpoint === null ? "" : `${device} ${mountpoint}`),
       device, mountpoint, counter, counterWords: COUNTER_WORDS[counter] ?? null, value, capacity: given.capacity === undefined ? "95.7 GiB" : given.capacity,
       state, stateText: given.stateText ?? STATE_WORDS[state], note: given.note ?? null,
+      whyWatched: given.whyWatched ?? "It is watched because it is mounted.",
       samples: given.samples ?? (state === "collecting" ? 137 : 600),
       firstForecastAt: state === "collecting" ? given.firstForecastAt ?? this.now + 300 : null,
       secondsToExhaustion: seconds, exhaustionAt: seconds === null ? null : forecastAt + seconds,

@@ -10,6 +10,7 @@ import * as words from "./words.js";
 const VISIBLE_MS = 2000;
 const HIDDEN_MS = 30000;
 const LONGEST_MS = 30000;
+const MOST_LEFT_OUT = 500; // a list that nobody reads to its end
 const FAILURES_BEFORE_WORDS = 2; // one lost answer is no news
 
 const resources = new Feed("api/v1/resources", (d) => Array.isArray(d?.resources) && typeof d.agent === "object");
@@ -148,13 +149,14 @@ function renderLeftOut(leftOut) {
   show(byId("left-out"), leftOut.length > 0);
   setText(byId("left-out-summary"), words.leftOutSummary(leftOut));
   const list = byId("left-out-list");
-  while (list.children.length > leftOut.length) {
+  const lines = leftOut.slice(0, MOST_LEFT_OUT).map(({ what, why }) => `${words.printable(what)}: ${words.printable(why)}`);
+  if (leftOut.length > MOST_LEFT_OUT) {
+    lines.push(`and ${leftOut.length - MOST_LEFT_OUT} more, which lumetra status --skipped lists`);
+  }
+  while (list.children.length > lines.length) {
     list.lastElementChild.remove();
   }
-  leftOut.forEach(({ what, why }, i) => {
-    setText(list.children[i] ?? list.appendChild(element("li", { dir: "auto" })),
-      `${words.printable(what)}: ${words.printable(why)}`);
-  });
+  lines.forEach((line, i) => setText(list.children[i] ?? list.appendChild(element("li", { dir: "auto" })), line));
 }
 
 function renderView() {

@@ -107,6 +107,9 @@ export class Detail {
     show(byId("detail-record"), record !== "");
     setText(byId("detail-note"), words.printable(resource.note));
     show(byId("detail-note"), Boolean(resource.note));
+    const why = words.whyWatched(resource);
+    setText(byId("detail-why"), why);
+    show(byId("detail-why"), why !== "");
   }
 
   #renderCollecting(resource, agent, now) {

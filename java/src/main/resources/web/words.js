@@ -400,7 +400,20 @@ export function announcementSummary({ times, values }, now) {
     + `the newest names ${moment(values.at(-1), now)}: ${moved}.`;
 }
 
-/** What the agent leaves out, in a few words. */
+/** What the agent leaves out, and by what, in a few words. */
 export function leftOutSummary(leftOut) {
-  return `The agent leaves out ${count(leftOut.length, "thing")}`;
+  const counts = new Map();
+  for (const { rule } of leftOut) {
+    counts.set(rule ?? "other", (counts.get(rule ?? "other") ?? 0) + 1);
+  }
+  const rules = [...counts].sort((a, b) => b[1] - a[1]);
+  const named = rules.slice(0, 5).map(([rule, number]) => `${printable(rule)}: ${number}`);
+  const more = rules.length > 5 ? [count(rules.length - 5, "more rule")] : [];
+  const noun = leftOut.every(({ kind }) => kind && kind !== "other") ? "disk" : "thing";
+  return `The agent leaves out ${count(leftOut.length, noun)} (${[...named, ...more].join("; ")})`;
+}
+
+/** Why a resource is watched; nothing where an older agent does not say. */
+export function whyWatched(resource) {
+  return printable(resource.whyWatched);
 }

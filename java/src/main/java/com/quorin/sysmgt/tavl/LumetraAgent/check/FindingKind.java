@@ -165,7 +165,8 @@ public enum FindingKind {
             "%2$s"),
 
     /** A single disk. */
-    DISK_INSTANCE_IGNORED(false, "FindInstance %1$s is ignored: a LogicalDisk stands for every disk", "*"),
+    DISK_INSTANCE_IGNORED(false, "FindInstance %1$s narrows nothing down: a LogicalDisk stands for every disk, and no "
+            + "rule leaves out the one of this name", "*, unless a rule would leave out that disk"),
 
     /** The same resource twice. */
     INPUT_DUPLICATE(false, "object %1$s, instance and counter are those of line %2$s: "
