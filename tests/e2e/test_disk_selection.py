@@ -292,13 +292,13 @@ class Awkward(Mounted):
             silent = self.mounted("silent", "silent", "fuse", 0, f"fd={server},rootmode=40000,user_id=0,group_id=0")
         except OSError as reason:
             self.skipTest(f"this machine has no FUSE: {reason}")
-        os.truncate(os.path.join(disk, "half"), 0)
         lines = len(home.archive_lines())
         for _ in range(2):
             agent.until(lambda: listings_of(agent.pid), "a listing that hangs")
             agent.turn(10)
             agent.until(lambda: len(home.archive_lines()) > lines, "a cycle without a listing")
             lines = len(home.archive_lines())
+            os.truncate(os.path.join(disk, "half"), 0)
         self.assertEqual(self.values_of(home, number)[-1], "50.00", "the disk stays as it was")
         os.close(server)  # whoever waits is answered with an error
         umount(silent)

@@ -15,7 +15,7 @@ from agent_home import DISK_SPACE, PROCESSES, SWAP, mount, needs_mounts, umount 
 from test_jvm_forecast import CYCLE, PERIOD, PORTION, SIZE, disks, fill  # noqa: E402
 from turned_agent import TurnedAgent  # noqa: E402
 
-LABELS = {"resource", "device", "mountpoint", "state", "model", "type", "version", "outcome"}
+LABELS = {"resource", "device", "mountpoint", "state", "model", "type", "version", "outcome", "rule"}
 SOON = "LumetraExhaustionWithin4Hours"
 STRICT = ("import json, sys\n"
           "from prometheus_client.openmetrics.parser import text_string_to_metric_families as parse\n"
@@ -48,7 +48,7 @@ class Rules(unittest.TestCase):
 
     def test_every_alert_is_graded_explained_and_kept_for_a_while(self):
         parts = re.split(r"- alert: ", content(RULES))[1:]
-        self.assertEqual(len(parts), 5)
+        self.assertEqual(len(parts), 7)
         for part in parts:
             self.assertRegex(part, r"severity: ('\{\{ if .* \}\}notice\{\{ else \}\}(critical|warning)\{\{ end \}\}'|critical|warning)\n")
             for word in ("summary: ", "description: ", "keep_firing_for: ", "$labels.instance"):

@@ -36,7 +36,7 @@ def shipped_home():
 
 
 def prepare(home, steps):
-    """Follows the lines of a case: remove PATH, file PATH, pipe PATH, size PATH BYTES."""
+    """Follows the lines of a case: remove PATH, file PATH, pipe PATH, line PATH WORDS, size PATH BYTES."""
     for step in steps.splitlines():
         what, path, *more = step.split()
         path = os.path.normpath(home.at(path))
@@ -48,6 +48,9 @@ def prepare(home, steps):
             agent_home.write(path, "")
         elif what == "pipe":
             os.mkfifo(path)
+        elif what == "line":
+            with open(path, "a", encoding="utf-8") as file:
+                file.write(" ".join(more) + "\n")
         elif what == "size":
             os.truncate(path, int(more[0]))
 

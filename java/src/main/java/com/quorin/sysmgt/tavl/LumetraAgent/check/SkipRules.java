@@ -33,10 +33,10 @@ public record SkipRules(byte[] text, List<Finding> findings) {
         return new SkipRules(text, findings);
     }
 
-    /** What is wrong with one rule, whatever is mounted, in one sentence; empty for nothing. */
-    public static Optional<String> flawOf(byte[] rule) {
+    /** What was expected in the place of a rule that is none, whatever is mounted; empty for a rule. */
+    public static Optional<String> expectedFor(byte[] rule) {
         return LibraryCheck.skipRulesOf(rule).stream().map(found -> found.worded(""))
-                .filter(SkipRules::isFlaw).map(Finding::message).findFirst();
+                .filter(SkipRules::isFlaw).map(Finding::expected).findFirst();
     }
 
     /** Whether it is about the rules themselves, and not about what is mounted. */

@@ -8,6 +8,7 @@ import java.nio.charset.StandardCharsets;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
+import java.util.Optional;
 import java.util.stream.Stream;
 import picocli.CommandLine;
 import picocli.CommandLine.Option;
@@ -46,12 +47,10 @@ final class DiskOptions {
     /** Refuses rules that the library, which must be loaded, does not take. */
     void checkRules(CommandLine line) {
         for (String rule : CheckFeed.problem().isEmpty() ? rules() : List.<String>of()) {
-            if (rule.contains("\n")) {
-                throw new ParameterException(line, "a line feed in the rule " + rule + "; expected one line");
+            Optional<String> expected = rule.contains("\n") ? Optional.of("one line") : SkipRules.expectedFor(bytes(rule));
+            if (expected.isPresent()) {
+                throw new ParameterException(line, "--skip-" + rule + ": expected " + expected.get());
             }
-            SkipRules.flawOf(bytes(rule)).ifPresent(flaw -> {
-                throw new ParameterException(line, "--skip-" + flaw);
-            });
         }
     }
 
