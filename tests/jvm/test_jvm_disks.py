@@ -184,6 +184,7 @@ class CommandLine(DisksTest):
         with open(os.path.join(PROJECT, "config", "skip.conf"), encoding="utf-8") as file:
             shipped = file.read()
         home = self.home_with(PROCESSES, rules=shipped)
+        shutil.copy(os.path.join(PROJECT, "config", "AutoConfig.ini"), home.at("config"))
         self.assertEqual(self.check(home), "Nothing found.\n")
         examples = re.findall(r"^#(\S.*)$", shipped, re.MULTILINE)
         self.assertGreater(len(examples), 8)
