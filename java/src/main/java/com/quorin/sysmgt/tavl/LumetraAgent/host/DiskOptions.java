@@ -47,7 +47,8 @@ final class DiskOptions {
     /** Refuses rules that the library, which must be loaded, does not take. */
     void checkRules(CommandLine line) {
         for (String rule : CheckFeed.problem().isEmpty() ? rules() : List.<String>of()) {
-            Optional<String> expected = rule.contains("\n") ? Optional.of("one line") : SkipRules.expectedFor(bytes(rule));
+            Optional<String> expected = rule.contains("\n") ? Optional.of("one line")
+                    : SkipRules.expectedFor(bytes(rule));
             if (expected.isPresent()) {
                 throw new ParameterException(line, "--skip-" + rule + ": expected " + expected.get());
             }

@@ -103,7 +103,8 @@ public final class FeedReader extends LibraryBytes {
 
     private RunState.LeftOut leftOut() {
         return new RunState.LeftOut(text("what is left out"), text("why it is left out"),
-                LeftOutKind.values()[choice(0, LeftOutKind.values().length - 1, "why it is left out")], text("the rule"));
+                LeftOutKind.values()[choice(0, LeftOutKind.values().length - 1, "why it is left out")],
+                text("the rule"));
     }
 
     private RunResource resource() {

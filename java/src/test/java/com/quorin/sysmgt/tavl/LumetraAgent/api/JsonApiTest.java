@@ -45,7 +45,8 @@ class JsonApiTest {
         assertEquals("forecast", first.get("state").textValue());
         assertEquals(3, json.size());
         assertEquals("[{\"what\":" + new ObjectMapper().writeValueAsString(FakeView.HOSTILE)
-                + ",\"why\":\"it cannot be read\",\"kind\":\"unreadable\",\"rule\":\"unclear\"}]", json.get("leftOut").toString());
+                + ",\"why\":\"it cannot be read\",\"kind\":\"unreadable\",\"rule\":\"unclear\"}]",
+                json.get("leftOut").toString());
         assertEquals(10, json("resources/7/trend", null).size());
         assertEquals(5, json("resources/7/culprits", null).size());
     }

@@ -101,8 +101,9 @@ class RunCommandTest {
         for (String rule : new String[] {"--skip-fstype=tmpfs", "--skip-mount=/snap/*"}) {
             assertEquals(2, execute("--all-disks", rule));
         }
-        assertEquals(2, err.toString().lines().filter(line -> line.equals("lumetra run: --all-disks leaves no disk out, "
-                + "so it goes without --skip-fstype and --skip-mount")).count(), err.toString());
+        assertEquals(2, err.toString().lines().filter(line -> line.equals("lumetra run: "
+                + "--all-disks leaves no disk out, so it goes without --skip-fstype and --skip-mount")).count(),
+                err.toString());
     }
 
     @Test

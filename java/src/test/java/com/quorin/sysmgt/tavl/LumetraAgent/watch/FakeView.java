@@ -62,7 +62,8 @@ public class FakeView implements AgentView {
 
     public static Snapshot snapshot(List<Snapshot.Resource> resources) {
         return new Snapshot(new Snapshot.Agent("1.0", "/home", 1, 2, true, false, 3, 4L, 5.0, 200, 0, 24, null, 0),
-                resources, List.of(new Snapshot.LeftOut(HOSTILE, "it cannot be read", LeftOutKind.UNREADABLE, "unclear")),
+                resources, List.of(new Snapshot.LeftOut(HOSTILE, "it cannot be read",
+                        LeftOutKind.UNREADABLE, "unclear")),
                 new Snapshot.Measures(0, 0, resources.stream().collect(Collectors.toMap(Snapshot.Resource::id,
                         r -> new TrendReader.Resource(r.identity().resource(), r.identity().instance()),
                         (first, second) -> first))));

@@ -46,7 +46,8 @@ class WatchedFleetTest {
                 new Snapshot.Identity(3, "Swap", "", null, null, "PercentSwapSpaceUsed", "Swap"),
                 new Snapshot.Reading(41.2712, "2.0 GiB", 100.0, 2,
                         new Snapshot.Recent(START, START, List.of(41.271))),
-                new Snapshot.Standing(ResourceState.COLLECTING, "collecting", null, RunResource.WatchReason.DECLARED.words()),
+                new Snapshot.Standing(ResourceState.COLLECTING, "collecting", null,
+                        RunResource.WatchReason.DECLARED.words()),
                 // a pause of ten seconds and two of work
                 new Snapshot.Forecast(START + 198 * 12, null, null, null, null, null)), row(3));
     }
