@@ -168,7 +168,7 @@ class Scrape(MetricsTest):
     def prometheus(self, directory, ports):
         """The shipped rules, in seconds instead of minutes."""
         rules = re.sub(r"(?m)^( +(?:for|keep_firing_for)): .*", r"\1: 1s", content(RULES))
-        self.assertEqual(rules.count("for: 1s"), 9)
+        self.assertEqual(rules.count("for: 1s"), 13)
         server = Prometheus(directory, [f"127.0.0.1:{port}" for port in ports], rules)
         self.addCleanup(server.end)
         return server

@@ -391,8 +391,8 @@ class PackageTest(InstalledTest):
         self.assertEqual([f"{HOME} lumetra-agent:adm 2750", f"{LOGS} lumetra-agent:adm 2750",
                           "/etc/lumetra-agent/agent.env root:root 644"], shown.splitlines())
         self.assertEqual(LOGS, self.machine.run("readlink", HOME + "/log").strip())
-        self.assertEqual("/etc/lumetra-agent/AutoConfig.ini",
-                         self.machine.run("readlink", HOME + "/config/AutoConfig.ini").strip())
+        for name in ("AutoConfig.ini", "skip.conf"):
+            self.assertEqual(f"/etc/lumetra-agent/{name}", self.machine.run("readlink", HOME + "/config/" + name).strip())
         self.assertIn("/usr/sbin/nologin", self.machine.run("getent", "passwd", "lumetra-agent"))
         self.machine.run("test", "-e", "/etc/systemd/system/multi-user.target.wants/lumetra-agent.service")
 
