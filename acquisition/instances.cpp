@@ -75,12 +75,12 @@ int Retrievedisks(int count, std::vector<DiskName>* names) {
     for (const std::string& line : taken.listing->leftOut())
         leaveOut(line, "its line in the listing of disks cannot be read without doubt");
     int retrieved = 0;
-    SelectionPass selection;
+    SelectionPass pass;
     for (const DiskLine& line : taken.listing->lines()) {
         if (retrieved >= count)
             break;
         const std::string name = line.device + " " + line.mountPoint;
-        if (auto disk = selection.judge(line.device, line.mountPoint)) {
+        if (auto disk = pass.judge(line.device, line.mountPoint)) {
             leaveOut(std::move(*disk));
             continue;
         }
