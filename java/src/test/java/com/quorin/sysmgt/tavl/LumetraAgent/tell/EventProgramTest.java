@@ -99,9 +99,9 @@ class EventProgramTest {
         }
     }
 
-    /** Until a file is there. */
+    /** Until a file is there, or the test has taken all of them away. */
     private static String until(String file) {
-        return "until [ -e " + file + " ]; do sleep 0.01; done";
+        return "until [ -e " + file + " ] || [ ! -e program ]; do sleep 0.01; done";
     }
 
     @Test
