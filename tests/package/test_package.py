@@ -18,6 +18,8 @@ import threading
 import unittest
 import zipfile
 
+import yaml
+
 PROJECT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 sys.path.insert(0, os.path.join(PROJECT, "tests"))
 sys.path.insert(0, os.path.join(PROJECT, "tests", "e2e"))
@@ -112,19 +114,24 @@ class Machine:
     """A copy of this machine in a mount namespace of its own; what is changed in it lives in memory."""
 
     PREPARE = """set -e
-        mount -t tmpfs layers "$1" && mkdir "$1/upper" "$1/work" "$1/root"
+        mount -t tmpfs layers "$1" && mkdir "$1/upper" "$1/work" "$1/root" "$1/host"
+        [ -z "$2" ] || mount --rbind / "$1/host"
         mount -t overlay -o "lowerdir=/,upperdir=$1/upper,workdir=$1/work" overlay "$1/root"
         for name in proc sys dev; do mount --rbind /$name "$1/root/$name"; done
         mount -t tmpfs run "$1/root/run"
         mount -t tmpfs -o mode=1777 tmp "$1/root/tmp"
+        [ -z "$2" ] || { mkdir "$1/root/host" && mount --move "$1/host" "$1/root/host"; }
         echo ready
         exec sleep infinity"""
 
-    def __init__(self):
+    def __init__(self, host=None):
+        """With the process id of a host, it is as a container is: it has that host's root at /host, and later mounts too."""
         self.folder = tempfile.mkdtemp(prefix="lumetra-package-")
         self.root = os.path.join(self.folder, "root")
+        where = ("nsenter", "-m", "-t", str(host)) if host else ()
         self.keeper = subprocess.Popen(
-            ["unshare", "-m", "--propagation", "private", "sh", "-c", self.PREPARE, "sh", self.folder],
+            [*where, "unshare", "-m", "--propagation", "slave" if host else "private", "sh", "-c", self.PREPARE, "sh", self.folder,
+             "host" if host else ""],
             stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, preexec_fn=die_with_parent)
         self.trouble = self.keeper.stdout.readline().strip()
         self.ready = self.trouble == "ready"
@@ -279,7 +286,7 @@ class InstalledTest(unittest.TestCase):
         missing = [tool for tool in TOOLS if not shutil.which(tool)]
         if missing:
             raise unittest.SkipTest("these tools are missing: " + " ".join(missing))
-        cls.machine = Machine()
+        cls.machine = cls.make_machine()
         cls.addClassCleanup(cls.machine.end)
         if not cls.machine.ready:
             raise unittest.SkipTest("no copy of this machine can be made: " + cls.machine.trouble)
@@ -289,6 +296,10 @@ class InstalledTest(unittest.TestCase):
         # An index of all manual pages after each step takes longer than the steps.
         cls.machine.run("sh", "-c", "! command -v debconf-set-selections || "
                         "echo man-db man-db/auto-update boolean false | debconf-set-selections")
+
+    @classmethod
+    def make_machine(cls):
+        return Machine()
 
     @classmethod
     def install(cls, package):
@@ -356,6 +367,78 @@ class UpgradeTest(InstalledTest):
         lines = self.machine.run("cat", HOME + "/data/LumetraArchive.txt").splitlines()
         numbers = [{words[i] for i in range(1, len(words) - 1, 3)} for words in (line.split() for line in (lines[0], lines[-1]))]
         self.assertLessEqual(numbers[0], numbers[1], "each resource goes on under its number")
+
+
+class ContainerTest(InstalledTest):
+    """The package as in a container: a root of its own, the host's at /host, and the rights that the document gives."""
+
+    @classmethod
+    def make_machine(cls):
+        cls.host = subprocess.Popen(["unshare", "-m", "sh", "-c", "mount --make-rshared / && echo ready && exec sleep infinity"],
+                                    stdout=subprocess.PIPE, text=True, preexec_fn=die_with_parent)
+        for clean_up in (cls.host.stdout.close, cls.host.wait, cls.host.kill):
+            cls.addClassCleanup(clean_up)
+        if cls.host.stdout.readline() != "ready\n":
+            raise unittest.SkipTest("no host can be made here")
+        return Machine(host=cls.host.pid)
+
+    def on_host(self, *words):
+        return output_of(["nsenter", "-m", "-t", str(self.host.pid), *words])
+
+    def mount_on_host(self, megabytes):
+        """A new file system of the host; its directory."""
+        path = tempfile.mkdtemp(prefix="lumetra-host-")
+        self.addCleanup(os.rmdir, path)
+        self.on_host("mount", "-t", "tmpfs", "-o", f"size={megabytes}m", "some", path)
+        return path
+
+    def test_an_agent_sees_the_disks_of_its_host_those_of_later_included_and_none_of_its_own(self):
+        self.install(package())
+        early = self.mount_on_host(10)
+        self.addCleanup(self.on_host, "umount", early)
+        self.on_host("sh", "-c", f"head -c 5M /dev/zero >{early}/half")
+        home, rules = "/home/agent", "/usr/share/lumetra-agent/containers/skip.conf"
+        self.machine.run("sh", "-c", f"mkdir -p {home}/config && cp {rules} {home}/config/ && "
+                         f"sed '6s/.*/1000/' /etc/lumetra-agent/AutoConfig.ini >{home}/config/AutoConfig.ini")
+        port = free_port()
+        # What the agent keeps of root's rights.
+        rights = ("setpriv", "--bounding-set=-all,+dac_read_search", "--inh-caps=-all", "--no-new-privs")
+        agent = subprocess.Popen(self.machine.command("/usr/bin/lumetra", "run", "--home", home, "--port", str(port), prefix=rights),
+                                 stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, preexec_fn=die_with_parent)
+        for clean_up in (agent.stdout.close, agent.wait, agent.kill):
+            self.addCleanup(clean_up)
+
+        def disks():
+            printed = self.machine.run("lumetra", "status", "--json", "--port", str(port), expected=None)
+            resources = json.loads(printed)["resources"] if printed.startswith("{") else []
+            return {r["mountpoint"]: r for r in resources if r["counterWords"] == "space"}
+
+        wait_until(lambda: f"/host{early}" in disks(), "the host's file system")
+        self.assertEqual([], [path for path in disks() if path != "/host" and not path.startswith("/host/")])
+        self.assertIn("/host", disks())
+        self.assertAlmostEqual(50, disks()[f"/host{early}"]["value"], delta=0.1)
+        late = self.mount_on_host(20)
+        wait_until(lambda: f"/host{late}" in disks(), "the file system that was mounted later")
+        self.assertEqual("20.0 MiB", disks()[f"/host{late}"]["capacity"])
+        self.on_host("umount", late)
+        wait_until(lambda: disks()[f"/host{late}"]["state"] == "absent", "its end")
+        agent.send_signal(signal.SIGTERM)
+        self.end_of(agent)
+
+    def test_the_manifest_has_the_rules_and_the_rights_of_the_document(self):
+        with open(os.path.join(PROJECT, "integrations", "containers", "daemonset.yaml"), encoding="utf-8") as file:
+            _, rules, agents = yaml.safe_load_all(file)
+        with open(os.path.join(PROJECT, "integrations", "containers", "skip.conf"), encoding="utf-8") as file:
+            self.assertEqual(file.read(), rules["data"]["skip.conf"])
+        pod = agents["spec"]["template"]["spec"]
+        container = pod["containers"][0]
+        self.assertTrue(pod["hostPID"])
+        self.assertEqual({"drop": ["ALL"], "add": ["DAC_READ_SEARCH"]}, container["securityContext"]["capabilities"])
+        mounts = {mount["name"]: mount for mount in container["volumeMounts"]}
+        self.assertEqual(("/host", True, "HostToContainer"),
+                         tuple(mounts["host"][key] for key in ("mountPath", "readOnly", "mountPropagation")))
+        self.assertEqual({volume["name"] for volume in pod["volumes"]}, set(mounts))
+        self.assertEqual("/usr/bin/lumetra", container["command"][0])
 
 
 class PackageTest(InstalledTest):
