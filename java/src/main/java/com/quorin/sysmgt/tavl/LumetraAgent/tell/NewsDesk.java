@@ -84,6 +84,8 @@ final class NewsDesk {
     private Map<Event.Subject, Boolean> atLimit = Map.of();
     /** Whose limit was told since. */
     private final Set<Event.Subject> toldAtLimit = new HashSet<>();
+    /** What is at its limit in the first cycle was found there; a disk that comes later and is full has reached it. */
+    private boolean isFirstCycle = true;
     private long lastEnded;
     private volatile long lastSerial;
 
@@ -121,6 +123,7 @@ final class NewsDesk {
             return;
         }
         Map<Key, Event> now = eventsBefore(serial);
+        isFirstCycle = publication.cycles() <= 1;
         new Edition(publication.state().orElse(null), now).tell();
         synchronized (waiting) {
             now.keySet().forEach(key -> waiting.computeIfPresent(key, (same, one) -> one.after(serial)));
@@ -246,7 +249,7 @@ final class NewsDesk {
             Map<Event.Subject, Boolean> seen = new HashMap<>();
             resources.forEach((subject, resource) -> {
                 seen.put(subject, isAtLimit(resource));
-                if (isAtLimit(resource) && atLimit.containsKey(subject)) {
+                if (isAtLimit(resource) && !isFirstCycle) {
                     tellLimit(new Event.LimitReached(Event.Moment.of(Instant.ofEpochSecond(state.cycle().time())),
                             Event.Type.UPPER_TOLERANCE, subject, limit(resource)));
                 }

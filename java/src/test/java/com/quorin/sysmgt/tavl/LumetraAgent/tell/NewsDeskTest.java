@@ -218,6 +218,15 @@ class NewsDeskTest {
     }
 
     @Test
+    void aDiskThatComesLaterAndIsFullIsTold() {
+        assertEquals(List.of(), cycle(GivenResource.swap(1)));
+        assertEquals(List.of(DISK + " has reached its limit of 100.00 %"), cycle(GivenResource.swap(1), full()));
+        assertEquals(List.of(), cycle(GivenResource.swap(1), full()));
+        assertEquals(List.of(), cycle(GivenResource.swap(1)));
+        assertEquals(List.of(DISK + " has reached its limit of 100.00 %"), cycle(GivenResource.swap(1), full()));
+    }
+
+    @Test
     void whatIsFoundAtItsLimitIsToldIfTheAgentTellsIt() {
         assertEquals(List.of(), cycle(full()));
         limit();
