@@ -39,7 +39,7 @@ Descriptor openIn(int directory, const char* name, int flags) {
 /// Files of process directories. The room for their text is kept from process to process.
 class ProcessFiles {
 public:
-    /// The beginning of a file, in one reading: all of stat. Nothing when it cannot be read.
+    /// The beginning of a file, in one reading: all of stat and statm. Nothing when it cannot be read.
     std::optional<std::string_view> beginning(int process, const char* name) {
         const Descriptor file = openIn(process, name, O_RDONLY);
         ssize_t got = -1;
@@ -144,11 +144,10 @@ public:
             record->pid = -1;
             return;
         }
-        const bool hasFigures = readStatFigures(*stat, record, &memory_);
+        const auto parent = parentInStatText(*stat);
         record->numFDs = descriptorsAreCounted_ ? countedDescriptors(process.get(), user_)
                                                 : countEntries(process.get(), "fd");
-        if (!hasFigures)
-            readStatus(process.get(), record);
+        readMemory(process.get(), parent, record);
         record->vmsize = megabytes(memory_.VmSize);
         record->vmrss = megabytes(memory_.VmRSS);
     }
@@ -167,9 +166,13 @@ public:
     }
 
 private:
-    /// Which costs more than all the others.
-    void readStatus(int process, Record* record) {
-        if (const auto status = files_.whole(process, "status"))
+    /// The figures of the status file, which costs more than all the others: where statm has them, from
+    /// there. Those of stat are rougher on newer kernels (6.16 and later).
+    void readMemory(int process, std::optional<std::int32_t> parent, Record* record) {
+        const auto statm = parent ? files_.beginning(process, "statm") : std::nullopt;
+        if (statm && readStatmText(*statm, &memory_))
+            record->ppid = *parent;
+        else if (const auto status = files_.whole(process, "status"))
             readStatusText(*status, record, &memory_);
     }
 
@@ -262,27 +265,27 @@ bool readStatText(std::string_view text, Record* record) {
     return true;
 }
 
-bool readStatFigures(std::string_view text, Record* record, RunningMemory* memory) {
-    static const std::int64_t pageKilobytes = ::sysconf(_SC_PAGESIZE) / 1024;
-    constexpr std::size_t toParent = 4; // ") S "
-    constexpr int betweenParentAndSize = 18;
+std::optional<std::int32_t> parentInStatText(std::string_view text) {
+    constexpr std::size_t toParent = 4;          // ") S "
     const std::size_t nameEnd = text.rfind(')'); // the name may hold others
     if (nameEnd == std::string_view::npos || nameEnd + toParent >= text.size())
-        return false;
+        return std::nullopt;
     text.remove_prefix(nameEnd + toParent);
-    const auto parent = takeNumber<std::int32_t>(&text);
-    for (int field = 0; field < betweenParentAndSize; ++field)
-        text.remove_prefix(std::min(text.find(' ', 1), text.size()));
-    const auto bytes = takeNumber<std::uint64_t>(&text);
-    const auto pages = takeNumber<std::int64_t>(&text);
-    if (!parent || !bytes || !pages)
+    return takeNumber<std::int32_t>(&text);
+}
+
+bool readStatmText(std::string_view text, RunningMemory* memory) {
+    static const std::int64_t pageKilobytes = ::sysconf(_SC_PAGESIZE) / 1024;
+    const auto size = takeNumber<std::int64_t>(&text);
+    const auto resident = takeNumber<std::int64_t>(&text);
+    if (!size || !resident)
         return false;
-    record->ppid = *parent;
-    std::int64_t resident = 0;
-    if (*bytes != 0)
-        *memory = {
-            kilobytes(static_cast<std::int64_t>(*bytes / 1024)),
-            kilobytes(__builtin_mul_overflow(*pages, pageKilobytes, &resident) ? mostKilobytes : resident)};
+    const auto ofPages = [](std::int64_t pages) {
+        std::int64_t all = 0;
+        return kilobytes(__builtin_mul_overflow(pages, pageKilobytes, &all) ? mostKilobytes : all);
+    };
+    if (*size != 0)
+        *memory = {ofPages(*size), ofPages(*resident)};
     return true;
 }
 

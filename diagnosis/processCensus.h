@@ -60,14 +60,16 @@ struct Census {
 /// may be in the name.
 bool readStatText(std::string_view text, ProcessResourceInformation* record);
 
-/// Reads the parent of a stat text into the record and the memory figures, of which a process without memory
-/// of its own has zeros there, into `memory`, which such a process leaves as it was. False, with both as they
-/// were, when the text ends before them.
-bool readStatFigures(std::string_view text, ProcessResourceInformation* record, RunningMemory* memory);
+/// The parent in a stat text; nothing when the text ends before it.
+std::optional<std::int32_t> parentInStatText(std::string_view text);
 
 /// Reads the parent of a status text into the record and the memory figures into `memory`; what is missing
 /// leaves the old value. The first word is never looked at, the words of the process's own name are.
 void readStatusText(std::string_view text, ProcessResourceInformation* record, RunningMemory* memory);
+
+/// Reads a statm text into `memory`, in pages; false when it holds no two numbers. A process without memory
+/// of its own has zeros there and leaves the old values.
+bool readStatmText(std::string_view text, RunningMemory* memory);
 
 /// The entries under systemPaths().proc that stand for processes; nothing, with errno, when it cannot be
 /// opened.

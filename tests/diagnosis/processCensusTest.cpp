@@ -100,67 +100,27 @@ TEST(StatText, CutTextGivesWhatIsThereAndOneWithoutPidNothing) {
     EXPECT_EQ(record.pid, 5);
 }
 
-/// The fields of a stat text behind the name, from the parent on to the resident pages.
-std::string figures(const std::string& parent, const std::string& bytes, const std::string& pages) {
-    std::string between;
-    for (int field = 5; field <= 22; ++field)
-        between += " " + std::to_string(field);
-    return " S " + parent + between + " " + bytes + " " + pages + " 18446744073709551615 1";
+TEST(StatText, ParentStandsBehindTheNameWhateverIsInIt) {
+    EXPECT_EQ(parentInStatText("12 (x) S 7 12 12"), 7);
+    EXPECT_EQ(parentInStatText("12 (a) S 5 (b)) R 7 12"), 7);
+    EXPECT_EQ(parentInStatText("12 (x) S 0 0"), 0);
+    for (const char* text : {"", "12", "12 (x", "12 (x)", "12 (x) S", "12 (x) S ", "12 (x) S x"})
+        EXPECT_FALSE(parentInStatText(text)) << text;
 }
 
-TEST(StatText, FiguresStandBehindTheNameWhateverIsInIt) {
+TEST(StatmText, HoldsPagesAndAProcessWithoutMemoryLeavesTheOldFigures) {
     const std::int64_t page = ::sysconf(_SC_PAGESIZE) / 1024;
-    for (const char* name : {"x", "a) S 5 (b", "", ")))", "1 2 3"}) {
-        Record record;
-        RunningMemory memory;
-        const std::string text = "12 (" + std::string(name) + ")" + figures("7", "3073000", "300");
-        EXPECT_TRUE(readStatFigures(text, &record, &memory)) << text;
-        EXPECT_EQ(record.ppid, 7) << text;
-        EXPECT_EQ(memory.VmSize, 3000) << text;
-        EXPECT_EQ(memory.VmRSS, 300 * page) << text;
-    }
-}
-
-TEST(StatText, AProcessWithoutMemoryLeavesTheFiguresOfThePredecessor) {
-    Record record;
     RunningMemory memory{11, 12};
-    EXPECT_TRUE(readStatFigures("2 (kthreadd)" + figures("0", "0", "0"), &record, &memory));
+    EXPECT_TRUE(readStatmText("0 0 0 0 0 0 0\n", &memory));
     EXPECT_EQ(memory.VmSize, 11);
     EXPECT_EQ(memory.VmRSS, 12);
-    EXPECT_TRUE(readStatFigures("2 (x)" + figures("1", "1024", "0"), &record, &memory));
-    EXPECT_EQ(memory.VmSize, 1);
+    EXPECT_TRUE(readStatmText("300 0 7\n", &memory));
+    EXPECT_EQ(memory.VmSize, 300 * page);
     EXPECT_EQ(memory.VmRSS, 0);
-}
-
-TEST(StatText, FiguresThatAreCutOffOrNoNumbersLeaveAllAsItWas) {
-    const std::string whole = "12 (x)" + figures("7", "4096", "300");
-    std::vector<std::string> texts = {"",
-                                      "12",
-                                      "12 (x",
-                                      "12 (x)" + figures("x", "4096", "300"),
-                                      "12 (x)" + figures("7", "x", "300"),
-                                      "12 (x)" + figures("7", "4096", "x"),
-                                      "12 (x)" + figures("7", "99999999999999999999", "1")};
-    for (std::size_t length = 0; length < whole.find(" 300"); ++length)
-        texts.push_back(whole.substr(0, length));
-    for (const std::string& text : texts) {
-        Record record;
-        record.ppid = 3;
-        RunningMemory memory{11, 12};
-        EXPECT_FALSE(readStatFigures(text, &record, &memory)) << text;
-        EXPECT_EQ(record.ppid, 3) << text;
-        EXPECT_EQ(memory.VmSize + memory.VmRSS, 23) << text;
-    }
-}
-
-TEST(StatText, FiguresBeyondAllMemoryHaveADifferenceThatExists) {
-    Record record;
-    RunningMemory memory;
-    for (const char* pages : {"9223372036854775807", "-1"}) {
-        EXPECT_TRUE(
-            readStatFigures("12 (x)" + figures("7", "18446744073709551615", pages), &record, &memory));
-        EXPECT_EQ(memory.VmSize - memory.VmRSS > 0, pages[0] == '-') << pages;
-    }
+    for (const char* text : {"", "\n", "300", "x 3", "300 x", "99999999999999999999 1"})
+        EXPECT_FALSE(readStatmText(text, &memory)) << text;
+    EXPECT_TRUE(readStatmText("9223372036854775807 1", &memory));
+    EXPECT_GT(memory.VmSize - memory.VmRSS, 0);
 }
 
 TEST(StatusText, FirstWordIsSkippedAndTheRestReadWordByWord) {
@@ -267,14 +227,13 @@ TEST(Census, FiguresAreThoseOfTheStatusFile) {
     EXPECT_GE(fast.vmrss, 20);
 }
 
-TEST(Census, FiguresThatTheStatFileLacksComeFromTheStatusFile) {
+TEST(Census, WithoutStatmTheStatusFileServes) {
     ProcessTree tree;
     tree.add("5", {statOf(5, "x"), statusOf("x", 4, 4096, 2048), 0});
     EXPECT_EQ(censusOfAll()->records[0].vmsize, 4);
-    EXPECT_EQ(censusOfAll()->records[0].ppid, 4);
-    writeFile(tree.path() + "/5/stat", "5 (x)" + figures("1", "10485760", "1280"));
+    writeFile(tree.path() + "/5/statm", "2560 1280 3 4 5 6 7\n");
     const Record record = censusOfAll()->records[0];
-    EXPECT_EQ(record.vmsize, 10);
+    EXPECT_EQ(record.vmsize, 2560 * ::sysconf(_SC_PAGESIZE) / 1024 / 1024);
     EXPECT_EQ(record.vmrss, 1280 * ::sysconf(_SC_PAGESIZE) / 1024 / 1024);
     EXPECT_EQ(record.ppid, 1) << "the parent of the stat file";
 }
