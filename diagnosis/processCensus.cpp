@@ -167,7 +167,7 @@ public:
 
 private:
     /// The figures of the status file, which costs more than all the others: where statm has them, from
-    /// there. Those of stat are rougher on newer kernels (6.16 and later).
+    /// there. Those of stat are rougher (seen on Linux 6.18).
     void readMemory(int process, std::optional<std::int32_t> parent, Record* record) {
         const auto statm = parent ? files_.beginning(process, "statm") : std::nullopt;
         if (statm && readStatmText(*statm, &memory_))
