@@ -28,8 +28,11 @@ final class EventProgram implements Consumer<News>, AutoCloseable {
     /** So many wait; the oldest makes room for one more. */
     static final int MOST_WAITING = 100;
 
-    /** The program itself, and the thread with which Java waits for its end. */
-    private static final int THREADS_OF_A_START = 2;
+    /**
+     * The program itself, the thread with which Java waits for its end, and two more, as the agent may start a listing
+     * at the same moment: without its thread, Java would leave the program behind.
+     */
+    private static final int THREADS_OF_A_START = 4;
 
     /** What a start lacked that another time may have: processes, memory, descriptors, for itself or Java's helper. */
     private static final Pattern PASSING = Pattern.compile("error=(11|12|23|24),|spawn helper");

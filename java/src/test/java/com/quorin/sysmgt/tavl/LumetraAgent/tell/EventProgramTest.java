@@ -289,7 +289,7 @@ class EventProgramTest {
     @Test
     void itsThreadsAndTheRoomOfAStartAreThereBeforeAnyEventAndGoneAfterTheEnd() throws IOException {
         program("");
-        await(() -> threads() == 4);
+        await(() -> threads() == 6);
         program.close();
         await(() -> threads() == 0);
     }
