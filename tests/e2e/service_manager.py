@@ -45,6 +45,13 @@ class ServiceSocket:
     def signs(self):
         return self.lines().count("WATCHDOG=1")
 
+    def signs_so_far(self):
+        """The signs of life of all that was sent before, also of what waits to be read."""
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as own:
+            own.sendto(b"so far", self.socket.getsockname())
+        self.await_line("so far")
+        return self.signs()
+
     def await_signs(self, count):
         """Waits for so many further signs of life."""
         before = self.signs()

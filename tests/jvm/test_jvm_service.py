@@ -78,7 +78,7 @@ class Service(JavaTest):
         unanswered = Unanswered("/proc/loadavg")
         self.addCleanup(unanswered.end)
         machine.until(lambda: unanswered.is_awaited_by(machine.process.pid), "a cycle that hangs")
-        hung = manager.signs()
+        hung = manager.signs_so_far()
         living.await_signs(often(8, 40))
         self.assertEqual(manager.signs(), hung)
         self.terminate(healthy, other)
