@@ -1,6 +1,7 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.events;
 
 import com.quorin.sysmgt.tavl.LumetraAgent.files.Culprit;
+import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
 import java.time.Instant;
 import java.time.ZoneId;
 import java.time.format.DateTimeFormatter;
@@ -64,6 +65,11 @@ public sealed interface Event {
         /** From the words of a callback. */
         static Subject told(String resource, String instance) {
             return new Subject(resource, NO_INSTANCE.equals(instance) ? null : instance);
+        }
+
+        /** From the names in a publication, which are texts of bytes; as {@link #plain} has them. */
+        public static Subject published(String resource, String instance) {
+            return new Subject(Words.asFromLibrary(resource), Words.asFromLibrary(instance)).plain();
         }
 
         /** The same names, with one spelling for "no instance". */

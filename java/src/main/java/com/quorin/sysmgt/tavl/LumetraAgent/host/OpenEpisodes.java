@@ -3,7 +3,6 @@ package com.quorin.sysmgt.tavl.LumetraAgent.host;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.Event;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Publication;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.RunResource;
-import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
 import java.util.Map;
 import java.util.function.Consumer;
 import java.util.stream.Collectors;
@@ -32,6 +31,6 @@ final class OpenEpisodes implements Consumer<Publication> {
 
     private static Event.Subject subject(RunResource resource) {
         RunResource.Identity who = resource.identity();
-        return new Event.Subject(Words.asFromLibrary(who.name()), Words.asFromLibrary(who.instance())).plain();
+        return Event.Subject.published(who.name(), who.instance());
     }
 }

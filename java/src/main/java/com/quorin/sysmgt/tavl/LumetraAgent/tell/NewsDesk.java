@@ -5,7 +5,6 @@ import com.quorin.sysmgt.tavl.LumetraAgent.resource.Publication;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.RunResource;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.RunState;
 import com.quorin.sysmgt.tavl.LumetraAgent.score.EndedEpisode;
-import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
 import java.time.Duration;
 import java.time.Instant;
 import java.util.HashMap;
@@ -159,7 +158,7 @@ final class NewsDesk {
             this.events = new LinkedHashMap<>(events); // from which some are removed
             if (state != null) {
                 state.resources().forEach(resource -> resources.put(
-                        subject(resource.identity().name(), resource.identity().instance()), resource));
+                        Event.Subject.published(resource.identity().name(), resource.identity().instance()), resource));
             }
         }
 
@@ -184,7 +183,7 @@ final class NewsDesk {
             if (ended.number() <= lastEnded) {
                 return;
             }
-            Event.Subject subject = subject(ended.resource(), ended.instance());
+            Event.Subject subject = Event.Subject.published(ended.resource(), ended.instance());
             Key key = new Key(Event.Type.EXHAUSTION, subject, null);
             if (events.get(key) instanceof Event.Exhaustion e && e.at().epochSeconds() < ended.episode().end()) {
                 if (!told.containsKey(subject)) {
@@ -275,9 +274,5 @@ final class NewsDesk {
     private static double limit(RunResource resource) {
         RunResource.Limits limits = resource.analysis().limits();
         return limits.reached() == RunResource.Reached.LOWER ? limits.lower() : limits.upper();
-    }
-
-    private static Event.Subject subject(String name, String instance) {
-        return new Event.Subject(Words.asFromLibrary(name), Words.asFromLibrary(instance)).plain();
     }
 }
