@@ -66,6 +66,7 @@ class Service(AgentTest):
         unanswered = Unanswered("/proc/loadavg")
         self.addCleanup(unanswered.end)
         agent.until(lambda: unanswered.is_awaited_by(agent.pid), "a cycle that hangs")
+        manager.signs_so_far()
         hung = len(manager.messages)
         living.await_signs(often(8, 40))  # as long as the other takes for as many
         self.assertEqual(len(manager.messages), hung)
