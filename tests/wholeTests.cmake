@@ -45,7 +45,7 @@ lumetra_python_tests(bench whole)
 
 # The longest begin first, so that none of them is the last that all wait for. Seconds on two idle cores.
 set_tests_properties(jvm.jvm_trouble PROPERTIES COST 110)
-set_tests_properties(package.package PROPERTIES COST 55)
+set_tests_properties(jvm.jvm_doctor package.package PROPERTIES COST 80)
 set_tests_properties(jvm.jvm_agent jvm.jvm_commands jvm.jvm_replay jvm.jvm_viewer jvm.jvm_web PROPERTIES COST 35)
 
 # The page in a browser, a file each, once the driver of the browser is there.
@@ -82,5 +82,6 @@ endforeach()
 # The habits of the repository.
 lumetra_whole_test(house.format LABELS house COMMAND ${PROJECT_SOURCE_DIR}/scripts/lint format)
 lumetra_whole_test(house.tidy LABELS house COMMAND ${PROJECT_SOURCE_DIR}/scripts/lint tidy)
+set_tests_properties(house.tidy PROPERTIES COST 70)
 lumetra_whole_test(mutants LABELS whole long COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/mutants/run)
 set_tests_properties(mutants PROPERTIES RUN_SERIAL ON)
