@@ -4,6 +4,7 @@ import com.quorin.sysmgt.tavl.LumetraAgent.HostFeed;
 import com.quorin.sysmgt.tavl.LumetraAgent.score.EndedEpisode;
 import com.quorin.sysmgt.tavl.LumetraAgent.score.Episode;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.LibraryBytes;
+import java.util.Iterator;
 import java.util.List;
 import java.util.Optional;
 import java.util.function.Function;
@@ -20,12 +21,29 @@ public final class FeedReader extends LibraryBytes {
     private static final int LEAST_COUNTER = 34;
     private static final int LEAST_REPORT = 12;
 
+    private final Iterator<RunResource> before;
+
     private FeedReader(byte[] array) {
+        this(array, List.of());
+    }
+
+    private FeedReader(byte[] array, List<RunResource> before) {
         super(array, "the library's publication");
+        this.before = before.iterator();
     }
 
     static Publication publication(byte[] array) {
-        return new FeedReader(array).whole(FeedReader::publication);
+        return publication(array, List.of());
+    }
+
+    /**
+     * A publication.
+     *
+     * @param before the resources of an earlier one: identities that are the same at the same place are not made again,
+     *               which would be most of what is made, and collected, in each cycle
+     */
+    static Publication publication(byte[] array, List<RunResource> before) {
+        return new FeedReader(array, before).whole(FeedReader::publication);
     }
 
     /** Of a publication, without reading on. */
@@ -126,6 +144,25 @@ public final class FeedReader extends LibraryBytes {
     }
 
     private RunResource.Identity identity() {
+        if (before.hasNext()) {
+            int start = position();
+            RunResource.Identity known = before.next().identity();
+            if (isAgain(known)) {
+                return known;
+            }
+            goBackTo(start);
+        }
+        return newIdentity();
+    }
+
+    private boolean isAgain(RunResource.Identity known) {
+        return number("the number of a resource") == known.id() && isText(known.object(), "the object")
+                && isText(known.instance(), "the instance") && isText(known.counter(), "the counter")
+                && isText(known.name(), "the display name")
+                && number("the place of the mount point") == known.mountPoint();
+    }
+
+    private RunResource.Identity newIdentity() {
         int id = number("the number of a resource");
         String object = text("the object");
         String instance = text("the instance");

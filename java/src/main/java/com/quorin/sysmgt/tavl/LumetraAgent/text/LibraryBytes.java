@@ -70,6 +70,28 @@ public class LibraryBytes {
         return new String(array, start, length, StandardCharsets.ISO_8859_1);
     }
 
+    /** Passes over a text, and says whether it is this one; nothing is made. */
+    protected final boolean isText(String expected, String what) {
+        int length = length(1, what);
+        int start = bytes.position();
+        bytes.position(start + length);
+        boolean isSame = length == expected.length();
+        for (int i = 0; isSame && i < length; i++) {
+            isSame = (array[start + i] & 0xff) == expected.charAt(i);
+        }
+        return isSame;
+    }
+
+    /** Where the next is read. */
+    protected final int position() {
+        return bytes.position();
+    }
+
+    /** Goes back, to read once more what lies behind. */
+    protected final void goBackTo(int position) {
+        bytes.position(position);
+    }
+
     public final int choice(int least, int most, String what) {
         int value = number(what);
         if (value < least || value > most) {

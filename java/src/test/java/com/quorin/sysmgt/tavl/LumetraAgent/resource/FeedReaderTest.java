@@ -2,6 +2,7 @@ package com.quorin.sysmgt.tavl.LumetraAgent.resource;
 
 import static org.junit.jupiter.api.Assertions.assertArrayEquals;
 import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertSame;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
@@ -104,6 +105,38 @@ class FeedReaderTest {
                 List.of(new EndedEpisode(8, 4, "Space", "/dev/x /m", new Episode(0, 10, 20, 30, Outcome.FREED, 40, 50,
                         60.5, 70.5, List.of(1.0, 2.0, 3.0, 4.0, Double.NaN))))))),
                 FeedReader.publication(running()));
+    }
+
+    @Test
+    void whatIsTheSameAsBeforeIsNotMadeAgainAndWhatIsNotIsReadAnew() {
+        byte[] array = running();
+        List<RunResource> before = FeedReader.publication(array).state().get().resources();
+        Publication again = FeedReader.publication(array, before);
+        assertEquals(FeedReader.publication(array), again);
+        List<RunResource> resources = again.state().get().resources();
+        assertSame(before.get(0).identity(), resources.get(0).identity());
+        assertSame(before.get(1).identity(), resources.get(1).identity());
+
+        for (RunResource.Identity other : othersThan(before.get(1).identity())) {
+            RunResource one = before.get(1);
+            RunResource changed = new RunResource(other, one.reading(), one.analysis(), one.forecast(),
+                    one.notification(), one.reason());
+            assertEquals(again, FeedReader.publication(array, List.of(before.get(0), changed)));
+        }
+        assertEquals(again, FeedReader.publication(array, List.of(before.get(1), before.get(0), before.get(1))));
+    }
+
+    private static List<RunResource.Identity> othersThan(RunResource.Identity i) {
+        String longer = i.instance() + "x";
+        String changed = "x" + i.instance().substring(1);
+        return List.of(
+                new RunResource.Identity(5, i.object(), i.instance(), i.counter(), i.name(), i.mountPoint()),
+                new RunResource.Identity(i.id(), "Process", i.instance(), i.counter(), i.name(), i.mountPoint()),
+                new RunResource.Identity(i.id(), i.object(), longer, i.counter(), i.name(), i.mountPoint()),
+                new RunResource.Identity(i.id(), i.object(), changed, i.counter(), i.name(), i.mountPoint()),
+                new RunResource.Identity(i.id(), i.object(), i.instance(), "Other", i.name(), i.mountPoint()),
+                new RunResource.Identity(i.id(), i.object(), i.instance(), i.counter(), "Other", i.mountPoint()),
+                new RunResource.Identity(i.id(), i.object(), i.instance(), i.counter(), i.name(), 2));
     }
 
     @Test
