@@ -78,8 +78,14 @@ final class DisksCheck {
         }
     }
 
-    Symptom df() {
-        return switch (machine.commands().run(PATIENCE, false, "df").end()) {
+    /** How df ends. */
+    Commands.End list() {
+        return machine.commands().run(PATIENCE, false, "df").end();
+    }
+
+    /** What that means, once each file system has been asked. */
+    Symptom df(Commands.End end) {
+        return switch (end) {
             case DONE -> Symptom.ok(Subject.DF, "df lists the disks");
             case FAILED -> new Symptom(Subject.DF, Severity.WARNING,
                     "df ends with an error: what it lists is watched, and not what it complains about",

@@ -3,6 +3,9 @@ package com.quorin.sysmgt.tavl.LumetraAgent.doctor;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
+import java.util.concurrent.Callable;
+import java.util.concurrent.ExecutionException;
+import java.util.concurrent.FutureTask;
 
 /** Looks at everything, in an order in which nothing that may hang is touched before it has answered. */
 public final class Doctor {
@@ -29,11 +32,24 @@ public final class Doctor {
     }
 
     static List<Symptom> examine(Machine machine, Path home, Path configuration, int port) {
-        return new Doctor(machine, home.toAbsolutePath().normalize(), configuration.toAbsolutePath().normalize(), port)
-                .examine();
+        try {
+            return new Doctor(machine, home.toAbsolutePath().normalize(), configuration.toAbsolutePath().normalize(), port)
+                    .examine();
+        } catch (InterruptedException | ExecutionException e) {
+            throw new IllegalStateException(e); // nobody interrupts it, and no question fails
+        }
     }
 
-    private List<Symptom> examine() {
+    /** What hangs, hangs at the same time. */
+    private static <T> FutureTask<T> inBackground(Callable<T> question) {
+        FutureTask<T> task = new FutureTask<>(question);
+        Thread thread = new Thread(task, "lumetra-doctor");
+        thread.setDaemon(true);
+        thread.start();
+        return task;
+    }
+
+    private List<Symptom> examine() throws InterruptedException, ExecutionException {
         List<Symptom> found = new ArrayList<>();
         List<Mount> mounts = Mount.of(machine);
         KernelCheck kernel = new KernelCheck(machine);
@@ -42,11 +58,13 @@ public final class Doctor {
         found.add(kernel.swap());
         found.add(kernel.processes(mounts));
         DisksCheck disks = new DisksCheck(machine, mounts);
-        found.add(disks.mounts());
-        found.add(disks.df());
-        found.add(kernel.clock());
         HomeCondition condition = new HomeCondition(machine, mounts, home, configuration);
-        if (condition.answers()) {
+        FutureTask<Commands.End> df = inBackground(disks::list);
+        FutureTask<Boolean> answers = inBackground(condition::answers);
+        found.add(disks.mounts());
+        found.add(disks.df(df.get()));
+        found.add(kernel.clock());
+        if (answers.get()) {
             examineHome(found, condition);
         } else {
             found.add(new Symptom(Subject.HOME, Severity.PROBLEM, "the file system of the home or of the configuration "

@@ -16,6 +16,7 @@ import java.util.Arrays;
 import java.util.HashMap;
 import java.util.List;
 import java.util.Map;
+import java.util.concurrent.CountDownLatch;
 import org.junit.jupiter.api.BeforeAll;
 import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.Test;
@@ -125,6 +126,27 @@ class DoctorTest {
         List<Symptom> found = examine(0);
         assertEquals(List.of(Subject.DF, Subject.CLOCK, Subject.DESCRIPTORS, Subject.CONTAINER),
                 found.subList(0, 4).stream().map(Symptom::subject).toList());
+    }
+
+    @Test
+    void whatHangsIsAskedAtTheSameTime() {
+        Machine sound = machine;
+        CountDownLatch asked = new CountDownLatch(3); // a file system, df, the home
+        machine = new Machine(root, (patience, reads, words) -> {
+            String command = String.join(" ", words);
+            if (List.of("stat -f -c %T -- /", "df").contains(command) || command.startsWith("stat -L")) {
+                asked.countDown();
+                try {
+                    asked.await();
+                } catch (InterruptedException e) {
+                    throw new IllegalStateException(e);
+                }
+                return new Commands.Outcome(Commands.End.HANGS, "");
+            }
+            return sound.commands().run(patience, reads, words);
+        });
+        assertEquals(List.of(Subject.MOUNTS, Subject.DF, Subject.HOME),
+                examine(0).subList(0, 3).stream().map(Symptom::subject).toList());
     }
 
     @Test
