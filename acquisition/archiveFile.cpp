@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -42,15 +43,18 @@ Descriptor openArchive(const std::string& path, struct stat& state) {
 }
 
 /// Offset just behind the last line feed within the last longestTornLine bytes before `size`; 0 for the start
-/// of the file, -1 when there is none or the file cannot be read.
-off_t endOfLastWholeLine(int fd, off_t size) {
+/// of the file, -1 when there is none. Nothing, with errno, when the file cannot be read.
+std::optional<off_t> endOfLastWholeLine(int fd, off_t size) {
     std::vector<char> block(blockSize);
     off_t end = size;
     while (end > 0 && size - end < longestTornLine) {
         const off_t begin = std::max<off_t>(0, end - static_cast<off_t>(blockSize));
         const auto length = static_cast<std::size_t>(end - begin);
-        if (::pread(fd, block.data(), length, begin) != static_cast<ssize_t>(length))
-            return -1;
+        const ssize_t got = ::pread(fd, block.data(), length, begin);
+        if (got != static_cast<ssize_t>(length)) {
+            errno = got < 0 ? errno : EIO; // shorter than a moment ago
+            return std::nullopt;
+        }
         const auto* feed = static_cast<const char*>(::memrchr(block.data(), '\n', length));
         if (feed != nullptr)
             return begin + (feed - block.data()) + 1;
@@ -59,10 +63,9 @@ off_t endOfLastWholeLine(int fd, off_t size) {
     return end == 0 ? 0 : -1;
 }
 
-/// Cuts off what an earlier death left of a line that was being written. True when the file now ends with a
-/// whole line.
-bool cutTornTail(int fd, const std::string& path, off_t& size) {
-    const off_t whole = endOfLastWholeLine(fd, size);
+/// Cuts off what an earlier death left behind `whole` of a line that was being written. True when the file
+/// now ends with a whole line.
+bool cutTornTail(int fd, const std::string& path, off_t whole, off_t& size) {
     if (whole == size)
         return true;
     if (whole < 0 || ::ftruncate(fd, whole) != 0)
@@ -81,8 +84,13 @@ bool appendArchiveLine(const std::string& path, std::string_view line) {
     if (!file)
         return false;
     off_t size = state.st_size;
+    const auto whole = endOfLastWholeLine(file.get(), size);
+    if (!whole) { // a line feed to be safe would make an empty line, and none might join two lines
+        logFailure("its end cannot be read", path, errno);
+        return false;
+    }
     std::string text;
-    if (!cutTornTail(file.get(), path, size))
+    if (!cutTornTail(file.get(), path, *whole, size))
         text.push_back('\n');
     text.append(line);
     if (!writeAll(file.get(), text.data(), text.size())) {

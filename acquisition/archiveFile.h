@@ -8,7 +8,8 @@ namespace obrin {
 
 /// Appends one whole line to the archive, or nothing: what was written of a line that did not fit is taken
 /// back, and a torn tail that an earlier death left is cut back to the last whole line first. False with a
-/// log line that names the file and the reason. Agent thread.
+/// log line that names the file and the reason, also when it cannot be read whether there is such a tail.
+/// Agent thread.
 bool appendArchiveLine(const std::string& path, std::string_view line);
 
 /// Cuts the archive to the newest whole lines within `megabytes` x 2^20 bytes, once it is more than a tenth

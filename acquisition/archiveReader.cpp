@@ -5,6 +5,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
+#include <limits>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace obrin {
@@ -16,6 +19,11 @@ constexpr std::size_t wordBlockSize = std::size_t{256} << 10;
 constexpr std::size_t longestNumber = 512;
 
 constexpr off_t firstStepBack = off_t{4} << 20;
+constexpr off_t searchedForNumbers = off_t{1} << 20;
+
+/// No line of any machine is longer; a tail without an end to its line is none.
+constexpr off_t longestLine = off_t{16} << 20;
+
 constexpr off_t lookedAt = off_t{64} << 10;
 
 bool isDecimalDigit(char byte) {
@@ -23,6 +31,16 @@ bool isDecimalDigit(char byte) {
 }
 
 } // namespace
+
+Descriptor openArchiveToRead(const std::string& path, off_t* size) {
+    // O_NONBLOCK: a FIFO in the archive's place is refused instead of waited for.
+    Descriptor file = Descriptor::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
+    struct stat state = {};
+    if (!file || ::fstat(file.get(), &state) != 0 || !S_ISREG(state.st_mode))
+        return {};
+    *size = state.st_size;
+    return file;
+}
 
 ArchiveWords::ArchiveWords(int fd, off_t from) : fd_(fd), blockBegin_(from), block_(wordBlockSize) {}
 
@@ -114,11 +132,12 @@ ArchiveReader::ArchiveReader(int fd, off_t from, std::int32_t highestRid)
 std::optional<ArchiveReader::Sample> ArchiveReader::next() {
     while (words_.more()) {
         const auto number = words_.integer();
-        if (number && (!time_ || *number > highestRid_)) {
+        const bool isTime = number && (!time_ || *number > highestRid_);
+        if (isTime && *number <= latestTime) {
             time_ = number;
             continue;
         }
-        if (const auto value = number ? restOfTriple() : std::nullopt)
+        if (const auto value = number && !isTime ? restOfTriple() : std::nullopt)
             return Sample{*time_, *number, *value};
         if (words_.moreInLine()) {
             words_.skipLine();
@@ -138,6 +157,44 @@ std::optional<double> ArchiveReader::restOfTriple() {
         return std::nullopt;
     const auto value = words_.real();
     return words_.endsWord() ? value : std::nullopt;
+}
+
+namespace {
+
+/// The highest number of the line that begins here, 0 without any, and moves to its line feed. Nothing for a
+/// line that is not as it was written.
+std::optional<std::int32_t> highestNumberOfLine(ArchiveWords& words) {
+    const auto time = words.moreInLine() ? words.integer() : std::nullopt;
+    std::int64_t highest = 0;
+    while (time && words.moreInLine()) {
+        const auto number = words.integer();
+        if (!number || *number < std::max<std::int64_t>(highest, 1) || *number >= *time ||
+            *number >= std::numeric_limits<std::int32_t>::max() || !words.moreInLine() ||
+            words.integer() != 0 || !words.moreInLine() || !words.real() || !words.endsWord())
+            return std::nullopt;
+        highest = *number;
+    }
+    return time ? std::optional(static_cast<std::int32_t>(highest)) : std::nullopt;
+}
+
+} // namespace
+
+std::int32_t highestArchivedNumber(int fd, off_t size) {
+    std::int32_t highest = 0;
+    bool isFound = false;
+    for (off_t back = searchedForNumbers; !isFound; back *= 2) {
+        ArchiveWords words(fd, std::max<off_t>(0, size - back));
+        bool isLine = size <= back || words.skipLine();
+        while (isLine) {
+            const auto number = highestNumberOfLine(words);
+            isLine = words.skipLine(); // otherwise it may be torn
+            isFound = isFound || (number && isLine);
+            highest = std::max(highest, isLine ? number.value_or(0) : 0);
+        }
+        if (size <= back || back >= longestLine)
+            break;
+    }
+    return highest;
 }
 
 namespace {

@@ -1,8 +1,11 @@
 #pragma once
 
+#include "support/handles.h"
+
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <sys/types.h>
 #include <vector>
@@ -11,6 +14,12 @@ namespace obrin {
 
 // Reading the archive, of whatever size, in flat memory: a block at a time, however long its lines are. The
 // descriptor is read with pread and stays the caller's.
+
+/// The last second of the year 9999: what is greater is no time that a clock has shown.
+inline constexpr std::int64_t latestTime = 253'402'300'799;
+
+/// The archive open to be read, and its size; an owner of nothing when there is no such file.
+Descriptor openArchiveToRead(const std::string& path, off_t* size);
 
 /// The words of a file, and its lines.
 class ArchiveWords {
@@ -55,7 +64,8 @@ private:
 };
 
 /// The samples of an archive, in the order of the file. A number above the highest RID is a time stamp; so is
-/// the first of the file, and the first of the line behind damage. Damage costs the rest of its line.
+/// the first of the file, and the first of the line behind damage. Damage costs the rest of its line, and so
+/// does a time above latestTime.
 class ArchiveReader {
 public:
     struct Sample {
@@ -86,6 +96,11 @@ private:
     std::int64_t damagedLines_ = 0;
     bool endedInTriple_ = false;
 };
+
+/// The highest number of any resource in the newest whole lines: those in the last mebibyte of the file, the
+/// last one at least. Only lines count that are well formed to their ends, with their numbers ascending: what
+/// is damaged could claim any number. 0 without such a line.
+std::int32_t highestArchivedNumber(int fd, off_t size);
 
 /// Where to begin so that no line with a young time stamp is missed, if the lines are in the order of time: 0
 /// or a place in a line that is older than all of them. Found from the end backwards, so that the cost goes

@@ -1,7 +1,9 @@
 #include "acquisition/archiveResume.h"
 
+#include "acquisition/archiveReader.h"
 #include "agent/debugLog.h"
 
+#include <algorithm>
 #include <new>
 
 namespace obrin {
@@ -24,6 +26,12 @@ void takeStock(Clasp* clasp) {
 }
 
 } // namespace
+
+void keepArchivedNumbers(Clasp* clasp) {
+    off_t size = 0;
+    if (const Descriptor archive = openArchiveToRead(clasp->HardDriveArchive, &size))
+        clasp->MaximumRIDValue = std::max(clasp->MaximumRIDValue, highestArchivedNumber(archive.get(), size));
+}
 
 void resumeRings(Clasp* clasp, const ReadOn& readOn) {
     const Link* link = clasp->resumes ? clasp->pFirstLink : nullptr;

@@ -4,14 +4,14 @@
 #include "agent/agentState.h"
 #include "agent/debugLog.h"
 #include "resources/windowSizing.h"
-#include "support/clock.h"
-#include "support/handles.h"
+#include "support/clockSteps.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
-#include <fcntl.h>
 #include <limits>
-#include <sys/stat.h>
+#include <optional>
+#include <utility>
 #include <vector>
 
 namespace obrin {
@@ -66,6 +66,39 @@ void pushSample(Link& link, double time, double value) {
     link.ValueBuffer[slot] = value;
 }
 
+void moveSamples(Link& link, double seconds) {
+    for (std::uint32_t i = 0; i < samplesHeld(link); ++i)
+        link.TimeBuffer[i] += seconds;
+}
+
+void keepWithinWindow(Link& link, double now) {
+    std::vector<std::pair<double, double>> kept;
+    for (std::uint32_t i = 0; i < samplesHeld(link); ++i) {
+        const std::uint32_t slot = slotOfSample(link, i);
+        if (now - link.TimeBuffer[slot] < link.WindowSize * 3600.0)
+            kept.emplace_back(link.TimeBuffer[slot], link.ValueBuffer[slot]);
+    }
+    link.SampleCount = 0;
+    link.NextSlot = 0;
+    for (const auto& [time, value] : kept)
+        pushSample(link, time, value);
+}
+
+double stepBack(double before, double after, std::int32_t millisecondsPerSample) {
+    const double step = after - before - std::max(millisecondsPerSample, 0) / 1000.0;
+    return step < -toleratedDrift(millisecondsPerSample) ? std::round(step) : 0.0;
+}
+
+void followStepBack(Link& link, double time, double step) {
+    double next = time;
+    std::uint32_t place = samplesHeld(link);
+    for (; place > 0 && link.TimeBuffer[slotOfSample(link, place - 1)] > next; --place) {
+        double& moved = link.TimeBuffer[slotOfSample(link, place - 1)];
+        moved += step;
+        next = moved;
+    }
+}
+
 namespace {
 
 /// now - time, or the nearest end of the range.
@@ -79,7 +112,8 @@ std::int64_t ageOf(std::int64_t time, std::int64_t now) {
 /// Rings on their way to be filled. Samples gather until there are enough to take the chain's lock for.
 class Refilling {
 public:
-    Refilling(const Clasp& clasp, bool onlyAwaiting) : now_(systemClock().wallTime()) {
+    Refilling(const Clasp& clasp, bool onlyAwaiting)
+        : now_(systemClock().wallTime()), period_(clasp.MillisecondsPerSample) {
         for (Link* link = clasp.pFirstLink; link != nullptr; link = link->pNextLink) {
             if (onlyAwaiting && !link->awaitsHistory)
                 continue;
@@ -93,17 +127,26 @@ public:
     bool isYoung(std::int64_t time) const { return isWithin(longestWindow_, time); }
 
     void take(const ArchiveReader::Sample& sample) {
+        if (line_ != sample.time && line_)
+            follow(sample.time);
+        line_ = sample.time;
         auto ring = std::ranges::lower_bound(rings_, sample.rid, {}, &Ring::rid);
         for (; ring != rings_.end() && ring->rid == sample.rid; ++ring)
             if (isWithin(ring->windowHours, sample.time))
                 gather({ring->link, static_cast<double>(sample.time), sample.value});
     }
 
-    void push() {
+    /// The last sample has been taken. Seconds by which the archive ends ahead of the clock; 0 for as little
+    /// as drift.
+    std::int64_t finish() {
+        const std::int64_t ahead = line_ && follow(now_) ? *line_ - now_ : 0;
+        push();
+        if (!isMoved_)
+            return ahead;
         MutexLock lock(chainLock);
-        for (const Gathered& sample : gathered_)
-            pushSample(*sample.link, sample.time, sample.value);
-        gathered_.clear();
+        for (const Ring& ring : rings_)
+            keepWithinWindow(*ring.link, static_cast<double>(now_));
+        return ahead;
     }
 
 private:
@@ -121,6 +164,26 @@ private:
 
     static constexpr std::size_t batch = 4096;
 
+    void push() {
+        MutexLock lock(chainLock);
+        for (const Gathered& sample : gathered_)
+            pushSample(*sample.link, sample.time, sample.value);
+        gathered_.clear();
+    }
+
+    /// Goes along if the clock was put back between the line in hand and the next. Whether it was.
+    bool follow(std::int64_t next) {
+        const auto time = static_cast<double>(next);
+        const double step = stepBack(static_cast<double>(*line_), time, period_);
+        if (step == 0.0)
+            return false;
+        push();
+        MutexLock lock(chainLock);
+        for (const Ring& ring : rings_)
+            followStepBack(*ring.link, time, step);
+        return isMoved_ = true;
+    }
+
     bool isWithin(double windowHours, std::int64_t time) const {
         return static_cast<double>(ageOf(time, now_)) < windowHours * 3600.0;
     }
@@ -132,21 +195,13 @@ private:
     }
 
     std::int64_t now_;
-    std::vector<Ring> rings_; ///< in the order of their numbers
+    std::int32_t period_;
+    std::optional<std::int64_t> line_; ///< time of the line in hand
+    bool isMoved_ = false;             ///< samples were
+    std::vector<Ring> rings_;          ///< in the order of their numbers
     double longestWindow_ = 0.0;
     std::vector<Gathered> gathered_;
 };
-
-/// The archive open to be read, and its size; an owner of nothing when there is no such file.
-Descriptor openArchiveToRead(const std::string& path, off_t* size) {
-    // O_NONBLOCK: a FIFO in the archive's place is refused instead of waited for.
-    Descriptor file = Descriptor::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
-    struct stat state = {};
-    if (!file || ::fstat(file.get(), &state) != 0 || !S_ISREG(state.st_mode))
-        return {};
-    *size = state.st_size;
-    return file;
-}
 
 /// Takes what the reader gives. False when `readOn` ended it.
 bool takeAll(ArchiveReader& reader, off_t size, Refilling& rings, const ReadOn& readOn) {
@@ -176,7 +231,10 @@ int refreshcircularbuffers(Clasp* clasp, bool onlyAwaiting, const ReadOn& readOn
         beginOfYoungLines(archive.get(), size, [&rings](std::int64_t time) { return rings.isYoung(time); });
     ArchiveReader reader(archive.get(), begin, clasp->MaximumRIDValue);
     const bool isDone = takeAll(reader, size, rings, readOn);
-    rings.push();
+    if (const std::int64_t ahead = rings.finish(); ahead != 0)
+        DEBUGMSG("Archive file %s: ends %lld seconds ahead of the clock; its samples are taken for as much "
+                 "earlier\n",
+                 clasp->HardDriveArchive.c_str(), static_cast<long long>(ahead));
     if (reader.error() != 0)
         DEBUGMSG("Archive file %s: cannot be read on: %s\n", clasp->HardDriveArchive.c_str(),
                  std::strerror(reader.error()));

@@ -11,9 +11,7 @@
 #include "agent/stopSync.h"
 #include "resources/resourceChain.h"
 #include "resources/scratchPad.h"
-#include "support/clock.h"
 #include "support/numberText.h"
-#include "support/textScanner.h"
 #include "trendviewer/trendFiles.h"
 
 #include <algorithm>
@@ -158,12 +156,32 @@ std::string archiveLine(const Clasp& clasp) {
     return line + "\n";
 }
 
-void stampCycle() {
-    const std::time_t now = systemClock().wallTime();
-    TimeStamp = clampToInt32(now);
+/// After a step of the clock, moves what is held along with it, so that the time between two samples stays
+/// the time that went by.
+void followClock(Clasp* clasp, std::int64_t step) {
+    MutexLock lock(chainLock);
+    const auto seconds = static_cast<double>(step);
+    for (Link* link = clasp->pFirstLink; link != nullptr; link = link->pNextLink) {
+        moveSamples(*link, seconds);
+        if (link->findings.forecastTime == 0)
+            continue;
+        link->findings.forecastTime += step;
+        link->findings.forecastOrigin += seconds;
+    }
+}
+
+void stampCycle(Clasp* clasp) {
+    const auto [now, step] = clasp->clockSteps.look(clasp->MillisecondsPerSample);
+    TimeStamp = now;
     char text[32] = "";
     ::ctime_r(&now, text);
-    DEBUGMSG("\n************ TimeStamp = %d = %s\n", TimeStamp, text);
+    DEBUGMSG("\n************ TimeStamp = %lld = %s\n", static_cast<long long>(TimeStamp), text);
+    if (step == 0)
+        return;
+    followClock(clasp, step);
+    DEBUGMSG(
+        "The clock has stepped by %+lld seconds (it was set, or the machine slept): all samples move along\n",
+        static_cast<long long>(step));
 }
 
 } // namespace
@@ -174,7 +192,7 @@ int RawDataRetrievalAndArchive(Clasp* clasp) {
         DEBUGMSG("Failure of RefreshRawData at point A. Error Code %d\n", refreshed);
         return -1;
     }
-    stampCycle();
+    stampCycle(clasp);
     beginListingCycle(std::chrono::milliseconds(clasp->MillisecondsPerSample));
     beginSelectionCycle();
     if (!readChain(clasp))

@@ -111,6 +111,7 @@ void removeLeftovers(const Clasp& clasp) {
 /// reported.
 bool startUp(Clasp* clasp) {
     removeLeftovers(*clasp);
+    keepArchivedNumbers(clasp);
     if (validateResourceText(clasp) != 1) {
         reportFailedStep("validateResourceText");
         return false;
@@ -140,6 +141,7 @@ bool readOn(std::int64_t read, std::int64_t all) {
 }
 
 void resume(Clasp* clasp) {
+    clasp->clockSteps.look(clasp->MillisecondsPerSample); // a step from here on is noticed
     clasp->resumes = isResumeWanted();
     resumeRings(clasp, &readOn);
     tellReading(0, 0);

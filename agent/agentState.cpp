@@ -9,7 +9,7 @@ jobject gJObj = nullptr;
 jobject gJEvents = nullptr;
 Clasp* pResourceClasp = nullptr;
 Mutex chainLock;
-std::int32_t TimeStamp = 0;
+std::int64_t TimeStamp = 0;
 int enablepooltaggingflag = 0;
 int grace_period = 0;
 

@@ -30,7 +30,7 @@ extern Clasp* pResourceClasp;
 extern Mutex chainLock;
 
 /// Cycle time in seconds since the epoch, set at the top of each cycle.
-extern std::int32_t TimeStamp;
+extern std::int64_t TimeStamp;
 
 /// Configuration items 10 and 11: logged, acted upon by nothing.
 extern int enablepooltaggingflag;

@@ -93,7 +93,7 @@ void putResource(Bytes& bytes, const Link& link) {
     bytes.real(static_cast<double>(limits.lower)).real(static_cast<double>(limits.upper));
     bytes.number(static_cast<std::int32_t>(reached)).real(link.WindowSize);
     bytes.number(clampToInt32(link.BufferSize)).number(usableSamples(link));
-    bytes.number(findings.forecastTime).text(findings.model.view()).real(findings.hoursToExhaustion);
+    bytes.longNumber(findings.forecastTime).text(findings.model.view()).real(findings.hoursToExhaustion);
     bytes.flag(link.NotifyPending != 0).real(static_cast<double>(link.NotifyLevel));
     bytes.number(link.HysteresisCount).longNumber(openEpisodeOf(link.RID));
     bytes.number(static_cast<std::int32_t>(whyWatched(link)));
@@ -176,7 +176,7 @@ const Link* linkNumbered(std::int32_t rid) {
 /// A copy of what the agent thread may change, taken in a moment.
 struct CurveCopy {
     std::vector<SampleRecord> samples;
-    std::int32_t forecastTime = 0;
+    std::int64_t forecastTime = 0;
     FixedText<40> model;
     double hours = 0.0;
     double level = 0.0;
@@ -239,7 +239,7 @@ void publishCycle(const Clasp& clasp, const CycleReport& report) {
     Bytes bytes(expectedSize());
     bytes.number(hostFeedVersion).longNumber(nextSerial());
     bytes.number(static_cast<std::int32_t>(PublicationKind::running));
-    bytes.longNumber(report.cycles).number(TimeStamp);
+    bytes.longNumber(report.cycles).longNumber(TimeStamp).longNumber(clasp.clockSteps.total());
     bytes.real(report.sampling).real(report.forecast).real(report.writing).real(report.total);
     bytes.longNumber(sizeOf(clasp.HardDriveArchive));
     putResumed(bytes, clasp);
@@ -289,7 +289,7 @@ std::optional<std::string> curvesOf(std::int32_t rid) {
     const std::size_t list = bytes.beginList();
     std::int32_t length = 0;
     for (const SampleRecord& sample : copy.samples) {
-        const bool isLater = copy.forecastTime != 0 && sample.time > copy.forecastTime;
+        const bool isLater = copy.forecastTime != 0 && sample.time > static_cast<double>(copy.forecastTime);
         if (sample.value == noSample || isLater)
             continue;
         bytes.real(sample.time).real(sample.value);
@@ -299,7 +299,7 @@ std::optional<std::string> curvesOf(std::int32_t rid) {
     std::vector<float> times(copy.forecast.size());
     if (!times.empty())
         forecastGrid(0.0F, copy.inner, copy.outer, times);
-    bytes.number(copy.forecastTime).text(copy.model.view()).real(copy.hours).real(copy.level);
+    bytes.longNumber(copy.forecastTime).text(copy.model.view()).real(copy.hours).real(copy.level);
     bytes.number(static_cast<std::int32_t>(times.size()));
     for (std::size_t i = 0; i < times.size(); ++i)
         bytes.real(copy.origin + static_cast<double>(times[i])).real(static_cast<double>(copy.forecast[i]));

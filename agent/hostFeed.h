@@ -17,12 +17,13 @@ namespace obrin {
 // its elements, a flag as one byte:
 //
 //   publication  i32 hostFeedVersion, i64 serial, i32 kind (PublicationKind), i64 cycles that the run has
-//                completed (0: started, nothing is sampled yet), then, of a run that is on: i32 TimeStamp,
-//                f64 seconds of sampling, of the forecasts, of writing, and of all cycles of the run
-//                together, i64 bytes of the archive (-1: unknown), i64 samples that the present resources
-//                took over from it, i32 resources that took over any, configuration, flag the newest attempt
-//                to list the disks gave nothing, list of left out, list of resources, list of episodes that
-//                have ended, the newest 64
+//                completed (0: started, nothing is sampled yet), then, of a run that is on: i64 TimeStamp,
+//                i64 seconds by which the clock has stepped during the run, all steps together, f64 seconds
+//                of sampling, of the forecasts, of writing, and of all cycles of the run together, i64 bytes
+//                of the archive (-1: unknown), i64 samples that the present resources took over from it, i32
+//                resources that took over any, configuration, flag the newest attempt to list the disks gave
+//                nothing, list of left out, list of resources, list of episodes that have ended, the newest
+//                64
 //   configuration  texts: data home directory, archive, scratch pad, declarations, configuration file;
 //                i32 milliseconds between two samples, MinForecastHours, MaxForecastHours, megabytes of the
 //                archive, samples that a forecast needs
@@ -35,7 +36,7 @@ namespace obrin {
 //                i32 analytical method, f64 lower and upper limit (per cent, -1: none),
 //                i32 limit that the value has reached (0 none, 1 lower, 2 upper), f64 hours of the window,
 //                i32 slots of the ring, i32 usable samples in it,
-//                i32 time of the newest forecast (0: none), text its model, f64 hours to exhaustion (not
+//                i64 time of the newest forecast (0: none), text its model, f64 hours to exhaustion (not
 //                above 0: none in sight), flag notification pending, f64 notification level, i32 cycles left
 //                before it is dropped, i64 onset of the episode that is on (0: none), i32 why it is watched
 //                (WatchReason)
@@ -43,7 +44,7 @@ namespace obrin {
 //   episode
 //                (replay/replayFeed.h)
 //   curves       i32 hostFeedVersion, list of samples (f64 seconds since the epoch, f64 per cent),
-//                i32 time of the forecast (0: none), text its model, f64 hours to exhaustion, f64
+//                i64 time of the forecast (0: none), text its model, f64 hours to exhaustion, f64
 //                notification level, list of its points (the same), list of the announcements of the last day
 //                (i64 when, i64 the moment that was announced)
 
@@ -56,7 +57,7 @@ namespace obrin {
 //                reads none)
 
 /// Changes with the layout of the bytes and with the native methods.
-inline constexpr std::int32_t hostFeedVersion = 4;
+inline constexpr std::int32_t hostFeedVersion = 5;
 
 /// Why a resource is watched.
 enum class WatchReason : std::int32_t {

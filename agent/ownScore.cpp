@@ -21,6 +21,7 @@ struct Scores {
     std::deque<EndedEpisode> ended;
     std::int64_t numbers = 0;
     std::int64_t cycle = 0;
+    std::int64_t clockSteps = 0; ///< seconds of all steps that the times here have been moved by
 };
 Immortal<Scores> scores;
 
@@ -39,6 +40,13 @@ Observation observe(const Link& link) {
     return seen;
 }
 
+/// The clock has stepped by so many seconds.
+void moveAll(std::int64_t seconds) {
+    scores->clockSteps += seconds;
+    for (auto& [rid, kept] : scores->byRid)
+        kept.score.move(seconds);
+}
+
 void keepEnded(const Link& link, const Episode& episode) {
     scores->ended.push_back({++scores->numbers, link.RID, std::string(link.NameIs.view()),
                              std::string(link.Descriptor1.view()), episode});
@@ -51,6 +59,8 @@ void keepEnded(const Link& link, const Episode& episode) {
 void keepOwnScore(const Clasp& clasp) {
     MutexLock lock(chainLock);
     ++scores->cycle;
+    if (const std::int64_t steps = clasp.clockSteps.total(); steps != scores->clockSteps)
+        moveAll(steps - scores->clockSteps);
     for (const Link* link = clasp.pFirstLink; link != nullptr; link = link->pNextLink) {
         if (isTemplate(*link) || link->AnalyticalMethod == 0 || samplesHeld(*link) == 0)
             continue;
@@ -65,6 +75,7 @@ void keepOwnScore(const Clasp& clasp) {
 void beginOwnScore() {
     MutexLock lock(chainLock);
     scores->byRid.clear();
+    scores->clockSteps = 0;
 }
 
 const std::deque<EndedEpisode>& endedEpisodes() {

@@ -59,7 +59,8 @@ Prospects lookAt(const Clasp& clasp) {
         prospects.isForecast |= findings.forecastTime != 0;
         if (prospects.atLimit == nullptr && isAtLimit(*link))
             prospects.atLimit = link;
-        const double moment = findings.forecastTime + findings.hoursToExhaustion * 3600.0;
+        const double moment =
+            static_cast<double>(findings.forecastTime) + findings.hoursToExhaustion * 3600.0;
         const bool isInSight = findings.forecastTime != 0 && findings.hoursToExhaustion > 0.0;
         if (isInSight && (prospects.nearest == nullptr || moment < prospects.nearestMoment)) {
             prospects.nearest = link;

@@ -194,7 +194,7 @@ void keepForecast(Link& link, const TrendHeadline& headline, std::span<const flo
     findings.model.assign(headline.model);
     findings.notificationLevel = headline.notifyLevel;
     findings.eventDue = eventDue;
-    findings.forecastOrigin = headline.timeStamp - static_cast<double>(newest);
+    findings.forecastOrigin = static_cast<double>(headline.timeStamp) - static_cast<double>(newest);
     if (!findings.forecast)
         findings.forecast = allocateZeroed<float>(forecast.size());
     if (findings.forecast)

@@ -36,6 +36,21 @@ std::optional<Episode> Scorekeeper::take(const Observation& now) {
     return std::nullopt;
 }
 
+void Scorekeeper::move(std::int64_t seconds) {
+    newest_ += seconds;
+    for (Announcement& announcement : announcements_) {
+        announcement.time += seconds;
+        announcement.announced += seconds;
+    }
+    for (Level& level : levels_)
+        level.time += seconds;
+    if (!episode_)
+        return;
+    for (std::int64_t* time :
+         {&episode_->onset, &episode_->firstEvent, &episode_->announcedAtOnset, &episode_->announcedAtEvent})
+        *time += *time == 0 ? 0 : seconds;
+}
+
 /// Keeps what was announced and how high the value was, as far back as somebody asks.
 void Scorekeeper::note(const Observation& now) {
     if (now.time < newest_ - backwardsAllowed) {

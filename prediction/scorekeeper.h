@@ -69,6 +69,9 @@ public:
     /// The announcements of the last day, oldest first.
     const std::deque<Announcement>& announcements() const { return announcements_; }
 
+    /// Moves all times, announced moments too, by so many seconds, with a clock that has stepped.
+    void move(std::int64_t seconds);
+
     /// Forgets everything: the state in which a resource joins a run.
     void restart() { *this = Scorekeeper(); }
 

@@ -15,7 +15,7 @@ namespace obrin {
 /// What a plot script says of a resource's last forecast.
 struct TrendHeadline {
     double limit = -1.0;             ///< the lower limit if there is one, else the upper; -1.0 for none
-    std::int32_t timeStamp = 0;      ///< cycle time, seconds since the epoch
+    std::int64_t timeStamp = 0;      ///< cycle time, seconds since the epoch
     double hoursToExhaustion = -1.0; ///< not above 0: no exhaustion within the horizon
     std::string model;               ///< name of the chosen model; holds neither comma, quote nor line break
     float notifyLevel = 0.0F; ///< value at which the event fires; written only with a time to exhaustion

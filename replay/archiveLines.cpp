@@ -1,5 +1,7 @@
 #include "replay/archiveLines.h"
 
+#include "acquisition/archiveReader.h"
+
 #include <cerrno>
 #include <charconv>
 #include <cstring>
@@ -103,7 +105,7 @@ const char* ArchiveLines::parse(std::string_view text, ArchivedCycle* cycle) con
     Numbers numbers(text);
     if (numbers.atEnd())
         return "the line is empty";
-    if (!numbers.read(&cycle->time) || cycle->time <= highestRid_)
+    if (!numbers.read(&cycle->time) || cycle->time <= highestRid_ || cycle->time > latestTime)
         return "a time stamp was expected at the start of the line, above the number of every resource";
     while (!numbers.atEnd()) {
         std::int64_t rid = 0;

@@ -25,16 +25,9 @@ void beginAnew(Link& link, std::int64_t now, bool isEmpty) {
     link.NotifyPending = 0;
     link.NotifyLevel = 0.0F;
     link.HysteresisCount = 0;
-    std::vector<SampleRecord> kept;
-    for (std::uint32_t i = 0; i < samplesHeld(link) && !isEmpty; ++i) {
-        const std::uint32_t slot = slotOfSample(link, i);
-        if (static_cast<double>(now) - link.TimeBuffer[slot] < link.WindowSize * secondsPerHour)
-            kept.push_back({link.TimeBuffer[slot], link.ValueBuffer[slot]});
-    }
-    link.SampleCount = 0;
-    link.NextSlot = 0;
-    for (const SampleRecord& sample : kept)
-        pushSample(link, sample.time, sample.value);
+    if (isEmpty)
+        link.SampleCount = link.NextSlot = 0;
+    keepWithinWindow(link, static_cast<double>(now));
 }
 
 } // namespace
@@ -102,13 +95,27 @@ void Replay::take(const ArchivedCycle& cycle, ReplaySink& sink) {
     if (lines_++ % std::max(request_.settings.every, 1) != 0)
         return;
     ++progress_.cycles;
-    progress_.from = progress_.from == 0 ? cycle.time : progress_.from;
+    if (progress_.from == 0)
+        progress_.from = progress_.to = cycle.time;
+    followClock(cycle.time);
     progress_.to = cycle.time;
     for (; nextStart_ < request_.starts.size() && request_.starts[nextStart_].time <= cycle.time;
          ++nextStart_)
         startRun(request_.starts[nextStart_]);
     for (const ArchivedSample& sample : cycle.samples)
         takeSample(cycle.time, sample, sink);
+}
+
+/// Goes along with the clock from the cycle before to the one at `time`.
+void Replay::followClock(std::int64_t time) {
+    const double step = stepBack(static_cast<double>(progress_.to), static_cast<double>(time),
+                                 resources_.millisecondsPerSample());
+    if (step == 0.0)
+        return;
+    for (const auto& [rid, resource] : sampled_) {
+        followStepBack(*resource->link, static_cast<double>(time), step);
+        keepWithinWindow(*resource->link, static_cast<double>(time));
+    }
 }
 
 void Replay::startRun(const RunStart& start) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "support/clockSteps.h"
 #include "support/fixedText.h"
 #include "support/zeroedArray.h"
 
@@ -20,7 +21,7 @@ struct LinkFindings {
     bool valueRead = false;          ///< by the newest reading
     bool capacityRead = false;       ///< UpperLimitCalc, by the newest reading
     std::int32_t usableSamples = 0;  ///< samples of the ring that the newest analysis could use
-    std::int32_t forecastTime = 0;   ///< TimeStamp of the newest forecast; 0 for none yet
+    std::int64_t forecastTime = 0;   ///< TimeStamp of the newest forecast; 0 for none yet
     double hoursToExhaustion = -1.0; ///< as that forecast's headline has it; not above 0: none in sight
     FixedText<40> model;             ///< of that forecast
     float notificationLevel = 0.0F;  ///< NotifyLevel after that forecast
@@ -96,6 +97,8 @@ struct Clasp {
     std::int32_t MillisecondsPerSample = 0; ///< sample period; -1 asks for an automatic choice
     std::int32_t MinForecastHours = 0;
     std::int32_t MaxForecastHours = 0;
+
+    ClockSteps clockSteps; ///< one look a cycle
 
     /// Whether the rings of this run take over what the archive has of earlier ones; not unless the host
     /// asks.

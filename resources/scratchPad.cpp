@@ -3,13 +3,13 @@
 #include "agent/debugLog.h"
 #include "resources/resourceChain.h"
 #include "resources/scratchPadRecord.h"
-#include "support/handles.h"
 #include "support/immortal.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <functional>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -38,6 +38,22 @@ bool survives(const std::string& text, const std::string& identity, std::int32_t
     return same;
 }
 
+std::uint64_t hashOf(const std::string& identity) {
+    return std::hash<std::string>()(identity);
+}
+
+/// Whether the record that stands there is that of a resource. One that cannot be read counts as it.
+bool isAbout(int fd, std::int64_t offset, std::uint32_t length, const std::string& identity) {
+    std::string section(length, '\0');
+    if (::pread(fd, section.data(), length, offset) < 0)
+        return true;
+    const auto record = parseScratchPadSection(section);
+    return record && record->identity == identity;
+}
+
+/// So many records wait to be sorted in; a search goes through them one by one.
+constexpr std::size_t mostUnsorted = 1024;
+
 } // namespace
 
 ScratchPad::ScratchPad(std::string path) : path_(std::move(path)) {}
@@ -46,32 +62,41 @@ ScratchPad::FileState ScratchPad::stateOf(const struct stat& status) {
     return {status.st_dev, status.st_ino, status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
 }
 
+bool ScratchPad::precedes(const Record& a, const Record& b) {
+    return std::pair(a.hash, a.offset) < std::pair(b.hash, b.offset);
+}
+
 bool ScratchPad::ensureExists() {
     return static_cast<bool>(openToAppend(path_));
 }
 
 bool ScratchPad::refresh() {
+    return static_cast<bool>(openUpToDate());
+}
+
+/// Brings the index up to date; the file, unless it cannot be read.
+Descriptor ScratchPad::openUpToDate() {
     Descriptor file = Descriptor::open(path_, O_RDONLY | openFlags);
     if (!file) {
         const int reason = errno;
         noteReadProblem(reason == ENOENT ? 0 : reason);
         if (reason == ENOENT && seen_)
             readAnew(-1);
-        return false;
+        return {};
     }
     struct stat status = {};
     if (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
         noteReadProblem(EINVAL); // a device may have no end
-        return false;
+        return {};
     }
     if (seen_ == stateOf(status))
-        return true;
+        return file;
     readAnew(file.get());
     seen_ = stateOf(status);
     if (passedOver_ > 0)
         DEBUGMSG("Scratch pad %s: %u incomplete or contradicting records passed over\n", path_.c_str(),
                  passedOver_);
-    return true;
+    return file;
 }
 
 void ScratchPad::readAnew(int fd) {
@@ -80,17 +105,17 @@ void ScratchPad::readAnew(int fd) {
     ScratchPad fresh(path_);
     fresh.readProblem_ = readProblem_;
     // Numbers of this run stay taken also while their records are only in memory.
-    for (const UnwrittenRecord& record : unwritten_)
-        fresh.claim(record.identity, record.rid);
+    fresh.unwritten_ = unwritten_;
     if (fd >= 0)
         fresh.readAll(fd);
-    fresh.unwritten_.swap(unwritten_);
+    fresh.sortOut();
     fresh.unsynchronised_ = unsynchronised_;
     *this = std::move(fresh);
 }
 
 void ScratchPad::readAll(int fd) {
-    SectionSplitter splitter([this](std::string_view section) { takeSection(section); });
+    SectionSplitter splitter(
+        [&](std::string_view section) { takeSection(section, splitter.sectionBegin()); });
     char block[65536];
     int reason = 0;
     for (;;) {
@@ -107,7 +132,7 @@ void ScratchPad::readAll(int fd) {
     noteReadProblem(reason);
 }
 
-void ScratchPad::takeSection(std::string_view section) {
+void ScratchPad::takeSection(std::string_view section, std::int64_t begin) {
     const auto record = parseScratchPadSection(section);
     if (!record) {
         // A header alone is the record of a link without a type of its own, and nothing is missing from it.
@@ -119,20 +144,71 @@ void ScratchPad::takeSection(std::string_view section) {
         return;
     }
     lastRid_ = record->rid;
-    if (!claim(record->identity, record->rid))
-        ++passedOver_;
+    records_.push_back(
+        {hashOf(record->identity), begin, static_cast<std::uint32_t>(section.size()), record->rid});
 }
 
-bool ScratchPad::claim(const std::string& identity, std::int32_t rid) {
-    if (identity.empty())
-        return true;
-    highestRid_ = std::max(highestRid_, rid);
-    const auto known = ridByIdentity_.find(identity);
-    if (usedRids_.insert(rid).second) {
-        ridByIdentity_.try_emplace(identity, rid);
-        return true;
+/// Leaves of all records, in whatever order, those that own their numbers: the first with each, unless a
+/// record in memory has it.
+void ScratchPad::sortOut() {
+    std::vector<std::int32_t> taken;
+    for (const UnwrittenRecord& record : unwritten_)
+        if (record.isOwner)
+            taken.push_back(record.rid);
+    std::ranges::sort(taken);
+    std::ranges::sort(records_, {},
+                      [](const Record& record) { return std::pair(record.rid, record.offset); });
+    highestRid_ = std::max(taken.empty() ? 0 : taken.back(), records_.empty() ? 0 : records_.back().rid);
+
+    std::vector<Record> others;
+    std::int32_t rid = 0;
+    std::erase_if(records_, [&](const Record& record) {
+        const bool isOwner = record.rid != rid && !std::ranges::binary_search(taken, record.rid);
+        rid = record.rid;
+        if (!isOwner)
+            others.push_back(record);
+        return !isOwner;
+    });
+    std::ranges::sort(records_, precedes);
+    records_.shrink_to_fit();
+    // One that repeats what is known of its resource contradicts nothing.
+    for (const Record& other : others) {
+        const auto first = std::ranges::lower_bound(records_, Record{other.hash, 0, 0, 0}, precedes);
+        const bool isKnown =
+            first != records_.end() && first->hash == other.hash && first->offset < other.offset;
+        passedOver_ += isKnown || isUnwritten(other.hash) ? 0U : 1U;
     }
-    return known != ridByIdentity_.end();
+}
+
+bool ScratchPad::isUnwritten(std::uint64_t hash) const {
+    return std::ranges::any_of(unwritten_, [&](const UnwrittenRecord& record) {
+        return record.isOwner && hashOf(record.identity) == hash;
+    });
+}
+
+bool ScratchPad::isTaken(std::int32_t rid) const {
+    const auto has = [rid](const auto& record) { return record.rid == rid; };
+    return rid <= highestRid_ && (std::ranges::any_of(records_, has) || std::ranges::any_of(newest_, has) ||
+                                  std::ranges::any_of(unwritten_, has));
+}
+
+/// The number of a resource. Without a descriptor to look with, what the hash says counts.
+std::optional<std::int32_t> ScratchPad::numberOf(const std::string& identity, int fd) const {
+    if (identity.empty())
+        return std::nullopt;
+    for (const UnwrittenRecord& record : unwritten_)
+        if (record.isOwner && record.identity == identity)
+            return record.rid;
+    const std::uint64_t hash = hashOf(identity);
+    const auto isIt = [&](const Record& record) {
+        return record.hash == hash && (fd < 0 || isAbout(fd, record.offset, record.length, identity));
+    };
+    for (auto at = std::ranges::lower_bound(records_, Record{hash, 0, 0, 0}, precedes);
+         at != records_.end() && at->hash == hash; ++at)
+        if (isIt(*at))
+            return at->rid;
+    const auto at = std::ranges::find_if(newest_, isIt);
+    return at == newest_.end() ? std::nullopt : std::optional(at->rid);
 }
 
 void ScratchPad::noteReadProblem(int reason) {
@@ -141,7 +217,8 @@ void ScratchPad::noteReadProblem(int reason) {
     readProblem_ = reason;
 }
 
-bool ScratchPad::append(const std::string& text) {
+/// Where the text begins in the file; nothing when it could not be written.
+std::optional<std::int64_t> ScratchPad::append(const std::string& text) {
     Descriptor file = openToAppend(path_);
     struct stat before = {};
     int reason = 0;
@@ -160,11 +237,12 @@ bool ScratchPad::append(const std::string& text) {
         if (file.close() != 0 && reason == 0)
             reason = errno;
     }
-    if (reason != 0)
+    if (reason != 0) {
         DEBUGMSG("Cannot write scratch pad %s: %s\n", path_.c_str(), std::strerror(reason));
-    else
-        unsynchronised_ = true;
-    return reason == 0;
+        return std::nullopt;
+    }
+    unsynchronised_ = true;
+    return before.st_size;
 }
 
 void ScratchPad::takeBack(int fd, const struct stat& before) {
@@ -173,14 +251,30 @@ void ScratchPad::takeBack(int fd, const struct stat& before) {
 }
 
 bool ScratchPad::writeUnwritten() {
-    std::size_t written = 0;
-    while (written < unwritten_.size() && append(unwritten_[written].text)) {
-        if (!unwritten_[written].identity.empty())
-            lastRid_ = unwritten_[written].rid;
-        ++written;
+    newest_.reserve(newest_.size() + unwritten_.size()); // what the file has, the index must get
+    auto record = unwritten_.begin();
+    for (; record != unwritten_.end(); ++record) {
+        const auto begin = append(record->text);
+        if (!begin)
+            break;
+        if (!record->identity.empty())
+            lastRid_ = record->rid;
+        if (record->isOwner) // behind the line feed that the text begins with
+            newest_.push_back({hashOf(record->identity), *begin + 1,
+                               static_cast<std::uint32_t>(record->text.size() - 1), record->rid});
     }
-    unwritten_.erase(unwritten_.begin(), unwritten_.begin() + static_cast<std::ptrdiff_t>(written));
+    unwritten_.erase(unwritten_.begin(), record);
+    if (newest_.size() > mostUnsorted)
+        sortIn();
     return unwritten_.empty();
+}
+
+void ScratchPad::sortIn() {
+    const auto old = static_cast<std::ptrdiff_t>(records_.size());
+    records_.insert(records_.end(), newest_.begin(), newest_.end());
+    newest_.clear();
+    std::ranges::sort(records_.begin() + old, records_.end(), precedes);
+    std::ranges::inplace_merge(records_, records_.begin() + old, precedes);
 }
 
 bool ScratchPad::settle() {
@@ -205,12 +299,11 @@ int RetrieveMaximumRIDFromScratchPadFile(ScratchPad& pad) {
 }
 
 int CheckForDuplicateLinkInFileAndGetRID(ScratchPad& pad, const Link* link, std::int32_t* rid) {
-    pad.refresh();
+    const Descriptor file = pad.openUpToDate();
     if (link->pClasp != nullptr)
         link->pClasp->MaximumRIDValue = std::max(link->pClasp->MaximumRIDValue, pad.highestRid_);
-    const auto record = pad.ridByIdentity_.find(linkIdentity(*link));
-    const bool found = record != pad.ridByIdentity_.end();
-    *rid = found ? record->second : -2;
+    const auto found = pad.numberOf(linkIdentity(*link), file ? file.get() : -1);
+    *rid = found.value_or(-2);
     return found ? 2 : -2;
 }
 
@@ -221,15 +314,10 @@ int RecordLinkForRIDCollision(ScratchPad& pad, const Link* link) {
         DEBUGMSG("A name that the scratch pad cannot hold is not stored: %s\n", link->Descriptor1.c_str());
         return -1;
     }
-    // First the record, then the claim: a number that the index knows and the file never gets would be given
-    // away again by the next run.
-    pad.unwritten_.push_back({std::move(identity), link->RID, std::move(text)});
-    try {
-        pad.claim(pad.unwritten_.back().identity, link->RID);
-    } catch (...) {
-        pad.unwritten_.pop_back();
-        throw;
-    }
+    const bool isOwner = !identity.empty() && !pad.isTaken(link->RID);
+    if (!identity.empty())
+        pad.highestRid_ = std::max(pad.highestRid_, link->RID);
+    pad.unwritten_.push_back({std::move(identity), link->RID, std::move(text), isOwner});
     return pad.writeUnwritten() ? 1 : -1;
 }
 

@@ -1,13 +1,12 @@
 #pragma once
 
 #include "resources/resourceRecords.h"
+#include "support/handles.h"
 
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <sys/types.h>
-#include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 struct stat;
@@ -17,10 +16,11 @@ namespace obrin {
 /// The scratch-pad file: one record for every resource ever declared, so that it keeps its RID across runs.
 /// Only ever appended to. Agent thread only.
 ///
-/// The records are read once into an index and again only when the file is no longer the one last seen
-/// (another size, inode or modification time than after our own last append). Only complete records count: a
-/// torn record, wherever it stands, and text that is no record are passed over, with one log line a reading.
-/// No descriptor stays open between calls.
+/// The file is read once, and of each record the index keeps 24 bytes: a hash of what it is about, its number
+/// and where it stands; a search reads the record itself. The file is read again only when the file is no
+/// longer the one last seen (another size, inode or modification time than after our own last append). Only
+/// complete records count: a torn record, wherever it stands, and text that is no record are passed over,
+/// with one log line a reading. No descriptor stays open between calls.
 ///
 /// One number never names two resources:
 ///  - the first record with a number owns it; a later record that gives it to another resource does not
@@ -73,15 +73,30 @@ private:
         std::string identity; ///< empty for a header alone
         std::int32_t rid = 0;
         std::string text;
+        bool isOwner = false; ///< no other resource has its number
+    };
+
+    /// A record in the file that owns its number.
+    struct Record {
+        std::uint64_t hash = 0;   ///< of the identity
+        std::int64_t offset = 0;  ///< of the section in the file
+        std::uint32_t length = 0; ///< of the section
+        std::int32_t rid = 0;
     };
 
     static FileState stateOf(const struct stat& status);
+    Descriptor openUpToDate();
     void readAnew(int fd);
     void readAll(int fd);
-    void takeSection(std::string_view section);
-    bool claim(const std::string& identity, std::int32_t rid);
+    void takeSection(std::string_view section, std::int64_t begin);
+    void sortOut();
+    void sortIn();
+    static bool precedes(const Record& a, const Record& b);
+    bool isUnwritten(std::uint64_t hash) const;
+    bool isTaken(std::int32_t rid) const;
+    std::optional<std::int32_t> numberOf(const std::string& identity, int fd) const;
     bool writeUnwritten();
-    bool append(const std::string& text);
+    std::optional<std::int64_t> append(const std::string& text);
     void takeBack(int fd, const struct stat& before);
     void noteReadProblem(int reason);
 
@@ -89,8 +104,8 @@ private:
     std::optional<FileState> seen_; ///< nothing: not read, or missing when last looked for
 
     // The index.
-    std::unordered_map<std::string, std::int32_t> ridByIdentity_;
-    std::unordered_set<std::int32_t> usedRids_;
+    std::vector<Record> records_; ///< in the order of hash and offset
+    std::vector<Record> newest_;  ///< appended since, a few that are yet to be sorted in
     std::int32_t lastRid_ = 0;
     std::int32_t highestRid_ = 0;
     unsigned passedOver_ = 0; ///< torn or contradicting records of the last reading

@@ -123,20 +123,25 @@ void SectionSplitter::feed(std::string_view block) {
     std::size_t done = 0;
     for (std::size_t next; (next = buffer_.find(sectionStart, from)) != std::string::npos; from = next + 1) {
         if (next >= done + sectionStart.size() &&
-            buffer_.compare(done, sectionStart.size(), sectionStart) == 0)
+            buffer_.compare(done, sectionStart.size(), sectionStart) == 0) {
+            sectionBegin_ = bufferBegin_ + static_cast<std::int64_t>(done) + 1;
             take_(std::string_view(buffer_).substr(done + 1, next - done - 1));
+        }
         done = next;
     }
     buffer_.erase(0, done);
+    bufferBegin_ += static_cast<std::int64_t>(done);
     if (buffer_.size() > longestSection) {
         finish();
         // Enough is kept for a header that the block cut in two; the first byte makes sure that it is no
         // section yet.
+        bufferBegin_ += static_cast<std::int64_t>(buffer_.size() - sectionStart.size()) - 1;
         buffer_ = '\0' + buffer_.substr(buffer_.size() - sectionStart.size());
     }
 }
 
 void SectionSplitter::finish() {
+    sectionBegin_ = bufferBegin_ + 1;
     if (buffer_.starts_with(sectionStart))
         take_(std::string_view(buffer_).substr(1));
 }

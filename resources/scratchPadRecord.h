@@ -50,8 +50,13 @@ public:
     /// Hands over the last section.
     void finish();
 
+    /// Where the section that is being handed over begins in the file.
+    std::int64_t sectionBegin() const { return sectionBegin_; }
+
 private:
     std::function<void(std::string_view)> take_;
+    std::int64_t bufferBegin_ = -1; ///< place in the file of what buffer_ begins with
+    std::int64_t sectionBegin_ = 0;
     std::string buffer_ = "\n"; ///< begins with the line feed before a header, or holds no section yet
 };
 

@@ -98,18 +98,23 @@ private:
 };
 
 /// The names in a directory that `matches` wants. Nothing, with errno, when the agent lacks the means to
-/// search it; a directory that is not there or not ours to read holds nothing to remove.
+/// search it, or it cannot be read to its end; a directory that is not there or not ours to read holds
+/// nothing to remove.
 template <class Matches>
 std::optional<std::vector<std::string>> namesIn(const std::string& path, Matches&& matches) {
     std::vector<std::string> names;
     const Directory directory(::opendir(path.c_str()));
     if (!directory && (errno == EMFILE || errno == ENFILE || errno == ENOMEM))
         return std::nullopt;
-    const dirent* entry = nullptr;
-    while (directory && (entry = ::readdir(directory.get())) != nullptr)
+    if (!directory)
+        return names;
+    errno = 0; // all that tells an error from the end
+    while (const dirent* entry = ::readdir(directory.get())) {
         if (matches(std::string_view(entry->d_name)))
             names.emplace_back(entry->d_name);
-    return names;
+        errno = 0;
+    }
+    return errno == 0 ? std::optional(std::move(names)) : std::nullopt;
 }
 
 void remove(const std::string& directory, std::span<const std::string> names, const Clasp& clasp) {
@@ -180,6 +185,9 @@ std::int32_t deleteResourceTrendFiles(Link* link, RemovalPass* pass) {
         return 1;
     }
     const std::int32_t status = errno;
+    // The three that a forecast writes go all the same: that takes their names and no listing.
+    const std::string written[] = {prefix + ".ini", prefix + "PRD.gnp", prefix + "SMP.gnp"};
+    remove(directory, written, *link->pClasp);
     char command[longestCommand];
     std::snprintf(command, sizeof command, "rm -f %s*", stem.c_str());
     deletionFailed("trendFiles deleteResourceTrendFiles", command, status);

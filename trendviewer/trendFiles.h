@@ -54,7 +54,8 @@ struct RemovalPass {
     std::optional<std::vector<std::string>> names; ///< of the directory, sorted, once it has been listed
 };
 
-/// Remove the trend files of one resource (its name stem and "BM*"). 1, or the error number.
+/// Remove the trend files of one resource (its name stem and "BM*"). 1, or the error number when the
+/// directory cannot be searched, reported; the three files that a forecast writes are removed all the same.
 std::int32_t deleteResourceTrendFiles(Link* link, RemovalPass* pass = nullptr);
 void deleteResourceTrendFilesSynchronized(Link* link, RemovalPass* pass = nullptr);
 

@@ -5,7 +5,9 @@
 #include "tests/support/recordingSink.h"
 #include "tests/support/temporaryDirectory.h"
 
+#include <cerrno>
 #include <csignal>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -15,6 +17,22 @@
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+namespace {
+
+int readError = 0; ///< with which reads of files fail while it is set
+
+} // namespace
+
+// In the C library's place for this program.
+extern "C" ssize_t pread(int fd, void* data, size_t size, off_t from) {
+    using Pread = ssize_t (*)(int, void*, size_t, off_t);
+    static const auto real = reinterpret_cast<Pread>(::dlsym(RTLD_NEXT, "pread"));
+    if (readError == 0)
+        return real(fd, data, size, from);
+    errno = readError;
+    return -1;
+}
 
 namespace obrin {
 namespace {
@@ -60,6 +78,21 @@ TEST_F(ArchiveFile, TornTailOfAnyLengthIsCutBackToTheLastWholeLine) {
         ASSERT_EQ(readFile(archive), whole + "4 3 0 41.32 \n") << length;
     }
     EXPECT_NE(log.text().find("dropped 12 bytes of an unfinished last line"), std::string::npos);
+}
+
+TEST_F(ArchiveFile, ATailThatCannotBeReadCostsTheNewLineAndLeavesNoEmptyOne) {
+    for (const std::string before : {"1 3 0 41.27 \n", "1 3 0 41.27 \n2 3"}) {
+        writeFile(archive, before);
+        readError = EIO;
+        EXPECT_FALSE(appendArchiveLine(archive, "3 3 0 41.30 \n"));
+        readError = 0;
+        EXPECT_EQ(readFile(archive), before);
+        EXPECT_TRUE(appendArchiveLine(archive, "4 3 0 41.30 \n"));
+        EXPECT_EQ(readFile(archive), "1 3 0 41.27 \n4 3 0 41.30 \n");
+    }
+    EXPECT_TRUE(
+        log.text().starts_with("Archive file " + archive + ": its end cannot be read: Input/output error\n"))
+        << log.text();
 }
 
 TEST_F(ArchiveFile, TailOfZerosIsCutBack) {

@@ -113,5 +113,65 @@ TEST_F(ArchiveResume, ATornEndCostsNothingOfWhatIsBeforeIt) {
                   clasp.HardDriveArchive + "\n");
 }
 
+class ArchivedNumbers : public ArchiveResume {
+protected:
+    std::int32_t kept(const std::string& text) {
+        writeFile(clasp.HardDriveArchive, text);
+        clasp.MaximumRIDValue = 2;
+        keepArchivedNumbers(&clasp);
+        return clasp.MaximumRIDValue;
+    }
+};
+
+TEST_F(ArchivedNumbers, TheHighestOfTheNewestLinesIsNotGivenAgain) {
+    EXPECT_EQ(kept("1700000000 1 0 1.00 7 0 2.00 9 0 3.00 \n1700000001 1 0 1.00 7 0 2.00 \n"), 9);
+    EXPECT_EQ(kept("1700000000 1 0 1.00 \n"), 2) << "the scratch pad knows of a higher one";
+    EXPECT_EQ(kept("1700000000 \n"), 2);
+    EXPECT_EQ(kept("3000000000 7 0 1.00 \n"), 7) << "behind 2038";
+    EXPECT_EQ(kept(""), 2);
+    Link link;
+    link.pClasp = &clasp;
+    kept("1700000000 1 0 1.00 7 0 2.00 \n");
+    EXPECT_EQ(GenerateNewRID(&link), 1);
+    EXPECT_EQ(link.RID, 8);
+}
+
+TEST_F(ArchivedNumbers, WithoutAnArchiveThereAreNone) {
+    clasp.MaximumRIDValue = 2;
+    keepArchivedNumbers(&clasp);
+    EXPECT_EQ(clasp.MaximumRIDValue, 2);
+    clasp.HardDriveArchive = "/dev/zero";
+    keepArchivedNumbers(&clasp);
+    EXPECT_EQ(clasp.MaximumRIDValue, 2);
+}
+
+TEST_F(ArchivedNumbers, ADamagedLineClaimsNone) {
+    for (const std::string bad :
+         {"1700000000 2147483646 0 1.00 7 0 1.00 \n", // descending
+          "1700000000 99 1 1.00 \n", "1700000000 99 0 1.00x \n", "1700000000 99 0 \n", "1700000000 99 \n",
+          "1700000000 x 99 0 1.00 \n", "x 99 0 1.00 \n", "99 0 1.00 \n", "50 99 0 1.00 \n",
+          "1700000000 2147483647 0 1.00 \n", "1700000000 1699999999999 0 1.00 \n", "1700000000 -99 0 1.00 \n",
+          "1700000000 99 0 1.00 ", "1700000000 99 0 1.00 1700000001 3 0 1.00 \n"})
+        EXPECT_EQ(kept("1700000000 5 0 1.00 \n" + std::string(bad)), 5) << bad;
+}
+
+TEST_F(ArchivedNumbers, TheLastLineCountsHoweverLongItIs) {
+    std::string text = "1700000000";
+    for (int i = 1; i <= 150000; ++i) // two megabytes
+        text += " " + std::to_string(i) + " 0 1.00";
+    ASSERT_GT(text.size(), std::size_t{2} << 20);
+    EXPECT_EQ(kept(text + " \n"), 150000);
+    EXPECT_EQ(kept(text + " \n1700000001 3 0"), 150000) << "a torn line behind it is none";
+}
+
+TEST_F(ArchivedNumbers, OfALargeArchiveTheLastMebibyteCounts) {
+    const std::string five = "1700000000 5 0 1.00 \n";
+    std::string text = "1700000000 99 0 1.00 \n";
+    for (std::size_t size = 0; size < (std::size_t{1} << 20); size += five.size())
+        text += five;
+    EXPECT_EQ(kept(text), 5);
+    EXPECT_EQ(kept(text + "1700000000 7 0 1.00 \n" + five), 7);
+}
+
 } // namespace
 } // namespace obrin::test

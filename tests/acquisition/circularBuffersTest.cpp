@@ -167,6 +167,18 @@ TEST_F(CircularBuffers, ReadingTheArchiveBackSkipsUnknownResourcesAndPlacesTheOt
     EXPECT_EQ(two.ValueBuffer[1], 21.0);
 }
 
+TEST_F(CircularBuffers, MovingKeepsOrderAndValuesOfARingThatHasTurnedOver) {
+    clasp.MillisecondsPerSample = 1000;
+    Link& link = add(3.0 / 3600);
+    ASSERT_EQ(allocatecircularbuffers(&clasp), 1);
+    for (int t = 1; t <= 4; ++t)
+        pushSample(link, t, 10.0 * t);
+    moveSamples(link, 86400.0);
+    dumponecircularbuffer(&link);
+    EXPECT_EQ(log.text(),
+              "0 1 86402.000000 20.000000\n1 1 86403.000000 30.000000\n2 1 86404.000000 40.000000\n");
+}
+
 TEST_F(CircularBuffers, EveryLinkOfANumberGetsItsSamplesBack) {
     clasp.MillisecondsPerSample = 1000;
     Link& one = add(1);
@@ -292,8 +304,8 @@ TEST_F(ReadBack, RingsOfAllWindowsAreAsPushingEachSampleWouldFillThem) {
     std::string text;
     for (long age = 700; age >= 0; age -= 2) // twice the period: the rings stay half empty
         line(text, now - age, 0.37 * static_cast<double>(age));
-    for (long age = 4; age >= 0; --age) // and back in time, four times as often: the smallest overflows
-        for (const double value : {1.0, 2.5})
+    for (long age = 2; age >= 0; --age) // and back in time by as little as drift: the smallest overflows
+        for (const double value : {1.0, 2.5, 3.0})
             line(text, now - age, value);
     EXPECT_EQ(readBack(text), 1);
     expectRings();
@@ -357,20 +369,99 @@ TEST_F(ReadBack, TimesAtTheEdgeOfTheirRangeAreOldOrYoungWithoutOverflow) {
     EXPECT_EQ(link.SampleCount, 0U);
     EXPECT_EQ(readBack("-99999999999999999999" + behind), 1);
     EXPECT_EQ(link.SampleCount, 0U);
-    EXPECT_EQ(readBack("9223372036854775807" + behind), 1);
+    for (const char* noTime : {"9223372036854775807", "253402300800"}) {
+        EXPECT_EQ(readBack(noTime + behind + "9223372036854775807" + behind), 1);
+        EXPECT_EQ(link.SampleCount, 0U) << noTime;
+    }
+    EXPECT_EQ(readBack("253402300799" + behind), 1);
     EXPECT_EQ(link.SampleCount, 1U);
 }
 
-TEST_F(ReadBack, TimesInTheFutureAreYoungSoThatAClockSetBackLosesNothing) {
+/// Times of a ring's samples, relative to now.
+std::vector<long> ages(const std::vector<std::pair<double, double>>& samples, long now) {
+    std::vector<long> found;
+    for (const auto& [time, value] : samples)
+        found.push_back(std::lround(time) - now);
+    return found;
+}
+
+TEST_F(ReadBack, SamplesOfAClockThatWasAheadAreTakenForAsMuchEarlier) {
     Link& link = add(1);
     std::string text;
-    line(text, now - 7200, 1);
+    line(text, now - 7200, 1); // as old as the window whatever happens
     line(text, now + 7200, 2);
     line(text, now + 7260, 3);
-    line(text, now - 60, 4);
+    line(text, now - 60, 4); // the clock was put back before it
     EXPECT_EQ(readBack(text), 1);
-    EXPECT_EQ(samplesHeld(link), 3U);
+    EXPECT_EQ(ages(samples(link), now), (std::vector<long>{-121, -61, -60}));
+    EXPECT_EQ(log.text(), "");
+}
+
+TEST_F(ReadBack, AnArchiveThatEndsAheadOfTheClockLosesNothingAndTheLogSaysItOnce) {
+    Link& link = add(1);
+    Link& other = add(1);
+    std::string text;
+    for (const long ahead : {86400, 86401, 86403})
+        line(text, now + ahead, 5);
+    EXPECT_EQ(readBack(text), 1);
+    EXPECT_EQ(ages(samples(link), now), (std::vector<long>{-4, -3, -1}));
+    EXPECT_EQ(samples(other), samples(link));
+    EXPECT_EQ(log.text(),
+              "Archive file " + clasp.HardDriveArchive +
+                  ": ends 86403 seconds ahead of the clock; its samples are taken for as much earlier\n");
+}
+
+TEST_F(ReadBack, WhatLiesAheadByAsLittleAsDriftStaysAsItIs) {
+    Link& link = add(1);
+    std::string text;
+    line(text, now, 1);
+    line(text, now + 2, 2);
+    EXPECT_EQ(readBack(text), 1);
     expectRings();
+    EXPECT_EQ(log.text(), "");
+    EXPECT_EQ(samplesHeld(link), 2U);
+}
+
+TEST_F(ReadBack, AWhileOfAWrongClockMovesNothingOfWhatWasBefore) {
+    Link& link = add(1);
+    std::string text;
+    line(text, now - 6, 1);
+    line(text, now - 5, 2);
+    line(text, now + 86396, 3); // a day ahead for two cycles
+    line(text, now + 86397, 4);
+    line(text, now - 2, 5);
+    EXPECT_EQ(readBack(text), 1);
+    EXPECT_EQ(ages(samples(link), now), (std::vector<long>{-6, -5, -4, -3, -2}));
+}
+
+TEST_F(ReadBack, WhatAStepBackMakesOlderThanTheWindowGoes) {
+    Link& link = add(1);
+    std::string text;
+    line(text, now - 3000, 1);
+    line(text, now - 600, 2);
+    line(text, now - 1800, 3); // put back by 1201
+    EXPECT_EQ(readBack(text), 1);
+    EXPECT_EQ(ages(samples(link), now), (std::vector<long>{-3000, -1801, -1800}));
+    text.clear();
+    line(text, now - 3000, 1);
+    line(text, now - 600, 2);
+    line(text, now - 3100, 3);
+    EXPECT_EQ(readBack(text), 1);
+    EXPECT_EQ(ages(samples(link), now), (std::vector<long>{-3101, -3100}));
+    line(text, now - 1, 4);
+    line(text, now - 100, 4);
+    EXPECT_EQ(readBack(text), 1);
+    EXPECT_EQ(ages(samples(link), now), (std::vector<long>{-3101, -3100, -101, -100}));
+}
+
+TEST_F(ReadBack, YearsBehind2038AreRead) {
+    test::TurnedClock later;
+    later.setWallTime(4'000'000'000);
+    Link& link = add(1);
+    EXPECT_EQ(readBack("3999999998 1 0 5.00 \n3999999999 1 0 6.00 \n"), 1);
+    EXPECT_EQ(samples(link),
+              (std::vector<std::pair<double, double>>{{3999999998.0, 5.0}, {3999999999.0, 6.0}}));
+    EXPECT_EQ(log.text(), "");
 }
 
 TEST_F(ReadBack, DamageCostsTheRestOfItsLineAndIsCounted) {
@@ -409,10 +500,11 @@ TEST_F(ReadBack, LinesAndNumbersOfAnyLengthAreRead) {
     EXPECT_EQ(samples(link).back().second, 50.5);
     EXPECT_EQ(samples(link).front().second, 1.25);                           // 3599 before it
     const std::string absurd = std::string(std::size_t{3} << 18, '9') + "1"; // which is no number 1 behind it
-    EXPECT_EQ(readBack(absurd + " 1 0 5.00 \n" + std::to_string(now) + " 1 0 6.00 \n"), 1);
+    const std::string behind = std::to_string(now) + " 1 0 6.00 \n";
+    EXPECT_EQ(readBack(std::to_string(now) + " 1 " + absurd + " 4.00 \n" + behind), 1);
     ASSERT_EQ(samplesHeld(link), 2U);
-    EXPECT_EQ(link.TimeBuffer[0], 9223372036854775807.0);
-    EXPECT_EQ(link.ValueBuffer[0], 5.0);
+    EXPECT_EQ(link.ValueBuffer[0], 4.0);
+    EXPECT_EQ(link.ValueBuffer[1], 6.0);
     EXPECT_EQ(log.text(), "");
 }
 

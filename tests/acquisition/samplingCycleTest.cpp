@@ -17,6 +17,8 @@
 #include "trendviewer/trendFiles.h"
 
 #include <algorithm>
+#include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
@@ -600,6 +602,77 @@ TEST_F(SamplingCycle, CycleLogsItsTimeStampFirst) {
     EXPECT_EQ(log.text().substr(declared),
               "\n************ TimeStamp = " + std::to_string(stamp) + " = " + std::ctime(&stamp) +
                   "\n before 7 fopen(/proc/meminfo)\n after  7 fopen(/proc/meminfo)\n");
+}
+
+/// Times of a ring's samples, oldest first.
+std::vector<std::int64_t> timesOf(const Link& link) {
+    std::vector<std::int64_t> times;
+    for (std::uint32_t i = 0; i < samplesHeld(link); ++i)
+        times.push_back(std::llround(link.TimeBuffer[slotOfSample(link, i)]));
+    return times;
+}
+
+TEST_F(SamplingCycle, AStepOfTheClockMovesAllSamplesAndIsLoggedOnce) {
+    for (const std::int64_t step : {std::int64_t{86400}, std::int64_t{-3600}, std::int64_t{1} << 31}) {
+        SCOPED_TRACE(step);
+        mount({"/a", "/b"});
+        declare(disks + swap);
+        ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+        clock.turn(std::chrono::seconds(1));
+        ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+        const std::int64_t last = TimeStamp;
+        find("/dev/a /a")->findings.forecastTime = last;
+        find("/dev/a /a")->findings.forecastOrigin = 100.5;
+        const std::size_t logged = log.text().size();
+        clock.turn(std::chrono::seconds(1));
+        clock.setWallTime(systemClock().wallTime() + step);
+        for (int i = 0; i < 3; ++i) {
+            ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+            clock.turn(std::chrono::seconds(1));
+        }
+        const std::int64_t now = last + 1 + step;
+        for (const char* disk : {"/dev/a /a", "/dev/b /b"})
+            EXPECT_EQ(timesOf(*find(disk)), (std::vector{now - 2, now - 1, now, now + 1, now + 2}));
+        EXPECT_EQ(find("/dev/a /a")->findings.forecastTime, last + step);
+        EXPECT_EQ(find("/dev/a /a")->findings.forecastOrigin, 100.5 + static_cast<double>(step));
+        EXPECT_EQ(find("/dev/b /b")->findings.forecastTime, 0) << "there was none";
+        char told[200];
+        std::snprintf(
+            told, sizeof told,
+            "The clock has stepped by %+lld seconds (it was set, or the machine slept): all samples move "
+            "along\n",
+            static_cast<long long>(step));
+        EXPECT_EQ(occurrences(log.text().substr(logged), told), 1U);
+        EXPECT_EQ(occurrences(log.text().substr(logged), "The clock has stepped"), 1U);
+        ScanUpChainDeletingAllLinks(&clasp);
+        std::filesystem::remove(clasp.ScratchPad);
+        std::filesystem::remove(clasp.HardDriveArchive);
+    }
+}
+
+TEST_F(SamplingCycle, ASlowClockMovesNothing) {
+    mount({});
+    declare(swap);
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    const std::int64_t last = TimeStamp;
+    clock.setWallTime(last - 3); // two periods and a second
+    ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+    EXPECT_EQ(timesOf(*clasp.pFirstLink), (std::vector{last, last - 3}));
+    EXPECT_EQ(occurrences(log.text(), "The clock has stepped"), 0U);
+}
+
+TEST_F(SamplingCycle, TimesBehind2038GoOnInTheArchiveAndInTheRings) {
+    mount({});
+    declare(swap);
+    for (const std::int64_t time :
+         {std::int64_t{2147483647}, std::int64_t{2147483648}, std::int64_t{4102444800}}) {
+        clock.setWallTime(time);
+        ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
+        EXPECT_EQ(TimeStamp, time);
+        EXPECT_TRUE(readFile(clasp.HardDriveArchive).ends_with(std::to_string(time) + " 1 0 75.00 \n"));
+        EXPECT_EQ(timesOf(*clasp.pFirstLink).back(), time);
+    }
+    EXPECT_NE(log.text().find("TimeStamp = 4102444800 = "), std::string::npos);
 }
 
 TEST_F(SamplingCycle, ScratchPadThatCannotBeWrittenStillLetsTheDiskBeWatchedUnderANumberOfItsOwn) {

@@ -403,6 +403,46 @@ TEST_F(HostFeed, AnEpisodeIsPublishedWhileItIsOnAndOnceItHasEnded) {
     EXPECT_EQ(published({4}).ended.back().number, before + 1) << "it stays, for a reader that missed it";
 }
 
+TEST_F(HostFeed, AStepOfTheClockIsPublishedAndMovesTheEpisodesAndTheAnnouncements) {
+    TurnedClock clock;
+    clasp.clockSteps.look(clasp.MillisecondsPerSample);
+    Link* link = add(disk("/dev/a /a"));
+    push(link, 1000, 50);
+    EXPECT_EQ(published().clockSteps, 0);
+    foresee(link, 1000, 50, 2, true);
+    published({1});
+    clock.setWallTime(systemClock().wallTime() + 86400);
+    clasp.clockSteps.look(clasp.MillisecondsPerSample);
+    foresee(link, 86400 + 1300, 51, 1);
+    for (int cycle = 2; cycle < 4; ++cycle) {
+        const FedState state = published({cycle});
+        EXPECT_EQ(state.clockSteps, 86400);
+        EXPECT_EQ(state.resources[0].episodeSince, 86400 + 1000) << "moved once";
+    }
+    EXPECT_THAT(readCurves(*curvesOf(link->RID)).announcements,
+                ElementsAre(Pair(86400 + 1000, 86400 + 8200), Pair(86400 + 1300, 86400 + 4900)));
+    foresee(link, 86400 + 1360, 99.99, 1);
+    const FedEnded ended = published({4}).ended.back();
+    EXPECT_EQ(ended.episode.onset, 86400 + 1000);
+    EXPECT_EQ(ended.episode.firstEvent, 86400 + 1000);
+    EXPECT_EQ(ended.episode.announcedAtOnset, 86400 + 8200);
+    EXPECT_EQ(ended.episode.end, 86400 + 1360);
+}
+
+TEST_F(HostFeed, TimesBehind2038ArePublishedWhole) {
+    Link* link = add(disk("/dev/a /a"));
+    TimeStamp = 4102444800;
+    link->findings.forecastTime = 4102444800;
+    link->findings.forecast = allocateZeroed<float>(forecastPoints);
+    push(link, 4102444800.0, 5);
+    const FedState state = published();
+    EXPECT_EQ(state.time, 4102444800);
+    EXPECT_EQ(state.resources[0].forecastTime, 4102444800);
+    const FedCurves curves = readCurves(*curvesOf(link->RID));
+    EXPECT_EQ(curves.forecastTime, 4102444800);
+    EXPECT_THAT(curves.samples, ElementsAre(Pair(4102444800.0, 5.0)));
+}
+
 TEST_F(HostFeed, AForecastOfAnEarlierCycleAnnouncesNothing) {
     Link* link = add(disk("/dev/a /a"));
     push(link, 1000, 50);

@@ -1,6 +1,7 @@
 """Odd machines and long runs: kernel files, clock, locale, configurations and declarations of every kind, 10,000 cycles."""
 
 import os
+import re
 import shutil
 import subprocess
 import tempfile
@@ -90,6 +91,59 @@ class F4_Clock(MachineTest):
             self.assertEqual(result.sleeps, [5, 5, 5], "the jump ended no sleep")
             stamps = [stamp for stamp, _ in home.archive_lines()]
             self.assertEqual([after - before for before, after in zip(stamps, stamps[1:])], [5, day + 5])
+
+
+class G10_Clock(MachineTest):
+    STEPS = (-3600, 86400, 2**31)
+    HORIZON = 3600  # seconds, and a window of a tenth of it
+
+    def filling_home(self):
+        """A home whose one disk fills, so that an exhaustion is in sight from the first forecast on."""
+        home = self.home(inputs=(DISK_SPACE,), period=1000)
+        home.stub_df("")
+        home.stub_script("#!/bin/sh\nn=$(cat ../listings 2>/dev/null || echo 0); echo $((n + 1)) >../listings\n"
+                         f"printf '%s' '{HEADING}'\n"
+                         "echo \"/dev/a 1000000 $((100000 + n * 137)) $((900000 - n * 137)) 10% /\"\n")
+        return home
+
+    def forecasts(self, log):
+        """Of each cycle, whether an exhaustion was in sight, from the onset on."""
+        return re.findall(r"prediction (is TRUE|if FALSE)|(No exhaustion imminent)", log.partition("Onset of exhaustion")[2])
+
+    def test_G10_a_clock_that_is_set_in_mid_run_costs_no_forecast_and_the_log_says_it_once(self):
+        home = self.filling_home()
+        agent = self.running(home)
+        agent.until(lambda: "Onset of exhaustion" in home.log(), "a forecast")
+        before = home.snapshot()
+        for number, step in enumerate(self.STEPS, 1):
+            agent.jump(step)
+            agent.until(lambda number=number: home.log().count("The clock has stepped by ") == number, f"step {step}")
+            agent.grows(15)
+        self.end(agent, before=before, clock_jumped=True)
+        log = home.log()
+        told = [int(step) for step in re.findall(r"The clock has stepped by ([+-]\d+) seconds", log)]
+        self.assertEqual(len(told), len(self.STEPS))
+        for step, wanted in zip(told, self.STEPS):
+            self.assertLessEqual(abs(step - wanted), 1)
+        self.assertGreater(len(self.forecasts(log)), 45)
+        self.assertEqual(set(self.forecasts(log)), {("is TRUE", "")})
+        self.assertGreater(home.archive_lines()[-1][0], 2**31)
+
+    def test_G10_an_archive_that_ends_ahead_of_the_clock_costs_no_forecast_and_the_log_says_it_once(self):
+        home = self.filling_home()
+        self.run_agent(home, "--cycles", 260)
+        newest = home.archive_lines()[-1][0]
+        for ahead in (3600, 86400):
+            copy = self.home(inputs=(DISK_SPACE,), period=1000)
+            shutil.copytree(home.path, copy.path, dirs_exist_ok=True)
+            self.run_agent(copy, "--cycles", 3, "--resume", "--time", newest - ahead, clock_jumped=True)
+            log = copy.log()
+            self.assertEqual(len(re.findall(r"ends \d+ seconds ahead of the clock", log)), 1)
+            self.assertIn("Resumed with 260 samples of 1 resources", log)
+            self.assertIn("261/360 points", log)
+            self.assertIn("Onset of exhaustion", log, "the first cycle has a forecast")
+            self.assertEqual(set(self.forecasts(log)), {("is TRUE", "")})
+            self.assertEqual(len(copy.archive_lines()), 263)
 
 
 class F5_Locale(MachineTest):

@@ -250,6 +250,20 @@ class A4_ScratchPad(StorageTest):
         self.assertIn("No space left on device", home.log())
         self.end(agent, before=before, scratch_pad_lossy=True)
 
+    def test_A4_a_number_that_only_the_archive_knows_is_not_given_to_another_disk_by_the_next_run(self):
+        home = self.home(inputs=FEW + (DISK_SPACE,))
+        home.stub_df(HEADING + rows("/"))
+        self.run_agent(home, "--cycles", 1)
+        pad = read(home.layout.scratch_pad)
+        home.stub_df(HEADING + rows("/", "/proc"))
+        self.run_agent(home, "--cycles", 1)
+        lost = home.number_of("/proc")
+        write(home.layout.scratch_pad, pad)  # as if its record could not have been written
+        home.stub_df(HEADING + rows("/", "/dev"))
+        self.run_agent(home, "--cycles", 1, before={}, scratch_pad_lossy=True)
+        self.assertEqual(home.number_of("/"), lost - 1)
+        self.assertEqual(home.number_of("/dev"), lost + 1)
+
     def test_a_scratch_pad_that_is_a_directory_gives_every_resource_a_number_of_its_own(self):
         home = self.home(inputs=FEW + (DISK_SPACE,))
         os.mkdir(home.layout.scratch_pad)

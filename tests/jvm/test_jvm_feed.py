@@ -115,10 +115,10 @@ class NoDoor(FeedTest):
         """The host with a door of another version before the shipped one."""
         with open(HOST_FEED, encoding="utf-8") as file:
             source = file.read()
-        self.assertIn("VERSION = 4;", source)
+        self.assertIn("VERSION = 5;", source)
 
         def build(directory):
-            write(os.path.join(directory, "HostFeed.java"), source.replace("VERSION = 4;", "VERSION = 5;"))
+            write(os.path.join(directory, "HostFeed.java"), source.replace("VERSION = 5;", "VERSION = 6;"))
             subprocess.run(["javac", "-cp", JAR, "-d", directory, os.path.join(directory, "HostFeed.java")], check=True)
 
         return built_once("HostFeed5", [HOST_FEED], build)
@@ -131,8 +131,8 @@ class NoDoor(FeedTest):
         command[at:at + 2] = ["-cp", self.other_host() + ":" + JAR, "com.quorin.sysmgt.tavl.LumetraAgent.host.Lumetra"]
         machine = self.start(home, command)
         self.assertEqual(machine.expect("There is no page"),
-                         "There is no page and no report on the agent's work: the native library has version 4 of its interface "
-                         "for the host, and this program is made for version 5.")
+                         "There is no page and no report on the agent's work: the native library has version 5 of its interface "
+                         "for the host, and this program is made for version 6.")
         self.lines(machine, home, 3)
         with self.assertRaises(ConnectionRefusedError):
             ask(port, "/")

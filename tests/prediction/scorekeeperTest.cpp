@@ -57,6 +57,36 @@ TEST_F(ScorekeeperTest, WhereNothingWasAnnouncedThereIsNoError) {
     EXPECT_EQ(ended->errors[4], 0.0);
 }
 
+TEST_F(ScorekeeperTest, WithAClockThatStepsAllIsMovedAndNothingIsForgotten) {
+    for (const std::int64_t step : {-2 * hour, 24 * hour}) {
+        score.restart();
+        see(0, 50, false);
+        std::optional<Episode> ended;
+        constexpr std::int64_t limit = 7 * hour;
+        for (std::int64_t t = minute; t <= limit; t += minute) {
+            if (t == 3 * hour)
+                score.move(step);
+            const std::int64_t moved = t < 3 * hour ? 0 : step;
+            ended = see(t + moved, t < limit ? 60.0 : 100.0, true, limit + hour + moved);
+        }
+        ASSERT_TRUE(ended);
+        EXPECT_EQ(ended->onset, start + minute + step);
+        EXPECT_EQ(ended->announcedAtOnset, start + limit + hour + step);
+        EXPECT_EQ(ended->firstEvent, 0) << "never stays never";
+        EXPECT_EQ(ended->errors[2], 1.0) << "6 h before, which was before the step";
+        EXPECT_EQ(score.announcements().front().time, start + minute + step);
+    }
+}
+
+TEST_F(ScorekeeperTest, AFallIsSeenAcrossAStepOfTheClock) {
+    see(0, 50, true, hour);
+    see(minute, 70, true, hour);
+    score.move(10 * hour);
+    const auto ended = see(10 * hour + 2 * minute, 55, false);
+    ASSERT_TRUE(ended);
+    EXPECT_EQ(ended->outcome, Outcome::freed);
+}
+
 TEST_F(ScorekeeperTest, AnIntentThatIsDroppedHasLevelledOff) {
     see(0, 50, true, hour);
     see(minute, 60, true, hour);

@@ -51,6 +51,9 @@ TEST_F(ArchiveLinesTest, EachDamageIsToldAsWhatItIs) {
     EXPECT_EQ(damageOf("1008921600 3 0 41.27"), "the line is torn: the file ends within it");
     EXPECT_EQ(damageOf("3 0 41.27 \n"),
               "a time stamp was expected at the start of the line, above the number of every resource");
+    EXPECT_EQ(damageOf("253402300800 3 0 41.27 \n"),
+              "a time stamp was expected at the start of the line, above the number of every resource");
+    EXPECT_EQ(damageOf("253402300799 3 0 41.27 \n"), "");
     EXPECT_EQ(damageOf("x 3 0 41.27 \n"),
               "a time stamp was expected at the start of the line, above the number of every resource");
     EXPECT_EQ(damageOf("1008921600 3 0 41.27 1008921610 3 0 41.27 \n"),

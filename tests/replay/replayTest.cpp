@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <functional>
 #include <gtest/gtest.h>
+#include <limits>
 #include <map>
 #include <memory>
 #include <tuple>
@@ -219,7 +220,7 @@ public:
     }
 
     void cycle(std::int64_t time, const std::map<std::int32_t, double>& samples) {
-        TimeStamp = static_cast<std::int32_t>(time);
+        TimeStamp = time;
         for (const auto& link : links)
             pushSample(*link, static_cast<double>(time), std::round(samples.at(link->RID) * 100) / 100);
         std::vector<std::int32_t> before;
@@ -385,6 +386,75 @@ TEST_F(ReplayTest, AClockThatIsPutBackIsReplayedAsItWas) {
     replay();
     EXPECT_EQ(progress.cycles, 1200);
     EXPECT_EQ(progress.damagedLines, 0);
+}
+
+/// The lines of an archive in the order of its cycles, each at another time.
+std::string moved(const std::string& archive, const std::function<std::int64_t(std::int64_t)>& time) {
+    std::string text;
+    for (std::size_t at = 0; at < archive.size(); at = archive.find('\n', at) + 1)
+        text += std::to_string(time(std::stoll(archive.substr(at)))) +
+                archive.substr(archive.find(' ', at), archive.find('\n', at) + 1 - archive.find(' ', at));
+    return text;
+}
+
+TEST_F(ReplayTest, BehindAClockThatWasPutBackForecastsGoOnAsIfItHadBeenRightBefore) {
+    fill(3, 0, 1500, leak);
+    const std::string archived = archive();
+    const RecordingReplay straight = replay();
+    cycles.clear();
+    for (const std::int64_t step : {std::int64_t{3600}, std::int64_t{86400}}) {
+        const std::int64_t turn = start + 900 * 60;
+        test::writeFile(request.archives.front(),
+                        moved(archived, [&](std::int64_t time) { return time < turn ? time + step : time; }));
+        const RecordingReplay told = replay();
+        std::vector<Told> expected = straight.told;
+        for (auto& [time, rid, what] : expected)
+            time += time < turn ? step : 0;
+        EXPECT_EQ(told.told, expected) << step;
+    }
+}
+
+TEST_F(ReplayTest, ALineOfAWrongClockCostsNothingOfWhatWasBefore) {
+    fill(3, 0, 1500, leak);
+    const std::string archived = archive();
+    const std::vector<Told> straight = replay().told;
+    cycles.clear();
+    for (const std::int64_t wrong : {start + 500'000'000, std::int64_t{253402300799}}) {
+        const std::int64_t turn = start + 900 * 60;
+        test::writeFile(request.archives.front(),
+                        moved(archived, [&](std::int64_t time) { return time == turn ? wrong : time; }));
+        std::vector<Told> told = replay().told;
+        std::erase_if(told, [&](const Told& one) { return std::get<0>(one) == wrong; });
+        EXPECT_EQ(told.back(), straight.back());
+        EXPECT_EQ(std::get<2>(told.back()), Happening::limitReached);
+    }
+}
+
+TEST_F(ReplayTest, TimesAtTheEdgeOfTheirRangeOverflowNothing) {
+    fill(3, 0, 300, [](int i) { return 20.0 + 0.2 * i; }); // an exhaustion lies ahead
+    const std::string archived = archive();
+    cycles.clear();
+    for (const std::int64_t last : {std::numeric_limits<std::int64_t>::max(), std::int64_t{253402300799}}) {
+        test::writeFile(request.archives.front(),
+                        moved(archived, [&](std::int64_t time) { return last - start - 299 * 60 + time; }));
+        replay();
+        EXPECT_EQ(progress.damagedLines, last == 253402300799 ? 0 : 300);
+        EXPECT_EQ(progress.forecasts, last == 253402300799 ? 101 : 0);
+    }
+}
+
+TEST_F(ReplayTest, YearsBehind2038AreReplayedLikeAnyOther) {
+    fill(3, 0, 1500, leak);
+    const std::string archived = archive();
+    std::vector<Told> expected = replay().told;
+    cycles.clear();
+    constexpr std::int64_t later = 2'147'483'647 - start - 900 * 60; // the change is in the middle
+    test::writeFile(request.archives.front(),
+                    moved(archived, [](std::int64_t time) { return time + later; }));
+    for (auto& [time, rid, what] : expected)
+        time += later;
+    EXPECT_GT(expected.size(), 2U);
+    EXPECT_EQ(replay().told, expected);
 }
 
 TEST_F(ReplayTest, WithoutForecastHoursOrRingsNothingBreaks) {

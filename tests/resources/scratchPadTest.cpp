@@ -1,13 +1,16 @@
 #include "resources/scratchPad.h"
 
 #include "resources/linkLogic.h"
+#include "resources/resourceChain.h"
 #include "resources/scratchPadRecord.h"
 #include "tests/resources/chainFixture.h"
 
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <gmock/gmock.h>
+#include <malloc.h>
 #include <random>
 #include <set>
 #include <sys/mount.h>
@@ -302,6 +305,57 @@ TEST_F(ScratchPadFile, AHundredThousandRecordsGiveAnyNumber) {
         ASSERT_EQ(numberOf(pad, disk("new /" + std::to_string(i))), 100001 + i);
 }
 
+TEST_F(ScratchPadFile, ManyRecordsTakeLittleMemory) {
+    constexpr int many = 200'000;
+    {
+        std::ofstream file(clasp.ScratchPad);
+        for (int i = 1; i <= many; ++i)
+            file << record(2, i,
+                           "/dev/mapper/volume" + std::to_string(i) + " /var/lib/mount/" + std::to_string(i));
+    }
+    const auto bytesInUse = [] {
+        const struct mallinfo2 info = ::mallinfo2();
+        return info.uordblks + info.hblkhd;
+    };
+    const std::size_t before = bytesInUse();
+    ScratchPad pad(clasp.ScratchPad);
+    ASSERT_TRUE(pad.refresh());
+    const std::size_t each = (bytesInUse() - before) / many; // of a sanitizer: none
+    EXPECT_LE(each, 32U);
+    for (int i = 0; i < 3000; ++i) // and those of the run go the same way
+        ASSERT_EQ(numberOf(pad, disk("/dev/new" + std::to_string(i) + " /n")), many + 1 + i);
+    ScanUpChainDeletingAllLinks(&clasp);
+    for (int i = 0; i < 3000; i += 7)
+        ASSERT_EQ(numberOf(pad, disk("/dev/new" + std::to_string(i) + " /n")), many + 1 + i);
+    EXPECT_EQ(numberOf(pad, disk("/dev/mapper/volume77777 /var/lib/mount/77777")), 77777);
+}
+
+TEST_F(ScratchPadFile, TwoNamesOfOneHashHaveTheirOwnNumbers) {
+    const Link one = disk("/dev/mapper/volume /mnt");
+    const Link other = disk("/d140rniggPbln|m=x /mnt");
+    const auto hash = [](const Link& link) { return std::hash<std::string>()(linkIdentity(link)); };
+    ASSERT_EQ(hash(one), hash(other)) << "names that collide with this library's hash are to be looked for";
+    ScratchPad pad(clasp.ScratchPad);
+    EXPECT_EQ(numberOf(pad, disk("/dev/mapper/volume /mnt")), 1);
+    EXPECT_EQ(numberOf(pad, disk("/d140rniggPbln|m=x /mnt")), 2);
+    for (int run = 0; run < 2; ++run) {
+        startRun();
+        ScratchPad later(clasp.ScratchPad);
+        EXPECT_EQ(numberOf(later, disk("/d140rniggPbln|m=x /mnt")), 2);
+        EXPECT_EQ(numberOf(later, disk("/dev/mapper/volume /mnt")), 1);
+    }
+}
+
+TEST_F(ScratchPadFile, ARecordThatRepeatsAKnownOneContradictsNothing) {
+    writeFile(clasp.ScratchPad, record(2, 7, "a /a") + record(2, 8, "b /b") + record(2, 7, "a /a") +
+                                    record(2, 8, "a /a") + record(2, 8, "c /c"));
+    ScratchPad pad(clasp.ScratchPad);
+    EXPECT_EQ(numberOf(pad, disk("a /a")), 7);
+    EXPECT_EQ(numberOf(pad, disk("b /b")), 8);
+    EXPECT_EQ(numberOf(pad, disk("c /c")), 9);
+    EXPECT_THAT(log.text(), HasSubstr(": 1 incomplete or contradicting records passed over"));
+}
+
 TEST_F(ScratchPadFile, AFullDiskIsLoggedAndTheNumberIsNotGivenToAnother) {
     clasp.ScratchPad = "/dev/full";
     ScratchPad pad(clasp.ScratchPad);
@@ -409,7 +463,11 @@ TEST(ScratchPadSections, AreCutTheSameWhateverTheBlocks) {
     std::vector<std::string> whole;
     for (std::size_t block = text.size(); block > 0; --block) {
         std::vector<std::string> sections;
-        SectionSplitter splitter([&](std::string_view section) { sections.emplace_back(section); });
+        SectionSplitter splitter([&](std::string_view section) {
+            sections.emplace_back(section);
+            EXPECT_EQ(text.substr(static_cast<std::size_t>(splitter.sectionBegin()), section.size()),
+                      section);
+        });
         for (std::size_t at = 0; at < text.size(); at += block)
             splitter.feed(std::string_view(text).substr(at, block));
         splitter.finish();
@@ -418,6 +476,21 @@ TEST(ScratchPadSections, AreCutTheSameWhateverTheBlocks) {
         ASSERT_EQ(sections, whole) << block;
     }
     EXPECT_EQ(whole.size(), 3U);
+}
+
+TEST(ScratchPadSections, BehindOneThatIsTooLongKeepTheirPlace) {
+    const std::string text =
+        record(2, 1, "a /a") + "\nEvent: " + std::string(200000, 'x') + record(2, 2, "b /b");
+    std::vector<std::string> found;
+    SectionSplitter splitter([&](std::string_view section) {
+        found.push_back(text.substr(static_cast<std::size_t>(splitter.sectionBegin()), section.size()));
+        EXPECT_EQ(found.back(), section);
+    });
+    for (std::size_t at = 0; at < text.size(); at += 4096)
+        splitter.feed(std::string_view(text).substr(at, 4096));
+    splitter.finish();
+    ASSERT_EQ(found.size(), 3U);
+    EXPECT_EQ(found.back(), record(2, 2, "b /b").substr(1));
 }
 
 } // namespace

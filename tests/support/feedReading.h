@@ -57,7 +57,7 @@ struct FedResource {
     std::int32_t reached = 0;
     double windowHours = 0;
     std::int32_t slots = 0, usable = 0;
-    std::int32_t forecastTime = 0;
+    std::int64_t forecastTime = 0;
     std::string model;
     double hours = 0;
     bool pending = false;
@@ -112,7 +112,8 @@ struct FedState {
     std::int64_t serial = 0;
     std::int32_t kind = 0;
     std::int64_t cycles = 0;
-    std::int32_t time = 0;
+    std::int64_t time = 0;
+    std::int64_t clockSteps = 0;
     double sampling = 0, forecast = 0, writing = 0, total = 0;
     std::int64_t archiveBytes = 0;
     std::int64_t resumedSamples = 0;
@@ -134,7 +135,8 @@ inline FedState readState(std::string_view bytes) {
     state.cycles = in.longNumber();
     if (state.kind != 1)
         return state;
-    state.time = in.number();
+    state.time = in.longNumber();
+    state.clockSteps = in.longNumber();
     state.sampling = in.real();
     state.forecast = in.real();
     state.writing = in.real();
@@ -175,7 +177,7 @@ inline FedState readState(std::string_view bytes) {
         r.windowHours = in.real();
         r.slots = in.number();
         r.usable = in.number();
-        r.forecastTime = in.number();
+        r.forecastTime = in.longNumber();
         r.model = in.text();
         r.hours = in.real();
         r.pending = in.flag();
@@ -236,7 +238,7 @@ using FedCurve = std::vector<std::pair<double, double>>;
 
 struct FedCurves {
     FedCurve samples;
-    std::int32_t forecastTime = 0;
+    std::int64_t forecastTime = 0;
     std::string model;
     double hours = 0, level = 0;
     FedCurve forecast;
@@ -254,7 +256,7 @@ inline FedCurves readCurves(std::string_view bytes) {
     };
     in.number();
     read(curves.samples);
-    curves.forecastTime = in.number();
+    curves.forecastTime = in.longNumber();
     curves.model = in.text();
     curves.hours = in.real();
     curves.level = in.real();

@@ -6,11 +6,35 @@
 #include "tests/support/temporaryDirectory.h"
 #include "tests/support/turnedClock.h"
 
+#include <cerrno>
+#include <dirent.h>
+#include <dlfcn.h>
 #include <filesystem>
 #include <future>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <thread>
+
+namespace {
+
+int entriesBeforeError = -1; ///< so many entries of directories are read, then no more; -1: without an error
+
+struct dirent* nextEntry(DIR* directory, const char* name) {
+    using Readdir = struct dirent* (*)(DIR*);
+    if (entriesBeforeError == 0) {
+        errno = EIO;
+        return nullptr;
+    }
+    entriesBeforeError -= entriesBeforeError > 0 ? 1 : 0;
+    return reinterpret_cast<Readdir>(::dlsym(RTLD_NEXT, name))(directory);
+}
+
+} // namespace
+
+// In the C library's place for this program.
+extern "C" struct dirent* readdir(DIR* directory) {
+    return nextEntry(directory, "readdir");
+}
 
 namespace obrin {
 namespace {
@@ -345,6 +369,48 @@ TEST_F(TrendFileDeletion, WithoutDescriptorsTheFailureForOneResourceIsLoggedAndR
     EXPECT_TRUE(log.text().ends_with("\ntrendFiles deleteResourceTrendFiles(): before return(errno);\n"
                                      "Failure of deleteResourceTrendFiles. Error Code 24.\n"))
         << log.text();
+}
+
+TEST_F(TrendFileDeletion, AListingThatFailsIsLoggedAndTheFilesOfTheResourceGoAllTheSame) {
+    link.NameIs.assign("Space");
+    link.Descriptor1.assign("/dev/a /a");
+    const std::vector<std::string> names = {"Space_dev_a__aBM.ini", "Space_dev_a__aBMPRD.gnp",
+                                            "Space_dev_a__aBMSMP.gnp"};
+    const auto check = [&](const char* how, auto&& withoutListing) {
+        SCOPED_TRACE(how);
+        for (const std::string& name : names)
+            make(name);
+        make("Space_dev_b__bBM.ini");
+        const std::size_t logged = log.text().size();
+        sink.events.clear();
+        withoutListing();
+        for (const std::string& name : names)
+            EXPECT_FALSE(exists(name)) << name;
+        EXPECT_TRUE(exists("Space_dev_b__bBM.ini"));
+        EXPECT_EQ(sink.events.size(), 1U);
+        EXPECT_NE(log.text().find("Failure of deleteResourceTrendFiles. Error Code ", logged),
+                  std::string::npos);
+    };
+    check("no descriptor",
+          [this] { withoutDescriptors([this] { deleteResourceTrendFilesSynchronized(&link); }); });
+    for (const int entries : {0, 1, 3})
+        check("an error on the way", [&] {
+            entriesBeforeError = entries;
+            deleteResourceTrendFilesSynchronized(&link);
+            entriesBeforeError = -1;
+        });
+    EXPECT_NE(log.text().find("Error Code 5.\n"), std::string::npos);
+}
+
+TEST_F(TrendFileDeletion, AListingOfAllThatFailsIsLoggedAndReported) {
+    make("aBM.ini");
+    entriesBeforeError = 2;
+    EXPECT_EQ(deleteTrendFiles(&clasp), EIO);
+    entriesBeforeError = -1;
+    ASSERT_EQ(sink.events.size(), 1U);
+    EXPECT_TRUE(sink.events[0].name.ends_with("failed.  errno=5=0x00000005")) << sink.events[0].name;
+    EXPECT_EQ(deleteTrendFiles(&clasp), 1);
+    EXPECT_FALSE(exists("aBM.ini"));
 }
 
 TEST_F(TrendFileDeletion, WithoutDescriptorsTheFailureIsLoggedAndReported) {

@@ -11,7 +11,7 @@ import java.util.function.IntSupplier;
 public final class HostFeed {
 
     /** The layout of the bytes that are handed over. A library of another layout keeps its door shut. */
-    public static final int VERSION = 4;
+    public static final int VERSION = 5;
 
     private HostFeed() {}
 

@@ -16,7 +16,7 @@ public final class FeedReader extends LibraryBytes {
     private static final int OVER = 2;
     private static final int POINT = 2 * Double.BYTES;
     private static final int LEAST_LEFT_OUT = 4 * Integer.BYTES;
-    private static final int LEAST_RESOURCE = 131;
+    private static final int LEAST_RESOURCE = 135;
     private static final int LEAST_ENDED = 92;
     private static final int LEAST_COUNTER = 34;
     private static final int LEAST_REPORT = 12;
@@ -92,7 +92,8 @@ public final class FeedReader extends LibraryBytes {
     }
 
     private RunState state() {
-        RunState.Cycle cycle = new RunState.Cycle(number("the time"), real("the seconds of sampling"),
+        RunState.Cycle cycle = new RunState.Cycle(longNumber("the time"),
+                longNumber("the steps of the clock"), real("the seconds of sampling"),
                 real("the seconds of forecasts"), real("the seconds of writing"), real("the seconds of all"));
         long archiveBytes = longNumber("the size of the archive");
         RunState.Resumed resumed = new RunState.Resumed(
@@ -174,7 +175,7 @@ public final class FeedReader extends LibraryBytes {
 
     /** Null before the first forecast. */
     private RunResource.Forecast forecast() {
-        RunResource.Forecast forecast = new RunResource.Forecast(number("the time of the forecast"),
+        RunResource.Forecast forecast = new RunResource.Forecast(longNumber("the time of the forecast"),
                 text("the model"), real("the hours to exhaustion"));
         return forecast.time() == 0 ? null : forecast;
     }

@@ -28,10 +28,16 @@ public record RunState(Cycle cycle, Archive archive, Settings settings, boolean 
     /**
      * The newest cycle. Durations in seconds.
      *
-     * @param time  seconds since the epoch
-     * @param total duration of all cycles of the run together
+     * @param time       seconds since the epoch
+     * @param clockSteps seconds by which the clock has stepped during the run, all steps together
+     * @param total      duration of all cycles of the run together
      */
-    public record Cycle(long time, double sampling, double forecasts, double writing, double total) {
+    public record Cycle(long time, long clockSteps, double sampling, double forecasts, double writing, double total) {
+
+        /** A cycle of a run whose clock nobody has set. */
+        public Cycle(long time, double sampling, double forecasts, double writing, double total) {
+            this(time, 0, sampling, forecasts, writing, total);
+        }
 
         /** How long the cycle took, without the pause behind it. */
         double seconds() {

@@ -86,6 +86,7 @@ final class NewsDesk {
     /** What is at its limit in the first cycle was found there; a disk that comes later and is full has reached it. */
     private boolean isFirstCycle = true;
     private long lastEnded;
+    private long clockSteps;
     private volatile long lastSerial;
 
     /**
@@ -123,6 +124,7 @@ final class NewsDesk {
         }
         Map<Key, Event> now = eventsBefore(serial);
         isFirstCycle = publication.cycles() <= 1;
+        followClock(publication.state().map(state -> state.cycle().clockSteps()).orElse(0L));
         new Edition(publication.state().orElse(null), now).tell();
         synchronized (waiting) {
             now.keySet().forEach(key -> waiting.computeIfPresent(key, (same, one) -> one.after(serial)));
@@ -133,6 +135,15 @@ final class NewsDesk {
     /** Hands on what still waits, as no publication follows: a run that could not start has none. */
     synchronized void close() {
         new Edition(null, eventsBefore(Long.MAX_VALUE)).tell();
+    }
+
+    /** Moves what was told with the clock, as the library moves its episodes: a step of it makes nothing new. */
+    private void followClock(long steps) {
+        long step = steps - clockSteps;
+        if (step != 0) {
+            told.replaceAll((subject, known) -> new Told(known.onset == 0 ? 0 : known.onset + step, known.at + step));
+            clockSteps = steps;
+        }
     }
 
     private Map<Key, Event> eventsBefore(long serial) {

@@ -87,6 +87,18 @@ final class SampleHistory {
         size = kept;
     }
 
+    /** Moves all times with a clock that has stepped by so many seconds; forgets all when one cannot be kept then. */
+    void move(long seconds) {
+        for (int i = 0; i < size; i++) {
+            long moved = time(i) + seconds;
+            if (moved >>> Integer.SIZE != 0) {
+                size = 0;
+                return;
+            }
+            times[slot(i)] = (int) moved;
+        }
+    }
+
     /** Keeps no more than so many samples from now on. */
     void limit(int fewer) {
         most = Math.min(most, fewer);

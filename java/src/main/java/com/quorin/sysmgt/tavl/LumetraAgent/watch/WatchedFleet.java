@@ -34,6 +34,7 @@ final class WatchedFleet {
     private final Map<Integer, WatchedResource> all = new HashMap<>();
     private RunState state;
     private long cycle;
+    private long clockSteps;
 
     /** Takes up a line of an earlier run. */
     void takeHistory(ArchiveLine line) {
@@ -46,6 +47,11 @@ final class WatchedFleet {
      * @param number the cycle's number in this run, from 1 on
      */
     void take(long number, RunState newest) {
+        long step = newest.cycle().clockSteps() - clockSteps;
+        if (step != 0) {
+            all.values().forEach(r -> r.history().move(step));
+            clockSteps += step;
+        }
         for (RunResource said : newest.resources()) {
             resource(said.identity().id()).take(number, newest.cycle().time(), said);
         }

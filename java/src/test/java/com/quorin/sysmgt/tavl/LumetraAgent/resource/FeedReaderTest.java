@@ -60,7 +60,7 @@ class FeedReaderTest {
 
     /** A run with one thing left out and two resources, the first without a forecast. */
     private byte[] running() {
-        head(1, 7).number(1_700_000_000).real(1.5, 2.5, 0.25, 40).longNumber(123_456_789_012L);
+        head(1, 7).longNumber(4_102_444_800L).longNumber(-3600).real(1.5, 2.5, 0.25, 40).longNumber(123_456_789_012L);
         longNumber(4_300_000_000L).number(2).text("../data/", "../data/archive", "pad", "resources.txt",
                 "AutoConfig.ini");
         number(10_000, 1, 48, 50, 200).flag(1).number(1).text("a line", "a reason").number(3)
@@ -68,11 +68,11 @@ class FeedReaderTest {
         number(2);
         number(3).text("PercentSwapSpaceUsed", "_Total", "PercentSwapSpaceUsed", "Swap").number(-1);
         real(12.5).flag(1).real(2048).flag(0).real(0).number(3).real(0, 100).number(2);
-        real(4.8).number(1728, 20, 0).text("").real(-1).flag(0).real(0).number(0).longNumber(0).number(0);
+        real(4.8).number(1728, 20).longNumber(0).text("").real(-1).flag(0).real(0).number(0).longNumber(0).number(0);
         number(4).text("LogicalDisk", "/dev/\u00c3\u00a9\u00ff /m", "PercentFreeSpaceUsed", "Space").number(9);
         real(99).flag(0).real(1).flag(1).real(512).number(1).real(-1, 100).number(0);
-        real(0.5).number(180, 179, 1_700_000_000).text("mean").real(2.25).flag(1).real(99.5).number(5).longNumber(1234)
-                .number(2);
+        real(0.5).number(180, 179).longNumber(4_102_444_790L).text("mean").real(2.25).flag(1).real(99.5).number(5)
+                .longNumber(1234).number(2);
         number(1).longNumber(8).number(4).text("Space", "/dev/x /m").number(0).longNumber(10).longNumber(20)
                 .longNumber(30);
         number(2).longNumber(40).longNumber(50).real(60.5, 70.5).number(5).real(1, 2, 3, 4, Double.NaN);
@@ -94,10 +94,10 @@ class FeedReaderTest {
                 new RunResource.Reading(99, false, 1, true, 512),
                 new RunResource.Analysis(
                         1, new RunResource.Limits(-1, 100, RunResource.Reached.NONE), 0.5, 180, 179),
-                new RunResource.Forecast(1_700_000_000, "mean", 2.25),
+                new RunResource.Forecast(4_102_444_790L, "mean", 2.25),
                 new RunResource.Notification(true, 99.5, 5, 1234), RunResource.WatchReason.NAMED);
         assertEquals(new Publication(17, 7, Optional.of(new RunState(
-                new RunState.Cycle(1_700_000_000, 1.5, 2.5, 0.25, 40),
+                new RunState.Cycle(4_102_444_800L, -3600, 1.5, 2.5, 0.25, 40),
                 new RunState.Archive("../data/archive", 123_456_789_012L,
                         new RunState.Resumed(4_300_000_000L, 2)),
                 new RunState.Settings("../data/", 10_000, 1, 48, 200), true,
@@ -146,7 +146,7 @@ class FeedReaderTest {
 
     private byte[] withForecast() {
         number(HostFeed.VERSION).number(2).real(1, 40, 2, 41);
-        number(1_700_000_000).text("mean").real(3).real(70.5).number(1).real(5, 99);
+        longNumber(4_102_444_800L).text("mean").real(3).real(70.5).number(1).real(5, 99);
         number(1).longNumber(77).longNumber(88);
         return made();
     }
@@ -157,7 +157,7 @@ class FeedReaderTest {
         assertArrayEquals(new double[] {1, 2}, curves.samples().times());
         assertArrayEquals(new double[] {40, 41}, curves.samples().values());
         Curves.Forecast forecast = curves.forecast().get();
-        assertEquals(new RunResource.Forecast(1_700_000_000, "mean", 3), forecast.outcome());
+        assertEquals(new RunResource.Forecast(4_102_444_800L, "mean", 3), forecast.outcome());
         assertEquals(70.5, forecast.level());
         assertArrayEquals(new double[] {5}, forecast.points().times());
         assertArrayEquals(new double[] {99}, forecast.points().values());
@@ -165,7 +165,7 @@ class FeedReaderTest {
 
     @Test
     void beforeTheFirstForecastThereAreSamplesAlone() {
-        number(HostFeed.VERSION).number(0).number(0).text("").real(-1).real(0).number(0).number(0);
+        number(HostFeed.VERSION).number(0).longNumber(0).text("").real(-1).real(0).number(0).number(0);
         assertTrue(FeedReader.curves(made()).forecast().isEmpty());
     }
 

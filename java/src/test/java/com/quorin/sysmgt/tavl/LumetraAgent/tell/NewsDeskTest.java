@@ -28,6 +28,7 @@ class NewsDeskTest {
     private NewsDesk desk = desk(0);
     private long cycles;
     private long now = GivenResource.START;
+    private long clockSteps;
 
     private NewsDesk desk(int remindHours) {
         return new NewsDesk(news::add, (name, instance) -> "record of " + name, Duration.ofHours(remindHours),
@@ -73,7 +74,8 @@ class NewsDeskTest {
     /** Publishes a cycle; what is told then. */
     private List<String> cycle(GivenResource... resources) {
         RunState state = GivenResource.state(now, resources);
-        return publish(Optional.of(new RunState(state.cycle(), state.archive(), state.settings(), false,
+        RunState.Cycle cycle = new RunState.Cycle(now, clockSteps, 0, 0, 0, 0);
+        return publish(Optional.of(new RunState(cycle, state.archive(), state.settings(), false,
                 state.leftOut(), state.resources(), List.copyOf(ended))));
     }
 
@@ -97,6 +99,24 @@ class NewsDeskTest {
         assertEquals(List.of(), cycle(disk(5)));
         exhaustion();
         assertEquals(List.of(), cycle(disk(5)));
+    }
+
+    @Test
+    void aStepOfTheClockMakesNoEpisodeNewAndRemindsOfNone() {
+        desk = desk(24);
+        exhaustion();
+        cycle(disk(500_000));
+        for (long step : new long[] {30 * HOUR, -40 * HOUR}) {
+            clockSteps += step;
+            now += step;
+            exhaustion();
+            assertEquals(List.of(), cycle(disk(500_000 + clockSteps)));
+            exhaustion();
+            assertEquals(List.of(), cycle(disk(500_000 + clockSteps)));
+        }
+        now += 24 * HOUR;
+        exhaustion();
+        assertEquals(1, cycle(disk(500_000 + clockSteps)).size(), "the reminder of a day that went by");
     }
 
     @Test

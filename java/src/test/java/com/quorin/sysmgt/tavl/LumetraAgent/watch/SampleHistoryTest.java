@@ -64,6 +64,26 @@ class SampleHistoryTest {
     }
 
     @Test
+    void allTimesMoveWithTheClock() {
+        SampleHistory small = new SampleHistory(3);
+        for (int i = 0; i < 5; i++) {
+            small.add(1000 + i, i);
+        }
+        small.move(-500);
+        assertArrayEquals(new double[] {502, 503, 504}, small.between(0, 2000).times());
+        assertArrayEquals(new double[] {2, 3, 4}, small.between(0, 2000).values());
+        small.add(505, 5);
+        assertArrayEquals(new double[] {503, 504, 505}, small.between(0, 2000).times());
+        small.move(-504);
+        assertEquals(0, small.between(0, Double.MAX_VALUE).length());
+        history.add(0xffff_fffeL, 1);
+        history.move(1);
+        assertArrayEquals(new double[] {0xffff_ffffL}, all().times());
+        history.move(1);
+        assertEquals(0, all().length());
+    }
+
+    @Test
     void whatStandsForNoSampleIsLeftOut() {
         history.add(1, SampleHistory.NO_SAMPLE);
         history.add(2, -0.99);

@@ -1,5 +1,6 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.watch;
 
+import static org.junit.jupiter.api.Assertions.assertArrayEquals;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertNull;
 
@@ -8,6 +9,7 @@ import com.quorin.sysmgt.tavl.LumetraAgent.files.ArchiveLine;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.GivenResource;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.ResourceState;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.RunResource;
+import com.quorin.sysmgt.tavl.LumetraAgent.resource.RunState;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Snapshot;
 import java.util.List;
 import java.util.Map;
@@ -35,6 +37,19 @@ class WatchedFleetTest {
     private Snapshot.Resource row(int id) {
         return fleet.rows(stale, (key, n) -> Snapshot.Track.NONE).stream().filter(r -> r.id() == id).findFirst()
                 .orElseThrow();
+    }
+
+    @Test
+    void historiesMoveWithTheClockOnce() {
+        cycle(1, START, swap);
+        for (int number = 2; number < 4; number++) {
+            RunState state = GivenResource.state(START + 86_400 + 12 * number, swap);
+            RunState.Cycle cycle = new RunState.Cycle(state.cycle().time(), 86_400, 0, 0, 0, 0);
+            fleet.take(number, new RunState(cycle, state.archive(), state.settings(), false, List.of(),
+                    state.resources()));
+        }
+        assertArrayEquals(new double[] {START + 86_400, START + 86_424, START + 86_436},
+                fleet.listed(3).history().between(0, Double.MAX_VALUE).times());
     }
 
     @Test
