@@ -127,6 +127,8 @@ public:
     bool isYoung(std::int64_t time) const { return isWithin(longestWindow_, time); }
 
     void take(const ArchiveReader::Sample& sample) {
+        if (!isYoung(sample.time)) // and lines of a clock that was far behind are no measure for others
+            return;
         if (line_ != sample.time && line_)
             follow(sample.time);
         line_ = sample.time;

@@ -434,6 +434,17 @@ TEST_F(ReadBack, AWhileOfAWrongClockMovesNothingOfWhatWasBefore) {
     EXPECT_EQ(ages(samples(link), now), (std::vector<long>{-6, -5, -4, -3, -2}));
 }
 
+TEST_F(ReadBack, AWhileOfAClockThatWasFarBehindMovesNothing) {
+    Link& link = add(1);
+    std::string text;
+    line(text, now - 6, 1);
+    line(text, 1000, 2);
+    line(text, 1001, 3);
+    line(text, now - 2, 4);
+    EXPECT_EQ(readBack(text), 1);
+    EXPECT_EQ(ages(samples(link), now), (std::vector<long>{-6, -2}));
+}
+
 TEST_F(ReadBack, WhatAStepBackMakesOlderThanTheWindowGoes) {
     Link& link = add(1);
     std::string text;
