@@ -95,27 +95,13 @@ void Replay::take(const ArchivedCycle& cycle, ReplaySink& sink) {
     if (lines_++ % std::max(request_.settings.every, 1) != 0)
         return;
     ++progress_.cycles;
-    if (progress_.from == 0)
-        progress_.from = progress_.to = cycle.time;
-    followClock(cycle.time);
+    progress_.from = progress_.from == 0 ? cycle.time : progress_.from;
     progress_.to = cycle.time;
     for (; nextStart_ < request_.starts.size() && request_.starts[nextStart_].time <= cycle.time;
          ++nextStart_)
         startRun(request_.starts[nextStart_]);
     for (const ArchivedSample& sample : cycle.samples)
         takeSample(cycle.time, sample, sink);
-}
-
-/// Goes along with the clock from the cycle before to the one at `time`.
-void Replay::followClock(std::int64_t time) {
-    const double step = stepBack(static_cast<double>(progress_.to), static_cast<double>(time),
-                                 resources_.millisecondsPerSample());
-    if (step == 0.0)
-        return;
-    for (const auto& [rid, resource] : sampled_) {
-        followStepBack(*resource->link, static_cast<double>(time), step);
-        keepWithinWindow(*resource->link, static_cast<double>(time));
-    }
 }
 
 void Replay::startRun(const RunStart& start) {

@@ -111,7 +111,6 @@ private:
     void forecast(Resource& resource, std::int64_t time, double value, ReplaySink& sink);
     void judgeRivals(Resource& resource, const Observation& seen, ReplaySink& sink);
     void startRun(const RunStart& start);
-    void followClock(std::int64_t time);
     Resource* find(std::int32_t rid);
     bool openNext(ReplaySink& sink);
 

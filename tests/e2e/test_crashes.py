@@ -183,7 +183,7 @@ class C2_PowerCut(CrashTest):
         for content in damaged:
             home, result = self.start_after(model, "scratch pad", content, content)
             self.assertEqual(result.fatal(), [])
-            before = {"scratch pad": content}
+            before = {"scratch pad": content, "archive": model.snapshot()["archive"]}
             self.assertEqual(check_home.check(home.layout, before=before), [], content)
             self.assertEqual(len(home.archive_lines()[-1][1]), 4)
             home.remove()

@@ -397,39 +397,6 @@ std::string moved(const std::string& archive, const std::function<std::int64_t(s
     return text;
 }
 
-TEST_F(ReplayTest, BehindAClockThatWasPutBackForecastsGoOnAsIfItHadBeenRightBefore) {
-    fill(3, 0, 1500, leak);
-    const std::string archived = archive();
-    const RecordingReplay straight = replay();
-    cycles.clear();
-    for (const std::int64_t step : {std::int64_t{3600}, std::int64_t{86400}}) {
-        const std::int64_t turn = start + 900 * 60;
-        test::writeFile(request.archives.front(),
-                        moved(archived, [&](std::int64_t time) { return time < turn ? time + step : time; }));
-        const RecordingReplay told = replay();
-        std::vector<Told> expected = straight.told;
-        for (auto& [time, rid, what] : expected)
-            time += time < turn ? step : 0;
-        EXPECT_EQ(told.told, expected) << step;
-    }
-}
-
-TEST_F(ReplayTest, ALineOfAWrongClockCostsNothingOfWhatWasBefore) {
-    fill(3, 0, 1500, leak);
-    const std::string archived = archive();
-    const std::vector<Told> straight = replay().told;
-    cycles.clear();
-    for (const std::int64_t wrong : {start + 500'000'000, std::int64_t{253402300799}}) {
-        const std::int64_t turn = start + 900 * 60;
-        test::writeFile(request.archives.front(),
-                        moved(archived, [&](std::int64_t time) { return time == turn ? wrong : time; }));
-        std::vector<Told> told = replay().told;
-        std::erase_if(told, [&](const Told& one) { return std::get<0>(one) == wrong; });
-        EXPECT_EQ(told.back(), straight.back());
-        EXPECT_EQ(std::get<2>(told.back()), Happening::limitReached);
-    }
-}
-
 TEST_F(ReplayTest, TimesAtTheEdgeOfTheirRangeOverflowNothing) {
     fill(3, 0, 300, [](int i) { return 20.0 + 0.2 * i; }); // an exhaustion lies ahead
     const std::string archived = archive();
