@@ -20,6 +20,18 @@ Clock::Moment Clock::now() {
     return std::chrono::steady_clock::now();
 }
 
+Clock::Reading Clock::read() {
+    // These two tick together, and between two looks at them nothing but a tick can come.
+    timespec wall{};
+    timespec steady{};
+    ::clock_gettime(CLOCK_REALTIME_COARSE, &wall);
+    ::clock_gettime(CLOCK_MONOTONIC_COARSE, &steady);
+    const auto since = [](const timespec& time) {
+        return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+    };
+    return {since(wall), Moment(since(steady))};
+}
+
 void Clock::pause(std::chrono::seconds time) {
     std::this_thread::sleep_for(time);
 }

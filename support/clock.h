@@ -23,6 +23,13 @@ public:
 
     virtual Moment now();
 
+    /// Both as of one moment, to the clock ticks of the kernel.
+    struct Reading {
+        std::chrono::nanoseconds wall{}; ///< the time of day since the epoch
+        Moment steady;
+    };
+    virtual Reading read();
+
     /// Comes back after that time, whatever signals arrive.
     virtual void pause(std::chrono::seconds time);
 

@@ -10,11 +10,12 @@ double toleratedDrift(std::int32_t millisecondsPerSample) {
 }
 
 ClockSteps::Look ClockSteps::look(std::int32_t millisecondsPerSample) {
-    const Before now{systemClock().now(), systemClock().wallTime()};
-    Look look{now.wall};
+    const Clock::Reading now = systemClock().read();
+    Look look{std::chrono::floor<std::chrono::seconds>(now.wall).count()};
     if (before_) {
-        const std::chrono::duration<double> gone = now.moment - before_->moment;
-        const double drift = static_cast<double>(now.wall - before_->wall) - gone.count();
+        const std::chrono::duration<double> gained =
+            (now.wall - before_->wall) - (now.steady - before_->steady);
+        const double drift = gained.count();
         if (std::abs(drift) > toleratedDrift(millisecondsPerSample))
             look.step = std::llround(drift);
     }

@@ -8,8 +8,8 @@
 namespace obrin {
 
 /// Seconds that the time of day may gain or lose against the time that goes by, from one cycle to the next,
-/// before that counts as a step: two sample periods, and one second because the time of day is told in whole
-/// ones. What is slewed stays far below it.
+/// before that counts as a step: two sample periods, and one second because times are kept in whole ones.
+/// What is slewed stays far below it.
 double toleratedDrift(std::int32_t millisecondsPerSample);
 
 /// Notices when somebody sets the clock, and when the machine was suspended, which stops the time that goes
@@ -27,12 +27,7 @@ public:
     std::int64_t total() const { return total_; }
 
 private:
-    struct Before {
-        Clock::Moment moment;
-        std::time_t wall;
-    };
-
-    std::optional<Before> before_;
+    std::optional<Clock::Reading> before_;
     std::int64_t total_ = 0;
 };
 

@@ -1,5 +1,6 @@
 // Preloaded, tells a process the time of day that stands in the file that TURNED_TIME names: eight bytes,
-// whole seconds. It stands still until somebody writes another. Time that is waited for is the real one.
+// whole seconds. It stands still until somebody writes another. The coarse monotonic time goes along, so that
+// this is time that goes by and no clock that is set. Time that is waited for is the real one.
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -11,6 +12,7 @@
 #include <unistd.h>
 
 static const volatile int64_t* seconds;
+static int64_t first;
 static int (*real)(clockid_t, struct timespec*);
 
 __attribute__((constructor)) static void begin(void) {
@@ -18,8 +20,10 @@ __attribute__((constructor)) static void begin(void) {
     const char* path = getenv("TURNED_TIME");
     int file = path == NULL ? -1 : open(path, O_RDONLY | O_CLOEXEC);
     void* memory = file < 0 ? MAP_FAILED : mmap(NULL, sizeof *seconds, PROT_READ, MAP_SHARED, file, 0);
-    if (memory != MAP_FAILED)
+    if (memory != MAP_FAILED) {
         seconds = memory;
+        first = *seconds;
+    }
     if (file >= 0)
         close(file);
 }
@@ -30,6 +34,8 @@ int clock_gettime(clockid_t clock, struct timespec* now) {
     int result = real(clock, now);
     if ((clock == CLOCK_REALTIME || clock == CLOCK_REALTIME_COARSE) && seconds != NULL)
         *now = (struct timespec){.tv_sec = *seconds};
+    if (clock == CLOCK_MONOTONIC_COARSE && seconds != NULL)
+        now->tv_sec += *seconds - first;
     return result;
 }
 

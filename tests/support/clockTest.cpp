@@ -57,6 +57,17 @@ TEST(RealClock, IsTheTimeOfTheMachine) {
     EXPECT_LE(now, std::chrono::steady_clock::now());
 }
 
+TEST(RealClock, BothTimesAreReadAtOnce) {
+    const std::time_t before = std::time(nullptr);
+    const Clock::Moment begin = std::chrono::steady_clock::now();
+    const Clock::Reading reading = systemClock().read();
+    constexpr auto tick = 20ms;
+    EXPECT_GE(reading.wall, std::chrono::seconds(before) - tick);
+    EXPECT_LE(reading.wall, std::chrono::seconds(std::time(nullptr) + 1) + tick);
+    EXPECT_GE(reading.steady, begin - tick);
+    EXPECT_LE(reading.steady, std::chrono::steady_clock::now());
+}
+
 TEST(RealClock, APauseLastsItsTime) {
     const Clock::Moment begin = systemClock().now();
     systemClock().pause(1s);

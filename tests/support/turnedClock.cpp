@@ -28,6 +28,11 @@ Clock::Moment TurnedClock::now() {
     return Moment(gone_);
 }
 
+Clock::Reading TurnedClock::read() {
+    MutexLock lock(lock_);
+    return {seconds(wallAtNothing_) + gone_, Moment(gone_)};
+}
+
 void TurnedClock::pause(seconds time) {
     tell("pause", &TurnedClock::pauses_, time);
     turn(time);

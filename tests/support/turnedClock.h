@@ -21,6 +21,7 @@ public:
 
     std::time_t wallTime() override;
     Moment now() override;
+    Reading read() override;
     void pause(std::chrono::seconds time) override;
     int waitUntil(pthread_cond_t* condition, pthread_mutex_t* mutex, Moment deadline) override;
 
