@@ -38,6 +38,11 @@ public:
             onWallTime();
         return TurnedClock::wallTime();
     }
+    Reading read() override {
+        if (onWallTime)
+            onWallTime();
+        return TurnedClock::read();
+    }
 
     std::function<void()> onWallTime;
 };
