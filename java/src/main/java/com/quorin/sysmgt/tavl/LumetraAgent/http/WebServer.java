@@ -256,7 +256,7 @@ public final class WebServer implements AutoCloseable {
             if (client != null) {
                 admit(client, now);
             }
-        } catch (IOException e) { // no descriptors, as a rule: the client waits, and would wake this thread all the time
+        } catch (IOException e) { // no descriptors, as a rule: the client waits, and would wake this thread at once
             listening.interestOps(0);
             acceptFrom = now + RETRY_AFTER;
         }

@@ -28,6 +28,7 @@ class StrangersTest {
 
     private static final Duration SHORT = Duration.ofMillis(50);
     private static final Duration LONG = Duration.ofHours(1);
+    private static final WebContent LARGE = new WebContent("text/plain", new byte[32 << 20]);
     private static final int MAKERS = 4;
     private static final String END = "Host: localhost\r\nConnection: close\r\n\r\n";
     private static final String STAY = "Host: localhost\r\n\r\n";
@@ -50,8 +51,7 @@ class StrangersTest {
 
     private void start(Duration request, Duration idle, Duration answer, Duration end) throws IOException {
         WebContent small = new WebContent("text/plain", "small".getBytes());
-        WebContent large = new WebContent("text/plain", new byte[32 << 20]);
-        WebRoutes routes = new WebRoutes().add("/small", WebRoute.fixed(small)).add("/large", WebRoute.fixed(large))
+        WebRoutes routes = new WebRoutes().add("/small", WebRoute.fixed(small)).add("/large", WebRoute.fixed(LARGE))
                 .add("/wait", (path, query) -> {
                     try {
                         released.await();
