@@ -131,7 +131,7 @@ class FewProcesses(TroubleTest):
 
     def test_the_page_goes_before_the_agent(self):
         port = free_port()
-        machine, home = self.run_with(26, min(JDKS.items())[1], "--port", str(port))
+        machine, home = self.run_with(25, min(JDKS.items())[1], "--port", str(port))
         self.assertIn("unable to create native thread", machine.expect("The page is not available: "))
         self.more_lines(machine, home, 3)
         with self.assertRaises(ConnectionRefusedError):
@@ -298,7 +298,7 @@ class SmallHeap(TroubleTest):
 
     def test_sixty_clients_that_stay_cost_the_page_no_memory(self):
         """The list of many resources is megabytes, of which no connection may keep any."""
-        home = self.small_home([declaration(f"Counter{i}", "x" * 100, f"Counter{i}") for i in range(4000)])
+        home = self.small_home([declaration(f"Counter{i}", "x" * 100, f"Counter{i}") for i in range(4000)], period=1000)
         self.fill_events(home)
         port = free_port()
         machine = self.shipped(home, "--port", str(port))
@@ -309,7 +309,8 @@ class SmallHeap(TroubleTest):
                     for connection in connections]
         self.more_lines(machine, home, 3)
         self.assertNotIn("OutOfMemoryError", machine.output())
-        self.assertEqual(set(statuses), {200})
+        self.assertEqual(set(statuses[:60]), {200})
+        self.assertLessEqual(set(statuses[60:]), {200, "closed"})  # for having said nothing for so long, on a busy machine
         for connection in connections:
             connection.close()
         self.assertEqual(ask(port, RESOURCES)[0], 200)

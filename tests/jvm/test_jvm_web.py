@@ -322,12 +322,8 @@ class Served(SharedAgentTest):
         self.assertLess(peak, 400)
         self.machine.until(lambda: descriptors(pid) <= before + 3, "the descriptors' return")
 
-
-class Hostile(WebTest):
     def test_clients_that_crawl_hold_up_neither_the_agent_nor_others(self):
-        home = self.fresh_home()
-        machine, port = self.page(home)
-        self.lines(machine, home, 1)
+        machine, home, port = self.machine, self.home, self.port
         threads = page_threads(machine.process.pid)
         before = descriptors(machine.process.pid)
         is_over = threading.Event()
@@ -373,12 +369,9 @@ class Hostile(WebTest):
         crawler.join()
         self.assertEqual(ask(port, RESOURCES)[0], 200)
         self.assertEqual(page_threads(machine.process.pid), threads)
-        self.terminate(machine, home)
 
     def test_a_client_that_cannot_be_accepted_costs_no_processor_time(self):
-        home = self.fresh_home(period=1000)
-        machine, port = self.page(home)
-        pid = machine.process.pid
+        machine, port, pid = self.machine, self.port, self.machine.process.pid
         self.await_resources(machine, port)
         subprocess.run(["prlimit", "--pid", str(pid), "--nofile=3:"], check=True)
         with socket.create_connection(("127.0.0.1", port)) as waiting:
@@ -391,7 +384,6 @@ class Hostile(WebTest):
             self.assertEqual(select.select([waiting], [], [], 0)[0], [], "it was accepted")
             subprocess.run(["prlimit", "--pid", str(pid), "--nofile=1000:"], check=True)
             self.assertIn(b" 200 ", waiting.recv(100))
-        self.terminate(machine)
 
 
 if __name__ == "__main__":

@@ -345,6 +345,9 @@ class StrangersTest {
         start();
         for (int i = 0; i < 2 * WebServer.CONNECTIONS; i++) {
             client("127.0.0.2").send("GET /wait HTTP/1.1\r\n" + STAY);
+            try (Wire later = client().send("\n")) { // whose answer needs no thread of those that are busy
+                assertEquals(400, later.receive().status());
+            }
         }
         Wire guest = client().send(GET + END);
         released.countDown();
