@@ -113,12 +113,15 @@ class FewProcesses(TroubleTest):
         machine, home = self.run_with(limit, min(JDKS.items())[1], "--port", str(port))
         machine.expect("The page is at ")
         self.more_lines(machine, home, 1)
+        threads = page_threads(machine.process.pid)
+        self.assertEqual(threads, ["lumetra-web", *(f"lumetra-web-{number}" for number in range(1, 5))])
         self.allow(machine, home, 1, limit)
         for _ in range(8):
             for path in ("/", RESOURCES, "/metrics"):
                 self.assertEqual(ask(port, path)[0], 200)
         self.more_lines(machine, home, 3)
         self.assertNotIn("Failed to start the native thread for java.lang.Thread \"lumetra-", machine.output())
+        self.assertEqual(page_threads(machine.process.pid), threads)
         self.allow(machine, home, limit, limit)
         self.terminate(machine)
 
@@ -342,7 +345,7 @@ class SmallHeap(TroubleTest):
                     seen.append((path, ask(port, path, **encoding)[0]))
                 asked += 1
 
-        threads = [threading.Thread(target=look, args=(number,)) for number in range(clients)]
+        threads = [threading.Thread(target=look, args=(number,), daemon=True) for number in range(clients)]
         for thread in threads:
             thread.start()
         try:
