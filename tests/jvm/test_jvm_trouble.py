@@ -328,11 +328,12 @@ class SmallHeap(TroubleTest):
 
     def sample_and_ask(self, resources, clients, cycles):
         """The page and the metrics of all of them, asked by several at once, while the agent goes on."""
-        home = self.small_home([declaration(f"Counter{i}", "x" * 100, f"Counter{i}") for i in range(resources)], period=2000)
+        home = self.small_home([declaration("PercentFileDescriptorsUsed", f"copy {i}") for i in range(resources)], period=2000)
         port = free_port()
         machine = self.shipped(home, "--port", str(port))
         machine.expect("The page is at ")
         self.more_lines(machine, home, 1)
+        self.assertEqual(len(home.archive_lines()[0][1]), resources)
         before = page_threads(machine.process.pid)
         is_over = threading.Event()
         seen = []
@@ -359,7 +360,8 @@ class SmallHeap(TroubleTest):
         self.assertGreaterEqual(len(seen), 9 * clients, "a client that gave up")
         self.assertEqual(page_threads(machine.process.pid), before)
         self.more_lines(machine, home, 1)
-        self.assertEqual(ask(port, RESOURCES)[0], 200)
+        self.assertEqual(len(json.loads(ask(port, RESOURCES)[2])["resources"]), resources)
+        self.assertEqual(ask(port, "/metrics")[2].count(b"\nlumetra_resource_used_ratio{"), resources)
         self.terminate(machine)
 
     def hog(self, home, port):
