@@ -89,6 +89,12 @@ def host_command(home, library, *options, port=0, java=()):
             "--config", "../config/AutoConfig.ini", *options]
 
 
+def page_threads(pid):
+    """The names of those that answer for the page, sorted."""
+    names = [agent_home.read(f"/proc/{pid}/task/{task}/comm").strip() for task in os.listdir(f"/proc/{pid}/task")]
+    return sorted(name for name in names if name.startswith("lumetra-web"))
+
+
 class Machine:
     """One Java machine at work in a home's bin directory."""
 
@@ -268,5 +274,5 @@ class JavaTest(unittest.TestCase):
 
 
 __all__ = ["BUILD", "COMPLAINTS", "JAR", "JAVA_OPTIONS", "LIBRARY", "LONG", "PROGRAM", "PROJECT", "TESTS", "JavaTest",
-           "Machine", "api", "ask", "built_once", "classes_of", "free_port", "host_command", "long_only", "often", "remaining", "some",
-           "wait_until"]
+           "Machine", "api", "ask", "built_once", "classes_of", "free_port", "host_command", "long_only", "often", "page_threads",
+           "remaining", "some", "wait_until"]

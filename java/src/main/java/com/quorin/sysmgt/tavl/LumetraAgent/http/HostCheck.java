@@ -30,13 +30,9 @@ public final class HostCheck {
         more.forEach(name -> names.add(plain(name)));
     }
 
-    /**
-     * Whether a request may be answered: it has exactly one Host header, and this means this machine.
-     *
-     * @param headers null for none
-     */
+    /** Whether a request may be answered: it has exactly one Host header, and this means this machine. */
     boolean allows(List<String> headers) {
-        if (headers == null || headers.size() != 1 || headers.get(0) == null) {
+        if (headers.size() != 1) {
             return false;
         }
         String host = headers.get(0);

@@ -146,12 +146,9 @@ public final class WebContent {
     /**
      * Whether a client's If-None-Match names this content, in either form.
      *
-     * @param header null for none
+     * @param header empty for none
      */
     boolean isKnownTo(String header) {
-        if (header == null) {
-            return false;
-        }
         for (String part : header.split(",")) {
             String candidate = part.strip();
             if (candidate.startsWith("W/")) {

@@ -21,6 +21,11 @@ public final class WebProblem extends Exception {
         this.status = status;
     }
 
+    /** The answer to a request beyond the bounds. */
+    static WebProblem tooLarge() {
+        return new WebProblem(431, "A request may have 64 headers, and 16 KiB together.");
+    }
+
     public int status() {
         return status;
     }
