@@ -31,6 +31,7 @@ public:
 
     const ParseResult& parsed() const { return parsed_; }
     std::string written() const { return resourceTextFromChain(clasp_, date); }
+    const Link* first() const { return clasp_.pFirstLink; }
     bool has(const DeclaredInput& input) const {
         for (const Link* link = clasp_.pFirstLink; link != nullptr; link = link->pNextLink)
             if (link->Descriptor0 == input.object && link->Descriptor1 == input.instance &&
@@ -95,6 +96,25 @@ void checkAgainstReport(const Run& run, const DeclarationReport& report) {
                 "the check knows what is replaced");
 }
 
+/// To the six decimals that are written.
+bool isSame(double a, double b) {
+    return std::fabs(a - b) <= 1e-6 || a == b || (std::isnan(a) && std::isnan(b));
+}
+
+bool isSame(const Link& a, const Link& b) {
+    return a.NameIs == b.NameIs && a.CulpritMarker == b.CulpritMarker &&
+           a.AnalyticalMethod == b.AnalyticalMethod && isSame(a.UpperLimitAbs, b.UpperLimitAbs) &&
+           isSame(a.UpperLimitCalc, b.UpperLimitCalc) && isSame(a.LowerLimitAbs, b.LowerLimitAbs) &&
+           isSame(a.LowerLimitCalc, b.LowerLimitCalc);
+}
+
+/// The resources of both runs, which the chain has in the order of their numbers.
+void checkSameLinks(const Link* before, const Link* now) {
+    for (; before != nullptr && now != nullptr; before = before->pNextLink, now = now->pNextLink)
+        require(CompareLinks(before, now) == 2 && isSame(*before, *now), "a resource is declared as it was");
+    require(before == nullptr && now == nullptr, "the same resources are declared");
+}
+
 void checkWrittenBack(Run& run, const std::string& pad) {
     const std::string text = run.written();
     bool areAllKept = true;
@@ -107,8 +127,10 @@ void checkWrittenBack(Run& run, const std::string& pad) {
         const auto before = numbers.find(identity);
         require(before == numbers.end() || before->second == rid, "a known resource keeps its number");
     }
-    if (areAllKept)
-        require(again.written() == text, "what is written back parses to the same");
+    if (!areAllKept)
+        return;
+    checkSameLinks(run.first(), again.first());
+    require(again.written() == text, "what is written back parses to the same");
 }
 
 void checkFeed(std::string_view input, std::int32_t period, std::int32_t maxForecastHours) {
