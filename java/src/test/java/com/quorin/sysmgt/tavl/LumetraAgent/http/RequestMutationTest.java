@@ -22,7 +22,7 @@ import org.junit.jupiter.api.Test;
 class RequestMutationTest {
 
     private static final long SEED = 20261122;
-    private static final String[] WORDS = {"%", "%2e%2e/", "..", "//", "?", "#", "&", "limit=", "9999999999", "-1", " ",
+    private static final String[] WORDS = {"%", "%2e%2e/", "..", "//", "?", "#", "&", "limit=", "9".repeat(20), "-1", " ",
         "\u0000", "\u00ff", ";", ",", "*/*", "text/plain;q=0.5", "application/openmetrics-text;version=1.0.0", "\t"};
 
     private static final Pattern MACHINE = Pattern.compile(
@@ -47,11 +47,17 @@ class RequestMutationTest {
         Mutations queries = Mutations.ofTexts(SEED, List.of("limit=10", "limit=1000", ""), WORDS);
         Mutations forms = Mutations.ofTexts(SEED, List.of("*/*", "text/plain;version=0.0.4;q=0.3,*/*;q=0.1",
                 "application/openmetrics-text;version=1.0.0;charset=utf-8;q=0.6"), WORDS);
+        Mutations ids = Mutations.ofTexts(SEED, List.of("7", "1", "2147483647", "9999999999"), WORDS);
         int answered = 0;
         for (int i = Mutations.often(2000); i > 0; i--) {
-            String path = i % 2 == 0 ? paths.nextText() : "/api/v1/event-groups";
-            String query = i % 3 == 0 ? null : queries.nextText();
-            int status = status(i % 5 == 0 ? "/metrics" : path, i % 5 == 0 ? null : query, forms.nextText());
+            String path = switch (i % 4) {
+                case 0 -> "/metrics";
+                case 1 -> "/api/v1/resources/" + ids.nextText() + "/trend";
+                case 2 -> "/api/v1/event-groups";
+                default -> paths.nextText();
+            };
+            String query = i % 4 < 2 ? null : queries.nextText();
+            int status = status(path, query, forms.nextText());
             assertTrue(status == 200 || status == 400 || status == 404, status + " for " + path + "?" + query);
             answered += status == 200 ? 1 : 0;
         }
@@ -90,8 +96,9 @@ class RequestMutationTest {
     void whateverIsSentTheServerAnswersOrHangsUpAndServesTheNext() throws IOException {
         String right = "GET /-/healthy HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n";
         Mutations requests = Mutations.ofTexts(SEED, List.of(right,
-                "GET /api/v1/events?limit=1 HTTP/1.1\r\nHost: [::1]:1\r\nAccept-Encoding: gzip;q=0.5, br\r\n"
+                "GET /api/v1/events?limit=9 HTTP/1.1\r\nHost: [::1]:1\r\nAccept-Encoding: br;q=0.5, gzip\r\n"
                         + "If-None-Match: W/\"x\", *\r\nContent-Length: 0\r\nConnection: close\r\n\r\n",
+                "GET x:y HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n",
                 "POST / HTTP/1.0\r\nHost: localhost\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhello\r\n0\r\n\r\n"),
                 "\r\n", "\n", "\r", ": ", "HTTP/1.1", "HTTP/9", "http://x/", "Content-Length: 5\r\n",
                 "Content-Length: 99999999999999999999\r\n", "Content-Length: -1\r\n", "Expect: 100-continue\r\n",
