@@ -37,6 +37,10 @@ add_library(lumetra_hardening INTERFACE)
 if(NOT LUMETRA_SANITIZE)
     target_compile_options(lumetra_hardening INTERFACE
         -fstack-protector-strong -fstack-clash-protection $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
+    if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|amd64|i[3-6]86)$")
+        # Heeded by the processor once the C library's own start-up files are compiled so, too.
+        target_compile_options(lumetra_hardening INTERFACE -fcf-protection)
+    endif()
     target_link_options(lumetra_hardening INTERFACE -Wl,-z,relro,-z,now -Wl,-z,noexecstack -Wl,--as-needed)
     target_link_libraries(lumetra_settings INTERFACE lumetra_hardening)
 endif()

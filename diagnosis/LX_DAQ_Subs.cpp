@@ -132,7 +132,8 @@ FamilyCensus* census() {
     auto taken = newCensus();
     if (!taken)
         return nullptr;
-    return &ofTheCycle->emplace(FamilyCensus{std::move(*taken)});
+    ofTheCycle->emplace(FamilyCensus{std::move(*taken)});
+    return &**ofTheCycle;
 }
 
 /// The indices of the longest report's records, the largest first; of equal ones the first in the census.

@@ -179,7 +179,7 @@ private:
     int proc_;
     bool descriptorsAreCounted_;
     uid_t user_ = ::geteuid();
-    ProcessFiles files_;
+    ProcessFiles files_{};
     RunningMemory memory_;
 };
 

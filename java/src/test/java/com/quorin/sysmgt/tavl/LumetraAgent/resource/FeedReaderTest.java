@@ -7,6 +7,7 @@ import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.quorin.sysmgt.tavl.LumetraAgent.HostFeed;
+import com.quorin.sysmgt.tavl.LumetraAgent.Mutations;
 import com.quorin.sysmgt.tavl.LumetraAgent.score.EndedEpisode;
 import com.quorin.sysmgt.tavl.LumetraAgent.score.Episode;
 import com.quorin.sysmgt.tavl.LumetraAgent.score.Outcome;
@@ -16,6 +17,8 @@ import java.nio.charset.StandardCharsets;
 import java.util.Arrays;
 import java.util.List;
 import java.util.Optional;
+import java.util.function.Function;
+import java.util.function.Supplier;
 import org.junit.jupiter.api.Test;
 
 class FeedReaderTest {
@@ -216,6 +219,33 @@ class FeedReaderTest {
                 assertTrue(e.getMessage().contains(" in the place of "), e.getMessage());
             }
         }
+    }
+
+    private byte[] afresh(Supplier<byte[]> maker) {
+        bytes.clear();
+        return maker.get();
+    }
+
+    @Test
+    void whateverTheBytesTheyAreReadOrRefusedWithTheirPlace() {
+        Mutations mutations = new Mutations(20261122, List.of(afresh(this::running), afresh(this::withForecast),
+                afresh(() -> head(2, 9).made())), List.of());
+        List<Function<byte[], Object>> readers = List.of(FeedReader::publication, FeedReader::curves,
+                FeedReader::counters, FeedReader::reading, FeedReader::serial);
+        int[] read = new int[readers.size()];
+        for (int i = Mutations.often(3000); i > 0; i--) {
+            byte[] foreign = mutations.next();
+            for (int reader = 0; reader < read.length; reader++) {
+                try {
+                    readers.get(reader).apply(foreign);
+                    read[reader]++;
+                } catch (IllegalStateException e) {
+                    assertTrue(e.getMessage().startsWith(
+                            "the library's publication is not understood: at byte "), e.getMessage());
+                }
+            }
+        }
+        assertTrue(read[0] > 100 && read[1] > 100, "so little was right: " + Arrays.toString(read));
     }
 
     @Test

@@ -4,7 +4,9 @@ import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
+import com.quorin.sysmgt.tavl.LumetraAgent.Mutations;
 import java.io.IOException;
+import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
@@ -88,6 +90,28 @@ class ScoreBookTest {
         assertEquals(List.of("The score of earlier announcements is damaged: 4 lines were passed over."), complaints);
         assertEquals(1, score.of("Space", "/dev/\u00e9 /a").freed());
         assertEquals(7, score.since(1000));
+    }
+
+    @Test
+    void whateverTheLinesEachIsReadOrCountedAsDamage() throws IOException {
+        ScoreFile score = new ScoreFile(file());
+        score.add(new ScoreFile.Start(50, false));
+        score.add(new ScoreFile.History(7));
+        score.add(new ScoreFile.Scored("Space", "/dev/a /a", ended(1, Outcome.LEVELLED_OFF).episode()));
+        Mutations mutations = Mutations.ofTexts(20261122, List.of(Files.readString(file())), "1e999", "-0.5", "null",
+                "[[[[", "{\"", "\"", "9".repeat(40), "true", "\\u0000", "\\ud800", "\n", "\r", "NaN");
+        int episodes = 0;
+        for (int i = Mutations.often(300); i > 0; i--) {
+            String text = mutations.nextText();
+            Files.writeString(file(), text, StandardCharsets.ISO_8859_1);
+            ScoreFile.Content content = score.read();
+            assertEquals(text.lines().count(), content.starts().size() + content.histories().size()
+                    + content.episodes().size() + content.damaged(), text);
+            episodes += content.episodes().size();
+            book().begin(new ScoreFile.Start(60, true));
+            assertTrue(score.read().starts().contains(new ScoreFile.Start(60, true)), text);
+        }
+        assertTrue(episodes > 30, "so few were right: " + episodes);
     }
 
     @Test
