@@ -5,7 +5,7 @@
 #include "agent/debugLog.h"
 #include "resources/windowSizing.h"
 #include "support/clock.h"
-#include "support/handles.h"
+#include "support/safeOpen.h"
 
 #include <algorithm>
 #include <cstring>
@@ -139,10 +139,9 @@ private:
 
 /// The archive open to be read, and its size; an owner of nothing when there is no such file.
 Descriptor openArchiveToRead(const std::string& path, off_t* size) {
-    // O_NONBLOCK: a FIFO in the archive's place is refused instead of waited for.
-    Descriptor file = Descriptor::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
+    Descriptor file = openOwn(path, O_RDONLY);
     struct stat state = {};
-    if (!file || ::fstat(file.get(), &state) != 0 || !S_ISREG(state.st_mode))
+    if (!file || ::fstat(file.get(), &state) != 0)
         return {};
     *size = state.st_size;
     return file;

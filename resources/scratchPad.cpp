@@ -3,8 +3,8 @@
 #include "agent/debugLog.h"
 #include "resources/resourceChain.h"
 #include "resources/scratchPadRecord.h"
-#include "support/handles.h"
 #include "support/immortal.h"
+#include "support/safeOpen.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -18,11 +18,8 @@ namespace obrin {
 
 namespace {
 
-// A FIFO or terminal in the place of the file must not hold or own the agent.
-constexpr int openFlags = O_NONBLOCK | O_NOCTTY;
-
 Descriptor openToAppend(const std::string& path) {
-    return Descriptor::open(path, O_WRONLY | O_APPEND | O_CREAT | openFlags);
+    return openOwn(path, O_WRONLY | O_APPEND | O_CREAT);
 }
 
 /// Whether the text of a record reads back as the resource that it was written for.
@@ -51,7 +48,7 @@ bool ScratchPad::ensureExists() {
 }
 
 bool ScratchPad::refresh() {
-    Descriptor file = Descriptor::open(path_, O_RDONLY | openFlags);
+    Descriptor file = openOwn(path_, O_RDONLY);
     if (!file) {
         const int reason = errno;
         noteReadProblem(reason == ENOENT ? 0 : reason);
@@ -60,8 +57,8 @@ bool ScratchPad::refresh() {
         return false;
     }
     struct stat status = {};
-    if (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
-        noteReadProblem(EINVAL); // a device may have no end
+    if (::fstat(file.get(), &status) != 0) {
+        noteReadProblem(errno);
         return false;
     }
     if (seen_ == stateOf(status))
@@ -137,7 +134,7 @@ bool ScratchPad::claim(const std::string& identity, std::int32_t rid) {
 
 void ScratchPad::noteReadProblem(int reason) {
     if (reason != 0 && reason != readProblem_)
-        DEBUGMSG("Cannot read scratch pad %s: %s\n", path_.c_str(), std::strerror(reason));
+        DEBUGMSG("Cannot read scratch pad %s: %s\n", path_.c_str(), whyNotOpened(reason).c_str());
     readProblem_ = reason;
 }
 
@@ -161,14 +158,14 @@ bool ScratchPad::append(const std::string& text) {
             reason = errno;
     }
     if (reason != 0)
-        DEBUGMSG("Cannot write scratch pad %s: %s\n", path_.c_str(), std::strerror(reason));
+        DEBUGMSG("Cannot write scratch pad %s: %s\n", path_.c_str(), whyNotOpened(reason).c_str());
     else
         unsynchronised_ = true;
     return reason == 0;
 }
 
 void ScratchPad::takeBack(int fd, const struct stat& before) {
-    if (S_ISREG(before.st_mode) && ::ftruncate(fd, before.st_size) != 0)
+    if (::ftruncate(fd, before.st_size) != 0)
         DEBUGMSG("Cannot take back part of a record in %s: %s\n", path_.c_str(), std::strerror(errno));
 }
 
@@ -186,7 +183,7 @@ bool ScratchPad::writeUnwritten() {
 bool ScratchPad::settle() {
     const bool allWritten = writeUnwritten();
     if (unsynchronised_) {
-        Descriptor file = Descriptor::open(path_, O_WRONLY | openFlags);
+        Descriptor file = openOwn(path_, O_WRONLY);
         unsynchronised_ = !file || ::fdatasync(file.get()) != 0;
     }
     return allWritten;
