@@ -319,6 +319,11 @@ public enum FindingKind {
         return error;
     }
 
+    /** Whether it is about who may change something, whatever stands there. */
+    public boolean isOfAPlace() {
+        return this == PLACE_OPEN_TO_OTHERS || this == PLACE_OF_ANOTHER;
+    }
+
     /** "error" or "warning". */
     String severity() {
         return error ? "error" : "warning";

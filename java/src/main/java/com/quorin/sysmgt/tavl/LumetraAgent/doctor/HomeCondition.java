@@ -130,7 +130,8 @@ final class HomeCondition {
     }
 
     Symptom configuration() {
-        List<Finding> findings = AgentCheck.of(home, configuration);
+        List<Finding> findings = AgentCheck.of(home, configuration).stream()
+                .filter(finding -> !finding.kind().isOfAPlace()).toList();
         long errors = findings.stream().filter(finding -> finding.kind().isError()).count();
         long warnings = findings.size() - errors;
         if (findings.isEmpty()) {

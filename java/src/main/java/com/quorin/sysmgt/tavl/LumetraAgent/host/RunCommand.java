@@ -280,7 +280,8 @@ final class RunCommand implements Callable<Integer> {
 
     /** What others could turn against the agent keeps it from nothing, but is told. */
     private void warnOfPlaces() {
-        List<Finding> places = CheckFeed.problem().isEmpty() ? LibraryCheck.placesOf(home, config, THIS_USER) : List.of();
+        List<Finding> places =
+                CheckFeed.problem().isEmpty() ? LibraryCheck.placesOf(home, config, THIS_USER) : List.of();
         places.forEach(place -> out.println(place.what() + "."));
         if (view != null && !places.isEmpty()) {
             view.warn(places.get(0).what() + (places.size() == 1 ? "." : ", and so with " + (places.size() - 1)
