@@ -58,6 +58,19 @@ class Strangers(JavaTest):
                 machine = self.host(home)
                 self.assertEqual(machine.end(), 1, machine.output())
 
+    @needs_root
+    def test_a_strangers_rules_leave_no_disk_out(self):
+        home = self.few_home(inputs=(DISK_SPACE,))
+        home.stub_df(HEADING + "/dev/a 100 50 50 50% /\n")
+        os.chmod(home.at("config"), 0o777)
+        write(home.at("config", "skip.conf"), "mount /\n")
+        os.chown(home.at("config", "skip.conf"), STRANGER, -1)
+        machine = self.host(home)
+        machine.until(lambda: home.number_of("/"), "the disk")
+        self.terminate(machine, home)
+        self.assertIn("the skip rules cannot be read and count as none: it is another user's, in a directory that everybody may "
+                      "write", machine.output())
+
     def test_who_else_may_write_in_the_home_is_told_everywhere_and_stops_nothing(self):
         home = self.few_home()
         os.chmod(home.at("data"), 0o757)

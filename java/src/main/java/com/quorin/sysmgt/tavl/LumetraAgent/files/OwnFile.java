@@ -9,6 +9,7 @@ import java.nio.file.Path;
 import java.nio.file.StandardOpenOption;
 import java.nio.file.attribute.PosixFilePermissions;
 import java.util.Map;
+import java.util.Optional;
 import java.util.Set;
 
 /**
@@ -19,6 +20,7 @@ public final class OwnFile {
 
     private static final Path OWN_PROCESS = Path.of("/proc/self");
     private static final int ALL_MAY_WRITE = 0003;
+    private static final String ANOTHER_USERS = "it is another user's, in a directory that everybody may write";
 
     private OwnFile() {}
 
@@ -47,21 +49,48 @@ public final class OwnFile {
         return Files.exists(file, LinkOption.NOFOLLOW_LINKS);
     }
 
+    /**
+     * Why a file that people write for the agent does not count: it may be a link, but where everybody may write, it
+     * must be the link and the file of root or of the agent's user. Empty when nothing speaks against it.
+     *
+     * @param user the number of the agent's user
+     */
+    public static Optional<String> objectionToGiven(Path file, int user) throws IOException {
+        if (Files.isSymbolicLink(file) && !isOf(user, attributes(file)) && isOpenToAll(file)) {
+            return Optional.of(ANOTHER_USERS);
+        }
+        return objection(file.toRealPath(), user);
+    }
+
     private static void examine(Path file) throws IOException {
-        Map<String, Object> state = Files.readAttributes(file, "unix:isRegularFile,isSymbolicLink,uid,nlink",
-                LinkOption.NOFOLLOW_LINKS);
+        Optional<String> objection = objection(file, (Integer) Files.getAttribute(OWN_PROCESS, "unix:uid"));
+        if (objection.isPresent()) {
+            throw new FileSystemException(file.toString(), null, objection.get());
+        }
+    }
+
+    private static Optional<String> objection(Path file, int user) throws IOException {
+        Map<String, Object> state = attributes(file);
         if ((Boolean) state.get("isSymbolicLink")) {
-            throw new FileSystemException(file.toString(), null, "it is a symbolic link");
+            return Optional.of("it is a symbolic link");
         }
         if (!(Boolean) state.get("isRegularFile")) {
-            throw new FileSystemException(file.toString(), null, "it is no regular file");
+            return Optional.of("it is no regular file");
         }
+        boolean isOurs = isOf(user, state);
+        if (isOurs && (Integer) state.get("nlink") == 1 || !isOpenToAll(file)) {
+            return Optional.empty();
+        }
+        return Optional.of(isOurs ? "it has a second name, in a directory that everybody may write" : ANOTHER_USERS);
+    }
+
+    private static Map<String, Object> attributes(Path file) throws IOException {
+        return Files.readAttributes(file, "unix:isRegularFile,isSymbolicLink,uid,nlink", LinkOption.NOFOLLOW_LINKS);
+    }
+
+    private static boolean isOf(int user, Map<String, Object> state) {
         int owner = (Integer) state.get("uid");
-        boolean isOurs = owner == 0 || owner == (Integer) Files.getAttribute(OWN_PROCESS, "unix:uid");
-        if (!(isOurs && (Integer) state.get("nlink") == 1) && isOpenToAll(file)) {
-            throw new FileSystemException(file.toString(), null, (isOurs ? "it has a second name"
-                    : "it is another user's") + ", in a directory that everybody may write");
-        }
+        return owner == 0 || owner == user;
     }
 
     private static boolean isOpenToAll(Path file) throws IOException {

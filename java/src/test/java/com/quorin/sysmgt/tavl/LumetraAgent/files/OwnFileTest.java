@@ -10,9 +10,11 @@ import java.nio.ByteBuffer;
 import java.nio.channels.FileChannel;
 import java.nio.file.FileSystemException;
 import java.nio.file.Files;
+import java.nio.file.LinkOption;
 import java.nio.file.NoSuchFileException;
 import java.nio.file.Path;
 import java.nio.file.attribute.PosixFilePermissions;
+import java.util.Optional;
 import java.util.Set;
 import org.junit.jupiter.api.Assumptions;
 import org.junit.jupiter.api.BeforeEach;
@@ -86,6 +88,30 @@ class OwnFileTest {
         assertEquals("it has a second name, in a directory that everybody may write", refusal(file));
         open("rwxrwxrw-");
         OwnFile.write(file).close();
+    }
+
+    @Test
+    void whatPeopleGiveMayBeALinkButNobodyElsesWhereEverybodyMayWrite() throws IOException {
+        int user = (Integer) Files.getAttribute(directory, "unix:uid");
+        Path link = Files.createSymbolicLink(directory.resolve("link"), file);
+        for (String permissions : new String[] {"rwx------", "rwxrwxrwx"}) {
+            open(permissions);
+            assertEquals(Optional.empty(), OwnFile.objectionToGiven(file, user));
+            assertEquals(Optional.empty(), OwnFile.objectionToGiven(link, user));
+        }
+        try {
+            Files.setAttribute(link, "unix:uid", STRANGER, LinkOption.NOFOLLOW_LINKS);
+        } catch (FileSystemException e) {
+            Assumptions.abort("giving files away needs root");
+        }
+        String words = "it is another user's, in a directory that everybody may write";
+        assertEquals(Optional.of(words), OwnFile.objectionToGiven(link, user));
+        assertEquals(Optional.empty(), OwnFile.objectionToGiven(link, STRANGER));
+        Files.setAttribute(file, "unix:uid", STRANGER);
+        assertEquals(Optional.of(words), OwnFile.objectionToGiven(file, user));
+        open("rwx------");
+        assertEquals(Optional.empty(), OwnFile.objectionToGiven(file, user));
+        assertEquals(Optional.empty(), OwnFile.objectionToGiven(link, user));
     }
 
     @Test
