@@ -2,7 +2,7 @@
 
 #include "agent/debugLog.h"
 #include "agent/errorExit.h"
-#include "support/handles.h"
+#include "support/safeOpen.h"
 #include "support/systemPaths.h"
 #include "support/wholeFile.h"
 
@@ -24,22 +24,16 @@ constexpr std::size_t blockSize = 32768;
 constexpr off_t longestTornLine = off_t{16} << 20;
 
 void logFailure(const char* what, const std::string& path, int error) {
-    DEBUGMSG("Archive file %s: %s: %s\n", path.c_str(), what, std::strerror(error));
+    DEBUGMSG("Archive file %s: %s: %s\n", path.c_str(), what, whyNotOpened(error).c_str());
 }
 
-/// The archive open to be appended to; an owner of nothing, logged, when it cannot be opened or is no file.
+/// The archive open to be appended to; an owner of nothing, logged, when it cannot be opened.
 Descriptor openArchive(const std::string& path, struct stat& state) {
-    // O_NONBLOCK: a FIFO in the archive's place is refused instead of waited for.
-    Descriptor file = Descriptor::open(path, O_RDWR | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY);
-    if (!file || ::fstat(file.get(), &state) != 0) {
-        logFailure("cannot be opened", path, errno);
-        return {};
-    }
-    if (!S_ISREG(state.st_mode)) {
-        DEBUGMSG("Archive file %s: is a FIFO or a device, which keeps no history\n", path.c_str());
-        return {};
-    }
-    return file;
+    Descriptor file = openOwn(path, O_RDWR | O_APPEND | O_CREAT);
+    if (file && ::fstat(file.get(), &state) == 0)
+        return file;
+    logFailure("cannot be opened", path, errno);
+    return {};
 }
 
 /// Offset just behind the last line feed within the last longestTornLine bytes before `size`; 0 for the start
@@ -164,19 +158,21 @@ int trim(const std::string& path, int megabytes) {
     const std::int64_t limit = std::int64_t{std::max(megabytes, 0)} << 20;
     if (size < 0 || static_cast<double>(size) <= static_cast<double>(limit) * 1.1)
         return 1;
-    const std::string target = linkTarget(path);
-    Descriptor archive = Descriptor::open(target, O_RDONLY | O_NONBLOCK);
+    Descriptor archive = openOwn(path, O_RDONLY);
     struct stat state;
-    if (!archive || ::fstat(archive.get(), &state) != 0 || !S_ISREG(state.st_mode)) {
+    if (!archive || ::fstat(archive.get(), &state) != 0) {
         error_exit("fatal", "Cannot Open Database File For Database Trimming");
         return 1;
     }
     const std::string& temp = systemPaths().trimWorkFile;
-    Kept kept = keepNewest(archive.get(), state, limit,
-                           {Descriptor::open(temp, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW), temp}, target);
+    // Whatever lies there is of no use to anybody; what leads elsewhere must not be written through.
+    ::unlink(temp.c_str());
+    Kept kept =
+        keepNewest(archive.get(), state, limit,
+                   {Descriptor::open(temp, O_WRONLY | O_CREAT | O_EXCL, privateFileMode), temp}, path);
     if (kept == Kept::failed &&
         errno == EXDEV) // the archive lies on another file system than the working directory
-        kept = keepNewest(archive.get(), state, limit, makeSideFile(target, 0600), target);
+        kept = keepNewest(archive.get(), state, limit, makeSideFile(path, 0600), path);
     if (kept == Kept::noWorkFile)
         error_exit("fatal", "Cannot Open Temp File For Database Trimming");
     else if (kept == Kept::failed)

@@ -1,5 +1,6 @@
 #include "acquisition/archiveReader.h"
 
+#include "support/safeOpen.h"
 #include "support/textScanner.h"
 
 #include <algorithm>
@@ -33,10 +34,9 @@ bool isDecimalDigit(char byte) {
 } // namespace
 
 Descriptor openArchiveToRead(const std::string& path, off_t* size) {
-    // O_NONBLOCK: a FIFO in the archive's place is refused instead of waited for.
-    Descriptor file = Descriptor::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
+    Descriptor file = openOwn(path, O_RDONLY);
     struct stat state = {};
-    if (!file || ::fstat(file.get(), &state) != 0 || !S_ISREG(state.st_mode))
+    if (!file || ::fstat(file.get(), &state) != 0)
         return {};
     *size = state.st_size;
     return file;

@@ -1,6 +1,7 @@
 #include "acquisition/diskListing.h"
 
 #include "acquisition/textForms.h"
+#include "agent/debugLog.h"
 #include "support/childProcess.h"
 #include "support/immortal.h"
 #include "support/systemPaths.h"
@@ -10,6 +11,7 @@
 #include <cerrno>
 #include <charconv>
 #include <csignal>
+#include <cstdlib>
 #include <fcntl.h>
 #include <limits>
 #include <sys/stat.h>
@@ -124,23 +126,22 @@ ListingState& state() {
 }
 
 ChildCommand commandFor(DiskCounter counter) {
-    // Units and names must be the same whoever started the agent: blocks of 1024 bytes, names as bytes.
-    ChildCommand command{
-        "df",
-        {"df"},
-        environmentWithout({"LC_ALL", "DF_BLOCK_SIZE", "BLOCK_SIZE", "BLOCKSIZE", "POSIXLY_CORRECT"})};
-    command.environment.push_back("LC_ALL=C");
+    // Nothing else of the environment: units and names are the same whoever started the agent (blocks of 1024
+    // bytes, names as bytes), and nobody's library is loaded into it.
+    ChildCommand command{"df", {"df"}, {"LC_ALL=C"}};
+    if (const char* path = std::getenv("PATH"))
+        command.environment.push_back(std::string("PATH=") + path);
     if (counter == DiskCounter::inodes)
         command.arguments.push_back("-i");
     return command;
 }
 
 /// The work file, as a shell opens it for ">", but it is not emptied: what was cut to nothing is sent to the
-/// disk as soon as it is closed by some file systems. And a FIFO without a reader holds nobody up.
+/// disk as soon as it is closed by some file systems.
 Descriptor openWorkFile(const std::string& path) {
-    Descriptor file = Descriptor::open(path, O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY);
-    if (file)
-        ::fcntl(file.get(), F_SETFL, 0);
+    Descriptor file = openOwn(path, O_RDWR | O_CREAT);
+    if (!file && errno != ENOENT) // without its directory, disks are read all the same
+        DEBUGMSG("Work file %s: cannot be opened: %s\n", path.c_str(), whyNotOpened(errno).c_str());
     return file;
 }
 
@@ -148,6 +149,16 @@ Descriptor openWorkFile(const std::string& path) {
 /// descriptor.
 off_t sizeWritten(int workFile) {
     return std::max<off_t>(::lseek(workFile, 0, SEEK_CUR), 0);
+}
+
+/// What has been written to the work file, for which it is cut behind that: an older listing may have been
+/// longer. Empty when it cannot be.
+std::string writtenTo(const Descriptor& workFile) {
+    std::string text;
+    if (::ftruncate(workFile.get(), sizeWritten(workFile.get())) == 0 &&
+        ::lseek(workFile.get(), 0, SEEK_SET) == 0)
+        readRest(workFile, wholeFileLimit, &text);
+    return text;
 }
 
 struct Outcome {
@@ -207,19 +218,16 @@ bool isWhole(int status, const std::string& text) {
 
 TakenListing takeFresh(DiskCounter counter) {
     const Clock::Moment deadline = systemClock().now() + longestRun;
-    const std::string& path = systemPaths().diskListing;
     ChildCommand command = commandFor(counter);
     TakenListing taken{fileNotMade, nullptr};
-    const Descriptor file = openWorkFile(path);
+    const Descriptor file = openWorkFile(systemPaths().diskListing);
     if (file) {
         command.output = file.get();
         const Outcome written = run(command, deadline);
         taken.status = written.status;
         if (!written.started || written.status == commandNotRun || state().gaveUp)
             return taken;
-        // The end of an older and longer listing; of a device there is none.
-        const bool isCut = ::ftruncate(file.get(), sizeWritten(file.get())) == 0;
-        const std::string text = isCut ? readWholeFile(path).value_or("") : "";
+        const std::string text = writtenTo(file);
         if (isWhole(written.status, text)) {
             taken.listing = listingOf(counter, text, written.status);
             return taken;

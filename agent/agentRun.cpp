@@ -9,6 +9,7 @@
 #include "agent/agentState.h"
 #include "agent/debugLog.h"
 #include "agent/errorExit.h"
+#include "agent/homePlaces.h"
 #include "agent/hostFeed.h"
 #include "agent/resume.h"
 #include "agent/serviceNotice.h"
@@ -23,6 +24,7 @@
 #include "support/wholeFile.h"
 #include "trendviewer/trendFiles.h"
 
+#include <cerrno>
 #include <clocale>
 #include <cstdio>
 #include <ctime>
@@ -103,13 +105,14 @@ int cannotOpen(const std::string& configPath) {
 /// Removes what a death left of files that were being replaced, where the run replaces any.
 void removeLeftovers(const Clasp& clasp) {
     removeSideFiles(clasp.DataHomeDirectory);
-    removeSideFiles(linkTarget(clasp.HardDriveArchive));
-    removeSideFiles(linkTarget(clasp.ResourceText));
+    removeSideFiles(clasp.HardDriveArchive);
+    removeSideFiles(givenTarget(clasp.ResourceText).value_or(clasp.ResourceText));
 }
 
 /// Everything between the configuration and the first cycle. False when the run cannot go on; that has been
 /// reported.
 bool startUp(Clasp* clasp) {
+    logForeignPlaces(clasp->IniFile);
     removeLeftovers(*clasp);
     keepArchivedNumbers(clasp);
     if (validateResourceText(clasp) != 1) {
@@ -236,7 +239,9 @@ void runWith(std::string_view configuration, const std::string& configPath) {
 
 void announceStart() {
     initLogFile();
-    openLogFile();
+    const int error = openLogFile();
+    if (error != 0 && error != ENOENT)
+        say("The log cannot be written: ", whyNotOpened(error).c_str(), "\n");
     systemClock().pause(std::chrono::seconds(1));
     say("libObrinagent.so starting. Log file is open!\n");
 }
@@ -248,7 +253,7 @@ int runAgent(int argumentCount, const std::string& programName, const std::strin
         say("\n\nusage: ", programName.c_str(), " \t ..\\data\\AutoConfig.ini \n\n");
         error_exit("fatal", "Improper Arguments");
     }
-    const auto configuration = readWholeFile(configPath);
+    const auto configuration = readGivenFile(configPath);
     if (!configuration)
         return cannotOpen(configPath);
     const char* locale = std::setlocale(LC_ALL, nullptr);

@@ -3,6 +3,7 @@
 #include "acquisition/diskSelection.h"
 #include "acquisition/textForms.h"
 #include "agent/configFindings.h"
+#include "agent/homePlaces.h"
 #include "prediction/modelSelection.h"
 #include "prediction/trendFileFormat.h"
 #include "resources/declarationFindings.h"
@@ -14,6 +15,7 @@
 #include <algorithm>
 #include <set>
 #include <tuple>
+#include <unistd.h>
 
 namespace obrin {
 namespace {
@@ -101,6 +103,17 @@ std::string skipRulesFeed(std::string_view text) {
         if (table && std::ranges::none_of(table->mounts(), matches))
             findings.push_back({.kind = "skip-matches-nothing", .place = rule.place, .text = rule.text});
     }
+    Bytes bytes(256);
+    bytes.number(checkFeedVersion);
+    putFindings(bytes, findings);
+    return bytes.take();
+}
+
+std::string placesFeed(const std::string& bin, const std::string& configuration, std::int64_t user) {
+    const auto places = foreignPlaces(bin, configuration, user < 0 ? ::geteuid() : static_cast<uid_t>(user));
+    TextFindings findings;
+    for (const ForeignPlace& place : places)
+        findings.push_back({.kind = place.kind, .text = place.path, .number = place.owner});
     Bytes bytes(256);
     bytes.number(checkFeedVersion);
     putFindings(bytes, findings);

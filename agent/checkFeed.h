@@ -22,7 +22,7 @@ namespace obrin {
 //     i32 checkFeedVersion, list of findings, flag a run accepts them, flag nothing in them keeps a run from
 //     replacing them, place of the first comment, i32 samples that a forecast needs, i32 period in force in
 //     milliseconds, f64 hours of the automatic window, i64 samples that it holds, list of inputs
-//   skip rules
+//   skip rules, places
 //     i32 checkFeedVersion, list of findings
 //   input
 //     texts: object, instance, counter, display name, each with its place; f64 hours of the window, i32
@@ -34,13 +34,15 @@ namespace obrin {
 //     resources/declarationFindings.h, agent/configFindings.h and
 //     acquisition/diskSelection.h say what they are, and of skip rules:
 //       skip-matches-nothing  text: a rule that speaks of no mount that this machine has now
+//     and of places, as agent/homePlaces.h explains them:
+//       place-open-to-others, place-of-another  text: the path; number: its owner's
 //
 // Samples are -1 where no ring can hold them. An input that repeats another has no window.
 //
 // A text is cut behind longestTold bytes, a name behind longestName, which is more than any path has.
 
 /// Changes with the layout of the bytes and with the native methods.
-inline constexpr std::int32_t checkFeedVersion = 3;
+inline constexpr std::int32_t checkFeedVersion = 4;
 
 inline constexpr std::size_t longestTold = 1024;
 inline constexpr std::size_t longestName = 65536;
@@ -54,5 +56,9 @@ std::string declarationsFeed(std::string_view text, std::int32_t millisecondsPer
 /// What a run would make of skip rules. Opens one file, the machine's table of mounts; without it, no rule is
 /// said to match nothing.
 std::string skipRulesFeed(std::string_view text);
+
+/// What others could turn against the agent of `user` (-1: that of this process) that runs in `bin` with this
+/// configuration file, which is opened.
+std::string placesFeed(const std::string& bin, const std::string& configuration, std::int64_t user);
 
 } // namespace obrin

@@ -2,13 +2,15 @@
 
 #include "agent/argumentlessFormat.h"
 #include "support/clock.h"
-#include "support/handles.h"
 #include "support/immortal.h"
 #include "support/mutex.h"
 #include "support/numericLocale.h"
+#include "support/safeOpen.h"
 #include "support/systemPaths.h"
 
+#include <cerrno>
 #include <cstdarg>
+#include <cstdio>
 #include <fcntl.h>
 #include <string_view>
 #include <sys/stat.h>
@@ -17,8 +19,8 @@ namespace obrin {
 namespace {
 
 Mutex logLock;
-Immortal<FileStream> logStream;
-FileStream& fLog GUARDED_BY(logLock) = *logStream;
+Immortal<Descriptor> logFile;
+Descriptor& fLog GUARDED_BY(logLock) = *logFile;
 
 /// The log's size by counting, since it was looked at last. To look before each message would cost as much as
 /// to format it.
@@ -29,33 +31,28 @@ constexpr std::chrono::seconds lookAgain{1};
 /// The size of the open log, as it is. False when it has been deleted under us.
 bool look() REQUIRES(logLock) {
     struct stat state;
-    if (::fstat(::fileno(fLog.get()), &state) != 0)
+    if (::fstat(fLog.get(), &state) != 0)
         return true;
     logSize = state.st_size;
     lookedAt = systemClock().now();
     return state.st_nlink != 0;
 }
 
-void open(const char* mode) REQUIRES(logLock) {
+/// Opens the log if it is closed; with O_TRUNC, empty. Writes go to the end wherever that is: a log that
+/// somebody else truncates gets no hole of NULs.
+void open(int emptied) REQUIRES(logLock) {
     if (fLog)
         return;
-    fLog = openStream(systemPaths().log, mode);
-    if (!fLog)
-        return;
-    // Writes go to the end wherever that is: a log that somebody else truncates gets no hole of NULs.
-    ::fcntl(::fileno(fLog.get()), F_SETFL, O_APPEND);
-    look();
-}
-
-int close() REQUIRES(logLock) {
-    return fLog ? std::fclose(fLog.release()) : 0;
+    fLog = openOwn(systemPaths().log, O_WRONLY | O_CREAT | O_APPEND | emptied, privateFileMode);
+    if (fLog)
+        look();
 }
 
 void turnOver(const std::string& keptAs) REQUIRES(logLock) {
-    close();
+    fLog.close();
     std::remove(keptAs.c_str());
     std::rename(systemPaths().log.c_str(), keptAs.c_str());
-    open("w+c");
+    open(O_TRUNC);
 }
 
 bool isDue() REQUIRES(logLock) {
@@ -65,15 +62,15 @@ bool isDue() REQUIRES(logLock) {
 /// Opens a log that is closed, or that was deleted under us, and turns over one that has grown too long.
 void prepare() REQUIRES(logLock) {
     if (fLog && isDue() && !look())
-        close();
-    open("a+c");
+        fLog.close();
+    open(0);
     if (fLog && logSize > logSizeLimit)
         turnOver(systemPaths().logBackup);
 }
 
 int write(std::string_view text) REQUIRES(logLock) {
     prepare();
-    if (!fLog || !writeAll(::fileno(fLog.get()), text.data(), text.size()))
+    if (!fLog || !writeAll(fLog.get(), text.data(), text.size()))
         return EOF;
     logSize += static_cast<off_t>(text.size());
     return 0;
@@ -83,22 +80,23 @@ int write(std::string_view text) REQUIRES(logLock) {
 
 void initLogFile() noexcept {
     MutexLock lock(logLock);
-    close();
+    fLog.close();
 }
 
-void openLogFile() noexcept {
+int openLogFile() noexcept {
     MutexLock lock(logLock);
-    open("w+c");
+    open(O_TRUNC);
+    return fLog ? 0 : errno;
 }
 
 void openLogFileAppend() noexcept {
     MutexLock lock(logLock);
-    open("a+c");
+    open(0);
 }
 
 int closeLogFile() noexcept {
     MutexLock lock(logLock);
-    return close();
+    return fLog.close();
 }
 
 void backupFile() noexcept {
@@ -128,8 +126,7 @@ int DEBUGMSG(const char* format, ...) noexcept {
 }
 
 int DEBUGFLUSH() noexcept {
-    MutexLock lock(logLock);
-    return fLog ? std::fflush(fLog.get()) : 0;
+    return 0; // every message is on its way when it has been written
 }
 
 } // namespace obrin

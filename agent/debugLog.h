@@ -19,13 +19,14 @@ inline constexpr unsigned logMessageSize = 2048;
 /// Forgets the log without writing to it: the state at the start of a run.
 void initLogFile() noexcept;
 
-/// Opens the log anew and empty; nothing when it is open.
-void openLogFile() noexcept;
+/// Opens the log anew and empty; nothing when it is open. 0, or the errno of support/safeOpen with which it
+/// could not be opened.
+int openLogFile() noexcept;
 
 /// Opens the log to append to it; nothing when it is open.
 void openLogFileAppend() noexcept;
 
-/// Closes the log. The result of fclose, 0 when none was open.
+/// Closes the log. 0, also when none was open; -1 when the kernel reports an error that it had kept back.
 int closeLogFile() noexcept;
 
 /// Makes the log the backup, replacing an older one, and begins a new log.
@@ -36,11 +37,11 @@ void keepEventLog() noexcept;
 
 /// Writes one message, formatted as printf does; a log that is closed is opened to be appended to. The text
 /// is then formatted a second time without arguments: "%%" becomes "%", any other conversion stands for zero
-/// or nothing (see renderWithoutArguments). Numbers have a decimal point whatever the process's locale. The
-/// result of fflush: 0, or EOF when the message could not be written.
+/// or nothing (see renderWithoutArguments). Numbers have a decimal point whatever the process's locale.
+/// 0, or EOF when the message could not be written.
 int DEBUGMSG(const char* format, ...) noexcept __attribute__((format(printf, 1, 2)));
 
-/// Writes out what the log stream still holds. The result of fflush, 0 when no log is open.
+/// Writes out what the log still holds, which is nothing: 0.
 int DEBUGFLUSH() noexcept;
 
 } // namespace obrin

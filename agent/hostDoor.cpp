@@ -107,6 +107,15 @@ jbyteArray JNICALL skipRules(JNIEnv* env, jclass, jbyteArray text) {
     return answerOn(env, text, [](std::string_view bytes) { return skipRulesFeed(bytes); });
 }
 
+/// What others could turn against an agent: its working directory, its configuration file, its user.
+jbyteArray JNICALL places(JNIEnv* env, jclass, jbyteArray bin, jbyteArray configuration, jlong user) {
+    if (!areThere(env, {bin, configuration}))
+        return nullptr;
+    return answer(env, [&] {
+        return makeJavaBytes(env, placesFeed(bytesOf(env, bin), bytesOf(env, configuration), user));
+    });
+}
+
 void JNICALL resume(JNIEnv*, jclass, jboolean wanted) {
     setResume(wanted != JNI_FALSE);
 }
@@ -220,6 +229,7 @@ void registerCheck(JNIEnv* env) {
         method("configuration", "([B)[B", reinterpret_cast<void*>(&configuration)),
         method("skipRules", "([B)[B", reinterpret_cast<void*>(&skipRules)),
         method("declarations", "([BII)[B", reinterpret_cast<void*>(&declarations)),
+        method("places", "([B[BJ)[B", reinterpret_cast<void*>(&places)),
     };
     registerClass<checkFeedVersion>(env, checkClass, methods);
 }

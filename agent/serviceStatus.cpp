@@ -14,14 +14,32 @@
 namespace obrin {
 namespace {
 
+/// How many bytes a character at the start of a text has that steers a terminal, ends a line or turns the
+/// reading order; 0 for any other.
+std::size_t lengthOfSteering(std::string_view text) {
+    const auto byte = [text](std::size_t i) {
+        return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U;
+    };
+    if (byte(0) < ' ' || byte(0) == 0x7f)
+        return 1;
+    const bool isC1 = byte(0) == 0xc2 && byte(1) < 0xa0;             // U+0080 to U+009F
+    const bool isArabicMark = byte(0) == 0xd8 && byte(1) == 0x9c;    // U+061C
+    const bool isPunctuation = byte(0) == 0xe2 && byte(1) == 0x80 && // U+200B to U+200F, U+2028 to U+202E
+                               ((byte(2) >= 0x8b && byte(2) <= 0x8f) || (byte(2) >= 0xa8 && byte(2) <= 0xae));
+    const bool isInvisible =
+        byte(0) == 0xe2 && byte(1) == 0x81 && byte(2) >= 0xa0 && byte(2) <= 0xaf; // U+206x
+    const bool isOrderMark = text.starts_with("\xef\xbb\xbf");
+    return isC1 || isArabicMark ? 2 : isPunctuation || isInvisible || isOrderMark ? 3 : 0;
+}
+
 /// Nobody may put lines of his own into what is told, and what is no text is not taken.
 std::string asOneLine(std::string_view name) {
     std::string line(name);
-    for (char& byte : line)
-        if (static_cast<unsigned char>(byte) < ' ' || byte == '\x7f')
-            byte = '?';
     for (std::size_t at = firstForeignByte(line); at != std::string::npos; at = firstForeignByte(line))
         line[at] = '?';
+    for (std::size_t at = 0; at < line.size(); ++at)
+        if (const std::size_t length = lengthOfSteering(std::string_view(line).substr(at)))
+            line.replace(at, length, "?");
     return line;
 }
 

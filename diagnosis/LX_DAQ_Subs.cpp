@@ -77,13 +77,12 @@ void logCannotWrite(const std::string& path) {
 }
 
 /// Whether a report can be put there. Makes an empty file when there is none, and leaves an old report as it
-/// is until the new one is whole. What is no ordinary file (a device, a FIFO) holds no report.
+/// is until the new one is whole. What is no file of ours (a device, a FIFO, a link) holds no report.
 bool canHoldReport(const std::string& path) {
     DEBUGMSG(" before 1 fopen(%s)\n", path.c_str());
-    const Descriptor file = Descriptor::open(path, O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY);
+    const Descriptor file = openOwn(path, O_WRONLY | O_CREAT, privateFileMode);
     DEBUGMSG(" after  1 fopen(%s)\n", path.c_str());
-    struct stat state;
-    if (file && ::fstat(file.get(), &state) == 0 && S_ISREG(state.st_mode))
+    if (file)
         return true;
     logCannotWrite(path);
     return false;

@@ -106,7 +106,7 @@ int validateResourceText(Clasp* clasp, const InstanceEnumeration& instances) {
     if (readable)
         clasp->MaximumRIDValue =
             std::max(clasp->MaximumRIDValue, RetrieveMaximumRIDFromScratchPadFile(scratchPad));
-    const auto text = readWholeFile(clasp->ResourceText);
+    const auto text = readGivenFile(clasp->ResourceText);
     DEBUGMSG(" after ResourceText=0x%08x\n", text ? 1U : 0U);
     if (!text) {
         DEBUGMSG("Error opening Resource text file %s\n", clasp->ResourceText.c_str());

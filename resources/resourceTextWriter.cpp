@@ -36,9 +36,9 @@ constexpr std::string_view behindDate = " **/";
 /// neither the file's name nor anything that was synchronised is then at stake. False when it has another
 /// text, or cannot be written.
 bool renewDate(const std::string& path, std::string_view text) {
-    const Descriptor file = Descriptor::open(path, O_RDWR | O_NONBLOCK | O_NOCTTY);
+    const Descriptor file = openGiven(path, O_RDWR);
     struct stat state;
-    if (!file || ::fstat(file.get(), &state) != 0 || !S_ISREG(state.st_mode) || state.st_nlink != 1)
+    if (!file || ::fstat(file.get(), &state) != 0 || state.st_nlink != 1)
         return false;
     std::string there;
     readRest(file, wholeFileLimit, &there);
@@ -92,9 +92,9 @@ int update_autoresource_file(Clasp* clasp) {
     char timeText[64] = "";
     ::ctime_r(&now, timeText);
     const std::string text = resourceTextFromChain(*clasp, timeText);
-    if (!renewDate(clasp->ResourceText, text) && !replaceWholeFile(clasp->ResourceText, text))
+    if (!renewDate(clasp->ResourceText, text) && !replaceGivenFile(clasp->ResourceText, text))
         DEBUGMSG("Cannot rewrite %s, the old file stays: %s\n", clasp->ResourceText.c_str(),
-                 std::strerror(errno));
+                 whyNotOpened(errno).c_str());
     return 1;
 }
 

@@ -4,6 +4,7 @@
 #include "resources/resourceChain.h"
 #include "resources/scratchPadRecord.h"
 #include "support/immortal.h"
+#include "support/safeOpen.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -18,11 +19,8 @@ namespace obrin {
 
 namespace {
 
-// A FIFO or terminal in the place of the file must not hold or own the agent.
-constexpr int openFlags = O_NONBLOCK | O_NOCTTY;
-
 Descriptor openToAppend(const std::string& path) {
-    return Descriptor::open(path, O_WRONLY | O_APPEND | O_CREAT | openFlags);
+    return openOwn(path, O_WRONLY | O_APPEND | O_CREAT);
 }
 
 /// Whether the text of a record reads back as the resource that it was written for.
@@ -76,7 +74,7 @@ bool ScratchPad::refresh() {
 
 /// Brings the index up to date; the file, unless it cannot be read.
 Descriptor ScratchPad::openUpToDate() {
-    Descriptor file = Descriptor::open(path_, O_RDONLY | openFlags);
+    Descriptor file = openOwn(path_, O_RDONLY);
     if (!file) {
         const int reason = errno;
         noteReadProblem(reason == ENOENT ? 0 : reason);
@@ -85,8 +83,8 @@ Descriptor ScratchPad::openUpToDate() {
         return {};
     }
     struct stat status = {};
-    if (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
-        noteReadProblem(EINVAL); // a device may have no end
+    if (::fstat(file.get(), &status) != 0) {
+        noteReadProblem(errno);
         return {};
     }
     if (seen_ == stateOf(status))
@@ -213,7 +211,7 @@ std::optional<std::int32_t> ScratchPad::numberOf(const std::string& identity, in
 
 void ScratchPad::noteReadProblem(int reason) {
     if (reason != 0 && reason != readProblem_)
-        DEBUGMSG("Cannot read scratch pad %s: %s\n", path_.c_str(), std::strerror(reason));
+        DEBUGMSG("Cannot read scratch pad %s: %s\n", path_.c_str(), whyNotOpened(reason).c_str());
     readProblem_ = reason;
 }
 
@@ -238,7 +236,7 @@ std::optional<std::int64_t> ScratchPad::append(const std::string& text) {
             reason = errno;
     }
     if (reason != 0) {
-        DEBUGMSG("Cannot write scratch pad %s: %s\n", path_.c_str(), std::strerror(reason));
+        DEBUGMSG("Cannot write scratch pad %s: %s\n", path_.c_str(), whyNotOpened(reason).c_str());
         return std::nullopt;
     }
     unsynchronised_ = true;
@@ -246,7 +244,7 @@ std::optional<std::int64_t> ScratchPad::append(const std::string& text) {
 }
 
 void ScratchPad::takeBack(int fd, const struct stat& before) {
-    if (S_ISREG(before.st_mode) && ::ftruncate(fd, before.st_size) != 0)
+    if (::ftruncate(fd, before.st_size) != 0)
         DEBUGMSG("Cannot take back part of a record in %s: %s\n", path_.c_str(), std::strerror(errno));
 }
 
@@ -280,7 +278,7 @@ void ScratchPad::sortIn() {
 bool ScratchPad::settle() {
     const bool allWritten = writeUnwritten();
     if (unsynchronised_) {
-        Descriptor file = Descriptor::open(path_, O_WRONLY | openFlags);
+        Descriptor file = openOwn(path_, O_WRONLY);
         unsynchronised_ = !file || ::fdatasync(file.get()) != 0;
     }
     return allWritten;

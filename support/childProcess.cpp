@@ -221,15 +221,4 @@ bool ChildProcess::lifelineClosed() const {
     return ::read(lifeline_.get(), &byte, 1) == 0;
 }
 
-std::vector<std::string> environmentWithout(const std::vector<std::string>& names) {
-    std::vector<std::string> kept;
-    for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
-        const std::string variable = *entry;
-        const std::string name = variable.substr(0, variable.find('='));
-        if (std::find(names.begin(), names.end(), name) == names.end())
-            kept.push_back(variable);
-    }
-    return kept;
-}
-
 } // namespace obrin

@@ -65,7 +65,4 @@ private:
     Descriptor output_;
 };
 
-/// The process's environment without the variables named, each as "NAME=value".
-std::vector<std::string> environmentWithout(const std::vector<std::string>& names);
-
 } // namespace obrin

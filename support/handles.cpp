@@ -27,10 +27,6 @@ int Descriptor::close() {
     return fd < 0 ? 0 : ::close(fd);
 }
 
-FileStream openStream(const std::string& path, const char* mode) {
-    return FileStream(std::fopen(path.c_str(), (std::string(mode) + "e").c_str()));
-}
-
 bool writeAll(int fd, const char* bytes, std::size_t size) {
     while (size > 0) {
         ssize_t written = ::write(fd, bytes, size);

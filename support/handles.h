@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdio>
 #include <dirent.h>
 #include <memory>
 #include <string>
@@ -30,16 +29,6 @@ public:
 private:
     int fd_ = -1;
 };
-
-struct FileCloser {
-    void operator()(std::FILE* stream) const { std::fclose(stream); }
-};
-
-/// A standard stream with one owner; empty means "not open". Every stream is close-on-exec.
-using FileStream = std::unique_ptr<std::FILE, FileCloser>;
-
-/// fopen(3) with the close-on-exec letter "e" added to `mode`. Empty on failure, errno as fopen left it.
-FileStream openStream(const std::string& path, const char* mode);
 
 struct DirectoryCloser {
     void operator()(DIR* directory) const { ::closedir(directory); }

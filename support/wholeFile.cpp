@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
-#include <cstdlib>
 #include <fcntl.h>
 #include <sys/random.h>
 #include <unistd.h>
@@ -22,6 +21,27 @@ std::optional<std::string> readWholeFile(const std::string& path, std::size_t li
     return text;
 }
 
+namespace {
+
+std::optional<std::string> textOf(const Descriptor& file) {
+    std::string text;
+    if (file)
+        readRest(file, wholeFileLimit, &text);
+    else if (!isNoRegularFile(errno))
+        return std::nullopt;
+    return text;
+}
+
+} // namespace
+
+std::optional<std::string> readOwnFile(const std::string& path) {
+    return textOf(openOwn(path, O_RDONLY));
+}
+
+std::optional<std::string> readGivenFile(const std::string& path) {
+    return textOf(openGiven(path, O_RDONLY));
+}
+
 void readRest(const Descriptor& file, std::size_t limit, std::string* text) {
     text->clear();
     char block[16384];
@@ -33,14 +53,6 @@ void readRest(const Descriptor& file, std::size_t limit, std::string* text) {
             break;
         text->append(block, static_cast<std::size_t>(got));
     }
-}
-
-std::string linkTarget(const std::string& path) {
-    struct stat state;
-    if (::lstat(path.c_str(), &state) != 0 || !S_ISLNK(state.st_mode))
-        return path;
-    std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr), &std::free);
-    return real ? std::string(real.get()) : path;
 }
 
 namespace {
@@ -101,35 +113,38 @@ SideFile makeSideFile(const std::string& target, unsigned mode) {
 
 bool takeAttributes(int fd, const struct stat& old) {
     struct stat present;
+    const mode_t bits = old.st_mode & (07777 & ~S_IWOTH);
     if (::fstat(fd, &present) == 0 && present.st_uid == old.st_uid && present.st_gid == old.st_gid &&
-        present.st_mode == old.st_mode)
+        (present.st_mode & 07777) == bits)
         return true;
     // Only the superuser gives a file away; a group that the agent is in can still be kept. A change of owner
     // takes permission bits away, so they come last.
     static_cast<void>(::fchown(fd, old.st_uid, old.st_gid) == 0 ||
                       ::fchown(fd, static_cast<uid_t>(-1), old.st_gid) == 0);
-    return ::fchmod(fd, old.st_mode & 07777) == 0;
+    return ::fchmod(fd, bits) == 0;
 }
 
 bool replaceWholeFile(const std::string& path, std::string_view content, Synchronise synchronise) {
-    const std::string target = linkTarget(path);
     struct stat old;
-    const bool exists = ::stat(target.c_str(), &old) == 0;
-    if (exists && !S_ISREG(old.st_mode)) {
-        errno = EINVAL; // a device or a directory is nothing to rename over
+    const bool exists = ::lstat(path.c_str(), &old) == 0;
+    if (exists && !mayBeOpened(path, old))
         return false;
-    }
     // Until it has the old file's owner and group, it is for nobody else to read.
     const bool isOurs = exists && old.st_uid == ::geteuid() && old.st_gid == ::getegid();
-    SideFile side = makeSideFile(target, isOurs ? old.st_mode & 0777 : exists ? 0600 : 0666);
+    SideFile side = makeSideFile(path, isOurs ? old.st_mode & 0775 : exists ? 0600 : plainFileMode);
     if (!side.file)
         return false;
-    if (fill(side, content, exists ? &old : nullptr, synchronise) && takePlace(side, target, synchronise))
+    if (fill(side, content, exists ? &old : nullptr, synchronise) && takePlace(side, path, synchronise))
         return true;
     const int reason = errno;
     ::unlink(side.path.c_str());
     errno = reason;
     return false;
+}
+
+bool replaceGivenFile(const std::string& path, std::string_view content) {
+    const auto target = givenTarget(path);
+    return target && replaceWholeFile(*target, content);
 }
 
 void removeSideFiles(const std::string& path) {

@@ -80,12 +80,15 @@ public:
             struct stat state;
             if (::stat(path->c_str(), &state) == 0)
                 files_.push_back(state);
+            if (::lstat(path->c_str(), &state) ==
+                0) // one may be a link, and the link is then the run's own too
+                files_.push_back(state);
         }
     }
 
     bool contain(const std::string& path) const {
         struct stat state;
-        if (::stat(path.c_str(), &state) != 0)
+        if (::lstat(path.c_str(), &state) != 0)
             return false;
         for (const struct stat& own : files_)
             if (own.st_dev == state.st_dev && own.st_ino == state.st_ino)

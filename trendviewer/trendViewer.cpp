@@ -30,7 +30,7 @@ std::int32_t lockFindTimeStampLabel(const std::string& path, std::int64_t* times
     const std::int32_t locked = trendViewerLockFiles();
     std::int32_t result = locked;
     if (locked == success) {
-        if (const auto script = readWholeFile(path))
+        if (const auto script = readOwnFile(path))
             label = parseTrendLabel(*script);
         else
             result = cannotOpen;
@@ -43,7 +43,7 @@ std::int32_t lockFindTimeStampLabel(const std::string& path, std::int64_t* times
 
 std::int32_t findLimit(const std::string& path, std::int32_t* limit) {
     *limit = 0;
-    const auto script = readWholeFile(path);
+    const auto script = readOwnFile(path);
     if (!script)
         return cannotOpen;
     *limit = parseTrendLimit(*script).value_or(0);
@@ -51,7 +51,7 @@ std::int32_t findLimit(const std::string& path, std::int32_t* limit) {
 }
 
 std::int32_t slirpXYPairs(const std::string& path, const std::function<bool(const char*)>& append) {
-    const auto curve = readWholeFile(path);
+    const auto curve = readOwnFile(path);
     if (!curve)
         return cannotOpen;
     TextScanner scanner(*curve);

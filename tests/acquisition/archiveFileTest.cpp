@@ -135,9 +135,9 @@ TEST_F(ArchiveFile, ArchiveThatCannotBeOpenedIsNamedInTheLogWithTheReason) {
     EXPECT_FALSE(appendArchiveLine(directory.path(""), "1 \n"));
 }
 
-TEST_F(ArchiveFile, AFifoASocketOrADeviceInTheArchivesPlaceIsRefusedWithALogLine) {
+TEST_F(ArchiveFile, AFifoASocketADeviceOrALinkInTheArchivesPlaceIsRefusedWithALogLine) {
     const std::string socket = directory.path("socket");
-    const std::string device = directory.path("device");
+    const std::string link = directory.path("link");
     ASSERT_EQ(::mkfifo(archive.c_str(), 0600), 0);
     const int listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
     sockaddr_un address{AF_UNIX, {}};
@@ -145,13 +145,15 @@ TEST_F(ArchiveFile, AFifoASocketOrADeviceInTheArchivesPlaceIsRefusedWithALogLine
     socket.copy(address.sun_path, sizeof address.sun_path - 1);
     ASSERT_EQ(::bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     ::close(listener);
-    ASSERT_EQ(::symlink("/dev/null", device.c_str()), 0);
+    ASSERT_EQ(::symlink("/dev/null", link.c_str()), 0);
 
-    for (const std::string& path : {archive, device, socket}) {
+    for (const std::string& path : {archive, socket, std::string("/dev/null"), link}) {
         EXPECT_FALSE(appendArchiveLine(path, "1 3 0 41.27 \n"));
-        const std::string line = path == socket ? ": cannot be opened: No such device or address\n"
-                                                : ": is a FIFO or a device, which keeps no history\n";
-        EXPECT_NE(log.text().find("Archive file " + path + line), std::string::npos) << log.text();
+        const std::string kind = path == link ? "symbolic link" : "no regular file";
+        const std::string a = path == link ? "a " : "";
+        EXPECT_NE(log.text().find("Archive file " + path + ": cannot be opened: it is " + a + kind + "\n"),
+                  std::string::npos)
+            << log.text();
     }
     // Opened without a partner, a FIFO would still hand out what had been put into it.
     const int fifo = ::open(archive.c_str(), O_RDWR | O_NONBLOCK);
@@ -212,19 +214,28 @@ TEST_F(ArchiveFile, ArchiveWithoutALineFeedBehindTheCutBecomesEmpty) {
     EXPECT_EQ(readFile(archive), "");
 }
 
-TEST_F(ArchiveFile, PermissionsOwnerAndSymbolicLinkSurviveTheTrimming) {
+TEST_F(ArchiveFile, ALinkInTheArchivesPlaceIsNotTrimmed) {
     const std::string real = directory.path("elsewhere.txt");
-    writeFile(real, lines(2000000));
-    ASSERT_EQ(::chmod(real.c_str(), 0640), 0);
-    const bool mayGiveAway = ::geteuid() == 0;
-    if (mayGiveAway) {
-        ASSERT_EQ(::chown(real.c_str(), 1234, 2345), 0);
-    }
+    const std::string text = lines(2000000);
+    writeFile(real, text);
     ASSERT_EQ(::symlink(real.c_str(), archive.c_str()), 0);
     EXPECT_EQ(trim(archive, 1), 1);
     EXPECT_TRUE(std::filesystem::is_symlink(archive));
+    EXPECT_EQ(readFile(real), text);
+    ASSERT_EQ(sink.events.size(), 1U);
+    EXPECT_EQ(sink.events[0].name, "Cannot Open Database File For Database Trimming");
+}
+
+TEST_F(ArchiveFile, PermissionsAndOwnerSurviveTheTrimming) {
+    writeFile(archive, lines(2000000));
+    ASSERT_EQ(::chmod(archive.c_str(), 0640), 0);
+    const bool mayGiveAway = ::geteuid() == 0;
+    if (mayGiveAway) {
+        ASSERT_EQ(::chown(archive.c_str(), 1234, 2345), 0);
+    }
+    EXPECT_EQ(trim(archive, 1), 1);
     struct stat state;
-    ASSERT_EQ(::stat(real.c_str(), &state), 0);
+    ASSERT_EQ(::stat(archive.c_str(), &state), 0);
     EXPECT_LE(state.st_size, 1048576);
     EXPECT_EQ(state.st_mode & 0777U, 0640U);
     EXPECT_TRUE(!mayGiveAway || (state.st_uid == 1234 && state.st_gid == 2345));

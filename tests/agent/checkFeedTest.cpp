@@ -10,9 +10,12 @@
 #include "tests/support/nativeDoor.h"
 #include "tests/support/temporaryDirectory.h"
 
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <jni.h>
+#include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 
 namespace obrin::test {
 namespace {
@@ -235,6 +238,59 @@ TEST(CheckFeed, WithoutATableOfMountsNoRuleMatchesNothing) {
                 ElementsAre("2:1 skip-pattern-relative|x|||0|0"));
 }
 
+/// What others could turn against the agent of `user` that runs in the directory's "bin".
+std::vector<std::string> foreign(const TemporaryDirectory& home, std::int64_t user) {
+    const std::string bytes = placesFeed(home.path("bin"), home.path("config/AutoConfig.ini"), user);
+    FeedReading in(bytes);
+    EXPECT_EQ(in.number(), checkFeedVersion);
+    auto findings = readFindings(in);
+    EXPECT_TRUE(in.atEnd());
+    return findings;
+}
+
+TEST(CheckFeed, PlacesThatOthersThanTheAgentsUserCanChangeAreTold) {
+    const TemporaryDirectory home;
+    for (const char* name : {"bin", "config", "data", "log", "declared"})
+        std::filesystem::create_directory(home.path(name));
+    writeFile(home.path("config/AutoConfig.ini"),
+              "../data/ archive ../data/pad log ../declared/resources 60000 1 48");
+    writeFile(home.path("declared/resources"), "");
+    const std::string root = std::filesystem::canonical(home.path()).string();
+    const auto me = std::to_string(::geteuid());
+    EXPECT_THAT(foreign(home, -1), IsEmpty());
+    EXPECT_THAT(foreign(home, ::geteuid()), IsEmpty());
+    ASSERT_EQ(::chmod(home.path("declared/resources").c_str(), 0664), 0);
+    ASSERT_EQ(::chmod(home.path("log").c_str(), 0770), 0);
+    ASSERT_EQ(::chmod(home.path("data").c_str(), 0706), 0); // nobody else may search it
+    EXPECT_THAT(foreign(home, -1),
+                ElementsAre("0:0 place-open-to-others|" + root + "/declared/resources|||0|" + me,
+                            "0:0 place-open-to-others|" + root + "/log|||0|" + me));
+    // Directories above: to all is told, unless only owners take things away there.
+    ASSERT_EQ(::chmod(home.path("log").c_str(), 0700), 0);
+    ASSERT_EQ(::chmod(home.path("declared/resources").c_str(), 0600), 0);
+    ASSERT_EQ(::chmod(home.path().c_str(), 0777), 0);
+    EXPECT_THAT(foreign(home, -1), ElementsAre("0:0 place-open-to-others|" + root + "|||0|" + me));
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "whose a place is can be tried with another user only";
+    ASSERT_EQ(::chmod(home.path().c_str(), 0755), 0);
+    ASSERT_EQ(::chown(home.path("data").c_str(), 1234, 0), 0);
+    EXPECT_THAT(foreign(home, 0), ElementsAre("0:0 place-of-another|" + root + "/data|||0|1234"));
+    EXPECT_THAT(foreign(home, 1234), IsEmpty()) << "what is root's may be";
+}
+
+TEST(CheckFeed, AHomeBelowADirectoryThatIsOpenToAllIsSafeOnlyWhereOwnersAloneTakeAway) {
+    const TemporaryDirectory outer;
+    for (const char* name : {"home", "home/bin", "home/config"})
+        std::filesystem::create_directory(outer.path(name));
+    const std::string root = std::filesystem::canonical(outer.path()).string();
+    for (const auto& [mode, isTold] : {std::pair(0777U, true), {01777U, false}, {0775U, false}}) {
+        ASSERT_EQ(::chmod(outer.path().c_str(), mode), 0);
+        const std::string bytes =
+            placesFeed(outer.path("home/bin"), outer.path("home/config/AutoConfig.ini"), -1);
+        EXPECT_EQ(bytes.find("place-open-to-others") != std::string::npos, isTold) << mode;
+    }
+}
+
 using Version = jint (*)(JNIEnv*, jclass);
 using Check = jbyteArray (*)(JNIEnv*, jclass, jbyteArray);
 using CheckOfDeclarations = jbyteArray (*)(JNIEnv*, jclass, jbyteArray, jint, jint);
@@ -247,8 +303,10 @@ protected:
     }
 
     void declareCheck(jint version) {
-        declare(version,
-                {{"configuration", "([B)[B"}, {"skipRules", "([B)[B"}, {"declarations", "([BII)[B"}});
+        declare(version, {{"configuration", "([B)[B"},
+                          {"skipRules", "([B)[B"},
+                          {"declarations", "([BII)[B"},
+                          {"places", "([B[BJ)[B"}});
     }
 };
 

@@ -4,10 +4,14 @@
 #include "tests/support/temporaryDirectory.h"
 #include "tests/support/turnedClock.h"
 
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <locale.h>
 #include <regex>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -125,11 +129,40 @@ TEST(DebugLog, MissingDirectoryLosesLinesOnlyAndLoggingResumesByItself) {
     EXPECT_EQ(log.text(), "kept\n");
 }
 
-TEST(DebugLog, FullDeviceBreaksNothing) {
+TEST(DebugLog, ALogThatCannotBeWrittenBreaksNothing) {
     CapturedLog log;
-    ASSERT_EQ(::symlink("/dev/full", systemPaths().log.c_str()), 0);
-    EXPECT_EQ(DEBUGMSG("lost\n"), EOF);
-    EXPECT_EQ(DEBUGMSG("lost too\n"), EOF);
+    openLogFile();
+    struct rlimit old = {};
+    ::getrlimit(RLIMIT_FSIZE, &old);
+    const struct rlimit none = {0, old.rlim_max};
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    ::setrlimit(RLIMIT_FSIZE, &none);
+    const int first = DEBUGMSG("lost\n");
+    const int second = DEBUGMSG("lost too\n");
+    ::setrlimit(RLIMIT_FSIZE, &old);
+    std::signal(SIGXFSZ, handler);
+    EXPECT_EQ(first, EOF);
+    EXPECT_EQ(second, EOF);
+    EXPECT_EQ(DEBUGMSG("kept\n"), 0);
+    EXPECT_EQ(log.text(), "kept\n");
+}
+
+TEST(DebugLog, WhatLiesInItsPlaceIsNeitherFollowedNorWaitedFor) {
+    CapturedLog log;
+    TemporaryDirectory place;
+    const std::string victim = place.path("victim");
+    const std::string path = systemPaths().log;
+    writeFile(victim, "precious");
+    for (const bool isLink : {true, false}) {
+        ASSERT_EQ(isLink ? ::symlink(victim.c_str(), path.c_str()) : ::mkfifo(path.c_str(), 0600), 0);
+        EXPECT_EQ(openLogFile(), isLink ? ELOOP : ENXIO);
+        EXPECT_EQ(DEBUGMSG("lost\n"), EOF);
+        std::filesystem::remove(path);
+    }
+    EXPECT_EQ(readFile(victim), "precious");
+    EXPECT_EQ(openLogFile(), 0);
+    EXPECT_EQ(DEBUGMSG("kept\n"), 0);
+    EXPECT_EQ(log.text(), "kept\n");
 }
 
 TEST(DebugLog, LogTruncatedByOthersGetsNoHole) {

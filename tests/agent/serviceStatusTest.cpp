@@ -109,6 +109,28 @@ TEST_F(ServiceStatus, ANameIsOneLineOfTextWhateverItsBytes) {
     EXPECT_EQ(describeService(clasp), "1 resource; /a?MAINPID=1???\xC3\xA4? runs out in 5 h");
 }
 
+TEST_F(ServiceStatus, NoCharacterOfANameSteersATerminalOrTurnsTheReadingOrder) {
+    struct Case {
+        const char* name;
+        const char* shown;
+    };
+    const Case cases[] = {
+        {"\x1b[31m", "?[31m"},
+        {"\xc2\x80 \xc2\x9b \xc2\xa0", "? ? \xc2\xa0"},
+        {"\xd8\x9c \xd8\x9b", "? \xd8\x9b"},
+        {"\xe2\x80\x8a \xe2\x80\x8b \xe2\x80\x8f \xe2\x80\x90", "\xe2\x80\x8a ? ? \xe2\x80\x90"},
+        {"\xe2\x80\xa7 \xe2\x80\xa8 \xe2\x80\xae \xe2\x80\xaf", "\xe2\x80\xa7 ? ? \xe2\x80\xaf"},
+        {"\xe2\x81\x9f \xe2\x81\xa0 \xe2\x81\xaf \xe2\x81\xb0", "\xe2\x81\x9f ? ? \xe2\x81\xb0"},
+        {"\xef\xbb\xbf\xef\xbb\xbe", "?\xef\xbb\xbe"},
+    };
+    for (const auto& [name, shown] : cases) {
+        Link* disk = addDisk((std::string("tmpfs /") + name).c_str());
+        forecast(disk, 5.0);
+        EXPECT_EQ(describeService(clasp), std::string("1 resource; /") + shown + " runs out in 5 h");
+        ScanUpChainDeletingAllLinks(&clasp);
+    }
+}
+
 TEST(ServiceStatusOfAStart, TellsHowMuchOfTheArchiveHasBeenRead) {
     EXPECT_EQ(describeReadingArchive(2, 5), "reading the archive: 40 %");
     EXPECT_EQ(describeReadingArchive(0, 0), "reading the archive: 0 %");

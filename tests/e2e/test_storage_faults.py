@@ -6,8 +6,8 @@ import subprocess
 import unittest
 
 import check_home
-from agent_home import (DISK_SPACE, FEW, HEADING, MS_RDONLY, MS_REMOUNT, AgentTest, Running, declaration, is_sanitized, mount,
-                        needs_mounts, needs_tool, read, size, umount, write)
+from agent_home import (DISK_SPACE, FEW, HEADING, MS_BIND, MS_RDONLY, MS_REMOUNT, AgentTest, Running, declaration, is_sanitized,
+                        mount, needs_mounts, needs_tool, read, size, umount, write)
 
 SAMPLING_FAILED = "Call To RawDataRetrievalAndArchive Failed"
 FAILED_LINE = "Failure of RawDataRetrievalAndArchive. Error Code -1...exiting.\n"
@@ -33,6 +33,12 @@ def fill(directory, name="filler"):
 
 
 class StorageTest(AgentTest):
+    def full_device(self, path):
+        """Has a device that is always full in the place of a file."""
+        write(path, "")
+        mount("/dev/full", path, "", MS_BIND)
+        self.addCleanup(umount, path)
+
     def cycles_go_on(self, agent, text=FAILED_LINE, times=3):
         begin = agent.home.log().count(text)
         agent.until(lambda: agent.home.log().count(text) >= begin + times, f"{times} times {text!r}")
@@ -59,11 +65,13 @@ class A1_ArchiveAppend(StorageTest):
         self.assertIn(SAMPLING_FAILED, result.fatal())
         self.assertTrue(home.snapshot()["archive"].startswith(full["archive"]))
 
+    @needs_mounts
     def test_a_device_that_is_always_full_fails_each_cycle_and_nothing_else(self):
         home = self.home()
-        os.symlink("/dev/full", home.layout.archive)
+        self.full_device(home.layout.archive)
         agent = self.running(home)
         self.cycles_go_on(agent)
+        self.assertIn("archive.txt: cannot be opened: it is no regular file\n", home.log())
         self.end(agent)
 
     @needs_tool("strace")
@@ -297,11 +305,20 @@ class A7_Log(StorageTest):
         agent.until(lambda: "TimeStamp = " in home.log(), "a log that resumes")
         self.end(agent)
 
+    @needs_mounts
     def test_a_log_that_is_always_full_loses_lines_only(self):
         home = self.home()
-        os.symlink("/dev/full", home.layout.log)
+        self.full_device(home.layout.log)
         result = self.run_agent(home, "--cycles", 3)
         self.assertEqual(result.fatal(), [])
+
+    @needs_tool("prlimit")
+    def test_a_log_that_cannot_grow_loses_lines_only(self):
+        home = self.home()
+        result = self.run_agent(home, "--cycles", 3, prefix=["prlimit", "--fsize=2000"])
+        self.assertEqual(result.fatal(), [])
+        self.assertEqual(os.path.getsize(home.layout.log), 2000)
+        self.assertEqual(len(home.archive_lines()), 3)
 
     @needs_mounts
     def test_a_full_disk_loses_lines_and_logging_resumes_by_itself(self):

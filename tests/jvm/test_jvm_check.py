@@ -36,7 +36,8 @@ def shipped_home():
 
 
 def prepare(home, steps):
-    """Follows the lines of a case: remove PATH, file PATH, pipe PATH, line PATH WORDS, size PATH BYTES."""
+    """Follows the lines of a case: remove PATH, file PATH, pipe PATH, line PATH WORDS, size PATH BYTES, mode PATH BITS, owner
+    PATH USER (only by root)."""
     for step in steps.splitlines():
         what, path, *more = step.split()
         path = os.path.normpath(home.at(path))
@@ -51,6 +52,10 @@ def prepare(home, steps):
         elif what == "line":
             with open(path, "a", encoding="utf-8") as file:
                 file.write(" ".join(more) + "\n")
+        elif what == "mode":
+            os.chmod(path, int(more[0], 8))
+        elif what == "owner" and os.geteuid() == 0:
+            os.chown(path, int(more[0]), -1)
         elif what == "size":
             os.truncate(path, int(more[0]))
 

@@ -430,7 +430,7 @@ TEST_F(TrendFiles, WriteAndReadAgree) {
     EXPECT_EQ(parseTrendLimit(*script), 100);
 }
 
-TEST_F(TrendFiles, OneThatLeadsToAFullDeviceIsReportedAndTheOthersAreWritten) {
+TEST_F(TrendFiles, OneThatIsALinkIsReportedAndTheOthersAreWritten) {
     for (const std::string& suffix : all) {
         sink.events.clear();
         const std::string path = stem + suffix;

@@ -356,16 +356,21 @@ TEST_F(ScratchPadFile, ARecordThatRepeatsAKnownOneContradictsNothing) {
     EXPECT_THAT(log.text(), HasSubstr(": 1 incomplete or contradicting records passed over"));
 }
 
-TEST_F(ScratchPadFile, AFullDiskIsLoggedAndTheNumberIsNotGivenToAnother) {
-    clasp.ScratchPad = "/dev/full";
-    ScratchPad pad(clasp.ScratchPad);
-    EXPECT_EQ(numberOf(pad, disk("a /a")), 1);
-    EXPECT_EQ(numberOf(pad, disk("b /b")), 2);
-    EXPECT_EQ(chain().size(), 2U);
-    EXPECT_THAT(log.text(), HasSubstr("Cannot write scratch pad /dev/full: No space left on device\n"));
-    // The disk goes and comes back in the same run.
-    takeLinkFromChain(clasp.pFirstLink);
-    EXPECT_EQ(numberOf(pad, disk("a /a")), 1);
+TEST_F(ScratchPadFile, ARecordThatCannotBeWrittenIsLoggedAndTheNumberIsNotGivenToAnother) {
+    for (const std::string& path : {std::string("/dev/full"), directory.path("gone/pad.txt")}) {
+        startRun();
+        clasp.ScratchPad = path;
+        ScratchPad pad(clasp.ScratchPad);
+        EXPECT_EQ(numberOf(pad, disk("a /a")), 1);
+        EXPECT_EQ(numberOf(pad, disk("b /b")), 2);
+        EXPECT_EQ(chain().size(), 2U);
+        EXPECT_THAT(log.text(), HasSubstr("Cannot write scratch pad " + path + ": " +
+                                          (path == "/dev/full" ? "it is no regular file\n"
+                                                               : "No such file or directory\n")));
+        // The disk goes and comes back in the same run.
+        takeLinkFromChain(clasp.pFirstLink);
+        EXPECT_EQ(numberOf(pad, disk("a /a")), 1);
+    }
 }
 
 TEST_F(ScratchPadFile, ARecordThatCouldNotBeWrittenIsWrittenOnceItCan) {

@@ -99,17 +99,54 @@ TEST(WholeFile, DirectoryAndFifoAreEmptyTextsAndNeverWaitedFor) {
     EXPECT_EQ(readWholeFile(directory.path("fifo")), "");
 }
 
-TEST(WholeFile, ReplacingKeepsPermissionsAndSymbolicLinks) {
+TEST(WholeFile, ReplacingKeepsPermissionsAndALinkThatSomebodyGave) {
     test::TemporaryDirectory directory;
     writeFile(directory.path("real"), "old");
     ASSERT_EQ(::chmod(directory.path("real").c_str(), 0640), 0);
     ASSERT_EQ(::symlink("real", directory.path("link").c_str()), 0);
-    EXPECT_TRUE(replaceWholeFile(directory.path("link"), "new"));
+    EXPECT_FALSE(replaceWholeFile(directory.path("link"), "new"));
+    EXPECT_EQ(errno, ELOOP);
+    EXPECT_EQ(readFile(directory.path("real")), "old");
+    EXPECT_TRUE(replaceGivenFile(directory.path("link"), "new"));
     EXPECT_EQ(readFile(directory.path("real")), "new");
     EXPECT_TRUE(std::filesystem::is_symlink(directory.path("link")));
     struct stat state;
     ASSERT_EQ(::stat(directory.path("real").c_str(), &state), 0);
     EXPECT_EQ(state.st_mode & 0777U, 0640U);
+}
+
+TEST(WholeFile, ALinkThatLeadsNowhereForNowIsNotReplaced) {
+    test::TemporaryDirectory directory;
+    ASSERT_EQ(::symlink("away", directory.path("link").c_str()), 0);
+    EXPECT_FALSE(replaceGivenFile(directory.path("link"), "new"));
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(namesIn(directory.path()), std::set<std::string>{"link"});
+    EXPECT_TRUE(std::filesystem::is_symlink(directory.path("link")));
+}
+
+TEST(WholeFile, NobodyElseMayWriteWhatReplacesAFileThatAllCouldWrite) {
+    test::TemporaryDirectory directory;
+    writeFile(directory.path("f"), "old");
+    ASSERT_EQ(::chmod(directory.path("f").c_str(), 0666), 0);
+    EXPECT_TRUE(replaceWholeFile(directory.path("f"), "new"));
+    EXPECT_EQ(stateOf(directory.path("f")).st_mode & 07777U, 0664U);
+}
+
+TEST(WholeFile, ADirectoryAFifoAndADeviceAreEmptyTextsWhateverTheyHold) {
+    test::TemporaryDirectory directory;
+    const std::string fifo = directory.path("fifo");
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    const Descriptor writer = Descriptor::open(fifo, O_RDWR);
+    ASSERT_TRUE(writeAll(writer.get(), "text", 4));
+    for (const std::string& path : {directory.path(), fifo, std::string("/dev/zero")}) {
+        EXPECT_EQ(readOwnFile(path), "") << path;
+        EXPECT_EQ(readGivenFile(path), "") << path;
+    }
+    writeFile(directory.path("real"), "text");
+    ASSERT_EQ(::symlink("real", directory.path("link").c_str()), 0);
+    EXPECT_EQ(readOwnFile(directory.path("real")), "text");
+    EXPECT_EQ(readOwnFile(directory.path("link")), std::nullopt);
+    EXPECT_EQ(readGivenFile(directory.path("link")), "text");
 }
 
 TEST(WholeFile, FileIsMadeWhenThereIsNoneAndReplacedWhenThereIsOne) {
@@ -178,13 +215,13 @@ TEST(WholeFile, WhoMayNotGiveFilesAwayKeepsTheModeAndAGroupOfHisOwn) {
         const std::string file = directory.path("f");
         writeFile(file, "old");
         ASSERT_EQ(::chown(file.c_str(), 0, group), 0);
-        ASSERT_EQ(::chmod(file.c_str(), 0646), 0);
+        ASSERT_EQ(::chmod(file.c_str(), 0645), 0);
         EXPECT_TRUE(trueAs(1234, {1234, 2345}, [&] { return replaceWholeFile(file, "new"); }));
         const struct stat state = stateOf(file);
         EXPECT_EQ(readFile(file), "new");
         EXPECT_EQ(state.st_uid, 1234U);
         EXPECT_EQ(state.st_gid, group == 2345U ? 2345U : 1234U);
-        EXPECT_EQ(state.st_mode & 07777U, 0646U);
+        EXPECT_EQ(state.st_mode & 07777U, 0645U);
     }
 }
 

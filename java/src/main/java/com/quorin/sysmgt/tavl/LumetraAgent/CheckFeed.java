@@ -10,7 +10,7 @@ import java.util.Optional;
 public final class CheckFeed {
 
     /** The layout of the bytes that are handed over. */
-    public static final int VERSION = 3;
+    public static final int VERSION = 4;
 
     private CheckFeed() {}
 
@@ -32,6 +32,16 @@ public final class CheckFeed {
      * table of mounts.
      */
     public static native byte[] skipRules(byte[] text);
+
+    /**
+     * What others than root and its user could turn against an agent, as agent/checkFeed.h lays it out. Opens the
+     * configuration.
+     *
+     * @param bin           the path of its working directory
+     * @param configuration the path of its configuration file
+     * @param user          the number of its user; -1 for that of this process
+     */
+    public static native byte[] places(byte[] bin, byte[] configuration, long user);
 
     /** Why the library cannot be asked, in one sentence that names both versions; empty when it can. */
     public static Optional<String> problem() {

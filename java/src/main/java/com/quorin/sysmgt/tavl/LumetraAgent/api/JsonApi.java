@@ -1,9 +1,11 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.api;
 
 import com.fasterxml.jackson.core.JsonGenerator;
+import com.fasterxml.jackson.core.json.JsonWriteFeature;
 import com.fasterxml.jackson.databind.JsonSerializer;
 import com.fasterxml.jackson.databind.ObjectMapper;
 import com.fasterxml.jackson.databind.SerializerProvider;
+import com.fasterxml.jackson.databind.json.JsonMapper;
 import com.fasterxml.jackson.databind.module.SimpleModule;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.Event;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.EventGroup;
@@ -263,6 +265,7 @@ public final class JsonApi implements WebRoute {
         numbers.addSerializer(Double.TYPE, number);
         numbers.addSerializer(Snapshot.Recent.class, new ShortHistory());
         numbers.addSerializer(TrendView.Curve.class, new FiniteCurve());
-        return new ObjectMapper().registerModule(numbers);
+        // names of events as they were told: in ASCII none of them steers the terminal that the answer is shown on
+        return JsonMapper.builder().enable(JsonWriteFeature.ESCAPE_NON_ASCII).addModule(numbers).build();
     }
 }

@@ -1,5 +1,6 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.check;
 
+import java.io.IOException;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
@@ -30,6 +31,7 @@ public final class AgentCheck {
         if (check.checkHome()) {
             check.checkConfiguration();
             check.findings.addAll(SkipRules.of(directory).findings());
+            check.checkPlaces();
         }
         return check.inOrder();
     }
@@ -66,6 +68,14 @@ public final class AgentCheck {
         } else {
             ConfigurationCheck.check(file, read(file, configuration))
                     .ifPresent(items -> checkAll(file, items));
+        }
+    }
+
+    private void checkPlaces() {
+        try {
+            findings.addAll(LibraryCheck.placesOf(home.directory(), configuration));
+        } catch (IOException e) {
+            // a home that is gone by now
         }
     }
 

@@ -81,10 +81,15 @@ public record Finding(@JsonIgnore FindingKind kind, String file, @JsonIgnore int
         return kind.expected(found, details);
     }
 
+    /** What was found, as the beginning of a sentence. */
+    public String what() {
+        return kind.message(found, details);
+    }
+
     /** What was found and expected, in one sentence. */
     @JsonProperty
     String message() {
-        return kind.message(found, details) + "; expected " + expected();
+        return what() + "; expected " + expected();
     }
 
     /** The line of the report for people. */

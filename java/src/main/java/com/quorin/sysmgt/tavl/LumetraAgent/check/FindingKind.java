@@ -283,6 +283,14 @@ public enum FindingKind {
     SKIP_MATCHES_NOTHING(false, "the rule %1$s matches nothing that is mounted now",
             "the type, or a pattern for the whole mount point, of something mounted; no * matches a /"),
 
+    /** Somebody else may write there. */
+    PLACE_OPEN_TO_OTHERS(false, "%1$s can be written by others than its owner, who could change what the agent does",
+            "a place that nobody but its owner and root may write"),
+
+    /** Somebody else owns it. */
+    PLACE_OF_ANOTHER(false, "%1$s belongs to user %2$s, who could change what the agent does",
+            "root or the agent's user as its owner"),
+
     /** Files that the agent will delete. */
     DELETION_AT_START(false, "a start deletes from the data home directory: %1$s",
             "no *.ini, *.gnp and *.cul but the agent's own");
@@ -309,6 +317,11 @@ public enum FindingKind {
     /** Whether the agent refuses what was found, or only might not mean it. */
     public boolean isError() {
         return error;
+    }
+
+    /** Whether it is about who may change something, whatever stands there. */
+    public boolean isOfAPlace() {
+        return this == PLACE_OPEN_TO_OTHERS || this == PLACE_OF_ANOTHER;
     }
 
     /** "error" or "warning". */

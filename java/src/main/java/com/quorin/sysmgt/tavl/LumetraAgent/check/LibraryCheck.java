@@ -2,7 +2,12 @@ package com.quorin.sysmgt.tavl.LumetraAgent.check;
 
 import com.quorin.sysmgt.tavl.LumetraAgent.CheckFeed;
 import com.quorin.sysmgt.tavl.LumetraAgent.NativeLibrary;
+import com.quorin.sysmgt.tavl.LumetraAgent.text.FileText;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.LibraryBytes;
+import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
+import java.io.IOException;
+import java.nio.file.Files;
+import java.nio.file.Path;
 import java.util.List;
 import java.util.Optional;
 import java.util.OptionalLong;
@@ -82,6 +87,25 @@ public final class LibraryCheck {
         List<LibraryFinding> findings = findings(bytes);
         bytes.end();
         return findings;
+    }
+
+    /**
+     * What others could turn against the agent of a home.
+     *
+     * @param user the number of its user; -1 for that of this process
+     */
+    public static List<Finding> placesOf(Path home, Path configuration, long user) {
+        LibraryBytes bytes = begin(CheckFeed.places(FileText.bytes(home.resolve("bin")), FileText.bytes(configuration),
+                user));
+        List<Finding> places = findings(bytes).stream().map(place -> place.worded(Words.ofBytes(place.text())))
+                .toList();
+        bytes.end();
+        return places;
+    }
+
+    /** The same of the user who owns the home. */
+    public static List<Finding> placesOf(Path home, Path configuration) throws IOException {
+        return placesOf(home, configuration, ((Number) Files.getAttribute(home, "unix:uid")).longValue());
     }
 
     private static LibraryBytes begin(byte[] answer) {

@@ -1,5 +1,7 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.check;
 
+import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
+
 /**
  * What the library says of a text. Its headers agent/configFindings.h and resources/declarationFindings.h tell
  * what belongs to each kind. Texts have one character for each byte.
@@ -44,6 +46,7 @@ public record LibraryFinding(String kind, Place place, String text, String keywo
                     becomeZero(item));
             case NUMBER_WITH_REST -> finding(worded, file, quoted, Integer.toString(item), meaning(), amount,
                     becomeZero(item + 1));
+            case PLACE_OPEN_TO_OTHERS, PLACE_OF_ANOTHER -> finding(worded, file, Words.ofBytes(text), amount);
             default -> finding(worded, file, quoted, keyword);
         };
     }

@@ -1,5 +1,7 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.check;
 
+import com.quorin.sysmgt.tavl.LumetraAgent.files.OwnFile;
+import java.io.IOException;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
@@ -23,7 +25,8 @@ public record SkipRules(byte[] text, List<Finding> findings) {
             return new SkipRules(new byte[0], findings);
         }
         Optional<String> obstacle = CheckHome.whyUnopenable(path)
-                .or(() -> CheckHome.whyNoFile(path).map(kind -> "it is " + kind));
+                .or(() -> CheckHome.whyNoFile(path).map(kind -> "it is " + kind))
+                .or(() -> objection(path, home));
         if (obstacle.isPresent()) {
             file.add(Place.NOWHERE, FindingKind.SKIP_RULES_UNREADABLE, obstacle.get());
             return new SkipRules(new byte[0], findings);
@@ -31,6 +34,15 @@ public record SkipRules(byte[] text, List<Finding> findings) {
         byte[] text = CheckHome.read(path);
         file.add(LibraryCheck.skipRulesOf(text));
         return new SkipRules(text, findings);
+    }
+
+    /** As the library judges the other files that people write. */
+    private static Optional<String> objection(Path path, Path home) {
+        try {
+            return OwnFile.objectionToGiven(path, (Integer) Files.getAttribute(home, "unix:uid"));
+        } catch (IOException e) {
+            return Optional.of("it is gone");
+        }
     }
 
     /** What was expected in the place of a rule that is none, whatever is mounted; empty for a rule. */

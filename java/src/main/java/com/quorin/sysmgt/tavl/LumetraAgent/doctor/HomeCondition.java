@@ -2,18 +2,16 @@ package com.quorin.sysmgt.tavl.LumetraAgent.doctor;
 
 import com.quorin.sysmgt.tavl.LumetraAgent.check.AgentCheck;
 import com.quorin.sysmgt.tavl.LumetraAgent.check.Finding;
+import com.quorin.sysmgt.tavl.LumetraAgent.check.FindingKind;
+import com.quorin.sysmgt.tavl.LumetraAgent.check.LibraryCheck;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
 import java.io.IOException;
 import java.nio.file.Files;
-import java.nio.file.LinkOption;
 import java.nio.file.Path;
-import java.nio.file.attribute.PosixFileAttributes;
-import java.nio.file.attribute.PosixFilePermission;
 import java.time.Duration;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.Optional;
-import java.util.Set;
 
 /** Whether a home can be worked in: its disk, its owner, what the check says of its files. */
 final class HomeCondition {
@@ -115,36 +113,25 @@ final class HomeCondition {
 
     Symptom owner() {
         try {
-            String owner = Files.readAttributes(home, PosixFileAttributes.class).owner().getName();
-            List<Path> paths = directories();
-            if (Files.exists(configuration)) {
-                paths.add(configuration.toRealPath());
-            }
-            for (Path path : paths) {
-                PosixFileAttributes attributes =
-                        Files.readAttributes(path, PosixFileAttributes.class, LinkOption.NOFOLLOW_LINKS);
-                Set<PosixFilePermission> permissions = attributes.permissions();
-                if (permissions.contains(PosixFilePermission.OTHERS_WRITE)
-                        || permissions.contains(PosixFilePermission.GROUP_WRITE)) {
-                    return new Symptom(Subject.OWNER, Severity.WARNING, path + " can be written by others than its "
-                            + "owner " + attributes.owner().getName() + ", who could change what the agent does",
-                            "chmod go-w " + path + ".");
-                }
-                String other = attributes.owner().getName();
-                if (!other.equals(owner) && !other.equals("root")) {
-                    return new Symptom(Subject.OWNER, Severity.WARNING, path + " belongs to " + other
-                            + " and the home to " + owner, "chown " + owner + " " + path + ".");
-                }
-            }
-            return Symptom.ok(Subject.OWNER, "nobody but its owner, " + owner + ", and root can write in the home");
+            String owner = Files.getOwner(home).getName();
+            Optional<Finding> first = LibraryCheck.placesOf(home, configuration).stream().findFirst();
+            return first.map(place -> foreign(place, owner)).orElseGet(() -> Symptom.ok(Subject.OWNER,
+                    "nobody but its owner, " + owner + ", and root can write in the home"));
         } catch (IOException | RuntimeException e) {
             return new Symptom(Subject.OWNER, Severity.NOTICE, "who may write in the home cannot be seen",
                     "Ask again as root.");
         }
     }
 
+    private static Symptom foreign(Finding place, String owner) {
+        return new Symptom(Subject.OWNER, Severity.WARNING, place.what(),
+                place.kind() == FindingKind.PLACE_OPEN_TO_OTHERS ? "chmod go-w " + place.file() + "."
+                        : "chown " + owner + " " + place.file() + ".");
+    }
+
     Symptom configuration() {
-        List<Finding> findings = AgentCheck.of(home, configuration);
+        List<Finding> findings = AgentCheck.of(home, configuration).stream()
+                .filter(finding -> !finding.kind().isOfAPlace()).toList();
         long errors = findings.stream().filter(finding -> finding.kind().isError()).count();
         long warnings = findings.size() - errors;
         if (findings.isEmpty()) {

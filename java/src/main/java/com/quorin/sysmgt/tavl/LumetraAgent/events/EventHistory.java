@@ -1,10 +1,10 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.events;
 
+import com.quorin.sysmgt.tavl.LumetraAgent.files.OwnFile;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.FileText;
 import java.io.IOException;
 import java.nio.channels.FileChannel;
 import java.nio.charset.StandardCharsets;
-import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayDeque;
 import java.util.ArrayList;
@@ -116,10 +116,7 @@ public final class EventHistory implements Consumer<Event> {
 
     /** The whole lines at the end of a file, at most so many bytes. */
     private static List<String> tail(Path file, int most) {
-        if (!Files.isRegularFile(file)) {
-            return List.of(); // opening a pipe would wait for its writer
-        }
-        try (FileChannel channel = FileChannel.open(file)) {
+        try (FileChannel channel = OwnFile.read(file)) {
             long end = channel.size();
             long start = Math.max(0, end - most);
             String text = new String(FileText.part(channel, start, end), StandardCharsets.UTF_8);

@@ -4,7 +4,6 @@ import com.quorin.sysmgt.tavl.LumetraAgent.text.FileText;
 import java.io.IOException;
 import java.nio.channels.FileChannel;
 import java.nio.charset.StandardCharsets;
-import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.function.Consumer;
 
@@ -22,10 +21,7 @@ public final class ArchiveHistory {
      * @param line      receives the lines, oldest first, without the damaged ones
      */
     public static void read(Path archive, long before, int mostBytes, int mostLines, Consumer<ArchiveLine> line) {
-        if (!Files.isRegularFile(archive)) {
-            return; // opening a pipe would wait for its writer
-        }
-        try (FileChannel channel = FileChannel.open(archive)) {
+        try (FileChannel channel = OwnFile.read(archive)) {
             long start = Math.max(0, channel.size() - mostBytes);
             byte[] text = FileText.part(channel, start, channel.size());
             int first = startOfLast(text, mostLines);

@@ -4,8 +4,10 @@ import com.quorin.sysmgt.tavl.LumetraAgent.text.FileText;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
 import java.io.IOException;
 import java.io.InputStream;
+import java.nio.channels.Channels;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
+import java.nio.file.LinkOption;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
@@ -34,11 +36,11 @@ public final class CulpritFile {
      */
     public static CulpritReport read(int id, String name, String home, String measure, String measureText) {
         Path file = FileText.path(home + name + ".cul");
-        if (measure == null || !Files.isRegularFile(file)) {
-            return new CulpritReport(id, measure, measureText, null, List.of());
+        if (measure == null) {
+            return new CulpritReport(id, null, measureText, null, List.of());
         }
-        try (InputStream in = Files.newInputStream(file)) {
-            long written = Files.getLastModifiedTime(file).to(TimeUnit.SECONDS);
+        try (InputStream in = Channels.newInputStream(OwnFile.read(file))) {
+            long written = Files.getLastModifiedTime(file, LinkOption.NOFOLLOW_LINKS).to(TimeUnit.SECONDS);
             String text = new String(in.readNBytes(LARGEST), StandardCharsets.ISO_8859_1);
             return new CulpritReport(id, measure, measureText, written, parse(text));
         } catch (IOException | SecurityException e) {

@@ -7,7 +7,6 @@ import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.nio.file.StandardCopyOption;
-import java.nio.file.StandardOpenOption;
 
 /**
  * A file of lines of bounded size, each appended whole or not at all. When a line no longer fits, the file
@@ -45,51 +44,43 @@ public final class EventFile {
     public synchronized boolean append(String line) {
         byte[] bytes = (line + "\n").getBytes(StandardCharsets.UTF_8);
         try {
-            if (bytes.length > limit || Files.exists(file) && !Files.isRegularFile(file)) {
-                return false; // opening a pipe would wait for its reader
+            if (bytes.length > limit) {
+                return false;
             }
-            if (!tailIsWhole) {
-                endTornLine();
+            try (FileChannel channel = OwnFile.write(file)) {
+                long end = tailIsWhole ? channel.size() : endOfWholeLine(channel);
+                if (end + bytes.length <= limit) {
+                    return appendWhole(channel, end, bytes);
+                }
             }
-            if (Files.exists(file) && Files.size(file) + bytes.length > limit) {
-                Files.move(file, older, StandardCopyOption.REPLACE_EXISTING);
+            Files.move(file, older, StandardCopyOption.REPLACE_EXISTING);
+            try (FileChannel channel = OwnFile.write(file)) {
+                return appendWhole(channel, 0, bytes);
             }
-            return appendWhole(bytes);
         } catch (IOException | SecurityException e) {
             return false;
         }
     }
 
-    private boolean appendWhole(byte[] bytes) throws IOException {
-        try (FileChannel channel = FileChannel.open(file, StandardOpenOption.CREATE, StandardOpenOption.WRITE,
-                StandardOpenOption.APPEND)) {
-            long before = channel.size();
-            tailIsWhole = false;
-            int written = 0;
-            try {
-                written = channel.write(ByteBuffer.wrap(bytes));
-            } finally {
-                if (written != bytes.length) {
-                    channel.truncate(before);
-                }
+    private boolean appendWhole(FileChannel channel, long end, byte[] bytes) throws IOException {
+        tailIsWhole = false;
+        int written = 0;
+        try {
+            written = channel.write(ByteBuffer.wrap(bytes), end);
+        } finally {
+            if (written != bytes.length) {
+                channel.truncate(end);
             }
-            tailIsWhole = written == bytes.length;
-            return tailIsWhole;
         }
+        tailIsWhole = written == bytes.length;
+        return tailIsWhole;
     }
 
     /** A process that died in the middle of a line left it without an end; the next must not join it. */
-    private void endTornLine() throws IOException {
-        if (!Files.exists(file)) {
-            return;
-        }
-        try (FileChannel channel =
-                FileChannel.open(file, StandardOpenOption.READ, StandardOpenOption.WRITE)) {
-            ByteBuffer last = ByteBuffer.allocate(1);
-            long size = channel.size();
-            if (size > 0 && channel.read(last, size - 1) == 1 && last.get(0) != '\n') {
-                channel.write(ByteBuffer.wrap(new byte[] {'\n'}), size);
-            }
-        }
+    private static long endOfWholeLine(FileChannel channel) throws IOException {
+        ByteBuffer last = ByteBuffer.allocate(1);
+        long size = channel.size();
+        boolean isTorn = size > 0 && channel.read(last, size - 1) == 1 && last.get(0) != '\n';
+        return isTorn ? size + channel.write(ByteBuffer.wrap(new byte[] {'\n'}), size) : size;
     }
 }

@@ -1,11 +1,11 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.host;
 
+import com.quorin.sysmgt.tavl.LumetraAgent.files.OwnFile;
 import java.io.IOException;
 import java.nio.channels.FileChannel;
 import java.nio.channels.FileLock;
 import java.nio.channels.OverlappingFileLockException;
 import java.nio.file.Path;
-import java.nio.file.StandardOpenOption;
 import java.util.Optional;
 
 /**
@@ -32,8 +32,7 @@ final class HomeLock {
     static HomeLock take(Path file) {
         FileChannel channel = null;
         try {
-            channel = FileChannel.open(
-                    file, StandardOpenOption.CREATE, StandardOpenOption.READ, StandardOpenOption.WRITE);
+            channel = OwnFile.write(file);
             FileLock lock = channel.tryLock();
             if (lock != null) {
                 return new HomeLock(channel, false, null);

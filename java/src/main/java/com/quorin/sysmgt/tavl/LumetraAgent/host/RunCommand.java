@@ -1,10 +1,13 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.host;
 
+import com.quorin.sysmgt.tavl.LumetraAgent.CheckFeed;
 import com.quorin.sysmgt.tavl.LumetraAgent.ExecPrediction;
 import com.quorin.sysmgt.tavl.LumetraAgent.HostFeed;
 import com.quorin.sysmgt.tavl.LumetraAgent.LumetraSubagent;
 import com.quorin.sysmgt.tavl.LumetraAgent.NativeLibrary;
+import com.quorin.sysmgt.tavl.LumetraAgent.check.Finding;
 import com.quorin.sysmgt.tavl.LumetraAgent.check.HomeFiles;
+import com.quorin.sysmgt.tavl.LumetraAgent.check.LibraryCheck;
 import com.quorin.sysmgt.tavl.LumetraAgent.client.PathName;
 import com.quorin.sysmgt.tavl.LumetraAgent.client.WholeNumber;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.AgentEvents;
@@ -74,6 +77,8 @@ final class RunCommand implements Callable<Integer> {
 
     /** Each look costs a fifth of a millisecond of a processor's time. */
     private static final Duration LOOK_EVERY = Duration.ofSeconds(2);
+
+    private static final long THIS_USER = -1;
 
     private static final Duration REMIND_EVERY = Duration.ofSeconds(30);
     private static final Duration REOPEN_EVERY = Duration.ofSeconds(10);
@@ -191,6 +196,7 @@ final class RunCommand implements Callable<Integer> {
                     .flatMap(manager -> manager.introduce(HostFeed::tellService)).ifPresent(out::println);
             disks.set(home, out);
             follow();
+            warnOfPlaces();
         }
         SpareThreads spare = SpareThreads.hold(THREADS_OF_A_SIGNAL + THREADS_OF_A_LISTING);
         announce();
@@ -270,6 +276,17 @@ final class RunCommand implements Callable<Integer> {
         }
         follower = new FeedFollower(feed, readers);
         follower.start();
+    }
+
+    /** What others could turn against the agent keeps it from nothing, but is told. */
+    private void warnOfPlaces() {
+        List<Finding> places =
+                CheckFeed.problem().isEmpty() ? LibraryCheck.placesOf(home, config, THIS_USER) : List.of();
+        places.forEach(place -> out.println(place.what() + "."));
+        if (view != null && !places.isEmpty()) {
+            view.warn(places.get(0).what() + (places.size() == 1 ? "." : ", and so with " + (places.size() - 1)
+                    + " more; lumetra check tells of each."));
+        }
     }
 
     private void keepScore(Publication publication) {

@@ -5,11 +5,12 @@ import com.fasterxml.jackson.databind.JsonNode;
 import com.fasterxml.jackson.databind.node.ArrayNode;
 import com.fasterxml.jackson.databind.node.ObjectNode;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.EventFile;
+import com.quorin.sysmgt.tavl.LumetraAgent.files.OwnFile;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.AsciiJson;
 import java.io.BufferedReader;
 import java.io.IOException;
+import java.nio.channels.Channels;
 import java.nio.charset.StandardCharsets;
-import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
@@ -59,7 +60,7 @@ public final class ScoreFile {
     /** Everything in the file and its older generation; what cannot be read is not there. */
     public Content read() {
         Content content =
-                new Content(Files.exists(file), new ArrayList<>(), new ArrayList<>(), new ArrayList<>(), 0);
+                new Content(OwnFile.exists(file), new ArrayList<>(), new ArrayList<>(), new ArrayList<>(), 0);
         int damaged = 0;
         for (Path generation : List.of(file.resolveSibling(file.getFileName() + ".1"), file)) {
             damaged += read(generation, content);
@@ -71,10 +72,11 @@ public final class ScoreFile {
     /** Adds what a generation holds; returns how many lines are damaged. */
     private static int read(Path generation, Content content) {
         int damaged = 0;
-        if (!Files.isRegularFile(generation)) {
-            return 0; // opening a pipe would wait for its writer
+        if (!OwnFile.exists(generation)) {
+            return 0;
         }
-        try (BufferedReader in = Files.newBufferedReader(generation, StandardCharsets.ISO_8859_1)) {
+        try (BufferedReader in = new BufferedReader(Channels.newReader(OwnFile.read(generation),
+                StandardCharsets.ISO_8859_1))) {
             for (String line = in.readLine(); line != null; line = in.readLine()) {
                 JsonNode read = parse(line);
                 Optional<Start> start = start(read);

@@ -80,6 +80,7 @@ public final class AgentWatch implements AgentView, Consumer<Publication> {
     private boolean isOver;
     private long arrived;
     private Snapshot shown;
+    private String warning;
 
     /**
      * A watch that nothing has been published to yet. Made before the agent starts: the lines of the archive that
@@ -99,6 +100,12 @@ public final class AgentWatch implements AgentView, Consumer<Publication> {
         this.score = score;
         this.timing = timing;
         this.startedAt = epochSeconds();
+    }
+
+    /** Has a sentence stand as the notice whenever there is nothing else to notice. */
+    public synchronized void warn(String sentence) {
+        warning = sentence;
+        shown = null;
     }
 
     /** Takes up a publication. When that fails, the same one may be handed over again. */
@@ -177,7 +184,7 @@ public final class AgentWatch implements AgentView, Consumer<Publication> {
         return new Snapshot.Agent(version, home, startedAt, epochSeconds(), isRunning, isStale, fleet.cycles(),
                 hasCycle ? (Long) state.cycle().time() : null, settings.pause().toSeconds(),
                 settings.neededSamples(), settings.minForecastHours(), settings.maxForecastHours(),
-                hasCycle ? state.notice().orElse(null) : null, state.archive().resumed().samples());
+                hasCycle ? state.notice().orElse(warning) : null, state.archive().resumed().samples());
     }
 
     private List<Snapshot.LeftOut> leftOut() {

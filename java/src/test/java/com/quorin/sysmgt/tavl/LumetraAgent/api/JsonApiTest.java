@@ -60,6 +60,15 @@ class JsonApiTest {
     }
 
     @Test
+    void noAnswerSteersTheTerminalThatItIsShownOn() throws Exception {
+        for (String path : List.of("resources", "resources/7/culprits", "events", "event-groups")) {
+            for (byte each : ask(path, null).bytes(false)) {
+                assertTrue(each >= ' ' && each < 0x7f, path);
+            }
+        }
+    }
+
+    @Test
     void whatIsNoNumberBecomesNull() throws Exception {
         view.snapshot = FakeView.snapshot(List.of(FakeView.resource(1, "a", "", Double.NaN)));
         assertTrue(json("resources", null).at("/resources/0/value").isNull());

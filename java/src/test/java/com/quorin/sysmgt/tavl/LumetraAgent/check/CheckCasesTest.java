@@ -16,6 +16,7 @@ import java.util.List;
 import java.util.Optional;
 import java.util.stream.Collectors;
 import java.util.stream.Stream;
+import org.junit.jupiter.api.Assumptions;
 import org.junit.jupiter.api.BeforeAll;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
@@ -77,6 +78,11 @@ class CheckCasesTest {
             }
             case "line" -> Files.writeString(path, String.join(" ", List.of(step).subList(2, step.length)) + "\n",
                     StandardOpenOption.CREATE, StandardOpenOption.APPEND);
+            case "mode" -> Files.setAttribute(path, "unix:mode", Integer.parseInt(step[2], 8));
+            case "owner" -> {
+                Assumptions.assumeTrue(Files.getAttribute(home, "unix:uid").equals(0), "giving files away needs root");
+                Files.setAttribute(path, "unix:uid", Integer.parseInt(step[2]));
+            }
             case "size" -> {
                 try (RandomAccessFile file = new RandomAccessFile(path.toFile(), "rw")) {
                     file.setLength(Long.parseLong(step[2]));
