@@ -8,8 +8,8 @@ import unittest
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path[:0] = [HERE, os.path.join(os.path.dirname(HERE), "jvm")]
-from failing_calls import FOR_GOOD, KINDS, LONG, Calls, FaultTest, check_home, read, some, write  # noqa: E402
-from java_host import JAR, JAVA_OPTIONS, JavaTest, classes_of, wait_until  # noqa: E402
+from failing_calls import FOR_GOOD, KINDS, LONG, START, Calls, FaultTest, check_home, read, spread, write  # noqa: E402
+from java_host import JAR, JAVA_OPTIONS, JavaTest, classes_of  # noqa: E402
 
 RUN = "run 2 ../config/AutoConfig.ini"
 # Of the ordinary run; the others are tried in the driver alone.
@@ -21,10 +21,9 @@ class FaultLoopInJava(JavaTest, FaultTest):
         """The home with a past that is as old as the machine's clock says."""
         home = self.copy()
         home.configure(period=100, megabytes=1)
-        lines = read(home.layout.archive).splitlines()
-        now = int(time.time())
-        aged = [f"{now - 310 + i} {line.split(' ', 1)[1]}" for i, line in enumerate(lines[-300:])]
-        write(home.layout.archive, "\n".join(lines[:-300] + aged) + "\n")
+        younger = START - int(time.time()) + 10
+        lines = (line.split(" ", 1) for line in read(home.layout.archive).splitlines())
+        write(home.layout.archive, "".join(f"{int(stamp) - younger} {rest}\n" for stamp, rest in lines))
         return home
 
     def begin(self, home, calls):
@@ -41,24 +40,25 @@ class FaultLoopInJava(JavaTest, FaultTest):
         self.assert_clean(machine)
 
     def reference(self):
-        """How many calls of each kind the library makes in a start and three cycles."""
+        """How many calls of each kind the library makes in a start and some cycles, and how many in three of these."""
         home = self.fresh_copy()
-        lines = home.archive_lines()[-1][0]
+        before = home.snapshot()
+        newest = home.archive_lines()[-1][0]
         machine = self.begin(home, Calls())
-        machine.until(lambda: sum(stamp > lines for stamp, _ in home.archive_lines()[-10:]) >= 4, "four cycles")
+        cycles = machine.until(lambda: sum(stamp > newest for stamp, _ in home.archive_lines()), "a cycle")
         counts, failed = Calls().counts(home)
         self.end(machine)
         self.assertEqual(failed, 0)
-        self.assert_clean(machine, home, trimmed=True)
+        self.assert_clean(machine, home, before=before, trimmed=True)
         home.remove()
-        return counts
+        return counts, 3 * sum(counts.values()) // cycles
 
     def survives(self, calls, enough):
         """Whether any call failed."""
         home = self.fresh_copy()
         before = home.snapshot()
         machine = self.begin(home, calls)
-        wait_until(lambda: sum(calls.counts(home)[0].values()) >= enough or machine.process.poll() is not None, str(calls))
+        machine.until(lambda: sum(calls.counts(home)[0].values()) >= enough or "returned\t" in machine.output(), str(calls))
         self.end(machine)
         failed = calls.counts(home)[1]
         os.unlink(calls.counts_file(home))
@@ -68,11 +68,9 @@ class FaultLoopInJava(JavaTest, FaultTest):
         return failed > 0
 
     def test_calls_of_the_library_that_fail_end_neither_its_run_nor_the_machine(self):
-        counts = self.reference()
-        enough = sum(counts.values())
+        counts, enough = self.reference()
         for kind in KINDS if LONG else TRIED:
-            every_tenth = range(1, counts[kind] + 1, 10 if LONG else 1)
-            for number, place in enumerate(some(every_tenth, 1)):
+            for number, place in enumerate(list(spread(counts[kind], 1, 0.3))[::10]):
                 # A start without memory is made again after a second of the real clock, so that memory fails once only.
                 last = FOR_GOOD if number % 2 == 0 and kind != "memory" else place
                 with self.subTest(kind=kind, place=place):
