@@ -351,7 +351,7 @@ class ManyResources(TroubleTest):
             self.assertLessEqual(set(statuses), {200, 503}, path)
         machine.until(lambda: ask(port, RESOURCES)[0] == 200, "the list of all resources")
         self.assertEqual(len(json.loads(ask(port, RESOURCES)[2])["resources"]), count)
-        machine.until(lambda: ask(port, "/metrics")[2].count(b"copy 9999") > 0, "all metrics")
+        machine.until(lambda: ask(port, "/metrics")[2].count(b"lumetra_resource_used_ratio{") == count, "all metrics")
         self.assertNotIn("OutOfMemoryError", machine.output())
         self.terminate(machine)
 
