@@ -11,7 +11,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path[:0] = [os.path.join(os.path.dirname(HERE), "e2e")]
 import check_home  # noqa: E402, F401
 from agent_home import (BUILD, DESCRIPTORS, DISK_SPACE, HEADING, AgentTest, Home, Running, is_sanitized, read, write)  # noqa: E402
-from suite import LONG, often, some, wait_until  # noqa: E402, F401
+from suite import LONG, often, some  # noqa: E402, F401
 
 KINDS = ("open", "log", "opendir", "read", "readdir", "write", "sync", "close", "truncate", "rename", "unlink", "mkdir", "stat",
          "chmod", "realpath", "seek", "spawn", "pipe", "wait", "memory")

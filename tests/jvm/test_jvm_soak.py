@@ -66,7 +66,7 @@ class B5_Soak(Soak):
 
     def churn(self, base, limits):
         """Mounts, unmounts and lets descriptors fill, until it is told to end."""
-        turn = 0
+        turn = -1
         while not self.is_over.wait(0.05):
             turn += 1
             point = os.path.join(base, f"come{turn % 10}")
@@ -135,7 +135,7 @@ class B5_Soak(Soak):
                 self.newest = text[:whole].rsplit(b"\n", 2)[-2]
             return self.cycles >= count
 
-        machine.until(counted, f"cycle {count}")
+        machine.until(lambda: os.path.exists(home.layout.archive) and counted(), f"cycle {count}")
 
     cycles, archive_of, read_to, newest = 0, None, 0, b""
 
