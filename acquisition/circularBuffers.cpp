@@ -16,23 +16,6 @@
 
 namespace obrin {
 
-bool allocateRing(Link& link, std::int32_t millisecondsPerSample) {
-    link.SampleCount = 0;
-    link.NextSlot = 0;
-    link.BufferSize = 0;
-    link.ValueBuffer.reset();
-    link.TimeBuffer.reset();
-    const auto slots = windowSamples(link.WindowSize, millisecondsPerSample);
-    if (!slots)
-        return false;
-    link.ValueBuffer = allocateZeroed(*slots);
-    link.TimeBuffer = allocateZeroed(*slots);
-    if (!link.ValueBuffer || !link.TimeBuffer)
-        return false;
-    link.BufferSize = *slots;
-    return true;
-}
-
 int allocatecircularbuffers(Clasp* clasp) {
     MutexLock lock(chainLock);
     for (Link* link = clasp->pFirstLink; link != nullptr; link = link->pNextLink) {

@@ -12,9 +12,6 @@ namespace obrin {
 // BufferSize. The agent thread alone changes it, under chainLock; what changes it here takes that lock
 // itself, but for pushSample.
 
-/// Gives a link an empty ring of its window's size, zeroed. False, and none at all, when it cannot be had.
-bool allocateRing(Link& link, std::int32_t millisecondsPerSample);
-
 /// Sizes every link's ring to its window, templates included, empty and zeroed. 1; -1 with a log line at the
 /// first ring that cannot be had: that link is left without a ring, links further down keep their old state.
 int allocatecircularbuffers(Clasp* clasp);

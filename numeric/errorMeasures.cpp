@@ -5,9 +5,10 @@
 namespace obrin {
 namespace {
 
+thread_local WorkArray<float> scratch("diff");
+
 /// (a_i - b_i)^2 in the thread's scratch array, which the caller may write to until the next call.
 float* squaredDifferences(Count n, const float* a, const float* b) {
-    thread_local WorkArray<float> scratch("diff");
     float* const diff = scratch.get(n);
     sves(n, a, 1, b, 1, diff, 1);
     svem(n, diff, 1, diff, 1, diff, 1);
@@ -24,6 +25,10 @@ double WMSE(Count n, const float* a, const float* b, const float* w) {
     float* const diff = squaredDifferences(n, a, b);
     svem(n, diff, 1, w, 1, diff, 1);
     return smean(n, diff, 1);
+}
+
+bool reserveErrorMeasures(std::int64_t n) noexcept {
+    return scratch.reserve(n);
 }
 
 } // namespace obrin

@@ -16,4 +16,8 @@ double MSE(Count n, const float* a, const float* b);
 /// one without error.
 double WMSE(Count n, const float* a, const float* b, const float* w);
 
+/// Takes the scratch array of up to n elements for the calling thread, so that the above take no memory.
+/// False when it cannot be had.
+[[nodiscard]] bool reserveErrorMeasures(std::int64_t n) noexcept;
+
 } // namespace obrin

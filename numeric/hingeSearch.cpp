@@ -120,6 +120,12 @@ public:
     /// Total sum of squares about the mean.
     double totalSquares() const { return totalSquares_; }
 
+    /// Takes the memory of up to P positions and k hinges.
+    static bool reserve(Count P, Count k) noexcept {
+        return memory_.intervals.reserve(P + 1) && memory_.abscissae.reserve(P + 2) &&
+               memory_.fromRight.reserve(P + 1) && memory_.levels.reserve(k);
+    }
+
 private:
     void sumIntervals(Count M, const float* x, const float* y, double centre, const std::int32_t* positions);
     void eliminateFromTheRight();
@@ -308,6 +314,10 @@ bool findBestHinges(Count M, const float* x, const float* y, Count P, const std:
         hinges[hinge] = positions[hinges[hinge] - 1];
     }
     return true;
+}
+
+bool reserveHingeSearch(Count P, Count k) noexcept {
+    return HingeSets::reserve(P, k);
 }
 
 } // namespace obrin

@@ -25,4 +25,7 @@ inline constexpr double hingeTieBand = 1e-12;
 bool findBestHinges(Count M, const float* x, const float* y, Count P, const std::int32_t* positions, Count k,
                     std::int32_t* hinges);
 
+/// Takes that memory for up to P positions and k hinges on the calling thread. False when it cannot be had.
+[[nodiscard]] bool reserveHingeSearch(Count P, Count k) noexcept;
+
 } // namespace obrin

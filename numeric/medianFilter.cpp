@@ -136,6 +136,10 @@ Count median_filter(Count n, const float* in, Count w, Count s, float* out) {
     return windows;
 }
 
+bool reserveMedianFilter(std::int64_t n) noexcept {
+    return buffer.reserve(n); // all of them, where one is NaN
+}
+
 Count median_filter_with_border_effects(Count n, const float* in, Count w, Count s, float* out) {
     if (const std::optional<Count> done = withoutWindows(n, in, w, s, out))
         return *done;

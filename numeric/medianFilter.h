@@ -29,6 +29,10 @@ namespace obrin {
 /// is, O(s + log w) a window in the mean.
 Count median_filter(Count n, const float* in, Count w, Count s, float* out);
 
+/// Takes the window's memory for filtering up to n samples on the calling thread, in windows of at most four
+/// strides, so that median_filter() takes none. False when it cannot be had.
+[[nodiscard]] bool reserveMedianFilter(std::int64_t n) noexcept;
+
 /// As above, with the medians of the partial windows at both ends: the first ends at in[w / 2], the last
 /// holds what is left past in[n - w / 2]. Where that is nothing (w of 2 or 3), the last median repeats the
 /// element that was last stored at the front of the sorted buffer. `out` holds at least n + 2 elements; where

@@ -32,6 +32,12 @@ struct SearchMemory {
 thread_local FitMemory fitMemory;
 thread_local SearchMemory searchMemory;
 
+/// What LAPACK is given to work in.
+template <class Number>
+constexpr Number workLength(Number M, Number N) {
+    return 32 * std::max(M, N) + std::min(M, N);
+}
+
 /// One segment's rows of the design matrix: 1 - t for its left endpoint, t for its right one.
 OBRIN_DIVIDES_BY_ZERO
 void fillSegment(Count begin, Count end, const float* x, double left, double right, double* leftColumn,
@@ -132,7 +138,7 @@ double find_piec_lin_fit_ord(Count M, const float* x, const float* y, Count k, c
     std::copy_n(hinges, k, endpointIndex + 1);
     endpointIndex[k + 1] = M - 1;
 
-    const int lwork = 32 * std::max(M, N) + std::min(M, N);
+    const int lwork = workLength(M, N);
     double* const matrix = fitMemory.matrix.get(M * N);
     double* const rightSide = fitMemory.rightSide.get(M);
     double* const work = fitMemory.work.get(lwork);
@@ -178,6 +184,15 @@ double best_piecewise_fit(Count M, const float* x, const float* y, Count P, cons
         }
     }
     return fitEachSet(M, x, y, P, positions, k, endpoints_x, endpoints_y);
+}
+
+bool reservePiecewiseFits(std::int64_t M, Count P, Count k) noexcept {
+    const std::int64_t N = std::int64_t{k} + 2;
+    return fitMemory.endpointIndex.reserve(N) && fitMemory.matrix.reserve(M * N) &&
+           fitMemory.rightSide.reserve(M) && fitMemory.work.reserve(workLength(M, N)) &&
+           searchMemory.endpointsX.reserve(N) && searchMemory.otherEndpointsX.reserve(N) &&
+           searchMemory.endpointsY.reserve(N) && searchMemory.otherEndpointsY.reserve(N) &&
+           searchMemory.hinges.reserve(k) && searchMemory.combination.reserve(k) && reserveHingeSearch(P, k);
 }
 
 int y_eq_piec_lin_x(Count m, const float* ex, const float* ey, Count n, const float* x, float* y) {

@@ -39,6 +39,10 @@ double find_piec_lin_fit_ord(Count M, const float* x, const float* y, Count k, c
 double best_piecewise_fit(Count M, const float* x, const float* y, Count P, const std::int32_t* positions,
                           Count k, float* endpoints_x, float* endpoints_y);
 
+/// Takes the work arrays of fits to up to M samples with up to k hinges out of P positions for the calling
+/// thread, so that both of the above take no memory. False when they cannot be had, or M is out of range.
+[[nodiscard]] bool reservePiecewiseFits(std::int64_t M, Count P, Count k) noexcept;
+
 /// Evaluates the polyline with m endpoints (ex ascending) at n ascending abscissae x; the first and the last
 /// segment go on beyond the ends. Computed in double, each value rounded once. Returns 1; or 0 with a line on
 /// standard error and y untouched when m < 2 or n < 0.

@@ -56,13 +56,21 @@ void* allocateWork(const char* name, std::size_t elementSize, int elements) {
 
 void* allocateThreadWork(const char* name, std::size_t elementSize, int elements) {
     reportWorkCount(name, elements);
+    void* const memory = tryThreadWork(elementSize, elements);
+    if (memory == nullptr) {
+        endWithoutMemory(name, elementSize, elements);
+    }
+    return memory;
+}
+
+void* tryThreadWork(std::size_t elementSize, int elements) noexcept {
     std::size_t size = 0;
     const bool isTooLarge =
         __builtin_mul_overflow(static_cast<std::size_t>(std::max(elements, 1)), elementSize, &size) ||
         __builtin_add_overflow(size, sizeof(Block), &size);
     auto* const block = isTooLarge ? nullptr : static_cast<Block*>(std::malloc(size));
     if (block == nullptr) {
-        endWithoutMemory(name, elementSize, elements);
+        return nullptr;
     }
     if (threadEnd) {
         ::pthread_setspecific(*threadEnd, &blocksOfThread);

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
+#include <limits>
 #include <type_traits>
 
 namespace obrin {
@@ -19,6 +22,9 @@ void reportWorkCount(const char* name, int elements);
 /// ends. Not by a destructor of something thread_local: where memory is short, registering one ends the
 /// process.
 void* allocateThreadWork(const char* name, std::size_t elementSize, int elements);
+
+/// The same without a word and without an end: null when there is no memory.
+void* tryThreadWork(std::size_t elementSize, int elements) noexcept;
 
 /// Gives back what allocateThreadWork() gave to this very thread; null is nothing.
 void freeThreadWork(void* memory) noexcept;
@@ -45,6 +51,26 @@ public:
             reportWorkCount(name_, elements);
         }
         return memory_;
+    }
+
+    /// Sees to it that a get() of up to so many elements takes no memory. False when that cannot be had: the
+    /// array is then as it was.
+    [[nodiscard]] bool reserve(std::int64_t elements) noexcept {
+        const std::int64_t wanted = std::max<std::int64_t>(elements, 1);
+        if (wanted <= capacity_) {
+            return true;
+        }
+        if (wanted > std::numeric_limits<int>::max()) {
+            return false;
+        }
+        void* const memory = tryThreadWork(sizeof(T), static_cast<int>(wanted));
+        if (memory == nullptr) {
+            return false;
+        }
+        freeThreadWork(memory_);
+        memory_ = static_cast<T*>(memory);
+        capacity_ = static_cast<int>(wanted);
+        return true;
     }
 
 private:

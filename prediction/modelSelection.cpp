@@ -56,6 +56,8 @@ struct Workspace {
     WorkArray<float> weights{"weights"};
 };
 
+thread_local Workspace workspace;
+
 /// A smoothed series with what is needed to fit and judge models over it.
 struct Series {
     Count points;
@@ -73,8 +75,10 @@ struct Scores {
     std::array<std::int32_t, modelCount> valid{};
 };
 
+constexpr Count slack = 3;
+
 Count withSlack(Count count) {
-    return count > std::numeric_limits<Count>::max() - 3 ? count : count + 3;
+    return count > std::numeric_limits<Count>::max() - slack ? count : count + slack;
 }
 
 /// Candidate breakpoints at equal steps up to the newest point that may hold one, then that one again.
@@ -200,6 +204,22 @@ std::int32_t leastScore(const char* rule, std::int32_t K, const std::int32_t* va
 
 } // namespace
 
+bool reserveForecastMemory(std::int64_t samples) noexcept {
+    constexpr PredictionParameters parameters;
+    static_assert(parameters.medianWindow <= 4 * parameters.medianStride, "as the median filter asks");
+    constexpr auto mostHinges =
+        std::max_element(models.begin(), models.end(), [](const Model& a, const Model& b) {
+            return a.hinges < b.hinges;
+        })->hinges;
+    const std::int64_t points = samples / parameters.medianStride + slack;
+    return workspace.smoothedX.reserve(points) && workspace.smoothedY.reserve(points) &&
+           workspace.logSmoothedY.reserve(points) && workspace.fittedY.reserve(points) &&
+           workspace.candidates.reserve(parameters.hingeCandidates + slack) &&
+           workspace.weights.reserve(points + slack) && reserveMedianFilter(samples) &&
+           reserveErrorMeasures(points) &&
+           reservePiecewiseFits(points, parameters.hingeCandidates, mostHinges);
+}
+
 std::int32_t SelectWithMallows(std::int32_t K, std::int32_t N, const double* mses, const std::int32_t* dof,
                                const std::int32_t* valid, double sigma2, double S) {
     return leastScore("SelectWithMallows", K, valid,
@@ -223,7 +243,6 @@ std::int32_t select_model_and_predict(std::int32_t n, const float* x, const floa
 std::int32_t select_model_and_predict_with(const FittingTools& tools, std::int32_t n, const float* x,
                                            const float* y, std::int32_t nOut, const float* xOut, float* yOut,
                                            const PredictionParameters* params, std::string* modelName) {
-    thread_local Workspace workspace;
     const Count window = params->medianWindow;
     const Count stride = params->medianStride;
     const Count room = withSlack(stride < 1 ? 0 : n / stride);

@@ -34,6 +34,12 @@ inline constexpr std::int32_t minimumSmoothedPoints = 40;
 inline constexpr std::int32_t samplesForForecast =
     minimumSmoothedPoints * PredictionParameters{}.medianStride;
 
+/// Takes all memory that forecasts of up to so many samples with the parameters as they are work in, for the
+/// calling thread: from then on select_model_and_predict() takes none there and cannot end the process for
+/// want of it, but for the text of the name. False when it cannot be had, or for more samples than a forecast
+/// can take; what was taken before stays.
+[[nodiscard]] bool reserveForecastMemory(std::int64_t samples) noexcept;
+
 /// Smooths the n samples (x ascending, seconds since the first; y any unit), fits the six models, chooses one
 /// by the weighted error that favours the newest points, and evaluates it at the nOut ascending times xOut
 /// (same base as x), also beyond the samples, into yOut.
@@ -48,8 +54,9 @@ inline constexpr std::int32_t samplesForForecast =
 /// there are candidates for is fitted with as many as there are.
 ///
 /// Values that are not finite make a forecast that is not finite, or one of another model, and nothing worse.
-/// Ends the process with exit status 1 when memory is refused (see workArrays.h) and, after a line in the
-/// log, when the median filter says that it wrote more than its array holds.
+/// Ends the process with exit status 1 when memory is refused that reserveForecastMemory() has not taken (see
+/// workArrays.h) and, after a line in the log, when the median filter says that it wrote more than its array
+/// holds.
 ///
 /// Any thread; the working arrays belong to the thread and stay for the next call, so that a second call of
 /// the same sizes takes no memory. Cost grows linearly with n.

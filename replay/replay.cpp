@@ -1,10 +1,12 @@
 #include "replay/replay.h"
 
 #include "acquisition/circularBuffers.h"
+#include "resources/windowSizing.h"
 
 #include <algorithm>
 #include <cmath>
 #include <iterator>
+#include <new>
 
 namespace obrin {
 namespace {
@@ -73,6 +75,9 @@ bool Replay::openNext(ReplaySink& sink) {
 }
 
 void Replay::run(std::int64_t forecasts, ReplaySink& sink) {
+    // A ring brings the memory of its forecasts to the thread that sizes it; this may be another one.
+    if (!reserveForecastMemory(longestRing_))
+        throw std::bad_alloc();
     const std::int64_t enough = progress_.forecasts + forecasts;
     constexpr std::int64_t linesWithoutForecast = 100'000; // so that a caller is answered in any case
     for (std::int64_t lines = 0; progress_.forecasts < enough && lines < linesWithoutForecast; ++lines) {
@@ -118,6 +123,7 @@ Replay::Resource* Replay::find(std::int32_t rid) {
     Link* link = resources_.find(rid);
     if (link == nullptr || !allocateRing(*link, resources_.millisecondsPerSample()))
         return nullptr;
+    longestRing_ = std::max(longestRing_, link->BufferSize);
     const auto horizon = std::int64_t{request_.settings.maxForecastHours} * 3600;
     auto resource = std::make_unique<Resource>(
         Resource{link, limitsOfMethod(link->AnalyticalMethod), RivalRules(horizon)});

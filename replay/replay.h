@@ -84,7 +84,8 @@ public:
     Replay(const Replay&) = delete;
     Replay& operator=(const Replay&) = delete;
 
-    /// Goes on until about so many forecasts have been made, or all has been read.
+    /// Goes on until about so many forecasts have been made, or all has been read. std::bad_alloc when a
+    /// thread that has not yet forecast these rings cannot have the memory for it.
     void run(std::int64_t forecasts, ReplaySink& sink);
 
     const ReplayProgress& progress() const { return progress_; }
@@ -117,6 +118,7 @@ private:
     ReplayRequest request_;
     ReplayedResources resources_;
     std::unordered_map<std::int32_t, std::unique_ptr<Resource>> sampled_;
+    std::uint32_t longestRing_ = 0; ///< of the sampled ones
     std::unique_ptr<ArchiveLines> archive_;
     std::size_t nextArchive_ = 0;
     std::size_t nextStart_ = 0;

@@ -92,17 +92,8 @@ std::unique_ptr<Link> copyWithoutBuffers(const Link& link) {
 }
 
 bool giveProvisionalBuffers(Link& link) {
-    if (link.pClasp == nullptr || !(link.WindowSize > 0))
-        return true;
-    const auto samples = windowSamples(link.WindowSize, link.pClasp->MillisecondsPerSample);
-    if (!samples)
-        return false;
-    link.ValueBuffer = allocateZeroed(*samples);
-    link.TimeBuffer = allocateZeroed(*samples);
-    if (!link.ValueBuffer || !link.TimeBuffer)
-        return false;
-    link.BufferSize = *samples;
-    return true;
+    return link.pClasp == nullptr || !(link.WindowSize > 0) ||
+           allocateRing(link, link.pClasp->MillisecondsPerSample);
 }
 
 } // namespace

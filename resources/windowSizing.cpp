@@ -1,6 +1,7 @@
 #include "resources/windowSizing.h"
 
 #include "agent/debugLog.h"
+#include "prediction/modelSelection.h"
 #include "support/textScanner.h"
 
 #include <algorithm>
@@ -39,6 +40,23 @@ std::optional<std::uint32_t> windowSamples(double windowHours, std::int32_t mill
     if (!std::isfinite(samples) || samples > std::numeric_limits<std::uint32_t>::max())
         return std::nullopt;
     return samples < 1 ? 1 : static_cast<std::uint32_t>(samples);
+}
+
+bool allocateRing(Link& link, std::int32_t millisecondsPerSample) {
+    link.SampleCount = 0;
+    link.NextSlot = 0;
+    link.BufferSize = 0;
+    link.ValueBuffer.reset();
+    link.TimeBuffer.reset();
+    const auto slots = windowSamples(link.WindowSize, millisecondsPerSample);
+    if (!slots || !reserveForecastMemory(*slots))
+        return false;
+    link.ValueBuffer = allocateZeroed(*slots);
+    link.TimeBuffer = allocateZeroed(*slots);
+    if (!link.ValueBuffer || !link.TimeBuffer)
+        return false;
+    link.BufferSize = *slots;
+    return true;
 }
 
 WindowPlan planWindows(std::span<const double> declaredHours, std::int32_t millisecondsPerSample,

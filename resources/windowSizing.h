@@ -14,6 +14,10 @@ namespace obrin {
 /// be had.
 std::optional<std::uint32_t> windowSamples(double windowHours, std::int32_t millisecondsPerSample);
 
+/// Gives a link an empty ring of its window's size, zeroed, and the calling thread the memory that forecasts
+/// of a full one work in. False, and no ring at all, when either cannot be had.
+bool allocateRing(Link& link, std::int32_t millisecondsPerSample);
+
 /// The window in hours of a resource that asks for none of its own.
 double defaultWindow(std::int32_t maxForecastHours);
 

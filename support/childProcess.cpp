@@ -40,10 +40,13 @@ std::optional<Pipe> makePipe() {
 
 class SpawnActions {
 public:
-    SpawnActions() { ok_ = ::posix_spawn_file_actions_init(&actions_) == 0; }
+    SpawnActions() : made_(::posix_spawn_file_actions_init(&actions_) == 0), ok_(made_) {}
     SpawnActions(const SpawnActions&) = delete;
     SpawnActions& operator=(const SpawnActions&) = delete;
-    ~SpawnActions() { ::posix_spawn_file_actions_destroy(&actions_); }
+    ~SpawnActions() {
+        if (made_)
+            ::posix_spawn_file_actions_destroy(&actions_);
+    }
 
     /// The child has `fd` under the number `as`, no longer close-on-exec, also when both are the same.
     void give(int fd, int as) { ok_ = ok_ && ::posix_spawn_file_actions_adddup2(&actions_, fd, as) == 0; }
@@ -55,20 +58,20 @@ public:
 
 private:
     posix_spawn_file_actions_t actions_;
-    bool ok_ = false;
+    bool made_;
+    bool ok_;
 };
 
 class SpawnAttributes {
 public:
-    SpawnAttributes() {
+    SpawnAttributes() : made_(::posix_spawnattr_init(&attributes_) == 0) {
         sigset_t none;
         sigset_t all;
         ::sigemptyset(&none);
         ::sigfillset(&all);
         ::sigdelset(&all, SIGKILL);
         ::sigdelset(&all, SIGSTOP);
-        ok_ = ::posix_spawnattr_init(&attributes_) == 0 &&
-              ::posix_spawnattr_setsigmask(&attributes_, &none) == 0 &&
+        ok_ = made_ && ::posix_spawnattr_setsigmask(&attributes_, &none) == 0 &&
               ::posix_spawnattr_setsigdefault(&attributes_, &all) == 0 &&
               ::posix_spawnattr_setpgroup(&attributes_, 0) == 0 &&
               ::posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF |
@@ -76,13 +79,17 @@ public:
     }
     SpawnAttributes(const SpawnAttributes&) = delete;
     SpawnAttributes& operator=(const SpawnAttributes&) = delete;
-    ~SpawnAttributes() { ::posix_spawnattr_destroy(&attributes_); }
+    ~SpawnAttributes() {
+        if (made_)
+            ::posix_spawnattr_destroy(&attributes_);
+    }
 
     bool ok() const { return ok_; }
     const posix_spawnattr_t* get() const { return &attributes_; }
 
 private:
     posix_spawnattr_t attributes_;
+    bool made_;
     bool ok_ = false;
 };
 

@@ -37,6 +37,10 @@ function(lumetra_python_tests folder label)
 endfunction()
 
 lumetra_python_tests(e2e whole)
+lumetra_python_tests(faults whole)
+lumetra_whole_test(faults.fault_loop_sanitized LABELS whole long ENVIRONMENT LUMETRA_BUILD=${builds}/asan COMMAND ${alone}
+    ${LUMETRA_PYTHON} -m pytest -q -rs -p no:cacheprovider
+    --junitxml=${LUMETRA_TEST_RESULTS}/faults.fault_loop_sanitized.xml ${CMAKE_CURRENT_SOURCE_DIR}/faults/test_fault_loop.py)
 lumetra_python_tests(jvm whole)
 lumetra_python_tests(integrations whole)
 lumetra_python_tests(package whole)

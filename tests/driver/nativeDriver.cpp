@@ -23,6 +23,7 @@
 //
 // With --notify SOCKET the service manager there is told, which wants a sign of life at least every
 // --watchdog MICROSECONDS.
+// With --mounts FILE that is the table of what is mounted.
 // With --skip FILE the host sets the rules in that file on which disks are left out.
 //
 // With --resume the host wishes that runs go on with what the archive has of earlier ones.
@@ -49,6 +50,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <dlfcn.h>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -100,6 +102,28 @@ std::atomic<int> stopSignals{0}; // lock-free, so fit for a signal handler
 
 void countStopSignal(int) {
     ++stopSignals;
+}
+
+/// Above 0 where the thread does the agent's work; its clock and the Java environment are the driver's.
+thread_local int agentsWork = 0;
+
+int isAgentAtWork() {
+    return agentsWork > 0 && !insideFakeJava() ? 1 : 0;
+}
+
+class DriversWork {
+public:
+    DriversWork() { --agentsWork; }
+    DriversWork(const DriversWork&) = delete;
+    DriversWork& operator=(const DriversWork&) = delete;
+    ~DriversWork() { ++agentsWork; }
+};
+
+/// A library that makes calls of the agent fail, if one was preloaded, asks which calls are the agent's.
+void answerFailingCalls() {
+    using Ask = void (*)(int (*)());
+    if (auto* ask = reinterpret_cast<Ask>(::dlsym(RTLD_DEFAULT, "failingCallsAsk")))
+        ask(&isAgentAtWork);
 }
 
 void pause(milliseconds time) {
@@ -175,10 +199,12 @@ template <class Time>
 class NoticingClock : public Time {
 public:
     int waitUntil(pthread_cond_t* condition, pthread_mutex_t* mutex, Clock::Moment deadline) override {
+        const DriversWork driver;
         return sleeps.sleep(condition, mutex, [&] { return Time::waitUntil(condition, mutex, deadline); });
     }
 
     void pause(std::chrono::seconds time) override {
+        const DriversWork driver;
         ViewerThreads::paused();
         Time::pause(time);
     }
@@ -259,8 +285,10 @@ private:
         jobject events = java_.makeEvents();
         jstring program = options_.nullTexts ? nullptr : java_.makeText(options_.program);
         jstring config = options_.nullTexts ? nullptr : java_.makeText(options_.config);
+        ++agentsWork;
         const jint result = Java_com_quorin_sysmgt_tavl_LumetraAgent_ExecPrediction_research_1main(
             env, self, events, options_.arguments, program, config);
+        --agentsWork;
         tell("ended\t" + std::to_string(result));
         if (const auto exception = java_.pendingException())
             tell("misuse\treturned with " + *exception);
@@ -356,6 +384,8 @@ Options readOptions(const std::vector<std::string>& words, FakeJavaEnvironment& 
                 options.notify = value;
             else if (name == "--watchdog")
                 options.watchdog = number;
+            else if (name == "--mounts")
+                obrin::systemPaths().mounts = value;
             else if (name == "--mount-info")
                 obrin::systemPaths().mountInfo = value;
             else if (name == "--skip")
@@ -449,6 +479,7 @@ int main(int count, char** words) {
     java.keepRecords(false);
     java.onCall(printCall);
     Options options = readOptions({words + 1, words + count}, java);
+    answerFailingCalls();
     if (::chdir(options.bin.c_str()) != 0)
         usage("cannot change to " + options.bin);
     if (!options.locale.empty() && std::setlocale(LC_ALL, options.locale.c_str()) == nullptr)

@@ -11,7 +11,7 @@ Knows the file formats on its own and shares nothing with the agent's code. The 
   TREND trend and culprit files: none are left when the agent has ended
   SIDE  side files: none is left of a file that was replaced
 
-As a command: check_home.py HOME [--config FILE] [--before DIR] [--trimmed] [--killed] [--scratch-pad-lossy]
+As a command: check_home.py HOME [--config FILE] [--before DIR] [--trimmed] [--killed] [--faulty] [--scratch-pad-lossy]
 A "before" directory is an earlier copy of the home. Exit status 0 when every promise holds.
 """
 
@@ -202,11 +202,12 @@ class Checker:
     """Collects what is wrong. Every method adds lines "CODE what" to `problems`."""
 
     def __init__(self, layout, before=None, trimmed=False, killed=False, scratch_pad_lossy=False, clock_jumped=False,
-                 expected_declarations=None):
+                 expected_declarations=None, faulty=False):
         self.layout = layout
         self.before = before or {}
         self.trimmed = trimmed
         self.killed = killed
+        self.faulty = faulty
         self.scratch_pad_lossy = scratch_pad_lossy
         self.clock_jumped = clock_jumped
         self.expected_declarations = expected_declarations
@@ -222,7 +223,7 @@ class Checker:
         self.check_log()
         for name, path in self.layout.records().items():
             self.check_records(name, path)
-        if not self.killed:
+        if not self.killed and not self.faulty:
             self.check_left_overs()
         return self.problems
 
@@ -403,11 +404,12 @@ def main():
     parser.add_argument("--before", help="an earlier copy of the home")
     parser.add_argument("--trimmed", action="store_true", help="the archive may have been trimmed since")
     parser.add_argument("--killed", action="store_true", help="the agent was killed: torn tails and work files are fine")
+    parser.add_argument("--faulty", action="store_true", help="calls of the agent failed: files that it could not remove are fine")
     parser.add_argument("--scratch-pad-lossy", action="store_true", help="the scratch pad could not be written")
     arguments = parser.parse_args()
     layout = Layout(os.path.abspath(arguments.home), arguments.config)
     before = snapshot(Layout(os.path.abspath(arguments.before))) if arguments.before else None
-    problems = check(layout, before=before, trimmed=arguments.trimmed, killed=arguments.killed,
+    problems = check(layout, before=before, trimmed=arguments.trimmed, killed=arguments.killed, faulty=arguments.faulty,
                      scratch_pad_lossy=arguments.scratch_pad_lossy)
     for problem in problems:
         print(problem)

@@ -10,10 +10,10 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 FOLDERS = ["support", "numeric", "agent", "resources", "acquisition", "prediction", "trendviewer", "diagnosis", "replay"]
 
 FLOORS = [
-    (1, r"support/.*|numeric/.*|agent/(debugLog|argumentlessFormat|serviceNotice|stopSync)"),
+    (1, r"support/.*|numeric/.*|prediction/modelSelection|agent/(debugLog|argumentlessFormat|serviceNotice|stopSync)"),
     (2, r"resources/(resourceRecords|resourceChain|chainReport|scratchPad.*|windowSizing)|agent/agentState"),
     (3, r"prediction/(eventDelivery|javaEventSink)|agent/errorExit"),
-    (5, r"acquisition/samplingCycle|agent/agentConfig|prediction/(modelSelection|exhaustion|predictor|scorekeeper)"),
+    (5, r"acquisition/samplingCycle|agent/agentConfig|prediction/(exhaustion|predictor|scorekeeper)"),
     (4, r"acquisition/.*|resources/.*|trendviewer/trendFiles|diagnosis/.*|prediction/trendFileFormat"),
     (7, r"agent/.*|trendviewer/trendViewer"),
     (6, r"replay/.*"),

@@ -1,6 +1,7 @@
 """Odd machines and long runs: kernel files, clock, locale, configurations and declarations of every kind, 10,000 cycles."""
 
 import os
+import random
 import re
 import shutil
 import subprocess
@@ -344,6 +345,48 @@ class F7_Declarations(MachineTest):
         self.assertEqual(read(home.layout.declarations).partition("**/")[2], first.partition("**/")[2])
         self.assertTrue(first.startswith("/** Updated on "))
         self.assertEqual(first.split("\n")[1], " **/")
+
+
+class F8_Garbage(MachineTest):
+    RECORD = "\nEvent: ResourceDefinition - Informational \n"
+
+    def home_with_a_past(self):
+        home = self.home(inputs=FEW + (DISK_SPACE,))
+        home.stub_df(HEADING + "/dev/a 1000 330 670 33% /\n")
+        self.run_agent(home, "--cycles", 3, "--time", 2000000000)
+        return home
+
+    def garbage(self, chance, whole):
+        """What may stand in a file, beside what the agent wrote."""
+        flipped = bytearray(whole)
+        for _ in range(20):
+            flipped[chance.randrange(len(flipped))] ^= 1 << chance.randrange(8)
+        return (chance.randbytes(5000), b"\0" * 5000, b"9" * 5000, b"\n" * 5000, b"1 0 " * 1000, bytes(flipped),
+                self.RECORD.encode() * 200, self.RECORD.encode() + b"2   7   (" + b"x" * 5000, b"nan inf -1e999 0x1p9 \n" * 100)
+
+    def test_F8_garbage_in_every_file_of_a_home_gives_no_wrong_number(self):
+        chance = random.Random(8)
+        model = self.home_with_a_past()
+        numbers = model.numbers()
+        for name, path in model.layout.files().items():
+            if name == "declarations":
+                continue  # which a start refuses as a whole
+            whole = model.snapshot()[name]
+            for text in self.garbage(chance, whole):
+                with self.subTest(file=name, text=text[:20]):
+                    write(path, whole + text + b"\n")
+                    result = Running(model, "--cycles", 2, "--resume", "--time", 2000000100).finish()
+                    self.assert_ended_well(result)
+                    self.assertEqual(result.fatal(), [])
+                    if name == "archive" or text.count(b"Resource") == 0:
+                        self.assertEqual({key: model.numbers().get(key) for key in numbers}, numbers)
+                    newest = read(path=model.layout.archive).splitlines()[-1].split()[1:]
+                    values = dict(zip(map(int, newest[::3]), newest[2::3]))
+                    self.assertEqual(len(values), 3)
+                    self.assertIn("33.00", values.values())
+                    if name == "archive":
+                        self.assertEqual(values[numbers[("LogicalDisk", "/dev/a /", "PercentFreeSpaceUsed", -2)]], "33.00")
+                write(path, whole)
 
 
 class B5_LongRuns(MachineTest):

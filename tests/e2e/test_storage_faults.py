@@ -445,6 +445,22 @@ class A10_OtherLimits(StorageTest):
         self.assertEqual(home.snapshot()["archive"], before["archive"])
 
 
+class G7_StartOnAFullDisk(StorageTest):
+    @needs_mounts
+    def test_G7_a_start_on_a_full_disk_samples_and_archives_once_there_is_room(self):
+        directory = self.small_file_system("size=256k")
+        home = self.home(directory=os.path.join(directory, "home"))
+        filler = fill(directory)
+        before = home.snapshot()
+        agent = self.running(home)
+        agent.until(lambda: agent.output().count(SAMPLING_FAILED) >= 3, "cycles on a full disk")
+        self.assertEqual(home.snapshot()["declarations"], before["declarations"])
+        os.unlink(filler)
+        agent.grows()
+        self.end(agent, before=before)
+        self.assertEqual(set(home.archive_lines()[-1][1]), {1, 2})
+
+
 class C3_BigFiles(StorageTest):
     def test_an_archive_over_2_GiB_has_its_size_and_is_trimmed(self):
         home = self.home(megabytes=1)

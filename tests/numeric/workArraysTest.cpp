@@ -103,6 +103,30 @@ TEST(WorkArrays, RefusedMemoryOfAThreadEndsTheProcessAlike) {
     EXPECT_EXIT(allocateThreadWork("diff", INT_MAX, INT_MAX), Exited(1), "Error allocating array diff\n");
 }
 
+TEST(WorkArrays, WhatIsReservedIsServedFromTheMemoryAtHand) {
+    WorkArray<float> array("array");
+    ASSERT_TRUE(array.reserve(100));
+    float* const memory = array.get(1);
+    memory[99] = 1.0F; // the sanitizer watches the end
+    EXPECT_EQ(array.get(100), memory);
+    ASSERT_TRUE(array.reserve(100));
+    ASSERT_TRUE(array.reserve(-1));
+    EXPECT_EQ(array.get(100), memory);
+}
+
+TEST(WorkArrays, WhatCannotBeReservedEndsNothingAndLeavesTheArrayAsItWas) {
+    struct Large {
+        char bytes[1 << 24];
+    };
+    WorkArray<Large> array("array");
+    Large* const memory = array.get(1);
+    memory->bytes[0] = 'x';
+    EXPECT_FALSE(array.reserve(INT_MAX)) << "more than an address has room for";
+    EXPECT_FALSE(array.reserve(std::int64_t{INT_MAX} + 2)) << "more than is counted";
+    EXPECT_EQ(array.get(1), memory);
+    EXPECT_EQ(memory->bytes[0], 'x');
+}
+
 TEST(WorkArrays, LivingArrayReportsACountBelowOneEveryTime) {
     WorkArray<float> array("diff");
     testing::internal::CaptureStderr();

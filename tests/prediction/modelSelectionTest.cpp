@@ -4,7 +4,6 @@
 #include "numeric/linearRegression.h"
 #include "numeric/medianFilter.h"
 #include "numeric/piecewiseFit.h"
-#include "tests/support/countedAllocations.h"
 #include "tests/support/temporaryDirectory.h"
 
 #include <algorithm>
@@ -626,39 +625,6 @@ TEST(ModelSelection, LongShortAndLongAgainGiveTheSameForecast) {
     const Forecast again = forecast(samples, {1e5F});
     EXPECT_EQ(first.name, again.name);
     EXPECT_EQ(first.y, again.y);
-}
-
-#if LUMETRA_COUNTS_ALLOCATIONS
-long allocationsOf(const Samples& samples, Count n, std::string& name) {
-    const PredictionParameters parameters;
-    std::array<float, 200> times{};
-    std::array<float, 200> out{};
-    const long before = allocations;
-    select_model_and_predict(n, samples.x.data(), samples.y.data(), 200, times.data(), out.data(),
-                             &parameters, &name);
-    return allocations - before;
-}
-#endif
-
-TEST(ModelSelection, SecondCallOfTheSameOrASmallerSizeTakesNoMemory) {
-#if LUMETRA_COUNTS_ALLOCATIONS
-    for (const Count n : {300, day, 10080}) {
-        // A thread has working arrays of its own, so that the first call is a first one.
-        std::thread([n] {
-            Samples samples = sample(n, [](double t) { return 10.0 + std::sin(t / 5000.0) + t / 1e4; });
-            std::string name;
-            EXPECT_GT(allocationsOf(samples, n, name), 0) << "the counter does not count";
-            EXPECT_EQ(allocationsOf(samples, n, name), 0) << n;
-            EXPECT_EQ(allocationsOf(samples, n - 50, name), 0) << n;
-            EXPECT_EQ(allocationsOf(samples, n, name), 0) << n;
-            std::fill_n(samples.y.begin() + 7, 3, infinity); // the road for values that are not finite
-            allocationsOf(samples, n, name);
-            EXPECT_EQ(allocationsOf(samples, n, name), 0) << n;
-        }).join();
-    }
-#else
-    GTEST_SKIP() << "a sanitizer owns the allocation functions";
-#endif
 }
 
 // ---------------------------------------------------------------- the two rules

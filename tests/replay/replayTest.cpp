@@ -6,6 +6,7 @@
 #include "prediction/predictor.h"
 #include "replay/replayFeed.h"
 #include "resources/scratchPadRecord.h"
+#include "tests/support/countedAllocations.h"
 #include "tests/support/recordingSink.h"
 #include "tests/support/temporaryDirectory.h"
 
@@ -17,6 +18,8 @@
 #include <limits>
 #include <map>
 #include <memory>
+#include <new>
+#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -469,6 +472,31 @@ TEST_F(ReplayTest, TheDoorGoesOnStepByStepAndForgetsWhatIsClosed) {
     EXPECT_TRUE(summariseReplay(number).empty());
     EXPECT_FALSE(stepReplay(other, 100).empty());
     closeReplay(other);
+}
+
+TEST_F(ReplayTest, MemoryThatIsRefusedToAFurtherThreadCostsItsStepAndNeverTheProcess) {
+#if LUMETRA_COUNTS_ALLOCATIONS
+    fill(3, 0, 1500, leak);
+    test::writeFile(request.archives.front(), archive());
+    Replay replay(request);
+    RecordingReplay sink;
+    replay.run(300, sink);
+    long refusals = 0;
+    for (bool isRefused = true; isRefused; refusals += isRefused ? 1 : 0)
+        std::thread([&] {
+            allocations = 0;
+            firstRefused = lastRefused = refusals + 1;
+            try {
+                replay.run(1, sink);
+            } catch (const std::bad_alloc&) {
+            }
+            lastRefused = -1;
+            isRefused = allocations > refusals;
+        }).join();
+    EXPECT_GT(refusals, 20) << "the arrays of a forecast";
+#else
+    GTEST_SKIP() << "a sanitizer owns the allocation functions";
+#endif
 }
 
 } // namespace

@@ -1,9 +1,10 @@
 #pragma once
 
-// Counts the allocations of the program that includes this in one of its sources (and in one only): the hooks
-// replace the C library's entry points. Not under the sanitizers, which own them; LUMETRA_COUNTS_ALLOCATIONS
-// tells.
+// Counts the allocations of the program that includes this in one of its sources (and in one only), and
+// refuses them where told: the hooks replace the C library's entry points. Not under the sanitizers, which
+// own them; LUMETRA_COUNTS_ALLOCATIONS tells.
 
+#include <cerrno>
 #include <cstddef>
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -19,30 +20,35 @@
 
 #if LUMETRA_COUNTS_ALLOCATIONS
 // Every allocation of the process passes here, those of LAPACK's library included; each thread counts its
-// own.
+// own, and refuses those from `firstRefused` to `lastRefused`.
 namespace {
 thread_local long allocations = 0;
+thread_local long firstRefused = 0;
+thread_local long lastRefused = -1;
+
+bool isRefused() {
+    const bool is = ++allocations >= firstRefused && allocations <= lastRefused;
+    if (is)
+        errno = ENOMEM;
+    return is;
 }
+} // namespace
 extern "C" {
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);
 void* __libc_realloc(void* memory, std::size_t size);
 void* __libc_memalign(std::size_t alignment, std::size_t size);
 __attribute__((visibility("default"))) void* malloc(std::size_t size) noexcept {
-    ++allocations;
-    return __libc_malloc(size);
+    return isRefused() ? nullptr : __libc_malloc(size);
 }
 __attribute__((visibility("default"))) void* calloc(std::size_t count, std::size_t size) noexcept {
-    ++allocations;
-    return __libc_calloc(count, size);
+    return isRefused() ? nullptr : __libc_calloc(count, size);
 }
 __attribute__((visibility("default"))) void* realloc(void* memory, std::size_t size) noexcept {
-    ++allocations;
-    return __libc_realloc(memory, size);
+    return isRefused() ? nullptr : __libc_realloc(memory, size);
 }
 __attribute__((visibility("default"))) void* aligned_alloc(std::size_t alignment, std::size_t size) noexcept {
-    ++allocations;
-    return __libc_memalign(alignment, size);
+    return isRefused() ? nullptr : __libc_memalign(alignment, size);
 }
 }
 #endif

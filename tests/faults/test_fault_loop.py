@@ -1,0 +1,105 @@
+"""Every call of the agent that can fail does, once and from then on, or is the one in whose place it dies; each time the next
+start finds everything in order. See failingCalls.c for what is a call of the agent."""
+
+import os
+import signal
+import sys
+import unittest
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from failing_calls import FOR_GOOD, KINDS, LONG, START, Calls, FaultTest, check_home, is_sanitized, often, some, spread  # noqa: E402
+
+LATER = START + 100
+# A start that memory is refused to is made again after a second, for ever; so that one succeeds at last.
+LONGEST = {"memory": 300}
+
+
+class FaultLoop(FaultTest):
+    def assert_survived(self, home, before, result, where):
+        self.assertEqual((result.status, result.ended, result.misuses, result.limited), (0, [0], [], False),
+                         where + "\n" + result.output[-3000:])
+        self.assertEqual(check_home.check(home.layout, before=before, trimmed=True, faulty=True, scratch_pad_lossy=True), [], where)
+
+    def survives(self, calls):
+        """Whether any call failed."""
+        home = self.copy()
+        before = home.snapshot()
+        result, failed = self.run_failing(home, calls)
+        self.assert_survived(home, before, result, str(calls))
+        if failed:
+            self.assert_next_start_is_clean(home, str(calls), LATER)
+        home.remove()
+        return failed > 0
+
+    def loop(self, kind, places, last):
+        """Every place of the kind, or one, until nothing fails any more."""
+        for place in places:
+            calls = Calls(kind, place, last(place))
+            self.assertTrue(self.survives(calls) or place > 0.9 * max(places), f"{calls}: nothing failed")
+        if LONG and places:
+            self.assertFalse(self.survives(Calls(kind, 2 * len(places) + 100)), "there are more calls than were counted")
+
+    def kinds(self):
+        """The kinds, and how often the run makes such a call. A sanitizer has an allocator of its own."""
+        counts = self.reference()
+        return [(kind, counts[kind]) for kind in KINDS if not (kind == "memory" and is_sanitized())]
+
+    def test_a_call_that_fails_once_costs_the_step_in_hand_and_the_next_start_is_clean(self):
+        for kind, count in self.kinds():
+            with self.subTest(kind=kind):
+                self.loop(kind, spread(count, 1), lambda place: place)
+
+    def test_calls_of_a_kind_that_fail_from_one_on_end_nothing_and_the_next_start_is_clean(self):
+        for kind, count in self.kinds():
+            with self.subTest(kind=kind):
+                self.loop(kind, spread(count, 1, 0.5), lambda place, kind=kind: place + LONGEST.get(kind, FOR_GOOD))
+
+    def test_faults_in_the_start_after_a_fault_or_a_death_are_survived_alike(self):
+        counts = dict(self.kinds())
+        for number, how in enumerate(some(("kill write", "kill rename", "kill unlink", "fail write", "fail open"), 2)):
+            how, kind = how.split()
+            first = Calls(kind, counts[kind] // 2, FOR_GOOD if how == "fail" else None, how)
+            model = self.copy()
+            before = model.snapshot()
+            self.run_failing(model, first)
+            self.assertEqual(check_home.check(model.layout, before=before, trimmed=True, killed=True, scratch_pad_lossy=True), [])
+            kinds = [kind for kind in counts if counts[kind]]
+            for kind in some(kinds, 2):
+                for place in (spread(counts[kind], 1, 0.1 + number / 5) if not LONG else some(range(1, counts[kind] + 1), 12)):
+                    home = self.copy(model)
+                    before = home.snapshot()
+                    second = Calls(kind, place)
+                    result, _ = self.run_failing(home, second, begin=LATER)
+                    where = f"{first}, then {second}"
+                    self.assertEqual((result.status, result.ended, result.misuses), (0, [0], []), where + result.output[-2000:])
+                    self.assertEqual(check_home.check(home.layout, before=before, trimmed=True, killed=True, scratch_pad_lossy=True),
+                                     [], where)
+                    self.assert_next_start_is_clean(home, where, LATER + 100)
+                    home.remove()
+
+
+class KillLoop(FaultTest):
+    # Those after which something else stands on the disk.
+    KINDS = ("write", "log", "rename", "unlink", "open", "truncate", "sync", "close", "mkdir")
+
+    def test_C1_a_death_in_the_place_of_any_call_that_changes_a_file_leaves_all_in_order_and_a_clean_next_start(self):
+        counts = self.reference()
+        deaths = left = 0
+        for kind in self.KINDS:
+            for place in spread(counts[kind], 2, 0.4):
+                home = self.copy()
+                before = home.snapshot()
+                calls = Calls(kind, place, how="kill")
+                result, _ = self.run_failing(home, calls)
+                self.assertEqual(result.status, -signal.SIGKILL, f"{calls}: {result.output[-500:]}")
+                self.assertEqual(check_home.check(home.layout, before=before, trimmed=True, killed=True), [], str(calls))
+                deaths += 1
+                left += bool(check_home.side_files(home.at("config")) or check_home.side_files(home.at("data")))
+                self.assert_next_start_is_clean(home, str(calls), LATER)
+                home.remove()
+        self.assertGreater(deaths, often(12, 300))
+        self.assertGreater(left, often(0, 5), "deaths between the making of a side file and its renaming")
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,81 @@
+"""The fault loop in a real Java machine that checks every call of the native interface: what fails there are the calls of the
+library, and no others."""
+
+import os
+import sys
+import time
+import unittest
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path[:0] = [HERE, os.path.join(os.path.dirname(HERE), "jvm")]
+from failing_calls import FOR_GOOD, KINDS, LONG, START, Calls, FaultTest, check_home, read, spread, write  # noqa: E402
+from java_host import JAR, JAVA_OPTIONS, JavaTest, classes_of  # noqa: E402
+
+RUN = "run 2 ../config/AutoConfig.ini"
+# Of the ordinary run; the others are tried in the driver alone.
+TRIED = ("open", "write", "memory")
+
+
+class FaultLoopInJava(JavaTest, FaultTest):
+    def fresh_copy(self):
+        """The home with a past that is as old as the machine's clock says."""
+        home = self.copy()
+        home.configure(period=100, megabytes=1)
+        younger = START - int(time.time()) + 10
+        lines = (line.split(" ", 1) for line in read(home.layout.archive).splitlines())
+        write(home.layout.archive, "".join(f"{int(stamp) - younger} {rest}\n" for stamp, rest in lines))
+        return home
+
+    def begin(self, home, calls):
+        environment = home.environment(**calls.variables(home, FAILING_LIBRARY="/libObrinagent.so"))
+        machine = JavaTest.start(self, home, ["java", *JAVA_OPTIONS, "-cp", JAR + ":" + classes_of("Probe"), "Probe", self.library],
+                                 environment)
+        machine.expect("ready")
+        machine.say(RUN)
+        return machine
+
+    def end(self, machine):
+        machine.stop()
+        self.assertEqual(machine.end(), 0, machine.output()[-2000:])
+        self.assert_clean(machine)
+
+    def reference(self):
+        """How many calls of each kind the library makes in a start and some cycles, and how many in three of these."""
+        home = self.fresh_copy()
+        before = home.snapshot()
+        newest = home.archive_lines()[-1][0]
+        machine = self.begin(home, Calls())
+        cycles = machine.until(lambda: sum(stamp > newest for stamp, _ in home.archive_lines()), "a cycle")
+        counts, failed = Calls().counts(home)
+        self.end(machine)
+        self.assertEqual(failed, 0)
+        self.assert_clean(machine, home, before=before, trimmed=True)
+        home.remove()
+        return counts, 3 * sum(counts.values()) // cycles
+
+    def survives(self, calls, enough):
+        """Whether any call failed."""
+        home = self.fresh_copy()
+        before = home.snapshot()
+        machine = self.begin(home, calls)
+        machine.until(lambda: sum(calls.counts(home)[0].values()) >= enough or "returned\t" in machine.output(), str(calls))
+        self.end(machine)
+        failed = calls.counts(home)[1]
+        os.unlink(calls.counts_file(home))
+        self.assertEqual(check_home.check(home.layout, before=before, trimmed=True, faulty=True, scratch_pad_lossy=True), [], str(calls))
+        self.assert_next_start_is_clean(home, str(calls), int(time.time()) + 100)
+        home.remove()
+        return failed > 0
+
+    def test_calls_of_the_library_that_fail_end_neither_its_run_nor_the_machine(self):
+        counts, enough = self.reference()
+        for kind in KINDS if LONG else TRIED:
+            for number, place in enumerate(list(spread(counts[kind], 1, 0.3))[::10]):
+                # A start without memory is made again after a second of the real clock, so that memory fails once only.
+                last = FOR_GOOD if number % 2 == 0 and kind != "memory" else place
+                with self.subTest(kind=kind, place=place):
+                    self.assertTrue(self.survives(Calls(kind, place, last), enough) or place > 0.8 * counts[kind], "nothing failed")
+
+
+if __name__ == "__main__":
+    unittest.main()
