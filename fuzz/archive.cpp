@@ -4,6 +4,7 @@
 #include "acquisition/circularBuffers.h"
 #include "fuzz/target.h"
 #include "replay/archiveLines.h"
+#include "resources/windowSizing.h"
 #include "support/clock.h"
 
 #include <algorithm>
