@@ -397,31 +397,6 @@ class SmallHeap(TroubleTest):
             return False
 
 
-class ManyResources(TroubleTest):
-    PATHS = ("/", RESOURCES, "/api/v1/events", "/metrics", "/-/healthy")
-
-    def test_G11_ten_thousand_resources_in_the_shipped_heap_are_sampled_and_asked_for(self):
-        count = 10000
-        home = self.small_home([declaration("PercentFileDescriptorsUsed", f"copy {i}") for i in range(count)], period=1000)
-        port = free_port()
-        machine = self.shipped(home, "--port", str(port))
-        machine.expect("The page is at ")
-        machine.until(lambda: home.archive_lines(), "a cycle")
-        self.assertEqual(len(home.archive_lines()[0][1]), count)
-        answers = {path: [] for path in self.PATHS}
-        for _ in range(3):
-            for path in self.PATHS:
-                answers[path].append(ask(port, path)[0])
-            self.more_lines(machine, home, 1)
-        for path, statuses in answers.items():
-            self.assertLessEqual(set(statuses), {200, 503}, path)
-        machine.until(lambda: ask(port, RESOURCES)[0] == 200, "the list of all resources")
-        self.assertEqual(len(json.loads(ask(port, RESOURCES)[2])["resources"]), count)
-        machine.until(lambda: ask(port, "/metrics")[2].count(b"lumetra_resource_used_ratio{") == count, "all metrics")
-        self.assertNotIn("OutOfMemoryError", machine.output())
-        self.terminate(machine)
-
-
 class TwoAgents(TroubleTest):
     def files(self, home):
         """Every file's content and time of change."""
