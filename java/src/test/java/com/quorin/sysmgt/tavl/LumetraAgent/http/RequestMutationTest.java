@@ -22,8 +22,8 @@ import org.junit.jupiter.api.Test;
 class RequestMutationTest {
 
     private static final long SEED = 20261122;
-    private static final String[] WORDS = {"%", "%2e%2e/", "..", "//", "?", "#", "&", "limit=", "9".repeat(20), "-1", " ",
-        "\u0000", "\u00ff", ";", ",", "*/*", "text/plain;q=0.5", "application/openmetrics-text;version=1.0.0", "\t"};
+    private static final String[] WORDS = {"%", "%2e%2e/", "..", "//", "?", "#", "&", "limit=", "9".repeat(20), "-1",
+        " ", "\u0000", "\u00ff", ";", ",", "*/*", "text/plain;q=0.5", "application/openmetrics-text;version=1.0.0", "\t"};
 
     private static final Pattern MACHINE = Pattern.compile(
             "(?i)(localhost\\.?|box\\.?|[0-9.]+|\\[[0-9a-f:.]+])(:\\d{1,5})?");
