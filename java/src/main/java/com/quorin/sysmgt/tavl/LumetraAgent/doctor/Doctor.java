@@ -33,7 +33,8 @@ public final class Doctor {
 
     static List<Symptom> examine(Machine machine, Path home, Path configuration, int port) {
         try {
-            return new Doctor(machine, home.toAbsolutePath().normalize(), configuration.toAbsolutePath().normalize(), port)
+            return new Doctor(machine, home.toAbsolutePath().normalize(),
+                    configuration.toAbsolutePath().normalize(), port)
                     .examine();
         } catch (InterruptedException | ExecutionException e) {
             throw new IllegalStateException(e); // nobody interrupts it, and no question fails
