@@ -59,7 +59,7 @@ Samples readOn(const std::string& path, std::string_view input) {
     return samples;
 }
 
-/// What a replay reads before the first damage.
+/// What a replay reads before the first damage, or before a time that a run takes for damage.
 Samples readStrictly(const std::string& path, std::size_t size) {
     ArchiveLines lines(path, highestRid);
     require(lines.problem().empty(), "a file can be read");
@@ -67,7 +67,7 @@ Samples readStrictly(const std::string& path, std::size_t size) {
     bool isDamaged = false;
     ArchivedCycle cycle;
     for (auto next = lines.next(&cycle); next != ArchiveLines::Next::end; next = lines.next(&cycle)) {
-        isDamaged = isDamaged || next == ArchiveLines::Next::damage;
+        isDamaged = isDamaged || next == ArchiveLines::Next::damage || cycle.time > latestTime;
         for (const ArchivedSample& sample : cycle.samples)
             if (!isDamaged)
                 samples.push_back({cycle.time, sample.rid, sample.value});

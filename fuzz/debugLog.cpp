@@ -71,6 +71,7 @@ void checkLog(std::string_view input) {
     openLogFile();
     const std::string text(input.substr(0, input.find('\0')));
     require(DEBUGMSG("%s", text.c_str()) == 0, "a message can be written");
+    require(DEBUGFLUSH() == 0, "nothing is held back");
     closeLogFile();
     systemPaths().log.clear();
     require(test::readFile(path) ==

@@ -175,7 +175,7 @@ TEST_F(SamplingCycle, ArchiveReceivesTwoDecimalsAndTheRingTheValueUnrounded) {
 
 TEST_F(SamplingCycle, ADiskThatComesUnderARuleGoesLikeOneThatIsUnmountedAndOneThatIsLeftOutTakesNoNumber) {
     systemPaths().mountInfo = home.path("mountinfo");
-    const auto tell = [this](const std::string& typeOfHome) {
+    const auto tell = [](const std::string& typeOfHome) {
         writeFile(systemPaths().mountInfo, "1 0 8:1 / / rw - ext4 /dev/ rw\n2 1 8:2 / /home rw - " +
                                                typeOfHome +
                                                " /dev/home rw\n3 1 7:0 / /snap ro - squashfs /dev/snap ro\n");
