@@ -64,6 +64,16 @@ TEST(RefusedMemory, AMessageOfTheLogTakesNoneAndThrowsNothingNotEvenWhenTheLogIs
         << readFile(systemPaths().eventLog).substr(0, 200);
 }
 
+TEST(RefusedMemory, TheFirstMessageOfAllTakesNoneEither) {
+    allocations.begin(1, forGood); // in a process of its own, nothing of the agent has been used yet
+    {
+        const Watched agent;
+        DEBUGMSG("first\n");
+        closeLogFile();
+    }
+    EXPECT_EQ(allocations.made, 0);
+}
+
 /// Delivers one event of each kind to a Java machine that answers, while memory is refused from the n-th
 /// allocation on. What Java was asked.
 class Events : public testing::Test {

@@ -50,6 +50,7 @@ static bool kills;
 static int (*isAtWork)(void);
 static const char* library;
 static uintptr_t libraryBegin, libraryEnd, helperBegin, helperEnd;
+static const char logName[] = "/LumetraAgent.log";
 static atomic_int logDescriptor = -1;
 static __thread int inside __attribute__((tls_model("initial-exec")));
 
@@ -177,7 +178,14 @@ int open64(const char* path, int flags, ...) {
     va_start(more, flags);
     mode_t mode = modeIn(flags, more);
     va_end(more);
-    return failsWhole(OPEN, CALLER) ? -1 : real(path, flags, mode);
+    size_t length = strlen(path), end = strlen(logName);
+    if (length < end || strcmp(path + length - end, logName) != 0)
+        return failsWhole(OPEN, CALLER) ? -1 : real(path, flags, mode);
+    bool isAgents = isAgentsCall(CALLER);
+    int file = failsWhole(LOG, CALLER) ? -1 : real(path, flags, mode);
+    if (isAgents)
+        logDescriptor = file;
+    return file;
 }
 
 int openat64(int directory, const char* path, int flags, ...) {
@@ -187,16 +195,6 @@ int openat64(int directory, const char* path, int flags, ...) {
     mode_t mode = modeIn(flags, more);
     va_end(more);
     return failsWhole(OPEN, CALLER) ? -1 : real(directory, path, flags, mode);
-}
-
-// The agent's log is its only stream.
-FILE* fopen64(const char* path, const char* mode) {
-    REAL(fopen64);
-    bool isAgents = isAgentsCall(CALLER);
-    FILE* stream = failsWhole(LOG, CALLER) ? NULL : real(path, mode);
-    if (isAgents)
-        logDescriptor = stream == NULL ? -1 : fileno(stream);
-    return stream;
 }
 
 ssize_t write(int file, const void* bytes, size_t size) {
