@@ -232,8 +232,10 @@ protected:
         FedState state;
         cycles = 0;
         clock.onWallTime = [&] {
-            if (cycles == 0)
-                atStart = readState(*awaitPublication(0, std::chrono::milliseconds(0)));
+            const Publication newest =
+                cycles == 0 ? awaitPublication(0, std::chrono::milliseconds(0)) : nullptr;
+            if (newest != nullptr) // which there is not before the archive is read
+                atStart = readState(*newest);
         };
         clock.onWait([&](const char*, std::chrono::seconds) {
             state = readState(*awaitPublication(0, std::chrono::milliseconds(0)));

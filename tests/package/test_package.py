@@ -217,7 +217,7 @@ class SameBytesTest(unittest.TestCase):
         shutil.copytree(PROJECT, copy, symlinks=True, copy_function=shutil.copy,
                         ignore=shutil.ignore_patterns("build", "var", ".git", "node_modules", "__pycache__"))
         for path in files_below(copy):
-            os.utime(os.path.join(copy, path), (1e9, 1e9))
+            os.utime(os.path.join(copy, path), (1e9, 1e9), follow_symlinks=False)
         return copy
 
     def packed_anew(self, jar, target):
