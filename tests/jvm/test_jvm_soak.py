@@ -1,5 +1,6 @@
 """Many cycles in a Java machine, and what they leave: descriptors, threads, memory, references, files."""
 
+import itertools
 import os
 import re
 import signal
@@ -34,11 +35,22 @@ class Soak(JavaTest):
         self.begun = time.monotonic()
         self.levels = []
 
+    @staticmethod
+    def references_of(machine):
+        """All that was told so far; what Java prints meanwhile may stand before it on its line, or break it."""
+        return [int(told) for told in re.findall(r"refs: (\d+), weak", machine.output())]
+
     def level(self, machine, home, cycles):
         """Looks at the machine, and keeps and prints what it sees."""
         pid = machine.process.pid
-        machine.signal(signal.SIGQUIT)
-        references = int(re.search(r"JNI global refs: (\d+)", machine.expect("JNI global refs"))[1])
+        seen, looks = len(self.references_of(machine)), itertools.count()
+
+        def told():
+            if next(looks) % 200 == 0:
+                machine.signal(signal.SIGQUIT)
+            return self.references_of(machine)[seen:]
+
+        references = machine.until(told, "the number of references")[0]
         with open(f"/proc/{pid}/status", encoding="ascii", errors="replace") as file:
             status = dict(line.split(":", 1) for line in file)
         with open(f"/proc/{pid}/stat", "rb") as file:
