@@ -147,7 +147,7 @@ TEST_F(ArchivedNumbers, WithoutAnArchiveThereAreNone) {
 
 TEST_F(ArchivedNumbers, ADamagedLineClaimsNone) {
     for (const std::string bad :
-         {"1700000000 2147483646 0 1.00 7 0 1.00 \n", // descending
+         {"1700000000 99 0 1.00 7 0 1.00 \n", // descending
           "1700000000 99 1 1.00 \n", "1700000000 99 0 1.00x \n", "1700000000 99 0 \n", "1700000000 99 \n",
           "1700000000 x 99 0 1.00 \n", "x 99 0 1.00 \n", "99 0 1.00 \n", "50 99 0 1.00 \n",
           "1700000000 2147483647 0 1.00 \n", "1700000000 1699999999999 0 1.00 \n", "1700000000 -99 0 1.00 \n",
