@@ -163,7 +163,7 @@ std::string writtenTo(const Descriptor& workFile) {
 
 struct Outcome {
     bool started = false;
-    int status = commandNotRun; ///< as system(3) returns it
+    int status = commandNotRun; ///< as waitpid(2) tells it
     std::string output;
 };
 

@@ -27,9 +27,8 @@ namespace obrin {
 //   configuration  texts: data home directory, archive, scratch pad, declarations, configuration file;
 //                i32 milliseconds between two samples, MinForecastHours, MaxForecastHours, megabytes of the
 //                archive, samples that a forecast needs
-//   left out     text what, text why, i32 kind (LeftOutKind of acquisition/diskSelection.h), text rule (of
-//   the
-//                kinds type and pattern as it is written, of nature the type; else empty)
+//   left out     text what, text why, i32 kind (LeftOutKind of acquisition/diskSelection.h), text rule: of
+//                the kinds type and pattern as it is written, of nature the type; else empty
 //   resource     i32 RID, texts: object, instance, counter, display name; i32 place of the mount point in the
 //                instance (-1: no disk), f64 value (per cent), flag it was read in this cycle,
 //                f64 measured capacity, flag it was read in this cycle, f64 configured capacity (0: none),
@@ -41,18 +40,15 @@ namespace obrin {
 //                before it is dropped, i64 onset of the episode that is on (0: none), i32 why it is watched
 //                (WatchReason)
 //   ended        i64 number (1 for the first of the process), i32 RID, texts display name and instance,
-//   episode
-//                (replay/replayFeed.h)
+//                episode (replay/replayFeed.h)
 //   curves       i32 hostFeedVersion, list of samples (f64 seconds since the epoch, f64 per cent),
 //                i64 time of the forecast (0: none), text its model, f64 hours to exhaustion, f64
 //                notification level, list of its points (the same), list of the announcements of the last day
 //                (i64 when, i64 the moment that was announced)
-
 //   counters     i32 hostFeedVersion, list of counters: texts object, counter (empty: any), words, unit
-//   (empty:
-//                bytes), f64 bytes in a unit, flag limits of one's own count whole, texts what 100 per cent
-//                are, what a capacity of 0 means, flag such a resource is absent; list of reports: texts
-//                display name, measure, words
+//                (empty: bytes), f64 bytes in a unit, flag limits of one's own count whole, texts what 100
+//                per cent are, what a capacity of 0 means, flag such a resource is absent; list of reports:
+//                texts display name, measure, words
 //   reading      i32 hostFeedVersion, i64 bytes of the archive that a start has read, i64 of how many (0: it
 //                reads none)
 
