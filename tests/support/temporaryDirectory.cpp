@@ -10,8 +10,8 @@
 
 namespace obrin::test {
 
-TemporaryDirectory::TemporaryDirectory() {
-    std::string name = (std::filesystem::temp_directory_path() / "lumetra-XXXXXX").string();
+TemporaryDirectory::TemporaryDirectory(const std::filesystem::path& within) {
+    std::string name = (within / "lumetra-XXXXXX").string();
     if (::mkdtemp(name.data()) == nullptr)
         throw std::runtime_error("no temporary directory");
     directory_ = name;

@@ -9,7 +9,7 @@ namespace obrin::test {
 /// A fresh directory that goes with everything in it when the owner goes.
 class TemporaryDirectory {
 public:
-    TemporaryDirectory();
+    explicit TemporaryDirectory(const std::filesystem::path& within = std::filesystem::temp_directory_path());
     TemporaryDirectory(const TemporaryDirectory&) = delete;
     TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
     ~TemporaryDirectory();
