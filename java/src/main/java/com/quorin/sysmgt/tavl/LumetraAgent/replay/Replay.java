@@ -119,7 +119,7 @@ final class Replay implements AutoCloseable {
 
     private static Happening happening(LibraryBytes bytes) {
         return new Happening(bytes.longNumber("a time"), bytes.number("a resource"),
-                What.values()[bytes.choice(0, What.values().length - 1, "a happening")],
+                bytes.oneOf(What.values(), "a happening"),
                 bytes.longNumber("an announced moment"));
     }
 

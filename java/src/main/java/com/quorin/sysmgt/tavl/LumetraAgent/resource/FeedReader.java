@@ -4,7 +4,6 @@ import com.quorin.sysmgt.tavl.LumetraAgent.HostFeed;
 import com.quorin.sysmgt.tavl.LumetraAgent.score.EndedEpisode;
 import com.quorin.sysmgt.tavl.LumetraAgent.score.Episode;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.LibraryBytes;
-import java.util.Iterator;
 import java.util.List;
 import java.util.Optional;
 import java.util.function.Function;
@@ -21,29 +20,38 @@ public final class FeedReader extends LibraryBytes {
     private static final int LEAST_COUNTER = 34;
     private static final int LEAST_REPORT = 12;
 
-    private final Iterator<RunResource> before;
+    private static final LeftOutKind[] KINDS = LeftOutKind.values();
+    private static final RunResource.Reached[] LIMITS = RunResource.Reached.values();
+    private static final RunResource.WatchReason[] REASONS = RunResource.WatchReason.values();
 
-    private FeedReader(byte[] array) {
-        this(array, List.of());
-    }
+    private final KnownIdentities before;
+    private final KnownIdentities identities;
 
-    private FeedReader(byte[] array, List<RunResource> before) {
-        super(array, "the library's publication");
-        this.before = before.iterator();
-    }
-
-    static Publication publication(byte[] array) {
-        return publication(array, List.of());
+    /** A reader of anything that the library publishes. */
+    FeedReader(byte[] array) {
+        this(array, KnownIdentities.NONE);
     }
 
     /**
-     * A publication.
+     * A reader of a publication.
      *
-     * @param before the resources of an earlier one: identities that are the same at the same place are not made again,
+     * @param before the identities of an earlier one: those that are the same at the same place are not made again,
      *               which would be most of what is made, and collected, in each cycle
      */
-    static Publication publication(byte[] array, List<RunResource> before) {
-        return new FeedReader(array, before).whole(FeedReader::publication);
+    FeedReader(byte[] array, KnownIdentities before) {
+        super(array, "the library's publication");
+        this.before = before;
+        identities = new KnownIdentities(array);
+    }
+
+    /** The whole publication. */
+    Publication publication() {
+        return whole(FeedReader::parts);
+    }
+
+    /** The identities that were read. */
+    KnownIdentities identities() {
+        return identities;
     }
 
     /** Of a publication, without reading on. */
@@ -84,7 +92,7 @@ public final class FeedReader extends LibraryBytes {
                 text("what 100 per cent are"), text("what 0 means"), flag("whether it is absent then"));
     }
 
-    private Publication publication() {
+    private Publication parts() {
         long serial = longNumber("the serial");
         int kind = choice(RUNNING, OVER, "the kind of publication");
         long cycles = longNumber("the number of cycles");
@@ -122,7 +130,7 @@ public final class FeedReader extends LibraryBytes {
 
     private RunState.LeftOut leftOut() {
         return new RunState.LeftOut(text("what is left out"), text("why it is left out"),
-                LeftOutKind.values()[choice(0, LeftOutKind.values().length - 1, "why it is left out")],
+                oneOf(KINDS, "why it is left out"),
                 text("the rule"));
     }
 
@@ -132,35 +140,24 @@ public final class FeedReader extends LibraryBytes {
                 real("the capacity"), flag("whether it was read"), real("the configured capacity"));
         int method = number("the method");
         RunResource.Limits limits = new RunResource.Limits(real("the lower limit"), real("the upper limit"),
-                RunResource.Reached.values()[choice(0, 2, "the limit that is reached")]);
+                oneOf(LIMITS, "the limit that is reached"));
         RunResource.Analysis analysis = new RunResource.Analysis(method, limits, real("the window"),
                 number("the slots of the window"), number("the samples"));
         RunResource.Forecast forecast = forecast();
         RunResource.Notification notification = new RunResource.Notification(
                 flag("whether a notification is pending"), real("the notification level"),
                 number("the cycles left"), longNumber("the onset"));
-        RunResource.WatchReason[] reasons = RunResource.WatchReason.values();
         return new RunResource(identity, reading, analysis, forecast, notification,
-                reasons[choice(0, reasons.length - 1, "why it is watched")]);
+                oneOf(REASONS, "why it is watched"));
     }
 
     private RunResource.Identity identity() {
-        if (before.hasNext()) {
-            int start = position();
-            RunResource.Identity known = before.next().identity();
-            if (isAgain(known)) {
-                return known;
-            }
-            goBackTo(start);
-        }
-        return newIdentity();
-    }
-
-    private boolean isAgain(RunResource.Identity known) {
-        return number("the number of a resource") == known.id() && isText(known.object(), "the object")
-                && isText(known.instance(), "the instance") && isText(known.counter(), "the counter")
-                && isText(known.name(), "the display name")
-                && number("the place of the mount point") == known.mountPoint();
+        int begin = position();
+        int place = identities.count();
+        RunResource.Identity identity = before.has(place)
+                && passes(before.bytes(), before.begin(place), before.end(place)) ? before.at(place) : newIdentity();
+        identities.add(identity, begin, position());
+        return identity;
     }
 
     private RunResource.Identity newIdentity() {

@@ -2,13 +2,12 @@ package com.quorin.sysmgt.tavl.LumetraAgent.resource;
 
 import com.quorin.sysmgt.tavl.LumetraAgent.HostFeed;
 import java.time.Duration;
-import java.util.List;
 import java.util.Optional;
 
 /** What the library of this process publishes. To be used only when {@link HostFeed#problem} names none. */
 public final class LibraryFeed implements Feed {
 
-    private volatile Publication newest = new Publication(0, 0, Optional.empty());
+    private volatile KnownIdentities newest = KnownIdentities.NONE;
 
     @Override
     public Optional<Publication> await(long after, Duration patience) {
@@ -16,8 +15,10 @@ public final class LibraryFeed implements Feed {
     }
 
     private Publication read(byte[] array) {
-        newest = FeedReader.publication(array, newest.state().map(RunState::resources).orElse(List.of()));
-        return newest;
+        FeedReader reader = new FeedReader(array, newest);
+        Publication publication = reader.publication();
+        newest = reader.identities();
+        return publication;
     }
 
     @Override

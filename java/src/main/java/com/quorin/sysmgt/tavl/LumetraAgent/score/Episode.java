@@ -27,7 +27,7 @@ public record Episode(int rule, long onset, long firstEvent, long end, Outcome o
     public static Episode read(LibraryBytes bytes) {
         return new Episode(bytes.number("a rule"), bytes.longNumber("an onset"), bytes.longNumber("an event"),
                 bytes.longNumber("an end"),
-                Outcome.values()[bytes.choice(0, Outcome.values().length - 1, "an outcome")],
+                bytes.oneOf(Outcome.values(), "an outcome"),
                 bytes.longNumber("an announced moment"), bytes.longNumber("an announced moment"),
                 bytes.real("a value"), bytes.real("a value"),
                 bytes.list(Double.BYTES, "the errors", () -> bytes.real("an error")));

@@ -4,6 +4,7 @@ import java.nio.ByteBuffer;
 import java.nio.ByteOrder;
 import java.nio.charset.StandardCharsets;
 import java.util.ArrayList;
+import java.util.Arrays;
 import java.util.List;
 import java.util.function.Supplier;
 
@@ -55,7 +56,7 @@ public class LibraryBytes {
 
     /** No length makes this take more memory than the bytes can fill. */
     protected final int length(int leastSize, String what) {
-        int length = number("the length of " + what);
+        int length = need(Integer.BYTES, what).getInt();
         if (length < 0 || (long) length * leastSize > bytes.remaining()) {
             throw wrong(bytes.position() - Integer.BYTES, "the length of " + what,
                     length + " with " + bytes.remaining() + " bytes left");
@@ -70,26 +71,23 @@ public class LibraryBytes {
         return new String(array, start, length, StandardCharsets.ISO_8859_1);
     }
 
-    /** Passes over a text, and says whether it is this one; nothing is made. */
-    protected final boolean isText(String expected, String what) {
-        int length = length(1, what);
-        int start = bytes.position();
-        bytes.position(start + length);
-        boolean isSame = length == expected.length();
-        for (int i = 0; isSame && i < length; i++) {
-            isSame = (array[start + i] & 0xff) == expected.charAt(i);
-        }
-        return isSame;
-    }
-
     /** Where the next is read. */
     protected final int position() {
         return bytes.position();
     }
 
-    /** Goes back, to read once more what lies behind. */
-    protected final void goBackTo(int position) {
-        bytes.position(position);
+    /** Passes over what is the same as a part of others; whether it is. Nothing is made. */
+    protected final boolean passes(byte[] others, int from, int to) {
+        int start = bytes.position();
+        int end = start + to - from;
+        boolean isSame = end <= array.length && Arrays.equals(array, start, end, others, from, to);
+        bytes.position(isSame ? end : start);
+        return isSame;
+    }
+
+    /** The one of these that is meant by its place among them. */
+    public final <T> T oneOf(T[] all, String what) {
+        return all[choice(0, all.length - 1, what)];
     }
 
     public final int choice(int least, int most, String what) {

@@ -107,44 +107,38 @@ class FeedReaderTest {
                 List.of(new RunState.LeftOut("a line", "a reason", LeftOutKind.TYPE, "fstype a")), List.of(swap, disk),
                 List.of(new EndedEpisode(8, 4, "Space", "/dev/x /m", new Episode(0, 10, 20, 30, Outcome.FREED, 40, 50,
                         60.5, 70.5, List.of(1.0, 2.0, 3.0, 4.0, Double.NaN))))))),
-                FeedReader.publication(running()));
+                new FeedReader(running()).publication());
     }
 
     @Test
     void whatIsTheSameAsBeforeIsNotMadeAgainAndWhatIsNotIsReadAnew() {
         byte[] array = running();
-        List<RunResource> before = FeedReader.publication(array).state().get().resources();
-        Publication again = FeedReader.publication(array, before);
-        assertEquals(FeedReader.publication(array), again);
+        FeedReader before = new FeedReader(array);
+        List<RunResource> first = before.publication().state().get().resources();
+        Publication again = new FeedReader(array.clone(), before.identities()).publication();
+        assertEquals(new FeedReader(array).publication(), again);
         List<RunResource> resources = again.state().get().resources();
-        assertSame(before.get(0).identity(), resources.get(0).identity());
-        assertSame(before.get(1).identity(), resources.get(1).identity());
+        assertSame(first.get(0).identity(), resources.get(0).identity());
+        assertSame(first.get(1).identity(), resources.get(1).identity());
 
-        for (RunResource.Identity other : othersThan(before.get(1).identity())) {
-            RunResource one = before.get(1);
-            RunResource changed = new RunResource(other, one.reading(), one.analysis(), one.forecast(),
-                    one.notification(), one.reason());
-            assertEquals(again, FeedReader.publication(array, List.of(before.get(0), changed)));
+        int begin = before.identities().begin(1);
+        int end = before.identities().end(1);
+        for (int at = begin; at < end; at++) {
+            byte[] other = array.clone();
+            other[at] ^= 1;
+            KnownIdentities known = new KnownIdentities(other);
+            known.add(first.get(0).identity(), before.identities().begin(0), before.identities().end(0));
+            known.add(first.get(0).identity(), begin, end);
+            assertEquals(again, new FeedReader(array, known).publication(), "byte " + (at - begin));
         }
-        assertEquals(again, FeedReader.publication(array, List.of(before.get(1), before.get(0), before.get(1))));
-    }
-
-    private static List<RunResource.Identity> othersThan(RunResource.Identity i) {
-        String longer = i.instance() + "x";
-        String changed = "x" + i.instance().substring(1);
-        return List.of(
-                new RunResource.Identity(5, i.object(), i.instance(), i.counter(), i.name(), i.mountPoint()),
-                new RunResource.Identity(i.id(), "Process", i.instance(), i.counter(), i.name(), i.mountPoint()),
-                new RunResource.Identity(i.id(), i.object(), longer, i.counter(), i.name(), i.mountPoint()),
-                new RunResource.Identity(i.id(), i.object(), changed, i.counter(), i.name(), i.mountPoint()),
-                new RunResource.Identity(i.id(), i.object(), i.instance(), "Other", i.name(), i.mountPoint()),
-                new RunResource.Identity(i.id(), i.object(), i.instance(), i.counter(), "Other", i.mountPoint()),
-                new RunResource.Identity(i.id(), i.object(), i.instance(), i.counter(), i.name(), 2));
+        KnownIdentities behind = new KnownIdentities(new byte[2 * array.length]);
+        behind.add(first.get(0).identity(), 0, 2 * array.length);
+        assertEquals(again, new FeedReader(array, behind).publication());
     }
 
     @Test
     void theEndHasItsCyclesAlone() {
-        assertEquals(new Publication(17, 9, Optional.empty()), FeedReader.publication(head(2, 9).made()));
+        assertEquals(new Publication(17, 9, Optional.empty()), new FeedReader(head(2, 9).made()).publication());
     }
 
     private byte[] withForecast() {
@@ -174,7 +168,7 @@ class FeedReaderTest {
 
     private static String failure(byte[] array) {
         String message =
-                assertThrows(IllegalStateException.class, () -> FeedReader.publication(array)).getMessage();
+                assertThrows(IllegalStateException.class, () -> new FeedReader(array).publication()).getMessage();
         assertTrue(message.startsWith("the library's publication is not understood: at byte "), message);
         return message;
     }
@@ -214,7 +208,7 @@ class FeedReaderTest {
             byte[] foreign = whole.clone();
             ByteBuffer.wrap(foreign).putInt(i, -2);
             try {
-                FeedReader.publication(foreign); // another number is none that could be told
+                new FeedReader(foreign).publication(); // another number is none that could be told
             } catch (IllegalStateException e) {
                 assertTrue(e.getMessage().contains(" in the place of "), e.getMessage());
             }
@@ -230,7 +224,7 @@ class FeedReaderTest {
     void whateverTheBytesTheyAreReadOrRefusedWithTheirPlace() {
         Mutations mutations = new Mutations(20261122, List.of(afresh(this::running), afresh(this::withForecast),
                 afresh(() -> head(2, 9).made())), List.of());
-        List<Function<byte[], Object>> readers = List.of(FeedReader::publication, FeedReader::curves,
+        List<Function<byte[], Object>> readers = List.of(a -> new FeedReader(a).publication(), FeedReader::curves,
                 FeedReader::counters, FeedReader::reading, FeedReader::serial);
         int[] read = new int[readers.size()];
         for (int i = Mutations.often(3000); i > 0; i--) {
