@@ -6,6 +6,7 @@ import fcntl
 import http.client
 import json
 import os
+import re
 import shutil
 import signal
 import subprocess
@@ -388,6 +389,29 @@ class SmallHeap(TroubleTest):
             machine.expect("the heap is free")
             self.more_lines(machine, home, 3)
             machine.until(lambda: self.page_answers(port), "an answer of the page")
+        self.terminate(machine)
+
+    def test_no_class_that_an_answer_needs_begins_only_when_somebody_asks(self):
+        """One that begins while memory is short is lost, and all answers that need it."""
+        home = self.small_home()
+        port = free_port()
+        log = home.at("classes")
+        java, *rest = shipped_command(home, self.library, "--port", str(port))
+        machine = self.start(home, [java, f"-Xlog:class+init=info:file={log}", *rest])
+
+        def begun():
+            return set(re.findall(r"Initializing '((?:(?:sun|java)/n(?:io|et)|java/util/zip|com/fasterxml|.*/LumetraAgent/"
+                                  r"(?:http|api|metrics|text|watch))/[\w/$]+)'", read(log)))
+
+        machine.expect("It announces an exhaustion")  # once it has asked itself
+        before = begun()
+        number = json.loads(ask(port, RESOURCES)[2])["resources"][0]["id"]
+        for path in ("/", "/metrics", "/nothing", "/api/v1/events", "/api/v1/event-groups", f"{RESOURCES}/{number}/trend",
+                     f"{RESOURCES}/{number}/culprits"):
+            for encoding in ({}, {"Accept_Encoding": "gzip"}):
+                ask(port, path, **encoding)
+        self.assertEqual(begun() - before, set())
+        self.assertGreater(len(before), 100)
         self.terminate(machine)
 
     def page_answers(self, port):

@@ -14,6 +14,7 @@ import com.quorin.sysmgt.tavl.LumetraAgent.events.AgentEvents;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.Event;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.EventHistory;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.EventFile;
+import com.quorin.sysmgt.tavl.LumetraAgent.http.Rehearsal;
 import com.quorin.sysmgt.tavl.LumetraAgent.http.SpareThreads;
 import com.quorin.sysmgt.tavl.LumetraAgent.http.WebServer;
 import com.quorin.sysmgt.tavl.LumetraAgent.replay.EarlierScore;
@@ -134,6 +135,7 @@ final class RunCommand implements Callable<Integer> {
     private long reopenFrom = System.nanoTime();
     private final Complaint complaint = new Complaint("The agent's work cannot be shown for now");
     private WebServer server;
+    private boolean hasRehearsed;
     private AgentWatch view;
     private EventHistory events;
     private FeedFollower follower;
@@ -204,6 +206,7 @@ final class RunCommand implements Callable<Integer> {
                 + (tell.isWanted() ? ", and nobody is told of events: " : ": ") + p + "."));
         if (view != null) {
             openPage();
+            rehearse();
         }
         spare.release();
         Runtime.getRuntime().addShutdownHook(new Thread(this::stopOnSignal, "lumetra-stop"));
@@ -338,6 +341,13 @@ final class RunCommand implements Callable<Integer> {
         }
     }
 
+    /** Before the run, and once more when there is something to show. */
+    private void rehearse() {
+        if (server != null) {
+            Rehearsal.of(server.address(), AgentRoutes.examples(view));
+        }
+    }
+
     /** A page that has lost a thread to a shortage of memory may answer no more. */
     private void reopenPage(long now) {
         reopenFrom = now + REOPEN_EVERY.toNanos();
@@ -424,6 +434,10 @@ final class RunCommand implements Callable<Integer> {
         } else if (!run.isStopping()) {
             if (monitor != null) {
                 reading.look(now);
+                if (!hasRehearsed && monitor.cycles() > 0) {
+                    hasRehearsed = true;
+                    rehearse();
+                }
                 monitor.look(now);
             }
             if (server != null && server.isBroken() && now - reopenFrom >= 0) {
