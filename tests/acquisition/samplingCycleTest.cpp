@@ -433,9 +433,9 @@ private:
     }};
 };
 
-TEST_F(SamplingCycle, TwoHundredDisksUnmountedTogetherWaitOnceForALockThatAReaderKeepsAndLoseTheirFiles) {
+TEST_F(SamplingCycle, ThreeThousandDisksUnmountedTogetherWaitOnceForALockThatAReaderKeepsAndLoseTheirFiles) {
     std::vector<std::string> points;
-    for (int i = 0; i < 200; ++i)
+    for (int i = 0; i < 3000; ++i)
         points.push_back("/d" + std::to_string(i));
     mount(points);
     declare(disks);
@@ -443,9 +443,10 @@ TEST_F(SamplingCycle, TwoHundredDisksUnmountedTogetherWaitOnceForALockThatAReade
         writeFile(
             home.path("data/PercentFreeSpaceUsed_dev_" + point.substr(1) + "__" + point.substr(1) + "BM.ini"),
             "x");
-    ASSERT_NE(find("/dev/d199 /d199"), nullptr);
+    ASSERT_NE(find("/dev/d2999 /d2999"), nullptr);
     mount({});
     const StubbornReader reader;
+    clock.onLook([](Clock::Moment) { return std::chrono::milliseconds(1); }); // or no listing would take time
     ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
     EXPECT_EQ(clock.pauses().size(), 3U); // of the first of them; the lock is not waited for again
     EXPECT_EQ(lastLine(), "");

@@ -8,12 +8,14 @@
 #include <gtest/gtest.h>
 #include <limits>
 #include <map>
+#include <pthread.h>
 #include <random>
 #include <sched.h>
 #include <set>
 #include <sstream>
 #include <sys/mount.h>
 #include <sys/prctl.h>
+#include <time.h>
 
 namespace obrin {
 namespace {
@@ -594,17 +596,65 @@ TEST(Families, CirclesOfParentsAndSelfParentsEnd) {
     EXPECT_EQ(records[4].numchildren, 1);
 }
 
-TEST(Families, ChainOfThirtyThousandEndsWithoutDeepRecursion) {
-    CapturedLog log;
-    std::vector<Record> records(30000);
-    for (std::int32_t i = 0; i < 30000; ++i) {
+/// Each process the child of the one before.
+std::vector<Record> chainOf(std::int32_t n) {
+    std::vector<Record> records(static_cast<std::size_t>(n));
+    for (std::int32_t i = 0; i < n; ++i) {
         records[static_cast<std::size_t>(i)].pid = i + 1;
         records[static_cast<std::size_t>(i)].ppid = i;
     }
+    return records;
+}
+
+void* countAChain(void*) {
+    auto records = chainOf(30000);
     calculatepenultimatechildren(sizeOf(records), records.data());
     EXPECT_EQ(records.front().numchildren, 29999);
     EXPECT_EQ(records.back().numchildren, 0);
     EXPECT_EQ(calci(records.front()), 29999);
+    return nullptr;
+}
+
+TEST(Families, ChainOfThirtyThousandEndsWithoutDeepRecursion) {
+    CapturedLog log;
+    pthread_attr_t attributes;
+    pthread_t thread;
+    ASSERT_EQ(::pthread_attr_init(&attributes), 0);
+    ASSERT_EQ(::pthread_attr_setstacksize(&attributes, std::size_t{512} << 10), 0);
+    ASSERT_EQ(::pthread_create(&thread, &attributes, countAChain, nullptr), 0);
+    ASSERT_EQ(::pthread_join(thread, nullptr), 0);
+    ::pthread_attr_destroy(&attributes);
+}
+
+/// The processor time of this thread for something, in seconds: the least of several, which is what it takes
+/// on a machine that does nothing else.
+template <class Work>
+double leastProcessorTime(Work&& work) {
+    double least = std::numeric_limits<double>::infinity();
+    for (int i = 0; i < 3; ++i) {
+        timespec before{};
+        timespec after{};
+        ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &before);
+        work();
+        ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &after);
+        least = std::min(least, static_cast<double>(after.tv_sec - before.tv_sec) +
+                                    1e-9 * static_cast<double>(after.tv_nsec - before.tv_nsec));
+    }
+    return least;
+}
+
+TEST(Families, TwentyTimesAsManyCostNothingLikeTheSquareOfThat) {
+    const CapturedLog log;
+    constexpr std::int32_t few = 300;
+    for (const auto count : {calculateimmediatechildren, calculatepenultimatechildren}) {
+        const auto timeFor = [&](std::int32_t n) {
+            return leastProcessorTime([&] {
+                auto records = chainOf(n);
+                count(n, records.data());
+            });
+        };
+        EXPECT_LT(timeFor(20 * few), 100 * timeFor(few)); // the square is 400 times as much
+    }
 }
 
 TEST(Families, OfRecordsThatShareOnePidAreCountedForTheFirst) {

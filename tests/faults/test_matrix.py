@@ -37,6 +37,7 @@ class Matrix(unittest.TestCase):
     def test_every_mutant_that_a_row_names_exists(self):
         names = {mutant["name"] for path in (ROOT / "tests" / "mutants").glob("*.json") for mutant in json.loads(path.read_text())}
         self.assertEqual([(code, name) for code, _, mutants in rows() for name in mutants if name not in names], [])
+        self.assertEqual([code for code, _, mutants in rows() if not mutants], [])
 
 
 if __name__ == "__main__":

@@ -439,6 +439,8 @@ class TwoAgents(TroubleTest):
         os.waitpid(first.process.pid, os.WUNTRACED)
         before = self.files(home)
         second = self.shipped(home, "--port", "0")
+        second.expect(("Another agent works in ", "It announces an exhaustion"))
+        self.assertNotIn("It announces an exhaustion", second.output())
         self.assertEqual(second.end(), HOME_TAKEN, second.output())
         self.assertEqual(second.lines, [f"Another agent works in the home {home.path}; a home is for one agent."])
         self.assertEqual(self.files(home), before)

@@ -93,6 +93,29 @@ class ScoreBookTest {
     }
 
     @Test
+    void aLastLineThatADeathToreIsToldAndTakesNoOtherWithIt() throws IOException {
+        ScoreBook first = book();
+        first.begin(new ScoreFile.Start(50, true));
+        first.take(List.of(ended(1, Outcome.REACHED)));
+        String whole = Files.readString(file());
+        first.take(List.of(ended(2, Outcome.FREED)));
+        String line = Files.readString(file()).substring(whole.length());
+        for (int length = 1; length < line.length() - 1; length++) {
+            Files.writeString(file(), whole + line.substring(0, length));
+            complaints.clear();
+            ScoreBook second = book();
+            assertEquals(List.of("The score of earlier announcements is damaged: 1 line was passed over."), complaints);
+            assertEquals(1, second.of("Space", "/dev/\u00e9 /a").announcements());
+            second.begin(new ScoreFile.Start(60, true));
+            second.take(List.of(ended(1, Outcome.FREED)));
+            ScoreFile.Content content = new ScoreFile(file()).read();
+            assertEquals(List.of(new ScoreFile.Start(50, true), new ScoreFile.Start(60, true)), content.starts());
+            assertEquals(2, content.episodes().size());
+            assertEquals(1, content.damaged());
+        }
+    }
+
+    @Test
     void whateverTheLinesEachIsReadOrCountedAsDamage() throws IOException {
         ScoreFile score = new ScoreFile(file());
         score.add(new ScoreFile.Start(50, false));
