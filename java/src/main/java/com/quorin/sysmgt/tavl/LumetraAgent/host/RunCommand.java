@@ -206,11 +206,11 @@ final class RunCommand implements Callable<Integer> {
                 + (tell.isWanted() ? ", and nobody is told of events: " : ": ") + p + "."));
         if (view != null) {
             openPage();
-            rehearse();
         }
         spare.release();
         Runtime.getRuntime().addShutdownHook(new Thread(this::stopOnSignal, "lumetra-stop"));
         run.start();
+        rehearse();
         watch();
         return leave();
     }
@@ -341,10 +341,14 @@ final class RunCommand implements Callable<Integer> {
         }
     }
 
-    /** Before the run, and once more when there is something to show. */
+    /** At once, and once more when there is something to show. */
     private void rehearse() {
-        if (server != null) {
-            Rehearsal.of(server.address(), AgentRoutes.examples(view));
+        try {
+            if (server != null) {
+                Rehearsal.of(server.address(), AgentRoutes.examples(view));
+            }
+        } catch (RuntimeException | Error e) {
+            complaint.tell(e);
         }
     }
 
