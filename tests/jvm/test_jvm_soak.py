@@ -10,10 +10,9 @@ import time
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from java_host import JavaTest, check_home, long_only, often, wait_until  # noqa: E402
+from java_host import JavaTest, check_home, often  # noqa: E402
 from agent_home import (MS_BIND, declaration, mount, needs_mounts, size, umount,  # noqa: E402
                         write)
-from test_jvm_trouble import shipped_command  # noqa: E402
 from viewers import window  # noqa: E402
 
 RUN = "run 2 ../config/AutoConfig.ini"
@@ -156,21 +155,6 @@ class B5_Soak(Soak):
         file.seek(0)
         at = file.read().rfind(self.newest + b"\n") if self.newest else -1
         return at + len(self.newest) + 1 if at >= 0 else 0
-
-
-class B5_HalfAnHour(Soak):
-    """The host as it is shipped, by the real clock."""
-
-    @long_only
-    def test_B5_half_an_hour_at_a_period_of_a_second_costs_no_more_at_its_end_than_in_its_middle(self):
-        home = self.fresh_home(period=1000)
-        machine = self.start(home, shipped_command(home, self.library, "--port", "0"))
-        machine.expect("It announces an exhaustion")
-        for cycles in range(60, 1801, 60):
-            wait_until(lambda cycles=cycles: len(home.archive_lines()) >= cycles, f"cycle {cycles}")
-            self.level(machine, home, cycles)
-        self.terminate(machine, home)
-        self.assert_flat(8192)
 
 
 if __name__ == "__main__":
