@@ -192,8 +192,6 @@ bool ScratchPad::isTaken(std::int32_t rid) const {
 
 /// The number of a resource. Without a descriptor to look with, what the hash says counts.
 std::optional<std::int32_t> ScratchPad::numberOf(const std::string& identity, int fd) const {
-    if (identity.empty())
-        return std::nullopt;
     for (const UnwrittenRecord& record : unwritten_)
         if (record.isOwner && record.identity == identity)
             return record.rid;

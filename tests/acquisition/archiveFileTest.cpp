@@ -4,10 +4,10 @@
 #include "support/systemPaths.h"
 #include "tests/support/recordingSink.h"
 #include "tests/support/temporaryDirectory.h"
+#include "tests/support/watchedReads.h"
 
 #include <cerrno>
 #include <csignal>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -17,22 +17,6 @@
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-namespace {
-
-int readError = 0; ///< with which reads of files fail while it is set
-
-} // namespace
-
-// In the C library's place for this program.
-extern "C" ssize_t pread(int fd, void* data, size_t size, off_t from) {
-    using Pread = ssize_t (*)(int, void*, size_t, off_t);
-    static const auto real = reinterpret_cast<Pread>(::dlsym(RTLD_NEXT, "pread"));
-    if (readError == 0)
-        return real(fd, data, size, from);
-    errno = readError;
-    return -1;
-}
 
 namespace obrin {
 namespace {
@@ -83,9 +67,10 @@ TEST_F(ArchiveFile, TornTailOfAnyLengthIsCutBackToTheLastWholeLine) {
 TEST_F(ArchiveFile, ATailThatCannotBeReadCostsTheNewLineAndLeavesNoEmptyOne) {
     for (const std::string before : {"1 3 0 41.27 \n", "1 3 0 41.27 \n2 3"}) {
         writeFile(archive, before);
-        readError = EIO;
-        EXPECT_FALSE(appendArchiveLine(archive, "3 3 0 41.30 \n"));
-        readError = 0;
+        {
+            const test::WatchedReads failing([] { return EIO; });
+            EXPECT_FALSE(appendArchiveLine(archive, "3 3 0 41.30 \n"));
+        }
         EXPECT_EQ(readFile(archive), before);
         EXPECT_TRUE(appendArchiveLine(archive, "4 3 0 41.30 \n"));
         EXPECT_EQ(readFile(archive), "1 3 0 41.27 \n4 3 0 41.30 \n");
@@ -93,6 +78,28 @@ TEST_F(ArchiveFile, ATailThatCannotBeReadCostsTheNewLineAndLeavesNoEmptyOne) {
     EXPECT_TRUE(
         log.text().starts_with("Archive file " + archive + ": its end cannot be read: Input/output error\n"))
         << log.text();
+}
+
+TEST_F(ArchiveFile, AnArchiveThatShrinksWhileItsTailIsReadCostsTheNewLine) {
+    writeFile(archive, "1 3 0 41.27 \n2 3 0 41.30 \n");
+    {
+        const test::WatchedReads shrinking([this] {
+            std::filesystem::resize_file(archive, 13);
+            return 0;
+        });
+        EXPECT_FALSE(appendArchiveLine(archive, "3 3 0 41.30 \n"));
+    }
+    EXPECT_EQ(log.text(), "Archive file " + archive + ": its end cannot be read: Input/output error\n");
+    EXPECT_TRUE(appendArchiveLine(archive, "4 3 0 41.30 \n"));
+    EXPECT_EQ(readFile(archive), "1 3 0 41.27 \n4 3 0 41.30 \n");
+}
+
+TEST_F(ArchiveFile, ATailThatIsTooLongForATornLineStaysAndTheNewLineBeginsBehindIt) {
+    const std::string before = "1 3 0 41.27 \n" + std::string(std::size_t{16} << 20, 'x');
+    writeFile(archive, before);
+    EXPECT_TRUE(appendArchiveLine(archive, "2 3 0 41.30 \n"));
+    EXPECT_TRUE(readFile(archive) == before + "\n2 3 0 41.30 \n");
+    EXPECT_EQ(log.text(), "");
 }
 
 TEST_F(ArchiveFile, TailOfZerosIsCutBack) {

@@ -148,10 +148,11 @@ TEST_F(ArchivedNumbers, WithoutAnArchiveThereAreNone) {
 TEST_F(ArchivedNumbers, ADamagedLineClaimsNone) {
     for (const std::string bad :
          {"1700000000 99 0 1.00 7 0 1.00 \n", // descending
-          "1700000000 99 1 1.00 \n", "1700000000 99 0 1.00x \n", "1700000000 99 0 \n", "1700000000 99 \n",
-          "1700000000 x 99 0 1.00 \n", "x 99 0 1.00 \n", "99 0 1.00 \n", "50 99 0 1.00 \n",
-          "1700000000 2147483647 0 1.00 \n", "1700000000 1699999999999 0 1.00 \n", "1700000000 -99 0 1.00 \n",
-          "1700000000 99 0 1.00 ", "1700000000 99 0 1.00 1700000001 3 0 1.00 \n"})
+          "1700000000 99 1 1.00 \n", "1700000000 99 0 1.00x \n", "1700000000 99 0 x \n", "1700000000 99 0 \n",
+          "1700000000 99 \n", "3000000000 2147483647 0 1.00 \n", "1700000000 x 99 0 1.00 \n",
+          "x 99 0 1.00 \n", "99 0 1.00 \n", "50 99 0 1.00 \n", "1700000000 2147483647 0 1.00 \n",
+          "1700000000 1699999999999 0 1.00 \n", "1700000000 -99 0 1.00 \n", "1700000000 99 0 1.00 ",
+          "1700000000 99 0 1.00 1700000001 3 0 1.00 \n"})
         EXPECT_EQ(kept("1700000000 5 0 1.00 \n" + std::string(bad)), 5) << bad;
 }
 
@@ -161,7 +162,14 @@ TEST_F(ArchivedNumbers, TheLastLineCountsHoweverLongItIs) {
         text += " " + std::to_string(i) + " 0 1.00";
     ASSERT_GT(text.size(), std::size_t{3} << 19);
     EXPECT_EQ(kept(text + " \n"), 150000);
-    EXPECT_EQ(kept(text + " \n1700000001 3 0"), 150000) << "a torn line behind it is none";
+    for (const std::string torn : {"1700000001 3 0", "1700000001 3 0 1.00 "})
+        EXPECT_EQ(kept(text + " \n" + torn), 150000) << "a torn line behind it is none";
+}
+
+TEST_F(ArchivedNumbers, NothingIsLookedForBeforeAnEndThatIsTooLongForALine) {
+    const std::string line = "1700000000 7 0 1.00 \n";
+    EXPECT_EQ(kept(line + std::string(std::size_t{12} << 20, 'x')), 7);
+    EXPECT_EQ(kept(line + std::string(std::size_t{16} << 20, 'x')), 2);
 }
 
 TEST_F(ArchivedNumbers, OfALargeArchiveTheLastMebibyteCounts) {

@@ -290,6 +290,15 @@ TEST(DiskListingFaults, AMissingDfGivesNoListing) {
     EXPECT_FALSE(taken.listing);
 }
 
+TEST(DiskListingFaults, WithoutAPathTheMachinesDfIsFoundAllTheSame) {
+    TestMachine machine;
+    ::unsetenv("PATH"); // until the machine goes
+    const TakenListing taken = takeDiskListing(DiskCounter::space);
+    EXPECT_EQ(taken.status, 0);
+    ASSERT_TRUE(taken.listing);
+    EXPECT_TRUE(taken.listing->hasHeading());
+}
+
 TEST(DiskListingFaults, ADfThatIsNotExecutableGivesNoListing) {
     TestMachine machine;
     machine.installDf("echo heading\n");

@@ -240,6 +240,18 @@ TEST(Census, WithoutStatmTheStatusFileServes) {
     EXPECT_EQ(record.ppid, 1) << "the parent of the stat file";
 }
 
+TEST(Census, TheStatusFileServesWhereStatOrStatmIsCut) {
+    ProcessTree tree;
+    tree.add("5", {"5 (x", statusOf("x", 4, 4096, 2048), 0});
+    writeFile(tree.path() + "/5/statm", "2560 1280 3 4 5 6 7\n");
+    EXPECT_EQ(censusOfAll()->records[0].vmsize, 4);
+    EXPECT_EQ(censusOfAll()->records[0].ppid, 4);
+    tree.add("5", {statOf(5, "x"), statusOf("x", 4, 4096, 2048), 0});
+    writeFile(tree.path() + "/5/statm", "2560");
+    EXPECT_EQ(censusOfAll()->records[0].vmsize, 4);
+    EXPECT_EQ(censusOfAll()->records[0].ppid, 4);
+}
+
 TEST(Census, KernelThreadListedRightAfterAProcessOfOneGigabyteShowsThatProcessesFigures) {
     ProcessTree tree;
     tree.add("101", {});

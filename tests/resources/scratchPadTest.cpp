@@ -4,6 +4,7 @@
 #include "resources/resourceChain.h"
 #include "resources/scratchPadRecord.h"
 #include "tests/resources/chainFixture.h"
+#include "tests/support/watchedReads.h"
 
 #include <csignal>
 #include <filesystem>
@@ -38,6 +39,22 @@ protected:
     }
 
     Link disk(std::string_view name) { return makeLink(2, "LogicalDisk", name, "PercentFreeSpaceUsed"); }
+
+    /// Records a disk under a number that it did not get from the pad.
+    void recordAs(ScratchPad& pad, std::int32_t rid, std::string_view name) {
+        Link link = disk(name);
+        link.RID = rid;
+        RecordLinkForRIDCollision(pad, &link);
+    }
+
+    /// The number that the pad has of a disk; -2 for none.
+    std::int32_t storedFor(ScratchPad& pad, std::string_view name) {
+        const Link link = disk(name);
+        std::int32_t rid = 0;
+        CheckForDuplicateLinkInFileAndGetRID(pad, &link, &rid);
+        return rid;
+    }
+
     std::string content() { return readFile(clasp.ScratchPad); }
 };
 
@@ -121,6 +138,30 @@ TEST_F(ScratchPadFile, ANumberThatTwoResourcesClaimBelongsToTheFirst) {
     ScratchPad again(clasp.ScratchPad);
     EXPECT_EQ(numberOf(again, disk("b /b")), 8);
     EXPECT_THAT(log.text(), HasSubstr("1 incomplete or contradicting records passed over"));
+}
+
+TEST_F(ScratchPadFile, ARecordUnderATakenNumberGivesItToNobodyWhereverTheOwnersIs) {
+    const std::string gone = directory.path("gone/pad.txt");
+    writeFile(clasp.ScratchPad, record(2, 7, "a /a"));
+    for (const std::string& path : {gone, clasp.ScratchPad}) { // unwritten; or one read, one appended
+        ScratchPad pad(path);
+        pad.refresh();
+        if (path == gone)
+            recordAs(pad, 7, "a /a");
+        recordAs(pad, 3, "b /b"); // which is free, and not the highest
+        recordAs(pad, 7, "c /c");
+        recordAs(pad, 3, "d /d");
+        std::filesystem::create_directory(directory.path("gone"));
+        for (int when = 0; when < 3; ++when) { // unwritten, written, in the next run
+            if (when == 2)
+                pad = ScratchPad(path);
+            EXPECT_EQ(storedFor(pad, "a /a"), 7) << path << when;
+            EXPECT_EQ(storedFor(pad, "b /b"), 3) << path << when;
+            EXPECT_EQ(storedFor(pad, "c /c"), -2) << path << when;
+            EXPECT_EQ(storedFor(pad, "d /d"), -2) << path << when;
+            EXPECT_TRUE(pad.settle());
+        }
+    }
 }
 
 TEST_F(ScratchPadFile, NamesOfAnyBytesKeepTheirNumberAndNeverStandForAnother) {
@@ -394,6 +435,52 @@ TEST_F(ScratchPadFile, ANumberWhoseRecordIsOnlyInMemoryOutlivesAForeignChange) {
     takeLinkFromChain(clasp.pFirstLink);
     EXPECT_EQ(numberOf(pad, disk("a /a")), 1);
     EXPECT_EQ(numberOf(pad, disk("b /b")), 5);
+}
+
+TEST_F(ScratchPadFile, ANumberWhoseRecordIsOnlyInMemoryIsGivenToNobodyByTheFile) {
+    const std::string inner = directory.path("gone/pad.txt");
+    ScratchPad pad(inner);
+    EXPECT_EQ(numberOf(pad, disk("a /a")), 1);
+    std::filesystem::create_directory(directory.path("gone"));
+    writeFile(inner, record(2, 1, "b /b") + record(2, 1, "a /a"));
+    EXPECT_EQ(storedFor(pad, "b /b"), -2);
+    EXPECT_EQ(storedFor(pad, "a /a"), 1);
+    EXPECT_THAT(log.text(), HasSubstr(": 1 incomplete or contradicting records passed over"))
+        << "the file's record of a is no contradiction";
+}
+
+TEST_F(ScratchPadFile, ARecordInMemoryUnderATakenNumberTakesItFromNobody) {
+    const std::string inner = directory.path("gone/pad.txt");
+    std::filesystem::create_directory(directory.path("gone"));
+    writeFile(inner, record(2, 7, "a /a"));
+    ScratchPad pad(inner);
+    ASSERT_TRUE(pad.refresh());
+    std::filesystem::remove_all(directory.path("gone"));
+    recordAs(pad, 7, "b /b");
+    std::filesystem::create_directory(directory.path("gone"));
+    writeFile(inner, record(2, 7, "a /a") + record(2, 7, "b /b"));
+    EXPECT_EQ(storedFor(pad, "a /a"), 7);
+    EXPECT_EQ(storedFor(pad, "b /b"), -2);
+    EXPECT_THAT(log.text(), HasSubstr(": 1 incomplete or contradicting records passed over"));
+}
+
+TEST_F(ScratchPadFile, ARecordThatCannotBeReadAnyMoreKeepsItsNumber) {
+    writeFile(clasp.ScratchPad, record(2, 1, "a /a"));
+    ScratchPad pad(clasp.ScratchPad);
+    ASSERT_TRUE(pad.refresh());
+    const WatchedReads failing([] { return EIO; });
+    EXPECT_EQ(storedFor(pad, "a /a"), 1);
+    EXPECT_EQ(storedFor(pad, "b /b"), -2);
+}
+
+TEST_F(ScratchPadFile, ARecordThatWasOverwrittenUnnoticedIsNobodys) {
+    writeFile(clasp.ScratchPad, record(2, 1, "a /a"));
+    ScratchPad pad(clasp.ScratchPad);
+    ASSERT_TRUE(pad.refresh());
+    const auto time = std::filesystem::last_write_time(clasp.ScratchPad);
+    writeFile(clasp.ScratchPad, std::string(content().size(), 'x'));
+    std::filesystem::last_write_time(clasp.ScratchPad, time);
+    EXPECT_EQ(numberOf(pad, disk("a /a")), 2);
 }
 
 TEST_F(ScratchPadFile, ARecordThatDoesNotFitIsTakenBackWhole) {
