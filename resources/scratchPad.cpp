@@ -89,7 +89,8 @@ Descriptor ScratchPad::openUpToDate() {
     }
     if (seen_ == stateOf(status))
         return file;
-    readAnew(file.get());
+    if (!readAnew(file.get()))
+        return {};
     seen_ = stateOf(status);
     if (passedOver_ > 0)
         DEBUGMSG("Scratch pad %s: %u incomplete or contradicting records passed over\n", path_.c_str(),
@@ -97,37 +98,38 @@ Descriptor ScratchPad::openUpToDate() {
     return file;
 }
 
-void ScratchPad::readAnew(int fd) {
-    // Beside the old index, which stays when memory is refused on the way: half an index would give the
+/// False when the file cannot be read to its end: then the old index stays.
+bool ScratchPad::readAnew(int fd) {
+    // Beside the old index, which stays also when memory is refused on the way: half an index would give the
     // numbers of the other half away again.
     ScratchPad fresh(path_);
-    fresh.readProblem_ = readProblem_;
     // Numbers of this run stay taken also while their records are only in memory.
     fresh.unwritten_ = unwritten_;
-    if (fd >= 0)
-        fresh.readAll(fd);
+    const int reason = fd >= 0 ? fresh.readAll(fd) : 0;
+    noteReadProblem(reason);
+    if (reason != 0)
+        return false;
     fresh.sortOut();
     fresh.unsynchronised_ = unsynchronised_;
     *this = std::move(fresh);
+    return true;
 }
 
-void ScratchPad::readAll(int fd) {
+/// Why the file cannot be read to its end; 0 when it was.
+int ScratchPad::readAll(int fd) {
     SectionSplitter splitter(
         [&](std::string_view section) { takeSection(section, splitter.sectionBegin()); });
     char block[65536];
-    int reason = 0;
-    for (;;) {
-        const ssize_t got = ::read(fd, block, sizeof block);
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got < 0)
-            reason = errno;
-        if (got <= 0)
-            break;
+    off_t at = 0;
+    ssize_t got = 0;
+    while ((got = ::pread(fd, block, sizeof block, at)) > 0) {
         splitter.feed({block, static_cast<std::size_t>(got)});
+        at += got;
     }
+    if (got < 0)
+        return errno;
     splitter.finish();
-    noteReadProblem(reason);
+    return 0;
 }
 
 void ScratchPad::takeSection(std::string_view section, std::int64_t begin) {

@@ -41,9 +41,9 @@ public:
     /// Makes the file when it is missing. Whether it can be opened to be appended to.
     bool ensureExists();
 
-    /// Brings the index up to date. Whether the file could be opened to be read. A file that is not there any
-    /// more empties the index; any other failure (no descriptor left, say) leaves it as it was and is logged
-    /// when the reason is new.
+    /// Brings the index up to date. Whether the file could be read. A file that is not there any more empties
+    /// the index; any other failure (no descriptor left, say) leaves it as it was until the file can be read,
+    /// and is logged when the reason is new.
     bool refresh();
 
     /// Highest number of all records, those that are yet to be written included; 0 if there is none.
@@ -86,8 +86,8 @@ private:
 
     static FileState stateOf(const struct stat& status);
     Descriptor openUpToDate();
-    void readAnew(int fd);
-    void readAll(int fd);
+    bool readAnew(int fd);
+    int readAll(int fd);
     void takeSection(std::string_view section, std::int64_t begin);
     void sortOut();
     void sortIn();

@@ -473,6 +473,28 @@ TEST_F(ScratchPadFile, ARecordThatCannotBeReadAnyMoreKeepsItsNumber) {
     EXPECT_EQ(storedFor(pad, "b /b"), -2);
 }
 
+TEST_F(ScratchPadFile, AFileThatCannotBeReadToItsEndIsReadAgainAndMeanwhileWhatWasKnownStays) {
+    const std::string many(65536, '\n'); // so that the second record is in a second read
+    const std::string more = record(2, 1, "a /a") + many + record(2, 2, "b /b");
+    for (const bool before : {false, true})
+        for (const int good : {0, 1}) {
+            writeFile(clasp.ScratchPad, record(2, 1, "a /a"));
+            ScratchPad pad(clasp.ScratchPad);
+            EXPECT_TRUE(!before || pad.refresh());
+            writeFile(clasp.ScratchPad, more);
+            {
+                int reads = 0;
+                const WatchedReads failing([&] { return reads++ < good ? 0 : EIO; });
+                EXPECT_FALSE(pad.refresh());
+                EXPECT_EQ(pad.highestRid(), before ? 1 : 0);
+            }
+            EXPECT_THAT(log.text(),
+                        HasSubstr("Cannot read scratch pad " + clasp.ScratchPad + ": Input/output error\n"));
+            EXPECT_EQ(storedFor(pad, "a /a"), 1);
+            EXPECT_EQ(storedFor(pad, "b /b"), 2);
+        }
+}
+
 TEST_F(ScratchPadFile, ARecordThatWasOverwrittenUnnoticedIsNobodys) {
     writeFile(clasp.ScratchPad, record(2, 1, "a /a"));
     ScratchPad pad(clasp.ScratchPad);
