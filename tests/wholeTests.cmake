@@ -49,6 +49,8 @@ lumetra_python_tests(bench whole)
 
 # The longest begin first, so that none of them is the last that all wait for. Seconds on two idle cores.
 set_tests_properties(jvm.jvm_soak jvm.jvm_half_hour faults.fault_loop_jvm jvm.jvm_trouble PROPERTIES COST 110)
+set_tests_properties(jvm.jvm_soak PROPERTIES RESOURCE_LOCK soak)
+set_tests_properties(jvm.jvm_half_hour PROPERTIES RESOURCE_LOCK half_hour)
 set_tests_properties(jvm.jvm_doctor package.package PROPERTIES COST 80)
 set_tests_properties(jvm.jvm_agent jvm.jvm_commands jvm.jvm_replay jvm.jvm_viewer jvm.jvm_web PROPERTIES COST 35)
 
