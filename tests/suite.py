@@ -1,9 +1,11 @@
 """What the Python tests of all folders share: how they wait, what they leave to the long run, ports that are free."""
 
 import atexit
+import contextlib
 import ctypes
 import os
 import random
+import select
 import signal
 import socket
 import time
@@ -28,6 +30,30 @@ PR_SET_PDEATHSIG = 1
 def die_with_parent():
     """For a new process: when these tests are killed, it goes with them."""
     _libc.prctl(PR_SET_PDEATHSIG, signal.SIGKILL)
+
+
+def has_ended(process):
+    """Whether a program has ended. Its number stays its own, unlike after Popen.poll()."""
+    return process.returncode is not None or os.waitid(os.P_PID, process.pid, os.WEXITED | os.WNOHANG | os.WNOWAIT) is not None
+
+
+def await_end(process):
+    """Whether a program has ended before the deadline of all tests. Its number stays its own, unlike after Popen.wait()."""
+    if process.returncode is None:
+        descriptor = os.pidfd_open(process.pid)
+        try:
+            return bool(select.select([descriptor], [], [], remaining())[0])
+        finally:
+            os.close(descriptor)
+    return True
+
+
+def end_group(process):
+    """Ends a program that leads a group, and what it left there. Only once: the number of what was awaited is another's soon."""
+    if process.returncode is None:
+        with contextlib.suppress(ProcessLookupError, PermissionError):
+            os.killpg(process.pid, signal.SIGKILL)
+        process.wait()
 
 
 def remaining():

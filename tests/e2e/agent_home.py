@@ -12,7 +12,7 @@ import unittest
 
 sys.path[:0] = [os.path.dirname(os.path.abspath(__file__)), os.path.dirname(os.path.dirname(os.path.abspath(__file__)))]
 import check_home  # noqa: E402
-from suite import LONG, often, remaining, wait_until  # noqa: E402, F401
+from suite import LONG, await_end, end_group, has_ended, often, wait_until  # noqa: E402, F401
 
 PROJECT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 BUILD = os.path.abspath(os.environ.get("LUMETRA_BUILD", os.path.join(PROJECT, "build", "debug")))
@@ -263,12 +263,12 @@ class Running:
         """A stop request (only without a prefix that stays in front of the driver)."""
         stops = self.output().count("stop\t")
         self.process.send_signal(signal.SIGUSR1)
-        self.until(lambda: self.output().count("stop\t") > stops or self.process.poll() is not None, "a stop")
+        self.until(lambda: self.output().count("stop\t") > stops or has_ended(self.process), "a stop")
 
     def until(self, condition, what):
         """Waits for something that the driver brings about."""
         def met():
-            ended = self.process.poll() is not None
+            ended = has_ended(self.process)
             if condition():
                 return True
             if ended:
@@ -305,24 +305,16 @@ class Running:
         return b"".join(self.told).decode("latin-1")
 
     def finish(self):
-        try:
-            self.process.wait(remaining())
-        except subprocess.TimeoutExpired:
-            os.killpg(self.process.pid, signal.SIGKILL)
-            self.process.wait()
-            raise AssertionError("the driver did not end; it told:\n" + self.output()[-3000:]) from None
-        finally:
-            self.clean()
+        ended = await_end(self.process)
+        self.clean()
+        if not ended:
+            raise AssertionError("the driver did not end; it told:\n" + self.output()[-3000:])
         self.reader.join()
         return Result(self.output(), self.process.returncode)
 
     def clean(self):
         """Ends what a killed driver may have left in its group."""
-        try:
-            os.killpg(self.process.pid, signal.SIGKILL)
-        except (ProcessLookupError, PermissionError):
-            pass
-        self.process.wait()
+        end_group(self.process)
         self.process.stdin.close()
 
 

@@ -20,7 +20,8 @@ sys.path[:0] = [TESTS, os.path.join(TESTS, "e2e")]
 import agent_home  # noqa: E402
 import check_home  # noqa: E402
 from agent_home import BUILD, LIBRARY, PROJECT  # noqa: E402
-from suite import LONG, die_with_parent, free_port, long_only, often, remaining, some, wait_until  # noqa: E402
+from suite import (LONG, await_end, die_with_parent, end_group, free_port, has_ended, long_only, often, remaining,  # noqa: E402
+                   some, wait_until)
 
 JAR = os.path.abspath(os.environ.get("LUMETRA_JAR", os.path.join(BUILD, "java", "lumetra-agent.jar")))
 COMPLAINTS = ("WARNING in native method", "WARNING: JNI local refs", "FATAL ERROR in native method", "SIGSEGV",
@@ -145,9 +146,9 @@ class Machine:
         """Waits for something that only a living machine can bring about."""
 
         def happened():
-            has_ended = self.process.poll() is not None
+            ended = has_ended(self.process)
             value = condition()
-            if not value and has_ended:
+            if not value and ended:
                 raise AssertionError(f"the machine ended before {what}:\n{self.output()[-3000:]}")
             return value
 
@@ -175,12 +176,10 @@ class Machine:
         """Waits for the end; the exit status."""
         if not self.process.stdin.closed:
             self.process.stdin.close()
-        try:
-            self.process.wait(remaining())
-        except subprocess.TimeoutExpired:
-            raise AssertionError("the machine did not end:\n" + self.output()[-3000:]) from None
-        finally:
-            self.kill()
+        ended = await_end(self.process)
+        self.kill()
+        if not ended:
+            raise AssertionError("the machine did not end:\n" + self.output()[-3000:])
         self.reader.join()
         return self.process.returncode
 
@@ -189,11 +188,7 @@ class Machine:
             self.process.stdin.close()
         except OSError:
             pass
-        try:
-            os.killpg(self.process.pid, signal.SIGKILL)
-        except (ProcessLookupError, PermissionError):
-            pass
-        self.process.wait()
+        end_group(self.process)
 
 
 @unittest.skipUnless(shutil.which("java") and shutil.which("javac"), "no Java development kit is installed")

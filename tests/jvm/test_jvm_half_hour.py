@@ -5,7 +5,7 @@ import sys
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from java_host import long_only, wait_until  # noqa: E402
+from java_host import long_only  # noqa: E402
 from test_jvm_soak import Soak  # noqa: E402
 from test_jvm_trouble import shipped_command  # noqa: E402
 
@@ -17,7 +17,7 @@ class B5_HalfAnHour(Soak):
         machine = self.start(home, shipped_command(home, self.library, "--port", "0"))
         machine.expect("It announces an exhaustion")
         for cycles in range(60, 1801, 60):
-            wait_until(lambda cycles=cycles: len(home.archive_lines()) >= cycles, f"cycle {cycles}")
+            machine.until(lambda cycles=cycles: len(home.archive_lines()) >= cycles, f"cycle {cycles}")
             self.level(machine, home, cycles)
         self.terminate(machine, home)
         self.assert_flat(8192)
