@@ -65,6 +65,13 @@ final class Wire implements Closeable {
                 socket.getInputStream().readNBytes(Integer.parseInt(headers.getOrDefault("content-length", "0"))));
     }
 
+    /** Waits until something of an answer is there to be read, and does not read it. */
+    void awaitAnswer() throws IOException, InterruptedException {
+        while (socket.getInputStream().available() == 0) {
+            Thread.sleep(1);
+        }
+    }
+
     /** So many bytes. */
     byte[] receiveSome(int count) throws IOException {
         return socket.getInputStream().readNBytes(count);
