@@ -25,21 +25,23 @@ function(lumetra_whole_test name)
         "PATH=path_list_prepend:${builds}/prometheus/usr/bin;PATH=path_list_prepend:${builds}/alertmanager/usr/bin")
 endfunction()
 
+# What a test prints, the figures of a soak among it, is kept in its XML.
+set(pytest ${LUMETRA_PYTHON} -m pytest -q -rs -p no:cacheprovider -o junit_logging=system-out)
+
 # Every test_*.py of a folder, each a test of its own.
 function(lumetra_python_tests folder label)
     file(GLOB files CONFIGURE_DEPENDS ${folder}/test_*.py)
     foreach(file IN LISTS files)
         get_filename_component(name ${file} NAME_WE)
         string(REGEX REPLACE "^test_" "" name ${name})
-        lumetra_whole_test(${folder}.${name} LABELS ${label} COMMAND ${alone} ${LUMETRA_PYTHON} -m pytest -q -rs
-            -p no:cacheprovider --junitxml=${LUMETRA_TEST_RESULTS}/${folder}.${name}.xml ${file})
+        lumetra_whole_test(${folder}.${name} LABELS ${label} COMMAND ${alone} ${pytest}
+            --junitxml=${LUMETRA_TEST_RESULTS}/${folder}.${name}.xml ${file})
     endforeach()
 endfunction()
 
 lumetra_python_tests(e2e whole)
 lumetra_python_tests(faults whole)
-lumetra_whole_test(faults.fault_loop_sanitized LABELS whole long ENVIRONMENT LUMETRA_BUILD=${builds}/asan COMMAND ${alone}
-    ${LUMETRA_PYTHON} -m pytest -q -rs -p no:cacheprovider
+lumetra_whole_test(faults.fault_loop_sanitized LABELS whole long ENVIRONMENT LUMETRA_BUILD=${builds}/asan COMMAND ${alone} ${pytest}
     --junitxml=${LUMETRA_TEST_RESULTS}/faults.fault_loop_sanitized.xml ${CMAKE_CURRENT_SOURCE_DIR}/faults/test_fault_loop.py)
 lumetra_python_tests(jvm whole)
 lumetra_python_tests(integrations whole)
