@@ -154,13 +154,16 @@ class Machine:
 
         return wait_until(happened, what)
 
-    def stop(self):
-        """Asks the probe's run to stop until it has: a request in a cycle is heeded after the pause that follows."""
+    def stop(self, gives=(0,)):
+        """Asks the probe's run to stop until it has, and given one of these: a request in a cycle is heeded after the pause
+        that follows."""
         while True:
             self.say("stop")
             try:
-                while not (self.arrived.get(timeout=0.2) or "").startswith("returned\t0"):
+                while not (line := self.arrived.get(timeout=0.2) or "").startswith("returned\t"):
                     pass
+                if int(line.split("\t")[1]) not in gives:
+                    raise AssertionError(f"the run gave {line}:\n{self.output()[-3000:]}")
                 return
             except queue.Empty:
                 self.until(lambda: True)
