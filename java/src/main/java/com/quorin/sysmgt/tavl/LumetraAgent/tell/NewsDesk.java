@@ -213,11 +213,11 @@ final class NewsDesk {
         private void tellExhaustion(Event.Exhaustion event) {
             Event.Subject subject = event.subject().plain();
             RunResource resource = resources.get(subject);
-            if (resource != null && isAtLimit(resource)) {
+            if (resource == null ? atLimit.getOrDefault(subject, false) : isAtLimit(resource)) {
                 return; // that the limit is reached says more
             }
-            long onset = resource == null ? 0 : resource.notification().since();
             Told before = told.get(subject);
+            long onset = resource != null ? resource.notification().since() : before != null ? before.onset : 0;
             if (before == null || before.onset != onset) {
                 tellFirst(event, onset);
             } else if (remindAfter > 0 && event.at().epochSeconds() - before.at >= remindAfter) {

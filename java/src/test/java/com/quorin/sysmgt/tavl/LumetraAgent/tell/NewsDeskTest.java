@@ -317,6 +317,25 @@ class NewsDeskTest {
     }
 
     @Test
+    void whatWasAnnouncedIsNotToldAgainAtTheEndForWantOfAPublication() {
+        exhaustion();
+        assertEquals(1, cycle(disk(now)).size());
+        news.clear();
+        exhaustion();
+        desk.close();
+        assertEquals(List.of(), news);
+    }
+
+    @Test
+    void whatIsAtItsLimitDoesNotRunOutAtTheEndForWantOfAPublication() {
+        cycle(full());
+        news.clear();
+        exhaustion();
+        desk.close();
+        assertEquals(List.of(), news);
+    }
+
+    @Test
     void aPublicationThatIsHandedOverAgainTellsOnlyWhatWasNotTold() {
         List<String> told = new ArrayList<>();
         boolean[] fails = {true};
