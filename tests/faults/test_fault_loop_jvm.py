@@ -34,9 +34,9 @@ class FaultLoopInJava(JavaTest, FaultTest):
         machine.say(RUN)
         return machine
 
-    def end(self, machine, kind=None):
+    def end(self, machine, calls):
         # What comes of closing the log is what the run gives.
-        machine.stop(gives=(0, -1) if kind == "close" else (0,))
+        machine.stop(gives=(0, -1) if calls.kind == "close" else (0,))
         self.assertEqual(machine.end(), 0, machine.output()[-2000:])
         self.assert_clean(machine)
 
@@ -45,10 +45,11 @@ class FaultLoopInJava(JavaTest, FaultTest):
         home = self.fresh_copy()
         before = home.snapshot()
         newest = home.archive_lines()[-1][0]
-        machine = self.begin(home, Calls())
+        calls = Calls()
+        machine = self.begin(home, calls)
         cycles = machine.until(lambda: sum(stamp > newest for stamp, _ in home.archive_lines()), "a cycle")
-        counts, failed = Calls().counts(home)
-        self.end(machine)
+        counts, failed = calls.counts(home)
+        self.end(machine, calls)
         self.assertEqual(failed, 0)
         self.assert_clean(machine, home, before=before, trimmed=True)
         home.remove()
@@ -66,7 +67,7 @@ class FaultLoopInJava(JavaTest, FaultTest):
             return made >= enough and (failed or made >= 20 * enough) or "returned\t" in machine.output()
 
         machine.until(has_survived, str(calls))
-        self.end(machine, calls.kind)
+        self.end(machine, calls)
         calls.failed(home)
         self.assertEqual(check_home.check(home.layout, before=before, trimmed=True, faulty=True, scratch_pad_lossy=True), [], str(calls))
         self.assert_next_start_is_clean(home, str(calls), int(time.time()) + 100)

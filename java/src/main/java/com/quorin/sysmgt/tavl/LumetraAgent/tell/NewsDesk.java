@@ -210,6 +210,7 @@ final class NewsDesk {
             lastEnded = ended.number();
         }
 
+        /** Without its resource, as at the end of a run, what was told goes on, and the newest publication counts. */
         private void tellExhaustion(Event.Exhaustion event) {
             Event.Subject subject = event.subject().plain();
             RunResource resource = resources.get(subject);
