@@ -5,11 +5,13 @@
 namespace obrin {
 namespace {
 
-thread_local WorkArray<float> scratch("diff");
+struct MeasureMemory {
+    WorkArray<float> differences{"diff"};
+};
 
 /// (a_i - b_i)^2 in the thread's scratch array, which the caller may write to until the next call.
 float* squaredDifferences(Count n, const float* a, const float* b) {
-    float* const diff = scratch.get(n);
+    float* const diff = threadOwn<MeasureMemory>().differences.get(n);
     sves(n, a, 1, b, 1, diff, 1);
     svem(n, diff, 1, diff, 1, diff, 1);
     return diff;
@@ -28,7 +30,8 @@ double WMSE(Count n, const float* a, const float* b, const float* w) {
 }
 
 bool reserveErrorMeasures(std::int64_t n) noexcept {
-    return scratch.reserve(n);
+    auto* const memory = tryThreadOwn<MeasureMemory>();
+    return memory != nullptr && memory->differences.reserve(n);
 }
 
 } // namespace obrin

@@ -122,8 +122,9 @@ public:
 
     /// Takes the memory of up to P positions and k hinges.
     static bool reserve(Count P, Count k) noexcept {
-        return memory_.intervals.reserve(P + 1) && memory_.abscissae.reserve(P + 2) &&
-               memory_.fromRight.reserve(P + 1) && memory_.levels.reserve(k);
+        auto* const memory = tryThreadOwn<Memory>();
+        return memory != nullptr && memory->intervals.reserve(P + 1) && memory->abscissae.reserve(P + 2) &&
+               memory->fromRight.reserve(P + 1) && memory->levels.reserve(k);
     }
 
 private:
@@ -139,7 +140,7 @@ private:
         WorkArray<Elimination> fromRight{"hinge_eliminations"};
         WorkArray<Level> levels{"hinge_levels"};
     };
-    static thread_local Memory memory_;
+    static Memory& memory() { return threadOwn<Memory>(); }
 
     Count P_, k_;
     HatSums* intervals_;     ///< [node]: from the node to the next one
@@ -149,12 +150,10 @@ private:
     double firstValue_ = 0.0, totalSquares_ = 0.0;
 };
 
-thread_local HingeSets::Memory HingeSets::memory_;
-
 HingeSets::HingeSets(Count M, const float* x, const float* y, double centre, Count P,
                      const std::int32_t* positions, Count k)
-    : P_(P), k_(k), intervals_(memory_.intervals.get(P + 1)), abscissae_(memory_.abscissae.get(P + 2)),
-      fromRight_(memory_.fromRight.get(P + 1)), levels_(memory_.levels.get(k)) {
+    : P_(P), k_(k), intervals_(memory().intervals.get(P + 1)), abscissae_(memory().abscissae.get(P + 2)),
+      fromRight_(memory().fromRight.get(P + 1)), levels_(memory().levels.get(k)) {
     sumIntervals(M, x, y, centre, positions);
     eliminateFromTheRight();
 }

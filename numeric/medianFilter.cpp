@@ -19,7 +19,9 @@ namespace {
 /// From this many shared samples for each new one, keeping the window between two places pays.
 constexpr std::int64_t worthSliding = 4;
 
-thread_local WorkArray<float> buffer("buff");
+struct FilterMemory {
+    WorkArray<float> buffer{"buff"};
+};
 
 bool argumentsAreSound(Count w, Count s) {
     if (w < 1) {
@@ -84,7 +86,7 @@ Count completeWindows(Count n, Count w, Count s, Count windows) {
 
 /// Partitions the buffer; the definition of the median for ordered values.
 float medianOf(const float* samples, Count count) {
-    float* const buff = buffer.get(count);
+    float* const buff = threadOwn<FilterMemory>().buffer.get(count);
     std::copy_n(samples, count, buff);
     std::nth_element(buff, buff + count / 2, buff + count);
     return buff[count / 2];
@@ -107,7 +109,7 @@ float incompleteMedian(Count n, const float* in, std::int64_t from) {
 }
 
 void searchedMedians(Count n, const float* in, Count w, Count s, Count windows, float* out) {
-    SortedWindow window(n, in, buffer.get(std::max(n, w)), 0);
+    SortedWindow window(n, in, threadOwn<FilterMemory>().buffer.get(std::max(n, w)), 0);
     while (window.next() < w)
         window.enter();
     for (Count i = 0; i < windows; ++i) {
@@ -122,7 +124,7 @@ void searchedMedians(Count n, const float* in, Count w, Count s, Count windows, 
 Count median_filter(Count n, const float* in, Count w, Count s, float* out) {
     if (const std::optional<Count> done = withoutWindows(n, in, w, s, out))
         return *done;
-    buffer.get(w);
+    threadOwn<FilterMemory>().buffer.get(w);
     const Count windows = windowCount(n, w, s);
     if (hasUnordered(n, in)) {
         searchedMedians(n, in, w, s, windows, out);
@@ -137,7 +139,8 @@ Count median_filter(Count n, const float* in, Count w, Count s, float* out) {
 }
 
 bool reserveMedianFilter(std::int64_t n) noexcept {
-    return buffer.reserve(n); // all of them, where one is NaN
+    auto* const memory = tryThreadOwn<FilterMemory>();
+    return memory != nullptr && memory->buffer.reserve(n); // all of them, where one is NaN
 }
 
 Count median_filter_with_border_effects(Count n, const float* in, Count w, Count s, float* out) {
@@ -145,7 +148,7 @@ Count median_filter_with_border_effects(Count n, const float* in, Count w, Count
         return *done;
     const Count h = w / 2;
     const std::int64_t last = std::numeric_limits<std::int64_t>::max();
-    SortedWindow window(n, in, buffer.get(hasUnordered(n, in) ? std::max(n, w) : w),
+    SortedWindow window(n, in, threadOwn<FilterMemory>().buffer.get(hasUnordered(n, in) ? std::max(n, w) : w),
                         -std::int64_t{w} + h + 1);
     while (window.next() <= h)
         window.enter();

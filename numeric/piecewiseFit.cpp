@@ -29,9 +29,6 @@ struct SearchMemory {
     WorkArray<std::int32_t> combination{"hinge_pos"};
 };
 
-thread_local FitMemory fitMemory;
-thread_local SearchMemory searchMemory;
-
 /// What LAPACK is given to work in.
 template <class Number>
 constexpr Number workLength(Number M, Number N) {
@@ -91,12 +88,13 @@ bool advanceCombination(Count P, Count k, std::int32_t* combination) {
 
 double fitEachSet(Count M, const float* x, const float* y, Count P, const std::int32_t* positions, Count k,
                   float* endpoints_x, float* endpoints_y) {
-    float* currentX = searchMemory.endpointsX.get(k + 2);
-    float* currentY = searchMemory.endpointsY.get(k + 2);
-    float* bestX = searchMemory.otherEndpointsX.get(k + 2);
-    float* bestY = searchMemory.otherEndpointsY.get(k + 2);
-    std::int32_t* const hinges = searchMemory.hinges.get(k);
-    std::int32_t* const combination = searchMemory.combination.get(k);
+    auto& memory = threadOwn<SearchMemory>();
+    float* currentX = memory.endpointsX.get(k + 2);
+    float* currentY = memory.endpointsY.get(k + 2);
+    float* bestX = memory.otherEndpointsX.get(k + 2);
+    float* bestY = memory.otherEndpointsY.get(k + 2);
+    std::int32_t* const hinges = memory.hinges.get(k);
+    std::int32_t* const combination = memory.combination.get(k);
     for (Count i = 0; i < k; ++i) {
         combination[i] = i;
     }
@@ -133,15 +131,16 @@ double find_piec_lin_fit_ord(Count M, const float* x, const float* y, Count k, c
     endpoints_x[k + 1] = x[M - 1];
     sCopySelEls(k, x, hinges, endpoints_x + 1);
 
-    std::int32_t* const endpointIndex = fitMemory.endpointIndex.get(N);
+    auto& memory = threadOwn<FitMemory>();
+    std::int32_t* const endpointIndex = memory.endpointIndex.get(N);
     endpointIndex[0] = 0;
     std::copy_n(hinges, k, endpointIndex + 1);
     endpointIndex[k + 1] = M - 1;
 
     const int lwork = workLength(M, N);
-    double* const matrix = fitMemory.matrix.get(M * N);
-    double* const rightSide = fitMemory.rightSide.get(M);
-    double* const work = fitMemory.work.get(lwork);
+    double* const matrix = memory.matrix.get(M * N);
+    double* const rightSide = memory.rightSide.get(M);
+    double* const work = memory.work.get(lwork);
     fillDesignMatrix(M, x, k, endpointIndex, matrix);
     for (Count i = 0; i < M; ++i) {
         rightSide[i] = static_cast<double>(y[i]);
@@ -178,7 +177,7 @@ double best_piecewise_fit(Count M, const float* x, const float* y, Count P, cons
         return 0.0;
     }
     if (k > 0) {
-        std::int32_t* const hinges = searchMemory.hinges.get(k);
+        std::int32_t* const hinges = threadOwn<SearchMemory>().hinges.get(k);
         if (findBestHinges(M, x, y, P, positions, k, hinges)) {
             return find_piec_lin_fit_ord(M, x, y, k, hinges, endpoints_x, endpoints_y);
         }
@@ -188,11 +187,13 @@ double best_piecewise_fit(Count M, const float* x, const float* y, Count P, cons
 
 bool reservePiecewiseFits(std::int64_t M, Count P, Count k) noexcept {
     const std::int64_t N = std::int64_t{k} + 2;
-    return fitMemory.endpointIndex.reserve(N) && fitMemory.matrix.reserve(M * N) &&
-           fitMemory.rightSide.reserve(M) && fitMemory.work.reserve(workLength(M, N)) &&
-           searchMemory.endpointsX.reserve(N) && searchMemory.otherEndpointsX.reserve(N) &&
-           searchMemory.endpointsY.reserve(N) && searchMemory.otherEndpointsY.reserve(N) &&
-           searchMemory.hinges.reserve(k) && searchMemory.combination.reserve(k) && reserveHingeSearch(P, k);
+    auto* const fit = tryThreadOwn<FitMemory>();
+    auto* const search = tryThreadOwn<SearchMemory>();
+    return fit != nullptr && search != nullptr && fit->endpointIndex.reserve(N) &&
+           fit->matrix.reserve(M * N) && fit->rightSide.reserve(M) && fit->work.reserve(workLength(M, N)) &&
+           search->endpointsX.reserve(N) && search->otherEndpointsX.reserve(N) &&
+           search->endpointsY.reserve(N) && search->otherEndpointsY.reserve(N) && search->hinges.reserve(k) &&
+           search->combination.reserve(k) && reserveHingeSearch(P, k);
 }
 
 int y_eq_piec_lin_x(Count m, const float* ex, const float* ey, Count n, const float* x, float* y) {

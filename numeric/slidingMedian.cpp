@@ -12,9 +12,11 @@ namespace {
 constexpr std::int64_t windowsPerStretch = 4; // sorts each sample 4/3 times; more make the ranks too sparse
 constexpr std::int64_t leastStretch = 256;
 
-thread_local WorkArray<std::uint64_t> keyRoom("buff");
-thread_local WorkArray<std::uint64_t> bitRoom("buff");
-thread_local WorkArray<std::int32_t> rankRoom("buff");
+struct SlidingMemory {
+    WorkArray<std::uint64_t> keys{"buff"};
+    WorkArray<std::uint64_t> bits{"buff"};
+    WorkArray<std::int32_t> ranks{"buff"};
+};
 
 /// A set of ranks with a pointer at the element that has `place` elements below it.
 class RankSet {
@@ -78,15 +80,16 @@ std::uint64_t sortKey(float value, Count index) {
 }
 
 void mediansOfStretch(const float* in, Count samples, Count w, Count s, Count windows, float* out) {
-    std::uint64_t* const keys = keyRoom.get(samples);
-    std::int32_t* const rankOf = rankRoom.get(samples);
+    auto& memory = threadOwn<SlidingMemory>();
+    std::uint64_t* const keys = memory.keys.get(samples);
+    std::int32_t* const rankOf = memory.ranks.get(samples);
     for (Count i = 0; i < samples; ++i)
         keys[i] = sortKey(in[i], i);
     std::sort(keys, keys + samples);
     for (Count rank = 0; rank < samples; ++rank)
         rankOf[static_cast<std::uint32_t>(keys[rank])] = rank;
 
-    RankSet window(bitRoom.get(samples / 64 + 1), samples, w / 2);
+    RankSet window(memory.bits.get(samples / 64 + 1), samples, w / 2);
     for (Count i = 0; i < w; ++i)
         window.insert(rankOf[i]);
     out[0] = in[static_cast<std::uint32_t>(keys[window.median()])];

@@ -15,7 +15,7 @@ struct alignas(std::max_align_t) Block {
     Block** link; ///< what points here
 };
 
-thread_local Block* blocksOfThread = nullptr;
+[[gnu::tls_model("initial-exec")]] thread_local Block* blocksOfThread = nullptr;
 
 void freeBlocks(void* /*thread*/) {
     while (Block* const block = blocksOfThread) {
@@ -31,13 +31,13 @@ const std::optional<pthread_key_t> threadEnd = [] {
     return ::pthread_key_create(&key, &freeBlocks) == 0 ? std::optional(key) : std::nullopt;
 }();
 
-[[noreturn]] void endWithoutMemory(const char* name, std::size_t elementSize, int elements) {
+} // namespace
+
+void endWithoutMemory(const char* name, std::size_t elementSize, int elements) {
     std::fprintf(stderr, "Error allocating array %s\n", name);
     std::fprintf(stderr, "Sizeof %d, n_elements %d\n", static_cast<int>(elementSize), elements);
     std::exit(1);
 }
-
-} // namespace
 
 void reportWorkCount(const char* name, int elements) {
     if (elements < 1) {

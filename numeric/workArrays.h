@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <new>
 #include <type_traits>
 
 namespace obrin {
@@ -26,12 +27,15 @@ void* allocateThreadWork(const char* name, std::size_t elementSize, int elements
 /// The same without a word and without an end: null when there is no memory.
 void* tryThreadWork(std::size_t elementSize, int elements) noexcept;
 
+/// The end of the process when there is no memory, as allocateWork() tells it.
+[[noreturn]] void endWithoutMemory(const char* name, std::size_t elementSize, int elements);
+
 /// Gives back what allocateThreadWork() gave to this very thread; null is nothing.
 void freeThreadWork(void* memory) noexcept;
 
 /// A scratch array of the toolkit that lives between calls and only grows, so that a second call of the same
-/// or a smaller size takes no memory. One thread, whose end frees it (make it thread_local where it serves a
-/// function); contents do not survive a get(), which may move the array.
+/// or a smaller size takes no memory. One thread, whose end frees it (a member of what threadOwn() gives,
+/// where it serves a function); contents do not survive a get(), which may move the array.
 template <class T>
 class WorkArray {
     static_assert(std::is_trivially_copyable_v<T> && std::is_trivially_destructible_v<T>);
@@ -86,5 +90,30 @@ private:
     T* memory_ = nullptr;
     int capacity_ = 0;
 };
+
+/// The calling thread's own T, as T{} makes it at the first call, until the thread ends. Null when there is
+/// no memory for it. Of each thread's memory that the loader hands out, only a pointer is taken, and that
+/// with the thread: where more is first asked for, and refused, the loader ends the process.
+template <class T>
+T* tryThreadOwn() noexcept {
+    static_assert(std::is_trivially_destructible_v<T> && alignof(T) <= alignof(std::max_align_t));
+    [[gnu::tls_model("initial-exec")]] static thread_local constinit T* own = nullptr;
+    if (own == nullptr) {
+        if (void* const memory = tryThreadWork(sizeof(T), 1)) {
+            own = ::new (memory) T{};
+        }
+    }
+    return own;
+}
+
+/// The same; the process ends as that of allocateWork() does when there is no memory.
+template <class T>
+T& threadOwn() {
+    T* const own = tryThreadOwn<T>();
+    if (own == nullptr) {
+        endWithoutMemory("work", sizeof(T), 1);
+    }
+    return *own;
+}
 
 } // namespace obrin

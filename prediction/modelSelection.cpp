@@ -56,8 +56,6 @@ struct Workspace {
     WorkArray<float> weights{"weights"};
 };
 
-thread_local Workspace workspace;
-
 /// A smoothed series with what is needed to fit and judge models over it.
 struct Series {
     Count points;
@@ -212,10 +210,12 @@ bool reserveForecastMemory(std::int64_t samples) noexcept {
             return a.hinges < b.hinges;
         })->hinges;
     const std::int64_t points = samples / parameters.medianStride + slack;
-    return workspace.smoothedX.reserve(points) && workspace.smoothedY.reserve(points) &&
-           workspace.logSmoothedY.reserve(points) && workspace.fittedY.reserve(points) &&
-           workspace.candidates.reserve(parameters.hingeCandidates + slack) &&
-           workspace.weights.reserve(points + slack) && reserveMedianFilter(samples) &&
+    auto* const workspace = tryThreadOwn<Workspace>();
+    return workspace != nullptr && workspace->smoothedX.reserve(points) &&
+           workspace->smoothedY.reserve(points) && workspace->logSmoothedY.reserve(points) &&
+           workspace->fittedY.reserve(points) &&
+           workspace->candidates.reserve(parameters.hingeCandidates + slack) &&
+           workspace->weights.reserve(points + slack) && reserveMedianFilter(samples) &&
            reserveErrorMeasures(points) &&
            reservePiecewiseFits(points, parameters.hingeCandidates, mostHinges);
 }
@@ -246,6 +246,7 @@ std::int32_t select_model_and_predict_with(const FittingTools& tools, std::int32
     const Count window = params->medianWindow;
     const Count stride = params->medianStride;
     const Count room = withSlack(stride < 1 ? 0 : n / stride);
+    auto& workspace = threadOwn<Workspace>();
     float* const smoothedX = workspace.smoothedX.get(room);
     float* const smoothedY = workspace.smoothedY.get(room);
     float* const logSmoothedY = workspace.logSmoothedY.get(room);

@@ -24,7 +24,7 @@ pthread_mutex_t tvmut = PTHREAD_MUTEX_INITIALIZER;
 
 /// Whether this thread holds tvmut: who did not get the lock unlocks it all the same, and must not free
 /// another's.
-thread_local bool holdsLock = false;
+[[gnu::tls_model("initial-exec")]] thread_local bool holdsLock = false;
 
 constexpr int mostPauses = 2;
 constexpr std::int32_t lockBusy = 5;

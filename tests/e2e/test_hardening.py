@@ -58,6 +58,14 @@ class Hardening(unittest.TestCase):
                               capture_output=True, text=True, check=True).stdout
         self.assertRegex(code, r"<JNI_OnLoad>:\n\s+\w+:\s+endbr64")
 
+    def test_no_thread_asks_the_loader_for_memory(self):
+        # Where it is refused, the loader ends the process. What every thread has from its beginning is little.
+        self.assertIn("STATIC_TLS", readelf("--dynamic"))
+        _, names = called()
+        self.assertNotIn("__tls_get_addr", names)
+        size = re.search(r"^\s+TLS\s+0x\w+ 0x\w+ 0x\w+ 0x\w+ (0x\w+)", readelf("--segments"), re.M)
+        self.assertLessEqual(int(size[1], 16), 128)
+
     def test_every_source_is_compiled_so(self):
         settings = (ROOT / "cmake" / "CompilerSettings.cmake").read_text()
         for option in ("-fstack-protector-strong", "-fstack-clash-protection", "-D_FORTIFY_SOURCE=2", "-ffp-contract=off"):
