@@ -7,24 +7,26 @@
 #include "support/wholeFile.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <optional>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
-#include <vector>
 
 namespace obrin {
 namespace {
 
+/// Of what is read and written at a time: on the stack, for it is wanted most when memory is short.
 constexpr std::size_t blockSize = 32768;
 
 /// A tail without a line feed that is longer than this is no torn line of ours, and is left alone.
 constexpr off_t longestTornLine = off_t{16} << 20;
 
 void logFailure(const char* what, const std::string& path, int error) {
-    DEBUGMSG("Archive file %s: %s: %s\n", path.c_str(), what, whyNotOpened(error).c_str());
+    DEBUGMSG("Archive file %s: %s: %s\n", path.c_str(), what, whyNotOpened(error));
 }
 
 /// The archive open to be appended to; an owner of nothing, logged, when it cannot be opened.
@@ -39,7 +41,7 @@ Descriptor openArchive(const std::string& path, struct stat& state) {
 /// Offset just behind the last line feed within the last longestTornLine bytes before `size`; 0 for the start
 /// of the file, -1 when there is none. Nothing, with errno, when the file cannot be read.
 std::optional<off_t> endOfLastWholeLine(int fd, off_t size) {
-    std::vector<char> block(blockSize);
+    std::array<char, blockSize> block;
     off_t end = size;
     while (end > 0 && size - end < longestTornLine) {
         const off_t begin = std::max<off_t>(0, end - static_cast<off_t>(blockSize));
@@ -104,7 +106,7 @@ bool appendArchiveLine(const std::string& path, std::string_view line) {
 namespace {
 
 bool skipToNextLine(int fd, off_t from) {
-    std::vector<char> block(blockSize);
+    std::array<char, blockSize> block;
     off_t at = from;
     for (;;) {
         const ssize_t got = ::pread(fd, block.data(), block.size(), at);
@@ -121,7 +123,7 @@ bool skipToNextLine(int fd, off_t from) {
 
 /// Copies from the current place to the end. False with errno when a read or a write fails.
 bool copyRest(int from, int to) {
-    std::vector<char> block(blockSize);
+    std::array<char, blockSize> block;
     for (;;) {
         const ssize_t got = ::read(from, block.data(), block.size());
         if (got < 0)
@@ -133,6 +135,22 @@ bool copyRest(int from, int to) {
     }
 }
 
+/// Whether the file's disk has room for so much, and a tenth more: others must not find it full meanwhile.
+bool hasRoom(int file, off_t size) {
+    struct statvfs disk;
+    if (::fstatvfs(file, &disk) != 0 ||
+        static_cast<double>(disk.f_bavail) * static_cast<double>(disk.f_frsize) >=
+            static_cast<double>(size) * 1.1)
+        return true;
+    errno = ENOSPC;
+    return false;
+}
+
+bool isOnDisk(int file, dev_t disk) {
+    struct stat state;
+    return ::fstat(file, &state) == 0 && state.st_dev == disk;
+}
+
 enum class Kept { done, noWorkFile, failed };
 
 /// Puts the newest `limit` bytes of `archive`, from a whole line on, into `work` and renames that over
@@ -141,8 +159,9 @@ Kept keepNewest(int archive, const struct stat& state, off_t limit, SideFile wor
                 const std::string& target) {
     if (!work.file)
         return Kept::noWorkFile;
-    if (takeAttributes(work.file.get(), state) && skipToNextLine(archive, state.st_size - limit) &&
-        copyRest(archive, work.file.get()) && ::fsync(work.file.get()) == 0 && work.file.close() == 0 &&
+    if (hasRoom(work.file.get(), limit) && takeAttributes(work.file.get(), state) &&
+        skipToNextLine(archive, state.st_size - limit) && copyRest(archive, work.file.get()) &&
+        ::fsync(work.file.get()) == 0 && work.file.close() == 0 &&
         ::rename(work.path.c_str(), target.c_str()) == 0)
         return Kept::done;
     const int error = errno;
@@ -167,12 +186,12 @@ int trim(const std::string& path, int megabytes) {
     const std::string& temp = systemPaths().trimWorkFile;
     // Whatever lies there is of no use to anybody; what leads elsewhere must not be written through.
     ::unlink(temp.c_str());
-    Kept kept =
-        keepNewest(archive.get(), state, limit,
-                   {Descriptor::open(temp, O_WRONLY | O_CREAT | O_EXCL, privateFileMode), temp}, path);
-    if (kept == Kept::failed &&
-        errno == EXDEV) // the archive lies on another file system than the working directory
-        kept = keepNewest(archive.get(), state, limit, makeSideFile(path, 0600), path);
+    SideFile work{Descriptor::open(temp, O_WRONLY | O_CREAT | O_EXCL, privateFileMode), temp};
+    if (work.file && !isOnDisk(work.file.get(), state.st_dev)) { // it could not be renamed to the archive
+        ::unlink(temp.c_str());
+        work = makeSideFile(path, 0600);
+    }
+    const Kept kept = keepNewest(archive.get(), state, limit, std::move(work), path);
     if (kept == Kept::noWorkFile)
         error_exit("fatal", "Cannot Open Temp File For Database Trimming");
     else if (kept == Kept::failed)

@@ -179,7 +179,7 @@ std::optional<std::int32_t> highestNumberOfLine(ArchiveWords& words) {
 
 } // namespace
 
-std::int32_t highestArchivedNumber(int fd, off_t size) {
+std::optional<std::int32_t> highestArchivedNumber(int fd, off_t size) {
     std::int32_t highest = 0;
     bool isFound = false;
     for (off_t back = searchedForNumbers; !isFound; back *= 2) {
@@ -190,6 +190,10 @@ std::int32_t highestArchivedNumber(int fd, off_t size) {
             isLine = words.skipLine(); // otherwise it may be torn
             isFound = isFound || (number && isLine);
             highest = std::max(highest, isLine ? number.value_or(0) : 0);
+        }
+        if (words.error() != 0) {
+            errno = words.error();
+            return std::nullopt;
         }
         if (size <= back || back >= longestLine)
             break;

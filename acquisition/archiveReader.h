@@ -99,8 +99,9 @@ private:
 
 /// The highest number of any resource in the newest whole lines: those in the last mebibyte of the file, the
 /// last one at least. Only lines count that are well formed to their ends, with their numbers ascending: what
-/// is damaged could claim any number. 0 without such a line.
-std::int32_t highestArchivedNumber(int fd, off_t size);
+/// is damaged could claim any number. 0 without such a line; nothing, with errno, when the file cannot be
+/// read.
+std::optional<std::int32_t> highestArchivedNumber(int fd, off_t size);
 
 /// Where to begin so that no line with a young time stamp is missed, if the lines are in the order of time: 0
 /// or a place in a line that is older than all of them. Found from the end backwards, so that the cost goes

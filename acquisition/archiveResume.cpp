@@ -2,9 +2,13 @@
 
 #include "acquisition/archiveReader.h"
 #include "agent/debugLog.h"
+#include "support/safeOpen.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <new>
+#include <optional>
+#include <string>
 
 namespace obrin {
 namespace {
@@ -25,12 +29,25 @@ void takeStock(Clasp* clasp) {
              clasp->HardDriveArchive.c_str());
 }
 
+/// 0 without an archive; nothing, with errno, when it cannot be read.
+std::optional<std::int32_t> highestNumberOf(const std::string& path) {
+    off_t size = 0;
+    const Descriptor archive = openArchiveToRead(path, &size);
+    if (!archive)
+        return errno == ENOENT ? std::optional(0) : std::nullopt;
+    return highestArchivedNumber(archive.get(), size);
+}
+
 } // namespace
 
 void keepArchivedNumbers(Clasp* clasp) {
-    off_t size = 0;
-    if (const Descriptor archive = openArchiveToRead(clasp->HardDriveArchive, &size))
-        clasp->MaximumRIDValue = std::max(clasp->MaximumRIDValue, highestArchivedNumber(archive.get(), size));
+    std::optional<std::int32_t> highest = highestNumberOf(clasp->HardDriveArchive);
+    if (!highest) // what fails once need not fail for good, and there is no second chance in this run
+        highest = highestNumberOf(clasp->HardDriveArchive);
+    if (!highest)
+        DEBUGMSG("Archive file %s: its numbers cannot be read: %s\n", clasp->HardDriveArchive.c_str(),
+                 whyNotOpened(errno));
+    clasp->MaximumRIDValue = std::max(clasp->MaximumRIDValue, highest.value_or(0));
 }
 
 void resumeRings(Clasp* clasp, const ReadOn& readOn) {

@@ -128,9 +128,10 @@ public:
         push();
         if (!isMoved_)
             return ahead;
-        MutexLock lock(chainLock);
-        for (const Ring& ring : rings_)
+        for (const Ring& ring : rings_) {
+            MutexLock lock(chainLock);
             keepWithinWindow(*ring.link, static_cast<double>(now_));
+        }
         return ahead;
     }
 

@@ -51,7 +51,7 @@ using ReadOn = std::function<bool(std::int64_t read, std::int64_t all)>;
 /// damage, with one log line. Where the times of the archive run back, and where they end ahead of the clock
 /// (which the log says), the clock was put back: see followStepBack(). Of the archive only the part is read
 /// that can be young enough, as beginOfYoungLines finds it. Readers of the rings on other threads wait for a
-/// few thousand samples at most.
+/// few thousand samples at most, or for one ring.
 int refreshcircularbuffers(Clasp* clasp, bool onlyAwaiting = false, const ReadOn& readOn = {});
 
 /// Write rings to the log in time order. Always 1.

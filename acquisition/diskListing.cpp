@@ -115,6 +115,7 @@ struct ListingState {
     Clock::Duration used{};
     bool gaveUp = false; ///< a deadline passed in this cycle
     std::optional<TakenListing> newest[2];
+    bool failed[2] = {}; ///< the newest command of each kind; it has then said why
     ReadListing read[2];               ///< of the newest command of each kind
     std::optional<ChildProcess> stuck; ///< killed, and not gone yet
 };
@@ -125,6 +126,10 @@ ListingState& state() {
     return *only;
 }
 
+std::size_t placeOf(DiskCounter counter) {
+    return counter == DiskCounter::inodes ? 1 : 0;
+}
+
 ChildCommand commandFor(DiskCounter counter) {
     // Nothing else of the environment: units and names are the same whoever started the agent (blocks of 1024
     // bytes, names as bytes), and nobody's library is loaded into it.
@@ -133,6 +138,9 @@ ChildCommand commandFor(DiskCounter counter) {
         command.environment.push_back(std::string("PATH=") + path);
     if (counter == DiskCounter::inodes)
         command.arguments.push_back("-i");
+    // What a disk that cannot be read makes it complain of is not said again in every cycle; and where nobody
+    // reads it, the command would wait for that until its time is over.
+    command.discardErrors = state().failed[placeOf(counter)] || !takesALine(STDERR_FILENO);
     return command;
 }
 
@@ -141,7 +149,7 @@ ChildCommand commandFor(DiskCounter counter) {
 Descriptor openWorkFile(const std::string& path) {
     Descriptor file = openOwn(path, O_RDWR | O_CREAT);
     if (!file && errno != ENOENT) // without its directory, disks are read all the same
-        DEBUGMSG("Work file %s: cannot be opened: %s\n", path.c_str(), whyNotOpened(errno).c_str());
+        DEBUGMSG("Work file %s: cannot be opened: %s\n", path.c_str(), whyNotOpened(errno));
     return file;
 }
 
@@ -193,10 +201,6 @@ Outcome run(const ChildCommand& command, Clock::Moment deadline) {
     return outcome;
 }
 
-std::size_t placeOf(DiskCounter counter) {
-    return counter == DiskCounter::inodes ? 1 : 0;
-}
-
 /// What a command that ended with this status has printed. Of one that failed, text without even a heading is
 /// no listing. The same text as before, which most are, is not taken apart again.
 std::shared_ptr<const DiskListing> listingOf(DiskCounter counter, const std::string& text, int status) {
@@ -224,6 +228,7 @@ TakenListing takeFresh(DiskCounter counter) {
     if (file) {
         command.output = file.get();
         const Outcome written = run(command, deadline);
+        state().failed[placeOf(counter)] = written.started && written.status != 0;
         taken.status = written.status;
         if (!written.started || written.status == commandNotRun || state().gaveUp)
             return taken;
@@ -232,11 +237,13 @@ TakenListing takeFresh(DiskCounter counter) {
             taken.listing = listingOf(counter, text, written.status);
             return taken;
         }
-        command.discardErrors = true; // what was wrong has been said once
+        command.discardErrors = true; // what was wrong has been said
     }
     command.captureOutput = true;
     command.output = -1;
     const Outcome piped = run(command, deadline);
+    if (!file)
+        state().failed[placeOf(counter)] = piped.started && piped.status != 0;
     if (!piped.started && !file)
         taken.status = piped.status; // nor would there have been a shell to miss the file
     if (piped.started && !state().gaveUp)

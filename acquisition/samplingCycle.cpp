@@ -101,7 +101,7 @@ bool expandDiskTemplate(ScratchPad& scratchPad, const Link* pattern) {
 }
 
 /// Reads every link and expands every template. New links stand behind their template, so the same walk
-/// reaches them.
+/// reaches them; but for one that gets back a number below the template's, which is read in the next cycle.
 bool readChain(Clasp* clasp) {
     ScratchPad& scratchPad = scratchPadOf(*clasp);
     scratchPad.settle(); // what a full disk refused in an earlier cycle may fit now

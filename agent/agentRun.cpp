@@ -21,6 +21,8 @@
 #include "resources/resourceText.h"
 #include "resources/windowSizing.h"
 #include "support/clock.h"
+#include "support/handles.h"
+#include "support/safeOpen.h"
 #include "support/wholeFile.h"
 #include "trendviewer/trendFiles.h"
 
@@ -30,7 +32,6 @@
 #include <ctime>
 #include <exception>
 #include <memory>
-#include <poll.h>
 
 namespace obrin {
 namespace {
@@ -45,7 +46,6 @@ public:
         if (clasp_->pLastLink != nullptr)
             ScanUpChainDeletingAllLinks(clasp_.get());
         publish(nullptr);
-        publishEnd();
     }
 
     Clasp* get() const { return clasp_.get(); }
@@ -59,16 +59,9 @@ private:
     std::unique_ptr<Clasp> clasp_;
 };
 
-/// Whether standard output takes a line at once. One that nobody reads (a paused pager, a stopped terminal)
-/// must not stop the agent.
-bool outputIsRead() {
-    pollfd output{::fileno(stdout), POLLOUT, 0};
-    return ::poll(&output, 1, 0) == 1 && (output.revents & POLLOUT) != 0;
-}
-
 /// Prints to standard output, unless that would wait, and to the log; three parts of one text.
 void say(const char* before, const char* text = "", const char* after = "") {
-    if (outputIsRead()) {
+    if (takesALine(STDOUT_FILENO)) {
         std::printf("%s%s%s", before, text, after);
         std::fflush(stdout);
     }
@@ -241,7 +234,7 @@ void announceStart() {
     initLogFile();
     const int error = openLogFile();
     if (error != 0 && error != ENOENT)
-        say("The log cannot be written: ", whyNotOpened(error).c_str(), "\n");
+        say("The log cannot be written: ", whyNotOpened(error), "\n");
     systemClock().pause(std::chrono::seconds(1));
     say("libObrinagent.so starting. Log file is open!\n");
 }
@@ -263,6 +256,7 @@ int runAgent(int argumentCount, const std::string& programName, const std::strin
 }
 
 int endRun() {
+    publishEnd();
     char now[32] = "";
     const std::time_t seconds = systemClock().wallTime();
     ::ctime_r(&seconds, now);

@@ -28,14 +28,17 @@ off_t logSize GUARDED_BY(logLock) = 0;
 Clock::Moment lookedAt GUARDED_BY(logLock);
 constexpr std::chrono::seconds lookAgain{1};
 
-/// The size of the open log, as it is. False when it has been deleted under us.
+/// The size of the open log, as it is. False when it has been deleted or renamed under us.
 bool look() REQUIRES(logLock) {
     struct stat state;
     if (::fstat(fLog.get(), &state) != 0)
         return true;
     logSize = state.st_size;
     lookedAt = systemClock().now();
-    return state.st_nlink != 0;
+    struct stat there;
+    if (::lstat(systemPaths().log.c_str(), &there) != 0)
+        return errno != ENOENT;
+    return there.st_ino == state.st_ino && there.st_dev == state.st_dev;
 }
 
 /// Opens the log if it is closed; with O_TRUNC, empty. Writes go to the end wherever that is: a log that
@@ -59,7 +62,7 @@ bool isDue() REQUIRES(logLock) {
     return systemClock().now() - lookedAt >= lookAgain || logSize > logSizeLimit;
 }
 
-/// Opens a log that is closed, or that was deleted under us, and turns over one that has grown too long.
+/// Opens a log that is closed, or that is ours no more, and turns over one that has grown too long.
 void prepare() REQUIRES(logLock) {
     if (fLog && isDue() && !look())
         fLog.close();

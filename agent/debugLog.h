@@ -10,7 +10,7 @@ namespace obrin {
 // tries again.
 
 /// A log longer than this many bytes is turned over before the next message. What others do to it, its
-/// deletion included, is noticed within a second.
+/// being deleted or renamed included, is noticed within a second.
 inline constexpr long logSizeLimit = 1000000;
 
 /// Longest message in bytes with its terminating NUL; what is longer is cut.

@@ -194,8 +194,8 @@ std::optional<std::size_t> ringSize(std::int32_t rid) {
     return link == nullptr ? std::nullopt : std::optional<std::size_t>(samplesHeld(*link));
 }
 
-/// False when the link has gone meanwhile. The room was taken before, so that the lock is held for no longer
-/// than the copying lasts; a sample that came in between takes the place of the oldest.
+/// False when the link has gone meanwhile. The room for the curves was taken before, so that the lock is held
+/// for hardly longer than the copying lasts; a sample that came in between takes the place of the oldest.
 bool copyCurves(std::int32_t rid, CurveCopy* copy) {
     MutexLock lock(chainLock);
     const Link* link = linkNumbered(rid);

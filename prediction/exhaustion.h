@@ -76,7 +76,8 @@ void lookAhead(Link& link, std::span<const float> times, std::span<const float> 
 /// Holds the forecast inside what a picture shows.
 void clipForDisplay(std::span<float> values, ToleranceLimits limits);
 
-/// 1 once a tolerance event has been sent: no further one of any resource until it is cleared.
+/// 1 once a tolerance event has been offered to Java, whatever it made of it: no further one of any resource
+/// until it is cleared.
 extern std::int32_t shownUpper;
 extern std::int32_t shownInner; ///< cleared with shownUpper; nothing else uses it
 

@@ -94,7 +94,7 @@ int update_autoresource_file(Clasp* clasp) {
     const std::string text = resourceTextFromChain(*clasp, timeText);
     if (!renewDate(clasp->ResourceText, text) && !replaceGivenFile(clasp->ResourceText, text))
         DEBUGMSG("Cannot rewrite %s, the old file stays: %s\n", clasp->ResourceText.c_str(),
-                 whyNotOpened(errno).c_str());
+                 whyNotOpened(errno));
     return 1;
 }
 

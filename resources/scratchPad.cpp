@@ -211,7 +211,7 @@ std::optional<std::int32_t> ScratchPad::numberOf(const std::string& identity, in
 
 void ScratchPad::noteReadProblem(int reason) {
     if (reason != 0 && reason != readProblem_)
-        DEBUGMSG("Cannot read scratch pad %s: %s\n", path_.c_str(), whyNotOpened(reason).c_str());
+        DEBUGMSG("Cannot read scratch pad %s: %s\n", path_.c_str(), whyNotOpened(reason));
     readProblem_ = reason;
 }
 
@@ -236,7 +236,7 @@ std::optional<std::int64_t> ScratchPad::append(const std::string& text) {
             reason = errno;
     }
     if (reason != 0) {
-        DEBUGMSG("Cannot write scratch pad %s: %s\n", path_.c_str(), whyNotOpened(reason).c_str());
+        DEBUGMSG("Cannot write scratch pad %s: %s\n", path_.c_str(), whyNotOpened(reason));
         return std::nullopt;
     }
     unsynchronised_ = true;

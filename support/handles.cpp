@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 namespace obrin {
@@ -25,6 +26,11 @@ Descriptor Descriptor::open(const std::string& path, int flags, unsigned mode) {
 int Descriptor::close() {
     int fd = std::exchange(fd_, -1);
     return fd < 0 ? 0 : ::close(fd);
+}
+
+bool takesALine(int fd) {
+    pollfd output{fd, POLLOUT, 0};
+    return ::poll(&output, 1, 0) == 1 && output.revents == POLLOUT;
 }
 
 bool writeAll(int fd, const char* bytes, std::size_t size) {

@@ -37,6 +37,10 @@ struct DirectoryCloser {
 /// An open directory with one owner; opendir(3) opens close-on-exec by itself.
 using Directory = std::unique_ptr<DIR, DirectoryCloser>;
 
+/// Whether the descriptor takes a line at once. One that nobody reads (a paused pager, a stopped terminal)
+/// does not, nor does one that is closed.
+bool takesALine(int fd);
+
 /// Writes all `size` bytes, going on after short writes and EINTR. False with errno on the first real error;
 /// an unknown number of leading bytes may then have been written.
 bool writeAll(int fd, const char* bytes, std::size_t size);

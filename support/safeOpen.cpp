@@ -97,7 +97,7 @@ bool isNoRegularFile(int error) {
     return error == isNoFile;
 }
 
-std::string whyNotOpened(int error) {
+const char* whyNotOpened(int error) {
     switch (error) {
     case isLink:
         return "it is a symbolic link";

@@ -39,6 +39,7 @@ bool mayBeOpened(const std::string& path, const struct stat& state);
 bool isNoRegularFile(int error);
 
 /// Such an errno in words, to follow a colon; those of strerror for all that says nothing of what lies there.
-std::string whyNotOpened(int error);
+/// Takes no memory.
+const char* whyNotOpened(int error);
 
 } // namespace obrin

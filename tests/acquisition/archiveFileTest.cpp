@@ -1,16 +1,21 @@
 #include "acquisition/archiveFile.h"
 
 #include "agent/debugLog.h"
+#include "support/handles.h"
 #include "support/systemPaths.h"
+#include "tests/acquisition/testMachine.h"
 #include "tests/support/recordingSink.h"
 #include "tests/support/temporaryDirectory.h"
 #include "tests/support/watchedReads.h"
 
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -21,7 +26,9 @@
 namespace obrin {
 namespace {
 
+using test::lacksPrivilege;
 using test::readFile;
+using test::runInMountNamespace;
 using test::writeFile;
 
 class ArchiveFile : public testing::Test {
@@ -297,6 +304,49 @@ TEST_F(ArchiveFile, WorkFileThatFillsUpLeavesTheArchive) {
     EXPECT_EQ(readFile(archive), text);
     EXPECT_FALSE(std::filesystem::exists(directory.path("temp")));
     EXPECT_NE(log.text().find("cannot be trimmed: File too large"), std::string::npos) << log.text();
+}
+
+TEST_F(ArchiveFile, ADiskWithoutRoomForTheTrimmedArchiveIsNotFilledUp) {
+    const int result = runInMountNamespace([&] {
+        const std::string disk = directory.path("disk");
+        std::filesystem::create_directory(disk);
+        if (::mount("small", disk.c_str(), "tmpfs", 0, "size=2200k") != 0)
+            ::_exit(lacksPrivilege);
+        const std::string text = lines(1300000);
+        writeFile(disk + "/archive", text);
+        systemPaths().trimWorkFile = disk + "/temp";
+        const obrin::Descriptor written(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+        ASSERT_GE(::inotify_add_watch(written.get(), disk.c_str(), IN_MODIFY), 0);
+        EXPECT_EQ(trim(disk + "/archive", 1), 1);
+        char event[sizeof(inotify_event) + NAME_MAX + 1];
+        EXPECT_EQ(::read(written.get(), event, sizeof event), -1) << "something was written";
+        EXPECT_EQ(readFile(disk + "/archive"), text);
+        EXPECT_FALSE(std::filesystem::exists(disk + "/temp"));
+        EXPECT_NE(log.text().find("cannot be trimmed: No space left on device"), std::string::npos)
+            << log.text();
+    });
+    if (result == lacksPrivilege)
+        GTEST_SKIP() << "needs the right to mount";
+}
+
+TEST_F(ArchiveFile, AWorkingDirectoryWithoutRoomDoesNotMatterToAnArchiveElsewhere) {
+    const int result = runInMountNamespace([&] {
+        const std::string disk = directory.path("disk");
+        std::filesystem::create_directory(disk);
+        if (::mount("tiny", disk.c_str(), "tmpfs", 0, "size=64k") != 0)
+            ::_exit(lacksPrivilege);
+        const std::string text = lines(2000000);
+        writeFile(archive, text);
+        systemPaths().trimWorkFile = disk + "/temp";
+        EXPECT_EQ(trim(archive, 1), 1);
+        const std::string kept = readFile(archive);
+        EXPECT_LE(kept.size(), 1048576U);
+        EXPECT_GT(kept.size(), 1000000U);
+        EXPECT_TRUE(text.ends_with(kept));
+        EXPECT_FALSE(std::filesystem::exists(disk + "/temp"));
+    });
+    if (result == lacksPrivilege)
+        GTEST_SKIP() << "needs the right to mount";
 }
 
 TEST_F(ArchiveFile, ArchiveThatCannotBeOpenedForTrimmingIsReported) {

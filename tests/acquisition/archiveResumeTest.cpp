@@ -3,7 +3,9 @@
 #include "resources/resourceChain.h"
 #include "tests/support/temporaryDirectory.h"
 #include "tests/support/turnedClock.h"
+#include "tests/support/watchedReads.h"
 
+#include <cerrno>
 #include <gtest/gtest.h>
 
 namespace obrin::test {
@@ -164,6 +166,18 @@ TEST_F(ArchivedNumbers, TheLastLineCountsHoweverLongItIs) {
     EXPECT_EQ(kept(text + " \n"), 150000);
     for (const std::string torn : {"1700000001 3 0", "1700000001 3 0 1.00 "})
         EXPECT_EQ(kept(text + " \n" + torn), 150000) << "a torn line behind it is none";
+}
+
+TEST_F(ArchivedNumbers, AnArchiveThatCannotBeReadIsReadOnceMoreAndThenLogged) {
+    const std::string seven = "1700000000 7 0 1.00 \n";
+    int failures = 1;
+    const WatchedReads reads([&] { return failures-- > 0 ? EIO : 0; });
+    EXPECT_EQ(kept(seven), 7);
+    EXPECT_EQ(log.text(), "");
+    failures = 2;
+    EXPECT_EQ(kept(seven), 2);
+    EXPECT_EQ(log.text(), "Archive file " + clasp.HardDriveArchive +
+                              ": its numbers cannot be read: Input/output error\n");
 }
 
 TEST_F(ArchivedNumbers, NothingIsLookedForBeforeAnEndThatIsTooLongForALine) {

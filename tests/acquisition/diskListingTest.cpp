@@ -47,6 +47,38 @@ TakenListing takeAfterAKill(DiskCounter counter) {
     return taken;
 }
 
+/// Sends standard error elsewhere for as long as it lives.
+class StandardErrorGoesTo {
+public:
+    explicit StandardErrorGoesTo(const Descriptor& place)
+        : before_(::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)) {
+        ::dup2(place.get(), STDERR_FILENO);
+    }
+    StandardErrorGoesTo(const StandardErrorGoesTo&) = delete;
+    StandardErrorGoesTo& operator=(const StandardErrorGoesTo&) = delete;
+    ~StandardErrorGoesTo() { ::dup2(before_.get(), STDERR_FILENO); }
+
+private:
+    Descriptor before_;
+};
+
+/// A pipe, filled to its last byte.
+struct FullPipe {
+    Descriptor reader, writer;
+
+    FullPipe() {
+        int ends[2];
+        if (::pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0)
+            return;
+        reader = Descriptor(ends[0]);
+        writer = Descriptor(ends[1]);
+        const std::string block(4096, 'x');
+        while (writeAll(writer.get(), block.data(), block.size())) {
+        }
+        ::fcntl(writer.get(), F_SETFL, O_WRONLY);
+    }
+};
+
 bool processRuns(const std::string& pid) {
     const std::string stat = readFile("/proc/" + pid + "/stat");
     return !stat.empty() && stat.find(") Z") == std::string::npos;
@@ -486,6 +518,38 @@ TEST(DiskListingFaults, AHangingDfIsGivenUpWithItsGroupAndNothingMoreIsStartedIn
     EXPECT_EQ(GetNumberOfdisks(), 0);
     EXPECT_EQ(machine.dfStarts(), 1);
     EXPECT_NE(machine.log.text().find("retval=9\n"), std::string::npos);
+}
+
+TEST(DiskListingFaults, ComplaintsOfDfThatNobodyReadsDoNotHoldItUp) {
+    TestMachine machine;
+    machine.installDf("timeout 60 sh -c 'echo df: /b: Operation not permitted >&2' || exit 3\n"
+                      "echo heading; echo 'a 1 2 3 4% /a'; exit 1\n");
+    const FullPipe nobodyReads;
+    const StandardErrorGoesTo full(nobodyReads.writer);
+    const TakenListing taken = takeDiskListing(DiskCounter::space);
+    EXPECT_NE(lookUp(taken, "a /a"), nullptr);
+    EXPECT_EQ(machine.dfStarts(), 1);
+}
+
+TEST(DiskListingFaults, DfComplainsOnceUntilItHasSucceededAgain) {
+    TestMachine machine;
+    const std::string listing = "echo heading; echo 'a 1 2 3 4% /a'\n";
+    const Descriptor errors = Descriptor::open(machine.path("errors"), O_WRONLY | O_CREAT | O_APPEND);
+    const auto complaintsAfter = [&](const std::string& df, int cycles) {
+        machine.installDf(df);
+        const StandardErrorGoesTo file(errors);
+        for (int cycle = 0; cycle < cycles; ++cycle) {
+            beginListingCycle(10s);
+            EXPECT_NE(lookUp(takeDiskListing(DiskCounter::space), "a /a"), nullptr);
+        }
+        return readFile(machine.path("errors"));
+    };
+    const std::string failing = listing + "echo df: /b: Input/output error >&2; exit 1\n";
+    const std::string complaint = "df: /b: Input/output error\n";
+    EXPECT_EQ(complaintsAfter(listing, 1), "");
+    EXPECT_EQ(complaintsAfter(failing, 3), complaint);
+    EXPECT_EQ(complaintsAfter(listing, 1), complaint);
+    EXPECT_EQ(complaintsAfter(failing, 2), complaint + complaint);
 }
 
 TEST(DiskListingFaults, RecoveryAfterAHangIsNoticedInTheNextCycle) {

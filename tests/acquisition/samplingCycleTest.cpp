@@ -13,6 +13,7 @@
 #include "tests/support/recordingSink.h"
 #include "tests/support/sourceText.h"
 #include "tests/support/temporaryDirectory.h"
+#include "tests/support/timeZone.h"
 #include "tests/support/turnedClock.h"
 #include "trendviewer/trendFiles.h"
 
@@ -20,7 +21,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <limits>
@@ -166,9 +166,12 @@ TEST_F(SamplingCycle, OnlySinglyDeclaredResourcesGiveOneLinePerCycleWithOneTripl
 
 TEST_F(SamplingCycle, ArchiveReceivesTwoDecimalsAndTheRingTheValueUnrounded) {
     mount({});
+    writeFile(systemPaths().fileNr, "1 0 3\n");
     declare(descriptors);
     ASSERT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
-    EXPECT_EQ(clasp.pFirstLink->ValueBuffer[0], 11.279296875);
+    EXPECT_EQ(lastLine(), "1 0 33.33");
+    // No float holds it.
+    EXPECT_EQ(clasp.pFirstLink->ValueBuffer[0], 33.33333333333334);
     EXPECT_EQ(clasp.pFirstLink->TimeBuffer[0], static_cast<double>(TimeStamp));
     EXPECT_EQ(clasp.pFirstLink->SampleCount, 1U);
 }
@@ -598,11 +601,12 @@ TEST_F(SamplingCycle, CycleLogsItsTimeStampFirst) {
     mount({});
     declare(swap);
     const std::size_t declared = log.text().size();
+    const test::TimeZone zone(test::tellingZone);
+    clock.setWallTime(test::tellingMoment);
     EXPECT_EQ(RawDataRetrievalAndArchive(&clasp), 1);
-    const std::time_t stamp = TimeStamp;
     EXPECT_EQ(log.text().substr(declared),
-              "\n************ TimeStamp = " + std::to_string(stamp) + " = " + std::ctime(&stamp) +
-                  "\n before 7 fopen(/proc/meminfo)\n after  7 fopen(/proc/meminfo)\n");
+              "\n************ TimeStamp = 1234567890 = Sat Feb 14 04:31:30 2009\n"
+              "\n before 7 fopen(/proc/meminfo)\n after  7 fopen(/proc/meminfo)\n");
 }
 
 /// Times of a ring's samples, oldest first.

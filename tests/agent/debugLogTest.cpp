@@ -185,6 +185,23 @@ TEST(DebugLog, DeletedLogIsMadeAgainWithinASecond) {
     EXPECT_EQ(log.text(), "there\n");
 }
 
+TEST(DebugLog, RenamedLogKeepsItsNewNameAndANewOneBeginsWithinASecond) {
+    test::TurnedClock clock;
+    CapturedLog log;
+    for (const bool replaced : {false, true}) {
+        openLogFile();
+        DEBUGMSG("before\n");
+        std::filesystem::rename(systemPaths().log, systemPaths().log + ".1");
+        if (replaced)
+            writeFile(systemPaths().log, "");
+        clock.turn(std::chrono::seconds(1));
+        DEBUGMSG("behind\n");
+        EXPECT_EQ(log.text(), "behind\n") << replaced;
+        EXPECT_EQ(test::readFile(systemPaths().log + ".1"), "before\n") << replaced;
+        initLogFile();
+    }
+}
+
 TEST(DebugLog, BackupThatCannotBeMadeStillBoundsTheLog) {
     CapturedLog log;
     std::filesystem::create_directories(systemPaths().logBackup + "/occupied");

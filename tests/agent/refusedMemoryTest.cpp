@@ -12,6 +12,7 @@
 #include "support/systemPaths.h"
 #include "support/textScanner.h"
 #include "tests/support/fakeJavaEnvironment.h"
+#include "tests/support/feedReading.h"
 #include "tests/support/refusedAllocations.h"
 #include "tests/support/temporaryDirectory.h"
 #include "tests/support/turnedClock.h"
@@ -257,6 +258,7 @@ protected:
         const std::size_t references = java.localReferences();
         const auto descriptors = openDescriptors();
 
+        const std::int64_t published = serialOf(awaitPublication(0, std::chrono::milliseconds(0)));
         cycles = 0;
         int withRefusals = 0;
         int clean = 0;
@@ -265,6 +267,8 @@ protected:
             EXPECT_TRUE(running == nullptr || pResourceClasp == running)
                 << "the run did not outlive its cycle " << cycles;
             running = pResourceClasp;
+            EXPECT_FALSE(tellsTheEnd(awaitPublication(published, std::chrono::milliseconds(0))))
+                << "a host would take the run for over in cycle " << cycles;
             const bool hit = allocations.refused > 0 && withRefusals < 2;
             withRefusals += hit ? 1 : 0;
             if (withRefusals == 2)
@@ -295,6 +299,15 @@ protected:
         EXPECT_TRUE(::waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD) << "a child is left";
         EXPECT_TRUE(lockIsFree());
         return allocations.refused;
+    }
+
+    static std::int64_t serialOf(const Publication& publication) {
+        return publication == nullptr ? 0 : test::readState(*publication).serial;
+    }
+
+    static bool tellsTheEnd(const Publication& publication) {
+        return publication != nullptr &&
+               test::readState(*publication).kind == static_cast<std::int32_t>(PublicationKind::over);
     }
 
     static std::ptrdiff_t openDescriptors() {
@@ -377,6 +390,7 @@ TEST_F(WholeRun, CostsTheStepInHandAndNeverTheRunWhereverMemoryIsRefused) {
     begin();
     ASSERT_EQ(run(0, false), 0);
     const long all = allocations.made;
+    EXPECT_TRUE(tellsTheEnd(awaitPublication(0, std::chrono::milliseconds(0))));
     RecordProperty("allocations", std::to_string(all));
     const auto values = newestValues();
     const auto resources = numbers();

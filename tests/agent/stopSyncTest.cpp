@@ -1,11 +1,11 @@
 #include "agent/stopSync.h"
 
 #include "tests/support/temporaryDirectory.h"
+#include "tests/support/timeZone.h"
 #include "tests/support/turnedClock.h"
 
 #include <atomic>
 #include <cerrno>
-#include <ctime>
 #include <gtest/gtest.h>
 #include <thread>
 #include <vector>
@@ -89,12 +89,12 @@ private:
 TEST(StopSync, AWaitThatFailsEndsTheSleepAndIsLoggedWithItsErrorAndTheTimeOfDay) {
     test::CapturedLog log;
     FailingClock clock(EINVAL);
-    clock.setWallTime(1008921600);
+    const test::TimeZone zone(test::tellingZone);
+    clock.setWallTime(test::tellingMoment);
     beginExecuting();
     EXPECT_EQ(javaThreadSyncSleep(240), EINVAL);
-    const std::time_t now = 1008921600;
-    EXPECT_EQ(log.text(), std::string("javaThreadSyncSleep(240) returned 22=0x00000016 (ERROR). timeOfDay=") +
-                              std::ctime(&now));
+    EXPECT_EQ(log.text(), "javaThreadSyncSleep(240) returned 22=0x00000016 (ERROR). "
+                          "timeOfDay=Sat Feb 14 04:31:30 2009\n");
 }
 
 TEST(StopSync, AnInterruptedWaitEndsTheSleepAndIsNotLogged) {

@@ -2,6 +2,7 @@
 
 #include "support/handles.h"
 #include "tests/resources/chainFixture.h"
+#include "tests/support/timeZone.h"
 #include "tests/support/turnedClock.h"
 
 #include <csignal>
@@ -29,6 +30,7 @@ using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
+using ::testing::StartsWith;
 
 std::string input(const std::string& object, const std::string& window = "-1.",
                   const std::string& name = "Name") {
@@ -454,6 +456,15 @@ TEST_F(ResourceText, ARewriteThatDoesNotFitLeavesTheOldFile) {
     const auto files = std::filesystem::directory_iterator(directory.path());
     EXPECT_EQ(std::distance(files, {}), 2) << "something is left beside declarations and scratch pad";
     EXPECT_FALSE(leftAlone());
+}
+
+TEST_F(ResourceText, TheDateOfARewrittenFileIsTheLocalTime) {
+    const TimeZone zone(tellingZone);
+    TurnedClock clock;
+    parse(declaration(input("Swap")));
+    clock.setWallTime(tellingMoment);
+    EXPECT_EQ(update_autoresource_file(&clasp), 1);
+    EXPECT_THAT(file(), StartsWith("/** Updated on Sat Feb 14 04:31:30 2009\n **/\n"));
 }
 
 TEST_F(ResourceText, OnlyTheDateIsWrittenWhereNothingElseHasChanged) {
