@@ -39,7 +39,7 @@ public record SkipRules(byte[] text, List<Finding> findings) {
     /** As the library judges the other files that people write. */
     private static Optional<String> objection(Path path, Path home) {
         try {
-            return OwnFile.objectionToGiven(path, (Integer) Files.getAttribute(home, "unix:uid"));
+            return OwnFile.objectionToGiven(path, OwnFile.owner(home));
         } catch (IOException e) {
             return Optional.of("it is gone");
         }

@@ -2,6 +2,7 @@ package com.quorin.sysmgt.tavl.LumetraAgent.files;
 
 import java.io.IOException;
 import java.nio.channels.FileChannel;
+import java.nio.file.AccessDeniedException;
 import java.nio.file.FileSystemException;
 import java.nio.file.Files;
 import java.nio.file.LinkOption;
@@ -20,14 +21,67 @@ public final class OwnFile {
 
     private static final Path OWN_PROCESS = Path.of("/proc/self");
     private static final int ALL_MAY_WRITE = 0003;
+    private static final String NO_FILE = "it is no regular file";
     private static final String ANOTHER_USERS = "it is another user's, in a directory that everybody may write";
 
     private OwnFile() {}
 
     /** Opens a file to read; an IOException for what is no regular file of the agent's. */
     public static FileChannel read(Path file) throws IOException {
-        examine(file);
+        return read(file, user());
+    }
+
+    /**
+     * The same for an agent of another user.
+     *
+     * @param user its number
+     */
+    public static FileChannel read(Path file, int user) throws IOException {
+        examine(file, user);
+        return openToRead(file, user);
+    }
+
+    /** Opens what lies there by now, which may be another thing than what was looked at. */
+    static FileChannel openToRead(Path file, int user) throws IOException {
+        return examined(openWithoutWaiting(file), file, user);
+    }
+
+    /** To write as well where that is permitted: what is a pipe by now would hold up who opens it to read alone. */
+    private static FileChannel openWithoutWaiting(Path file) throws IOException {
+        try {
+            return FileChannel.open(file, StandardOpenOption.READ, StandardOpenOption.WRITE, LinkOption.NOFOLLOW_LINKS);
+        } catch (AccessDeniedException e) {
+            if (isOpenToAll(file)) {
+                throw new AccessDeniedException(e.getFile(), null,
+                        "it cannot be opened to write, in a directory that everybody may write");
+            }
+        } catch (FileSystemException e) {
+            // of a read-only file system, say, where nobody changes anything
+        }
         return FileChannel.open(file, StandardOpenOption.READ, LinkOption.NOFOLLOW_LINKS);
+    }
+
+    /** The open channel, unless something speaks against what it leads to: then it is closed. */
+    static FileChannel examined(FileChannel channel, Path file, int user) throws IOException {
+        try {
+            if (!hasPositions(channel)) {
+                throw new FileSystemException(file.toString(), null, NO_FILE);
+            }
+            examine(file, user);
+            return channel;
+        } catch (IOException | RuntimeException e) {
+            channel.close();
+            throw e;
+        }
+    }
+
+    /** Not so for a pipe or a terminal, from which reading would wait. */
+    private static boolean hasPositions(FileChannel channel) {
+        try {
+            return channel.position() == 0;
+        } catch (IOException e) {
+            return false;
+        }
     }
 
     /**
@@ -35,13 +89,14 @@ public final class OwnFile {
      * for what is no regular file of the agent's.
      */
     public static FileChannel write(Path file) throws IOException {
+        int user = user();
         if (exists(file)) {
-            examine(file);
+            examine(file, user);
         }
         // to read as well: what is a pipe by now would hold up who opens it to write alone
-        return FileChannel.open(file, Set.of(StandardOpenOption.CREATE, StandardOpenOption.READ,
+        return examined(FileChannel.open(file, Set.of(StandardOpenOption.CREATE, StandardOpenOption.READ,
                 StandardOpenOption.WRITE, LinkOption.NOFOLLOW_LINKS),
-                PosixFilePermissions.asFileAttribute(PosixFilePermissions.fromString("rw-r-----")));
+                PosixFilePermissions.asFileAttribute(PosixFilePermissions.fromString("rw-r-----"))), file, user);
     }
 
     /** Whether anything lies there, a link that leads nowhere included. */
@@ -62,8 +117,18 @@ public final class OwnFile {
         return objection(file.toRealPath(), user);
     }
 
-    private static void examine(Path file) throws IOException {
-        Optional<String> objection = objection(file, (Integer) Files.getAttribute(OWN_PROCESS, "unix:uid"));
+    /** The number of this process's user. */
+    public static int user() throws IOException {
+        return owner(OWN_PROCESS);
+    }
+
+    /** The number of a file's or directory's user. */
+    public static int owner(Path file) throws IOException {
+        return (Integer) Files.getAttribute(file, "unix:uid");
+    }
+
+    private static void examine(Path file, int user) throws IOException {
+        Optional<String> objection = objection(file, user);
         if (objection.isPresent()) {
             throw new FileSystemException(file.toString(), null, objection.get());
         }
@@ -75,7 +140,7 @@ public final class OwnFile {
             return Optional.of("it is a symbolic link");
         }
         if (!(Boolean) state.get("isRegularFile")) {
-            return Optional.of("it is no regular file");
+            return Optional.of(NO_FILE);
         }
         boolean isOurs = isOf(user, state);
         if (isOurs && (Integer) state.get("nlink") == 1 || !isOpenToAll(file)) {

@@ -13,6 +13,7 @@ import java.nio.file.Files;
 import java.nio.file.LinkOption;
 import java.nio.file.NoSuchFileException;
 import java.nio.file.Path;
+import java.nio.file.StandardOpenOption;
 import java.nio.file.attribute.PosixFilePermissions;
 import java.util.Optional;
 import java.util.Set;
@@ -78,6 +79,33 @@ class OwnFileTest {
             assertEquals("it is a symbolic link", refusal(path));
         }
         assertFalse(Files.exists(directory.resolve("none")));
+    }
+
+    @Test
+    void whatWasSwappedSinceItWasLookedAtIsRefusedWithoutWaiting() throws Exception {
+        int user = OwnFile.user();
+        Path pipe = directory.resolve("pipe");
+        Assumptions.assumeTrue(new ProcessBuilder("mkfifo", pipe.toString()).start().waitFor() == 0);
+        FileSystemException refused =
+                assertThrows(FileSystemException.class, () -> OwnFile.openToRead(pipe, user).close());
+        assertEquals("it is no regular file", refused.getReason());
+        FileChannel swappedBack = FileChannel.open(pipe, StandardOpenOption.READ, StandardOpenOption.WRITE);
+        refused = assertThrows(FileSystemException.class, () -> OwnFile.examined(swappedBack, file, user));
+        assertEquals("it is no regular file", refused.getReason());
+        assertFalse(swappedBack.isOpen());
+        open("rwxrwxrwx");
+        Files.createLink(directory.resolve("further"), file);
+        refused = assertThrows(FileSystemException.class, () -> OwnFile.openToRead(file, user).close());
+        assertEquals("it has a second name, in a directory that everybody may write", refused.getReason());
+    }
+
+    @Test
+    void whatNobodyMayWriteIsRead() throws IOException {
+        Optional<String> running = ProcessHandle.current().info().command();
+        Assumptions.assumeTrue(running.isPresent(), "the program of this process is not known");
+        try (FileChannel program = OwnFile.read(Path.of(running.get()).toRealPath())) {
+            assertTrue(program.size() > 0);
+        }
     }
 
     @Test
