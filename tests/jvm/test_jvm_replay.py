@@ -1,5 +1,7 @@
 """What an agent did, replayed from what it recorded: the same onsets, events and clearings in the same cycles."""
 
+import contextlib
+import glob
 import json
 import os
 import signal
@@ -15,6 +17,7 @@ from java_host import JavaTest, JAR, LIBRARY, PROJECT, remaining, wait_until  # 
 from agent_home import declaration, mount, needs_mounts, umount, write  # noqa: E402
 from log_follower import LogFollower  # noqa: E402
 from test_jvm_forecast import fill  # noqa: E402
+from test_strangers import STRANGER, needs_root  # noqa: E402
 from turned_agent import TurnedAgent  # noqa: E402
 
 PROGRAM = os.path.join(PROJECT, "lumetra")
@@ -24,6 +27,42 @@ PORTION = 64 << 10
 SIZE = 250 * PORTION  # so that every sample is a multiple of 0.4 %, which two decimals hold
 START = 1_700_000_000
 HAPPENINGS = {"Onset of exhaustion": "onset", "exhaustion imminent": "event", "Clearing intent to notify": "cleared"}
+
+
+# The files of a home that a replay reads, and what strangers put in the place of one.
+PLACES = {"archive": ("data", "archive.txt"), "scratch pad": ("data", "scratch.txt"), "declarations": ("config", "resources.txt"),
+          "configuration": ("config", "AutoConfig.ini")}
+
+
+def to_link(home, path):
+    os.rename(path, home.at("elsewhere"))
+    os.symlink(home.at("elsewhere"), path)
+
+
+def to_strangers_link(home, path):
+    to_link(home, path)
+    os.lchown(path, STRANGER, STRANGER)
+    os.chmod(os.path.dirname(path), 0o777)
+
+
+def to_strangers(_, path):
+    os.chown(path, STRANGER, STRANGER)
+    os.chmod(os.path.dirname(path), 0o777)
+
+
+def to_second_name(home, path):
+    os.link(path, home.at("elsewhere"))
+    os.chmod(os.path.dirname(path), 0o777)
+
+
+PLANTS = {"link": to_strangers_link, "file": to_strangers, "second name": to_second_name}
+PLANTED = [*(("archive", plant) for plant in PLANTS), *((name, "file") for name in PLACES if name != "archive")]
+
+
+def has_thread(process, name):
+    with contextlib.suppress(OSError):  # of a thread that ends meanwhile: whoever waits looks again
+        return any(content(path).decode().strip() == name for path in glob.glob(f"/proc/{process}/task/*/comm"))
+    return True
 
 
 def content(path):
@@ -149,6 +188,26 @@ class Score(ReplayTest):
         self.terminate(machine, home)
         self.assertEqual(content(score).decode().count('"episode"'), 1)
 
+    def score_of_the_past(self, home):
+        """What a run finds that has looked at all there was before it."""
+        machine = self.host(home)
+        machine.expect("Lumetra Agent ")  # by now the looking has begun
+        wait_until(lambda: not has_thread(machine.process.pid, "lumetra-score"), "the score of the past")
+        if machine.expect(("It announces an exhaustion", "The agent ended by itself")).startswith("It announces"):
+            self.terminate(machine)
+        machine.end()
+        score = home.at("log", "score.jsonl")
+        return {json.loads(line)["type"] for line in content(score).decode().splitlines()} if os.path.exists(score) else set()
+
+    @needs_root
+    def test_a_past_that_a_stranger_planted_is_not_scored(self):
+        self.assertEqual(self.score_of_the_past(self.recorded_home(self.LEAK)), {"episode", "history", "start"})
+        for name, plant in PLANTED:
+            with self.subTest(name=name, plant=plant):
+                home = self.recorded_home(self.LEAK)
+                PLANTS[plant](home, home.at(*PLACES[name]))
+                self.assertLessEqual(self.score_of_the_past(home), {"start"})
+
     def more_lines(self, machine, home, count):
         lines = content(home.layout.archive).count(b"\n")
         machine.until(lambda: content(home.layout.archive).count(b"\n") >= lines + count, "more cycles")
@@ -201,6 +260,30 @@ class Command(ReplayTest):
         self.assertIn("the scratch pad: there is no such file", replay("--home", home.path).stderr)
         write(home.at("config", "AutoConfig.ini"), "rubbish")
         self.assertIn("is no configuration of the agent", replay("--home", home.path).stderr)
+
+    @needs_root
+    def test_what_a_stranger_planted_is_read_only_where_it_is_named(self):
+        for name, plant in PLANTED:
+            with self.subTest(name=name, plant=plant):
+                home = self.recorded_home(self.LEAK)
+                path = home.at(*PLACES[name])
+                PLANTS[plant](home, path)
+                result = replay("--home", home.path)
+                self.assertEqual((result.returncode, result.stdout), (1, ""), result.stderr)
+                self.assertIn(f"{path}, the {name}: it ", result.stderr)
+                named = {"archive": (path,), "configuration": ("--config", path)}.get(name)
+                if named:
+                    result = replay("--home", home.path, *named)
+                    self.assertEqual((result.returncode, result.stderr), (0, ""))
+
+    def test_what_people_give_may_be_a_link_and_what_the_agent_writes_may_not(self):
+        for name, where in PLACES.items():
+            with self.subTest(name=name):
+                home = self.recorded_home(self.LEAK)
+                to_link(home, home.at(*where))
+                result = replay("--home", home.path)
+                self.assertEqual(result.returncode, 1 if where[0] == "data" else 0, result.stderr)
+                self.assertEqual("it is a symbolic link" in result.stderr, where[0] == "data", result.stderr)
 
     def test_ctrl_c_prints_what_is_known_and_says_that_it_is_a_part(self):
         home = self.recorded_home([50 + i % 7 for i in range(200_000)])

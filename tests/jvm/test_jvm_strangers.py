@@ -15,7 +15,7 @@ from agent_home import DISK_SPACE, FEW, HEADING, mount, needs_mounts, read, umou
 from test_strangers import KINDS, STRANGER, Victim, needs_root  # noqa: E402
 
 PLANTED = ("bin/agent.lock", "log/events.jsonl", "log/events.jsonl.1", "log/score.jsonl", "log/score.jsonl.1",
-           "log/LumetraAgent.log", "tempdata/LumetraDisks.txt")
+           "log/LumetraAgent.log", "tempdata/LumetraDisks.txt", "data/archive.txt", "data/scratch.txt")
 
 
 class Strangers(JavaTest):
@@ -38,8 +38,8 @@ class Strangers(JavaTest):
                 for name in ("bin", "log", "tempdata", "data"):
                     os.chmod(home.at(name), 0o777)
                 machine, port = self.page(home)
-                self.lines(machine, home, 3)
-                machine.until(lambda: len(api(f"http://127.0.0.1:{port}/", "resources")["resources"]) == 3, "the page")
+                seen = lambda: api(f"http://127.0.0.1:{port}/", "resources")  # noqa: E731
+                machine.until(lambda: len(seen()["resources"]) == 3 and seen()["agent"]["cycles"] >= 3, "the page")
                 self.terminate(machine)
                 self.assertEqual(victim.state(), victim.before)
                 self.assertIn("The home cannot be locked against a second agent: ", machine.output())

@@ -84,17 +84,22 @@ record CheckHome(Path directory) {
      */
     static byte[] read(Path file) {
         try (InputStream in = Files.newInputStream(file)) {
-            byte[] known = in.readNBytes((int) Math.min(size(file), MOST_BYTES + 1L));
-            byte[] more = in.readNBytes(MOST_BYTES + 1 - known.length);
-            if (more.length == 0) {
-                return known;
-            }
-            byte[] all = Arrays.copyOf(known, known.length + more.length);
-            System.arraycopy(more, 0, all, known.length, more.length);
-            return all;
+            return read(in, size(file));
         } catch (IOException e) {
             return new byte[0];
         }
+    }
+
+    /** The same of an open file. */
+    static byte[] read(InputStream in, long size) throws IOException {
+        byte[] known = in.readNBytes((int) Math.min(size, MOST_BYTES + 1L));
+        byte[] more = in.readNBytes(MOST_BYTES + 1 - known.length);
+        if (more.length == 0) {
+            return known;
+        }
+        byte[] all = Arrays.copyOf(known, known.length + more.length);
+        System.arraycopy(more, 0, all, known.length, more.length);
+        return all;
     }
 
     /** The size of a file in bytes, 0 when nothing is known. */

@@ -308,7 +308,7 @@ final class RunCommand implements Callable<Integer> {
             if (from != 0) {
                 score.scoredFrom(from);
             }
-        } catch (HomeFiles.Unusable e) {
+        } catch (HomeFiles.Unusable | IOException e) {
             // the agent says more of it
         } catch (RuntimeException | Error e) {
             complaint.tell(e);

@@ -2,11 +2,12 @@ package com.quorin.sysmgt.tavl.LumetraAgent.replay;
 
 import com.quorin.sysmgt.tavl.LumetraAgent.ReplayFeed;
 import com.quorin.sysmgt.tavl.LumetraAgent.check.HomeFiles;
+import com.quorin.sysmgt.tavl.LumetraAgent.files.OwnFile;
 import com.quorin.sysmgt.tavl.LumetraAgent.score.Episode;
 import com.quorin.sysmgt.tavl.LumetraAgent.score.ScoreFile;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.FileText;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
-import java.nio.file.Files;
+import java.io.IOException;
 import java.nio.file.Path;
 import java.util.HashMap;
 import java.util.List;
@@ -23,19 +24,21 @@ public final class EarlierScore {
      *
      * @param before    what ends later, in seconds since the epoch, is left to others
      * @param take      receives each episode
-     * @return from when on the archive tells, seconds since the epoch; 0 when it is empty or not there
-     * @throws HomeFiles.Unusable when the home's files cannot be read
+     * @return from when on the archive tells, seconds since the epoch; 0 when it is empty
+     * @throws HomeFiles.Unusable when the home's files are not there, cannot be read, or are none that the agent takes
      */
     public static long of(Path home, Path configuration, long before, Consumer<ScoreFile.Scored> take)
-            throws HomeFiles.Unusable {
-        HomeFiles files = HomeFiles.of(home, configuration);
-        if (ReplayFeed.problem().isPresent() || !Files.isRegularFile(files.archive())
-                || !Files.isReadable(files.scratchPad())) {
+            throws HomeFiles.Unusable, IOException {
+        if (ReplayFeed.problem().isPresent()) {
             return 0;
         }
+        int user = OwnFile.user();
+        HomeFiles.needGiven(configuration, "the configuration", user);
+        HomeFiles files = HomeFiles.of(home, configuration);
+        HomeFiles.needOwn(files.archive(), "the archive", user);
         Replay.Request request = new Replay.Request(List.of(FileText.bytes(files.archive())),
-                HomeFiles.read(files.declarations(), "the declarations"),
-                HomeFiles.read(files.scratchPad(), "the scratch pad"),
+                HomeFiles.readGiven(files.declarations(), "the declarations", user),
+                HomeFiles.readOwn(files.scratchPad(), "the scratch pad", user),
                 new Replay.Settings(files.periodMillis(), files.minForecastHours(), files.maxForecastHours(), 1),
                 List.of(), false, false);
         ReplayResult.Collector collector = new ReplayResult.Collector();

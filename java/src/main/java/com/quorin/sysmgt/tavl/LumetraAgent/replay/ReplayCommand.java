@@ -160,18 +160,26 @@ public final class ReplayCommand implements Callable<Integer> {
     }
 
     private Replay.Request request() throws HomeFiles.Unusable {
-        HomeFiles files =
-                HomeFiles.of(home, config == null ? home.resolve("config").resolve("AutoConfig.ini") : config);
-        List<Path> read = archives.isEmpty() ? List.of(files.archive()) : archives;
-        for (Path archive : read) {
+        int user = HomeFiles.userOf(home);
+        Path configuration = config;
+        if (configuration == null) {
+            configuration = home.resolve("config").resolve("AutoConfig.ini");
+            HomeFiles.needGiven(configuration, "the configuration", user);
+        }
+        HomeFiles files = HomeFiles.of(home, configuration);
+        if (archives.isEmpty()) {
+            HomeFiles.needOwn(files.archive(), "the archive", user);
+        }
+        for (Path archive : archives) { // whatever somebody names may be anybody's
             HomeFiles.need(archive, "the archive");
         }
+        List<Path> read = archives.isEmpty() ? List.of(files.archive()) : archives;
         Path score = home.resolve("log").resolve(ScoreFile.NAME);
         List<ScoreFile.Start> starts = new ScoreFile(score).read().starts();
         int most = horizon == null ? files.maxForecastHours() : horizon;
         return new Replay.Request(read.stream().map(FileText::bytes).toList(),
-                HomeFiles.read(files.declarations(), "the declarations"),
-                HomeFiles.read(files.scratchPad(), "the scratch pad"),
+                HomeFiles.readGiven(files.declarations(), "the declarations", user),
+                HomeFiles.readOwn(files.scratchPad(), "the scratch pad", user),
                 new Replay.Settings(files.periodMillis(), Math.min(files.minForecastHours(), most), most, every),
                 starts, against, plot != null);
     }
