@@ -9,7 +9,9 @@ import java.nio.file.Files;
 import java.nio.file.Path;
 import java.nio.file.StandardCopyOption;
 import java.nio.file.StandardOpenOption;
+import java.security.SecureRandom;
 import java.util.Arrays;
+import java.util.HexFormat;
 import java.util.Map;
 import java.util.concurrent.ExecutionException;
 import java.util.concurrent.Future;
@@ -32,17 +34,30 @@ public final class Gnuplot {
     /** Draws a picture into a file, whole or not at all: under another name first. */
     public static void drawTo(Path file, String script, String format) throws Failed, IOException {
         byte[] picture = draw(script, format);
-        Path next = file.resolveSibling(
-                "." + file.getFileName() + "." + ProcessHandle.current().pid() + ".tmp");
+        // who may write the directory could keep every picture from it by a file of a name that is foreseen
+        String unforeseen = HexFormat.of().toHexDigits(new SecureRandom().nextLong());
+        replace(file, picture, file.resolveSibling("." + file.getFileName() + "." + unforeseen + ".tmp"));
+    }
+
+    /** Writes a file under another name first; a file that has that name already stays, and nothing is written. */
+    static void replace(Path file, byte[] content, Path next) throws IOException {
+        OutputStream out = Files.newOutputStream(next, StandardOpenOption.CREATE_NEW, StandardOpenOption.WRITE);
         try {
-            Files.write(next, picture, StandardOpenOption.CREATE_NEW, StandardOpenOption.WRITE);
-            try {
-                Files.move(next, file, StandardCopyOption.ATOMIC_MOVE);
-            } catch (AtomicMoveNotSupportedException e) {
-                Files.move(next, file, StandardCopyOption.REPLACE_EXISTING);
+            try (out) {
+                out.write(content);
             }
-        } finally {
+            move(next, file);
+        } catch (IOException | RuntimeException e) {
             Files.deleteIfExists(next);
+            throw e;
+        }
+    }
+
+    private static void move(Path next, Path file) throws IOException {
+        try {
+            Files.move(next, file, StandardCopyOption.ATOMIC_MOVE);
+        } catch (AtomicMoveNotSupportedException e) {
+            Files.move(next, file, StandardCopyOption.REPLACE_EXISTING);
         }
     }
 
