@@ -10,12 +10,13 @@ import tempfile
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from java_host import JAR, LIBRARY, PROGRAM, JavaTest, api, ask, remaining  # noqa: E402
+from java_host import JAR, LIBRARY, PROGRAM, JavaTest, api, ask, host_command, remaining  # noqa: E402
 from agent_home import DISK_SPACE, FEW, HEADING, mount, needs_mounts, read, umount, write  # noqa: E402
 from test_strangers import KINDS, STRANGER, Victim, needs_root  # noqa: E402
 
 PLANTED = ("bin/agent.lock", "log/events.jsonl", "log/events.jsonl.1", "log/score.jsonl", "log/score.jsonl.1",
            "log/LumetraAgent.log", "tempdata/LumetraDisks.txt", "data/archive.txt", "data/scratch.txt")
+HOME_TAKEN = 5
 
 
 class Strangers(JavaTest):
@@ -48,6 +49,30 @@ class Strangers(JavaTest):
                     self.assertTrue(os.path.lexists(home.at(name)), name)
                 for name in ("log/events.jsonl", "log/score.jsonl"):
                     self.assertEqual(read(home.at(name)) if kind == "file" else "", "1 1 0 99.00 \n" if kind == "file" else "")
+
+    @needs_root
+    def test_a_lock_that_another_user_left_ends_the_agent_before_it_touches_anything(self):
+        home = self.few_home()
+        write(home.at("bin", "agent.lock"), "")
+        os.chmod(home.at("bin", "agent.lock"), 0o640)
+        os.mkdir(home.at("program"))
+        for path in (JAR, self.library):  # another user may not be let into the checkout
+            shutil.copy(path, home.at("program"))
+        for path in (home.path, *(home.at(name) for name in ("bin", "log", "tempdata", "data", "config"))):
+            os.chown(path, STRANGER, STRANGER)
+        jar, library = (home.at("program", os.path.basename(path)) for path in (JAR, self.library))
+        command = [jar if word == JAR else word for word in host_command(home, library)]
+        as_service = ("setpriv", f"--reuid={STRANGER}", f"--regid={STRANGER}", "--clear-groups")
+        machine = self.start(home, [*as_service, *command])
+        self.assertNotIn("against a second agent", machine.expect("The home "))
+        self.assertEqual(machine.end(), HOME_TAKEN, machine.output())
+        self.assertEqual(machine.lines, [f"The home {home.path} cannot be locked: this user may not open its bin/agent.lock, which "
+                                         "another user's agent holds or has left. Once no agent works there, delete that file."])
+        self.assertEqual([os.listdir(home.at(name)) for name in ("log", "tempdata", "data")], [[], [], []])
+        os.unlink(home.at("bin", "agent.lock"))
+        machine = self.start(home, [*as_service, *command])
+        self.lines(machine, home, 1)
+        self.terminate(machine)
 
     def test_a_pipe_in_the_place_of_a_given_file_holds_nobody_up(self):
         for name in ("AutoConfig.ini", "resources.txt"):

@@ -5,6 +5,7 @@ import java.io.IOException;
 import java.nio.channels.FileChannel;
 import java.nio.channels.FileLock;
 import java.nio.channels.OverlappingFileLockException;
+import java.nio.file.AccessDeniedException;
 import java.nio.file.Path;
 import java.util.Optional;
 
@@ -20,11 +21,13 @@ final class HomeLock {
     /** Held here, as a channel that nobody holds is closed some day, and the lock goes with it. */
     private final FileChannel channel;
     private final boolean taken;
+    private final boolean denied;
     private final String problem;
 
-    private HomeLock(FileChannel channel, boolean taken, String problem) {
+    private HomeLock(FileChannel channel, boolean taken, boolean denied, String problem) {
         this.channel = channel;
         this.taken = taken;
+        this.denied = denied;
         this.problem = problem;
     }
 
@@ -35,16 +38,19 @@ final class HomeLock {
             channel = OwnFile.write(file);
             FileLock lock = channel.tryLock();
             if (lock != null) {
-                return new HomeLock(channel, false, null);
+                return new HomeLock(channel, false, false, null);
             }
             close(channel);
-            return new HomeLock(null, true, null);
+            return new HomeLock(null, true, false, null);
         } catch (OverlappingFileLockException e) {
             close(channel);
-            return new HomeLock(null, true, null);
+            return new HomeLock(null, true, false, null);
+        } catch (AccessDeniedException e) {
+            // where it is not there, it may not be made: no other agent can hold it
+            return new HomeLock(null, false, OwnFile.exists(file), e.toString());
         } catch (IOException | RuntimeException e) {
             close(channel);
-            return new HomeLock(null, false, e.toString());
+            return new HomeLock(null, false, false, e.toString());
         }
     }
 
@@ -61,6 +67,14 @@ final class HomeLock {
     /** Whether an agent works in this home already: another process holds the lock. */
     boolean isTaken() {
         return taken;
+    }
+
+    /**
+     * Whether the file is there and this user may not open it: it is an agent's of another user, and nobody can tell
+     * whether that one works here.
+     */
+    boolean isDenied() {
+        return denied;
     }
 
     /**

@@ -67,7 +67,7 @@ import picocli.CommandLine.Spec;
             "  2  the command line is wrong",
             "  3  packages are missing and cannot be installed (run-agent)",
             "  4  the build failed (run-agent)",
-            "  5  another agent works in this home",
+            "  5  another agent works in this home, or its lock may not be opened",
             "  6  threads or memory are too short for the agent%n"})
 final class RunCommand implements Callable<Integer> {
     /** The agent ended because it was asked to. */
@@ -184,6 +184,12 @@ final class RunCommand implements Callable<Integer> {
         if (lock.isTaken()) {
             System.err.println("Another agent works in the home " + Words.printable(homeText())
                     + "; a home is for one agent.");
+            return Program.HOME_TAKEN;
+        }
+        if (lock.isDenied()) {
+            System.err.println("The home " + Words.printable(homeText()) + " cannot be locked: this user may not open "
+                    + "its bin/" + HomeLock.FILE + ", which another user's agent holds or has left. Once no agent "
+                    + "works there, delete that file.");
             return Program.HOME_TAKEN;
         }
         lock.problem().ifPresent(problem -> out.println(

@@ -36,6 +36,7 @@ class HomeLockTest {
     void aHomeThatCannotBeLockedIsNotTaken() throws IOException {
         HomeLock lock = HomeLock.take(Files.createDirectory(home.resolve("directory")));
         assertFalse(lock.isTaken());
+        assertFalse(lock.isDenied());
         assertTrue(lock.problem().isPresent());
         lock.release();
     }
