@@ -5,6 +5,7 @@ import com.quorin.sysmgt.tavl.LumetraAgent.files.Culprit;
 import com.quorin.sysmgt.tavl.LumetraAgent.files.EventFile;
 import java.io.IOException;
 import java.io.PrintStream;
+import java.time.Clock;
 import java.time.LocalDateTime;
 import java.time.format.DateTimeFormatter;
 import java.util.List;
@@ -39,6 +40,7 @@ public final class AgentEvents {
     private static final Announced NONE = new Announced(0, 0.0);
     private static final AtomicReference<Announced> PREVIOUS = new AtomicReference<>(NONE);
     private static final AtomicLong FATAL_COUNT = new AtomicLong();
+    private static final AtomicReference<Clock> TIME = new AtomicReference<>(Clock.systemDefaultZone());
     private static final AtomicReference<PrintStream> OUTPUT = new AtomicReference<>(System.out);
     private static final BiFunction<String, String, Event.Background> NOTHING_KNOWN =
             (name, instance) -> Event.Background.NONE;
@@ -60,11 +62,11 @@ public final class AgentEvents {
             String timeText, double seconds, String name, String instance, String culprit) {
         if (FATAL.equals(timeText)) {
             FATAL_COUNT.incrementAndGet();
-            return tell(() -> new Event.Failure(Event.Moment.now(), name));
+            return tell(() -> new Event.Failure(now(), name));
         }
         boolean shown = tell(() -> exhaustion(timeText, seconds, name, instance, culprit));
         if (shown) {
-            PREVIOUS.set(new Announced(System.currentTimeMillis() / 1000, seconds));
+            PREVIOUS.set(new Announced(TIME.get().instant().getEpochSecond(), seconds));
         }
         return shown;
     }
@@ -147,7 +149,13 @@ public final class AgentEvents {
 
     /** Sends the lines of events elsewhere, records none and forgets what was announced before. */
     static void reset(PrintStream stream) {
+        reset(stream, Clock.systemDefaultZone());
+    }
+
+    /** The same, and events happen by this clock from now on. */
+    static void reset(PrintStream stream, Clock time) {
         OUTPUT.set(stream);
+        TIME.set(time);
         RECORD.set(null);
         LISTENERS.clear();
         BACKGROUND.set(NOTHING_KNOWN);
@@ -155,14 +163,18 @@ public final class AgentEvents {
         FATAL_COUNT.set(0);
     }
 
+    private static Event.Moment now() {
+        return Event.Moment.of(TIME.get().instant());
+    }
+
     private static Event exhaustion(
             String timeText, double seconds, String name, String instance, String culprit) {
-        return new Event.Exhaustion(Event.Moment.now(), Event.Subject.told(name, instance), seconds, timeText,
+        return new Event.Exhaustion(now(), Event.Subject.told(name, instance), seconds, timeText,
                 Culprit.parse(culprit), culprit, BACKGROUND.get().apply(name, instance));
     }
 
     private static Event limitReached(Event.Type type, String name, String instance, double limit) {
-        return new Event.LimitReached(Event.Moment.now(), type, Event.Subject.told(name, instance), limit);
+        return new Event.LimitReached(now(), type, Event.Subject.told(name, instance), limit);
     }
 
     /** The native caller cannot use an exception, so whatever goes wrong here is a refused event. */
@@ -170,7 +182,7 @@ public final class AgentEvents {
         try {
             Event event = happened.get();
             record(event);
-            OUTPUT.get().println(CLOCK.format(LocalDateTime.now()) + "  " + EventWords.of(event));
+            OUTPUT.get().println(CLOCK.format(LocalDateTime.now(TIME.get())) + "  " + EventWords.of(event));
             return true;
         } catch (Exception | StackOverflowError | OutOfMemoryError e) {
             return false;

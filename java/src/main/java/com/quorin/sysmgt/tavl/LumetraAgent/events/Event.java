@@ -44,10 +44,6 @@ public sealed interface Event {
         private static final DateTimeFormatter ISO =
                 DateTimeFormatter.ofPattern("uuuu-MM-dd'T'HH:mm:ss.SSSXXX", Locale.ROOT);
 
-        static Moment now() {
-            return of(Instant.now());
-        }
-
         public static Moment of(Instant time) {
             return new Moment(ISO.format(time.atZone(ZoneId.systemDefault())), time.getEpochSecond());
         }

@@ -16,7 +16,10 @@ import java.lang.reflect.Modifier;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.time.Clock;
+import java.time.Instant;
 import java.time.OffsetDateTime;
+import java.time.ZoneOffset;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.Map;
@@ -31,6 +34,8 @@ class AgentEventsTest {
 
     private static final String STAMP = "^\\{\"time\":\"[^\"]*\",\"epochSeconds\":\\d+,";
 
+    private static final Instant NOW = Instant.parse("2026-03-29T00:59:59.750Z");
+
     @TempDir
     private Path directory;
 
@@ -38,7 +43,7 @@ class AgentEventsTest {
 
     @BeforeEach
     void catchTheLines() {
-        AgentEvents.reset(new PrintStream(output, true, StandardCharsets.UTF_8));
+        AgentEvents.reset(new PrintStream(output, true, StandardCharsets.UTF_8), Clock.fixed(NOW, ZoneOffset.UTC));
     }
 
     @AfterEach
@@ -145,9 +150,8 @@ class AgentEventsTest {
     void thePreviousForecastIsKept() {
         assertEquals(0L, AgentEvents.getPrev_time());
         assertEquals(0.0, AgentEvents.getPrev_tte());
-        long before = System.currentTimeMillis() / 1000;
         AgentEvents.sendEvent("soon", 77.5, "Swap", "_Total", "");
-        assertTrue(AgentEvents.getPrev_time() >= before);
+        assertEquals(NOW.getEpochSecond(), AgentEvents.getPrev_time());
         assertEquals(77.5, AgentEvents.getPrev_tte());
     }
 
@@ -218,9 +222,15 @@ class AgentEventsTest {
         Matcher stamp = Pattern.compile("\\{\"time\":\"([^\"]*)\",\"epochSeconds\":(\\d+),.*")
                 .matcher(Files.readString(file).strip());
         assertTrue(stamp.matches());
-        long seconds = Long.parseLong(stamp.group(2));
-        assertEquals(seconds, OffsetDateTime.parse(stamp.group(1)).toEpochSecond());
-        assertTrue(Math.abs(System.currentTimeMillis() / 1000 - seconds) < 60);
+        assertEquals(NOW, OffsetDateTime.parse(stamp.group(1)).toInstant());
+        assertEquals(NOW.getEpochSecond(), Long.parseLong(stamp.group(2)));
+    }
+
+    @Test
+    void aLineBeginsWithTheTime() {
+        AgentEvents.sendUpperToleranceEvent("Space", "/", 100.0);
+        String printed = output.toString(StandardCharsets.UTF_8);
+        assertTrue(printed.startsWith("2026-03-29 00:59:59  LIMIT "), printed);
     }
 
     @Test

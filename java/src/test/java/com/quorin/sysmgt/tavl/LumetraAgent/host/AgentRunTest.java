@@ -19,11 +19,12 @@ class AgentRunTest {
 
     /**
      * Stands in for the library: forgets the first requests, as an agent does that is still setting itself
-     * up.
+     * up. The one that it heeds returns when the run has ended, so that none comes after it, however slow the machine.
      */
     private static final class Forgetful implements AgentRun.Agent {
         private final CountDownLatch stopped;
         private final AtomicInteger requests = new AtomicInteger();
+        private final AgentRun run = new AgentRun(this);
 
         Forgetful(int heeded) {
             stopped = new CountDownLatch(heeded);
@@ -43,6 +44,9 @@ class AgentRunTest {
         public int pleaseStop() {
             requests.incrementAndGet();
             stopped.countDown();
+            if (stopped.getCount() == 0) {
+                run.awaitEnd(LONG);
+            }
             return 0;
         }
     }
@@ -64,7 +68,7 @@ class AgentRunTest {
     @Test
     void aStopRequestIsMadeUntilTheAgentHasReturned() {
         Forgetful agent = new Forgetful(3);
-        AgentRun run = new AgentRun(agent);
+        AgentRun run = agent.run;
         run.prepare();
         run.start();
         run.stop(() -> { }, LONG);
@@ -102,7 +106,7 @@ class AgentRunTest {
 
     @Test
     void aStopRequestBeforeTheStartIsNotLost() throws InterruptedException {
-        AgentRun run = new AgentRun(new Forgetful(2));
+        AgentRun run = new Forgetful(2).run;
         Thread stopper = new Thread(() -> run.stop(() -> { }, LONG));
         stopper.start();
         run.prepare();
@@ -114,7 +118,7 @@ class AgentRunTest {
     @Test
     void theWaitIsMentionedAgainAndAgain() {
         AtomicInteger reminders = new AtomicInteger();
-        AgentRun run = new AgentRun(new Forgetful(3));
+        AgentRun run = new Forgetful(3).run;
         run.prepare();
         run.start();
         run.stop(reminders::incrementAndGet, Duration.ofMillis(50));
@@ -145,7 +149,7 @@ class AgentRunTest {
 
     @Test
     void aFailingStartThatIsStoppedMeanwhileHasFailed() {
-        AgentRun run = new AgentRun(new Forgetful(1));
+        AgentRun run = new Forgetful(1).run;
         run.prepare();
         run.start();
         run.stop(() -> { }, LONG);
