@@ -8,7 +8,7 @@ Knows the file formats on its own and shares nothing with the agent's code. The 
   RID   identifiers: a resource keeps its number, a number never names two resources
   LOG   debug log: bounded, one backup, no holes
   EVT   events and score: one JSON object a line, older lines byte for byte as they were; a death tears at most its own line
-  TREND trend and culprit files: none are left when the agent has ended
+  TREND trend and culprit files: each one complete generation, also after a death; none are left when the agent has ended
   SIDE  side files: none is left of a file that was replaced
 
 As a command: check_home.py HOME [--config FILE] [--before DIR] [--trimmed] [--killed] [--faulty] [--scratch-pad-lossy]
@@ -24,6 +24,17 @@ import sys
 LOG_LIMIT = 1000000 + 2048
 ARCHIVE_LINE = re.compile(rb"\d+( \d+ 0 -?\d+\.\d\d)* \Z")
 NAME_IS_SIZE = 767
+
+FORECAST_POINTS = 200
+REAL = rb"-?(?:\d+\.\d{6}|inf|nan)"
+CURVE = re.compile(rb"(?:%s %s \n)*" % (REAL, REAL))
+PLOTTED = rb"(?:'([^'\0-\x1f\x7f]*)'|\"((?:\\[0-7]{3}|[^\"\\\0-\x1f\x7f])*)\")"
+SCRIPT = re.compile(rb"limit\(x\) = -?(?:\d\.\d{6}e[+-]\d{2,3}|inf|nan)\n"
+                    rb" set label '@ \d+, (?:\d+\.\d\d hours to exhaustion, [^,'\n]+, notif level=-?(?:\d+\.\d\d|inf|nan)"
+                    rb"|no exhaustion within horizon, [^,'\n]+, notif level=-1\.00)' at graph \.1,\.5\n"
+                    rb"show label\nplot %s with lines, %s with linespoints, limit\(x\)" % (PLOTTED, PLOTTED))
+CONSUMERS = {b"Top Consumers of FDs:": rb"#FDs -?\d+", b"Top Consumers of Memory (Resident Set Size):": rb"RSS -?\d+ MB",
+             b"Top Consumers of Child Processes:": rb"Children -?\d+"}
 
 
 class Layout:
@@ -198,6 +209,40 @@ def side_files(directory):
     return [name for name in os.listdir(directory) if re.fullmatch(r"\.lumetra-[0-9a-f]{16}", name)]
 
 
+def plotted_path(single, double):
+    """The path that a plot script names in single or double quotes."""
+    return single if double is None else re.sub(rb"\\([0-7]{3})", lambda digits: bytes([int(digits.group(1), 8)]), double)
+
+
+def is_script(text, name):
+    """Whether this is a whole plot script of that name, with the curves that belong to it."""
+    match = SCRIPT.fullmatch(text)
+    if match is None:
+        return False
+    stem = os.fsencode(name).removesuffix(b".ini")
+    paths = [plotted_path(*match.groups()[i:i + 2]) for i in (0, 2)]
+    return [path.rpartition(b"/")[2] for path in paths] == [stem + b"PRD.gnp", stem + b"SMP.gnp"]
+
+
+def is_curve(text, name):
+    """Whether these are whole lines of two numbers each, and as many as a forecast has."""
+    return CURVE.fullmatch(text) is not None and (not name.endswith("BMPRD.gnp") or text.count(b"\n") == FORECAST_POINTS)
+
+
+def is_culprit_report(text, _):
+    """Whether this is nothing yet, or a heading with up to ten whole lines of it."""
+    heading, *lines = text.split(b"\n")
+    if not text:
+        return True
+    if heading not in CONSUMERS or not lines or lines.pop() != b"":
+        return False
+    line = re.compile(rb"\t\([^\0-\x1f\x7f]*\) \tPID \d+ \t" + CONSUMERS[heading])
+    return len(lines) <= 10 and all(line.fullmatch(each) for each in lines)
+
+
+TREND_FILES = {"BM.ini": is_script, "BMPRD.gnp": is_curve, "BMSMP.gnp": is_curve, ".cul": is_culprit_report}
+
+
 class Checker:
     """Collects what is wrong. Every method adds lines "CODE what" to `problems`."""
 
@@ -223,6 +268,7 @@ class Checker:
         self.check_log()
         for name, path in self.layout.records().items():
             self.check_records(name, path)
+        self.check_trend_files()
         if not self.killed and not self.faulty:
             self.check_left_overs()
         return self.problems
@@ -332,7 +378,7 @@ class Checker:
                         self.wrong("RID", f"the archive knows {rid!r}, the scratch pad does not")
                         return
 
-    # LOG, TREND
+    # LOG
 
     def check_log(self):
         directory = os.path.dirname(self.layout.log)
@@ -376,6 +422,17 @@ class Checker:
             self.wrong("EVT", f"no line of {name}: {torn[0][:120]!r}")
         if rest and not self.killed:
             self.wrong("EVT", f"torn last line of {name} {rest[-60:]!r}")
+
+    # TREND
+
+    def check_trend_files(self):
+        """At no time, and so not after a death either, is there half of one. What leads elsewhere is nobody's trend file."""
+        for name in os.listdir(self.layout.data) if os.path.isdir(self.layout.data) else ():
+            path = os.path.join(self.layout.data, name)
+            text = None if os.path.islink(path) or path in self.layout.files().values() else content(path)
+            for end, is_whole in TREND_FILES.items():
+                if text is not None and name.endswith(end) and not is_whole(text, name):
+                    self.wrong("TREND", f"half of {name}, or none of it: ...{text[-60:]!r}")
 
     def check_left_overs(self):
         places = {os.path.dirname(path) for path in self.layout.files().values()} | {self.layout.bin, self.layout.data}

@@ -102,10 +102,39 @@ class Checking(unittest.TestCase):
         self.assertEqual(self.problems(), ["LOG"])
         write(self.home.layout.log, "")
         for path, code in ((self.home.at("bin", "temp"), "ARCH"), (self.home.at("config", ".lumetra-0123456789abcdef"), "SIDE"),
-                           (self.home.at("data", "xBM.ini"), "TREND"), (self.home.layout.log + ".2", "LOG")):
+                           (self.home.at("data", "xBMSMP.gnp"), "TREND"), (self.home.at("data", "x.cul"), "TREND"), (self.home.layout.log + ".2", "LOG")):
             write(path, "")
             self.assertEqual(self.problems(), [code], path)
             os.unlink(path)
+
+    def test_half_trend_and_culprit_files_are_noticed_after_a_death_too(self):
+        headlines = ("12.35 hours to exhaustion, hinge regression, notif level=87.50",
+                     "no exhaustion within horizon, linear regression, notif level=-1.00")
+        curves = ("'../data/xBMPRD.gnp' with lines, '../data/xBMSMP.gnp' with linespoints",
+                  '"../data/\\170BMPRD.gnp" with lines, "../data/xBMSMP.gnp" with linespoints')
+        whole = [("xBM.ini", f"limit(x) = 1.000000e+02\n set label '@ 1700000000, {headline}' at graph .1,.5\nshow label\n"
+                             f"plot {plotted}, limit(x)") for headline in headlines for plotted in curves]
+        line = "1.000000 -2.500000 \n"
+        whole += [("xBMPRD.gnp", 200 * line), ("xBMSMP.gnp", 3 * line),
+                  ("x.cul", "Top Consumers of FDs:\n\t(a) b) \tPID 7 \t#FDs 12\n\t() \tPID 8 \t#FDs 0\n"),
+                  ("x.cul", "Top Consumers of Memory (Resident Set Size):\n\t(a) \tPID 7 \tRSS 210 MB\n"),
+                  ("x.cul", "Top Consumers of Child Processes:\n\t(a) \tPID 7 \tChildren 2\n")]
+        for name, text in whole:
+            path = self.home.at("data", name)
+            for length in (*range(0, len(text), 1 + len(text) // 60), len(text) - 1, len(text)):
+                if text[length - 1:length] == "\n" and not name.endswith("PRD.gnp") or length == 0 and name != "xBM.ini":
+                    continue  # whole lines
+                write(path, text[:length])
+                self.assertEqual(self.problems(killed=True), [] if length == len(text) else ["TREND"], (name, text[:length]))
+            os.unlink(path)
+        damaged = [("xBM.ini", whole[0][1] + "\n"), ("yBM.ini", whole[0][1]), ("xBM.ini", ""), ("xBMPRD.gnp", 199 * line),
+                   ("xBMPRD.gnp", ""), ("xBMSMP.gnp", "1.000000 -2.500000\n"), ("xBMSMP.gnp", "1,000000 2,500000 \n"),
+                   ("x.cul", "Top Consumers of FDs:\n\t(a) \tPID 7 \tRSS 210 MB\n"), ("x.cul", "\n"),
+                   ("x.cul", "Top Consumers of FDs:\n" + 11 * "\t(a) \tPID 7 \t#FDs 1\n")]
+        for name, text in damaged:
+            write(self.home.at("data", name), text)
+            self.assertEqual(self.problems(killed=True), ["TREND"], (name, text))
+            os.unlink(self.home.at("data", name))
 
     def test_damaged_records_are_noticed(self):
         events, line = self.home.layout.records()["events"], '{"type": "start"}\n'
