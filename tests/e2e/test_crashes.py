@@ -1,6 +1,7 @@
 """Death at any moment, and power cuts. Deaths in the place of every call that changes a file are in tests/faults."""
 
 import os
+import re
 import shutil
 import unittest
 
@@ -101,6 +102,11 @@ class C2_PowerCut(CrashTest):
             before = {"scratch pad": content, "archive": model.snapshot()["archive"]}
             self.assertEqual(check_home.check(home.layout, before=before), [], content)
             self.assertEqual(len(home.archive_lines()[-1][1]), 4)
+            sections = re.split(rb"^(?=Event:)", content, flags=re.M)[1:]
+            begun = [section for section in sections if not re.fullmatch(rb"[^\n]*\n\s*", section)]  # a heading alone says nothing
+            torn = len(begun) - len(check_home.parse_scratch_pad(content))
+            told = re.findall(r"(\d+) incomplete or contradicting records passed over", home.log())
+            self.assertEqual(told, [str(torn)] if torn else [], f"the log says what was dropped of {content!r}")
             home.remove()
 
     def test_C2_a_declaration_file_cut_or_zeroed_anywhere_starts_or_is_refused_and_never_gets_worse(self):
