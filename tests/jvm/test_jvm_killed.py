@@ -26,15 +26,15 @@ class Killed(JavaTest):
         except (OSError, ValueError):
             return None
 
-    def life(self, home, chance):
-        """One start and its violent end; what it said last of its work."""
+    def life(self, home, chance, must_tell):
+        """One start and its violent end, if so asked not before it has said something of its work; what it said last."""
         rows = [row for row in DISKS if chance.random() < 0.7]
         chance.shuffle(rows)
         write(home.at("stub", "space"), HEADING + "".join(rows))
         port = free_port()
         machine = self.host(home, port=port)
+        told = machine.until(lambda: self.newest(port), "a cycle") if must_tell else None
         end = time.monotonic() + chance.uniform(0.1, 5)  # any moment will do
-        told = None
         while time.monotonic() < end:
             told = self.newest(port) or told
             time.sleep(0.01)
@@ -51,10 +51,10 @@ class Killed(JavaTest):
         home.stub_df(HEADING + "".join(DISKS))
         until = time.monotonic() + often(0, 600)
         lives = told_of = 0
-        while lives < 5 or told_of < 2 or time.monotonic() < until:
+        while lives < 5 or time.monotonic() < until:
             before = home.snapshot()
             lines = len(home.archive_lines())
-            told, machine = self.life(home, chance)
+            told, machine = self.life(home, chance, must_tell=lives < 2)
             where = f"seed {seed}, life {lives}: {machine.output()[-800:]}"
             self.assertEqual(check_home.check(home.layout, before=before, killed=True), [], where)
             if told:
@@ -70,6 +70,7 @@ class Killed(JavaTest):
         machine.until(lambda: self.newest(port), "a cycle")
         self.terminate(machine, home, before=before)
         starts = check_home.content(home.at("log", "score.jsonl")).count(b'"start"')
+        self.assertGreaterEqual(told_of, 2)
         self.assertGreaterEqual(starts, told_of)
         self.assertGreaterEqual(check_home.content(home.at("log", "events.jsonl")).count(b"\n"), 1)
 

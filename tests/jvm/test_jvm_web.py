@@ -362,7 +362,9 @@ class Served(SharedAgentTest):
         for _ in range(3):
             self.more_lines(machine, home, 1)
             self.assertEqual(ask(port, RESOURCES)[0], 200)
-        self.assertLess(len(refused), len(connections) / 2, "they were to be there all the time")
+        # Those that never finish a request have only its time.
+        readers = set(range(1, len(connections), 2))
+        self.assertGreater(len(readers - refused), 0, "some of those that do not read were to be there all the time")
         if LONG:
             machine.until(lambda: len(refused) == len(connections), "the end of all that crawl")
         is_over.set()

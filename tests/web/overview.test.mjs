@@ -275,7 +275,7 @@ describe("the headline", () => {
       await page.waitForSelector("#banner:not([hidden])");
       assert.equal(await page.textContent("#banner"), "The disks cannot be listed yet.");
       world.agent.notice = null;
-      await page.waitForSelector("#banner", { state: "hidden", timeout: 20000 });
+      await page.waitForSelector("#banner", { state: "hidden" });
     });
   });
 
