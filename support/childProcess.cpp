@@ -32,9 +32,9 @@ std::optional<Pipe> makePipe() {
     if (::pipe2(ends, O_CLOEXEC) != 0)
         return std::nullopt;
     Pipe made{aboveStandard(ends[0]), aboveStandard(ends[1])};
-    if (!made.readEnd || !made.writeEnd)
+    // One that waits would wait for as long as the program runs.
+    if (!made.readEnd || !made.writeEnd || ::fcntl(made.readEnd.get(), F_SETFL, O_NONBLOCK) != 0)
         return std::nullopt;
-    ::fcntl(made.readEnd.get(), F_SETFL, O_NONBLOCK);
     return made;
 }
 

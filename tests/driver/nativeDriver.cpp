@@ -22,7 +22,8 @@
 // until the stop request that comes then.
 //
 // With --notify SOCKET the service manager there is told, which wants a sign of life at least every
-// --watchdog MICROSECONDS.
+// --watchdog MICROSECONDS; if nobody can be told, it is not.
+// With --without-standard none of the standard descriptors is open to the agent.
 // With --mounts FILE that is the table of what is mounted.
 // With --skip FILE the host sets the rules in that file on which disks are left out.
 //
@@ -51,6 +52,7 @@
 #include <cstring>
 #include <ctime>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -96,6 +98,7 @@ struct Options {
     bool nullTexts = false;
     bool turnedClock = false;
     bool holdSleeps = false;
+    bool withoutStandard = false;
 };
 
 std::atomic<int> stopSignals{0}; // lock-free, so fit for a signal handler
@@ -132,10 +135,19 @@ void pause(milliseconds time) {
     }
 }
 
+int output = STDOUT_FILENO;
+
 /// One line of output at a time, whatever the thread.
 void tell(const std::string& line) {
     const std::string whole = line + "\n";
-    static_cast<void>(!::write(STDOUT_FILENO, whole.data(), whole.size()));
+    static_cast<void>(!::write(output, whole.data(), whole.size()));
+}
+
+void closeStandard() {
+    constexpr int outOfTheWay = 100;
+    output = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, outOfTheWay);
+    for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        ::close(standard);
 }
 
 std::string printable(const std::string& text) {
@@ -359,6 +371,8 @@ Options readOptions(const std::vector<std::string>& words, FakeJavaEnvironment& 
             options.turnedClock = true;
         else if (name == "--hold-sleeps")
             options.holdSleeps = true;
+        else if (name == "--without-standard")
+            options.withoutStandard = true;
         else if (name == "--resume")
             obrin::setResume(true);
         else if (name == "--null-texts")
@@ -472,6 +486,13 @@ void setTurnedClock(bool holdSleeps, long timeOfDay) {
     std::thread([] { obeyInput(*clock); }).detach(); // ends with the process
 }
 
+/// The library opens the socket, on this thread.
+void openNotice(const Options& options) {
+    ++agentsWork;
+    obrin::openServiceNotice(options.notify, std::chrono::microseconds(options.watchdog));
+    --agentsWork;
+}
+
 } // namespace
 
 int main(int count, char** words) {
@@ -493,9 +514,10 @@ int main(int count, char** words) {
         setTurnedClock(options.holdSleeps, options.time);
     else
         setRealClock();
-    if (!options.notify.empty() &&
-        !obrin::openServiceNotice(options.notify, std::chrono::microseconds(options.watchdog)))
-        usage("nobody can be told at " + options.notify);
+    if (!options.notify.empty())
+        openNotice(options);
+    if (options.withoutStandard)
+        closeStandard();
     bool fine = true;
     ViewerThreads viewers(options.viewers, options.seed, tell);
     viewers.awaitLooks();

@@ -15,6 +15,7 @@
 #include <execinfo.h>
 #include <fcntl.h>
 #include <link.h>
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <stdarg.h>
@@ -25,13 +26,15 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/mman.h>
+#include <sys/random.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 enum Kind { OPEN, LOG, OPENDIR, READ, READDIR, WRITE, SYNC, CLOSE, TRUNCATE, RENAME, UNLINK, MKDIR, STAT, CHMOD, REALPATH, SEEK,
-            SPAWN, PIPE, WAIT, MEMORY, KINDS };
+            SPAWN, PIPE, WAIT, MEMORY, RANDOM, DUPLICATE, FLAGS, POLL, SOCKET, SEND, KINDS };
 
 static const struct {
     const char* name;
@@ -41,6 +44,8 @@ static const struct {
     {"write", ENOSPC},   {"sync", EIO},      {"close", EIO},      {"truncate", EIO}, {"rename", ENOSPC},
     {"unlink", EACCES},  {"mkdir", ENOSPC},  {"stat", EIO},       {"chmod", EPERM},  {"realpath", EACCES},
     {"seek", EIO},       {"spawn", EAGAIN},  {"pipe", EMFILE},    {"wait", ECHILD},  {"memory", ENOMEM},
+    {"random", EAGAIN},  {"dup", EMFILE},    {"flags", EINVAL},   {"poll", ENOMEM},  {"socket", EMFILE},
+    {"send", ENOBUFS},
 };
 
 static atomic_llong* counts; // null: nothing is counted, and nothing fails
@@ -221,6 +226,17 @@ int close(int file) {
     return isFailing ? -1 : result;
 }
 
+int fcntl64(int file, int command, ...) {
+    REAL(fcntl64);
+    va_list more;
+    va_start(more, command);
+    void* argument = va_arg(more, void*); // the widest that there is
+    va_end(more);
+    bool isDuplicate = command == F_DUPFD || command == F_DUPFD_CLOEXEC;
+    bool isFailing = (isDuplicate || command == F_SETFL) && failsWhole(isDuplicate ? DUPLICATE : FLAGS, CALLER);
+    return isFailing ? -1 : real(file, command, argument);
+}
+
 // Fails as it does where somebody ignores the end of children: once there is no child any more.
 pid_t waitpid(pid_t child, int* status, int options) {
     REAL(waitpid);
@@ -253,6 +269,10 @@ FAILING(CHMOD, -1, int, fchown, (int file, uid_t user, gid_t group), (file, user
 FAILING(REALPATH, NULL, char*, realpath, (const char* path, char* room), (path, room))
 FAILING(SEEK, -1, off64_t, lseek64, (int file, off64_t by, int from), (file, by, from))
 FAILING(PIPE, -1, int, pipe2, (int ends[2], int flags), (ends, flags))
+FAILING(RANDOM, -1, ssize_t, getrandom, (void* room, size_t size, unsigned flags), (room, size, flags))
+FAILING(POLL, -1, int, poll, (struct pollfd * files, nfds_t count, int longest), (files, count, longest))
+FAILING(SOCKET, -1, int, socket, (int domain, int type, int protocol), (domain, type, protocol))
+FAILING(SEND, -1, ssize_t, sendmsg, (int file, const struct msghdr* message, int flags), (file, message, flags))
 TELLING(SPAWN, EAGAIN, posix_spawnp,
         (pid_t * child, const char* program, const posix_spawn_file_actions_t* actions, const posix_spawnattr_t* attributes,
          char* const* words, char* const* variables),
