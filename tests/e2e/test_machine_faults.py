@@ -6,6 +6,7 @@ import re
 import shutil
 import subprocess
 import tempfile
+import time
 import unittest
 
 from agent_home import (DESCRIPTORS, DISK_SPACE, FEW, HEADING, MS_BIND, PROCESSES, SWAP, AgentTest, Running, declaration,
@@ -92,6 +93,28 @@ class F4_Clock(MachineTest):
             self.assertEqual(result.sleeps, [5, 5, 5], "the jump ended no sleep")
             stamps = [stamp for stamp, _ in home.archive_lines()]
             self.assertEqual([after - before for before, after in zip(stamps, stamps[1:])], [5, day + 5])
+
+
+class SummerTime(MachineTest):
+    ZONE = "CET-1CEST,M3.5.0,M10.5.0/3"  # as in Berlin; a machine without the table of zones knows it, too
+    PERIOD = 600
+    CHANGES = ((1774746000, 3600, 7200), (1792890000, 7200, 3600))  # 2026: when, and the offsets before and after it
+
+    def test_neither_hour_of_change_is_a_step_of_the_clock_and_all_times_are_shown_as_they_are(self):
+        for change, before, after in self.CHANGES:
+            home = self.home(period=self.PERIOD * 1000)
+            result = self.run_agent(home, "--cycles", 14, "--time", change - 7 * self.PERIOD + 7,
+                                    environment=home.environment(TZ=self.ZONE))
+            stamps = [stamp for stamp, _ in home.archive_lines()]
+            self.assertEqual({later - earlier for earlier, later in zip(stamps, stamps[1:])}, {self.PERIOD})
+            self.assertLess(stamps[0], change - 3600)
+            self.assertGreater(stamps[-1], change + 3600)
+            self.assertEqual(result.fatal(), [])
+            log = home.log()
+            self.assertNotIn("The clock has stepped", log)
+            shown = [(stamp, time.asctime(time.gmtime(stamp + (before if stamp < change else after)))) for stamp in stamps]
+            self.assertEqual(re.findall(r"TimeStamp = (\d+) = (.*)", log), [(str(stamp), text) for stamp, text in shown])
+            self.assertTrue(read(home.layout.declarations).startswith(f"/** Updated on {shown[-1][1]}\n"))
 
 
 class G10_Clock(MachineTest):
