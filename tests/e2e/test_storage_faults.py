@@ -437,12 +437,16 @@ class A10_OtherLimits(StorageTest):
     def test_a_limit_on_file_sizes_costs_lines_and_nothing_older(self):
         home = self.home()
         self.run_agent(home, "--cycles", 3)
+        write(home.layout.declarations, "my own\n" + read(home.layout.declarations))  # to be written anew, not only its date
         size = os.path.getsize(home.layout.archive)
+        self.assertLess(size + 10, os.path.getsize(home.layout.declarations) - 100)
         before = home.snapshot()
         prefix = ["prlimit", f"--fsize={size + 10}"]  # in the middle of the next line
         result = self.run_agent(home, "--cycles", 5, prefix=prefix, before=before)
         self.assertIn(SAMPLING_FAILED, result.fatal())
-        self.assertEqual(home.snapshot()["archive"], before["archive"])
+        self.assertEqual(home.snapshot(), before)
+        self.run_agent(home, "--cycles", 1)
+        self.assertNotIn("my own", read(home.layout.declarations))
 
 
 class G7_StartOnAFullDisk(StorageTest):
