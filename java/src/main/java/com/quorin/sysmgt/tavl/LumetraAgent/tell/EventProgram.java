@@ -14,6 +14,7 @@ import java.util.concurrent.SynchronousQueue;
 import java.util.function.BooleanSupplier;
 import java.util.function.Consumer;
 import java.util.function.Function;
+import java.util.function.Supplier;
 import java.util.regex.Pattern;
 
 /**
@@ -42,12 +43,13 @@ final class EventProgram implements Consumer<News>, AutoCloseable {
      *
      * @param run   a run of the program
      * @param retry until a start that was not possible is tried again
+     * @param kill  until a program that was killed is dead
      * @param end   what waits, once the agent ends
      */
-    record Patience(Duration run, Duration retry, Duration end) {
+    record Patience(Duration run, Duration retry, Duration kill, Duration end) {
 
-        static final Patience SHIPPED =
-                new Patience(Duration.ofSeconds(30), Duration.ofSeconds(10), Duration.ofSeconds(5));
+        static final Patience SHIPPED = new Patience(
+                Duration.ofSeconds(30), Duration.ofSeconds(10), Duration.ofSeconds(5), Duration.ofSeconds(5));
     }
 
     /** Starts what is described. */
@@ -132,8 +134,12 @@ final class EventProgram implements Consumer<News>, AutoCloseable {
         try {
             while (true) {
                 News news = next();
-                if (!tell(news)) {
-                    putBack(news);
+                try {
+                    if (!tell(news)) {
+                        putBack(news);
+                    }
+                } catch (RuntimeException | Error e) { // costs this news only: those that follow are to be told
+                    lose(news, e);
                 }
             }
         } catch (InterruptedException e) {
@@ -226,14 +232,9 @@ final class EventProgram implements Consumer<News>, AutoCloseable {
     }
 
     private boolean hinder(String why) {
-        try {
-            if (!isHindered) {
-                isHindered = true;
-                out.println(name() + " cannot be started for now, and is tried again every "
-                        + Words.ofDuration(patience.retry) + ": " + Words.printable(why));
-            }
-        } catch (OutOfMemoryError e) {
-            // no memory for words either
+        if (!isHindered) {
+            isHindered = say(() -> name() + " cannot be started for now, and is tried again every "
+                    + Words.ofDuration(patience.retry) + ": " + Words.printable(why));
         }
         return false;
     }
@@ -242,9 +243,9 @@ final class EventProgram implements Consumer<News>, AutoCloseable {
         try {
             boolean hasEnded = run.await(input, inputs::offer, patience.run);
             if (!hasEnded) {
-                out.println(name() + " has not ended within " + Words.ofDuration(patience.run)
+                say(() -> name() + " has not ended within " + Words.ofDuration(patience.run)
                         + " and is ended, with what it started, in the middle of: " + news.sentence());
-                run.kill();
+                kill(run);
             }
             run.said().forEach(line -> out.println("on-event: " + line));
             if (run.saidMore()) {
@@ -254,12 +255,19 @@ final class EventProgram implements Consumer<News>, AutoCloseable {
                 out.println(name() + " has ended with status " + run.exitStatus() + ", told of: " + news.sentence());
             }
         } catch (InterruptedException e) {
-            out.println(name() + " is ended with the agent, in the middle of: " + news.sentence());
-            run.kill();
+            say(() -> name() + " is ended with the agent, in the middle of: " + news.sentence());
+            kill(run);
             throw e;
-        } catch (OutOfMemoryError e) {
-            run.kill(); // nobody could attend to it
+        } catch (RuntimeException | Error e) {
+            kill(run);
+            say(() -> name() + " cannot be attended to and is ended, in the middle of: " + news.sentence() + ": "
+                    + Words.printable(e.toString()));
         }
+    }
+
+    private void kill(ProgramRun run) throws InterruptedException {
+        run.kill(patience.kill).ifPresent(problem ->
+                say(() -> name() + " or what it started may go on, as " + Words.printable(problem)));
     }
 
     private void write() {
@@ -278,7 +286,25 @@ final class EventProgram implements Consumer<News>, AutoCloseable {
     }
 
     private void lose(News news, String why) {
-        out.println("Not told to " + name() + ", as " + why + ": " + news.sentence());
+        say(() -> "Not told to " + name() + ", as " + why + ": " + news.sentence());
+    }
+
+    private void lose(News news, Throwable why) {
+        try {
+            lose(news, "of " + Words.printable(why.toString()));
+        } catch (OutOfMemoryError e) {
+            // no memory for words either
+        }
+    }
+
+    /** False when there is no memory for words. */
+    private boolean say(Supplier<String> words) {
+        try {
+            out.println(words.get());
+            return true;
+        } catch (OutOfMemoryError e) {
+            return false;
+        }
     }
 
     private String name() {

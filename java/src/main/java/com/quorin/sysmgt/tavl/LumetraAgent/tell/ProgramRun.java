@@ -8,6 +8,7 @@ import java.io.OutputStream;
 import java.nio.charset.StandardCharsets;
 import java.time.Duration;
 import java.util.List;
+import java.util.Optional;
 import java.util.concurrent.TimeUnit;
 import java.util.function.Predicate;
 
@@ -28,8 +29,8 @@ final class ProgramRun {
         void write() {
             try (stream) {
                 stream.write(bytes);
-            } catch (IOException e) {
-                // it need not read
+            } catch (IOException | OutOfMemoryError e) {
+                // it need not read, and what is written is copied once more, for which memory may lack
             }
         }
     }
@@ -61,17 +62,36 @@ final class ProgramRun {
         return hasEnded;
     }
 
-    /** Ends the program and all that it has started and that is still below it; returns when the program has ended. */
-    void kill() throws InterruptedException {
-        boolean isAnyLeft = true;
-        for (int round = 0; isAnyLeft && round < 10; round++) { // they may start more meanwhile
-            List<ProcessHandle> below = process.descendants().filter(ProcessHandle::isAlive).toList();
-            below.forEach(ProcessHandle::destroyForcibly);
-            isAnyLeft = !below.isEmpty();
-        }
+    /**
+     * Ends the program and all that it has started and that is still below it, and waits for the program's end, at
+     * most so long: a program that hangs in the kernel does not end at all.
+     *
+     * @return why the program or what it started may go on, in words; empty when all has ended
+     */
+    Optional<String> kill(Duration longest) throws InterruptedException {
+        Throwable unseen = killBelow();
         process.destroyForcibly();
-        process.waitFor();
+        boolean hasEnded = process.waitFor(longest.toNanos(), TimeUnit.NANOSECONDS);
         listen();
+        if (!hasEnded) {
+            return Optional.of("it is not dead " + Words.ofDuration(longest) + " later");
+        }
+        return Optional.ofNullable(unseen).map(e -> "what it started cannot be looked for: " + e.getMessage());
+    }
+
+    /** What is below is looked for in /proc, which cannot be opened where descriptors are short; null if it can. */
+    private Throwable killBelow() {
+        try {
+            boolean isAnyLeft = true;
+            for (int round = 0; isAnyLeft && round < 10; round++) { // they may start more meanwhile
+                List<ProcessHandle> below = process.descendants().filter(ProcessHandle::isAlive).toList();
+                below.forEach(ProcessHandle::destroyForcibly);
+                isAnyLeft = !below.isEmpty();
+            }
+            return null;
+        } catch (RuntimeException | OutOfMemoryError e) {
+            return e;
+        }
     }
 
     int exitStatus() {

@@ -1,5 +1,6 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.tell;
 
+import static java.util.stream.Collectors.joining;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertTrue;
@@ -7,6 +8,8 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 import com.quorin.sysmgt.tavl.LumetraAgent.events.Event;
 import java.io.ByteArrayOutputStream;
 import java.io.IOException;
+import java.io.InputStream;
+import java.io.OutputStream;
 import java.io.PrintStream;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
@@ -15,9 +18,12 @@ import java.nio.file.attribute.PosixFilePermissions;
 import java.time.Duration;
 import java.time.Instant;
 import java.util.List;
+import java.util.concurrent.CopyOnWriteArrayList;
+import java.util.concurrent.TimeUnit;
 import java.util.concurrent.atomic.AtomicInteger;
 import java.util.function.BooleanSupplier;
 import java.util.stream.IntStream;
+import java.util.stream.Stream;
 import org.junit.jupiter.api.AfterEach;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
@@ -26,7 +32,11 @@ import org.junit.jupiter.api.io.TempDir;
 class EventProgramTest {
 
     private static final Duration LONG = Duration.ofHours(1);
-    private static final EventProgram.Patience PATIENT = new EventProgram.Patience(LONG, LONG, LONG);
+    private static final EventProgram.Patience PATIENT = new EventProgram.Patience(LONG, LONG, LONG, LONG);
+
+    /** Waits for no program, and for no dead one. */
+    private static final EventProgram.Patience HASTY =
+            new EventProgram.Patience(Duration.ofMillis(1), LONG, Duration.ofMillis(1), LONG);
 
     /** Variables that every program has, or that the shell of a script makes itself. */
     private static final List<String> OF_THE_SHELL = List.of("PATH", "LC_ALL", "PWD", "OLDPWD", "_", "SHLVL");
@@ -167,7 +177,7 @@ class EventProgramTest {
     void whoTakesTooLongIsEndedWithWhatItStarted() throws IOException {
         program("sleep 100000 & echo $! >child; (sleep 100000 & echo $! >grandchild; wait) & "
                 + "echo said; echo $$ >own; wait",
-                new EventProgram.Patience(Duration.ofSeconds(1), LONG, LONG), ProcessBuilder::start);
+                new EventProgram.Patience(Duration.ofSeconds(1), LONG, LONG, LONG), ProcessBuilder::start);
         tell("one");
         await(() -> printed().contains("on-event: said"));
         assertTrue(printed().startsWith("DIR/program has not ended within 1 s and is ended, with what it started, "
@@ -180,6 +190,136 @@ class EventProgramTest {
         }
         tell("two");
         await(() -> printed().contains("in the middle of: two"));
+    }
+
+    /** A program of which a test says what cannot be done with it. */
+    private static class Hindered extends Process {
+        private final Process real;
+
+        Hindered(Process real) {
+            this.real = real;
+        }
+
+        @Override
+        public OutputStream getOutputStream() {
+            return real.getOutputStream();
+        }
+
+        @Override
+        public InputStream getInputStream() {
+            return real.getInputStream();
+        }
+
+        @Override
+        public InputStream getErrorStream() {
+            return real.getErrorStream();
+        }
+
+        @Override
+        public int waitFor() throws InterruptedException {
+            return real.waitFor();
+        }
+
+        @Override
+        public boolean waitFor(long time, TimeUnit unit) throws InterruptedException {
+            return real.waitFor(time, unit);
+        }
+
+        @Override
+        public int exitValue() {
+            return real.exitValue();
+        }
+
+        @Override
+        public void destroy() {
+            real.destroy();
+        }
+
+        @Override
+        public Process destroyForcibly() {
+            return real.destroyForcibly();
+        }
+
+        @Override
+        public Stream<ProcessHandle> descendants() {
+            return real.descendants();
+        }
+    }
+
+    @Test
+    void whoTakesTooLongIsEndedAlsoWhereItsOwnProgramsCannotBeLookedFor() throws IOException {
+        program("exec sleep 100000",
+                new EventProgram.Patience(Duration.ofMillis(1), LONG, LONG, LONG),
+                described -> new Hindered(described.start()) {
+                    @Override
+                    public Stream<ProcessHandle> descendants() {
+                        throw new RuntimeException("Too many open files");
+                    }
+                });
+        tell("one", "two");
+        await(() -> printed().lines().count() == 4);
+        assertEquals("DIR/program has not ended within 0 s and is ended, with what it started, in the middle of: one\n"
+                + "DIR/program or what it started may go on, as what it started cannot be looked for: "
+                + "Too many open files\n", printed().lines().limit(2).map(line -> line + "\n").collect(joining()));
+    }
+
+    @Test
+    void aProgramThatCannotBeKilledHoldsUpNoOther() throws IOException {
+        List<Process> started = new CopyOnWriteArrayList<>();
+        program("exec sleep 100000", HASTY, described -> {
+            started.add(described.start());
+            return new Hindered(started.get(started.size() - 1)) {
+                @Override
+                public Process destroyForcibly() {
+                    return this;
+                }
+            };
+        });
+        tell("one", "two");
+        await(() -> printed().lines().count() == 4);
+        assertEquals("DIR/program or what it started may go on, as it is not dead 0 s later",
+                printed().lines().toList().get(1));
+        started.forEach(Process::destroyForcibly);
+    }
+
+    @Test
+    void aFailureThatNobodyExpectedCostsOnePieceOfNews() throws IOException {
+        List<Process> started = new CopyOnWriteArrayList<>();
+        AtomicInteger starts = new AtomicInteger();
+        program("echo \"$LUMETRA_MESSAGE\" >>order; exec sleep 100000", PATIENT, described -> {
+            switch (starts.incrementAndGet()) {
+                case 1 -> throw new IllegalStateException("one failed");
+                case 2 -> throw new StackOverflowError("two failed");
+                case 3 -> {
+                    started.add(described.start());
+                    return new Hindered(started.get(0)) {
+                        private boolean hasFailed;
+
+                        @Override
+                        public boolean waitFor(long time, TimeUnit unit) throws InterruptedException {
+                            if (!hasFailed) {
+                                hasFailed = true;
+                                throw new OutOfMemoryError("three failed");
+                            }
+                            return super.waitFor(time, unit);
+                        }
+                    };
+                }
+                default -> {
+                    started.add(described.start());
+                    return started.get(1);
+                }
+            }
+        });
+        tell("1", "2", "3", "4");
+        await(() -> content("order").endsWith("4\n"));
+        started.get(1).destroyForcibly();
+        await(() -> !started.get(0).isAlive());
+        assertEquals("Not told to DIR/program, as of java.lang.IllegalStateException: one failed: 1\n"
+                + "Not told to DIR/program, as of java.lang.StackOverflowError: two failed: 2\n"
+                + "DIR/program cannot be attended to and is ended, in the middle of: 3: "
+                + "java.lang.OutOfMemoryError: three failed\n",
+                printed().lines().limit(3).map(line -> line + "\n").collect(joining()));
     }
 
     /** Ended, and not yet fetched by whoever inherited it. */
@@ -219,7 +359,7 @@ class EventProgramTest {
     @Test
     void whatCannotBeStartedForNowIsTriedAgainAndKeepsItsPlace() throws IOException {
         AtomicInteger starts = new AtomicInteger();
-        EventProgram.Patience eager = new EventProgram.Patience(LONG, Duration.ofMillis(1), LONG);
+        EventProgram.Patience eager = new EventProgram.Patience(LONG, Duration.ofMillis(1), LONG, LONG);
         program("echo \"$LUMETRA_MESSAGE\" >>order", eager, described -> {
             switch (starts.incrementAndGet()) {
                 case 1, 2 -> throw new IOException("Cannot run \"x\": error=11, Resource temporarily unavailable");
@@ -275,7 +415,7 @@ class EventProgramTest {
 
     @Test
     void whatTheEndHasNoTimeForIsTold() throws IOException {
-        program("echo $$ >own; exec sleep 100000", new EventProgram.Patience(LONG, LONG, Duration.ofMillis(500)),
+        program("echo $$ >own; exec sleep 100000", new EventProgram.Patience(LONG, LONG, LONG, Duration.ofMillis(500)),
                 ProcessBuilder::start);
         tell("one", "two");
         await(() -> content("own").endsWith("\n"));
