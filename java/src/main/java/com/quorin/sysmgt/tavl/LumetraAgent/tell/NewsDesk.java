@@ -83,8 +83,11 @@ final class NewsDesk {
     private Map<Event.Subject, Boolean> atLimit = Map.of();
     /** Whose limit was told since. */
     private final Set<Event.Subject> toldAtLimit = new HashSet<>();
-    /** What is at its limit in the first cycle was found there; a disk that comes later and is full has reached it. */
-    private boolean isFirstCycle = true;
+    /**
+     * Whether a cycle was taken up. What is at its limit in the first that is seen was found there, be it the first of
+     * the run or not; a disk that comes later and is full has reached it.
+     */
+    private boolean knowsACycle;
     private long lastEnded;
     private long clockSteps;
     private volatile long lastSerial;
@@ -123,12 +126,12 @@ final class NewsDesk {
             return;
         }
         Map<Key, Event> now = eventsBefore(serial);
-        isFirstCycle = publication.cycles() <= 1;
         followClock(publication.state().map(state -> state.cycle().clockSteps()).orElse(0L));
         new Edition(publication.state().orElse(null), now).tell();
         synchronized (waiting) {
             now.keySet().forEach(key -> waiting.computeIfPresent(key, (same, one) -> one.after(serial)));
         }
+        knowsACycle |= publication.cycles() > 0;
         lastSerial = serial;
     }
 
@@ -260,7 +263,7 @@ final class NewsDesk {
             Map<Event.Subject, Boolean> seen = new HashMap<>();
             resources.forEach((subject, resource) -> {
                 seen.put(subject, isAtLimit(resource));
-                if (isAtLimit(resource) && !isFirstCycle) {
+                if (isAtLimit(resource) && knowsACycle) {
                     tellLimit(new Event.LimitReached(Event.Moment.of(Instant.ofEpochSecond(state.cycle().time())),
                             Event.Type.UPPER_TOLERANCE, subject, limit(resource)));
                 }

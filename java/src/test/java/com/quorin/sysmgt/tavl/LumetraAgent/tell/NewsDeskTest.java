@@ -257,6 +257,31 @@ class NewsDeskTest {
     }
 
     @Test
+    void whatIsAtItsLimitInTheFirstCycleThatIsSeenWasFoundThere() {
+        desk.take(new Publication(1, 0, Optional.of(GivenResource.state(now, disk(0)))));
+        cycles = 6; // those before were passed over
+        assertEquals(List.of(), cycle(full()));
+        cycle(disk(0));
+        assertEquals(List.of(DISK + " has reached its limit of 100.00 %"), cycle(full()));
+    }
+
+    @Test
+    void whatIsAtItsLimitInAFirstCycleThatIsHandedOverAgainWasFoundThere() {
+        List<String> told = new ArrayList<>();
+        desk = new NewsDesk(one -> {
+            told.add(one.sentence());
+            if (told.size() == 1) {
+                throw new OutOfMemoryError("no");
+            }
+        }, (name, instance) -> null, Duration.ZERO, known -> cycles);
+        failure("a");
+        Publication first = new Publication(1, 1, Optional.of(GivenResource.state(now, full())));
+        assertThrows(OutOfMemoryError.class, () -> desk.take(first));
+        desk.take(first);
+        assertEquals(List.of("a", "a"), told);
+    }
+
+    @Test
     void theLowerLimitIsNamedWhereItIsTheOne() {
         cycle(disk(0));
         GivenResource low = full();
