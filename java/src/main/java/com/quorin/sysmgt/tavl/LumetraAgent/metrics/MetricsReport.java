@@ -100,6 +100,9 @@ final class MetricsReport {
             case AT_LIMIT -> 0;
             case UNREADABLE, COLLECTING, ABSENT, NO_LIMIT -> NONE;
             case NO_EXHAUSTION, FORECAST, PENDING, STALE -> {
+                if (snapshot.measures().atLimit().contains(r.id())) {
+                    yield 0; // an agent that stalls, as on a full machine, makes no room
+                }
                 if (r.forecast().forecastAt() == null || newest == null) {
                     yield NONE;
                 }

@@ -12,6 +12,7 @@ import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
 import java.io.IOException;
 import java.util.List;
 import java.util.Map;
+import java.util.Set;
 
 /**
  * Everything the overview shows, as of one cycle. Immutable. The components' names are those of the JSON.
@@ -28,8 +29,10 @@ public record Snapshot(Agent agent, List<Resource> resources, List<LeftOut> left
      * @param cycleSeconds duration of all cycles together
      * @param archiveBytes the archive's size
      * @param keys         the resources as events name them, by number
+     * @param atLimit      the numbers of those that were at their limit in the newest cycle, however old that is
      */
-    public record Measures(double cycleSeconds, long archiveBytes, Map<Integer, TrendReader.Resource> keys) {}
+    public record Measures(double cycleSeconds, long archiveBytes, Map<Integer, TrendReader.Resource> keys,
+            Set<Integer> atLimit) {}
 
     /**
      * The agent itself. Times are seconds since the epoch. Those from the period on are 0 and null until the agent
@@ -184,7 +187,7 @@ public record Snapshot(Agent agent, List<Resource> resources, List<LeftOut> left
     /** The JSON has no measures, and that of an older agent does not say what it leaves out. */
     public Snapshot {
         leftOut = leftOut == null ? List.of() : leftOut;
-        measures = measures == null ? new Measures(0, 0, Map.of()) : measures;
+        measures = measures == null ? new Measures(0, 0, Map.of(), Set.of()) : measures;
     }
 
     /** A snapshot of an agent that watches all and has measured nothing of itself. */

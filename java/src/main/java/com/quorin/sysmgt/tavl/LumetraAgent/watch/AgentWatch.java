@@ -193,7 +193,7 @@ public final class AgentWatch implements AgentView, Consumer<Publication> {
 
     private Snapshot.Measures measures() {
         return state == null ? null : new Snapshot.Measures(
-                state.cycle().total(), Math.max(0, state.archive().bytes()), fleet.keys());
+                state.cycle().total(), Math.max(0, state.archive().bytes()), fleet.keys(), fleet.atLimit());
     }
 
     private long epochSeconds() {

@@ -13,6 +13,7 @@ import java.util.Comparator;
 import java.util.HashMap;
 import java.util.List;
 import java.util.Map;
+import java.util.Set;
 import java.util.function.BiFunction;
 import java.util.stream.Collectors;
 
@@ -111,6 +112,14 @@ final class WatchedFleet {
                 .collect(Collectors.toUnmodifiableMap(Map.Entry::getKey, e -> e.getValue().names().key()));
     }
 
+    /** The numbers of the resources that were at their limit in the newest cycle. */
+    Set<Integer> atLimit() {
+        return all.entrySet().stream()
+                .filter(e -> e.getValue().newest() != null
+                        && ResourceJudge.state(judged(e.getValue(), false)) == ResourceState.AT_LIMIT)
+                .map(Map.Entry::getKey).collect(Collectors.toUnmodifiableSet());
+    }
+
     /** Whether a forecast says something of now: the agent makes one in every cycle. */
     boolean counts(RunResource.Forecast forecast) {
         double patience = Math.max(FORECAST_COUNTS_SECONDS, AgentWatch.STALE_PERIODS * state.secondsPerCycle());
@@ -127,15 +136,18 @@ final class WatchedFleet {
     }
 
     private Snapshot.Resource row(WatchedResource r, boolean stale, Snapshot.Track track) {
-        RunResource newest = r.newest();
-        ResourceFacts facts = ResourceFacts.of(newest);
-        ResourceJudge.Case c = new ResourceJudge.Case(facts, isPresent(r), r.hasBeenRead(), stale,
-                counts(newest.forecast()) ? newest.forecast() : null, state.settings().neededSamples());
+        ResourceJudge.Case c = judged(r, stale);
         ResourceState standing = ResourceJudge.state(c);
-        return new Snapshot.Resource(r.names().shown(), reading(r, facts, standing),
+        return new Snapshot.Resource(r.names().shown(), reading(r, c.facts(), standing),
                 new Snapshot.Standing(standing, ResourceJudge.words(c), ResourceJudge.note(c),
-                        newest.reason().words()),
+                        r.newest().reason().words()),
                 forecast(c, standing), track);
+    }
+
+    private ResourceJudge.Case judged(WatchedResource r, boolean stale) {
+        RunResource newest = r.newest();
+        return new ResourceJudge.Case(ResourceFacts.of(newest), isPresent(r), r.hasBeenRead(), stale,
+                counts(newest.forecast()) ? newest.forecast() : null, state.settings().neededSamples());
     }
 
     private Snapshot.Reading reading(WatchedResource r, ResourceFacts facts, ResourceState standing) {

@@ -16,9 +16,11 @@ import java.nio.charset.StandardCharsets;
 import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.HashMap;
+import java.util.HashSet;
 import java.util.List;
 import java.util.Map;
 import java.util.Random;
+import java.util.Set;
 import java.util.stream.Collectors;
 import java.util.stream.DoubleStream;
 import org.junit.jupiter.api.Test;
@@ -35,6 +37,7 @@ class MetricsReportTest {
     private final MetricsNames names = new MetricsNames();
     private final List<Snapshot.Resource> rows = new ArrayList<>();
     private final Map<Integer, TrendReader.Resource> keys = new HashMap<>();
+    private final Set<Integer> atLimit = new HashSet<>();
     private final List<Snapshot.LeftOut> leftOut = new ArrayList<>();
 
     private void row(int id, String name, String device, String mountpoint, ResourceState state,
@@ -56,7 +59,7 @@ class MetricsReportTest {
     private String write(MetricsFormat format) {
         Snapshot.Agent agent = new Snapshot.Agent("1.0", "/home", 9000, 10_001, true, false, 4, NEWEST,
                 5.0, 200, 0, 24, null, 0);
-        Snapshot snapshot = new Snapshot(agent, rows, leftOut, new Snapshot.Measures(0.75, 4096, keys));
+        Snapshot snapshot = new Snapshot(agent, rows, leftOut, new Snapshot.Measures(0.75, 4096, keys, atLimit));
         ByteArrayOutputStream out = new ByteArrayOutputStream();
         MetricsReport.write(new MetricsText(format, out), snapshot, events, names);
         return out.toString(StandardCharsets.UTF_8);
@@ -165,6 +168,19 @@ class MetricsReportTest {
             ResourceState state, Long forecastAt, Long exhaustionAt, String expected) {
         disk(state, forecastAt, exhaustionAt);
         assertEquals(expected, value("lumetra_resource_time_to_exhaustion_seconds{" + DISK + "}"));
+    }
+
+    @Test
+    void whatWasAtItsLimitWhenTheAgentStalledIsAtItsLimitStill() {
+        disk(ResourceState.STALE, NEWEST, NEWEST + 3600);
+        row(8, "Swap", null, null, ResourceState.STALE, NEWEST, NEWEST + 60);
+        row(9, "Tasks", null, null, ResourceState.STALE, null, null);
+        atLimit.addAll(List.of(7, 9));
+        assertEquals("0", value("lumetra_resource_time_to_exhaustion_seconds{" + DISK + "}"));
+        String none = "\",device=\"\",mountpoint=\"\"}";
+        assertEquals("60", value("lumetra_resource_time_to_exhaustion_seconds{resource=\"Swap" + none));
+        assertEquals("0", value("lumetra_resource_time_to_exhaustion_seconds{resource=\"Tasks" + none));
+        assertEquals("1", value("lumetra_resource_state{" + DISK + ",state=\"stale\"}"));
     }
 
     /** The names and labels of all series without the model: it alone changes with a forecast. */

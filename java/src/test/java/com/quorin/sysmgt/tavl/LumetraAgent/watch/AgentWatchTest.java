@@ -31,6 +31,7 @@ import java.nio.file.Path;
 import java.util.List;
 import java.util.Map;
 import java.util.Optional;
+import java.util.Set;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 
@@ -149,6 +150,15 @@ class AgentWatchTest {
         assertTrue(agent().stale());
         assertEquals(1, agent().cycles());
         assertEquals(ResourceState.STALE, only().state());
+    }
+
+    @Test
+    void whatIsAtItsLimitIsAmongTheMeasuresAlsoOfAnAgentThatStalls() {
+        swap.reached = RunResource.Reached.UPPER;
+        cycle(1, START, swap);
+        nanos += 100 * SECOND;
+        assertEquals(ResourceState.STALE, only().state());
+        assertEquals(Set.of(3), watch.snapshot().measures().atLimit());
     }
 
     @Test
@@ -321,7 +331,7 @@ class AgentWatchTest {
     @Test
     void theAgentsOwnMeasuresAreInTheSnapshotButNotInTheJson() throws IOException {
         cycle(1, START, swap);
-        assertEquals(new Snapshot.Measures(6.5, 4096, Map.of(3, new TrendReader.Resource("Swap", "_Total"))),
+        assertEquals(new Snapshot.Measures(6.5, 4096, Map.of(3, new TrendReader.Resource("Swap", "_Total")), Set.of()),
                 watch.snapshot().measures());
         assertFalse(new ObjectMapper().writeValueAsString(watch.snapshot()).contains("measures"));
     }

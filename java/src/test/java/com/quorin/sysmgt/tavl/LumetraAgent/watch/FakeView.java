@@ -17,6 +17,7 @@ import java.io.UncheckedIOException;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.Optional;
+import java.util.Set;
 import java.util.stream.Collectors;
 
 /** An agent that shows what a test puts into it. */
@@ -66,7 +67,7 @@ public class FakeView implements AgentView {
                         LeftOutKind.UNREADABLE, "unclear")),
                 new Snapshot.Measures(0, 0, resources.stream().collect(Collectors.toMap(Snapshot.Resource::id,
                         r -> new TrendReader.Resource(r.identity().resource(), r.identity().instance()),
-                        (first, second) -> first))));
+                        (first, second) -> first)), Set.of()));
     }
 
     public static Event failure(long epochSeconds, String message) {

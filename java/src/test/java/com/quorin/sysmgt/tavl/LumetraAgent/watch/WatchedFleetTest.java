@@ -13,6 +13,7 @@ import com.quorin.sysmgt.tavl.LumetraAgent.resource.RunState;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Snapshot;
 import java.util.List;
 import java.util.Map;
+import java.util.Set;
 import java.util.stream.Collectors;
 import java.util.stream.IntStream;
 import org.junit.jupiter.api.Test;
@@ -159,6 +160,25 @@ class WatchedFleetTest {
         stale = true;
         assertEquals(ResourceState.STALE, row(3).state());
         assertEquals(50.0, row(3).reading().value());
+    }
+
+    @Test
+    void whatIsAtItsLimitStaysSoWhileTheAgentIsStaleAndNoLonger() {
+        disk.reached = RunResource.Reached.UPPER;
+        GivenResource unread = GivenResource.disk(6, "/dev/vdb", "/b");
+        unread.reached = RunResource.Reached.UPPER;
+        unread.isRead = false;
+        GivenResource gone = GivenResource.disk(7, "/dev/vdc", "/c");
+        gone.reached = RunResource.Reached.UPPER;
+        cycle(1, swap, gone);
+        assertEquals(Set.of(7), fleet.atLimit());
+        cycle(2, swap, disk, unread);
+        stale = true;
+        assertEquals(ResourceState.STALE, row(5).state());
+        assertEquals(Set.of(5), fleet.atLimit());
+        disk.reached = RunResource.Reached.NONE;
+        cycle(3, swap, disk);
+        assertEquals(Set.of(), fleet.atLimit());
     }
 
     @Test
