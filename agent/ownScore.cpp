@@ -48,9 +48,13 @@ void moveAll(std::int64_t seconds) {
 }
 
 void keepEnded(const Link& link, const Episode& episode) {
-    scores->ended.push_back({++scores->numbers, link.RID, std::string(link.NameIs.view()),
+    scores->ended.push_back({++scores->numbers, scores->cycle, link.RID, std::string(link.NameIs.view()),
                              std::string(link.Descriptor1.view()), episode});
-    if (scores->ended.size() > endedEpisodesKept)
+}
+
+void dropOldEnded() {
+    const std::int64_t newestDropped = scores->cycle - endedCyclesKept;
+    while (scores->ended.size() > endedEpisodesKept && scores->ended.front().cycle <= newestDropped)
         scores->ended.pop_front();
 }
 
@@ -69,6 +73,7 @@ void keepOwnScore(const Clasp& clasp) {
         if (const auto ended = kept.score.take(observe(*link)))
             keepEnded(*link, *ended);
     }
+    dropOldEnded();
     std::erase_if(scores->byRid, [](const auto& entry) { return entry.second.cycle != scores->cycle; });
 }
 

@@ -18,7 +18,9 @@
 #include <gmock/gmock.h>
 #include <limits>
 #include <memory>
+#include <numeric>
 #include <thread>
+#include <vector>
 
 namespace obrin::test {
 namespace {
@@ -484,6 +486,39 @@ TEST_F(HostFeed, OfTheEpisodesThatEndedTheNewestAreKept) {
     ASSERT_EQ(state.ended.size(), endedEpisodesKept);
     EXPECT_EQ(state.ended.back().number, before + 100);
     EXPECT_EQ(state.ended.front().number, before + 37);
+}
+
+TEST_F(HostFeed, EpisodesThatEndTogetherAreAllPublishedHoweverMany) {
+    constexpr std::int32_t many = 140;
+    std::vector<Link*> links;
+    for (std::int32_t i = 0; i < many; ++i) {
+        links.push_back(add(disk("/dev/a /a")));
+        push(links.back(), 1000, 50);
+    }
+    std::int64_t cycle = 0;
+    const auto publishAt = [&](std::int32_t time, double hours) {
+        for (Link* link : links)
+            foresee(link, time, 50, hours);
+        return published({++cycle});
+    };
+    published();
+    const std::int64_t before = endedEpisodes().empty() ? 0 : endedEpisodes().back().number;
+    const auto numbers = [&](const FedState& state) {
+        std::vector<std::int64_t> found;
+        for (const FedEnded& one : state.ended)
+            if (one.number > before)
+                found.push_back(one.number - before);
+        return found;
+    };
+    std::vector<std::int64_t> all(many);
+    std::iota(all.begin(), all.end(), 1);
+    publishAt(1060, 2);
+    EXPECT_EQ(numbers(publishAt(1120, 0)), all);
+    for (std::int32_t later = 1; later < endedCyclesKept; ++later)
+        EXPECT_EQ(numbers(publishAt(1120 + 60 * later, 0)), all) << "for a reader that missed it";
+    const FedState state = publishAt(3000, 0);
+    ASSERT_EQ(state.ended.size(), endedEpisodesKept);
+    EXPECT_EQ(state.ended.back().number, before + many);
 }
 
 TEST_F(HostFeed, ADiskThatIsGoneTakesItsOpenEpisodeWithIt) {
