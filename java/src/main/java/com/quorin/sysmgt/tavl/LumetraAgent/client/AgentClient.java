@@ -15,11 +15,15 @@ import java.net.ProtocolException;
 import java.net.URI;
 import java.net.http.HttpClient;
 import java.net.http.HttpConnectTimeoutException;
+import java.net.http.HttpHeaders;
 import java.net.http.HttpRequest;
 import java.net.http.HttpResponse;
 import java.net.http.HttpTimeoutException;
 import java.nio.channels.UnresolvedAddressException;
+import java.time.DateTimeException;
 import java.time.Duration;
+import java.time.Instant;
+import java.time.format.DateTimeFormatter;
 import java.util.Objects;
 import java.util.concurrent.ExecutionException;
 import java.util.concurrent.Future;
@@ -39,8 +43,15 @@ final class AgentClient {
             .enable(DeserializationFeature.FAIL_ON_TRAILING_TOKENS)
             .enable(DeserializationFeature.READ_UNKNOWN_ENUM_VALUES_AS_NULL);
 
-    /** An answer, as it came and what it means. */
-    record Overview(JsonNode json, Snapshot snapshot) {}
+    /**
+     * An answer, as it came and what it means.
+     *
+     * @param now the present by the clock of the agent's machine; that of this one may differ by hours
+     */
+    record Overview(JsonNode json, Snapshot snapshot, Instant now) {}
+
+    /** An answer as it came, and when it was sent. */
+    private record Answer(JsonNode json, Instant date) {}
 
     static {
         // a second attempt would replace the reason why the first one failed
@@ -76,13 +87,13 @@ final class AgentClient {
     }
 
     Overview overview() throws Failed {
-        JsonNode json = get("api/v1/resources", patience);
-        Snapshot snapshot = as(Snapshot.class, json);
+        Answer answer = ask("api/v1/resources", patience);
+        Snapshot snapshot = as(Snapshot.class, answer.json);
         if (snapshot.agent() == null || snapshot.resources() == null
                 || snapshot.resources().stream().anyMatch(Objects::isNull)) {
             throw stranger("its answer is not the list of resources");
         }
-        return new Overview(json, snapshot);
+        return new Overview(answer.json, snapshot, answer.date);
     }
 
     TrendView trend(int id) throws Failed {
@@ -122,6 +133,10 @@ final class AgentClient {
     }
 
     private JsonNode get(String path, int timeoutSeconds) throws Failed {
+        return ask(path, timeoutSeconds).json;
+    }
+
+    private Answer ask(String path, int timeoutSeconds) throws Failed {
         try {
             return await(Background.start("lumetra-client", () -> fetch(page.resolve(path), timeoutSeconds)));
         } catch (TimeoutException e) {
@@ -135,7 +150,7 @@ final class AgentClient {
     }
 
     /** Says that it waits, to whoever is watching, when an answer takes longer than a moment. */
-    private JsonNode await(Future<JsonNode> task)
+    private Answer await(Future<Answer> task)
             throws InterruptedException, ExecutionException, TimeoutException {
         try {
             return task.get(1, TimeUnit.SECONDS);
@@ -184,7 +199,7 @@ final class AgentClient {
         return Failed.once("what answers at " + page + " is no Lumetra Agent: " + why);
     }
 
-    private JsonNode fetch(URI address, int timeoutSeconds) throws IOException, InterruptedException, Failed {
+    private Answer fetch(URI address, int timeoutSeconds) throws IOException, InterruptedException, Failed {
         HttpRequest request = HttpRequest.newBuilder(address).timeout(Duration.ofSeconds(timeoutSeconds))
                 .header("Accept", "application/json").build();
         HttpResponse<InputStream> answer = http.send(request, HttpResponse.BodyHandlers.ofInputStream());
@@ -195,7 +210,17 @@ final class AgentClient {
             if (!answer.headers().firstValue("Content-Type").orElse("").startsWith("application/json")) {
                 throw stranger("its answer is no JSON");
             }
-            return parse(read(body));
+            return new Answer(parse(read(body)), date(answer.headers()));
+        }
+    }
+
+    /** When an answer was sent; without a date that can be read, by the clock here. */
+    private static Instant date(HttpHeaders headers) {
+        try {
+            return headers.firstValue("Date").map(DateTimeFormatter.RFC_1123_DATE_TIME::parse).map(Instant::from)
+                    .orElseGet(Instant::now);
+        } catch (DateTimeException e) {
+            return Instant.now();
         }
     }
 

@@ -11,7 +11,6 @@ import com.quorin.sysmgt.tavl.LumetraAgent.text.Program;
 import java.io.IOException;
 import java.io.PrintStream;
 import java.net.URI;
-import java.time.Instant;
 import java.time.LocalTime;
 import java.time.temporal.ChronoUnit;
 import java.util.ArrayList;
@@ -104,7 +103,7 @@ public final class StatusCommand implements Callable<Integer> {
         if (skipped) {
             return StatusTable.skipped(overview.snapshot().leftOut());
         }
-        List<String> lines = new StatusTable(terminal).lines(overview.snapshot(), page, Instant.now());
+        List<String> lines = new StatusTable(terminal).lines(overview.snapshot(), page, overview.now());
         largestUsers(overview.snapshot()).ifPresent(line -> lines.add(lines.size() - AGENT_LINES, line));
         return lines;
     }

@@ -31,6 +31,7 @@ public final class StatusTable {
     private static final int SHOWN_USERS = 3;
     private static final String GAP = "  ";
     private static final String UNKNOWN = "-";
+    private static final String NOW = "now";
 
     private final Terminal terminal;
 
@@ -42,6 +43,7 @@ public final class StatusTable {
      * The whole status.
      *
      * @param page where it was asked
+     * @param now  the present by the clock of the agent's machine
      */
     List<String> lines(Snapshot snapshot, URI page, Instant now) {
         List<String> lines = new ArrayList<>(table(snapshot, now));
@@ -96,9 +98,12 @@ public final class StatusTable {
 
     /** The line below a row that announces something: what came of earlier announcements. */
     private Optional<String> trackRecord(Snapshot.Resource resource) {
-        boolean isAnnounced = resource.state() == ResourceState.FORECAST || resource.state() == ResourceState.PENDING;
-        return Optional.ofNullable(isAnnounced ? resource.track().trackRecord() : null)
+        return Optional.ofNullable(isAnnounced(resource) ? resource.track().trackRecord() : null)
                 .map(record -> shortened(GAP + Words.printable(record), terminal.columns().orElse(Integer.MAX_VALUE)));
+    }
+
+    private static boolean isAnnounced(Snapshot.Resource resource) {
+        return resource.state() == ResourceState.FORECAST || resource.state() == ResourceState.PENDING;
     }
 
     private List<String> cells(Snapshot.Resource resource, Snapshot.Agent agent, Instant now) {
@@ -109,7 +114,7 @@ public final class StatusTable {
         }
         return List.of(shortened(Words.printable(resource.identity().resource()), LONGEST_NAME),
                 Words.printable(resource.identity().instance()), percent(resource.reading().value()), state,
-                exhaustion(forecast, now), orUnknown(forecast.model()), percent(forecast.notificationLevel()));
+                exhaustion(resource, now), orUnknown(forecast.model()), percent(forecast.notificationLevel()));
     }
 
     private static String orUnknown(String text) {
@@ -120,13 +125,18 @@ public final class StatusTable {
         return value == null ? UNKNOWN : String.format(Locale.ROOT, "%.2f %%", value);
     }
 
-    private static String exhaustion(Snapshot.Forecast forecast, Instant now) {
-        if (forecast.secondsToExhaustion() == null) {
+    /** In the words of the page: only what is forecast now counts down, not what was before the agent stalled. */
+    private static String exhaustion(Snapshot.Resource resource, Instant now) {
+        if (resource.state() == ResourceState.AT_LIMIT) {
+            return NOW;
+        }
+        Snapshot.Forecast forecast = resource.forecast();
+        if (!isAnnounced(resource) || forecast.secondsToExhaustion() == null) {
             return UNKNOWN;
         }
         double left = forecast.exhaustionAt() == null ? forecast.secondsToExhaustion()
                 : forecast.exhaustionAt() - now.getEpochSecond();
-        return left <= 0 ? "now" : "in about " + Words.ofDuration(Duration.ofSeconds((long) left));
+        return left <= 0 ? NOW : "in about " + Words.ofDuration(Duration.ofSeconds((long) left));
     }
 
     /** The columns' widths; the instances make room when a line would be too long. */

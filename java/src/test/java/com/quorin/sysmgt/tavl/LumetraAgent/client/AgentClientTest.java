@@ -2,6 +2,7 @@ package com.quorin.sysmgt.tavl.LumetraAgent.client;
 
 import static org.junit.jupiter.api.Assertions.assertArrayEquals;
 import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
@@ -17,6 +18,7 @@ import java.net.ServerSocket;
 import java.net.Socket;
 import java.net.URI;
 import java.nio.charset.StandardCharsets;
+import java.time.Instant;
 import java.util.List;
 import org.junit.jupiter.api.AfterEach;
 import org.junit.jupiter.api.BeforeEach;
@@ -72,6 +74,36 @@ class AgentClientTest {
         TrendView trend = client.trend(7);
         assertArrayEquals(view.trend.samples().times(), trend.samples().times());
         assertArrayEquals(view.trend.forecast().values(), trend.forecast().values());
+    }
+
+    @Test
+    void thePresentIsThatOfTheAgentsMachine() throws Exception {
+        assertEquals(Instant.parse("1994-11-06T08:49:37Z"), presentWith("Date: Sun, 06 Nov 1994 08:49:37 GMT\r\n"));
+        for (String none : List.of("", "Date: soon\r\n", "Date: Mon, 06 Nov 1994 08:49:37 GMT\r\n")) {
+            Instant before = Instant.now();
+            assertFalse(presentWith(none).isBefore(before), none);
+        }
+    }
+
+    /** The present that an answer with this header tells. */
+    private Instant presentWith(String header) throws Exception {
+        byte[] json = FakeView.json(view.snapshot);
+        try (ServerSocket listening = new ServerSocket(0, 1, InetAddress.getLoopbackAddress())) {
+            Thread thread = new Thread(() -> {
+                try (Socket socket = listening.accept()) {
+                    socket.getInputStream().read();
+                    socket.getOutputStream().write(("HTTP/1.1 200 OK\r\nContent-Type: " + JSON + "\r\n" + header
+                            + "Content-Length: " + json.length + "\r\n\r\n").getBytes(StandardCharsets.US_ASCII));
+                    socket.getOutputStream().write(json);
+                    socket.getInputStream().readAllBytes(); // until the client has gone
+                } catch (IOException e) {
+                    // the client misses its answer
+                }
+            });
+            thread.setDaemon(true);
+            thread.start();
+            return new AgentClient(URI.create("http://127.0.0.1:" + listening.getLocalPort() + "/")).overview().now();
+        }
     }
 
     @Test

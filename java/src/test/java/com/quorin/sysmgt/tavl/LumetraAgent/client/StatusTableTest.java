@@ -120,6 +120,18 @@ class StatusTableTest {
     }
 
     @Test
+    void whatIsAtItsLimitIsExhaustedNowAndOnlyWhatIsForecastNowCountsDown() {
+        for (ResourceState state : ResourceState.values()) {
+            boolean isForecast = state == ResourceState.FORECAST || state == ResourceState.PENDING;
+            String expected = state == ResourceState.AT_LIMIT ? "now" : isForecast ? "in about 8 min" : "-";
+            String line = lines(PIPE, resource(state, "", 480.0, 1480L)).get(1);
+            assertTrue(line.contains("  " + expected + "  "), line);
+        }
+        String without = lines(PIPE, resource(ResourceState.AT_LIMIT, "", null, null)).get(1);
+        assertTrue(without.contains("  now  "), without);
+    }
+
+    @Test
     void everyStateIsShownInWordsWithAndWithoutColour() {
         for (ResourceState state : ResourceState.values()) {
             String plain = lines(PIPE, resource(state, "", null, null)).get(1);
