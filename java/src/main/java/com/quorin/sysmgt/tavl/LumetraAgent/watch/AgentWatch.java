@@ -202,22 +202,29 @@ public final class AgentWatch implements AgentView, Consumer<Publication> {
 
     @Override
     public Optional<TrendView> trend(int id) {
+        long cycle;
         synchronized (this) {
             CachedChart known = charts.get(id);
+            cycle = fleet.cycles(); // which may have passed by when the curves are there
             if (fleet.listed(id) == null) {
                 return Optional.empty();
             }
-            if (known != null && known.cycle == fleet.cycles()) {
+            if (known != null && known.cycle == cycle) {
                 return Optional.of(known.chart);
             }
         }
         Optional<Curves> curves = feed.curves(id); // which takes a lock of the library's: not under this one
         synchronized (this) {
-            return Optional.ofNullable(fleet.listed(id)).map(resource -> chart(id, resource, curves));
+            return Optional.ofNullable(fleet.listed(id)).map(resource -> chart(id, resource, curves, cycle));
         }
     }
 
-    private TrendView chart(int id, WatchedResource resource, Optional<Curves> curves) {
+    /**
+     * Makes a chart.
+     *
+     * @param cycle the newest before the curves were asked for
+     */
+    private TrendView chart(int id, WatchedResource resource, Optional<Curves> curves, long cycle) {
         if (curves.isEmpty() && charts.containsKey(id)) {
             return charts.get(id).chart; // the last that was known of what is gone
         }
@@ -229,7 +236,7 @@ public final class AgentWatch implements AgentView, Consumer<Publication> {
                 .orElseGet(() -> Charts.ofHistory(id, resource.history().between(
                         fleet.windowStart(newest), kept.length() == 0 ? Double.MAX_VALUE : kept.times()[0]),
                         kept, limit));
-        charts.put(id, new CachedChart(fleet.cycles(), chart));
+        charts.put(id, new CachedChart(cycle, chart));
         if (charts.size() > KEPT_CHARTS) {
             charts.remove(charts.keySet().iterator().next());
         }

@@ -267,6 +267,17 @@ class AgentWatchTest {
     }
 
     @Test
+    void aChartThatACycleOvertakesIsNotThatOfTheCycle() {
+        cycle(1, START, swap);
+        giveForecast(START);
+        feed.meanwhile = () -> cycle(2, START + 12, swap);
+        assertEquals(START, watch.trend(3).get().forecastAt());
+        feed.meanwhile = () -> { };
+        giveForecast(START + 12);
+        assertEquals(START + 12, watch.trend(3).get().forecastAt());
+    }
+
+    @Test
     void whatIsGoneLeavesItsLastChart() {
         cycle(1, START, swap);
         giveForecast(START);

@@ -13,6 +13,8 @@ import java.util.Optional;
 final class FakeFeed implements Feed {
 
     final Map<Integer, Curves> curves = new HashMap<>();
+    /** What happens while curves are asked for. */
+    Runnable meanwhile = () -> { };
     /** Whether somebody waits or has waited for a publication. */
     volatile boolean isAwaited;
     private Publication newest;
@@ -51,6 +53,8 @@ final class FakeFeed implements Feed {
 
     @Override
     public Optional<Curves> curves(int id) {
-        return Optional.ofNullable(curves.get(id));
+        Optional<Curves> asked = Optional.ofNullable(curves.get(id));
+        meanwhile.run();
+        return asked;
     }
 }
