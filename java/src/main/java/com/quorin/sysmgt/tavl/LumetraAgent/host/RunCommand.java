@@ -302,7 +302,7 @@ final class RunCommand implements Callable<Integer> {
         publication.state().ifPresent(state -> {
             score.take(state.ended());
             if (publication.cycles() > 0) {
-                score.begin(new ScoreFile.Start(state.cycle().time(), !fresh));
+                score.takeCycle(new ScoreFile.Start(state.cycle().time(), !fresh), state.cycle().clockSteps());
             }
         });
     }

@@ -19,8 +19,12 @@ public final class ScoreBook {
     private final Map<Key, TrackRecord> records = new ConcurrentHashMap<>();
     private final boolean isNew;
     private volatile long since = Long.MAX_VALUE;
+    /** The same without the start of this run. */
+    private long earlier = Long.MAX_VALUE;
+    private ScoreFile.Start start;
+    private long begun;
+    private long clockSteps;
     private long taken;
-    private boolean isStarted;
     private boolean cannotBeWritten;
 
     /**
@@ -37,8 +41,8 @@ public final class ScoreBook {
             complaints.accept("The score of earlier announcements is damaged: " + content.damaged()
                     + (content.damaged() == 1 ? " line was" : " lines were") + " passed over.");
         }
-        content.starts().forEach(start -> since = Math.min(since, start.epochSeconds()));
-        content.histories().forEach(history -> since = Math.min(since, history.from()));
+        content.starts().forEach(known -> goBack(known.epochSeconds()));
+        content.histories().forEach(history -> goBack(history.from()));
         content.episodes().forEach(this::count);
     }
 
@@ -47,13 +51,31 @@ public final class ScoreBook {
         return isNew;
     }
 
-    /** Takes up that a run has completed its first cycle; once. */
-    public synchronized void begin(ScoreFile.Start start) {
-        if (!isStarted) {
-            isStarted = true;
-            since = Math.min(since, start.epochSeconds());
+    /**
+     * Takes up a cycle: the run begins with the first. A clock that is set by more than the run has lasted was wrong
+     * at its beginning, as on a machine that cannot keep the time while it is off; the start is moved then.
+     *
+     * @param cycle when it was, and how the run began
+     * @param steps seconds by which the clock has stepped during the run, all steps together
+     */
+    public synchronized void takeCycle(ScoreFile.Start cycle, long steps) {
+        long step = steps - clockSteps;
+        clockSteps = steps;
+        if (start == null) {
+            begun = cycle.epochSeconds();
+            start = cycle;
             written(file.add(start));
+        } else if (step != 0 && Math.abs(step) > cycle.epochSeconds() - step - begun) {
+            long was = start.epochSeconds();
+            start = new ScoreFile.Start(was + step, start.isResumed());
+            written(file.add(start, was));
         }
+        since = Math.min(earlier, start.epochSeconds());
+    }
+
+    private void goBack(long epochSeconds) {
+        earlier = Math.min(earlier, epochSeconds);
+        since = Math.min(since, earlier);
     }
 
     /** Takes up the newest episodes of the run; those that are known already change nothing. */
@@ -69,7 +91,7 @@ public final class ScoreBook {
 
     /** Takes up that what was before the runs whose starts are known is scored too, from a moment on. */
     public synchronized void scoredFrom(long epochSeconds) {
-        since = Math.min(since, epochSeconds);
+        goBack(epochSeconds);
         written(file.add(new ScoreFile.History(epochSeconds)));
     }
 
@@ -80,7 +102,7 @@ public final class ScoreBook {
     }
 
     private void count(ScoreFile.Scored scored) {
-        since = Math.min(since, scored.episode().onset());
+        goBack(scored.episode().onset());
         records.merge(new Key(scored.resource(), scored.instance()), TrackRecord.NONE.with(scored.episode()),
                 (known, first) -> known.with(scored.episode()));
     }

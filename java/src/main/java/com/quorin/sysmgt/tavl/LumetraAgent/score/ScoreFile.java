@@ -82,6 +82,7 @@ public final class ScoreFile {
                 Optional<Start> start = start(read);
                 Optional<History> history = history(read);
                 Optional<Scored> episode = episode(read);
+                was(read).ifPresent(was -> content.starts.removeIf(old -> old.epochSeconds() == was));
                 start.ifPresent(content.starts::add);
                 history.ifPresent(content.histories::add);
                 episode.ifPresent(content.episodes::add);
@@ -105,6 +106,11 @@ public final class ScoreFile {
         return line.path("type").asText().equals("start") && line.path("epochSeconds").canConvertToLong()
                 ? Optional.of(new Start(line.path("epochSeconds").longValue(), line.path("resumed").asBoolean(true)))
                 : Optional.empty();
+    }
+
+    /** When a start that is said anew was said to have been. */
+    private static Optional<Long> was(JsonNode line) {
+        return line.path("was").canConvertToLong() ? Optional.of(line.path("was").longValue()) : Optional.empty();
     }
 
     private static Optional<History> history(JsonNode line) {
@@ -131,8 +137,17 @@ public final class ScoreFile {
 
     /** Adds a line; false when that cannot be. */
     public boolean add(Start start) {
-        return append(AsciiJson.MAPPER.createObjectNode().put("type", "start").put("epochSeconds", start.epochSeconds())
-                .put("resumed", start.isResumed()));
+        return append(line(start));
+    }
+
+    /** Adds a line for a start that an earlier line has at a moment when the clock was wrong; false likewise. */
+    boolean add(Start start, long was) {
+        return append(line(start).put("was", was));
+    }
+
+    private static ObjectNode line(Start start) {
+        return AsciiJson.MAPPER.createObjectNode().put("type", "start").put("epochSeconds", start.epochSeconds())
+                .put("resumed", start.isResumed());
     }
 
     /** Adds a line; false when that cannot be. */

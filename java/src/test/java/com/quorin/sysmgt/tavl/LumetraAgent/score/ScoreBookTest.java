@@ -39,7 +39,7 @@ class ScoreBookTest {
     void whatIsTakenUpSurvivesARestart() {
         ScoreBook first = book();
         assertTrue(first.isNew());
-        first.begin(new ScoreFile.Start(50, true));
+        first.takeCycle(new ScoreFile.Start(50, true), 0);
         first.take(List.of(ended(1, Outcome.REACHED), ended(2, Outcome.FREED)));
         first.take(List.of(ended(2, Outcome.FREED), ended(3, Outcome.LEVELLED_OFF)));
         ScoreBook second = book();
@@ -74,11 +74,41 @@ class ScoreBookTest {
     }
 
     @Test
-    void aRunBeginsOnce() {
+    void aRunBeginsOnce() throws IOException {
         ScoreBook score = book();
-        score.begin(new ScoreFile.Start(50, true));
-        score.begin(new ScoreFile.Start(60, true));
-        assertEquals(1, new ScoreFile(file()).read().starts().size());
+        score.takeCycle(new ScoreFile.Start(50, true), 0);
+        score.takeCycle(new ScoreFile.Start(60, true), 0);
+        score.takeCycle(new ScoreFile.Start(49, true), 0); // less than a step
+        assertEquals(1, Files.readAllLines(file()).size());
+    }
+
+    @Test
+    void aStartByAClockThatWasWrongIsMovedWithIt() {
+        long day = 86_400;
+        ScoreBook score = book();
+        score.takeCycle(new ScoreFile.Start(1000, true), 0);
+        score.takeCycle(new ScoreFile.Start(1010, true), 0);
+        score.takeCycle(new ScoreFile.Start(1020 + 800 * day, true), 800 * day);
+        assertEquals(1000 + 800 * day, score.since(900 * day));
+        assertEquals(1000 + 800 * day, book().since(900 * day));
+        score.takeCycle(new ScoreFile.Start(1030 + 801 * day, true), 801 * day);
+        assertEquals(1000 + 800 * day, score.since(900 * day), "a machine that slept was there before");
+        assertEquals(List.of(new ScoreFile.Start(1000 + 800 * day, true)), new ScoreFile(file()).read().starts());
+    }
+
+    @Test
+    void aStartByAClockThatWasAheadIsMovedBackAndNoOtherIs() {
+        ScoreBook first = book();
+        first.takeCycle(new ScoreFile.Start(5000, true), 0);
+        first.takeCycle(new ScoreFile.Start(5010, true), 0);
+        ScoreBook second = book();
+        second.takeCycle(new ScoreFile.Start(9000, false), 70);
+        second.takeCycle(new ScoreFile.Start(9010, false), 70);
+        second.takeCycle(new ScoreFile.Start(3020, false), -5930);
+        assertEquals(3000, second.since(10_000));
+        assertEquals(List.of(new ScoreFile.Start(5000, true), new ScoreFile.Start(3000, false)),
+                new ScoreFile(file()).read().starts());
+        assertEquals(3000, book().since(10_000));
     }
 
     @Test
@@ -95,7 +125,7 @@ class ScoreBookTest {
     @Test
     void aLastLineThatADeathToreIsToldAndTakesNoOtherWithIt() throws IOException {
         ScoreBook first = book();
-        first.begin(new ScoreFile.Start(50, true));
+        first.takeCycle(new ScoreFile.Start(50, true), 0);
         first.take(List.of(ended(1, Outcome.REACHED)));
         String whole = Files.readString(file());
         first.take(List.of(ended(2, Outcome.FREED)));
@@ -106,7 +136,7 @@ class ScoreBookTest {
             ScoreBook second = book();
             assertEquals(List.of("The score of earlier announcements is damaged: 1 line was passed over."), complaints);
             assertEquals(1, second.of("Space", "/dev/\u00e9 /a").announcements());
-            second.begin(new ScoreFile.Start(60, true));
+            second.takeCycle(new ScoreFile.Start(60, true), 0);
             second.take(List.of(ended(1, Outcome.FREED)));
             ScoreFile.Content content = new ScoreFile(file()).read();
             assertEquals(List.of(new ScoreFile.Start(50, true), new ScoreFile.Start(60, true)), content.starts());
@@ -131,7 +161,7 @@ class ScoreBookTest {
             assertEquals(text.lines().count(), content.starts().size() + content.histories().size()
                     + content.episodes().size() + content.damaged(), text);
             episodes += content.episodes().size();
-            book().begin(new ScoreFile.Start(60, true));
+            book().takeCycle(new ScoreFile.Start(60, true), 0);
             assertTrue(score.read().starts().contains(new ScoreFile.Start(60, true)), text);
         }
         assertTrue(episodes > 30, "so few were right: " + episodes);
@@ -150,7 +180,7 @@ class ScoreBookTest {
     @Test
     void whatWasBeforeScoreWasKeptCountsFromItsBeginning() {
         ScoreBook score = book();
-        score.begin(new ScoreFile.Start(5000, true));
+        score.takeCycle(new ScoreFile.Start(5000, true), 0);
         score.add(new ScoreFile.Scored("Swap", "", ended(1, Outcome.REACHED).episode()));
         score.scoredFrom(20);
         assertEquals(20, score.since(9000));
