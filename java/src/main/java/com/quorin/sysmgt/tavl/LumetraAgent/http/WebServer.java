@@ -3,9 +3,11 @@ package com.quorin.sysmgt.tavl.LumetraAgent.http;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
 import java.io.IOException;
 import java.io.PrintStream;
+import java.net.Inet4Address;
 import java.net.Inet6Address;
 import java.net.InetAddress;
 import java.net.InetSocketAddress;
+import java.net.StandardProtocolFamily;
 import java.net.StandardSocketOptions;
 import java.net.UnknownHostException;
 import java.nio.channels.SelectionKey;
@@ -76,7 +78,7 @@ public final class WebServer implements AutoCloseable {
         this.complaints = complaints;
         this.times = times;
         answers = new WebAnswers(routes, hosts, this::complain);
-        listener = ServerSocketChannel.open();
+        listener = listener(wanted.getAddress());
         try {
             selector = Selector.open();
             listener.bind(wanted, ACCEPT_BACKLOG);
@@ -121,6 +123,12 @@ public final class WebServer implements AutoCloseable {
             web.close();
             throw e;
         }
+    }
+
+    /** A socket of IPv6 serves both kinds, and to it 0.0.0.0 would be each IPv6 address of the machine as well. */
+    private static ServerSocketChannel listener(InetAddress address) throws IOException {
+        return address instanceof Inet4Address ? ServerSocketChannel.open(StandardProtocolFamily.INET)
+                : ServerSocketChannel.open();
     }
 
     private static Thread thread(Runnable work, String name) {

@@ -8,6 +8,7 @@ import static org.junit.jupiter.api.Assertions.assertNotEquals;
 import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
+import static org.junit.jupiter.api.Assumptions.assumeTrue;
 
 import com.fasterxml.jackson.databind.ObjectMapper;
 import com.quorin.sysmgt.tavl.LumetraAgent.host.AgentRoutes;
@@ -21,6 +22,7 @@ import java.net.ConnectException;
 import java.net.InetAddress;
 import java.net.InetSocketAddress;
 import java.net.JarURLConnection;
+import java.net.ServerSocket;
 import java.net.Socket;
 import java.net.URL;
 import java.nio.channels.SelectionKey;
@@ -314,6 +316,41 @@ class WebServerTest {
                 new PrintStream(complaints, true));
         assertEquals(200, get(RESOURCES).status());
         assertFalse(server.isBroken());
+    }
+
+    @Test
+    void itListensOnTheAddressesThatAreMeantAndOnNoOther() throws IOException {
+        String one = "127.0.0.1";
+        String other = "::1";
+        assertTrue(answers(one, one));
+        assertTrue(answers("0.0.0.0", one));
+        assumeTrue(isThere(other)); // not every machine has IPv6
+        assertFalse(answers(one, other));
+        assertFalse(answers("0.0.0.0", other));
+        assertTrue(answers(other, other));
+        assertFalse(answers(other, one));
+        assertTrue(answers("::", other));
+        assertTrue(answers("::", one));
+    }
+
+    /** Whether a server that listens on the one address answers at the other. */
+    private boolean answers(String address, String asked) throws IOException {
+        try (WebServer other = WebServer.start(new InetSocketAddress(address, 0), AgentRoutes.of(view),
+                new HostCheck(List.of()), System.err);
+                Wire client = new Wire(new InetSocketAddress(asked, other.address().getPort()), asked)) {
+            return client.send("GET " + RESOURCES + " HTTP/1.1\r\nHost: localhost\r\n\r\n").receive().status() == 200;
+        } catch (ConnectException e) {
+            return false;
+        }
+    }
+
+    private static boolean isThere(String address) {
+        try {
+            new ServerSocket(0, 1, InetAddress.getByName(address)).close();
+            return true;
+        } catch (IOException e) {
+            return false;
+        }
     }
 
     @Test
