@@ -28,11 +28,11 @@ async function newPage(browser, options) {
 
 /**
  * Runs a body with a page, and holds afterwards that the console had no error and that every request went to the page's own
- * origin. A test that takes the agent away says so with lossExpected, one that changes more than what is in the document
- * with own.
+ * origin. A test that takes the agent away says so with lossExpected, one that makes the page fail with what the console
+ * says then (failure), one that changes more than what is in the document with own.
  */
 export async function withPage(browser, origin, options, body) {
-  const { lossExpected = false, own = false, ...contextOptions } = options;
+  const { lossExpected = false, failure = null, own = false, ...contextOptions } = options;
   const key = JSON.stringify(contextOptions);
   const page = (!own && idle.get(key)) || await newPage(browser, contextOptions);
   idle.delete(key);
@@ -50,7 +50,7 @@ export async function withPage(browser, origin, options, body) {
     await body(page);
     await page.goto("about:blank");
     const lost = /^Failed to load resource: (net::ERR_|the server responded with a status of 50)/;
-    assert.deepEqual(errors.filter((e) => !(lossExpected && lost.test(e))), [], "console errors");
+    assert.deepEqual(errors.filter((e) => !(lossExpected && lost.test(e)) && !failure?.test(e)), [], "console errors");
     assert.deepEqual(elsewhere, [], "requests elsewhere");
     isUsable = !own && !idle.has(key);
   } finally {

@@ -184,6 +184,21 @@ for kind, answer in json.load(sys.stdin):
         ["/export/volume000", "/export/volume001", "/export/volume002"]);
     });
   });
+
+  test("a search finds the same in a browser whose language has an i of its own", async () => {
+    const world = largeServer(30);
+    world.add({ mountpoint: "/INFO" });
+    await withAgent(world, (agent) => withPage(browser, agent.url, { own: true }, async (page) => {
+      await page.addInitScript(() => {
+        const lowered = String.prototype.toLocaleLowerCase;
+        String.prototype.toLocaleLowerCase = function turkish() { return lowered.call(this, "tr"); };
+      });
+      await open(page, agent.url);
+      assert.equal(await page.evaluate(() => "I".toLocaleLowerCase()), "ı", "the browser has the language");
+      await page.fill("#search", "info");
+      assert.deepEqual(await page.locator(`${ROW} .name`).allTextContents(), ["/INFO"]);
+    }));
+  });
 });
 
 describe("the headline", () => {
@@ -272,10 +287,24 @@ describe("the headline", () => {
     const world = busyServer();
     world.agent.notice = "The disks cannot be listed yet.";
     await withWorld(world, {}, async (page) => {
-      await page.waitForSelector("#banner:not([hidden])");
+      await page.waitForSelector("#banner:not(:empty)");
       assert.equal(await page.textContent("#banner"), "The disks cannot be listed yet.");
       world.agent.notice = null;
       await page.waitForSelector("#banner", { state: "hidden" });
+    });
+  });
+
+  test("has the place for what it cannot do ready before there is anything to say, as screen readers want it", async () => {
+    const world = busyServer();
+    await withWorld(world, {}, async (page) => {
+      const banner = page.locator("#banner");
+      assert.equal(await banner.getAttribute("role"), "status");
+      assert.equal(await banner.evaluate((e) => getComputedStyle(e).display), "block");
+      assert.equal(await banner.evaluate((e) => e.getBoundingClientRect().height), 0);
+      world.agent.notice = "The disks cannot be listed yet.";
+      await look(page);
+      await page.waitForSelector("#banner:not(:empty)");
+      assert.ok(await banner.evaluate((e) => e.getBoundingClientRect().height) > 20);
     });
   });
 
@@ -360,6 +389,40 @@ describe("events", () => {
     });
   });
 
+  test("what comes after the clock was set back is announced, and what was known is not", async () => {
+    const world = busyServer();
+    const event = (r, at) => ({ resource: r.resource, instance: r.instance, type: "upperTolerance", limit: 100, at });
+    const [, , , , , first, second] = world.resources;
+    world.events = [];
+    world.event(event(first, world.now));
+    await withWorld(world, {}, async (page) => {
+      world.event(event(second, world.now - 3600));
+      await look(page);
+      await page.waitForFunction(() => document.querySelectorAll("#event-list li").length === 2);
+      const name = await page.locator("#event-list li:first-child .event-who").textContent();
+      assert.equal(await page.textContent("#announcer"), `New: ${name} reached its limit of 100 %.`);
+      await page.evaluate(() => { document.getElementById("announcer").textContent = ""; });
+      world.events.push(...world.events.map((e) => ({ ...e, type: "innerTolerance" }))); // older ones come into the list again
+      await look(page);
+      await page.waitForFunction(() => document.querySelectorAll("#event-list li").length === 4);
+      assert.equal(await page.textContent("#announcer"), "");
+    });
+  });
+
+  test("the way to them leads there the second time too", async () => {
+    await withWorld(busyServer(), { viewport: { width: 390, height: 600 } }, async (page) => {
+      await page.click("#to-events");
+      const focused = () => page.evaluate(() => document.activeElement.id);
+      await page.waitForFunction(() => document.activeElement.id === "events");
+      await page.evaluate(() => { document.activeElement.blur(); window.scrollTo(0, 0); });
+      await page.locator("#events-fold summary").evaluate((e) => e.click());
+      await page.click("#to-events");
+      assert.equal(await focused(), "events");
+      assert.equal(await page.locator("#events-fold").evaluate((e) => e.open), true);
+      assert.ok(await page.evaluate(() => window.scrollY) > 100);
+    });
+  });
+
   test("each type has its words", async () => {
     const world = new World();
     world.add({ resource: "PercentSwapSpaceUsed" });
@@ -419,6 +482,37 @@ describe("the asking", () => {
       assert.equal(agent.requests.length, from);
       await hide(false);
       await until(() => agent.requests.length > from, "a question");
+    });
+  });
+});
+
+describe("a view that cannot be drawn", () => {
+  const failure = /^TypeError: /;
+
+  test("is told, asked for again as before, and shown once it can be", async () => {
+    await withTurnedWorld(browser, busyServer(), { failure }, async (page, agent, pass) => {
+      const { resources } = agent.world;
+      const { recent } = resources[0];
+      resources[0].recent = null;
+      resources[0].value = 12.5;
+      assert.equal(await pass(), 2000);
+      assert.match(await page.textContent("#banner"), /^This view could not be drawn whole \(TypeError: .*\)\. The page goes on trying\.$/);
+      assert.equal(await pass(), 2000);
+      resources[0].recent = recent;
+      assert.equal(await pass(), 2000);
+      assert.equal(await page.textContent("#banner"), "");
+      assert.equal(await page.locator(`${ROW} .value .number`).first().textContent(), "12.5 %");
+    });
+  });
+
+  test("does not keep what the agent says from being heard", async () => {
+    await withTurnedWorld(browser, busyServer(), { failure, lossExpected: true }, async (page, agent, pass) => {
+      agent.world.resources[0].recent = null;
+      await pass();
+      await agent.vanish();
+      await pass();
+      await pass();
+      assert.match(await page.textContent("#banner"), /^The agent does not answer since /);
     });
   });
 });

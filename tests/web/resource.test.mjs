@@ -1,7 +1,7 @@
 // The view of one resource: chart, figures, culprits, events, collecting.
 import assert from "node:assert/strict";
 import { after, before, describe, test } from "node:test";
-import { columnsOf, distinctPixels, drawn as settled, launch, look, open, pixelsOf, screenshot, withPage } from "./browser.mjs";
+import { columnsOf, distinctPixels, drawn as settled, launch, look, open, pixelsOf, screenshot, turnedClock, withPage } from "./browser.mjs";
 import { withAgent, withTurnedWorld, withWorld as inWorld } from "./support.mjs";
 import { busyServer, FALSE_ALARMS, freshServer, World } from "./world.mjs";
 
@@ -139,6 +139,66 @@ describe("the view of a resource", () => {
       await page.click("#zoom-out");
       assert.equal(await page.isEnabled("#zoom-out"), false);
     }, "#/resource/1");
+  });
+
+  test("a button that has done all it can hands the focus on", async () => {
+    await withWorld(busyServer(), {}, async (page) => {
+      await drawn(page);
+      for (const button of ["#zoom-out", "#zoom-reset", "#whole"]) {
+        await page.click("#zoom-in");
+        await settled(page);
+        await page.focus(button);
+        for (let presses = 0; presses < 10 && await page.isEnabled(button); presses++) {
+          await page.keyboard.press("Enter");
+          await settled(page);
+        }
+        assert.equal(await page.isEnabled(button), false, button);
+        assert.equal(await page.evaluate(() => document.activeElement.id), "zoom-in", `after ${button}`);
+      }
+    }, "#/resource/1");
+  });
+
+  test("a chart's program that is not delivered is asked for again, and all the rest is shown meanwhile", async () => {
+    const world = busyServer();
+    world.announce(world.resources[0], 24, 0.5);
+    await withAgent(world, (agent) => withPage(browser, agent.url, { own: true, lossExpected: true }, async (page) => {
+      let asked = 0;
+      await page.route("**/uPlot.iife.min.js", (route) => {
+        asked += 1;
+        return asked < 3 ? route.abort() : route.continue();
+      });
+      const pass = await turnedClock(page, new Date(world.now * 1000));
+      await open(page, agent.url, "#/resource/1");
+      assert.match(await page.textContent("#chart-summary"),
+        /^The chart's program has not been delivered; the page goes on asking for it\. 600 samples from /);
+      assert.ok((await page.innerText("#facts")).includes("78.4 %"));
+      assert.ok(await page.isVisible("#beside"));
+      assert.equal(await page.textContent("#banner"), "");
+      for (let round = 0; round < 10 && await page.locator("#chart canvas").count() === 0; round++) {
+        assert.equal(await pass(), 2000);
+      }
+      assert.equal(asked, 3);
+      assert.match(await page.textContent("#chart-summary"), /^600 samples from /);
+      assert.ok(await distinctPixels(page) > 30);
+      assert.ok(await distinctPixels(page, "#announcement-chart canvas") > 5);
+    }));
+  });
+
+  test("a browser that cannot draw shows all that is in words, and says what it could not", async () => {
+    const world = busyServer();
+    await withAgent(world, (agent) => withPage(browser, agent.url, { own: true, failure: /^Error: no canvas/ }, async (page) => {
+      await page.addInitScript(() => {
+        HTMLCanvasElement.prototype.getContext = () => { throw new Error("no canvas"); };
+      });
+      const pass = await turnedClock(page, new Date(world.now * 1000));
+      await page.goto(`${agent.url}#/resource/1`);
+      await page.waitForSelector("#banner:not(:empty)");
+      assert.equal(await page.textContent("#banner"), "This view could not be drawn whole (Error: no canvas). The page goes on trying.");
+      assert.match(await page.textContent("#chart-summary"), /^600 samples from /);
+      assert.ok((await page.innerText("#facts")).includes("78.4 %"));
+      assert.ok(await page.isVisible("#beside"));
+      assert.equal(await pass(), 2000);
+    }));
   });
 
   test("shows first what is worth seeing, and the whole forecast on demand", async () => {

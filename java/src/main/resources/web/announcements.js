@@ -1,6 +1,6 @@
 // The small chart of what was announced: the moment of exhaustion over the time at which it was announced.
 
-import { axisStyle, label, stroke, withGaps } from "./chart.js";
+import { axisStyle, canDraw, label, stroke, withGaps } from "./chart.js";
 import { byId, setText, show } from "./dom.js";
 import * as words from "./words.js";
 
@@ -32,7 +32,7 @@ export class AnnouncementChart {
       return;
     }
     setText(byId("announcement-summary"), words.announcementSummary(announcements, now));
-    if (this.#announcements !== announcements) {
+    if (this.#announcements !== announcements || !this.#plot) {
       this.#announcements = announcements;
       if (this.#plot) {
         this.#plot.setData(this.#data());
@@ -56,7 +56,7 @@ export class AnnouncementChart {
   #rebuild() {
     this.#plot?.destroy();
     this.#plot = null;
-    if (this.#announcements) {
+    if (this.#announcements && canDraw()) {
       this.#plot = new window.uPlot(this.#options(), this.#data(), this.#box);
     }
   }

@@ -12,6 +12,7 @@ const HIDDEN_MS = 30000;
 const LONGEST_MS = 30000;
 const MOST_LEFT_OUT = 500; // a list that nobody reads to its end
 const FAILURES_BEFORE_WORDS = 2; // one lost answer is no news
+const EVENTS = "#/events";
 
 const resources = new Feed("api/v1/resources", (d) => Array.isArray(d?.resources) && typeof d.agent === "object");
 const events = new Feed("api/v1/event-groups?limit=100", (d) => Array.isArray(d?.groups));
@@ -25,6 +26,7 @@ let askAgain = false;
 let timer = null;
 let view = { name: "overview", id: null };
 let overviewScroll = 0;
+let undrawn = null; // why the view could not be drawn the last time
 
 function now() {
   return Date.now() / 1000 + resources.clockSkew;
@@ -55,8 +57,8 @@ async function ask() {
     pause = Math.max(pause, Math.min(LONGEST_MS, VISIBLE_MS * 2 ** (failures - 1)), (failure.retryAfter ?? 0) * 1000);
   }
   asking = false;
+  timer = setTimeout(ask, askAgain && failures === 0 ? 0 : pause); // before the drawing, whatever becomes of that
   render();
-  timer = setTimeout(ask, askAgain && failures === 0 ? 0 : pause);
 }
 
 async function loadUsers() {
@@ -83,11 +85,25 @@ function findResource(id) {
   return resources.data?.resources.find((r) => r.id === id) ?? null;
 }
 
-/** Brings the document up to date; what did not change is not touched. */
+/** Brings the document up to date; what did not change is not touched. What cannot be drawn is said, and tried again. */
 function render() {
   performance.clearMarks("lumetra-render");
   performance.clearMeasures("lumetra-render");
   performance.mark("lumetra-render");
+  try {
+    renderPage();
+    undrawn = null;
+  } catch (failure) {
+    if (undrawn !== String(failure)) {
+      console.error(failure);
+    }
+    undrawn = String(failure);
+  }
+  renderBanner();
+  performance.measure("lumetra-render", "lumetra-render");
+}
+
+function renderPage() {
   renderFrame();
   if (resources.data) {
     renderView();
@@ -97,25 +113,31 @@ function render() {
     setText(byId("subline"), "The page tries again every few seconds.");
     show(byId("overview"), true);
   }
-  performance.measure("lumetra-render", "lumetra-render");
+}
+
+function isSilent() {
+  return failures >= FAILURES_BEFORE_WORDS && lastAnswer !== null;
 }
 
 function renderFrame() {
   const data = resources.data;
   const urgent = data ? data.resources.filter(words.isUrgent).length : 0;
-  const silent = failures >= FAILURES_BEFORE_WORDS && lastAnswer !== null;
   const shown = view.name === "resource" ? findResource(view.id) : null;
   const title = `${urgent > 0 ? `(${urgent}) ` : ""}${shown ? `${words.subject(shown)} – ` : ""}Lumetra Agent`;
   if (document.title !== title) {
     document.title = title;
   }
-  const banner = silent
-    ? `The agent does not answer since ${words.moment(lastAnswer, now())}; the page shows what was known then.`
-    : oldNews(data) || words.printable(data?.agent.notice ?? "");
-  setText(byId("banner"), banner);
-  show(byId("banner"), banner !== "");
-  setAttribute(document.body, "data-silent", String(silent));
-  renderPulse(data, silent);
+  setAttribute(document.body, "data-silent", String(isSilent()));
+  renderPulse(data, isSilent());
+}
+
+/** It is never hidden, only empty: screen readers pass over what a hidden place was given before it was shown. */
+function renderBanner() {
+  const data = resources.data;
+  const silence = isSilent()
+    ? `The agent does not answer since ${words.moment(lastAnswer, now())}; the page shows what was known then.` : "";
+  const failure = undrawn === null ? "" : `This view could not be drawn whole (${words.printable(undrawn)}). The page goes on trying.`;
+  setText(byId("banner"), silence || failure || oldNews(data) || words.printable(data?.agent.notice ?? ""));
 }
 
 /** A resource's view has no headline, so it is told there that the agent stands still. */
@@ -197,11 +219,15 @@ function turn() {
     window.scrollTo(0, overviewScroll);
     focusRow(before.id);
   }
-  if (location.hash === "#/events") {
-    byId("events-fold").open = true;
-    byId("events").scrollIntoView();
-    byId("events").focus({ preventScroll: true });
+  if (location.hash === EVENTS) {
+    showEvents();
   }
+}
+
+function showEvents() {
+  byId("events-fold").open = true;
+  byId("events").scrollIntoView();
+  byId("events").focus({ preventScroll: true });
 }
 
 // A browser may scroll to the top before it tells of the new address.
@@ -231,6 +257,11 @@ function onKey(event) {
 byId("skip").addEventListener("click", (event) => {
   event.preventDefault();
   byId("main").focus();
+});
+byId("to-events").addEventListener("click", () => {
+  if (location.hash === EVENTS) {
+    showEvents(); // the address does not change, so nobody else is told
+  }
 });
 byId("search").addEventListener("input", render);
 byId("state-filter").addEventListener("change", render);

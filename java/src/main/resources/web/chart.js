@@ -1,6 +1,6 @@
 // The large chart of one resource: samples, forecast, limit, notification level and now.
 
-import { byId, setText, show } from "./dom.js";
+import { byId, element, setText, show } from "./dom.js";
 import * as words from "./words.js";
 
 const GAP = 5; // times the median distance of two samples
@@ -8,6 +8,21 @@ const FEW = 20; // samples that are shown as points as well, the first one being
 const HEADROOM = 4; // per cent above the limit, for its label
 
 const media = window.matchMedia("(prefers-color-scheme: dark)");
+
+let delivery = null; // of the library, while it is under way
+
+/** Whether there is the library to draw with. One that was not delivered with the page is asked for again. */
+export function canDraw() {
+  if (!window.uPlot && delivery === null) {
+    delivery = element("script", { src: "uPlot.iife.min.js" });
+    ["load", "error"].forEach((end) => delivery.addEventListener(end, () => {
+      delivery.remove();
+      delivery = null;
+    }));
+    document.head.append(delivery);
+  }
+  return Boolean(window.uPlot);
+}
 
 export class Chart {
   #box = byId("chart");
@@ -55,11 +70,12 @@ export class Chart {
   }
 
   #rebuild() {
-    if (!this.#trend) {
+    if (!this.#trend || !canDraw()) {
       return;
     }
     const range = this.#zoomed && this.#plot ? this.#range() : usefulRange(this.#trend);
     this.#plot?.destroy();
+    this.#plot = null;
     this.#plot = new window.uPlot(this.#options(), chartData(this.#trend), this.#box);
     this.#plot.setScale("x", range);
   }
@@ -193,9 +209,9 @@ export class Chart {
 
   #zoomButtons() {
     const isWhole = !this.#plot || isSame(this.#plot.scales.x, wholeRange(this.#trend));
-    byId("zoom-out").disabled = isWhole;
-    byId("whole").disabled = isWhole;
-    byId("zoom-reset").disabled = !this.#zoomed;
+    disable(byId("zoom-out"), isWhole);
+    disable(byId("whole"), isWhole);
+    disable(byId("zoom-reset"), !this.#zoomed);
   }
 
   /** Zooms about now, where samples and forecast meet, as long as it is in sight. */
@@ -215,15 +231,8 @@ export class Chart {
     this.#showTime(usefulRange(this.#trend));
   }
 
-  /** Shows a time; the button that did it is disabled then, so the focus goes to "Zoom in". */
   #showTime(range) {
-    if (this.#plot) {
-      const isUsed = ["zoom-reset", "whole"].includes(document.activeElement?.id);
-      this.#plot.setScale("x", range);
-      if (isUsed) {
-        byId("zoom-in").focus();
-      }
-    }
+    this.#plot?.setScale("x", range);
   }
 
   #toggleFit() {
@@ -233,6 +242,14 @@ export class Chart {
       this.#plot.setScale("x", this.#range());
     }
   }
+}
+
+/** A disabled button has no focus, so the one that a reader has just used hands it on. */
+function disable(button, isDisabled) {
+  if (isDisabled && document.activeElement === button) {
+    byId("zoom-in").focus({ preventScroll: true });
+  }
+  button.disabled = isDisabled;
 }
 
 /** The colours of the present scheme, the font, an axis in both, and the axis of time. */

@@ -1,7 +1,7 @@
 // One resource: its chart, what the agent forecasts of it, who eats it, and its events.
 
 import { AnnouncementChart } from "./announcements.js";
-import { Chart } from "./chart.js";
+import { canDraw, Chart } from "./chart.js";
 import { byId, element, icon, setAttribute, setProgress, setText, setTitle, show } from "./dom.js";
 import { renderOwnEvents } from "./events.js";
 import { Feed, Refusal } from "./feed.js";
@@ -77,18 +77,25 @@ export class Detail {
     this.#renderCollecting(resource, data.agent, now);
     this.#renderFacts(resource, data.agent, now);
     const { trend, culprits, events } = this.#feeds;
-    if (trend.data) {
-      this.#chart.draw(trend.data);
-      this.#announcementChart.draw(trend.data.announcements, now);
-      setText(byId("chart-summary"), words.chartSummary(trend.data, resource, now));
-      this.#renderSamples();
-    } else {
-      setText(byId("chart-summary"), this.#refused ? "The agent cannot give the samples now; the page goes on asking."
-        : "Loading the samples…");
-    }
+    this.#renderSamples();
     show(byId("beside"), this.#loaded); // what is above them may come with the first answers only
     renderCulprits(culprits.data, now);
     renderOwnEvents(events.data?.groups ?? [], now);
+    this.#renderCharts(trend.data, resource, now);
+  }
+
+  /** Comes last: a browser that cannot draw them shows all that is in words. */
+  #renderCharts(trend, resource, now) {
+    if (!trend) {
+      setText(byId("chart-summary"), this.#refused ? "The agent cannot give the samples now; the page goes on asking."
+        : "Loading the samples…");
+      return;
+    }
+    const summary = words.chartSummary(trend, resource, now);
+    setText(byId("chart-summary"), canDraw() ? summary
+      : `The chart's program has not been delivered; the page goes on asking for it. ${summary}`);
+    this.#chart.draw(trend);
+    this.#announcementChart.draw(trend.announcements, now);
   }
 
   #renderLead(resource, agent, now) {

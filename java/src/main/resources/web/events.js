@@ -9,7 +9,7 @@ const QUIET_SECONDS = 600; // the agent repeats a forecast in every cycle; a rea
 const overviewItems = new Map();
 const ownItems = new Map();
 let heardUpTo = null;
-const lastHeard = new Map();
+let lastHeard = new Map(); // of the groups that are listed
 
 /** Which resource an event is about. One of the whole system has no instance here, but its events tell the declared one. */
 function resourceOf(event, resources) {
@@ -88,10 +88,10 @@ function asSentence(text) {
 
 /** Tells a listener what came since the last time; says nothing about what was there at the start. */
 export function announceNew(groups, resources, now) {
-  const newest = groups.length > 0 ? groups[0].event.epochSeconds : 0;
-  const fresh = heardUpTo === null ? [] : groups.filter(isNews);
-  groups.forEach((g) => lastHeard.set(groupKey(g), g.event.epochSeconds));
-  heardUpTo = Math.max(heardUpTo ?? 0, newest);
+  const lastOld = groups.map((g) => lastHeard.get(groupKey(g)) === g.event.epochSeconds).lastIndexOf(true);
+  const fresh = heardUpTo === null ? [] : groups.filter((g, i) => isNews(g, lastOld < 0 ? null : i < lastOld));
+  lastHeard = new Map(groups.map((g) => [groupKey(g), g.event.epochSeconds]));
+  heardUpTo = groups[0]?.event.epochSeconds ?? heardUpTo ?? 0;
   if (fresh.length === 0) {
     return;
   }
@@ -102,8 +102,12 @@ export function announceNew(groups, resources, now) {
   setText(byId("announcer"), `New: ${texts.join(" ")}${fresh.length > 3 ? ` And ${fresh.length - 3} more.` : ""}`);
 }
 
-function isNews(group) {
+/**
+ * What stands above a group that has not changed came after it, whatever its time says: the clock may have been set back.
+ * Without one (null) there is but the time to go by.
+ */
+function isNews(group, isAboveOld) {
   const before = lastHeard.get(groupKey(group));
-  return before === undefined ? group.event.epochSeconds >= heardUpTo
+  return before === undefined ? isAboveOld ?? group.event.epochSeconds >= heardUpTo
     : group.event.epochSeconds - before >= QUIET_SECONDS;
 }

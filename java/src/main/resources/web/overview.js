@@ -69,7 +69,7 @@ function isWanted() {
     return () => true;
   }
   const state = byId("state-filter").value;
-  const needles = byId("search").value.toLocaleLowerCase().split(/\s+/).filter(Boolean);
+  const needles = byId("search").value.toLowerCase().split(/\s+/).filter(Boolean);
   return (r) => {
     if (state !== "" && r.state !== state) {
       return false;
@@ -78,7 +78,7 @@ function isWanted() {
       return true;
     }
     const text = [words.title(r), words.subtitle(r), r.instance, r.stateText, r.model ?? ""].join(" ");
-    return needles.every((needle) => text.toLocaleLowerCase().includes(needle));
+    return needles.every((needle) => text.toLowerCase().includes(needle));
   };
 }
 
