@@ -21,6 +21,7 @@ import com.quorin.sysmgt.tavl.LumetraAgent.replay.EarlierScore;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Feed;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.LibraryFeed;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Publication;
+import com.quorin.sysmgt.tavl.LumetraAgent.resource.ResourceNames;
 import com.quorin.sysmgt.tavl.LumetraAgent.score.ScoreBook;
 import com.quorin.sysmgt.tavl.LumetraAgent.score.ScoreFile;
 import com.quorin.sysmgt.tavl.LumetraAgent.tell.Telling;
@@ -44,6 +45,7 @@ import java.util.OptionalLong;
 import java.util.concurrent.Callable;
 import java.util.concurrent.atomic.AtomicBoolean;
 import java.util.function.Consumer;
+import java.util.stream.Collectors;
 import picocli.CommandLine.Command;
 import picocli.CommandLine.Mixin;
 import picocli.CommandLine.Model.CommandSpec;
@@ -303,6 +305,8 @@ final class RunCommand implements Callable<Integer> {
             score.take(state.ended());
             if (publication.cycles() > 0) {
                 score.takeCycle(new ScoreFile.Start(state.cycle().time(), !fresh), state.cycle().clockSteps());
+                score.forgetLongGone(() -> state.resources().stream()
+                        .map(resource -> ResourceNames.of(resource.identity()).key()).collect(Collectors.toSet()));
             }
         });
     }

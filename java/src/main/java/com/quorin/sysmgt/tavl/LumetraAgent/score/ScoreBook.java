@@ -1,16 +1,23 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.score;
 
+import com.quorin.sysmgt.tavl.LumetraAgent.TrendReader;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
+import java.util.Comparator;
 import java.util.List;
 import java.util.Map;
+import java.util.Set;
 import java.util.concurrent.ConcurrentHashMap;
 import java.util.function.Consumer;
+import java.util.function.Supplier;
 
 /**
  * The score of a home's announcements: what its file holds, and what this run adds. All methods may be called from
  * any thread; who asks never waits for the file.
  */
 public final class ScoreBook {
+
+    /** So many resources that are gone keep their records: disks that come and go for years cannot fill the memory. */
+    static final int MOST_GONE = 10_000;
 
     private record Key(String resource, String instance) {}
 
@@ -99,6 +106,23 @@ public final class ScoreBook {
     public synchronized void add(ScoreFile.Scored scored) {
         count(scored);
         written(file.add(scored));
+    }
+
+    /**
+     * Drops the oldest records of resources that are gone when there are very many; the file keeps them. No record of
+     * what is there loses anything.
+     *
+     * @param there the resources that the agent has, by the library's names; only asked for when it matters
+     */
+    public synchronized void forgetLongGone(Supplier<Set<TrendReader.Resource>> there) {
+        if (records.size() <= MOST_GONE) {
+            return;
+        }
+        Set<TrendReader.Resource> kept = there.get();
+        List<Key> gone = records.keySet().stream()
+                .filter(key -> !kept.contains(new TrendReader.Resource(key.resource, key.instance)))
+                .sorted(Comparator.comparingLong(key -> records.get(key).newestEnd())).toList();
+        gone.subList(0, Math.max(0, gone.size() - MOST_GONE)).forEach(records::remove);
     }
 
     private void count(ScoreFile.Scored scored) {

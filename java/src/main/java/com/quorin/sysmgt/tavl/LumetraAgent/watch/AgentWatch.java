@@ -133,6 +133,7 @@ public final class AgentWatch implements AgentView, Consumer<Publication> {
             RunState newest = publication.state().get();
             if (publication.cycles() > 0) {
                 fleet.take(publication.cycles(), newest);
+                reports.keySet().removeIf(id -> fleet.listed(id) == null); // long gone
                 arrived = timing.nanoTime().getAsLong();
             }
             state = newest;

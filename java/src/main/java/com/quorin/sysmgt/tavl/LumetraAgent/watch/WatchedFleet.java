@@ -56,7 +56,7 @@ final class WatchedFleet {
         for (RunResource said : newest.resources()) {
             resource(said.identity().id()).take(number, newest.cycle().time(), said);
         }
-        if (all.size() > LARGE_FLEET) {
+        if (all.values().stream().filter(r -> r.newest() != null).count() > LARGE_FLEET) {
             all.values().forEach(r -> r.history().limit(SAMPLES_OF_LARGE_FLEET));
         }
         state = newest;
@@ -64,9 +64,9 @@ final class WatchedFleet {
         forgetLongGone();
     }
 
+    /** What is in the archive only makes no fleet large: its samples were read from a bounded part, and get no more. */
     private WatchedResource resource(int id) {
-        return all.computeIfAbsent(id,
-                i -> new WatchedResource(all.size() < LARGE_FLEET ? SAMPLES : SAMPLES_OF_LARGE_FLEET));
+        return all.computeIfAbsent(id, i -> new WatchedResource(SAMPLES));
     }
 
     private void forgetLongGone() {

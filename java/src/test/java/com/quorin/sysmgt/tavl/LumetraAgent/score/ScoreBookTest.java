@@ -5,12 +5,14 @@ import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.quorin.sysmgt.tavl.LumetraAgent.Mutations;
+import com.quorin.sysmgt.tavl.LumetraAgent.TrendReader;
 import java.io.IOException;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
+import java.util.Set;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 
@@ -186,6 +188,22 @@ class ScoreBookTest {
         assertEquals(20, score.since(9000));
         assertEquals(20, book().since(9000));
         assertEquals(1, book().of("Swap", "").reached());
+    }
+
+    @Test
+    void ofVeryManyThatAreGoneTheNewestKeepTheirRecordsAndWhatIsThereKeepsItsOwn() {
+        ScoreBook score = new ScoreBook(new ScoreFile(directory.resolve("none/score.jsonl")), complaints::add);
+        for (int i = 0; i < ScoreBook.MOST_GONE + 5; i++) {
+            score.add(new ScoreFile.Scored("Space", "/dev/" + i, new Episode(0, 100, 200, 300 + i, Outcome.FREED,
+                    400, 500, 50.5, 60.25, List.of())));
+        }
+        score.forgetLongGone(() -> Set.of(new TrendReader.Resource("Space", "/dev/1")));
+        assertEquals(0, score.of("Space", "/dev/0").announcements());
+        assertEquals(1, score.of("Space", "/dev/1").announcements(), "it is there");
+        assertEquals(0, score.of("Space", "/dev/4").announcements());
+        assertEquals(1, score.of("Space", "/dev/5").announcements());
+        score.add(new ScoreFile.Scored("Space", "/dev/5", ended(1, Outcome.FREED).episode()));
+        assertEquals(2, score.of("Space", "/dev/5").announcements());
     }
 
     @Test

@@ -324,6 +324,30 @@ class AgentWatchTest {
         assertEquals(List.of(new Culprit("java", 12, 800)), watch.culprits(3).get().processes());
     }
 
+    @Test
+    void whatIsLongGoneLeavesNoCulpritsBehind() throws IOException {
+        GivenResource own = GivenResource.swap(3);
+        own.name = GivenResource.SWAP;
+        GivenResource[] many = new GivenResource[1001];
+        for (int i = 0; i < many.length; i++) {
+            many[i] = GivenResource.disk(10 + i, "/dev/vd" + i, "/" + i);
+        }
+        cycleOfHome(1, own);
+        assertEquals(List.of(), watch.culprits(3).get().processes());
+        cycleOfHome(2, many);
+        cycleOfHome(3, many[0]);
+        assertTrue(watch.culprits(3).isEmpty());
+        Files.writeString(home.resolve("PercentSwapSpaceUsed.cul"), "Top\n\t(java) \tPID 12 \tRSS 800 MB\n");
+        cycleOfHome(4, own);
+        assertEquals(1, watch.culprits(3).get().processes().size());
+    }
+
+    private void cycleOfHome(long number, GivenResource... resources) {
+        RunState state = GivenResource.state(START + 12 * number, resources);
+        take(number, new RunState(state.cycle(), state.archive(),
+                new RunState.Settings(home + "/", 10_000, 0, 48, 200), false, List.of(), state.resources()));
+    }
+
     private void event(String resource, String instance) {
         events.accept(new Event.LimitReached(new Event.Moment("t", 1), Event.Type.UPPER_TOLERANCE,
                 new Event.Subject(resource, instance), 100.0));

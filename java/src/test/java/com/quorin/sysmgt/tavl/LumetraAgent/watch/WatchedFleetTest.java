@@ -134,9 +134,10 @@ class WatchedFleetTest {
             cycle(number, swap);
         }
         assertEquals(300, fleet.listed(3).history().between(0, Double.MAX_VALUE).length());
-        Map<Integer, Double> more = IntStream.range(1000, 3000).boxed().collect(Collectors.toMap(id -> id, id -> 1.0));
-        fleet.takeHistory(new ArchiveLine(START, more));
-        cycle(301, swap);
+        List<GivenResource> more = IntStream.range(1000, 3000)
+                .mapToObj(id -> GivenResource.disk(id, "/dev/vd" + id, "/" + id)).collect(Collectors.toList());
+        more.add(swap);
+        cycle(301, more.toArray(new GivenResource[0]));
         assertEquals(256, fleet.listed(3).history().between(0, Double.MAX_VALUE).length());
     }
 
@@ -190,6 +191,18 @@ class WatchedFleetTest {
         assertEquals(START - 5000, row(3).reading().recent().from());
         assertEquals(10.0, row(3).reading().recent().values().get(0));
         assertEquals(1, fleet.rows(false, (key, n) -> Snapshot.Track.NONE).size());
+    }
+
+    @Test
+    void whatOnlyTheArchiveKnowsMakesNoFleetLarge() {
+        fleet.takeHistory(new ArchiveLine(START - 5000,
+                IntStream.range(10, 3000).boxed().collect(Collectors.toMap(id -> id, id -> 1.0))));
+        fleet.takeHistory(new ArchiveLine(START - 4000, Map.of(3, 1.0)));
+        for (int number = 1; number <= 300; number++) {
+            cycle(number, swap, disk);
+        }
+        assertEquals(301, fleet.listed(3).history().between(0, Double.MAX_VALUE).length());
+        assertEquals(300, fleet.listed(5).history().between(0, Double.MAX_VALUE).length());
     }
 
     @Test
