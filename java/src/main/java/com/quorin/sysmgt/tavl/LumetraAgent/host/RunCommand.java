@@ -131,7 +131,8 @@ final class RunCommand implements Callable<Integer> {
     private CommandSpec spec;
 
     private final AtomicBoolean left = new AtomicBoolean();
-    private OutputQueue output;
+    /** What is printed waits here; null before the run prints. */
+    OutputQueue output;
     private PrintStream out;
     private HomeLock lock;
     private long reopenFrom = System.nanoTime();
@@ -155,6 +156,7 @@ final class RunCommand implements Callable<Integer> {
         hostCode = code;
         // a host that failed leaves an agent behind, which is stopped in order like on a signal
         left.set(run == null || run.hasEnded());
+        drain(); // why it failed was printed after it had returned
     }
 
     @Override

@@ -5,8 +5,12 @@ import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.quorin.sysmgt.tavl.LumetraAgent.NativeLibrary;
+import java.io.ByteArrayOutputStream;
+import java.io.OutputStream;
+import java.io.PrintStream;
 import java.io.PrintWriter;
 import java.io.StringWriter;
+import java.nio.charset.StandardCharsets;
 import org.junit.jupiter.api.Test;
 import picocli.CommandLine;
 
@@ -134,6 +138,26 @@ class RunCommandTest {
         } finally {
             restore(before);
         }
+    }
+
+    @Test
+    void whatIsPrintedOfAFailureIsOutBeforeTheProcessEnds() {
+        ByteArrayOutputStream written = new ByteArrayOutputStream();
+        Thread ending = Thread.currentThread();
+        RunCommand command = new RunCommand();
+        command.output = OutputQueue.start();
+        PrintStream queued = command.output.to(new OutputStream() {
+            @Override
+            public void write(int b) {
+                while (ending.getState() == Thread.State.RUNNABLE) {
+                    Thread.onSpinWait();
+                }
+                written.write(b);
+            }
+        }, StandardCharsets.UTF_8);
+        queued.println("why");
+        command.leaveWith(1);
+        assertEquals("why\n", written.toString(StandardCharsets.UTF_8));
     }
 
     private static void restore(String value) {
