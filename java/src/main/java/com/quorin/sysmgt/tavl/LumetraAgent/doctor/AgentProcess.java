@@ -36,10 +36,13 @@ record AgentProcess(boolean isAgent, String number, String proc) {
         }
     }
 
-    /** Of some file systems the kernel's list has another device than the file. */
-    private static boolean isOf(String place, long device, long inode) {
+    /**
+     * Of some file systems the kernel's list has another device than the file. The numbers of files use all 64 bits on
+     * an overlay.
+     */
+    static boolean isOf(String place, long device, long inode) {
         String[] parts = place.split(":");
-        if (parts.length != 3 || !parts[2].equals(Long.toString(inode))) {
+        if (parts.length != 3 || !parts[2].equals(Long.toUnsignedString(inode))) {
             return false;
         }
         long major = device >> MINOR_BITS & 0xfff;
