@@ -129,6 +129,8 @@ pthread_cond_t posted = PTHREAD_COND_INITIALIZER;
 struct Board {
     std::int64_t serial = 0;
     Publication newest;
+    bool isOver = false;   ///< whether the newest says that the run is over
+    Publication beforeEnd; ///< what that came behind; null otherwise
 };
 Immortal<Board> board;
 
@@ -150,11 +152,16 @@ std::int64_t nextSerial() {
     return board->serial + 1;
 }
 
-void post(Publication publication) {
+/// What goes is let go without the lock.
+void post(Publication publication, PublicationKind kind) {
+    Publication last;
+    const bool isOver = kind == PublicationKind::over;
     {
         const BoardGuard guard;
         ++board->serial;
         board->newest.swap(publication);
+        board->beforeEnd.swap(isOver && !board->isOver ? publication : last);
+        board->isOver = isOver;
     }
     ::pthread_cond_broadcast(&posted);
 }
@@ -248,7 +255,7 @@ void publishCycle(const Clasp& clasp, const CycleReport& report) {
     putLeftOut(bytes, clasp);
     putResources(bytes, clasp);
     putEnded(bytes);
-    post(std::make_shared<const std::string>(bytes.take()));
+    post(std::make_shared<const std::string>(bytes.take()), PublicationKind::running);
 }
 
 void publishEnd() noexcept {
@@ -259,7 +266,7 @@ void publishEnd() noexcept {
         Bytes bytes(32);
         bytes.number(hostFeedVersion).longNumber(nextSerial());
         bytes.number(static_cast<std::int32_t>(PublicationKind::over)).longNumber(cycles);
-        post(std::make_shared<const std::string>(bytes.take()));
+        post(std::make_shared<const std::string>(bytes.take()), PublicationKind::over);
     } catch (const std::bad_alloc&) {
         // whoever waits finds out from the end of research_main
     }
@@ -271,7 +278,10 @@ Publication awaitPublication(std::int64_t after, std::chrono::milliseconds patie
     int result = patience.count() > 0 ? 0 : ETIMEDOUT;
     while (board->serial <= after && result == 0)
         result = systemClock().waitUntil(&posted, &boardLock, deadline);
-    return board->serial > after ? board->newest : nullptr;
+    if (board->serial <= after)
+        return nullptr;
+    const bool isLastCycleUnread = after > 0 && board->serial - after > 1 && board->beforeEnd;
+    return isLastCycleUnread ? board->beforeEnd : board->newest;
 }
 
 std::optional<std::string> curvesOf(std::int32_t rid) {

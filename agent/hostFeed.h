@@ -86,9 +86,10 @@ void publishEnd() noexcept;
 
 using Publication = std::shared_ptr<const std::string>;
 
-/// Waits for a publication with a serial above `after`, at most so long (not at all for 0). Null when none
-/// came. Serials grow as
-/// long as the process lives; 0 is before the first. Any thread.
+/// Waits for a publication with a serial above `after`, at most so long (not at all for 0), and gives the
+/// newest; but that a run is over only to who has read the state before it, which says what came of the last
+/// cycle, or has read nothing (0). Null when none came. Serials grow as long as the process lives; 0 is
+/// before the first. Any thread.
 Publication awaitPublication(std::int64_t after, std::chrono::milliseconds patience);
 
 /// The samples of a link's ring without those that stand for none, oldest first, and its newest forecast;

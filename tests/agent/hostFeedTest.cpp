@@ -302,6 +302,26 @@ TEST_F(HostFeed, AwaitGivesTheNewestOfSeveralAtOnce) {
     EXPECT_EQ(readState(*bytes).cycles, 3);
 }
 
+TEST_F(HostFeed, TheEndHidesTheLastCycleFromNoReader) {
+    const auto next = [](std::int64_t after) {
+        const Publication bytes = awaitPublication(after, milliseconds(0));
+        return bytes == nullptr ? FedState{} : readState(*bytes);
+    };
+    const std::int64_t first = published({1}).serial;
+    published({2});
+    published({3});
+    publishEnd();
+    EXPECT_EQ(next(first).serial, first + 2) << "the last cycle";
+    EXPECT_EQ(next(first + 1).kind, 1);
+    EXPECT_EQ(next(first + 2).kind, 2);
+    EXPECT_EQ(next(first + 3).serial, 0) << "nothing";
+    EXPECT_EQ(next(0).kind, 2) << "what was there before a reader came";
+    publishEnd(); // of a run that never began
+    EXPECT_EQ(next(first).serial, first + 4);
+    published({1});
+    EXPECT_EQ(next(first).serial, first + 5) << "another run";
+}
+
 TEST_F(HostFeed, AwaitComesBackEmptyWhenItsTimeIsOver) {
     TurnedClock clock;
     const std::int64_t serial = published().serial;

@@ -28,7 +28,8 @@ public final class FeedFollower implements AutoCloseable {
      * Opens the feed: from now on the library publishes. Made and started before the agent, so that nothing is
      * missed.
      *
-     * @param readers are handed each publication, one after the other; those that come too fast are passed over
+     * @param readers are handed each publication, one after the other; those that come too fast are passed over,
+     *                but for the last of a run and its end
      */
     public FeedFollower(Feed feed, List<Consumer<? super Publication>> readers) {
         this(feed, readers, PATIENCE);
@@ -69,7 +70,7 @@ public final class FeedFollower implements AutoCloseable {
                 pause();
             }
         }
-        if (!isOver) {
+        for (int left = 2; left > 0 && !isOver; left--) { // the last cycle, and the end
             handOver(Duration.ZERO);
         }
     }

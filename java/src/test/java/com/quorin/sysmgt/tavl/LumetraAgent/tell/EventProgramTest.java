@@ -248,7 +248,7 @@ class EventProgramTest {
 
     @Test
     void whoTakesTooLongIsEndedAlsoWhereItsOwnProgramsCannotBeLookedFor() throws IOException {
-        program("exec sleep 100000",
+        program("exec sleep 600",
                 new EventProgram.Patience(Duration.ofMillis(1), LONG, LONG, LONG),
                 described -> new Hindered(described.start()) {
                     @Override
@@ -266,7 +266,7 @@ class EventProgramTest {
     @Test
     void aProgramThatCannotBeKilledHoldsUpNoOther() throws IOException {
         List<Process> started = new CopyOnWriteArrayList<>();
-        program("exec sleep 100000", HASTY, described -> {
+        program("exec sleep 600", HASTY, described -> {
             started.add(described.start());
             return new Hindered(started.get(started.size() - 1)) {
                 @Override
@@ -286,7 +286,7 @@ class EventProgramTest {
     void aFailureThatNobodyExpectedCostsOnePieceOfNews() throws IOException {
         List<Process> started = new CopyOnWriteArrayList<>();
         AtomicInteger starts = new AtomicInteger();
-        program("echo \"$LUMETRA_MESSAGE\" >>order; exec sleep 100000", PATIENT, described -> {
+        program("echo \"$LUMETRA_MESSAGE\" >>order; exec sleep 600", PATIENT, described -> {
             switch (starts.incrementAndGet()) {
                 case 1 -> throw new IllegalStateException("one failed");
                 case 2 -> throw new StackOverflowError("two failed");

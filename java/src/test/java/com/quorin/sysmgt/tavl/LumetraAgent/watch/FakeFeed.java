@@ -18,10 +18,12 @@ final class FakeFeed implements Feed {
     /** Whether somebody waits or has waited for a publication. */
     volatile boolean isAwaited;
     private Publication newest;
+    private Publication beforeEnd;
     private long serial;
 
     /** Publishes a state after so many cycles. */
     synchronized Publication publish(long cycles, RunState state) {
+        beforeEnd = state == null ? newest : null;
         newest = new Publication(++serial, cycles, Optional.ofNullable(state));
         notifyAll();
         return newest;
@@ -48,7 +50,8 @@ final class FakeFeed implements Feed {
                 return Optional.empty();
             }
         }
-        return Optional.of(newest);
+        boolean isLastCycleUnread = after > 0 && beforeEnd != null && beforeEnd.serial() > after;
+        return Optional.of(isLastCycleUnread ? beforeEnd : newest);
     }
 
     @Override

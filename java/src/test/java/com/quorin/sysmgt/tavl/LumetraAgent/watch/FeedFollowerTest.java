@@ -2,6 +2,7 @@ package com.quorin.sysmgt.tavl.LumetraAgent.watch;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertNull;
+import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.GivenResource;
 import com.quorin.sysmgt.tavl.LumetraAgent.resource.Publication;
@@ -100,6 +101,30 @@ class FeedFollowerTest {
         assertEquals(1, next().cycles());
         assertEquals(2, next().cycles());
         closer.join();
+    }
+
+    @Test
+    void theLastCycleIsHandedOverBeforeTheEndAlsoToWhoIsClosed() throws InterruptedException {
+        Thread closer = new Thread(() -> follower.close());
+        follow(List.of(publication -> {
+            if (publication.cycles() == 1) {
+                feed.publish(2, STATE);
+                feed.publish(3, STATE);
+                feed.end(3);
+                closer.start();
+                while (closer.getState() != Thread.State.TIMED_WAITING) {
+                    Thread.onSpinWait(); // until it waits for this thread's end
+                }
+            }
+            seen.add(publication);
+        }));
+        feed.publish(1, STATE);
+        assertEquals(1, next().cycles());
+        Publication last = next();
+        assertEquals(3, last.cycles());
+        assertTrue(last.state().isPresent());
+        closer.join();
+        assertTrue(next().state().isEmpty());
     }
 
     @ParameterizedTest
