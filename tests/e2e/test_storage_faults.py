@@ -140,14 +140,14 @@ class A2_Trim(StorageTest):
         self.assert_in_order(home, before=before)
 
     @needs_mounts
-    def test_a_work_file_that_fills_its_disk_leaves_the_archive_and_no_work_file(self):
+    def test_a_working_directory_without_room_keeps_no_archive_from_being_trimmed(self):
         home = self.big_home()
         mount("tmpfs", home.at("bin"), "tmpfs", 0, "size=64k")
         self.addCleanup(umount, home.at("bin"))
         before = home.snapshot()
-        result = self.run_agent(home, "--cycles", 5, before=before)
-        self.untouched(home, before)
-        self.assertIn("No space left on device", home.log())
+        result = self.run_agent(home, "--cycles", 5, before=before, trimmed=True)
+        self.assertLess(os.path.getsize(home.layout.archive), 1.1 * 2**20)
+        self.assertNotIn("No space left on device", home.log())
         self.assertEqual(os.listdir(home.at("bin")), [])
         self.assertEqual(result.ended, [0])
 
