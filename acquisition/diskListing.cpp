@@ -115,7 +115,7 @@ struct ListingState {
     Clock::Duration used{};
     bool gaveUp = false; ///< a deadline passed in this cycle
     std::optional<TakenListing> newest[2];
-    bool failed[2] = {}; ///< the newest command of each kind; it has then said why
+    bool failed[2] = {};               ///< the newest command of each kind; it has then said why
     ReadListing read[2];               ///< of the newest command of each kind
     std::optional<ChildProcess> stuck; ///< killed, and not gone yet
 };

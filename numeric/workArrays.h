@@ -100,7 +100,7 @@ T* tryThreadOwn() noexcept {
     [[gnu::tls_model("initial-exec")]] static thread_local constinit T* own = nullptr;
     if (own == nullptr) {
         if (void* const memory = tryThreadWork(sizeof(T), 1)) {
-            own = ::new (memory) T{};
+            own = new (memory) T{};
         }
     }
     return own;
