@@ -242,8 +242,6 @@ TakenListing takeFresh(DiskCounter counter) {
     command.captureOutput = true;
     command.output = -1;
     const Outcome piped = run(command, deadline);
-    if (!file)
-        state().failed[placeOf(counter)] = piped.started && piped.status != 0;
     if (!piped.started && !file)
         taken.status = piped.status; // nor would there have been a shell to miss the file
     if (piped.started && !state().gaveUp)
