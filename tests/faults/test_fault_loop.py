@@ -18,8 +18,6 @@ LONGEST = {"memory": 300}
 VARYING = ("poll",)
 
 
-
-
 class LoopTest(FaultTest):
     def assert_survived(self, home, before, result, calls, killed=False, where=""):
         where += str(calls)
