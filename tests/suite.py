@@ -13,9 +13,9 @@ import unittest
 
 LONG = os.environ.get("LUMETRA_LONG") == "1"
 
-# A test has no give-up time of its own: a busy machine would reach it. This one is for a whole file of tests, and only says
-# what it was that hung.
-DEADLINE = time.monotonic() + float(os.environ.get("LUMETRA_TEST_SECONDS", "1800" if not LONG else "14400"))
+# A test has no give-up time of its own: a busy machine would reach it. This one is that of a whole run, and only says what it
+# was that hung.
+DEADLINE = time.monotonic() + float(os.environ.get("LUMETRA_TEST_SECONDS", "4800" if not LONG else "14400"))
 long_only = unittest.skipUnless(LONG, "long tier only: ./run-tests --long")
 
 # In the background of a script it is ignored, and so would be in every program that a test starts and interrupts.

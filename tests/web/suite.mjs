@@ -1,9 +1,9 @@
-// How the tests wait. A test has no give-up time of its own: a busy machine would reach it. This one is for a whole file of
-// tests, and only says what it was that hung.
+// How the tests wait. A test has no give-up time of its own: a busy machine would reach it. This one is that of a whole run,
+// and only says what it was that hung.
 import assert from "node:assert/strict";
 import { setTimeout as pause } from "node:timers/promises";
 
-const DEADLINE = performance.now() + 1000 * Number(process.env.LUMETRA_TEST_SECONDS ?? 1800);
+const DEADLINE = performance.now() + 1000 * Number(process.env.LUMETRA_TEST_SECONDS ?? 4800);
 
 /** Milliseconds until the deadline, for a call that wants a number. */
 export function remaining() {
