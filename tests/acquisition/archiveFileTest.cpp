@@ -48,6 +48,19 @@ protected:
         return text + "\n";
     }
 
+    /// Runs the body with a small disk, which holds the work file. What runInMountNamespace() gives.
+    template <class Body>
+    int withWorkFileOnADisk(const char* size, Body body) {
+        return runInMountNamespace([&] {
+            const std::string disk = directory.path("disk");
+            std::filesystem::create_directory(disk);
+            if (::mount("small", disk.c_str(), "tmpfs", 0, size) != 0)
+                ::_exit(lacksPrivilege);
+            systemPaths().trimWorkFile = disk + "/temp";
+            body(disk);
+        });
+    }
+
     test::TemporaryDirectory directory;
     test::CapturedLog log;
     test::RecordingSink sink;
@@ -307,14 +320,9 @@ TEST_F(ArchiveFile, WorkFileThatFillsUpLeavesTheArchive) {
 }
 
 TEST_F(ArchiveFile, ADiskWithoutRoomForTheTrimmedArchiveIsNotFilledUp) {
-    const int result = runInMountNamespace([&] {
-        const std::string disk = directory.path("disk");
-        std::filesystem::create_directory(disk);
-        if (::mount("small", disk.c_str(), "tmpfs", 0, "size=2200k") != 0)
-            ::_exit(lacksPrivilege);
+    const int result = withWorkFileOnADisk("size=2200k", [&](const std::string& disk) {
         const std::string text = lines(1300000);
         writeFile(disk + "/archive", text);
-        systemPaths().trimWorkFile = disk + "/temp";
         const obrin::Descriptor written(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
         ASSERT_GE(::inotify_add_watch(written.get(), disk.c_str(), IN_MODIFY), 0);
         EXPECT_EQ(trim(disk + "/archive", 1), 1);
@@ -330,14 +338,9 @@ TEST_F(ArchiveFile, ADiskWithoutRoomForTheTrimmedArchiveIsNotFilledUp) {
 }
 
 TEST_F(ArchiveFile, AWorkingDirectoryWithoutRoomDoesNotMatterToAnArchiveElsewhere) {
-    const int result = runInMountNamespace([&] {
-        const std::string disk = directory.path("disk");
-        std::filesystem::create_directory(disk);
-        if (::mount("tiny", disk.c_str(), "tmpfs", 0, "size=64k") != 0)
-            ::_exit(lacksPrivilege);
+    const int result = withWorkFileOnADisk("size=64k", [&](const std::string& disk) {
         const std::string text = lines(2000000);
         writeFile(archive, text);
-        systemPaths().trimWorkFile = disk + "/temp";
         EXPECT_EQ(trim(archive, 1), 1);
         const std::string kept = readFile(archive);
         EXPECT_LE(kept.size(), 1048576U);

@@ -84,16 +84,21 @@ class FeedFollowerTest {
         assertNull(seen.poll());
     }
 
+    /** Waits until the closer waits for this thread's end. */
+    private static void startAndAwaitItsWaiting(Thread closer) {
+        closer.start();
+        while (closer.getState() != Thread.State.TIMED_WAITING) {
+            Thread.onSpinWait();
+        }
+    }
+
     @Test
     void whatWasPublishedBeforeItIsClosedIsStillHandedOver() throws InterruptedException {
         Thread closer = new Thread(() -> follower.close());
         follow(List.of(publication -> {
             if (publication.cycles() == 1) {
                 feed.publish(2, STATE);
-                closer.start();
-                while (closer.getState() != Thread.State.TIMED_WAITING) {
-                    Thread.onSpinWait(); // until it waits for this thread's end
-                }
+                startAndAwaitItsWaiting(closer);
             }
             seen.add(publication);
         }));
@@ -111,10 +116,7 @@ class FeedFollowerTest {
                 feed.publish(2, STATE);
                 feed.publish(3, STATE);
                 feed.end(3);
-                closer.start();
-                while (closer.getState() != Thread.State.TIMED_WAITING) {
-                    Thread.onSpinWait(); // until it waits for this thread's end
-                }
+                startAndAwaitItsWaiting(closer);
             }
             seen.add(publication);
         }));
