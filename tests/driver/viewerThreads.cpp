@@ -107,7 +107,7 @@ private:
         const Text javaName(*java_, name);
         const Text javaInstance(*java_, cleanfilename(instance));
         const bool keeping = keeps_ && looks_ % looksBetweenKeeps == looksBetweenKeeps - 1;
-        const bool locked = keeping || upTo(29) == 0;
+        const bool locked = keeping || awaited_ || upTo(29) == 0; // what is awaited asks everything
         const bool mayHold = locked && readHeadline(javaName.get(), javaInstance.get());
         readLimit(javaName.get(), javaInstance.get());
         readCurve(javaName.get(), javaInstance.get(), "PRD");
