@@ -405,6 +405,7 @@ class SmallHeap(TroubleTest):
 
         machine.expect("It announces an exhaustion")  # once it has asked itself
         before = begun()
+        self.assertIn("com/fasterxml/jackson/databind/node/ArrayNode", before, "an episode may end at any time")
         number = json.loads(ask(port, RESOURCES)[2])["resources"][0]["id"]
         for path in ("/", "/metrics", "/nothing", "/api/v1/events", "/api/v1/event-groups", f"{RESOURCES}/{number}/trend",
                      f"{RESOURCES}/{number}/culprits"):

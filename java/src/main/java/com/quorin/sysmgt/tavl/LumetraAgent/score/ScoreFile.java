@@ -55,6 +55,20 @@ public final class ScoreFile {
     public ScoreFile(Path file) {
         this.file = file;
         lines = new EventFile(file, LARGEST);
+        rehearse();
+    }
+
+    /**
+     * Makes the line with most in it and forgets it: a class whose initialization fails for want of memory is lost for
+     * as long as the process lives, and the first episode may end when memory is short.
+     */
+    private static void rehearse() {
+        try {
+            Episode any = new Episode(0, 0, 0, 0, Outcome.REACHED, 0, 0, 0, 0, List.of(0.0, Double.NaN));
+            text(line(new Scored("", "", any)));
+        } catch (IOException e) {
+            // it will be told of a line that counts
+        }
     }
 
     /** Everything in the file and its older generation; what cannot be read is not there. */
@@ -157,6 +171,10 @@ public final class ScoreFile {
 
     /** Adds a line; false when that cannot be. */
     public boolean add(Scored scored) {
+        return append(line(scored));
+    }
+
+    private static ObjectNode line(Scored scored) {
         Episode episode = scored.episode();
         ObjectNode line = AsciiJson.MAPPER.createObjectNode().put("type", "episode").put("resource", scored.resource())
                 .put("instance", scored.instance())
@@ -166,14 +184,18 @@ public final class ScoreFile {
                 .put("onsetValue", episode.onsetValue()).put("highest", episode.highest());
         ArrayNode errors = line.putArray("errorsHours");
         episode.errorsHours().forEach(error -> errors.add(Double.isFinite(error) ? error : null));
-        return append(line);
+        return line;
     }
 
     private boolean append(ObjectNode line) {
         try {
-            return lines.append(AsciiJson.MAPPER.writeValueAsString(line));
+            return lines.append(text(line));
         } catch (IOException e) {
             return false;
         }
+    }
+
+    private static String text(ObjectNode line) throws IOException {
+        return AsciiJson.MAPPER.writeValueAsString(line);
     }
 }
