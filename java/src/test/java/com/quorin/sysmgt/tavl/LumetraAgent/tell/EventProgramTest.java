@@ -312,7 +312,7 @@ class EventProgramTest {
             }
         });
         tell("1", "2", "3", "4");
-        await(() -> content("order").endsWith("4\n"));
+        await(() -> started.size() == 2 && content("order").endsWith("4\n")); // it may write before its start returns
         started.get(1).destroyForcibly();
         await(() -> !started.get(0).isAlive());
         assertEquals("Not told to DIR/program, as of java.lang.IllegalStateException: one failed: 1\n"
