@@ -14,6 +14,7 @@
 #include "tests/support/fakeJavaEnvironment.h"
 #include "tests/support/feedReading.h"
 #include "tests/support/refusedAllocations.h"
+#include "tests/support/sanitizers.h"
 #include "tests/support/temporaryDirectory.h"
 #include "tests/support/turnedClock.h"
 #include "trendviewer/trendFiles.h"
@@ -406,7 +407,7 @@ TEST_F(WholeRun, CostsTheStepInHandAndNeverTheRunWhereverMemoryIsRefused) {
 
     // Every place, or some and the last ones, which are those of the end of the run. What looks for races
     // learns nothing of the others.
-#if defined(__SANITIZE_THREAD__)
+#if LUMETRA_UNDER_TSAN
     const bool every = false;
 #else
     const bool every = std::getenv("LUMETRA_LONG") != nullptr;

@@ -3,6 +3,7 @@
 #include "support/childProcess.h"
 #include "tests/diagnosis/processTree.h"
 #include "tests/support/often.h"
+#include "tests/support/sanitizers.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -456,12 +457,6 @@ TEST(Census, ReadsManyThousandProcesses) {
     EXPECT_EQ(census->totalNumFDs, 5 * count);
 }
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool sanitized = true;
-#else
-constexpr bool sanitized = false;
-#endif
-
 const int crowd = often(1000, 30000);
 constexpr int notAllowed = 77;
 
@@ -491,8 +486,9 @@ int censusOfACrowd(void*) {
 }
 
 TEST(Census, OfManyThousandRunningProcesses) {
-    if (sanitized)
-        GTEST_SKIP() << "thousands of processes that share one memory are too much for a sanitizer";
+#if LUMETRA_UNDER_ASAN || LUMETRA_UNDER_TSAN
+    GTEST_SKIP() << "thousands of processes that share one memory are too much for a sanitizer";
+#endif
     std::vector<char> stack(std::size_t{1} << 20);
     const int flags = CLONE_NEWPID | CLONE_NEWNS | SIGCHLD;
     const pid_t first = ::clone(censusOfACrowd, stack.data() + stack.size(), flags, nullptr);

@@ -41,14 +41,6 @@ def shim():
     return target
 
 
-def preloaded():
-    """What LD_PRELOAD has to name: a sanitizer wants to be the first."""
-    if not is_sanitized():
-        return shim()
-    library = subprocess.check_output(["gcc", "-print-file-name=libasan.so"], text=True).strip()
-    return f"{os.path.realpath(library)} {shim()}"
-
-
 class Calls:
     """Which calls fail: those of a kind from the first to the last of these places."""
 
@@ -63,7 +55,7 @@ class Calls:
 
     def variables(self, home, **more):
         """What to put into the agent's environment."""
-        return dict(LD_PRELOAD=preloaded(), FAILING=f"{self.how} {self.kind} {self.first} {self.last}",
+        return dict(LD_PRELOAD=shim(), FAILING=f"{self.how} {self.kind} {self.first} {self.last}",
                     FAILING_COUNTS=self.counts_file(home), **more)
 
     @staticmethod

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "numeric/lapack.h"
+#include "numeric/vectorKernels.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -17,6 +18,11 @@ struct ExhaustiveFit {
     std::vector<float> x, y;          ///< k + 2 endpoints
     std::vector<std::int32_t> hinges; ///< k sample indices
 };
+
+/// A size as the search takes it.
+inline Count count(std::size_t size) {
+    return static_cast<Count>(size);
+}
 
 /// The place of x between xl and xr; infinite or not-a-number when they are equal.
 __attribute__((no_sanitize("float-divide-by-zero"))) inline double place(double x, double xl, double xr) {

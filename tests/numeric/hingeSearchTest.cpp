@@ -14,19 +14,17 @@
 namespace obrin {
 namespace {
 
+using test::count;
+
 using Hinges = std::vector<std::int32_t>;
 
-struct Series {
+struct Points {
     std::vector<float> x, y;
     Hinges positions;
     std::size_t k = 1;
 };
 
-Count count(std::size_t size) {
-    return static_cast<Count>(size);
-}
-
-bool findBest(const Series& s, Hinges& hinges) {
+bool findBest(const Points& s, Hinges& hinges) {
     hinges.assign(s.k, std::int32_t{-7});
     return findBestHinges(count(s.x.size()), s.x.data(), s.y.data(), count(s.positions.size()),
                           s.positions.data(), count(s.k), hinges.data());
@@ -39,7 +37,7 @@ struct Judge {
     std::vector<double> errors;
     double least = 0.0, total = 0.0, band = 0.0;
 
-    explicit Judge(const Series& s) {
+    explicit Judge(const Points& s) {
         long double sum = 0.0L;
         for (const float y : s.y)
             sum += y;
@@ -210,8 +208,8 @@ std::vector<double> makeValues(Random& random, Family family, const std::vector<
     return {};
 }
 
-Series makeSeries(Random& random, Family family, std::size_t samples, std::size_t candidates, std::size_t k) {
-    Series s;
+Points makeSeries(Random& random, Family family, std::size_t samples, std::size_t candidates, std::size_t k) {
+    Points s;
     s.k = k;
     s.x = makeTimes(random, samples);
     s.positions = makePositions(random, samples, candidates);
@@ -224,7 +222,7 @@ Series makeSeries(Random& random, Family family, std::size_t samples, std::size_
 // ----------------------------------------------------------------------------------------
 
 /// Empty when the fast search holds for this series, else what is wrong.
-std::string complaint(const Series& s) {
+std::string complaint(const Points& s) {
     Hinges hinges;
     if (!findBest(s, hinges))
         return "declined";
@@ -247,7 +245,7 @@ std::string complaint(const Series& s) {
 }
 
 void expectNoException(Family family, std::size_t series, std::uint64_t seed,
-                       const std::function<Series(Random&, Family, std::size_t)>& make) {
+                       const std::function<Points(Random&, Family, std::size_t)>& make) {
     Random random(seed);
     std::size_t exceptions = 0;
     for (std::size_t i = 0; i < series; ++i) {
@@ -308,7 +306,7 @@ std::string familyName(const testing::TestParamInfo<Family>& info) {
     return names[static_cast<std::size_t>(info.param)];
 }
 
-INSTANTIATE_TEST_SUITE_P(Series, HingeSearchFamily,
+INSTANTIATE_TEST_SUITE_P(Points, HingeSearchFamily,
                          testing::Values(Family::randomWalk, Family::noisyLine, Family::noisyHinge,
                                          Family::noisyTwoHinges, Family::exactLine, Family::exactHinge,
                                          Family::exactTwoHinges, Family::constant, Family::offset1e6,
@@ -320,8 +318,8 @@ INSTANTIATE_TEST_SUITE_P(Series, HingeSearchFamily,
 
 /// 21 samples a second apart with a valley at 6 and its mirror image at 14: a hinge at 7 and one at 13 fit
 /// alike.
-Series symmetricSeries() {
-    Series s;
+Points symmetricSeries() {
+    Points s;
     for (int i = 0; i <= 20; ++i) {
         s.x.push_back(static_cast<float>(i));
         s.y.push_back(static_cast<float>(i <= 10 ? std::abs(i - 6) : std::abs(14 - i)));
@@ -338,7 +336,7 @@ TEST(HingeSearchTies, TheFirstOfTwoMirroredSetsWins) {
 
 TEST(HingeSearchTies, AConstantSeriesTakesTheFirstSetAtAnyOffset) {
     for (const float level : {0.0F, 1.0F, -3.3F, 1e-30F, 1e6F + 0.0625F, 1e12F, 3e38F}) {
-        Series s;
+        Points s;
         for (int i = 0; i < 200; ++i) {
             s.x.push_back(static_cast<float>(i) * 300.0F);
             s.y.push_back(level);
@@ -352,7 +350,7 @@ TEST(HingeSearchTies, AConstantSeriesTakesTheFirstSetAtAnyOffset) {
 }
 
 TEST(HingeSearchTies, AnExactLineTakesTheFirstSet) {
-    Series s;
+    Points s;
     for (int i = 0; i < 2000; ++i) {
         s.x.push_back(static_cast<float>(i));
         s.y.push_back(static_cast<float>(3 * i - 700));
@@ -367,7 +365,7 @@ TEST(HingeSearchTies, AnExactLineTakesTheFirstSet) {
 }
 
 TEST(HingeSearchTies, EverySetThatHoldsTheTrueHingeIsEqualAndTheFirstOfThemWins) {
-    Series s;
+    Points s;
     for (int i = 0; i <= 100; ++i) {
         s.x.push_back(static_cast<float>(i));
         s.y.push_back(i <= 60 ? 5.0F : static_cast<float>(5 + 2 * (i - 60)));
@@ -385,7 +383,7 @@ TEST(HingeSearchTies, ALeadThatGrowsInStepsBelowTheBandKeepsTheFirstWithinTheBan
     // hands many times.
     std::size_t crowded = 0;
     for (int bend = 1; bend <= 40; ++bend) {
-        Series s;
+        Points s;
         for (int i = 0; i <= 400; ++i) {
             s.x.push_back(static_cast<float>(i));
             s.y.push_back(static_cast<float>(i * 16) +
@@ -407,7 +405,7 @@ TEST(HingeSearchTies, SetsWithinATrillionthOfTheTotalSumOfSquaresAreEqualAndNoOt
     // A line that bends at 200 ever more, and a hinge beside the bend that would be the first of equals.
     double lastTie = 0.0, firstDifference = 1.0;
     for (int bend = 1; bend <= 200; ++bend) {
-        Series s;
+        Points s;
         for (int i = 0; i <= 400; ++i) {
             s.x.push_back(static_cast<float>(i));
             s.y.push_back(static_cast<float>(i * 16) +
@@ -430,8 +428,8 @@ TEST(HingeSearchTies, SetsWithinATrillionthOfTheTotalSumOfSquaresAreEqualAndNoOt
 // ---- what is declined
 // -----------------------------------------------------------------------------------------------
 
-Series tenSamples() {
-    Series s;
+Points tenSamples() {
+    Points s;
     for (int i = 0; i < 10; ++i) {
         s.x.push_back(static_cast<float>(i));
         s.y.push_back(static_cast<float>(i * i % 7));
@@ -440,7 +438,7 @@ Series tenSamples() {
     return s;
 }
 
-void expectDeclined(const Series& s, const char* what) {
+void expectDeclined(const Points& s, const char* what) {
     Hinges hinges;
     EXPECT_FALSE(findBest(s, hinges)) << what;
     EXPECT_EQ(hinges, Hinges(s.k, std::int32_t{-7})) << what;
@@ -455,7 +453,7 @@ TEST(HingeSearch, DeclinesValuesAndTimesThatAreNotFinite) {
     for (const float bad : {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(),
                             -std::numeric_limits<float>::infinity()}) {
         for (std::size_t i = 0; i < 10; ++i) {
-            Series s = tenSamples();
+            Points s = tenSamples();
             s.y[i] = bad;
             expectDeclined(s, "value");
             s = tenSamples();
@@ -466,7 +464,7 @@ TEST(HingeSearch, DeclinesValuesAndTimesThatAreNotFinite) {
 }
 
 TEST(HingeSearch, DeclinesTimesThatStepBackAndNodesWithEqualTimes) {
-    Series s = tenSamples();
+    Points s = tenSamples();
     s.x[5] = 2.5F;
     expectDeclined(s, "a time between nodes steps back");
     s = tenSamples();
@@ -481,7 +479,7 @@ TEST(HingeSearch, DeclinesTimesThatStepBackAndNodesWithEqualTimes) {
 }
 
 TEST(HingeSearch, AcceptsEqualTimesBetweenTheNodes) {
-    Series s = tenSamples();
+    Points s = tenSamples();
     s.x[3] = s.x[2];
     EXPECT_EQ(complaint(s), "");
 }
@@ -489,14 +487,14 @@ TEST(HingeSearch, AcceptsEqualTimesBetweenTheNodes) {
 TEST(HingeSearch, DeclinesPositionsOutOfPlace) {
     for (const Hinges& positions : {Hinges{0, 4, 6}, Hinges{2, 4, 9}, Hinges{2, 6, 4}, Hinges{2, 2, 4},
                                     Hinges{-1, 4, 6}, Hinges{2, 4, 10}, Hinges{}}) {
-        Series s = tenSamples();
+        Points s = tenSamples();
         s.positions = positions;
         expectDeclined(s, "positions");
     }
 }
 
 TEST(HingeSearch, DeclinesCountsThatLeaveNothingToSearch) {
-    Series s = tenSamples();
+    Points s = tenSamples();
     s.k = 0;
     expectDeclined(s, "no hinge");
     s.k = 4;
@@ -511,7 +509,7 @@ TEST(HingeSearch, DeclinesCountsThatLeaveNothingToSearch) {
 
 TEST(HingeSearch, LargestAndSmallestFloatsNeitherOverflowNorVanish) {
     for (const float scale : {3e36F, 1e-38F}) {
-        Series s;
+        Points s;
         for (int i = 0; i < 60; ++i) {
             s.x.push_back(static_cast<float>(i) * scale);
             s.y.push_back(static_cast<float>(std::max(0, i - 30)) * scale);
@@ -524,7 +522,7 @@ TEST(HingeSearch, LargestAndSmallestFloatsNeitherOverflowNorVanish) {
 }
 
 TEST(HingeSearch, ManyHingesNeedNoDeepStack) {
-    Series s;
+    Points s;
     Random random(9);
     for (int i = 0; i < 6000; ++i) {
         s.x.push_back(static_cast<float>(i));

@@ -1,12 +1,12 @@
 #include "numeric/linearRegression.h"
 
+#include "tests/numeric/specialFloats.h"
 #include "tests/support/temporaryDirectory.h"
 
 #include <algorithm>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <iostream>
-#include <limits>
 #include <random>
 #include <sstream>
 #include <vector>
@@ -14,9 +14,10 @@
 namespace obrin {
 namespace {
 
+using test::infinity;
+using test::notANumber;
+
 using Floats = std::vector<float>;
-constexpr float infinity = std::numeric_limits<float>::infinity();
-constexpr float notANumber = std::numeric_limits<float>::quiet_NaN();
 
 struct Line {
     float intercept;

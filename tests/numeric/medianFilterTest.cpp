@@ -1,6 +1,8 @@
 #include "numeric/medianFilter.h"
 
 #include "tests/numeric/referenceMedian.h"
+#include "tests/numeric/specialFloats.h"
+#include "tests/support/sanitizers.h"
 #include "tests/support/temporaryDirectory.h"
 
 #include <algorithm>
@@ -19,24 +21,16 @@
 #include <unistd.h>
 #include <vector>
 
-#if defined(__SANITIZE_ADDRESS__)
-#define MEMORY_IS_THE_SANITIZERS 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define MEMORY_IS_THE_SANITIZERS 1
-#endif
-#endif
-
 namespace obrin {
 namespace {
 
 using test::CapturedLog;
+using test::infinity;
 using test::referenceBorderMedianFilter;
 using test::referenceMedianFilter;
 
 using Series = std::vector<float>;
 
-constexpr float infinity = std::numeric_limits<float>::infinity();
 constexpr float untouched = -12345.0F;
 const char* const windowLine = "median_filter: the window size should be >=1";
 const char* const strideLine = "median_filter: the window stride should be >=1";
@@ -311,12 +305,12 @@ TEST(MedianFilter, BordersNeverWriteMoreThanTwoElementsPastTheCount) {
             }
 }
 
-struct Family {
+struct Shape {
     const char* name;
     std::function<float(Count, std::mt19937&)> sample;
 };
 
-const Family families[] = {
+const Shape families[] = {
     {"noise", [](Count, std::mt19937& random) { return static_cast<float>(random()); }},
     {"duplicates", [](Count, std::mt19937& random) { return static_cast<float>(random() % 4); }},
     {"sorted", [](Count i, std::mt19937&) { return static_cast<float>(i); }},
@@ -344,7 +338,7 @@ const Family families[] = {
 
 TEST(MedianFilter, EveryFamilyOfSeriesIsTheTextbooksToTheBit) {
     std::mt19937 random(3);
-    for (const Family& family : families)
+    for (const Shape& family : families)
         for (const auto& [n, w, s] : {std::tuple{3000, 5, 5},
                                       {3001, 5, 1},
                                       {999, 9, 2},
@@ -459,7 +453,7 @@ void useUpMemory() {
 }
 
 TEST(MedianFilter, ASecondCallOfTheSameSizeTakesNoMemory) {
-#if defined(MEMORY_IS_THE_SANITIZERS)
+#if LUMETRA_UNDER_ASAN
     GTEST_SKIP() << "the sanitizer has memory of its own, which cannot be used up";
 #endif
     std::mt19937 random(6);
@@ -484,7 +478,7 @@ TEST(MedianFilter, ASecondCallOfTheSameSizeTakesNoMemory) {
 }
 
 TEST(MedianFilter, AWindowThatFindsNoMemoryEndsTheProcessWithTwoLines) {
-#if defined(MEMORY_IS_THE_SANITIZERS)
+#if LUMETRA_UNDER_ASAN
     GTEST_SKIP() << "the sanitizer needs the address space that this test takes away";
 #endif
     const auto starve = [] {

@@ -1,18 +1,19 @@
 #include "numeric/piecewiseFit.h"
 
 #include "tests/numeric/exhaustiveFit.h"
+#include "tests/numeric/specialFloats.h"
 #include "tests/support/temporaryDirectory.h"
 
 #include <cmath>
 #include <gtest/gtest.h>
-#include <limits>
 #include <random>
 
 namespace obrin {
 namespace {
 
-constexpr float infinity = std::numeric_limits<float>::infinity();
-constexpr float notANumber = std::numeric_limits<float>::quiet_NaN();
+using test::count;
+using test::infinity;
+using test::notANumber;
 
 /// Half a unit in the last place of a float, relative: what rounding the samples to float does to them.
 constexpr double floatRounding = 6e-8;
@@ -23,10 +24,6 @@ struct Fit {
     double error = 0.0;
     std::vector<float> x, y;
 };
-
-Count count(std::size_t size) {
-    return static_cast<Count>(size);
-}
 
 Fit fitBest(const std::vector<float>& x, const std::vector<float>& y, const Hinges& positions, Count k) {
     const std::size_t endpoints = static_cast<std::size_t>(std::min(k, count(positions.size()))) + 2;

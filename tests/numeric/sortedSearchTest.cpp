@@ -1,13 +1,17 @@
 #include "numeric/sortedSearch.h"
 
+#include "tests/numeric/specialFloats.h"
+
 #include <algorithm>
 #include <functional>
 #include <gtest/gtest.h>
-#include <limits>
 #include <vector>
 
 namespace obrin {
 namespace {
+
+using test::infinity;
+using test::notANumber;
 
 using Floats = std::vector<float>;
 using Search = int (*)(float, const float*, Count, int, std::int32_t*);
@@ -22,10 +26,10 @@ void PrintTo(const Answer& answer, std::ostream* out) {
     *out << answer.found << " at " << answer.pos;
 }
 
-constexpr std::int32_t untouched = -99;
+constexpr std::int32_t noPlace = -99;
 
 Answer ask(Search search, float value, const Floats& array, int order) {
-    std::int32_t pos = untouched;
+    std::int32_t pos = noPlace;
     const int found = search(value, array.data(), static_cast<Count>(array.size()), order, &pos);
     return {found, pos};
 }
@@ -63,9 +67,9 @@ TEST(SortedSearch, EmptyArrayGivesZeroAndLeavesThePlaceUntouched) {
     for (const Search search : {BinSearch, FindSMGeq, FindLGLeq}) {
         for (const int order : {1, -1}) {
             for (const Count n : {0, -5}) {
-                std::int32_t pos = untouched;
+                std::int32_t pos = noPlace;
                 EXPECT_EQ(search(1.0F, nullptr, n, order, &pos), 0);
-                EXPECT_EQ(pos, untouched);
+                EXPECT_EQ(pos, noPlace);
             }
         }
     }
@@ -134,7 +138,6 @@ TEST(SortedSearch, EverySortedArrayOfUpToSevenOutOfFourValuesAgreesWithAScan) {
 }
 
 TEST(SortedSearch, InfinitiesAreOrdinaryValues) {
-    constexpr float infinity = std::numeric_limits<float>::infinity();
     const Floats array{-infinity, 0.0F, infinity};
     EXPECT_EQ(ask(BinSearch, infinity, array, 1), (Answer{1, 2}));
     EXPECT_EQ(ask(FindSMGeq, -infinity, array, 1), (Answer{1, 0}));
@@ -142,7 +145,6 @@ TEST(SortedSearch, InfinitiesAreOrdinaryValues) {
 }
 
 TEST(SortedSearch, NotANumberNeverLeadsOutsideTheArray) {
-    constexpr float notANumber = std::numeric_limits<float>::quiet_NaN();
     for (std::size_t size = 1; size <= 6; ++size) {
         for (std::size_t hole = 0; hole <= size; ++hole) {
             Floats array;

@@ -1,5 +1,6 @@
 #include "numeric/vectorKernels.h"
 
+#include "tests/numeric/specialFloats.h"
 #include "tests/support/temporaryDirectory.h"
 
 #include <cmath>
@@ -14,9 +15,10 @@
 namespace obrin {
 namespace {
 
+using test::infinity;
+using test::notANumber;
+
 using Floats = std::vector<float>;
-constexpr float infinity = std::numeric_limits<float>::infinity();
-constexpr float notANumber = std::numeric_limits<float>::quiet_NaN();
 
 Floats randomFloats(std::size_t count, unsigned seed) {
     std::mt19937 generator(seed);

@@ -39,13 +39,13 @@ public:
     ~Refusing() { lastRefused = -1; }
 };
 
-struct Samples {
+struct Curve {
     std::vector<float> x;
     std::vector<float> y;
 };
 
-Samples curve(Count n) {
-    Samples samples;
+Curve curve(Count n) {
+    Curve samples;
     for (Count i = 0; i < n; ++i) {
         const float time = 60.0F * static_cast<float>(i);
         samples.x.push_back(time);
@@ -55,8 +55,8 @@ Samples curve(Count n) {
 }
 
 /// The same with what sends a fit down each of its roads.
-std::vector<Samples> curvesOfEveryKind(Count n) {
-    std::vector<Samples> kinds(6, curve(n));
+std::vector<Curve> curvesOfEveryKind(Count n) {
+    std::vector<Curve> kinds(6, curve(n));
     const auto middle = static_cast<std::size_t>(n / 2);
     kinds[1].y[middle] = std::numeric_limits<float>::infinity();
     kinds[2].y[middle] = std::numeric_limits<float>::quiet_NaN();
@@ -67,7 +67,7 @@ std::vector<Samples> curvesOfEveryKind(Count n) {
 }
 
 /// How often a forecast of the first n samples takes memory.
-long allocationsOf(const Samples& samples, Count n, std::string& name) {
+long allocationsOf(const Curve& samples, Count n, std::string& name) {
     const PredictionParameters parameters;
     std::array<float, 200> times{};
     std::array<float, 200> out{};
@@ -85,13 +85,13 @@ void onAThreadOfItsOwn(const std::function<void()>& what) {
 TEST(ForecastMemory, SecondCallOfTheSameOrASmallerSizeTakesNone) {
     for (const Count n : {300, 1440, 10080})
         onAThreadOfItsOwn([n] {
-            const Samples samples = curve(n);
+            const Curve samples = curve(n);
             std::string name;
             EXPECT_GT(allocationsOf(samples, n, name), 0) << "the counter does not count";
             EXPECT_EQ(allocationsOf(samples, n, name), 0) << n;
             EXPECT_EQ(allocationsOf(samples, n - 50, name), 0) << n;
             EXPECT_EQ(allocationsOf(samples, n, name), 0) << n;
-            const Samples infinite = curvesOfEveryKind(n)[1];
+            const Curve infinite = curvesOfEveryKind(n)[1];
             allocationsOf(infinite, n, name);
             EXPECT_EQ(allocationsOf(infinite, n, name), 0) << n;
         });
@@ -104,7 +104,7 @@ TEST(ForecastMemory, OnceTakenItServesEveryForecastOfUpToSoManySamples) {
         onAThreadOfItsOwn([n] {
             std::string name;
             name.reserve(100);
-            const std::vector<Samples> all = curvesOfEveryKind(n);
+            const std::vector<Curve> all = curvesOfEveryKind(n);
             ASSERT_TRUE(reserveForecastMemory(n));
             for (std::size_t kind = 0; kind < all.size(); ++kind) {
                 const Refusing everything(1, forGood);
@@ -120,7 +120,7 @@ TEST(ForecastMemory, OfMoreSamplesThanAForecastCanTakeIsRefusedAndLeavesWhatTher
         ASSERT_TRUE(reserveForecastMemory(300));
         EXPECT_FALSE(reserveForecastMemory(std::numeric_limits<std::uint32_t>::max()));
         EXPECT_FALSE(reserveForecastMemory(std::numeric_limits<std::int32_t>::max() / 6));
-        const Samples samples = curve(300);
+        const Curve samples = curve(300);
         std::string name;
         name.reserve(100);
         EXPECT_EQ(allocationsOf(samples, 300, name), 0);

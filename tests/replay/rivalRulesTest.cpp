@@ -8,7 +8,7 @@
 namespace obrin {
 namespace {
 
-constexpr std::int64_t start = 1'700'000'000;
+constexpr std::int64_t began = 1'700'000'000;
 constexpr std::int64_t minute = 60;
 constexpr std::int64_t hour = 3600;
 
@@ -22,7 +22,7 @@ TEST(SlidingLineTest, IsTheLeastSquaresLineOfItsStretchHoweverLongItRuns) {
     SlidingLine line(6 * hour);
     std::vector<std::pair<double, double>> all;
     for (int i = 0; i < 5000; ++i) {
-        const std::int64_t time = start + i * minute;
+        const std::int64_t time = began + i * minute;
         const double used = 20 + 0.01 * i + noise(random);
         line.add(time, used);
         all.emplace_back(static_cast<double>(i * minute), used);
@@ -54,9 +54,9 @@ TEST(SlidingLineTest, IsTheLeastSquaresLineOfItsStretchHoweverLongItRuns) {
 
 TEST(SlidingLineTest, ALineThatDoesNotRiseReachesNothing) {
     SlidingLine line(6 * hour);
-    EXPECT_EQ((line.add(start, 50), line.reaches()), 0);
-    EXPECT_EQ((line.add(start + minute, 50), line.reaches()), 0);
-    EXPECT_EQ((line.add(start + 2 * minute, 40), line.reaches()), 0);
+    EXPECT_EQ((line.add(began, 50), line.reaches()), 0);
+    EXPECT_EQ((line.add(began + minute, 50), line.reaches()), 0);
+    EXPECT_EQ((line.add(began + 2 * minute, 40), line.reaches()), 0);
 }
 
 TEST(RivalRulesTest, LineRulesHoldTheirConditionForAnHour) {
@@ -65,11 +65,11 @@ TEST(RivalRulesTest, LineRulesHoldTheirConditionForAnHour) {
     std::int64_t first24 = 0;
     std::int64_t first4 = 0;
     for (std::int64_t t = 0; t <= 6 * hour; t += minute) {
-        const auto verdicts = rules.take(start + t, 40.0 + 10.0 * static_cast<double>(t) / hour);
+        const auto verdicts = rules.take(began + t, 40.0 + 10.0 * static_cast<double>(t) / hour);
         const Verdict within24 = of(verdicts, Rival::line6h24h);
         if (within24.isAlarm && first24 == 0) {
             first24 = t;
-            EXPECT_NEAR(static_cast<double>(within24.announced), static_cast<double>(start + 6 * hour), 2.0);
+            EXPECT_NEAR(static_cast<double>(within24.announced), static_cast<double>(began + 6 * hour), 2.0);
         }
         if (of(verdicts, Rival::line6h4h).isAlarm && first4 == 0)
             first4 = t;
@@ -81,13 +81,13 @@ TEST(RivalRulesTest, LineRulesHoldTheirConditionForAnHour) {
 TEST(RivalRulesTest, AConditionThatIsInterruptedBeginsAnew) {
     RivalRules rules(48 * hour);
     for (std::int64_t t = 0; t < 50 * minute; t += minute)
-        rules.take(start + t, 70.0 + 3.0 * static_cast<double>(t) / hour);
-    rules.take(start + 50 * minute, 59.0);
+        rules.take(began + t, 70.0 + 3.0 * static_cast<double>(t) / hour);
+    rules.take(began + 50 * minute, 59.0);
     bool alarm = false;
     for (std::int64_t t = 51 * minute; t < 100 * minute; t += minute)
         alarm =
             alarm ||
-            of(rules.take(start + t, 70.0 + 3.0 * static_cast<double>(t) / hour), Rival::line6h24h).isAlarm;
+            of(rules.take(began + t, 70.0 + 3.0 * static_cast<double>(t) / hour), Rival::line6h24h).isAlarm;
     EXPECT_FALSE(alarm);
 }
 
@@ -96,18 +96,18 @@ TEST(RivalRulesTest, TwoPointsAreAnHourApart) {
     Verdict verdict;
     for (std::int64_t t = 0; t < hour; t += minute)
         EXPECT_FALSE(
-            of(rules.take(start + t, 10.0 + static_cast<double>(t) / hour), Rival::twoPoints1h).isAlarm);
-    verdict = of(rules.take(start + hour, 12.0), Rival::twoPoints1h); // two points an hour: 44 h
+            of(rules.take(began + t, 10.0 + static_cast<double>(t) / hour), Rival::twoPoints1h).isAlarm);
+    verdict = of(rules.take(began + hour, 12.0), Rival::twoPoints1h); // two points an hour: 44 h
     EXPECT_TRUE(verdict.isAlarm);
-    EXPECT_EQ(verdict.announced, start + 45 * hour);
-    verdict = of(rules.take(start + hour + minute, 11.0), Rival::twoPoints1h); // 89 h are beyond the horizon
+    EXPECT_EQ(verdict.announced, began + 45 * hour);
+    verdict = of(rules.take(began + hour + minute, 11.0), Rival::twoPoints1h); // 89 h are beyond the horizon
     EXPECT_FALSE(verdict.isAlarm);
 }
 
 TEST(RivalRulesTest, TheThresholdIsNinetyPerCent) {
     RivalRules rules(48 * hour);
-    EXPECT_FALSE(of(rules.take(start, 89.99), Rival::threshold90).isAlarm);
-    EXPECT_TRUE(of(rules.take(start + 1, 90.0), Rival::threshold90).isAlarm);
+    EXPECT_FALSE(of(rules.take(began, 89.99), Rival::threshold90).isAlarm);
+    EXPECT_TRUE(of(rules.take(began + 1, 90.0), Rival::threshold90).isAlarm);
 }
 
 } // namespace

@@ -18,26 +18,26 @@ using namespace std::string_literals;
 using ::testing::IsEmpty;
 
 /// Fifteen lines of which there is nothing to say.
-const std::string good = "BeginResourceDeclaration\n"
-                         "BeginResourceInput\n"
-                         "\tFindObject (Other)\n"
-                         "\tFindInstance (inst)\n"
-                         "\tFindCounter (count)\n"
-                         "\tWindowSize -1.\n"
-                         "\tNameIs (Name)\n"
-                         "\tAnalyticalMethod 1\n"
-                         "\tUpperLimitAbs 0.5\n"
-                         "\tUpperLimitCalc 0\n"
-                         "\tLowerLimitAbs 0\n"
-                         "\tLowerLimitCalc 0\n"
-                         "\tCulpritMarker (none)\n"
-                         "EndResourceInput\n"
-                         "EndResourceDeclaration\n";
+const std::string goodText = "BeginResourceDeclaration\n"
+                             "BeginResourceInput\n"
+                             "\tFindObject (Other)\n"
+                             "\tFindInstance (inst)\n"
+                             "\tFindCounter (count)\n"
+                             "\tWindowSize -1.\n"
+                             "\tNameIs (Name)\n"
+                             "\tAnalyticalMethod 1\n"
+                             "\tUpperLimitAbs 0.5\n"
+                             "\tUpperLimitCalc 0\n"
+                             "\tLowerLimitAbs 0\n"
+                             "\tLowerLimitCalc 0\n"
+                             "\tCulpritMarker (none)\n"
+                             "EndResourceInput\n"
+                             "EndResourceDeclaration\n";
 
-const std::string goodInput = good.substr(25, good.find("EndResourceDeclaration") - 25);
+const std::string goodInput = goodText.substr(25, goodText.find("EndResourceDeclaration") - 25);
 
 std::string with(const std::string& old, const std::string& fresh) {
-    std::string text = good;
+    std::string text = goodText;
     const std::size_t at = text.find(old);
     EXPECT_NE(at, text.npos) << old;
     return text.replace(at, old.size(), fresh);
@@ -52,7 +52,7 @@ void expectAll(const std::vector<FindingRow>& rows) {
 }
 
 TEST(DeclarationFindings, OfGoodDeclarationsThereIsNothingToSay) {
-    const DeclarationReport report = checkDeclarations(good);
+    const DeclarationReport report = checkDeclarations(goodText);
     EXPECT_THAT(report.findings, IsEmpty());
     EXPECT_TRUE(report.accepted);
     EXPECT_TRUE(report.rewritten);
@@ -60,7 +60,7 @@ TEST(DeclarationFindings, OfGoodDeclarationsThereIsNothingToSay) {
 }
 
 TEST(DeclarationFindings, AnInputIsReadWithThePlacesOfItsParts) {
-    std::string text = good;
+    std::string text = goodText;
     text.insert(text.find("EndResourceDeclaration"), goodInput);
     text.replace(text.rfind("(Other)"), 7, "(" + std::string(130, 'o') + ")");
     text.replace(text.rfind("-1."), 3, "x");
@@ -101,11 +101,11 @@ TEST(DeclarationFindings, WhatIsMissingIsToldWhereItIsMissed) {
          {"13:2 keyword-missing keyword=EndResourceInput"},
          false},
         {with("(none)", ""), {"13:2 argument-missing keyword=CulpritMarker"}, false},
-        {upTo("ther)", good), {"3:2 argument-missing keyword=FindObject"}, false},
+        {upTo("ther)", goodText), {"3:2 argument-missing keyword=FindObject"}, false},
         {with("\tNameIs", "\t/* NameIs"), {"7:2 comment-not-closed text=/*"}, false},
-        {upTo("EndResourceInput", good), {"3:2 end-of-input-missing"}},
-        {upTo("EndResourceDeclaration", good), {"14:1 end-of-declarations-missing"}},
-        {upTo(" -1.", good),
+        {upTo("EndResourceInput", goodText), {"3:2 end-of-input-missing"}},
+        {upTo("EndResourceDeclaration", goodText), {"14:1 end-of-declarations-missing"}},
+        {upTo(" -1.", goodText),
          {"6:2 value-malformed keyword=WindowSize", "6:2 keyword-missing keyword=NameIs"},
          false},
     });
@@ -181,16 +181,16 @@ TEST(DeclarationFindings, CommentMarksThatAreNoneAreTold) {
         {before("/*note of two words*/"), {"7:2 comment-mark-glued text=/*note"}},
         {before("stray*/"), {"7:2 comment-mark-glued text=stray*/"}},
         {before("/* a b*/ c*/ d */"), {"7:7 comment-mark-glued text=b*/ number=1"}},
-        {"/*x\n" + good, {"1:1 comment-mark-glued text=/*x"}},
-        {"/*x*/\n" + good, {}},
+        {"/*x\n" + goodText, {"1:1 comment-mark-glued text=/*x"}},
+        {"/*x*/\n" + goodText, {}},
     });
 }
 
 TEST(DeclarationFindings, BeforeTheBeginningAnythingMayStandButInputs) {
     expectAll({
-        {"any words, a findobject\n" + good, {}},
-        {"FindObject\n" + good, {"1:1 input-skipped text=FindObject keyword=BeginResourceDeclaration"}},
-        {"\xEF\xBB\xBF\n" + good, {"1:1 byte-order-mark text=\xEF\xBB\xBF"}},
+        {"any words, a findobject\n" + goodText, {}},
+        {"FindObject\n" + goodText, {"1:1 input-skipped text=FindObject keyword=BeginResourceDeclaration"}},
+        {"\xEF\xBB\xBF\n" + goodText, {"1:1 byte-order-mark text=\xEF\xBB\xBF"}},
         {"nameis beginresourcedeclaration",
          {"1:8 keyword-in-other-case text=beginresourcedeclaration keyword=BeginResourceDeclaration",
           "1:1 keyword-missing keyword=BeginResourceDeclaration"},
@@ -217,10 +217,10 @@ TEST(DeclarationFindings, HowTheDeclarationsEndIsToldWithTheFirstInputBehind) {
 
 TEST(DeclarationFindings, TheFirstCommentThatAReplacementWouldDropIsTold) {
     const auto comment = [](const std::string& text) { return checkDeclarations(text).comment; };
-    EXPECT_EQ(comment("/* a */ /* b */\n" + good), (Place{1, 1}));
+    EXPECT_EQ(comment("/* a */ /* b */\n" + goodText), (Place{1, 1}));
     EXPECT_EQ(comment(with("\tNameIs", "\t /* a */ NameIs")), (Place{7, 3}));
     EXPECT_EQ(comment(with("EndResourceDeclaration", " /* a */")), (Place{15, 2}));
-    EXPECT_EQ(comment(good + "/* a */"), Place{}) << "behind the end nothing is read";
+    EXPECT_EQ(comment(goodText + "/* a */"), Place{}) << "behind the end nothing is read";
 }
 
 /// A run's own judgement, links and all, beside that of the check.
@@ -262,7 +262,7 @@ protected:
 
 TEST_F(SameReading, TheCheckTakesWhatARunTakesAndSeesWhatItSees) {
     std::mt19937 random(11);
-    std::string whole = good;
+    std::string whole = goodText;
     whole.insert(whole.find("EndResourceDeclaration"), goodInput);
     whole.replace(whole.rfind("Other"), 5, "LogicalDisk");
     const std::string odd[] = {"/*",
@@ -304,14 +304,14 @@ TEST_F(SameReading, WhatKeepsARunFromReplacingTheTextIsToldByTheCheck) {
         EXPECT_TRUE(compare(text)) << text;
         EXPECT_FALSE(checkDeclarations(text).rewritten) << text;
     }
-    for (const std::string& text : {good, good + goodInput, "FindObject " + good}) {
+    for (const std::string& text : {goodText, goodText + goodInput, "FindObject " + goodText}) {
         EXPECT_TRUE(compare(text)) << text;
         EXPECT_TRUE(checkDeclarations(text).rewritten) << text;
     }
 }
 
 TEST_F(SameReading, NothingIsLoggedOrWritten) {
-    for (const std::string& text : {good, with("(none)", ""), std::string()})
+    for (const std::string& text : {goodText, with("(none)", ""), std::string()})
         checkDeclarations(text);
     EXPECT_EQ(log.text(), "");
     EXPECT_FALSE(std::filesystem::exists(clasp.ScratchPad));
@@ -321,7 +321,7 @@ TEST_F(SameReading, NothingIsLoggedOrWritten) {
 TEST(DeclarationFindings, MegabytesOfAnythingAreChecked) {
     const auto megabytes = static_cast<std::size_t>(often(2, 10));
     for (const char* word : {"FindObject ", "/* ", "( ", "word ", "/*x ", "x*/ ", "\n"}) {
-        std::string text = upTo("\tNameIs", good);
+        std::string text = upTo("\tNameIs", goodText);
         while (text.size() < megabytes << 20)
             text += word;
         EXPECT_FALSE(checkDeclarations(text).accepted);

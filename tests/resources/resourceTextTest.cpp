@@ -2,6 +2,7 @@
 
 #include "support/handles.h"
 #include "tests/resources/chainFixture.h"
+#include "tests/support/sanitizers.h"
 #include "tests/support/timeZone.h"
 #include "tests/support/turnedClock.h"
 
@@ -18,7 +19,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#if defined(__SANITIZE_ADDRESS__)
+#if LUMETRA_UNDER_ASAN
 #include <sanitizer/lsan_interface.h>
 #endif
 
@@ -56,7 +57,7 @@ locale_t localeWithDecimalComma(const std::string& directory) {
     const std::string command = "localedef -i de_DE -f UTF-8 " + directory + "/de_DE.UTF-8 >/dev/null 2>&1";
     if (std::system(command.c_str()) == -1)
         return locale_t{};
-#if defined(__SANITIZE_ADDRESS__)
+#if LUMETRA_UNDER_ASAN
     const __lsan::ScopedDisabler libraryLosesItsCopyOfThePath;
 #endif
     ::setenv("LOCPATH", directory.c_str(), 1);

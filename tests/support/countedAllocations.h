@@ -4,17 +4,14 @@
 // refuses them where told: the hooks replace the C library's entry points. Not under the sanitizers, which
 // own them; LUMETRA_COUNTS_ALLOCATIONS tells.
 
+#include "tests/support/sanitizers.h"
+
 #include <cerrno>
 #include <cstddef>
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if LUMETRA_UNDER_ASAN || LUMETRA_UNDER_TSAN
 #define LUMETRA_COUNTS_ALLOCATIONS 0
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define LUMETRA_COUNTS_ALLOCATIONS 0
-#endif
-#endif
-#ifndef LUMETRA_COUNTS_ALLOCATIONS
+#else
 #define LUMETRA_COUNTS_ALLOCATIONS 1
 #endif
 

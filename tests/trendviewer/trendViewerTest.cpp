@@ -5,6 +5,7 @@
 #include "prediction/trendFileFormat.h"
 #include "tests/resources/chainFixture.h"
 #include "tests/support/fakeJavaEnvironment.h"
+#include "tests/support/sanitizers.h"
 #include "tests/support/turnedClock.h"
 #include "trendviewer/trendFiles.h"
 
@@ -570,7 +571,7 @@ TEST_F(TrendViewer, NoJavaMemoryForATextEndsTheCallWithItsError) {
 }
 
 TEST_F(TrendViewer, NoNativeMemoryIsAnOutOfMemoryError) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if LUMETRA_UNDER_ASAN || LUMETRA_UNDER_TSAN
     GTEST_SKIP() << "a sanitizer needs more address space than a test can limit";
 #endif
     addOne();
