@@ -1,7 +1,7 @@
 #pragma once
 
-// Which sanitizer a test runs under, for what cannot be tested there: LUMETRA_UNDER_ASAN and LUMETRA_UNDER_TSAN are 0
-// or 1. gcc and clang tell it in ways of their own.
+// Which sanitizer a test runs under, for what cannot be tested there: LUMETRA_UNDER_ASAN and
+// LUMETRA_UNDER_TSAN are 0 or 1. gcc and clang tell it in ways of their own.
 
 #if defined(__has_feature)
 #define LUMETRA_UNDER_ASAN __has_feature(address_sanitizer)
