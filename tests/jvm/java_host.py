@@ -27,7 +27,9 @@ JAR = os.path.abspath(os.environ.get("LUMETRA_JAR", os.path.join(BUILD, "java", 
 COMPLAINTS = ("WARNING in native method", "WARNING: JNI local refs", "FATAL ERROR in native method", "SIGSEGV",
               "A fatal error has been detected", "AddressSanitizer", "runtime error:")
 # A small machine that starts fast.
-JAVA_OPTIONS = ("-Xcheck:jni", "-XX:+UseSerialGC", "-XX:TieredStopAtLevel=1", "-Xshare:auto", "-Xms16m", "-Xmx64m")
+FAST = ("-XX:+UseSerialGC", "-XX:TieredStopAtLevel=1", "-Xshare:auto")
+JAVA_OPTIONS = ("-Xcheck:jni", *FAST, "-Xms16m", "-Xmx64m")
+JAVAC = ("javac", *(f"-J{option}" for option in FAST))
 PROGRAM = os.path.join(PROJECT, "lumetra")
 
 
@@ -54,7 +56,7 @@ def classes_of(name):
     """The directory of the compiled classes of a source of the tests."""
     source = os.path.join(TESTS, "jvm", "java", name + ".java")
     return built_once(name, [source], lambda directory: subprocess.run(
-        ["javac", "-Xlint:all", "-Werror", "-cp", JAR, "-d", directory, source], check=True))
+        [*JAVAC, "-Xlint:all", "-Werror", "-cp", JAR, "-d", directory, source], check=True))
 
 
 def ask(port, path, method="GET", **headers):
@@ -271,6 +273,6 @@ class JavaTest(unittest.TestCase):
         self.assert_clean(machine, home, **check)
 
 
-__all__ = ["BUILD", "COMPLAINTS", "JAR", "JAVA_OPTIONS", "LIBRARY", "LONG", "PROGRAM", "PROJECT", "TESTS", "JavaTest",
+__all__ = ["BUILD", "COMPLAINTS", "FAST", "JAR", "JAVAC", "JAVA_OPTIONS", "LIBRARY", "LONG", "PROGRAM", "PROJECT", "TESTS", "JavaTest",
            "Machine", "api", "ask", "built_once", "classes_of", "free_port", "host_command", "long_only", "often", "page_threads",
            "remaining", "some", "wait_until"]

@@ -11,7 +11,7 @@ import sys
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from java_host import JAR, PROGRAM, agent_home, classes_of, often, remaining, some, wait_until  # noqa: E402
+from java_host import FAST, JAR, PROGRAM, agent_home, classes_of, often, remaining, some, wait_until  # noqa: E402
 from agent_home import (DISK_SPACE, DRIVER, LIBRARY, PROCESSES, PROJECT, Home, Running, declaration,  # noqa: E402
                         declarations_text)
 
@@ -86,7 +86,7 @@ class Checker:
     """The check in one long-lived Java machine."""
 
     def __init__(self):
-        self.process = subprocess.Popen(["java", "-XX:+UseSerialGC", "-Xmx256m", f"-Dlumetra.library={LIBRARY}", "-cp",
+        self.process = subprocess.Popen(["java", *FAST, "-Xmx256m", f"-Dlumetra.library={LIBRARY}", "-cp",
                                          JAR + ":" + classes_of("CheckMany"),
                                          "com.quorin.sysmgt.tavl.LumetraAgent.check.CheckMany"], stdin=subprocess.PIPE,
                                         stdout=subprocess.PIPE, env=dict(os.environ, LC_ALL="C.UTF-8"))
@@ -354,7 +354,7 @@ class AsTyped(CheckTest):
         jar, library = (shutil.copy(file, home.path) for file in (JAR, LIBRARY))
         os.chmod(jar, 0o644)
         os.chmod(library, 0o644)
-        result = subprocess.run(["java", f"-Dlumetra.library={library}", "-jar", jar, "check", "--home", home.path],
+        result = subprocess.run(["java", *FAST, f"-Dlumetra.library={library}", "-jar", jar, "check", "--home", home.path],
                                 capture_output=True, cwd="/", timeout=remaining(), **options)
         self.assertEqual(result.returncode, 1, result.stderr)
         self.assertIn("permission denied; expected a readable file [declarations-unopenable]", result.stdout.decode())

@@ -18,7 +18,7 @@ import unittest
 import zlib
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from java_host import (JAR, LIBRARY, PROGRAM, JavaTest, Machine, ask, free_port, host_command, remaining,  # noqa: E402
+from java_host import (FAST, JAR, LIBRARY, PROGRAM, JavaTest, Machine, ask, free_port, host_command, remaining,  # noqa: E402
                        some)
 import agent_home  # noqa: E402
 from agent_home import HEADING, declaration, mount, needs_mounts, umount, write  # noqa: E402
@@ -156,7 +156,7 @@ class Help(JavaTest):
         git = ["git", "-C", agent_home.PROJECT, "rev-parse", "HEAD"]
         commit = r" \([0-9a-f]{12}\+?\)" if subprocess.run(git, capture_output=True, check=False).returncode == 0 else ""
         self.assertRegex(lumetra("--version").stdout, rf"^Lumetra Agent {re.escape(version)}{commit}\n$")
-        run = subprocess.run(["java", "-jar", JAR, "run", "--help"], capture_output=True, text=True)
+        run = subprocess.run(["java", *FAST, "-jar", JAR, "run", "--help"], capture_output=True, text=True)
         self.assertEqual(run.returncode, 0)
         through_the_script = lumetra("run", "--help").stdout
         for option in ("--home", "--config", "--for", "--port", "--listen", "--allow-host", "--fresh", "Exit codes:"):
@@ -204,7 +204,7 @@ class Completion(JavaTest):
                          {word for word in commands if not word.startswith("-")})
         self.assertEqual({"status"}, self.offered("st"))
         for command in commands:
-            told = subprocess.run(["java", "-jar", JAR, command, "--help"], capture_output=True, text=True, check=True).stdout
+            told = subprocess.run(["java", *FAST, "-jar", JAR, command, "--help"], capture_output=True, text=True, check=True).stdout
             options = set(re.findall(r"(?<![\w-])--[a-z-]+", told))
             self.assertLessEqual({"--help", "--version"}, options)
             self.assertEqual(options, {word for word in self.offered(command, "-") if word.startswith("--")}, command)
@@ -238,6 +238,13 @@ class Status(CommandTest):
             self.assertRegex(line, r" \d+\.\d\d % ")
         self.assertRegex(lines[-1], rf"^Lumetra Agent \S+ at http://127.0.0.1:{self.port}/: \d+ cycles, the newest \d+ s ago, "
                                     "samples without a pause.$")
+
+    def test_asking_begins_nothing_of_what_https_takes(self):
+        result = subprocess.run(["java", *FAST, "-Xlog:class+load", "-jar", JAR, "status", "--port", str(self.port)],
+                                capture_output=True, text=True)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertIn("AgentClient", result.stdout)
+        self.assertNotIn("sun.security.ssl", result.stdout)
 
     def test_the_json_is_the_interfaces_own(self):
         told = json.loads(self.run_ok("status", "--json"))
@@ -440,7 +447,7 @@ class Plot(CommandTest):
         self.assertEqual(os.listdir(directory), [])
 
     def test_without_gnuplot_its_package_is_named(self):
-        result = subprocess.run([shutil.which("java"), "-jar", JAR, "plot", "--port", str(self.port)], capture_output=True,
+        result = subprocess.run([shutil.which("java"), *FAST, "-jar", JAR, "plot", "--port", str(self.port)], capture_output=True,
                                 text=True, cwd=self.directory(), env={**os.environ, "PATH": "/nonexistent"})
         self.assertEqual((result.returncode, result.stdout), (1, ""))
         self.assertIn("gnuplot cannot be started; it is in the package gnuplot-nox", result.stderr)

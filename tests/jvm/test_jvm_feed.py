@@ -10,7 +10,7 @@ import sys
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from java_host import JAR, PROJECT, JavaTest, ask, built_once, free_port, host_command  # noqa: E402
+from java_host import JAR, JAVAC, PROJECT, JavaTest, ask, built_once, free_port, host_command  # noqa: E402
 from agent_home import DISK_SPACE, HEADING, PROCESSES, declaration, write  # noqa: E402
 
 RESOURCES = "/api/v1/resources"
@@ -119,7 +119,7 @@ class NoDoor(FeedTest):
 
         def build(directory):
             write(os.path.join(directory, "HostFeed.java"), source.replace("VERSION = 5;", "VERSION = 6;"))
-            subprocess.run(["javac", "-cp", JAR, "-d", directory, os.path.join(directory, "HostFeed.java")], check=True)
+            subprocess.run([*JAVAC, "-cp", JAR, "-d", directory, os.path.join(directory, "HostFeed.java")], check=True)
 
         return built_once("HostFeed5", [HOST_FEED], build)
 

@@ -51,7 +51,7 @@ class Killed(JavaTest):
         home.stub_df(HEADING + "".join(DISKS))
         until = time.monotonic() + often(0, 600)
         lives = told_of = 0
-        while lives < 5 or time.monotonic() < until:
+        while lives < 3 or time.monotonic() < until:
             before = home.snapshot()
             lines = len(home.archive_lines())
             told, machine = self.life(home, chance, must_tell=lives < 2)

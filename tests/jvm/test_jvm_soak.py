@@ -111,7 +111,7 @@ class B5_Soak(Soak):
         self.is_over = threading.Event()
         churning = threading.Thread(target=self.churn, args=(base, limits))
         churning.start()
-        cycles = often(300, 20000)
+        cycles = often(220, 20000)
         try:
             for step in range(1, 11):
                 self.await_cycles(machine, home, cycles * step // 10)
@@ -119,6 +119,9 @@ class B5_Soak(Soak):
         finally:
             self.is_over.set()
             churning.join()
+            for name in os.listdir(base):
+                if name.startswith("come") and os.path.ismount(os.path.join(base, name)):
+                    umount(os.path.join(base, name))
         machine.stop()
         machine.say("unview")
         machine.expect("unviewed")

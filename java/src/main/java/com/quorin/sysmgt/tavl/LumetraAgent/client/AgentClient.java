@@ -11,26 +11,25 @@ import com.quorin.sysmgt.tavl.LumetraAgent.text.Words;
 import java.io.IOException;
 import java.io.InputStream;
 import java.net.HttpURLConnection;
-import java.net.ProtocolException;
+import java.net.SocketTimeoutException;
 import java.net.URI;
-import java.net.http.HttpClient;
-import java.net.http.HttpConnectTimeoutException;
-import java.net.http.HttpHeaders;
-import java.net.http.HttpRequest;
-import java.net.http.HttpResponse;
-import java.net.http.HttpTimeoutException;
-import java.nio.channels.UnresolvedAddressException;
+import java.net.UnknownHostException;
 import java.time.DateTimeException;
-import java.time.Duration;
 import java.time.Instant;
 import java.time.format.DateTimeFormatter;
 import java.util.Objects;
+import java.util.Optional;
 import java.util.concurrent.ExecutionException;
 import java.util.concurrent.Future;
 import java.util.concurrent.TimeUnit;
 import java.util.concurrent.TimeoutException;
 
-/** Asks a running agent by its JSON interface. What answers may be anything. */
+/**
+ * Asks a running agent by its JSON interface. What answers may be anything.
+ *
+ * <p>By the older of Java's clients: the younger one begins with all that https takes, also for http, which is half of
+ * what a command takes of the processor.
+ */
 final class AgentClient {
 
     private static final int TIMEOUT_SECONDS = 5;
@@ -53,15 +52,9 @@ final class AgentClient {
     /** An answer as it came, and when it was sent. */
     private record Answer(JsonNode json, Instant date) {}
 
-    static {
-        // a second attempt would replace the reason why the first one failed
-        System.setProperty("jdk.httpclient.disableRetryConnect", "true");
-    }
-
     private final URI page;
     private final int patience;
     private final int wholePatience;
-    private final HttpClient http;
 
     /**
      * An agent that is not asked yet.
@@ -82,8 +75,6 @@ final class AgentClient {
         this.page = page;
         this.patience = patience;
         this.wholePatience = wholePatience;
-        http = HttpClient.newBuilder().version(HttpClient.Version.HTTP_1_1)
-                .connectTimeout(Duration.ofSeconds(patience)).build();
     }
 
     Overview overview() throws Failed {
@@ -140,12 +131,12 @@ final class AgentClient {
         try {
             return await(Background.start("lumetra-client", () -> fetch(page.resolve(path), timeoutSeconds)));
         } catch (TimeoutException e) {
-            throw stranger("its answer has no end after " + wholePatience + " s");
+            throw endless(wholePatience);
         } catch (InterruptedException e) {
             Thread.currentThread().interrupt();
             throw Failed.forAll("interrupted");
         } catch (ExecutionException e) {
-            throw unanswered(e.getCause(), timeoutSeconds);
+            throw unanswered(e.getCause());
         }
     }
 
@@ -165,68 +156,88 @@ final class AgentClient {
         }
     }
 
-    private Failed unanswered(Throwable cause, int timeoutSeconds) {
+    private Failed unanswered(Throwable cause) {
         if (cause instanceof Failed known) {
             return known;
         }
         if (cause instanceof OutOfMemoryError) {
             return stranger("its answer is too large");
         }
-        if (cause instanceof ProtocolException) {
-            return stranger("it does not speak HTTP");
-        }
-        return Failed.forAll("no agent answers at " + page + ": " + reason(cause, timeoutSeconds)
+        return absent(cause instanceof UnknownHostException ? "no machine has this name"
+                : Objects.requireNonNullElse(cause.getMessage(), cause.toString()));
+    }
+
+    private Failed absent(String why) {
+        return Failed.forAll("no agent answers at " + page + ": " + why
                 + "; start it with " + System.getProperty("lumetra.start", "./run-agent"));
     }
 
-    private String reason(Throwable cause, int timeoutSeconds) {
-        if (cause instanceof HttpTimeoutException) {
-            boolean connecting = cause instanceof HttpConnectTimeoutException;
-            return "no answer within " + (connecting ? patience : timeoutSeconds) + " s";
-        }
-        for (Throwable each = cause; each != null; each = each.getCause()) {
-            if (each instanceof UnresolvedAddressException) {
-                return "no machine has this name";
-            }
-            if (each.getMessage() != null) {
-                return each.getMessage();
-            }
-        }
-        return cause.toString();
+    private Failed silent(int seconds) {
+        return absent("no answer within " + seconds + " s");
+    }
+
+    private Failed endless(int seconds) {
+        return stranger("its answer has no end after " + seconds + " s");
     }
 
     private Failed stranger(String why) {
         return Failed.once("what answers at " + page + " is no Lumetra Agent: " + why);
     }
 
-    private Answer fetch(URI address, int timeoutSeconds) throws IOException, InterruptedException, Failed {
-        HttpRequest request = HttpRequest.newBuilder(address).timeout(Duration.ofSeconds(timeoutSeconds))
-                .header("Accept", "application/json").build();
-        HttpResponse<InputStream> answer = http.send(request, HttpResponse.BodyHandlers.ofInputStream());
-        try (InputStream body = answer.body()) {
-            if (answer.statusCode() != HttpURLConnection.HTTP_OK) {
-                throw refused(answer.statusCode(), body);
+    private Answer fetch(URI address, int timeoutSeconds) throws IOException, Failed {
+        HttpURLConnection question = (HttpURLConnection) address.toURL().openConnection();
+        question.setConnectTimeout(1000 * patience);
+        question.setReadTimeout(1000 * timeoutSeconds);
+        question.setInstanceFollowRedirects(false);
+        question.setRequestProperty("Accept", "application/json");
+        int status = statusOf(question, timeoutSeconds);
+        try (InputStream body = status < HttpURLConnection.HTTP_BAD_REQUEST
+                ? question.getInputStream() : question.getErrorStream()) {
+            if (status != HttpURLConnection.HTTP_OK) {
+                throw refused(status, body);
             }
-            if (!answer.headers().firstValue("Content-Type").orElse("").startsWith("application/json")) {
+            if (!Objects.requireNonNullElse(question.getContentType(), "").startsWith("application/json")) {
                 throw stranger("its answer is no JSON");
             }
-            return new Answer(parse(read(body)), date(answer.headers()));
+            return new Answer(parse(read(body)), date(question.getHeaderField("Date")));
+        } catch (SocketTimeoutException e) {
+            throw endless(timeoutSeconds);
+        }
+    }
+
+    /** Asks; the status of the answer. */
+    private int statusOf(HttpURLConnection question, int timeoutSeconds) throws IOException, Failed {
+        try {
+            question.connect();
+        } catch (SocketTimeoutException e) {
+            throw silent(patience);
+        }
+        try {
+            int status = question.getResponseCode();
+            if (status < 0) {
+                throw stranger("it does not speak HTTP");
+            }
+            return status;
+        } catch (SocketTimeoutException e) {
+            throw silent(timeoutSeconds);
         }
     }
 
     /** When an answer was sent; without a date that can be read, by the clock here. */
-    private static Instant date(HttpHeaders headers) {
+    private static Instant date(String sent) {
         try {
-            return headers.firstValue("Date").map(DateTimeFormatter.RFC_1123_DATE_TIME::parse).map(Instant::from)
+            return Optional.ofNullable(sent).map(DateTimeFormatter.RFC_1123_DATE_TIME::parse).map(Instant::from)
                     .orElseGet(Instant::now);
         } catch (DateTimeException e) {
             return Instant.now();
         }
     }
 
+    /** What a status other than that of success means. The body may be missing. */
     private Failed refused(int status, InputStream body) {
         try {
-            JsonNode error = MAPPER.readTree(body.readNBytes(LARGEST_ERROR)).path("error").path("message");
+            byte[] bytes = body == null ? new byte[0] : body.readNBytes(LARGEST_ERROR);
+            JsonNode error = MAPPER.readTree(bytes).path("error").path("message");
             if (error.isTextual()) {
                 return Failed.once("the agent at " + page + " refuses: " + error.textValue());
             }

@@ -160,7 +160,7 @@ class AgentClientTest {
     @Test
     void aServerThatIsSilentIsGivenUp() throws IOException {
         try (ServerSocket silent = new ServerSocket(0, 5, InetAddress.getLoopbackAddress())) {
-            client = new AgentClient(URI.create("http://127.0.0.1:" + silent.getLocalPort() + "/"), 1, 30);
+            ask(silent, 1, 30);
             assertTrue(failure().contains("no answer within 1 s"));
         }
     }
@@ -183,8 +183,13 @@ class AgentClientTest {
         });
         thread.setDaemon(true);
         thread.start();
-        client = new AgentClient(URI.create("http://127.0.0.1:" + talker.getLocalPort() + "/"), 5, 2);
+        ask(talker, 5, 2);
         return talker;
+    }
+
+    private void ask(ServerSocket listening, int patience, int wholePatience) {
+        client = new AgentClient(
+                URI.create("http://127.0.0.1:" + listening.getLocalPort() + "/"), patience, wholePatience);
     }
 
     @Test
@@ -202,11 +207,14 @@ class AgentClientTest {
         }
     }
 
-    @Test
-    void anAnswerThatStopsInItsMiddleIsGivenUp() throws IOException {
+    @ParameterizedTest
+    @CsvSource({"5, 2, 2", "1, 30, 1"})
+    void anAnswerThatStopsInItsMiddleIsGivenUp(int patience, int wholePatience, int told) throws IOException {
         try (ServerSocket slow = saying(
                 "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: 99\r\n\r\n{", false)) {
-            assertTrue(failure().endsWith("its answer has no end after 2 s"), "on port " + slow.getLocalPort());
+            ask(slow, patience, wholePatience);
+            assertTrue(failure().endsWith("its answer has no end after " + told + " s"),
+                    "on port " + slow.getLocalPort());
         }
     }
 
