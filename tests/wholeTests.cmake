@@ -80,8 +80,12 @@ set(lapack_openblas ${builds}/openblas/usr/lib/${multiarch}/openblas-pthread)
 foreach(lapack reference openblas)
     foreach(suite numeric prediction)
         set(name numbers.${lapack}.${suite})
+        set(filter "")
+        if(lapack STREQUAL openblas) # nothing of these is LAPACK's
+            set(filter --gtest_filter=-MedianFilter.*:SortedSearch.*:VectorKernels.*:ErrorMeasures.*)
+        endif()
         add_test(NAME ${name}
-            COMMAND tests_${suite} --gtest_brief=1 --gtest_output=xml:${LUMETRA_TEST_RESULTS}/${name}.xml)
+            COMMAND tests_${suite} ${filter} --gtest_brief=1 --gtest_output=xml:${LUMETRA_TEST_RESULTS}/${name}.xml)
         set_tests_properties(${name} PROPERTIES LABELS unit ENVIRONMENT
             "LD_LIBRARY_PATH=${lapack_${lapack}}:/usr/lib/${multiarch}/blas;LUMETRA_EXPECTED_LAPACK=${lapack_${lapack}};LOCPATH=${builds}/locales")
     endforeach()

@@ -16,6 +16,7 @@ import sys
 import tempfile
 import threading
 import unittest
+import urllib.request
 import zipfile
 
 import yaml
@@ -483,8 +484,11 @@ class ContainerTest(InstalledTest):
             self.addCleanup(clean_up)
 
         def disks():
-            printed = self.machine.run("lumetra", "status", "--json", "--port", str(port), expected=None)
-            resources = json.loads(printed)["resources"] if printed.startswith("{") else []
+            try:
+                with urllib.request.urlopen(f"http://127.0.0.1:{port}/api/v1/resources", timeout=remaining()) as answer:
+                    resources = json.load(answer)["resources"]
+            except OSError:
+                resources = []
             return {r["mountpoint"]: r for r in resources if r["counterWords"] == "space"}
 
         wait_until(lambda: f"/host{early}" in disks(), "the host's file system")
