@@ -151,23 +151,23 @@ bool isOnDisk(int file, dev_t disk) {
     return ::fstat(file, &state) == 0 && state.st_dev == disk;
 }
 
-enum class Kept { done, noWorkFile, failed };
+enum class Trimmed { done, noWorkFile, failed };
 
 /// Puts the newest `limit` bytes of `archive`, from a whole line on, into `work` and renames that over
 /// `target`.
-Kept keepNewest(int archive, const struct stat& state, off_t limit, SideFile work,
-                const std::string& target) {
+Trimmed keepNewest(int archive, const struct stat& state, off_t limit, SideFile work,
+                   const std::string& target) {
     if (!work.file)
-        return Kept::noWorkFile;
+        return Trimmed::noWorkFile;
     if (hasRoom(work.file.get(), limit) && takeAttributes(work.file.get(), state) &&
         skipToNextLine(archive, state.st_size - limit) && copyRest(archive, work.file.get()) &&
         ::fsync(work.file.get()) == 0 && work.file.close() == 0 &&
         ::rename(work.path.c_str(), target.c_str()) == 0)
-        return Kept::done;
+        return Trimmed::done;
     const int error = errno;
     ::unlink(work.path.c_str());
     errno = error;
-    return Kept::failed;
+    return Trimmed::failed;
 }
 
 } // namespace
@@ -191,10 +191,10 @@ int trim(const std::string& path, int megabytes) {
         ::unlink(temp.c_str());
         work = makeSideFile(path, 0600);
     }
-    const Kept kept = keepNewest(archive.get(), state, limit, std::move(work), path);
-    if (kept == Kept::noWorkFile)
+    const Trimmed kept = keepNewest(archive.get(), state, limit, std::move(work), path);
+    if (kept == Trimmed::noWorkFile)
         error_exit("fatal", "Cannot Open Temp File For Database Trimming");
-    else if (kept == Kept::failed)
+    else if (kept == Trimmed::failed)
         logFailure("cannot be trimmed", path, errno);
     return 1;
 }

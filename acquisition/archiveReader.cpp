@@ -1,5 +1,6 @@
 #include "acquisition/archiveReader.h"
 
+#include "support/numberText.h"
 #include "support/safeOpen.h"
 #include "support/textScanner.h"
 
@@ -22,14 +23,7 @@ constexpr std::size_t longestNumber = 512;
 constexpr off_t firstStepBack = off_t{4} << 20;
 constexpr off_t searchedForNumbers = off_t{1} << 20;
 
-/// No line of any machine is longer; a tail without an end to its line is none.
-constexpr off_t longestLine = off_t{16} << 20;
-
-constexpr off_t lookedAt = off_t{64} << 10;
-
-bool isDecimalDigit(char byte) {
-    return byte >= '0' && byte <= '9';
-}
+constexpr off_t lookedThrough = off_t{64} << 10;
 
 } // namespace
 
@@ -96,7 +90,7 @@ std::optional<std::int64_t> ArchiveWords::integer() {
         return std::nullopt;
     begin_ += text.position();
     while (begin_ == end_ && refill()) // a number of absurd length
-        while (begin_ < end_ && isDecimalDigit(block_[begin_]))
+        while (begin_ < end_ && isDigit(block_[begin_]))
             ++begin_;
     return number;
 }
@@ -195,7 +189,7 @@ std::optional<std::int32_t> highestArchivedNumber(int fd, off_t size) {
             errno = words.error();
             return std::nullopt;
         }
-        if (size <= back || back >= longestLine)
+        if (size <= back || back >= static_cast<off_t>(longestArchiveLine))
             break;
     }
     return highest;
@@ -203,11 +197,12 @@ std::optional<std::int32_t> highestArchivedNumber(int fd, off_t size) {
 
 namespace {
 
-/// Whether lines begin behind `at`, and those within the next lookedAt bytes, the first at least, are old.
+/// Whether lines begin behind `at`, and those within the next lookedThrough bytes, the first at least, are
+/// old.
 bool isOldBehind(int fd, off_t at, const std::function<bool(std::int64_t)>& isYoung) {
     ArchiveWords words(fd, at);
     bool isOld = false;
-    while ((!isOld || words.position() < at + lookedAt) && words.skipLine()) {
+    while ((!isOld || words.position() < at + lookedThrough) && words.skipLine()) {
         const auto time = words.moreInLine() ? words.integer() : std::nullopt;
         if (time && isYoung(*time))
             return false;

@@ -18,6 +18,9 @@ namespace obrin {
 /// The last second of the year 9999: what is greater is no time that a clock has shown.
 inline constexpr std::int64_t latestTime = 253'402'300'799;
 
+/// No line of any machine is longer, in bytes: one of 100,000 resources has some three million.
+inline constexpr std::size_t longestArchiveLine = std::size_t{16} << 20;
+
 /// The archive open to be read, and its size; an owner of nothing when there is no such file.
 Descriptor openArchiveToRead(const std::string& path, off_t* size);
 

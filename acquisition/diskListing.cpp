@@ -4,6 +4,7 @@
 #include "agent/debugLog.h"
 #include "support/childProcess.h"
 #include "support/immortal.h"
+#include "support/numberText.h"
 #include "support/systemPaths.h"
 #include "support/wholeFile.h"
 
@@ -24,10 +25,6 @@ namespace {
 
 // --- the text of a listing
 // ---------------------------------------------------------------------------------------
-
-bool isDigit(char byte) {
-    return byte >= '0' && byte <= '9';
-}
 
 /// A whole column as a number; nothing for anything else. What only an unsigned number holds is as good as
 /// the largest.
@@ -169,7 +166,7 @@ std::string writtenTo(const Descriptor& workFile) {
     return text;
 }
 
-struct Outcome {
+struct CommandResult {
     bool started = false;
     int status = commandNotRun; ///< as waitpid(2) tells it
     std::string output;
@@ -177,11 +174,11 @@ struct Outcome {
 
 /// Runs a command to its end or to the deadline. Past it, its group is killed, and nothing more is started in
 /// this cycle.
-Outcome run(const ChildCommand& command, Clock::Moment deadline) {
+CommandResult run(const ChildCommand& command, Clock::Moment deadline) {
     std::optional<ChildProcess> child = ChildProcess::start(command);
     if (!child)
         return {false, errno == EACCES || errno == ENOEXEC ? commandNotExecutable : commandNotRun, ""};
-    Outcome outcome{true, SIGKILL, child->takeOutput(deadline, longestListing)};
+    CommandResult outcome{true, SIGKILL, child->takeOutput(deadline, longestListing)};
     if (outcome.output.size() >= longestListing)
         child->kill(); // what it still has to say is not read any more
     const auto status = child->wait(deadline, [&] {
@@ -227,7 +224,7 @@ TakenListing takeFresh(DiskCounter counter) {
     const Descriptor file = openWorkFile(systemPaths().diskListing);
     if (file) {
         command.output = file.get();
-        const Outcome written = run(command, deadline);
+        const CommandResult written = run(command, deadline);
         state().failed[placeOf(counter)] = written.started && written.status != 0;
         taken.status = written.status;
         if (!written.started || written.status == commandNotRun || state().gaveUp)
@@ -241,7 +238,7 @@ TakenListing takeFresh(DiskCounter counter) {
     }
     command.captureOutput = true;
     command.output = -1;
-    const Outcome piped = run(command, deadline);
+    const CommandResult piped = run(command, deadline);
     if (!piped.started && !file)
         taken.status = piped.status; // nor would there have been a shell to miss the file
     if (piped.started && !state().gaveUp)

@@ -87,7 +87,7 @@ void reportFailedCycleStep(const char* what, int result) {
     reportFailure(what);
 }
 
-int cannotOpen(const std::string& configPath) {
+int refuseConfig(const std::string& configPath) {
     const std::string text = "Cannot open " + configPath + " file. Use Configure Wizard.";
     DEBUGMSG("\n%s\n\n", text.c_str());
     error_exit("fatal", text.c_str());
@@ -248,7 +248,7 @@ int runAgent(int argumentCount, const std::string& programName, const std::strin
     }
     const auto configuration = readGivenFile(configPath);
     if (!configuration)
-        return cannotOpen(configPath);
+        return refuseConfig(configPath);
     const char* locale = std::setlocale(LC_ALL, nullptr);
     say("agent locale(LC_ALL)=", locale == nullptr ? "" : locale, "\n");
     runWith(*configuration, configPath);

@@ -1,5 +1,7 @@
 #include "agent/argumentlessFormat.h"
 
+#include "support/numberText.h"
+
 #include <algorithm>
 
 namespace obrin {
@@ -19,10 +21,6 @@ struct Conversion {
     char letter = 0;
     std::size_t length = 0; ///< bytes from "%" to the letter, both included
 };
-
-bool isDigit(char byte) {
-    return byte >= '0' && byte <= '9';
-}
 
 /// Moves behind "<number>$", which says which argument is meant: all are alike here.
 void skipPosition(std::string_view text, std::size_t& at) {

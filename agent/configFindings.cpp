@@ -15,9 +15,9 @@ bool isRead(const ConfigurationItem& item, std::size_t i) {
     return !item.missing && (i < ConfigurationText::names || item.number);
 }
 
-class Checker {
+class ConfigChecker {
 public:
-    explicit Checker(std::string_view text) : text_(text), places_(text) {
+    explicit ConfigChecker(std::string_view text) : text_(text), places_(text) {
         report_.read = readConfigurationText(text);
     }
 
@@ -91,7 +91,7 @@ private:
 } // namespace
 
 ConfigurationReport checkConfiguration(std::string_view text) {
-    return Checker(text).check();
+    return ConfigChecker(text).check();
 }
 
 } // namespace obrin

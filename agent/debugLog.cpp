@@ -25,8 +25,8 @@ Descriptor& fLog GUARDED_BY(logLock) = *logFile;
 /// The log's size by counting, since it was looked at last. To look before each message would cost as much as
 /// to format it.
 off_t logSize GUARDED_BY(logLock) = 0;
-Clock::Moment lookedAt GUARDED_BY(logLock);
-constexpr std::chrono::seconds lookAgain{1};
+Clock::Moment lastLook GUARDED_BY(logLock);
+constexpr std::chrono::seconds lookEvery{1};
 
 /// The size of the open log, as it is. False when it has been deleted or renamed under us.
 bool look() REQUIRES(logLock) {
@@ -34,7 +34,7 @@ bool look() REQUIRES(logLock) {
     if (::fstat(fLog.get(), &state) != 0)
         return true;
     logSize = state.st_size;
-    lookedAt = systemClock().now();
+    lastLook = systemClock().now();
     struct stat there;
     if (::lstat(systemPaths().log.c_str(), &there) != 0)
         return errno != ENOENT;
@@ -59,7 +59,7 @@ void turnOver(const std::string& keptAs) REQUIRES(logLock) {
 }
 
 bool isDue() REQUIRES(logLock) {
-    return systemClock().now() - lookedAt >= lookAgain || logSize > logSizeLimit;
+    return systemClock().now() - lastLook >= lookEvery || logSize > logSizeLimit;
 }
 
 /// Opens a log that is closed, or that is ours no more, and turns over one that has grown too long.

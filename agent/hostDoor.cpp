@@ -116,7 +116,7 @@ jbyteArray JNICALL places(JNIEnv* env, jclass, jbyteArray bin, jbyteArray config
     });
 }
 
-void JNICALL resume(JNIEnv*, jclass, jboolean wanted) {
+void JNICALL wantResume(JNIEnv*, jclass, jboolean wanted) {
     setResume(wanted != JNI_FALSE);
 }
 
@@ -140,7 +140,7 @@ jbyteArray JNICALL counters(JNIEnv* env, jclass) {
 }
 
 /// False when nobody can be told by such a name.
-jboolean JNICALL tellService(JNIEnv* env, jclass, jbyteArray socket, jlong watchdogMicroseconds) {
+jboolean JNICALL nameService(JNIEnv* env, jclass, jbyteArray socket, jlong watchdogMicroseconds) {
     if (!areThere(env, {socket}))
         return JNI_FALSE;
     try {
@@ -156,7 +156,7 @@ jboolean JNICALL tellService(JNIEnv* env, jclass, jbyteArray socket, jlong watch
 // --- replays
 
 /// 0 with an exception pending when the request is not understood.
-jint JNICALL open(JNIEnv* env, jclass, jbyteArray request) {
+jint JNICALL openIt(JNIEnv* env, jclass, jbyteArray request) {
     if (!areThere(env, {request}))
         return 0;
     try {
@@ -216,8 +216,8 @@ void registerHost(JNIEnv* env) {
         method("await", "(JJ)[B", reinterpret_cast<void*>(&await)),
         method("curves", "(I)[B", reinterpret_cast<void*>(&curves)),
         method("counters", "()[B", reinterpret_cast<void*>(&counters)),
-        method("resume", "(Z)V", reinterpret_cast<void*>(&resume)),
-        method("tellService", "([BJ)Z", reinterpret_cast<void*>(&tellService)),
+        method("resume", "(Z)V", reinterpret_cast<void*>(&wantResume)),
+        method("tellService", "([BJ)Z", reinterpret_cast<void*>(&nameService)),
         method("skip", "([B)V", reinterpret_cast<void*>(&skip)),
         method("reading", "()[B", reinterpret_cast<void*>(&reading)),
     };
@@ -236,7 +236,7 @@ void registerCheck(JNIEnv* env) {
 
 void registerReplay(JNIEnv* env) {
     const JNINativeMethod methods[] = {
-        method("open", "([B)I", reinterpret_cast<void*>(&open)),
+        method("open", "([B)I", reinterpret_cast<void*>(&openIt)),
         method("step", "(IJ)[B", reinterpret_cast<void*>(&step)),
         method("summary", "(I)[B", reinterpret_cast<void*>(&summary)),
         method("close", "(I)V", reinterpret_cast<void*>(&closeIt)),

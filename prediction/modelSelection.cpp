@@ -29,7 +29,7 @@ struct Model {
     std::int32_t lastCandidate; ///< valid when the last candidate breakpoint is not below this
 };
 
-constexpr std::array<Model, modelCount> models{{
+constexpr std::array<Model, modelCount> modelTable{{
     {model0, 0, false, 2, 0},
     {model1, 1, false, 4, 41},
     {model2, 2, false, 6, 81},
@@ -57,7 +57,7 @@ struct Workspace {
 };
 
 /// A smoothed series with what is needed to fit and judge models over it.
-struct Series {
+struct SmoothedSeries {
     Count points;
     const float* x;
     const float* y;
@@ -67,7 +67,7 @@ struct Series {
     Count candidateCount;
 };
 
-struct Scores {
+struct ModelScores {
     std::array<double, modelCount> mses{};
     std::array<std::int32_t, modelCount> degreesOfFreedom{};
     std::array<std::int32_t, modelCount> valid{};
@@ -103,7 +103,7 @@ void fillWeights(Count points, float decay, float* weights) {
     }
 }
 
-Curve fit(const FittingTools& tools, const Model& model, const Series& series) {
+Curve fit(const FittingTools& tools, const Model& model, const SmoothedSeries& series) {
     Curve curve{};
     const float* const y = model.logarithmic ? series.logY : series.y;
     if (model.hinges == 0) {
@@ -130,15 +130,15 @@ void evaluate(const Model& model, const Curve& curve, Count n, const float* x, f
 
 /// Fits every model that is valid with this last candidate, keeps its curve and scores it against the
 /// smoothed values as they are, also when it was fitted to their logarithms.
-Scores fitModels(const FittingTools& tools, const Series& series, Count lastCandidate, float* fitted,
-                 std::array<Curve, modelCount>& curves) {
-    Scores scores;
-    for (std::size_t k = 0; k < models.size(); ++k) {
-        if (lastCandidate >= models[k].lastCandidate) {
-            curves[k] = fit(tools, models[k], series);
-            evaluate(models[k], curves[k], series.points, series.x, fitted);
+ModelScores fitModels(const FittingTools& tools, const SmoothedSeries& series, Count lastCandidate,
+                      float* fitted, std::array<Curve, modelCount>& curves) {
+    ModelScores scores;
+    for (std::size_t k = 0; k < modelTable.size(); ++k) {
+        if (lastCandidate >= modelTable[k].lastCandidate) {
+            curves[k] = fit(tools, modelTable[k], series);
+            evaluate(modelTable[k], curves[k], series.points, series.x, fitted);
             scores.mses[k] = WMSE(series.points, series.y, fitted, series.weights);
-            scores.degreesOfFreedom[k] = models[k].degreesOfFreedom;
+            scores.degreesOfFreedom[k] = modelTable[k].degreesOfFreedom;
             scores.valid[k] = 1;
         }
     }
@@ -147,9 +147,9 @@ Scores fitModels(const FittingTools& tools, const Series& series, Count lastCand
 
 /// The reference variance of Mallows' rule: the least error of the valid models with the most degrees of
 /// freedom.
-double referenceVariance(const Scores& scores) {
+double referenceVariance(const ModelScores& scores) {
     std::size_t most = 0; // the simple line is always valid
-    for (std::size_t k = 1; k < models.size(); ++k) {
+    for (std::size_t k = 1; k < modelTable.size(); ++k) {
         const std::int32_t more = scores.degreesOfFreedom[k] - scores.degreesOfFreedom[most];
         if (scores.valid[k] == 1 && (more > 0 || (more == 0 && scores.mses[k] < scores.mses[most]))) {
             most = k;
@@ -158,7 +158,7 @@ double referenceVariance(const Scores& scores) {
     return scores.mses[most];
 }
 
-std::int32_t select(const char* method, const Series& series, const Scores& scores) {
+std::int32_t select(const char* method, const SmoothedSeries& series, const ModelScores& scores) {
     if (method != nullptr && std::strcmp(method, "mallows") == 0) {
         return SelectWithMallows(modelCount, series.points, scores.mses.data(),
                                  scores.degreesOfFreedom.data(), scores.valid.data(),
@@ -206,7 +206,7 @@ bool reserveForecastMemory(std::int64_t samples) noexcept {
     constexpr PredictionParameters parameters;
     static_assert(parameters.medianWindow <= 4 * parameters.medianStride, "as the median filter asks");
     constexpr auto mostHinges =
-        std::max_element(models.begin(), models.end(), [](const Model& a, const Model& b) {
+        std::max_element(modelTable.begin(), modelTable.end(), [](const Model& a, const Model& b) {
             return a.hinges < b.hinges;
         })->hinges;
     const std::int64_t points = samples / parameters.medianStride + slack;
@@ -270,15 +270,17 @@ std::int32_t select_model_and_predict_with(const FittingTools& tools, std::int32
     const Count candidateCount = placeCandidates(points, *params, candidates);
     float* const weights = workspace.weights.get(withSlack(points));
     fillWeights(points, params->weightDecay, weights);
-    const Series series{points, smoothedX, smoothedY, logSmoothedY, weights, candidates, candidateCount};
+    const SmoothedSeries series{points,  smoothedX,  smoothedY,     logSmoothedY,
+                                weights, candidates, candidateCount};
 
     std::array<Curve, modelCount> curves;
-    const Scores scores = fitModels(tools, series, candidates[params->hingeCandidates - 1], fittedY, curves);
+    const ModelScores scores =
+        fitModels(tools, series, candidates[params->hingeCandidates - 1], fittedY, curves);
     const std::int32_t selected = select(params->selectionMethod, series, scores);
     if (selected >= 0 && selected < modelCount) {
         const auto chosen = static_cast<std::size_t>(selected);
-        *modelName = models[chosen].name;
-        evaluate(models[chosen], curves[chosen], nOut, xOut, yOut);
+        *modelName = modelTable[chosen].name;
+        evaluate(modelTable[chosen], curves[chosen], nOut, xOut, yOut);
     }
     return 1;
 }

@@ -3,6 +3,7 @@
 #include "acquisition/circularBuffers.h"
 #include "agent/debugLog.h"
 #include "prediction/exhaustion.h"
+#include "support/clock.h"
 #include "support/immortal.h"
 #include "support/textScanner.h"
 
@@ -26,8 +27,6 @@ Immortal<std::vector<SampleRecord>> gathered;
 std::vector<SampleRecord>& FirstPoint = *gathered;
 
 namespace {
-
-constexpr double secondsPerHour = 3600.0;
 
 /// Gathers the resource in hand.
 void gatherFirstPoint(const Link& link) {

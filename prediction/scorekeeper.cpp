@@ -1,5 +1,7 @@
 #include "prediction/scorekeeper.h"
 
+#include "support/clock.h"
+
 #include <algorithm>
 #include <limits>
 #include <utility>
@@ -7,9 +9,8 @@
 namespace obrin {
 namespace {
 
-constexpr std::int64_t hour = 3600;
 constexpr std::int64_t announcementSpacing = 300;
-constexpr std::int64_t announcementsLast = 25 * hour; ///< an hour beyond the farthest mark
+constexpr std::int64_t announcementsLast = 25 * wholeSecondsPerHour; ///< an hour beyond the farthest mark
 constexpr std::int64_t levelSpacing = 60;
 constexpr double leastFall = 1.0;
 
@@ -67,7 +68,7 @@ void Scorekeeper::note(const Observation& now) {
 }
 
 void Scorekeeper::noteLevel(const Observation& now) {
-    while (!levels_.empty() && levels_.front().time < now.time - hour)
+    while (!levels_.empty() && levels_.front().time < now.time - wholeSecondsPerHour)
         levels_.pop_front();
     while (!levels_.empty() && levels_.back().used <= now.used)
         levels_.pop_back();
@@ -116,12 +117,12 @@ std::optional<Episode> Scorekeeper::end(const Observation& now, Outcome outcome)
 /// The announcement that stood so long before, a little older at the most: one that was made earlier had been
 /// taken back by then.
 double Scorekeeper::errorAt(std::int64_t reached, int hoursBefore) const {
-    const std::int64_t mark = reached - hoursBefore * hour;
+    const std::int64_t mark = reached - hoursBefore * wholeSecondsPerHour;
     const auto later =
         std::ranges::find_if(announcements_, [&](const Announcement& a) { return a.time > mark; });
     if (later == announcements_.begin() || std::prev(later)->time < mark - 2 * announcementSpacing)
         return std::numeric_limits<double>::quiet_NaN();
-    return static_cast<double>(std::prev(later)->announced - reached) / static_cast<double>(hour);
+    return static_cast<double>(std::prev(later)->announced - reached) / secondsPerHour;
 }
 
 } // namespace obrin

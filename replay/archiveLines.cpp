@@ -12,10 +12,7 @@
 namespace obrin {
 namespace {
 
-constexpr std::size_t blockSize = std::size_t{1} << 20;
-
-/// A line of 100,000 resources has some three megabytes.
-constexpr std::size_t longestLine = std::size_t{16} << 20;
+constexpr std::size_t readAtOnce = std::size_t{1} << 20;
 
 /// Reads the numbers of one line.
 class Numbers {
@@ -60,10 +57,10 @@ bool ArchiveLines::fill() {
     buffer_.erase(0, begin_);
     begin_ = 0;
     const std::size_t held = buffer_.size();
-    buffer_.resize(held + blockSize);
+    buffer_.resize(held + readAtOnce);
     ssize_t got = -1;
     do
-        got = ::read(file_.get(), buffer_.data() + held, blockSize);
+        got = ::read(file_.get(), buffer_.data() + held, readAtOnce);
     while (got < 0 && errno == EINTR);
     if (got < 0)
         problem_ = std::strerror(errno);
@@ -89,7 +86,7 @@ bool ArchiveLines::nextLine(std::string_view* text) {
         if (atEnd_)
             return false;
         searched = rest.size();
-        if (searched > longestLine) { // its end is still to be found, its text is not kept
+        if (searched > longestArchiveLine) { // its end is still to be found, its text is not kept
             isPassing_ = true;
             bytesRead_ += static_cast<std::int64_t>(searched);
             begin_ = buffer_.size();

@@ -2,6 +2,7 @@
 
 #include "acquisition/circularBuffers.h"
 #include "resources/windowSizing.h"
+#include "support/clock.h"
 
 #include <algorithm>
 #include <cmath>
@@ -10,8 +11,6 @@
 
 namespace obrin {
 namespace {
-
-constexpr double secondsPerHour = 3600.0;
 
 /// A pause of more periods than this is a gap, in which nothing was observed.
 constexpr std::int64_t longestPause = 3;

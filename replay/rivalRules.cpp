@@ -1,11 +1,12 @@
 #include "replay/rivalRules.h"
 
+#include "support/clock.h"
+
 #include <cmath>
 
 namespace obrin {
 namespace {
 
-constexpr std::int64_t hour = 3600;
 constexpr double limit = 100.0;
 
 /// The sums are made anew after so many samples, so that what rounding adds up to stays small.
@@ -74,16 +75,16 @@ Verdict RivalRules::lineRule(Rival rival, std::int64_t time, double used, std::i
     }
     if (since == 0)
         since = time;
-    return {time - since >= hour, reaches};
+    return {time - since >= wholeSecondsPerHour, reaches};
 }
 
 Verdict RivalRules::twoPoints(std::int64_t time, double used) {
     hour_.push_back({time, used});
-    while (hour_.size() > 1 && hour_[1].time <= time - hour)
+    while (hour_.size() > 1 && hour_[1].time <= time - wholeSecondsPerHour)
         hour_.pop_front();
     const Sample& before = hour_.front();
     const double rise = used - before.used;
-    if (time - before.time < hour || !(rise > 0))
+    if (time - before.time < wholeSecondsPerHour || !(rise > 0))
         return {};
     const double seconds = (limit - used) / rise * static_cast<double>(time - before.time);
     const std::int64_t reaches = momentAfter(time, seconds);
@@ -94,9 +95,9 @@ std::array<Verdict, rivals> RivalRules::take(std::int64_t time, double used) {
     line_.add(time, used);
     std::array<Verdict, rivals> verdicts;
     verdicts[static_cast<std::size_t>(Rival::line6h24h)] =
-        lineRule(Rival::line6h24h, time, used, 24 * hour, 60.0);
+        lineRule(Rival::line6h24h, time, used, 24 * wholeSecondsPerHour, 60.0);
     verdicts[static_cast<std::size_t>(Rival::line6h4h)] =
-        lineRule(Rival::line6h4h, time, used, 4 * hour, 80.0);
+        lineRule(Rival::line6h4h, time, used, 4 * wholeSecondsPerHour, 80.0);
     verdicts[static_cast<std::size_t>(Rival::twoPoints1h)] = twoPoints(time, used);
     verdicts[static_cast<std::size_t>(Rival::threshold90)] = {used >= 90.0, 0};
     return verdicts;

@@ -57,9 +57,9 @@ std::string_view meant(std::string_view word) {
     return {};
 }
 
-class Checker {
+class DeclarationChecker {
 public:
-    explicit Checker(std::string_view text) : text_(text), places_(text), scanner_(text) {}
+    explicit DeclarationChecker(std::string_view text) : text_(text), places_(text), scanner_(text) {}
 
     DeclarationReport check() {
         findForeignBytes(text_, places_, report_.findings);
@@ -383,7 +383,7 @@ private:
 } // namespace
 
 DeclarationReport checkDeclarations(std::string_view text) {
-    return Checker(text).check();
+    return DeclarationChecker(text).check();
 }
 
 } // namespace obrin

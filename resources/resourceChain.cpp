@@ -14,12 +14,12 @@ namespace obrin {
 namespace {
 
 /// Where a number goes: before `next`, or at the end when there is none.
-struct Place {
+struct Slot {
     bool allowed = true;
     Link* next = nullptr;
 };
 
-Place placeInChain(const Clasp& clasp, std::int32_t rid) {
+Slot placeInChain(const Clasp& clasp, std::int32_t rid) {
     // A new number is nearly always the highest; without this a machine with thousands of mounts walks for
     // ever.
     if (clasp.pLastLink == nullptr || rid > clasp.pLastLink->RID)
@@ -139,7 +139,7 @@ int CreateLinkInChainAndCopyData(const Link* link) {
     if (link->pClasp == nullptr)
         return -1;
     Clasp& clasp = *link->pClasp;
-    const Place place = placeInChain(clasp, link->RID);
+    const Slot place = placeInChain(clasp, link->RID);
     if (!place.allowed)
         return -1;
     std::unique_ptr<Link> copy;

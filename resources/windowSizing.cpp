@@ -2,6 +2,7 @@
 
 #include "agent/debugLog.h"
 #include "prediction/modelSelection.h"
+#include "support/clock.h"
 #include "support/textScanner.h"
 
 #include <algorithm>
@@ -12,7 +13,6 @@ namespace obrin {
 
 namespace {
 
-constexpr double secondsPerHour = 3600.0;
 constexpr double samplesInLongestWindow = 300;
 
 bool isTooLong(double windowHours, std::int32_t millisecondsPerSample) {

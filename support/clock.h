@@ -1,10 +1,14 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <ctime>
 #include <pthread.h>
 
 namespace obrin {
+
+inline constexpr double secondsPerHour = 3600.0;
+inline constexpr std::int64_t wholeSecondsPerHour = 3600; ///< for times that have no fractions
 
 /// Every time that the agent goes by enters here, the real one unless a test has set another. Any thread.
 class Clock {

@@ -8,6 +8,11 @@ namespace obrin {
 // the nearest, halves to even, "-0.00", "inf" and "-nan" as there. Independent of any locale. Each function
 // writes at `at`, without a NUL, and gives the end of what it wrote.
 
+/// Of a decimal number, whatever the locale.
+inline bool isDigit(char byte) {
+    return byte >= '0' && byte <= '9';
+}
+
 /// Room that any number with up to ten decimals fits into.
 inline constexpr std::size_t longestNumberText = 352;
 

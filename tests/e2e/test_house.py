@@ -106,13 +106,12 @@ class House(unittest.TestCase):
             files = [file for pattern in sources.split() for file in ROOT.glob(pattern)]
             self.assertTrue(files, name)
             floors = {floor(room(file)) for file in files}
-            self.assertEqual(len(floors), 1, f"{name} stands on the floors {floors}")
+            if name != "obrin_natives":
+                self.assertEqual(len(floors), 1, f"{name} stands on the floors {floors}")
             self.assertLessEqual({d for d in depends.split() if d.startswith("obrin_")}, set(known), name)
             known[name] = files
         built = {file for files in known.values() for file in files}
-        natives = set(re.search(r"add_library\(obrin_natives OBJECT ([^)]*)\)", text)[1].split())
-        self.assertEqual({room(p) for p in sources_of_the_library()},
-                         {room(p) for p in built} | {str(pathlib.PurePath(n).with_suffix("")) for n in natives})
+        self.assertEqual({room(p) for p in sources_of_the_library()}, {room(p) for p in built})
 
     def test_java_types_appear_in_their_rooms_only(self):
         rooms = {room(path) for path in sources() if re.search(r"<jni\.h>|\bJNIEnv\b|\bjstring\b|\bjobject\b",

@@ -260,7 +260,7 @@ void expectNoException(Family family, std::size_t series, std::uint64_t seed,
 class HingeSearchFamily : public testing::TestWithParam<Family> {};
 
 TEST_P(HingeSearchFamily, ChoosesAsTheExhaustiveSearchDoesOnShortSeries) {
-    expectNoException(GetParam(), static_cast<std::size_t>(test::often(500, 1900)), 1,
+    expectNoException(GetParam(), test::sample(static_cast<std::size_t>(test::often(500, 1900))), 1,
                       [](Random& random, Family family, std::size_t i) {
                           return makeSeries(random, family, between(random, 40, 80), between(random, 4, 8),
                                             1 + i % 2);
@@ -268,7 +268,7 @@ TEST_P(HingeSearchFamily, ChoosesAsTheExhaustiveSearchDoesOnShortSeries) {
 }
 
 TEST_P(HingeSearchFamily, ChoosesAsTheExhaustiveSearchDoesOnVeryShortSeries) {
-    expectNoException(GetParam(), 100, 2, [](Random& random, Family family, std::size_t i) {
+    expectNoException(GetParam(), test::sample(100), 2, [](Random& random, Family family, std::size_t i) {
         const std::size_t k = 1 + i % 3;
         const std::size_t samples = between(random, k + 3, 12);
         return makeSeries(random, family, samples, between(random, k, samples - 2), k);
@@ -276,13 +276,13 @@ TEST_P(HingeSearchFamily, ChoosesAsTheExhaustiveSearchDoesOnVeryShortSeries) {
 }
 
 TEST_P(HingeSearchFamily, ChoosesAsTheExhaustiveSearchDoesWithThreeAndFourHinges) {
-    expectNoException(GetParam(), 30, 3, [](Random& random, Family family, std::size_t i) {
+    expectNoException(GetParam(), test::sample(30), 3, [](Random& random, Family family, std::size_t i) {
         return makeSeries(random, family, between(random, 40, 120), between(random, 5, 9), 3 + i % 2);
     });
 }
 
 TEST_P(HingeSearchFamily, ChoosesAsTheExhaustiveSearchDoesOnLongSeries) {
-    expectNoException(GetParam(), 4, 4, [](Random& random, Family family, std::size_t i) {
+    expectNoException(GetParam(), test::sample(4), 4, [](Random& random, Family family, std::size_t i) {
         return makeSeries(random, family, i % 2 == 0 ? 2016 : 5000, 12, 1 + i % 2);
     });
 }
@@ -294,7 +294,7 @@ TEST_P(HingeSearchFamily, ChoosesAsTheExhaustiveSearchDoesOnTwentyThousandSample
 }
 
 TEST_P(HingeSearchFamily, ChoosesAsTheExhaustiveSearchDoesAmongAHundredPositions) {
-    expectNoException(GetParam(), 3, 6, [](Random& random, Family family, std::size_t i) {
+    expectNoException(GetParam(), test::sample(3), 6, [](Random& random, Family family, std::size_t i) {
         return i == 0 ? makeSeries(random, family, 120, 100, 2) : makeSeries(random, family, 286, 100, 1);
     });
 }

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "tests/support/sanitizers.h"
+
+#include <cstddef>
 #include <cstdlib>
 #include <string_view>
 
@@ -10,6 +13,15 @@ namespace obrin::test {
 inline int often(int ordinary, int longRun) {
     const char* wanted = std::getenv("LUMETRA_LONG");
     return wanted != nullptr && std::string_view(wanted) == "1" ? longRun : ordinary;
+}
+
+/// Of so many cases of arithmetic that the suite runs without a sanitizer too: an eighth under one.
+inline std::size_t sample(std::size_t cases) {
+#if LUMETRA_UNDER_ASAN
+    return (cases + 7) / 8;
+#else
+    return cases;
+#endif
 }
 
 } // namespace obrin::test

@@ -239,7 +239,9 @@ describe("small screens", () => {
         }
         for (const width of [1024, 768, 390, 320]) {
           await page.setViewportSize({ width, height: 844 });
-          await page.waitForFunction(() => document.documentElement.scrollWidth <= window.innerWidth);
+          await page.waitForFunction((expected) => window.innerWidth === expected, width);
+          await drawn(page); // a chart takes its new width once the page is laid out
+          assert.equal(await page.evaluate(() => document.documentElement.scrollWidth <= window.innerWidth), true, `${width} px`);
           const wide = await page.evaluate(() => [...document.querySelectorAll("body *")]
             .filter((e) => e.getClientRects().length > 0 && !e.closest(".unseen, .skip, svg, thead, .chart")
               && e.getBoundingClientRect().right > window.innerWidth + 0.5)

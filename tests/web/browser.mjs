@@ -1,18 +1,21 @@
 // The browser under test, and a page that fails its test on any console error or request elsewhere.
 import assert from "node:assert/strict";
-import { mkdirSync } from "node:fs";
+import { existsSync, mkdirSync } from "node:fs";
 import path from "node:path";
 import { fileURLToPath } from "node:url";
 import { chromium } from "playwright-core";
 import { remaining } from "./suite.mjs";
 
 const ROOT = fileURLToPath(new URL("../../", import.meta.url));
+// The browser without its own windows costs half as much processor time.
+const BROWSER = process.env.LUMETRA_CHROMIUM
+  ?? ["/usr/bin/chromium-headless-shell", "/usr/bin/chromium"].find((program) => existsSync(program));
 const SCREENSHOTS = process.env.LUMETRA_SCREENSHOTS ?? path.join(ROOT, "build/test-results/screenshots");
 
 export function launch() {
   return chromium.launch({
     timeout: remaining(),
-    executablePath: process.env.LUMETRA_CHROMIUM ?? "/usr/bin/chromium",
+    executablePath: BROWSER,
     args: ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
       "--disable-background-networking", "--disable-component-update", "--disable-sync"],
   });
