@@ -36,6 +36,9 @@ function(lumetra_python_tests folder label)
         string(REGEX REPLACE "^test_" "" name ${name})
         lumetra_whole_test(${folder}.${name} LABELS ${label} COMMAND ${alone} ${pytest}
             --junitxml=${LUMETRA_TEST_RESULTS}/${folder}.${name}.xml ${file})
+        if(folder STREQUAL jvm)
+            set_tests_properties(${folder}.${name} PROPERTIES FIXTURES_REQUIRED class_archive)
+        endif()
     endforeach()
 endfunction()
 
@@ -44,6 +47,8 @@ lumetra_python_tests(faults whole)
 lumetra_whole_test(faults.fault_loop_sanitized LABELS whole long ENVIRONMENT LUMETRA_BUILD=${builds}/asan COMMAND ${alone} ${pytest}
     --junitxml=${LUMETRA_TEST_RESULTS}/faults.fault_loop_sanitized.xml ${CMAKE_CURRENT_SOURCE_DIR}/faults/test_fault_loop.py)
 lumetra_python_tests(jvm whole)
+lumetra_whole_test(jvm.class_archive LABELS whole COMMAND ${LUMETRA_PYTHON} ${CMAKE_CURRENT_SOURCE_DIR}/jvm/class_archive.py)
+set_tests_properties(jvm.class_archive PROPERTIES FIXTURES_SETUP class_archive COST 200)
 lumetra_python_tests(integrations whole)
 lumetra_python_tests(package whole)
 lumetra_python_tests(corpus whole)

@@ -20,6 +20,7 @@ sys.path[:0] = [TESTS, os.path.join(TESTS, "e2e")]
 import agent_home  # noqa: E402
 import check_home  # noqa: E402
 from agent_home import BUILD, LIBRARY, PROJECT  # noqa: E402
+from class_archive import program_of  # noqa: E402
 from suite import (LONG, await_end, die_with_parent, end_group, free_port, has_ended, long_only, often, remaining,  # noqa: E402
                    some, wait_until)
 
@@ -31,6 +32,10 @@ FAST = ("-XX:+UseSerialGC", "-XX:TieredStopAtLevel=1", "-Xshare:auto")
 JAVA_OPTIONS = ("-Xcheck:jni", *FAST, "-Xms16m", "-Xmx64m")
 JAVAC = ("javac", *(f"-J{option}" for option in FAST))
 PROGRAM = os.path.join(PROJECT, "lumetra")
+HOST = program_of(JAR) if os.path.exists(JAR) else ("-jar", JAR)
+# The program as ./lumetra starts it, but for what that finds out of the terminal, and with HOST's start.
+LUMETRA = (shutil.which("java") or "java", *FAST, "-Xmx256m", f"-Dlumetra.library={LIBRARY}",
+           f"-Dlumetra.home={os.path.join(PROJECT, 'var')}", *HOST)
 
 
 def built_once(kind, sources, build):
@@ -85,10 +90,10 @@ def api(url, path):
     return wait_until(answer, f"an answer of {url}")
 
 
-def host_command(home, library, *options, port=0, java=()):
+def host_command(home, library, *options, port=0, java=(), program=HOST):
     if "--port" not in options:
         options = ("--port", str(port), *options)
-    return ["java", *JAVA_OPTIONS, *java, f"-Dlumetra.library={library}", "-jar", JAR, "run", "--home", home.path,
+    return ["java", *JAVA_OPTIONS, *java, f"-Dlumetra.library={library}", *program, "run", "--home", home.path,
             "--config", "../config/AutoConfig.ini", *options]
 
 
@@ -273,6 +278,6 @@ class JavaTest(unittest.TestCase):
         self.assert_clean(machine, home, **check)
 
 
-__all__ = ["BUILD", "COMPLAINTS", "FAST", "JAR", "JAVAC", "JAVA_OPTIONS", "LIBRARY", "LONG", "PROGRAM", "PROJECT", "TESTS", "JavaTest",
+__all__ = ["BUILD", "COMPLAINTS", "FAST", "HOST", "JAR", "JAVAC", "JAVA_OPTIONS", "LIBRARY", "LONG", "LUMETRA", "PROGRAM", "PROJECT", "TESTS", "JavaTest",
            "Machine", "api", "ask", "built_once", "classes_of", "free_port", "host_command", "long_only", "often", "page_threads",
            "remaining", "some", "wait_until"]

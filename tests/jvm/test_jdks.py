@@ -65,7 +65,7 @@ class JdksTest(JavaTest):
     @unittest.skipUnless(max(JDKS, default=0) >= 24, "no installed Java warns of native access")
     def test_a_java_that_is_not_told_warns(self):
         home = self.fresh_home(period=2000)
-        java, *options = host_command(home, self.library, "--for", "1")
+        java, *options = host_command(home, self.library, "--for", "1", program=("-jar", JAR))
         self.assertEqual("java", java)
         machine = self.start(home, [os.path.join(JDKS[max(JDKS)], "bin", "java"), *options])
         machine.end()

@@ -11,7 +11,7 @@ import sys
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from java_host import FAST, JAR, PROGRAM, agent_home, classes_of, often, remaining, some, wait_until  # noqa: E402
+from java_host import FAST, JAR, LUMETRA, PROGRAM, agent_home, classes_of, often, remaining, some, wait_until  # noqa: E402
 from agent_home import (DISK_SPACE, DRIVER, LIBRARY, PROCESSES, PROJECT, Home, Running, declaration,  # noqa: E402
                         declarations_text)
 
@@ -241,11 +241,11 @@ def case_home(name):
 
 
 class AsTyped(CheckTest):
-    """./lumetra check as a user types it."""
+    """The command as a user types it."""
 
     def lumetra(self, *options, cwd=None):
-        result = subprocess.run([PROGRAM, "check", *options], cwd=cwd, capture_output=True, timeout=remaining(),
-                                env=dict(os.environ, LUMETRA_JAR=JAR, LUMETRA_LIBRARY=LIBRARY))
+        result = subprocess.run([*LUMETRA, "check", *options], cwd=cwd, capture_output=True, timeout=remaining(),
+                                env=dict(os.environ, LC_ALL="C.UTF-8"))
         return result.returncode, result.stdout.decode(), result.stderr.decode()
 
     def test_the_shipped_configuration_gives_nothing(self):

@@ -18,7 +18,7 @@ import unittest
 import zlib
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from java_host import (FAST, JAR, LIBRARY, PROGRAM, JavaTest, Machine, ask, free_port, host_command, remaining,  # noqa: E402
+from java_host import (FAST, HOST, JAR, LIBRARY, LUMETRA, PROGRAM, JavaTest, Machine, ask, free_port, host_command, remaining,  # noqa: E402
                        some)
 import agent_home  # noqa: E402
 from agent_home import HEADING, declaration, mount, needs_mounts, umount, write  # noqa: E402
@@ -29,7 +29,8 @@ WAITING = re.compile(r"waiting for \S+ \.\.\.\r\x1b\[K")  # told and taken back 
 
 def lumetra(*arguments, cwd=None, **environment):
     """Runs the program; what it prints is text without a terminal."""
-    return subprocess.run([PROGRAM, *arguments], cwd=cwd, env={**os.environ, "LUMETRA_JAR": JAR, **environment},
+    program = [PROGRAM] if environment else LUMETRA  # the script makes something of its environment
+    return subprocess.run([*program, *arguments], cwd=cwd, env={"LC_ALL": "C.UTF-8", **os.environ, "LUMETRA_JAR": JAR, **environment},
                           stdin=subprocess.DEVNULL, capture_output=True, encoding="utf-8", timeout=remaining())
 
 
@@ -156,7 +157,7 @@ class Help(JavaTest):
         git = ["git", "-C", agent_home.PROJECT, "rev-parse", "HEAD"]
         commit = r" \([0-9a-f]{12}\+?\)" if subprocess.run(git, capture_output=True, check=False).returncode == 0 else ""
         self.assertRegex(lumetra("--version").stdout, rf"^Lumetra Agent {re.escape(version)}{commit}\n$")
-        run = subprocess.run(["java", *FAST, "-jar", JAR, "run", "--help"], capture_output=True, text=True)
+        run = subprocess.run(["java", *FAST, *HOST, "run", "--help"], capture_output=True, text=True)
         self.assertEqual(run.returncode, 0)
         through_the_script = lumetra("run", "--help").stdout
         for option in ("--home", "--config", "--for", "--port", "--listen", "--allow-host", "--fresh", "Exit codes:"):
@@ -204,7 +205,7 @@ class Completion(JavaTest):
                          {word for word in commands if not word.startswith("-")})
         self.assertEqual({"status"}, self.offered("st"))
         for command in commands:
-            told = subprocess.run(["java", *FAST, "-jar", JAR, command, "--help"], capture_output=True, text=True, check=True).stdout
+            told = subprocess.run(["java", *FAST, *HOST, command, "--help"], capture_output=True, text=True, check=True).stdout
             options = set(re.findall(r"(?<![\w-])--[a-z-]+", told))
             self.assertLessEqual({"--help", "--version"}, options)
             self.assertEqual(options, {word for word in self.offered(command, "-") if word.startswith("--")}, command)

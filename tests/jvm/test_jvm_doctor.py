@@ -12,7 +12,7 @@ import tempfile
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from java_host import JAR, LIBRARY, PROGRAM, PROJECT, JavaTest, free_port, remaining  # noqa: E402
+from java_host import JAR, LIBRARY, LUMETRA, PROGRAM, PROJECT, JavaTest, free_port, remaining  # noqa: E402
 from agent_home import (FEW, MS_BIND, MS_RDONLY, MS_REMOUNT, mount, needs_mounts, umount, write)  # noqa: E402
 from service_manager import Unanswered  # noqa: E402
 
@@ -26,9 +26,9 @@ class Doctor(JavaTest):
     def doctor(self, home, *options, prefix=(), port=0, **environment):
         """Its exit code and its findings by subject."""
         done = subprocess.run(
-            [*prefix, PROGRAM, "doctor", "--json", "--home", home.path, "--port", str(port), *options],
+            [*prefix, *LUMETRA, "doctor", "--json", "--home", home.path, "--port", str(port), *options],
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, timeout=remaining(), check=False,
-            env={**home.environment(), "LUMETRA_JAR": JAR, "LUMETRA_LIBRARY": LIBRARY, **environment})
+            env={**home.environment(), "LC_ALL": "C.UTF-8", **environment})
         self.assertEqual(done.stderr, "")
         told = json.loads(done.stdout)
         self.assert_fits_the_schema(told)

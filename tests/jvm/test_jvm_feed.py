@@ -126,9 +126,8 @@ class NoDoor(FeedTest):
     def test_a_host_of_another_version_runs_the_agent_without_page_and_ends_it_in_order(self):
         home = self.home_with(PROCESSES)
         port = free_port()
-        command = host_command(home, self.library, port=port)
-        at = command.index("-jar")
-        command[at:at + 2] = ["-cp", self.other_host() + ":" + JAR, "com.quorin.sysmgt.tavl.LumetraAgent.host.Lumetra"]
+        classes = self.other_host() + ":" + JAR
+        command = host_command(home, self.library, port=port, program=("-cp", classes, "com.quorin.sysmgt.tavl.LumetraAgent.host.Lumetra"))
         machine = self.start(home, command)
         self.assertEqual(machine.expect("There is no page"),
                          "There is no page and no report on the agent's work: the native library has version 5 of its interface "

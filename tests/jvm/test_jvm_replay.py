@@ -12,7 +12,7 @@ import unittest
 import jsonschema
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from java_host import JavaTest, JAR, LIBRARY, PROJECT, remaining, wait_until  # noqa: E402
+from java_host import JavaTest, JAR, LIBRARY, LUMETRA, PROJECT, remaining, wait_until  # noqa: E402
 from agent_home import declaration, mount, needs_mounts, umount, write  # noqa: E402
 from log_follower import LogFollower  # noqa: E402
 from test_jvm_forecast import fill  # noqa: E402
@@ -70,7 +70,7 @@ def content(path):
 
 
 def replay(*arguments, **more):
-    return subprocess.run([PROGRAM, "replay", *arguments], env={**os.environ, "LUMETRA_JAR": JAR, "LUMETRA_LIBRARY": LIBRARY, "TZ": "UTC"},
+    return subprocess.run([*LUMETRA, "replay", *arguments], env={**os.environ, "LC_ALL": "C.UTF-8", "TZ": "UTC"},
                           stdin=subprocess.DEVNULL, capture_output=True, encoding="utf-8", timeout=remaining(), **more)
 
 

@@ -10,7 +10,7 @@ import tempfile
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from java_host import JAR, LIBRARY, PROGRAM, JavaTest, api, ask, host_command, remaining  # noqa: E402
+from java_host import JAR, LIBRARY, LUMETRA, PROGRAM, JavaTest, api, ask, host_command, remaining  # noqa: E402
 from agent_home import DISK_SPACE, FEW, HEADING, mount, needs_mounts, read, umount, write  # noqa: E402
 from test_strangers import KINDS, STRANGER, Victim, needs_root  # noqa: E402
 
@@ -61,7 +61,7 @@ class Strangers(JavaTest):
         for path in (home.path, *(home.at(name) for name in ("bin", "log", "tempdata", "data", "config"))):
             os.chown(path, STRANGER, STRANGER)
         jar, library = (home.at("program", os.path.basename(path)) for path in (JAR, self.library))
-        command = [jar if word == JAR else word for word in host_command(home, library)]
+        command = host_command(home, library, program=("-jar", jar))
         as_service = ("setpriv", f"--reuid={STRANGER}", f"--regid={STRANGER}", "--clear-groups")
         machine = self.start(home, [*as_service, *command])
         self.assertNotIn("against a second agent", machine.expect("The home "))
@@ -175,11 +175,11 @@ class Text(JavaTest):
         machine.until(lambda: "upperTolerance" in read(home.at("log", "events.jsonl")), "an event")
         texts = {path: ask(port, path)[2].decode() for path in ("/metrics", "/api/v1/resources", "/api/v1/events",
                                                                 "/api/v1/event-groups")}
-        environment = {**home.environment(), "LUMETRA_JAR": JAR, "LUMETRA_LIBRARY": LIBRARY}
+        environment = {**home.environment(), "LC_ALL": "C.UTF-8"}
         for command in (["status", "--port", str(port)], ["status", "--json", "--port", str(port)],
                         ["status", "--skipped", "--port", str(port)], ["check", "--home", home.path],
                         ["doctor", "--home", home.path, "--port", "0"], ["replay", "--home", home.path]):
-            done = subprocess.run([PROGRAM, *command], env=environment, capture_output=True, timeout=remaining(), check=False)
+            done = subprocess.run([*LUMETRA, *command], env=environment, capture_output=True, timeout=remaining(), check=False)
             texts[" ".join(command[:2])] = done.stdout.decode() + done.stderr.decode()
         self.terminate(machine)
         texts["events.jsonl"] = read(home.at("log", "events.jsonl"))
