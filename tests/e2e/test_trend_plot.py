@@ -75,7 +75,7 @@ class TrendPlot(unittest.TestCase):
         self.addCleanup(directory.cleanup)
         self.directory = directory.name
         written = subprocess.run(
-            [os.path.join(BUILD, "tests", "tests_prediction"), "--gtest_filter=TrendFilesForPlotting.*"],
+            [os.path.join(BUILD, "tests", "tests_numbers"), "--gtest_filter=TrendFilesForPlotting.*"],
             env=dict(os.environ, LUMETRA_TREND_OUT=self.directory), capture_output=True, text=True)
         self.assertEqual(written.returncode, 0, written.stdout + written.stderr)
 
