@@ -44,7 +44,7 @@ class Restart(ResumeTest):
 
     def test_a_run_that_does_not_resume_begins_with_nothing(self):
         home = self.filling_home()
-        self.run_agent(home, "--cycles", CYCLES)
+        self.run_agent(home, "--cycles", 20)
         log = self.restart(home)
         self.assertEqual(POINTS.findall(log), ["1"])
         self.assertEqual(MODEL.findall(log), ["Not enough data: no model selected"])
@@ -52,7 +52,7 @@ class Restart(ResumeTest):
 
     def test_samples_as_old_as_the_window_are_not_taken_over(self):
         home = self.filling_home()
-        self.run_agent(home, "--cycles", CYCLES)
+        self.run_agent(home, "--cycles", 20)
         window = 360  # a tenth of the farthest forecast, an hour
         self.assertEqual(POINTS.findall(self.restart(home, "--resume", pause=window - 1)), ["2"])
         self.assertEqual(POINTS.findall(self.restart(home, "--resume", pause=window)), ["1"])

@@ -14,9 +14,13 @@ WEB = os.path.join(PROJECT, "tests", "web")
 
 class Page(JavaTest):
     def test_a_real_agent_and_its_forecast_in_a_real_browser(self):
-        home = self.fresh_home(period=900)  # below a second there is no pause between cycles
+        home = self.fresh_home()  # below a second there is no pause between cycles
         home.declare(tuple(declaration(name, window="0.45") for name in
                            ("PercentProcessesUsed", "PercentSwapSpaceUsed", "PercentFileDescriptorsUsed")))
+        machine = self.host(home)
+        self.lines(machine, home, 205)
+        self.terminate(machine, home)
+        home.configure(period=1000)  # not beside the browser
         machine, port = self.page(home)
         url = f"http://127.0.0.1:{port}/"
         machine.until(lambda: any(r["forecastAt"] for r in api(url, "resources")["resources"]), "a forecast")

@@ -17,7 +17,7 @@ from viewers import window  # noqa: E402
 
 RUN = "run 2 ../config/AutoConfig.ini"
 SAMPLES = 260  # of a window, 200 of which are needed for a forecast
-RESOURCES = 200
+RESOURCES = often(60, 200)
 DISKS = 30
 FIELDS = ("cycles", "seconds", "descriptors", "threads", "resident kB", "Java references", "log kB", "processor share")
 
@@ -73,7 +73,7 @@ class Soak(JavaTest):
 
 
 class B5_Soak(Soak):
-    """Flat out: 200 resources, mounts that come and go, eight readers, descriptors that run out over and over again."""
+    """Flat out: many resources, mounts that come and go, eight readers, descriptors that run out over and over again."""
 
     def churn(self, base, limits):
         """Mounts, unmounts and lets descriptors fill, until it is told to end."""

@@ -163,7 +163,7 @@ class Text(JavaTest):
             mount("tmpfs", path, "tmpfs", 0, "size=4k")
             self.addCleanup(umount, path)
             write(os.path.join(path, "filler"), "x" * 4096)
-        home = self.fresh_home()
+        home = self.fresh_home(period=1000)
         home.declare((*FEW, DISK_SPACE))
         home.stub_script("#!/bin/sh\nexec /usr/bin/df \"$@\" -a -t tmpfs\n")
         write(home.at("tell"), f"#!/bin/sh\nenv >>'{home.at('said')}'\ncat >>'{home.at('said')}'\necho \"$LUMETRA_TEXT\"\n")

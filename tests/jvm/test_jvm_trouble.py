@@ -60,7 +60,7 @@ class FewProcesses(TroubleTest):
     def run_with(self, limit, jdk, *options):
         """The host of a user with so many processes and threads: the machine, and its home."""
         user = self.new_user()
-        home = self.small_home(ALL)
+        home = self.small_home(ALL, period=1000)
         os.mkdir(home.at("program"))
         for path in (JAR, self.library):  # another user may not be let into the checkout
             shutil.copy(path, home.at("program"))
@@ -475,7 +475,7 @@ class AwaitedDisks(TroubleTest):
         return api(url, "resources")["agent"]["notice"]
 
     def test_a_df_that_is_missing_is_told_until_it_is_there(self):
-        home = self.small_home((PROCESSES, DISK_SPACE))
+        home = self.small_home((PROCESSES, DISK_SPACE), period=1000)
         home.stub_script("#!/bin/sh\nexit 1\n")
         machine, url = self.start_with_page(home)
         machine.expect(AWAITED + ".")
@@ -487,7 +487,7 @@ class AwaitedDisks(TroubleTest):
         self.terminate(machine)
 
     def test_a_df_that_hangs_holds_up_neither_the_start_nor_the_page(self):
-        home = self.small_home((PROCESSES, DISK_SPACE))
+        home = self.small_home((PROCESSES, DISK_SPACE), period=1000)
         home.stub_script("#!/bin/sh\nexec sleep 100000\n")
         machine, url = self.start_with_page(home)
         self.notice(url)  # an answer, before there is any cycle

@@ -5,6 +5,7 @@
 #include "tests/support/often.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <functional>
 #include <gtest/gtest.h>
@@ -306,11 +307,15 @@ std::string familyName(const testing::TestParamInfo<Family>& info) {
     return names[static_cast<std::size_t>(info.param)];
 }
 
+/// A sanitizer sees the accesses and not the values: the first three are enough for it.
+constexpr std::array families{Family::noisyTwoHinges, Family::constant,   Family::offset1e12,
+                              Family::randomWalk,     Family::noisyLine,  Family::noisyHinge,
+                              Family::exactLine,      Family::exactHinge, Family::exactTwoHinges,
+                              Family::offset1e6,      Family::heavyTails};
+
 INSTANTIATE_TEST_SUITE_P(Points, HingeSearchFamily,
-                         testing::Values(Family::randomWalk, Family::noisyLine, Family::noisyHinge,
-                                         Family::noisyTwoHinges, Family::exactLine, Family::exactHinge,
-                                         Family::exactTwoHinges, Family::constant, Family::offset1e6,
-                                         Family::offset1e12, Family::heavyTails),
+                         testing::ValuesIn(families.begin(),
+                                           families.begin() + (LUMETRA_UNDER_ASAN ? 3 : families.size())),
                          familyName);
 
 // ---- ties

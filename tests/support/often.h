@@ -15,10 +15,10 @@ inline int often(int ordinary, int longRun) {
     return wanted != nullptr && std::string_view(wanted) == "1" ? longRun : ordinary;
 }
 
-/// Of so many cases of arithmetic that the suite runs without a sanitizer too: an eighth under one.
+/// Of so many cases of arithmetic that the suite runs without a sanitizer too: a few under one.
 inline std::size_t sample(std::size_t cases) {
 #if LUMETRA_UNDER_ASAN
-    return (cases + 7) / 8;
+    return (cases + 31) / 32;
 #else
     return cases;
 #endif
