@@ -20,7 +20,7 @@ CONTAINERS = 300
 
 
 class DisksTest(JavaTest):
-    def home_with(self, *inputs, rules=None, period=100):
+    def home_with(self, *inputs, rules=None, period=1000):
         home = self.fresh_home(period=period)
         home.declare(inputs or (PROCESSES, DISK_SPACE, DISK_INODES))
         if rules is not None:

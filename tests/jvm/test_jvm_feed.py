@@ -19,7 +19,7 @@ KIB = {"bytes": 1 / 1024, "KiB": 1, "MiB": 1024, "GiB": 1024 ** 2, "TiB": 1024 *
 
 
 class FeedTest(JavaTest):
-    def home_with(self, *inputs, period=100):
+    def home_with(self, *inputs, period=1000):
         home = self.fresh_home(period=period)
         home.declare(inputs)
         return home
