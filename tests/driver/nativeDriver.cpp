@@ -101,11 +101,29 @@ struct Options {
     bool withoutStandard = false;
 };
 
-std::atomic<int> stopSignals{0}; // lock-free, so fit for a signal handler
+/// The stop signal, blocked in every thread and asked for: the thread sanitizer keeps a handler from running
+/// until its thread makes another call, which one that waits for input never does.
+class StopSignal {
+public:
+    StopSignal() {
+        sigemptyset(&set_);
+        sigaddset(&set_, SIGUSR1);
+    }
 
-void countStopSignal(int) {
-    ++stopSignals;
-}
+    /// Before any thread is started.
+    void block() const { ::pthread_sigmask(SIG_BLOCK, &set_, nullptr); }
+
+    /// Whether it came, or comes in this time.
+    bool came(milliseconds time) const {
+        const timespec wait{time.count() / 1000, time.count() % 1000 * 1000000};
+        return ::sigtimedwait(&set_, nullptr, &wait) == SIGUSR1;
+    }
+
+private:
+    sigset_t set_;
+};
+
+const StopSignal stopSignal;
 
 /// Above 0 where the thread does the agent's work; its clock and the Java environment are the driver's.
 thread_local int agentsWork = 0;
@@ -225,7 +243,9 @@ public:
 /// One run of the agent and those who will end it.
 class Run {
 public:
-    Run(const Options& options, FakeJavaEnvironment& java) : options_(options), java_(java) {}
+    Run(const Options& options, FakeJavaEnvironment& java) : options_(options), java_(java) {
+        stopSignal.came(milliseconds(0)); // one that came before is not for this run
+    }
 
     void go() {
         sleeps.begin(options_.cycles);
@@ -266,16 +286,13 @@ private:
                 for (int i = 0; i <= options_.stopTwice; ++i)
                     stop();
             }
-            if (seenSignals_ != stopSignals) {
-                seenSignals_ = stopSignals;
-                stop();
-            }
             if (std::chrono::steady_clock::now() >= limit) {
                 tell("limit");
                 stop();
                 limit += std::chrono::seconds(1);
             }
-            pause(milliseconds(1));
+            if (stopSignal.came(milliseconds(1)))
+                stop();
         }
     }
 
@@ -310,7 +327,6 @@ private:
 
     const Options& options_;
     FakeJavaEnvironment& java_;
-    int seenSignals_ = stopSignals; ///< those of now, not of when the watcher comes to look
     std::atomic<bool> ended_{false};
 };
 
@@ -505,10 +521,7 @@ int main(int count, char** words) {
         usage("cannot change to " + options.bin);
     if (!options.locale.empty() && std::setlocale(LC_ALL, options.locale.c_str()) == nullptr)
         usage("no locale " + options.locale);
-    struct sigaction action {};
-    action.sa_handler = countStopSignal;
-    action.sa_flags = SA_RESTART;
-    ::sigaction(SIGUSR1, &action, nullptr);
+    stopSignal.block();
     ::signal(SIGXFSZ, SIG_IGN); // as a Java machine does: a file over its limit is an error, not a death
     if (options.turnedClock)
         setTurnedClock(options.holdSleeps, options.time);
