@@ -336,7 +336,7 @@ TEST_F(ReadBack, OfALargeArchiveOnlyTheEndThatIsYoungEnoughIsRead) {
 
 TEST_F(ReadBack, AWindowThatReachesFarBackIsReadFromWhereItBegins) {
     clasp.MillisecondsPerSample = 60000;
-    for (int i = 0; i < 40; ++i)
+    for (int i = 0; i < 20; ++i)
         add(24.0 * 20);
     std::string text;
     for (long age = 40000; age > 0; --age)
@@ -348,7 +348,7 @@ TEST_F(ReadBack, AWindowThatReachesFarBackIsReadFromWhereItBegins) {
 
 TEST_F(ReadBack, AFewLinesOfAWrongClockDoNotHideTheYoungOnesBeforeThem) {
     clasp.MillisecondsPerSample = 60000;
-    for (int i = 0; i < 40; ++i)
+    for (int i = 0; i < 20; ++i)
         add(24.0 * 40);
     std::string young;
     for (long age = 30000; age > 0; --age)

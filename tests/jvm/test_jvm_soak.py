@@ -17,8 +17,8 @@ from viewers import window  # noqa: E402
 
 RUN = "run 2 ../config/AutoConfig.ini"
 SAMPLES = 260  # of a window, 200 of which are needed for a forecast
-RESOURCES = often(60, 200)
-DISKS = 30
+RESOURCES = often(30, 200)
+DISKS = often(10, 30)
 FIELDS = ("cycles", "seconds", "descriptors", "threads", "resident kB", "Java references", "log kB", "processor share")
 
 
@@ -106,7 +106,7 @@ class B5_Soak(Soak):
                      for name in (("PercentProcessesUsed", "PercentSwapSpaceUsed", "PercentFileDescriptorsUsed")[i % 3],)]
         home.declare(counters + [declaration("LogicalDisk", "*", "PercentFreeSpaceUsed", window=window(SAMPLES))])
         machine = self.probe(home)
-        machine.say("viewers 8")
+        machine.say("viewers 3")
         machine.say(RUN)
         self.is_over = threading.Event()
         churning = threading.Thread(target=self.churn, args=(base, limits))

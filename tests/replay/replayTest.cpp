@@ -7,6 +7,7 @@
 #include "replay/replayFeed.h"
 #include "resources/scratchPadRecord.h"
 #include "tests/support/countedAllocations.h"
+#include "tests/support/often.h"
 #include "tests/support/recordingSink.h"
 #include "tests/support/temporaryDirectory.h"
 
@@ -257,9 +258,10 @@ private:
 };
 
 TEST_F(ReplayTest, TellsTheSameInTheSameCyclesAsTheRunThatRecordedIt) {
-    fill(1, 0, 1400, [](int i) { return 40.0 + 20.0 * std::sin(i / 129.0) + 0.3 * std::sin(i * 1.7); });
-    fill(3, 0, 1400, leak);
-    fill(4, 0, 1400,
+    const int count = test::often(1000, 1400);
+    fill(1, 0, count, [](int i) { return 40.0 + 20.0 * std::sin(i / 129.0) + 0.3 * std::sin(i * 1.7); });
+    fill(3, 0, count, leak);
+    fill(4, 0, count,
          [](int i) { return i % 450 < 300 ? 30 + 0.15 * (i % 450) : 90.0 - 0.2 * (i % 450 - 300); });
     Live live(directory.path(""), {{1, "Swap"}, {3, "Space"}, {4, "More"}});
     for (const auto& [time, samples] : cycles)
