@@ -5,7 +5,8 @@ set(builds "${PROJECT_SOURCE_DIR}/build")
 set(whole_environment
     LUMETRA_BUILD=${CMAKE_BINARY_DIR} LUMETRA_JAR=${CMAKE_BINARY_DIR}/java/lumetra-agent.jar
     LUMETRA_ASAN_BUILD=${builds}/asan LUMETRA_TSAN_BUILD=${builds}/tsan LUMETRA_PACKAGE_BUILD=${CMAKE_BINARY_DIR}
-    LUMETRA_SCREENSHOTS=${LUMETRA_TEST_RESULTS}/screenshots LOCPATH=${builds}/locales PYTHONDONTWRITEBYTECODE=1)
+    LUMETRA_SCREENSHOTS=${LUMETRA_TEST_RESULTS}/screenshots LOCPATH=${builds}/locales PYTHONDONTWRITEBYTECODE=1
+    PYTEST_DISABLE_PLUGIN_AUTOLOAD=1) # only what Debian's pytest is
 
 # Each test gets mounts of its own where that is allowed, so that two never see each other's.
 execute_process(COMMAND unshare --mount true RESULT_VARIABLE no_namespaces OUTPUT_QUIET ERROR_QUIET)

@@ -438,7 +438,7 @@ TEST(Census, AgreesWithPsOnNamesParentsResidentSizesAndChildCounts) {
 }
 
 TEST(Census, ReadsManyThousandProcesses) {
-    const int count = often(3000, 30000);
+    const int count = often(1000, 30000);
     TemporaryDirectory kinds;
     for (int kind = 0; kind < 2; ++kind) {
         const std::string root = kinds.path(std::to_string(kind));
