@@ -409,13 +409,15 @@ TEST_F(WholeRun, CostsTheStepInHandAndNeverTheRunWhereverMemoryIsRefused) {
     // learns nothing of the others.
 #if LUMETRA_UNDER_TSAN
     const bool every = false;
+    constexpr long places = 4;
 #else
     const bool every = std::getenv("LUMETRA_LONG") != nullptr;
+    constexpr long places = 12;
 #endif
     const long last = all - 4;
     for (const bool toAll : {false, true})
         for (long n = 1, refused = 1; refused > 0 && !HasFailure();
-             n = every || n >= last ? n + 1 : std::min(n + all / 12, last)) {
+             n = every || n >= last ? n + 1 : std::min(n + all / places, last)) {
             SCOPED_TRACE((toAll ? "all from allocation " : "allocation ") + std::to_string(n));
             begin();
             refused = run(n, toAll);
