@@ -1,9 +1,12 @@
 """Which mounts are watched: real file systems of many kinds, mounted for the test alone, under rules and without."""
 
+import fcntl
 import os
 import shutil
+import struct
 import subprocess
 import tempfile
+import threading
 import unittest
 
 from agent_home import (DISK_INODES, DISK_SPACE, FEW, MS_BIND, MS_RDONLY, MS_REMOUNT, AgentTest, declaration, mount,
@@ -11,6 +14,8 @@ from agent_home import (DISK_INODES, DISK_SPACE, FEW, MS_BIND, MS_RDONLY, MS_REM
 
 MS_MOVE = 8192
 MEBIBYTE = 1024 * 1024
+AUTOFS_PACKET = struct.Struct("iiIIQIIIII256s0Q")  # of linux/auto_fs.h: version, type, token, …
+AUTOFS_IOC_FAIL = 0x9361
 
 
 def files_below(directory):
@@ -261,13 +266,14 @@ class Awkward(Mounted):
     @needs_mounts
     def test_autofs_is_not_watched_and_what_it_mounts_is(self):
         reader, writer = os.pipe()
-        for end in (reader, writer):
-            self.addCleanup(os.close, end)
+        self.addCleanup(os.close, writer)
         try:
-            self.mounted("automatic", "auto", "autofs", 0,
-                         f"fd={writer},pgrp={os.getpgrp()},minproto=5,maxproto=5,indirect")
+            point = self.mounted("automatic", "auto", "autofs", 0,
+                                 f"fd={writer},pgrp={os.getpgrp()},minproto=5,maxproto=5,indirect")
         except OSError as reason:
+            os.close(reader)
             self.skipTest(f"this machine has no autofs: {reason}")
+        threading.Thread(target=refuse_to_mount, args=(reader, point), daemon=True).start()
         home, rules = self.home_under()
         agent = self.running(home, *rules)
         agent.grows()
@@ -305,6 +311,15 @@ class Awkward(Mounted):
         agent.until(lambda: self.values_of(home, number)[-1] == "0.00", "a listing again")
         self.end(agent)
         self.assertEqual(self.watched(home), {"disk"})
+
+
+def refuse_to_mount(requests, point):
+    """The daemon of an autofs that knows no name that it is asked for: a df may ask for a disk that is just gone."""
+    with os.fdopen(requests, "rb", buffering=0) as stream:
+        while packet := stream.read(AUTOFS_PACKET.size):
+            directory = os.open(point, os.O_RDONLY)
+            fcntl.ioctl(directory, AUTOFS_IOC_FAIL, AUTOFS_PACKET.unpack(packet)[2])
+            os.close(directory)
 
 
 def source_of(point):
