@@ -1,6 +1,7 @@
 #include "acquisition/circularBuffers.h"
 
 #include "agent/agentState.h"
+#include "tests/support/often.h"
 #include "tests/support/temporaryDirectory.h"
 #include "tests/support/turnedClock.h"
 
@@ -336,7 +337,7 @@ TEST_F(ReadBack, OfALargeArchiveOnlyTheEndThatIsYoungEnoughIsRead) {
 
 TEST_F(ReadBack, AWindowThatReachesFarBackIsReadFromWhereItBegins) {
     clasp.MillisecondsPerSample = 60000;
-    for (int i = 0; i < 20; ++i)
+    for (int i = 0; i < test::often(20, 40); ++i)
         add(24.0 * 20);
     std::string text;
     for (long age = 40000; age > 0; --age)
@@ -348,7 +349,7 @@ TEST_F(ReadBack, AWindowThatReachesFarBackIsReadFromWhereItBegins) {
 
 TEST_F(ReadBack, AFewLinesOfAWrongClockDoNotHideTheYoungOnesBeforeThem) {
     clasp.MillisecondsPerSample = 60000;
-    for (int i = 0; i < 20; ++i)
+    for (int i = 0; i < test::often(20, 40); ++i)
         add(24.0 * 40);
     std::string young;
     for (long age = 30000; age > 0; --age)

@@ -13,6 +13,7 @@
 #include "support/textScanner.h"
 #include "tests/support/fakeJavaEnvironment.h"
 #include "tests/support/feedReading.h"
+#include "tests/support/often.h"
 #include "tests/support/refusedAllocations.h"
 #include "tests/support/sanitizers.h"
 #include "tests/support/temporaryDirectory.h"
@@ -409,7 +410,7 @@ TEST_F(WholeRun, CostsTheStepInHandAndNeverTheRunWhereverMemoryIsRefused) {
     // learns nothing of the others.
 #if LUMETRA_UNDER_TSAN
     const bool every = false;
-    constexpr long places = 4;
+    const long places = test::often(4, 12);
 #else
     const bool every = std::getenv("LUMETRA_LONG") != nullptr;
     constexpr long places = 12;

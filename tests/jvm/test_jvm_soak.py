@@ -73,7 +73,7 @@ class Soak(JavaTest):
 
 
 class B5_Soak(Soak):
-    """Flat out: many resources, mounts that come and go, eight readers, descriptors that run out over and over again."""
+    """Flat out: many resources, mounts that come and go, readers, descriptors that run out over and over again."""
 
     def churn(self, base, limits):
         """Mounts, unmounts and lets descriptors fill, until it is told to end."""
@@ -106,7 +106,7 @@ class B5_Soak(Soak):
                      for name in (("PercentProcessesUsed", "PercentSwapSpaceUsed", "PercentFileDescriptorsUsed")[i % 3],)]
         home.declare(counters + [declaration("LogicalDisk", "*", "PercentFreeSpaceUsed", window=window(SAMPLES))])
         machine = self.probe(home)
-        machine.say("viewers 3")
+        machine.say(f"viewers {often(3, 8)}")
         machine.say(RUN)
         self.is_over = threading.Event()
         churning = threading.Thread(target=self.churn, args=(base, limits))

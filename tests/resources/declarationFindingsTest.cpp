@@ -319,7 +319,7 @@ TEST_F(SameReading, NothingIsLoggedOrWritten) {
 }
 
 TEST(DeclarationFindings, MegabytesOfAnythingAreChecked) {
-    const auto megabytes = static_cast<std::size_t>(often(1, 10));
+    const auto megabytes = static_cast<std::size_t>(often(2, 10));
     for (const char* word : {"FindObject ", "/* ", "( ", "word ", "/*x ", "x*/ ", "\n"}) {
         std::string text = upTo("\tNameIs", goodText);
         while (text.size() < megabytes << 20)
