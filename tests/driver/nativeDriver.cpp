@@ -18,8 +18,9 @@
 // With --turned-clock time stands still for the agent, except that it goes by at once when the agent pauses
 // or sleeps, and as lines of the standard input say: "turn SECONDS" lets time go by, "jump SECONDS" moves the
 // time of day alone. --time SECONDS is the time of day that it begins with. With --hold-sleeps, too, sleeps
-// last until "turn" ends them or a stop request. The sleep after the last of --cycles lasts, with any clock,
-// until the stop request that comes then.
+// last until "turn" ends them or a stop request. A sleep that goes by at once takes --rest MILLISECONDS of
+// real time, for who waits outside for what he must not miss. The sleep after the last of --cycles lasts,
+// with any clock, until the stop request that comes then.
 //
 // With --notify SOCKET the service manager there is told, which wants a sign of life at least every
 // --watchdog MICROSECONDS; if nobody can be told, it is not.
@@ -98,6 +99,7 @@ struct Options {
     bool nullTexts = false;
     bool turnedClock = false;
     bool holdSleeps = false;
+    long restMs = 0;
     bool withoutStandard = false;
 };
 
@@ -432,6 +434,8 @@ Options readOptions(const std::vector<std::string>& words, FakeJavaEnvironment& 
                 options.cycles = number;
             else if (name == "--time")
                 options.time = number;
+            else if (name == "--rest")
+                options.restMs = number;
             else if (name == "--runs")
                 options.runs = number;
             else if (name == "--args")
@@ -488,16 +492,20 @@ void setRealClock() {
     obrin::setSystemClock(&*clock);
 }
 
-void setTurnedClock(bool holdSleeps, long timeOfDay) {
+void setTurnedClock(const Options& options) {
     static Immortal<NoticingClock<TurnedClock>> clock;
-    if (timeOfDay >= 0)
-        clock->setWallTime(timeOfDay);
+    if (options.time >= 0)
+        clock->setWallTime(options.time);
     const auto agentsThread = std::this_thread::get_id();
-    clock->onWait([agentsThread](const char* what, std::chrono::seconds time) {
-        if (std::this_thread::get_id() == agentsThread)
-            tell(std::string(what) + "\t" + std::to_string(time.count()));
+    const milliseconds rest(options.restMs);
+    clock->onWait([agentsThread, rest](const std::string& what, std::chrono::seconds time) {
+        if (std::this_thread::get_id() != agentsThread)
+            return;
+        tell(what + "\t" + std::to_string(time.count()));
+        if (what == "sleep")
+            std::this_thread::sleep_for(rest);
     });
-    if (holdSleeps)
+    if (options.holdSleeps)
         clock->holdSleeps();
     std::thread([] { obeyInput(*clock); }).detach(); // ends with the process
 }
@@ -524,7 +532,7 @@ int main(int count, char** words) {
     stopSignal.block();
     ::signal(SIGXFSZ, SIG_IGN); // as a Java machine does: a file over its limit is an error, not a death
     if (options.turnedClock)
-        setTurnedClock(options.holdSleeps, options.time);
+        setTurnedClock(options);
     else
         setRealClock();
     if (!options.notify.empty())

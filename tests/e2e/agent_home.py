@@ -2,6 +2,8 @@
 
 import ctypes
 import os
+import re
+import shlex
 import shutil
 import signal
 import subprocess
@@ -138,11 +140,16 @@ class Home:
     def stub_df(self, space, inodes=None, before=""):
         """Puts a df first in the agent's PATH that prints these rows; `before` is shell text that runs first."""
         os.makedirs(self.at("stub"), exist_ok=True)
-        write(self.at("stub", "space"), space)
-        write(self.at("stub", "inodes"), space if inodes is None else inodes)
-        script = (f"#!/bin/sh\n{before}\nif [ \"$1\" = -i ]; then exec cat '{self.at('stub', 'inodes')}'; fi\n"
-                  f"exec cat '{self.at('stub', 'space')}'\n")
-        self.stub_script(script)
+        self.stub_script(f"#!/bin/sh\n{before}\n"
+                         f"if [ \"$1\" = -i ]; then {self.printing('inodes', space if inodes is None else inodes)}; exit; fi\n"
+                         f"{self.printing('space', space)}\n")
+
+    def printing(self, name, text):
+        """Shell words that print a text: those of the shell itself where that is sure to keep every character."""
+        if re.fullmatch(r"[\n -~]{,20000}", text):
+            return "printf %s " + shlex.quote(text)
+        write(self.at("stub", name), text)
+        return f"exec cat '{self.at('stub', name)}'"
 
     def stub_script(self, script):
         os.makedirs(self.at("stub"), exist_ok=True)
@@ -230,8 +237,12 @@ class Result:
 
 class Running:
     """The driver at work, in a process group of its own. Its clock is "turned" (the agent's time goes by at once when it
-    pauses or sleeps, and otherwise stands), "held" (sleeps, too, last until the clock is turned) or "real". The processes that it
-    finds are few, whatever runs on this machine."""
+    pauses or sleeps, and otherwise stands), "held" (sleeps, too, last until the clock is turned) or "real". With a turned clock
+    and no number of cycles it rests for a moment after each, unless it is "hurried": a test that gets no processor for a
+    second would find the disk full and the log turned over. The processes that it finds are few, whatever runs on this
+    machine."""
+
+    CLOCKS = {"real": (), "turned": ("--turned-clock",), "hurried": ("--turned-clock",), "held": ("--turned-clock", "--hold-sleeps")}
 
     def __init__(self, home, *options, prefix=(), clock="turned", environment=None, refuse=True, preexec=None):
         self.home = home
@@ -241,8 +252,9 @@ class Running:
             shutil.copy(DRIVER, driver)
             os.chmod(driver, 0o755)
             shutil.copytree(PROCESSES_OF_A_SMALL_MACHINE, processes, symlinks=True, dirs_exist_ok=True)
-        command = [*prefix, driver, "--bin", home.at("bin"), "--processes", processes,
-                   *{"real": (), "turned": ("--turned-clock",), "held": ("--turned-clock", "--hold-sleeps")}[clock]]
+        command = [*prefix, driver, "--bin", home.at("bin"), "--processes", processes, *self.CLOCKS[clock]]
+        if clock == "turned" and "--cycles" not in options:
+            command += ["--rest", "2"]
         if refuse:
             command += ["--behaviour", "sendEvent=refuse"]
         command += [str(option) for option in options]
@@ -277,9 +289,9 @@ class Running:
 
         wait_until(met, what=what)
 
-    def grows(self, lines=3):
-        """Waits for further lines in the archive, and so for whole cycles."""
-        begin = len(self.home.archive_lines())
+    def grows(self, lines=3, begin=None):
+        """Waits for further lines in the archive, and so for whole cycles; `begin` is how many there were."""
+        begin = len(self.home.archive_lines()) if begin is None else begin
         self.until(lambda: len(self.home.archive_lines()) >= begin + lines, "an archive that grows")
 
     def turn(self, seconds):

@@ -54,7 +54,7 @@ class C1_Killed(CrashTest):
         home = self.grown_home()
         for step in range(often(5, 30)):
             before = home.snapshot()
-            agent = self.running(home)
+            agent = self.running(home, clock="hurried")
             agent.until(lambda step=step: size(home.layout.log) > step * 400, "a log that grows")
             agent.process.kill()
             agent.finish()

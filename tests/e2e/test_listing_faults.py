@@ -130,8 +130,6 @@ class B3_NoListing(ListingTest):
         home = self.disk_home()
         path = home.at("stub") + ":" + home.at("nowhere")
         agent = self.running(home, environment=dict(os.environ, PATH=path))
-        # The stub needs cat, which is not in this PATH.
-        home.stub_script("#!/bin/sh\nwhile IFS= read -r line; do echo \"$line\"; done <../stub/space\n")
         agent.until(lambda: home.number_of("/") is not None, "a disk")
         agent.grows()
         value = self.values_of(home, home.number_of("/"))[-1]
@@ -148,7 +146,7 @@ class B3_NoListing(ListingTest):
             self.assertEqual(set(self.values_of(home, home.number_of("/"))), {"25.00"}, script)
 
     def test_rows_are_used_though_df_ends_with_1(self):
-        home = self.after("#!/bin/sh\ncat ../stub/space | sed 's/250 750 25/750 250 75/'\nexit 1\n")
+        home = self.after(f"#!/bin/sh\nprintf %s '{HEADING}/dev/good 1000 750 250 75% /\n'\nexit 1\n")
         self.assertEqual(self.values_of(home, home.number_of("/"))[-1], "75.00")
         self.assertIn(f"retval={1 << 8}\n", home.log())
 
@@ -317,7 +315,7 @@ class E3_HangingListing(ListingTest):
         os.unlink(home.at("stub", "df"))
         agent = self.running(home, environment=dict(os.environ, PATH=home.at("stub") + ":" + home.at("nowhere")))
         agent.grows(2)
-        home.stub_script("#!/bin/sh\nwhile IFS= read -r line; do echo \"$line\"; done <../stub/space\n")
+        home.stub_df(HEADING + ROW)
         agent.until(lambda: home.number_of("/") in home.archive_lines()[-1][1], "the disk")
         result = self.end(agent)
         self.assertEqual(result.fatal(), [])

@@ -125,7 +125,7 @@ class G10_Clock(MachineTest):
         """A home whose one disk fills, so that an exhaustion is in sight from the first forecast on."""
         home = self.home(inputs=(DISK_SPACE,), period=1000)
         home.stub_df("")
-        home.stub_script("#!/bin/sh\nn=$(cat ../listings 2>/dev/null || echo 0); echo $((n + 1)) >../listings\n"
+        home.stub_script("#!/bin/sh\n{ read n <../listings; } 2>/dev/null || n=0; echo $((n + 1)) >../listings\n"
                          f"printf '%s' '{HEADING}'\n"
                          "echo \"/dev/a 1000000 $((100000 + n * 137)) $((900000 - n * 137)) 10% /\"\n")
         return home

@@ -19,7 +19,7 @@ class ResumeTest(AgentTest):
         home = self.home(inputs=(DISK_SPACE,), period=PERIOD)
         row = f"/dev/a 1000000 $((100000 + n * {STEP})) $((900000 - n * {STEP})) 10% /"
         home.stub_df("")
-        home.stub_script("#!/bin/sh\nn=$(cat ../listings 2>/dev/null || echo 0); echo $((n + 1)) >../listings\n"
+        home.stub_script("#!/bin/sh\n{ read n <../listings; } 2>/dev/null || n=0; echo $((n + 1)) >../listings\n"
                          f"printf '%s' '{HEADING}'\necho \"{row}\"\n")
         return home
 

@@ -29,7 +29,8 @@ class ViewerThreads(AgentTest):
         home.stub_df(HEADING + STAYS + COMES_BACK)
         self.run_agent(home, "--cycles", 205)  # from here on there are files, and some go with a disk
         before = len(home.archive_lines())
-        agent = self.running(home, "--viewers", 8, "--resume", "--time", home.archive_lines()[-1][0])
+        agent = self.running(home, "--viewers", 8, "--resume", "--time", home.archive_lines()[-1][0],
+                             clock="hurried")
         turn = 0
         while turn < often(2, 11) or self.unheard(agent.output()):  # some are given only while a disk is new
             turn += 1

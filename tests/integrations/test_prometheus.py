@@ -115,7 +115,7 @@ class Page(MetricsTest):
 
     def test_an_agent_whose_df_hangs_is_healthy_but_not_ready_until_its_cycles_go_on(self):
         home = self.fresh_home(period=1000)
-        home.stub_df(b"Filesystem 1K-blocks Used Available Use% Mounted on\n/dev/a 1000 500 500 50% /\n",
+        home.stub_df("Filesystem 1K-blocks Used Available Use% Mounted on\n/dev/a 1000 500 500 50% /\n",
                      before="while [ -e ../hang ]; do sleep 0.05; done")
         home.declare((DISK_SPACE, PROCESSES))
         machine, port = self.page(home)

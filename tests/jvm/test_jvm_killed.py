@@ -30,7 +30,7 @@ class Killed(JavaTest):
         """One start and its violent end, if so asked not before it has said something of its work; what it said last."""
         rows = [row for row in DISKS if chance.random() < 0.7]
         chance.shuffle(rows)
-        write(home.at("stub", "space"), HEADING + "".join(rows))
+        home.stub_df(HEADING + "".join(rows))
         port = free_port()
         machine = self.host(home, port=port)
         told = machine.until(lambda: self.newest(port), "a cycle") if must_tell else None
@@ -64,7 +64,7 @@ class Killed(JavaTest):
                 self.assertIn(newest, [stamp for stamp, _ in now], where)
                 told_of += 1
             lives += 1
-        write(home.at("stub", "space"), HEADING + "".join(DISKS))
+        home.stub_df(HEADING + "".join(DISKS))
         before = home.snapshot()
         machine = self.host(home)
         self.more_lines(machine, home, 1)
