@@ -8,6 +8,10 @@ import threading
 from agent_home import mount, umount, wait_until
 
 
+# The kernel keeps ten messages that are not read yet, and loses the next: who waits for one that is sent but once has few sent.
+SELDOM = 4000000
+
+
 class ServiceSocket:
     """Takes messages as systemd does: with the number of the process that sent them."""
 
@@ -19,7 +23,7 @@ class ServiceSocket:
         self.socket.bind("\0" + name[1:] if name.startswith("@") else name)
         self.messages = []
         self.senders = set()
-        self.reader = threading.Thread(target=self.read, daemon=True)  # the kernel keeps ten messages, and loses the next
+        self.reader = threading.Thread(target=self.read, daemon=True)
         self.reader.start()
 
     def close(self):

@@ -8,7 +8,7 @@ import time
 import unittest
 
 from agent_home import AgentTest, needs_mounts, often
-from service_manager import ServiceSocket, Unanswered
+from service_manager import SELDOM, ServiceSocket, Unanswered
 
 COLLECTING = re.compile(r"STATUS=2 resources; collecting: \d+ of 200 samples")
 
@@ -27,7 +27,7 @@ class Service(AgentTest):
     def test_it_is_ready_after_the_first_cycle_lives_and_stops(self):
         for name in (None, f"@lumetra-test-{os.getpid()}"):
             home = self.home(period=1000)
-            manager = self.manager(name=name)
+            manager = self.manager(SELDOM, name)
             agent = self.told(home, manager)
             agent.until(lambda manager=manager: manager.messages, "a message")
             self.assertEqual(len(home.archive_lines()), 1)

@@ -9,14 +9,14 @@ import unittest
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from java_host import JavaTest, often  # noqa: E402
 from agent_home import FEW, needs_mounts  # noqa: E402
-from service_manager import ServiceSocket, Unanswered  # noqa: E402
+from service_manager import SELDOM, ServiceSocket, Unanswered  # noqa: E402
 
 
 class Service(JavaTest):
-    def manager(self):
+    def manager(self, watchdog=400000):
         directory = tempfile.mkdtemp(prefix="lumetra-notify-")
         self.addCleanup(shutil.rmtree, directory, ignore_errors=True)
-        manager = ServiceSocket(os.path.join(directory, "notify"))
+        manager = ServiceSocket(os.path.join(directory, "notify"), watchdog)
         self.addCleanup(manager.close)
         return manager
 
@@ -29,7 +29,7 @@ class Service(JavaTest):
         return self.host(home, environment=home.environment(**manager.environment(), **environment))
 
     def test_the_host_hands_on_what_its_environment_says(self):
-        home, manager = self.few_home(), self.manager()
+        home, manager = self.few_home(period=1000), self.manager(SELDOM)
         machine = self.host_of(home, manager)
         manager.await_line("READY=1")
         self.assertEqual(manager.await_line("STATUS="), "STATUS=2 resources; collecting: 1 of 200 samples")

@@ -24,7 +24,7 @@ import yaml
 PROJECT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 sys.path.insert(0, os.path.join(PROJECT, "tests"))
 sys.path.insert(0, os.path.join(PROJECT, "tests", "e2e"))
-from service_manager import ServiceSocket  # noqa: E402
+from service_manager import SELDOM, ServiceSocket  # noqa: E402
 from suite import LONG, die_with_parent, free_port, long_only, remaining, some, wait_until  # noqa: E402
 
 DEBIAN = os.path.join(PROJECT, "debian")
@@ -603,7 +603,7 @@ class PackageTest(InstalledTest):
         self.assertEqual("Nothing found.\n", self.machine.run("lumetra", "check"))
 
     def test_2_the_service_manager_is_told_by_the_process_that_it_started(self):
-        manager = ServiceSocket(f"@lumetra-test-{os.getpid()}")
+        manager = ServiceSocket(f"@lumetra-test-{os.getpid()}", SELDOM)
         self.addCleanup(manager.close)
         agent = self.agent("--port", "0", **manager.environment())
         manager.await_line("READY=1")
