@@ -1,7 +1,11 @@
 package com.quorin.sysmgt.tavl.LumetraAgent.http;
 
+import java.io.IOException;
+import java.nio.file.Files;
+import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
+import java.util.concurrent.ConcurrentLinkedQueue;
 import java.util.concurrent.CountDownLatch;
 
 /**
@@ -10,8 +14,11 @@ import java.util.concurrent.CountDownLatch;
  */
 public final class SpareThreads {
 
+    private static final int MOST_MILLISECONDS_OF_AN_END = 1000;
+
     private final CountDownLatch over = new CountDownLatch(1);
     private final List<Thread> threads = new ArrayList<>();
+    private final ConcurrentLinkedQueue<Path> tasks = new ConcurrentLinkedQueue<>();
 
     private SpareThreads() {}
 
@@ -38,22 +45,36 @@ public final class SpareThreads {
 
     private void idle() {
         try {
+            tasks.add(Files.readSymbolicLink(Path.of("/proc/thread-self")));
+        } catch (IOException | OutOfMemoryError e) {
+            // nobody waits until the kernel has forgotten it
+        }
+        try {
             over.await();
         } catch (InterruptedException e) {
             // ends as well
         }
     }
 
-    /** Ends the threads and waits for their end. */
+    /**
+     * Ends the threads and waits for their end; then, at most a second, until the kernel no longer counts them, which
+     * it does for a moment longer than Java.
+     */
     public void release() {
         over.countDown();
-        for (Thread thread : threads) {
-            try {
+        try {
+            for (Thread thread : threads) {
                 thread.join();
-            } catch (InterruptedException e) {
-                Thread.currentThread().interrupt();
-                return;
             }
+            for (int i = 0; i < MOST_MILLISECONDS_OF_AN_END && tasks.stream().anyMatch(SpareThreads::isCounted); i++) {
+                Thread.sleep(1);
+            }
+        } catch (InterruptedException e) {
+            Thread.currentThread().interrupt();
         }
+    }
+
+    private static boolean isCounted(Path task) {
+        return Files.exists(Path.of("/proc").resolve(task));
     }
 }
