@@ -3,6 +3,7 @@ import assert from "node:assert/strict";
 import { after, before, describe, test } from "node:test";
 import { columnsOf, distinctPixels, drawn as settled, launch, look, open, pixelsOf, screenshot, turnedClock, withPage } from "./browser.mjs";
 import { withAgent, withTurnedWorld, withWorld as inWorld } from "./support.mjs";
+import { until } from "./suite.mjs";
 import { busyServer, FALSE_ALARMS, freshServer, World } from "./world.mjs";
 
 let browser;
@@ -174,9 +175,7 @@ describe("the view of a resource", () => {
       assert.ok((await page.innerText("#facts")).includes("78.4 %"));
       assert.ok(await page.isVisible("#beside"));
       assert.equal(await page.textContent("#banner"), "");
-      for (let round = 0; round < 10 && await page.locator("#chart canvas").count() === 0; round++) {
-        assert.equal(await pass(), 2000);
-      }
+      await until(async () => await page.locator("#chart canvas").count() > 0 || assert.equal(await pass(), 2000), "the chart");
       assert.equal(asked, 3);
       assert.match(await page.textContent("#chart-summary"), /^600 samples from /);
       assert.ok(await distinctPixels(page) > 30);

@@ -133,6 +133,7 @@ final class RunCommand implements Callable<Integer> {
     private final AtomicBoolean left = new AtomicBoolean();
     /** What is printed waits here; null before the run prints. */
     OutputQueue output;
+    Duration lastWords = LAST_WORDS;
     private PrintStream out;
     private HomeLock lock;
     private long reopenFrom = System.nanoTime();
@@ -251,7 +252,7 @@ final class RunCommand implements Callable<Integer> {
 
     private void drain() {
         if (output != null) {
-            output.drain(LAST_WORDS);
+            output.drain(lastWords);
         }
     }
 

@@ -68,6 +68,7 @@ final class EventProgram implements Consumer<News>, AutoCloseable {
     private final Deque<News> waiting = new ArrayDeque<>();
     private boolean isWorking;
     private boolean isClosing;
+    private boolean wasClosing; // when the news that is worked at was taken up
     private boolean isHindered;
     private SpareThreads room;
 
@@ -157,17 +158,17 @@ final class EventProgram implements Consumer<News>, AutoCloseable {
             wait();
         }
         isWorking = true;
+        wasClosing = isClosing;
         return waiting.removeFirst();
     }
 
-    /** It is tried again after a pause, unless it has become too old meanwhile. */
+    /** It is tried again after a pause, or at once when the end has come; unless it has become too old meanwhile. */
     private synchronized void putBack(News news) throws InterruptedException {
         waiting.addFirst(news);
         if (waiting.size() > MOST_WAITING) {
             lose(waiting.removeFirst(), "too many wait");
         }
         isWorking = false;
-        boolean wasClosing = isClosing;
         await(() -> isClosing != wasClosing, System.nanoTime() + patience.retry.toNanos());
     }
 

@@ -160,7 +160,7 @@ class AgentClientTest {
     @Test
     void aServerThatIsSilentIsGivenUp() throws IOException {
         try (ServerSocket silent = new ServerSocket(0, 5, InetAddress.getLoopbackAddress())) {
-            ask(silent, 1, 30);
+            ask(silent, 1, 3600);
             assertTrue(failure().contains("no answer within 1 s"));
         }
     }
@@ -183,7 +183,7 @@ class AgentClientTest {
         });
         thread.setDaemon(true);
         thread.start();
-        ask(talker, 5, 2);
+        ask(talker, 3600, 3600);
         return talker;
     }
 
@@ -208,13 +208,16 @@ class AgentClientTest {
     }
 
     @ParameterizedTest
-    @CsvSource({"5, 2, 2", "1, 30, 1"})
+    @CsvSource({"3600, 2, 2", "1, 3600, 1"})
     void anAnswerThatStopsInItsMiddleIsGivenUp(int patience, int wholePatience, int told) throws IOException {
         try (ServerSocket slow = saying(
                 "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: 99\r\n\r\n{", false)) {
             ask(slow, patience, wholePatience);
-            assertTrue(failure().endsWith("its answer has no end after " + told + " s"),
-                    "on port " + slow.getLocalPort());
+            String text = failure();
+            while (text.contains("no answer within")) { // not even its beginning came in time
+                text = failure();
+            }
+            assertTrue(text.endsWith("its answer has no end after " + told + " s"), text);
         }
     }
 

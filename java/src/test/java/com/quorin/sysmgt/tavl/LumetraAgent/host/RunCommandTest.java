@@ -11,6 +11,7 @@ import java.io.PrintStream;
 import java.io.PrintWriter;
 import java.io.StringWriter;
 import java.nio.charset.StandardCharsets;
+import java.time.Duration;
 import org.junit.jupiter.api.Test;
 import picocli.CommandLine;
 
@@ -146,6 +147,7 @@ class RunCommandTest {
         Thread ending = Thread.currentThread();
         RunCommand command = new RunCommand();
         command.output = OutputQueue.start();
+        command.lastWords = Duration.ofDays(1);
         PrintStream queued = command.output.to(new OutputStream() {
             @Override
             public void write(int b) {

@@ -175,18 +175,22 @@ class EventProgramTest {
 
     @Test
     void whoTakesTooLongIsEndedWithWhatItStarted() throws IOException {
+        String[] files = {"child", "grandchild", "own"};
         program("sleep 100000 & echo $! >child; (sleep 100000 & echo $! >grandchild; wait) & "
                 + "echo said; echo $$ >own; wait",
-                new EventProgram.Patience(Duration.ofSeconds(1), LONG, LONG, LONG), ProcessBuilder::start);
+                new EventProgram.Patience(Duration.ofSeconds(1), LONG, LONG, LONG), described -> {
+                    Process started = described.start();
+                    await(() -> Stream.of(files).allMatch(file -> content(file).endsWith("\n")));
+                    return started; // its time begins here
+                });
         tell("one");
         await(() -> printed().contains("on-event: said"));
         assertTrue(printed().startsWith("DIR/program has not ended within 1 s and is ended, with what it started, "
                 + "in the middle of: one\n"), printed());
-        for (String file : new String[] {"child", "grandchild", "own"}) {
-            if (!content(file).isEmpty()) { // it may not have come so far on a busy machine
-                long pid = Long.parseLong(content(file).strip());
-                await(() -> ProcessHandle.of(pid).filter(ProcessHandle::isAlive).isEmpty() || isZombie(pid));
-            }
+        for (String file : files) {
+            long pid = Long.parseLong(content(file).strip());
+            await(() -> ProcessHandle.of(pid).filter(ProcessHandle::isAlive).isEmpty() || isZombie(pid));
+            Files.delete(directory.resolve(file)); // the next run's is waited for
         }
         tell("two");
         await(() -> printed().contains("in the middle of: two"));
@@ -410,6 +414,24 @@ class EventProgramTest {
         tell("one");
         await(() -> printed().contains("cannot be started for now"));
         program.close();
+        assertEquals("one\n", content("order"));
+    }
+
+    @Test
+    void anEndInTheMiddleOfAStartThatFailsTriesOnceMore() throws IOException, InterruptedException {
+        AtomicInteger starts = new AtomicInteger();
+        Thread closer = new Thread(() -> program.close());
+        program("echo \"$LUMETRA_MESSAGE\" >>order", PATIENT, described -> {
+            if (starts.incrementAndGet() == 1) {
+                closer.start();
+                await(() -> closer.getState() == Thread.State.TIMED_WAITING);
+                throw new IOException("error=11, no");
+            }
+            return described.start();
+        });
+        tell("one");
+        await(() -> starts.get() > 0);
+        closer.join();
         assertEquals("one\n", content("order"));
     }
 

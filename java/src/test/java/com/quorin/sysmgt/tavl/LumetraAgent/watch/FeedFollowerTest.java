@@ -84,10 +84,10 @@ class FeedFollowerTest {
         assertNull(seen.poll());
     }
 
-    /** Waits until the closer waits for this thread's end. */
+    /** Waits until the closer waits for this thread's end, or has done so. */
     private static void startAndAwaitItsWaiting(Thread closer) {
         closer.start();
-        while (closer.getState() != Thread.State.TIMED_WAITING) {
+        while (closer.getState() != Thread.State.TIMED_WAITING && closer.isAlive()) {
             Thread.onSpinWait();
         }
     }
