@@ -402,7 +402,10 @@ class AgentTest(unittest.TestCase):
 
 def size(path):
     """A file's size in bytes, 0 when it is not there."""
-    return os.path.getsize(path) if os.path.exists(path) else 0
+    try:
+        return os.path.getsize(path)
+    except FileNotFoundError:
+        return 0
 
 
 def read(path):

@@ -70,7 +70,7 @@ def content(path):
     try:
         with open(path, "rb") as file:
             return file.read()
-    except (FileNotFoundError, NotADirectoryError):
+    except (FileNotFoundError, NotADirectoryError, ProcessLookupError):
         return None
 
 
@@ -393,6 +393,8 @@ class Checker:
             if not os.path.isfile(path) or os.path.islink(path):
                 continue
             text = content(path)
+            if text is None:  # turned over meanwhile
+                continue
             if len(text) > LOG_LIMIT:
                 self.wrong("LOG", f"{name} has {len(text)} bytes")
             if b"\0" in text:

@@ -74,8 +74,8 @@ class A1_ArchiveAppend(StorageTest):
         self.full_device(home.layout.archive)
         agent = self.running(home)
         self.cycles_go_on(agent)
-        self.assertIn("archive.txt: cannot be opened: it is no regular file\n", home.log())
         self.end(agent)
+        self.assertIn("archive.txt: cannot be opened: it is no regular file\n", home.log())
 
     @needs_tool("strace")
     def test_an_error_at_open_write_or_close_is_logged_and_the_next_line_is_whole(self):
@@ -258,8 +258,8 @@ class A4_ScratchPad(StorageTest):
         second = set(home.archive_lines()[-1][1]) - known
         self.assertEqual(len(second), 1)
         self.assertNotEqual(first, second, "one number for two disks")
-        self.assertIn("No space left on device", home.log())
         self.end(agent, before=before, scratch_pad_lossy=True)
+        self.assertIn("No space left on device", home.log())
 
     def test_A4_a_number_that_only_the_archive_knows_is_not_given_to_another_disk_by_the_next_run(self):
         home = self.home(inputs=FEW + (DISK_SPACE,))

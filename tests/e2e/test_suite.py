@@ -37,7 +37,7 @@ class EndsOfPrograms(unittest.TestCase):
                 try:
                     with open(f"/proc/{left}/stat", encoding="ascii") as file:
                         return file.read().split()[2] == "Z"
-                except FileNotFoundError:
+                except (FileNotFoundError, ProcessLookupError):
                     return True
 
             wait_until(has_gone)

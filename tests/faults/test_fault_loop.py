@@ -100,13 +100,13 @@ class ServiceFaultLoop(LoopTest):
     def setUp(self):
         manager = ServiceSocket(f"@lumetra-faults-{os.getpid()}")
         self.addCleanup(manager.close)
-        self.told = manager.lines
+        self.manager = manager
         # A sign of life ends a sleep, and so counts as a cycle: none is due in these.
         self.OPTIONS = ("--notify", manager.name, "--watchdog", 10**10, "--without-standard")
 
     def test_calls_that_only_a_service_makes_cost_the_step_in_hand_and_the_next_start_is_clean(self):
         counts = self.reference()
-        self.assertIn("READY=1", self.told())
+        self.manager.await_line("READY=1")
         for kind in self.KINDS:
             self.assertGreater(counts[kind], 0, kind)
             with self.subTest(kind=kind):

@@ -1,5 +1,6 @@
 """The agent in a real Java machine on the real machine: sampling, mounts, stopping, failures, signals."""
 
+import contextlib
 import os
 import signal
 import subprocess
@@ -211,6 +212,8 @@ class Failures(JavaTest):
         home.declare(FEW)
         machine = self.probe(home)
         for mode in ("throw", "refuse"):
+            with contextlib.suppress(FileNotFoundError):
+                os.remove(home.layout.log + ".bak")  # a start empties the log alone
             machine.say("mode " + mode)
             machine.say(RUN)
             for _ in range(4):

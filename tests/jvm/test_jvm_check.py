@@ -62,7 +62,7 @@ def prepare(home, steps):
 
 def agent_refuses(home):
     """Whether the agent ends by itself before its first cycle."""
-    running = Running(home)
+    running = Running(home, "--cycles", 1)
     log = home.at("log", "LumetraAgent.log")
 
     def is_accepted():

@@ -185,6 +185,7 @@ class Score(ReplayTest):
         machine = self.host(home)
         score = home.at("log", "score.jsonl")
         wait_until(lambda: os.path.exists(score) and '"history"' in content(score).decode(), "the score of the past")
+        machine.until(lambda: content(home.layout.archive).count(b"\n") > len(self.LEAK), "a cycle")
         self.terminate(machine, home)
         lines = [json.loads(line) for line in content(score).decode().splitlines()]
         episodes = [line for line in lines if line["type"] == "episode"]

@@ -176,8 +176,8 @@ class FewProcesses(TroubleTest):
                                 "        break\n"
                                 "print('all taken', flush=True)\ntime.sleep(100000)"])
         hog.expect("all taken")
-        os.remove(home.layout.archive)
-        os.mkfifo(home.layout.archive)
+        os.mkfifo(home.at("fifo"))
+        os.rename(home.at("fifo"), home.layout.archive)
         machine.expect("on-event: told of Call To RawDataRetrievalAndArchive Failed")
         hog.kill()
         self.terminate(machine)
@@ -447,8 +447,9 @@ class TwoAgents(TroubleTest):
         self.assertEqual(self.files(home), before)
         first.signal(signal.SIGKILL)
         first.end()
+        lines = len(home.archive_lines())
         third = self.shipped(home, "--port", "0")
-        self.more_lines(third, home, 1)
+        self.lines(third, home, lines + 1)
         self.terminate(third)
 
     def test_a_home_that_cannot_be_locked_is_worked_in_with_a_warning(self):

@@ -471,7 +471,7 @@ class ContainerTest(InstalledTest):
     def test_an_agent_sees_the_disks_of_its_host_those_of_later_included_and_none_of_its_own(self):
         self.install(package())
         early = self.mount_on_host(10)
-        self.addCleanup(self.on_host, "umount", early)
+        self.addCleanup(self.on_host, "umount", "-l", early)
         self.on_host("sh", "-c", f"head -c 5M /dev/zero >{early}/half")
         home, rules = "/home/agent", "/usr/share/lumetra-agent/containers/skip.conf"
         self.machine.run("sh", "-c", f"mkdir -p {home}/config && cp {rules} {home}/config/ && "
@@ -499,7 +499,7 @@ class ContainerTest(InstalledTest):
         late = self.mount_on_host(20)
         wait_until(lambda: f"/host{late}" in disks(), "the file system that was mounted later")
         self.assertEqual("20.0 MiB", disks()[f"/host{late}"]["capacity"])
-        self.on_host("umount", late)
+        self.on_host("umount", "-l", late)
         wait_until(lambda: disks()[f"/host{late}"]["state"] == "absent", "its end")
         agent.send_signal(signal.SIGTERM)
         self.end_of(agent)
@@ -697,7 +697,7 @@ class PackageTest(InstalledTest):
         self.await_status(port)
         _, fill, _ = self.documented("Alerts by Prometheus")
         self.machine.run("sh", "-ec", fill)
-        self.addCleanup(self.machine.run, "sh", "-c", "umount /mnt/full && rmdir /mnt/full && rm -rf /run/mount")
+        self.addCleanup(self.machine.run, "sh", "-c", "umount -l /mnt/full && rmdir /mnt/full && rm -rf /run/mount")
         wait_until(lambda: [line for line in list(got) if line["type"] == "upperTolerance" and line["instance"] == "full /mnt/full"],
                    "the message on the limit")
 
@@ -728,7 +728,7 @@ class PackageTest(InstalledTest):
         self.addCleanup(watcher.wait)
         self.addCleanup(watcher.kill)
         self.machine.run("sh", "-ec", fill)
-        self.addCleanup(self.machine.run, "sh", "-c", "umount /mnt/full && rmdir /mnt/full && "
+        self.addCleanup(self.machine.run, "sh", "-c", "umount -l /mnt/full && rmdir /mnt/full && "
                         "rm -rf /run/mount /etc/prometheus/lumetra-rules.yml")
 
         def fired():
