@@ -260,6 +260,13 @@ class JavaTest(unittest.TestCase):
     def more_lines(self, machine, home, count):
         self.lines(machine, home, len(home.archive_lines()) + count)
 
+    @staticmethod
+    def spoil(home):
+        """From the next cycle on, each ends with the same failure. In one step: an agent makes an archive that is missing."""
+        os.mkfifo(home.at("fifo"))
+        os.chmod(home.at("fifo"), 0o666)
+        os.rename(home.at("fifo"), home.layout.archive)
+
     def assert_clean(self, machine, home=None, **check):
         for complaint in COMPLAINTS:
             self.assertNotIn(complaint, machine.output())

@@ -95,12 +95,6 @@ class Told(JavaTest):
         return home
 
     @staticmethod
-    def spoil(home):
-        """From the next cycle on, each ends with the same failure."""
-        os.mkfifo(home.at("fifo"))
-        os.rename(home.at("fifo"), home.layout.archive)
-
-    @staticmethod
     def messages(home):
         return [line["message"] for line, _ in told(home)]
 

@@ -135,8 +135,7 @@ class Strangers(JavaTest):
         try:
             machine = self.host(home)
             self.lines(machine, home, 3)
-            os.mkfifo(home.at("fifo"))
-            os.rename(home.at("fifo"), home.layout.archive)  # in one step: the agent would make a new one in between
+            self.spoil(home)
             machine.until(lambda: os.path.exists(home.at("log", "events.jsonl")), "an event")
             machine.signal(signal.SIGTERM)
             self.assertEqual(machine.end(), 0)

@@ -148,13 +148,8 @@ class FewProcesses(TroubleTest):
         machine, home = self.run_with(limit, min(JDKS.items())[1], "--port", "0", "--on-event", self.teller())
         self.more_lines(machine, home, 3)
 
-        def fail():
-            os.mkfifo(home.at("fifo"))
-            os.chmod(home.at("fifo"), 0o666)
-            os.rename(home.at("fifo"), home.layout.archive)
-
         self.allow(machine, home, 1, limit)
-        fail()
+        self.spoil(home)
         machine.expect(f"{self.teller()} cannot be started for now, and is tried again every 10 s: ")
         self.allow(machine, home, limit, limit)
         machine.expect("on-event: told of Call To RawDataRetrievalAndArchive Failed")
@@ -176,8 +171,7 @@ class FewProcesses(TroubleTest):
                                 "        break\n"
                                 "print('all taken', flush=True)\ntime.sleep(100000)"])
         hog.expect("all taken")
-        os.mkfifo(home.at("fifo"))
-        os.rename(home.at("fifo"), home.layout.archive)
+        self.spoil(home)
         machine.expect("on-event: told of Call To RawDataRetrievalAndArchive Failed")
         hog.kill()
         self.terminate(machine)
