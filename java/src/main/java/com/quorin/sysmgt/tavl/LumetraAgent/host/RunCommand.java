@@ -276,7 +276,7 @@ final class RunCommand implements Callable<Integer> {
             thread.start();
         }
         telling = tell.start(page::url, this::scoreOf, out);
-        List<Consumer<? super Publication>> readers = new ArrayList<>(List.of(monitor, episodes));
+        List<Consumer<? super Publication>> readers = new ArrayList<>(List.of(episodes));
         readers.add(this::keepScore);
         telling.ifPresent(told -> {
             AgentEvents.tellTo(told::take);
@@ -288,6 +288,7 @@ final class RunCommand implements Callable<Integer> {
                     AgentWatch.Timing.real());
             readers.add(view);
         }
+        readers.add(monitor); // the last: a cycle that it knows of, all know of
         follower = new FeedFollower(feed, readers);
         follower.start();
     }

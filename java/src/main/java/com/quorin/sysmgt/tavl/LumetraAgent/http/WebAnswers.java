@@ -68,7 +68,7 @@ final class WebAnswers {
             return answer(200, content(request), request);
         } catch (WebProblem problem) {
             return answer(problem.status(), problem.content(), request);
-        } catch (RuntimeException | StackOverflowError e) {
+        } catch (RuntimeException | StackOverflowError | LinkageError e) { // a class may be lost for ever
             complaints.accept(e);
             return answer(500, new WebProblem(500, "The answer could not be made.").content(), request);
         }

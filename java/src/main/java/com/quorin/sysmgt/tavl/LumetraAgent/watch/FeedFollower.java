@@ -5,6 +5,7 @@ import com.quorin.sysmgt.tavl.LumetraAgent.resource.Publication;
 import com.quorin.sysmgt.tavl.LumetraAgent.text.Complaint;
 import java.time.Duration;
 import java.util.List;
+import java.util.Optional;
 import java.util.function.Consumer;
 
 /**
@@ -28,8 +29,8 @@ public final class FeedFollower implements AutoCloseable {
      * Opens the feed: from now on the library publishes. Made and started before the agent, so that nothing is
      * missed.
      *
-     * @param readers are handed each publication, one after the other; those that come too fast are passed over,
-     *                but for the last of a run and its end
+     * @param readers are handed each publication, one after the other, and once more when another one failed;
+     *                publications that come too fast are passed over, but for the last of a run and its end
      */
     public FeedFollower(Feed feed, List<Consumer<? super Publication>> readers) {
         this(feed, readers, PATIENCE);
@@ -78,16 +79,30 @@ public final class FeedFollower implements AutoCloseable {
     /** False when the newest publication could not be taken up. */
     private boolean handOver(Duration time) {
         try {
-            feed.await(last, time).ifPresent(publication -> {
-                readers.forEach(reader -> reader.accept(publication));
-                last = publication.serial();
-                isOver = publication.state().isEmpty();
-            });
-            return true;
+            Optional<Publication> newest = feed.await(last, time);
+            return newest.isEmpty() || handOver(newest.get());
         } catch (RuntimeException | Error e) {
             complaint.tell(e);
             return false;
         }
+    }
+
+    /** Each reader gets it, whatever becomes of the others. */
+    private boolean handOver(Publication publication) {
+        boolean isTaken = true;
+        for (Consumer<? super Publication> reader : readers) {
+            try {
+                reader.accept(publication);
+            } catch (RuntimeException | Error e) {
+                complaint.tell(e);
+                isTaken = false;
+            }
+        }
+        if (isTaken) {
+            last = publication.serial();
+            isOver = publication.state().isEmpty();
+        }
+        return isTaken;
     }
 
     /** Waits without taking memory. */

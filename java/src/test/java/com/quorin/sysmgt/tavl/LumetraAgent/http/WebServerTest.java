@@ -233,6 +233,13 @@ class WebServerTest {
         assertTrue(complaints.toString().contains("OutOfMemoryError: Java heap space"), complaints.toString());
     }
 
+    @Test
+    void aClassThatCouldNotBeginIsToldToTheClientAsAFailure() throws IOException {
+        view.failure = new NoClassDefFoundError("Could not initialize class Digits");
+        assertError(500, get(RESOURCES));
+        assertTrue(complaints.toString().contains("Could not initialize class Digits"), complaints.toString());
+    }
+
     /** One that lacks memory once, where it is told to. */
     private static final class Poor extends Selector {
 

@@ -146,6 +146,13 @@ class FeedFollowerTest {
                 told.toString(StandardCharsets.UTF_8));
     }
 
+    @Test
+    void aReaderThatFailsKeepsNothingFromTheOthers() throws InterruptedException {
+        follow(List.of(publication -> sneak(new OutOfMemoryError("no memory")), seen::add));
+        Publication publication = feed.publish(1, STATE);
+        assertEquals(publication, next());
+    }
+
     private static void sneak(Throwable failure) {
         if (failure instanceof Error error) {
             throw error;
