@@ -276,7 +276,8 @@ final class RunCommand implements Callable<Integer> {
             thread.start();
         }
         telling = tell.start(page::url, this::scoreOf, out);
-        List<Consumer<? super Publication>> readers = new ArrayList<>(List.of(episodes));
+        List<Consumer<? super Publication>> readers = new ArrayList<>();
+        readers.add(episodes);
         readers.add(this::keepScore);
         telling.ifPresent(told -> {
             AgentEvents.tellTo(told::take);
@@ -288,7 +289,7 @@ final class RunCommand implements Callable<Integer> {
                     AgentWatch.Timing.real());
             readers.add(view);
         }
-        readers.add(monitor); // the last: a cycle that it knows of, all know of
+        readers.add(monitor); // the last: a cycle that it counts was handed to the page before
         follower = new FeedFollower(feed, readers);
         follower.start();
     }
